@@ -1,0 +1,289 @@
+#include "base/instrumentcenter/CClientInstrumentCenter.h"
+
+#include <fmt/format.h>
+#include <boost/filesystem.hpp>
+
+#include <algorithm>
+#include <cctype>
+
+#include "base/instrumentcenter/ClientState.h"
+#include "base/instrumentcenter/vocabulary/Exchanges.h"
+#include "platform/utils/Memory.h"
+#include "platform/utils/Utils.h"
+
+// Construction, the load of instruments and clearing.
+
+namespace mxservice {
+namespace {
+
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+/// Whether a futures platform code is another name for "the main contract" or "the n-th contract" of its product, and
+/// no code of its own: "IFL8", "IF00", "IFmain".
+bool isContinuousContract(std::string_view platformCode) {
+    constexpr std::string_view kMainSuffix = "main";
+    const auto last = [&](std::size_t back) { return platformCode[platformCode.size() - back]; };
+    const std::size_t size = platformCode.size();
+    return (size >= 2 && last(2) == 'L' && isDigit(last(1))) ||
+           (size >= 3 && last(2) == '0' && last(1) == '0' && !isDigit(last(3))) ||
+           (size >= kMainSuffix.size() && platformCode.substr(size - kMainSuffix.size()) == kMainSuffix);
+}
+
+/// A load of this many records needs far more memory than the center keeps, and hands it back.
+constexpr std::size_t kLargeLoad = 10000;
+
+/// The records of a sub-market, by the stock key of their own market.
+using RecordsByMarket = std::map<std::string, MarketRecords>;
+
+RecordsByMarket ofMarkets(const std::set<std::string>& family, const std::vector<InstrumentPtr>& instruments) {
+    RecordsByMarket records;
+    for (const InstrumentPtr& record : instruments) {
+        if (record && family.count(record->market) != 0) {
+            records[record->market][stockKey(record->market, record->code)] = record;
+        }
+    }
+    return records;
+}
+
+DocumentBatch documentsOf(const MarketRecords& records) {
+    DocumentBatch batch(records.size());
+    for (const auto& [key, record] : records) {
+        batch.add(key, *record);
+    }
+    return batch;
+}
+
+void restoreRaw(const std::string& market, std::vector<InstrumentPtr>& extra) {
+    const std::vector<InstrumentPtr> records =
+        readRecords<CInstrumentDetail>(DBBuilder::buildRawDbName(market), knownRecordOf<CInstrumentDetail>);
+    PM_LOG(utils::kLogInfo, kClientSource,
+           formatted("[clientIns] read from persist market = %1%, size = %2%", market, records.size()));
+    extra.insert(extra.end(), records.begin(), records.end());
+}
+
+/// A failed raw write is deliberately ignored: the next load of the sub-market writes it again.
+void saveRaw(const std::string& market, const MarketRecords& records) {
+    const DocumentBatch batch = documentsOf(records);
+    const std::string db = DBBuilder::buildRawDbName(market);
+    store().initDb(db, false);
+    store().writeDocuments(db, batch.documents(), false);
+}
+
+/// Keeps the sub-markets that the load brings and restores the others of the family.
+void mergeRaw(const std::set<std::string>& family, const std::vector<std::string>& markets,
+              const std::vector<InstrumentPtr>& instruments, std::vector<InstrumentPtr>& extra) {
+    const bool concerned =
+        std::any_of(markets.begin(), markets.end(), [&](const std::string& name) { return family.count(name) != 0; });
+    const RecordsByMarket brought = concerned ? ofMarkets(family, instruments) : RecordsByMarket();
+    if (brought.empty()) {
+        return;
+    }
+    for (const std::string& market : family) {
+        if (brought.count(market) == 0) {
+            restoreRaw(market, extra);
+        }
+    }
+    for (const auto& [market, records] : brought) {
+        saveRaw(market, records);
+    }
+}
+
+/// Bits 0 and 1 from the Shanghai listing, bits 2 and 3 from the Shenzhen one, where nothing is set yet. The persisted
+/// center's rule; deliberately not the in-memory center's.
+void combineConnectFlags(GroupedSnapshot& datas, const ConnectListings& listings) {
+    static const MarketKey hongKong = marketKey(market::kHongKong);
+    static const MarketKey shanghaiConnect = marketKey(market::kShanghaiConnect);
+    static const MarketKey shenzhenConnect = marketKey(market::kShenzhenConnect);
+    constexpr unsigned kShenzhenShift = 2;
+    for (const auto& [key, flagByMarket] : listings) {
+        std::uint32_t& combined = datas[hongKong][key]->combinedConnectFlags;
+        if (combined != 0) {
+            continue;
+        }
+        for (const auto& [market, flag] : flagByMarket) {
+            if (market == shanghaiConnect) {
+                combined |= static_cast<std::uint32_t>(flag);
+            } else if (market == shenzhenConnect) {
+                combined |= static_cast<std::uint32_t>(flag) << kShenzhenShift;
+            }
+        }
+    }
+}
+
+}  // namespace
+
+CClientInstrumentCenter::CClientInstrumentCenter(const std::string& strandName, int instrumentCacheSize,
+                                                 int bondCacheSize, int otcCacheSize)
+    : client_(std::make_unique<ClientState>(strandName, instrumentCacheSize, bondCacheSize, otcCacheSize)) {}
+
+CClientInstrumentCenter::~CClientInstrumentCenter() = default;
+
+void CClientInstrumentCenter::initInstruments(const std::vector<std::string>& markets,
+                                              const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) {
+    doInitInstruments(markets, instruments);
+}
+
+void CClientInstrumentCenter::doInitInstruments(const std::vector<std::string>& markets,
+                                                const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) {
+    clearDatas(markets);
+    loadInstruments(markets, instruments);
+    if (instruments.size() >= kLargeLoad) {
+        utils::releaseFreeMemory();
+    }
+}
+
+void CClientInstrumentCenter::loadInstruments(const std::vector<std::string>& markets,
+                                              const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) {
+    GroupedSnapshot datas;
+    ConnectListings listings;
+    doProcessInstrument(instruments, datas, listings);
+    std::vector<InstrumentPtr> hongKongExtra;
+    tryMergeHkExchangeDatas(markets, instruments, hongKongExtra);
+    if (!hongKongExtra.empty()) {
+        doProcessInstrument(hongKongExtra, datas, listings);
+    }
+    std::vector<InstrumentPtr> shanghaiExtra;
+    tryMergeSHExchangeDatas(markets, instruments, shanghaiExtra);
+    if (!shanghaiExtra.empty()) {
+        ConnectListings unused;
+        doProcessInstrument(shanghaiExtra, datas, unused);
+    }
+    combineConnectFlags(datas, listings);
+    createExchangeDatas(datas, "");
+    createFutureMainDatas(datas);
+    createFutureProdcutDatas(datas);
+    createFutureDceDatas(datas);
+    createStockCodes(markets, datas);
+    createNeeqCodes(datas);
+    createStkOptionCodes(datas);
+    createOutterProductDatas(datas);
+}
+
+void CClientInstrumentCenter::doProcessInstrument(
+    const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
+    std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& datas,
+    std::map<uint64, std::map<uint64, std::int32_t>>& flags) {
+    groupRecords(instruments, datas, flags);
+    for (const InstrumentPtr& record : instruments) {
+        if (!record || record->code == record->platformCode) {
+            continue;
+        }
+        const bool futures = utils::isFutureMarket(record->market) || utils::isFutureOptionMarket(record->market);
+        if (futures && isContinuousContract(record->platformCode)) {
+            PM_LOG(utils::kLogInfo, kClientSource,
+                   fmt::format("[inscenter] continue ins {}, {}", record->code, record->platformCode));
+        } else if (futures || utils::isForeignMarket(record->market)) {
+            state().codeSets.write()->lumoCodes[record->code] = record->platformCode;
+        }
+    }
+}
+
+void CClientInstrumentCenter::tryMergeHkExchangeDatas(
+    const std::vector<std::string>& markets, const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
+    std::vector<boost::shared_ptr<CInstrumentDetail>>& extra) {
+    mergeRaw({market::kShanghaiConnect, market::kHongKong, market::kShenzhenConnect}, markets, instruments, extra);
+}
+
+void CClientInstrumentCenter::tryMergeSHExchangeDatas(
+    const std::vector<std::string>& markets, const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
+    std::vector<boost::shared_ptr<CInstrumentDetail>>& extra) {
+    mergeRaw({market::kShanghai, market::kShanghaiSpecial}, markets, instruments, extra);
+}
+
+void CClientInstrumentCenter::createExchangeDatas(
+    // NOLINTNEXTLINE(performance-unnecessary-value-param): hosts compile against the signature
+    std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& datas, std::string market) {
+    for (auto& [marketHash, records] : datas) {
+        std::erase_if(records, [](const auto& entry) { return !entry.second; });
+        const std::string firstMarket = records.empty() ? std::string() : records.begin()->second->market;
+        const std::string folded(foldedMarket(market.empty() ? firstMarket : market));
+        const std::string db = DBBuilder::buildDbName(folded);
+        client_->instruments.refresh(records);
+        KeySet keys;
+        keys.reserve(records.size());
+        for (const auto& [key, record] : records) {
+            keys.insert(key);
+        }
+        const bool saved = save(db, documentsOf(records));
+        // The cache is refreshed once more, for a reader that met the old document between the first time and now.
+        if (saved) {
+            client_->failedDatas.write()->current.erase(marketHash);
+            client_->instruments.refresh(records);
+        } else {
+            PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, firstMarket));
+            const MarketRecords parked = records;
+            cacheFailedDatas(marketHash, records);
+            client_->instruments.refresh(parked);
+        }
+        client_->codeIndex.install(marketHash, std::move(keys));
+        client_->names.updateDbName(folded, db);
+    }
+}
+
+void CClientInstrumentCenter::cacheFailedDatas(uint64 marketHash,
+                                               std::map<uint64, boost::shared_ptr<CInstrumentDetail>>& datas) {
+    const auto parked = client_->failedDatas.write();
+    std::swap(parked->records[marketHash], datas);
+    parked->current.insert(marketHash);
+}
+
+bool CClientInstrumentCenter::getCachedDatas(uint64 marketHash,
+                                             std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
+    const auto parked = client_->failedDatas.read();
+    const auto found = parked->records.find(marketHash);
+    if (found == parked->records.end()) {
+        return false;
+    }
+    for (const auto& [key, record] : found->second) {
+        if (record) {
+            out[record->getKey()] = record;
+        }
+    }
+    return !found->second.empty();
+}
+
+void CClientInstrumentCenter::clearDatas(const std::vector<std::string>& markets) {
+    std::set<std::string> names;
+    for (const std::string& market : markets) {
+        names.emplace(foldedMarket(market));
+    }
+    for (const std::string& name : names) {
+        store().dropAllData(client_->names.getDbName(name));
+        client_->codeIndex.clear(marketKey(name));
+    }
+}
+
+void CClientInstrumentCenter::clearPersist(const std::string& path) {
+    namespace fs = boost::filesystem;
+    for (const fs::directory_entry& entry : fs::directory_iterator(fs::path(path))) {
+        const std::string name = entry.path().filename().string();
+        boost::system::error_code unreadable;
+        if (entry.status(unreadable).type() != fs::directory_file || name.find("OvIns") == std::string::npos) {
+            continue;
+        }
+        boost::system::error_code error;
+        fs::remove_all(entry.path(), error);
+        if (error) {
+            // "patch" is the wording that operators' scripts look for.
+            PM_LOG(utils::kLogError, kClientSource,
+                   formatted("[clientIns] clear persist failed, patch = %1%, error = %2%", name, error.message()));
+        }
+    }
+}
+
+std::list<std::string> CClientInstrumentCenter::getExchanges(EOvTraderType type) {
+    switch (static_cast<std::int32_t>(type)) {
+        case OvTraderForeign:
+            return {market::kOuterFuture, market::kNyse, market::kNasdaq};
+        case OvTraderOtc:
+            return {market::kOtc};
+        case OvTraderOuterFuture:
+            return {market::kOuterFuture};
+        default:
+            return exchangesOf(type);
+    }
+}
+
+}  // namespace mxservice

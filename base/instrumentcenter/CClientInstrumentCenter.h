@@ -1,0 +1,204 @@
+#pragma once
+
+#include <list>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/instrumentcenter/Export.h"
+#include "base/instrumentcenter/IInstrumentCenter.h"
+
+#if defined(__GNUC__)
+#pragma GCC diagnostic push
+// No destructor of the hierarchy is virtual: centers are destroyed through their own class.
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+#endif
+
+namespace mxservice {
+
+struct ClientState;
+
+/// The center of client processes: records live in the local store (persist::CPersistService, whose root path the host
+/// sets first), memory holds the keys and a bounded number of recently read records.
+///
+/// Threads, ownership and misses are as IInstrumentCenter says. A load writes each market's documents before its keys
+/// can be found; when a write fails, the failure is logged and the market is served from memory. Records read back are
+/// fresh objects: two lookups of one key may give two equal records. A load replaces the cached records of its markets.
+///
+/// Databases left by an earlier run are not looked into until their market is loaded; documents of codes that the new
+/// load lacks are then still in them. A host that wants none of that calls clearPersist before it constructs a center.
+///
+/// What this center leaves out on purpose: getOtcInstruments(group, ...) and updates of OTC plans and tender bonds do
+/// nothing, product names answer empty.
+class PM_CENTER_API CClientInstrumentCenter : public IInstrumentCenter {
+public:
+    /// Fetches the network engine's strand of that name and keeps it; nothing is posted to it. The capacities are
+    /// numbers of records; 0 or less caches nothing. The store is not touched before the first load.
+    CClientInstrumentCenter(const std::string& strandName, int instrumentCacheSize, int bondCacheSize,
+                            int otcCacheSize);
+    /// Not virtual; no operation may be running any more. What is stored stays.
+    ~CClientInstrumentCenter();
+
+    void initInstruments(const std::vector<std::string>& markets,
+                         const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) override;
+    void initEtfs(const std::vector<boost::shared_ptr<CETFDetail>>& etfs) override;
+    void initBonds(const std::map<std::string, boost::shared_ptr<CBondInfoDetail>>& bonds) override;
+    void initCounterpartys(
+        const std::map<std::string, boost::shared_ptr<CCounterpartyDetail>>& counterparties) override;
+    void initOtcInstruments(const std::vector<boost::shared_ptr<COTCFundPlanInfo>>& plans) override;
+    void initIssuanceInfos(const std::vector<boost::shared_ptr<COTCSecuritiesIssuanceInfo>>& issuances) override;
+    void initIssuancePriceInfos(
+        const std::map<std::string, boost::shared_ptr<COTCStockEnquiryPriceSetting>>& settings) override;
+    void initTenderBondInfos(
+        const std::map<std::string, boost::shared_ptr<CTenderBondInfoDetail>>& tenderBonds) override;
+    void updateOtcInstruments(const std::vector<boost::shared_ptr<COTCFundPlanInfo>>& plans) override;
+    void updateIssuanceInfos(int operation,
+                             const std::vector<boost::shared_ptr<COTCSecuritiesIssuanceInfo>>& issuances) override;
+    void updateIssuancePriceInfo(int operation,
+                                 const boost::shared_ptr<COTCStockEnquiryPriceSetting>& setting) override;
+    void updateTenderBondInfos(const std::vector<boost::shared_ptr<CTenderBondInfoDetail>>& tenderBonds) override;
+    void updateCounterpartyInfo(const boost::shared_ptr<CCounterpartyDetail>& counterparty) override;
+
+    bool hasCode(const std::string& code) override;
+    bool hasStock(const std::string& code) override;
+    bool hasFuture(const std::string& code) override;
+    bool hasHkstock(const std::string& code) override;
+    bool hasSkstock(const std::string& code) override;
+    bool hasOption(const std::string& code) override;
+    bool hasFutureOption(const std::string& code) override;
+    bool hasNeeq(const std::string& code) override;
+    bool hasGold(const std::string& code) override;
+    bool hasEtf(const std::string& code) override;
+    bool hasBond(const std::string& code) override;
+    bool hasOtc(const std::string& code) override;
+    bool hasIssuance(const std::string& code) override;
+    bool hasTenderBond(const std::string& code) override;
+    bool hasOuterFuture(const std::string& code) override;
+    bool hasOuterStock(const std::string& code) override;
+
+    boost::shared_ptr<CInstrumentDetail> getInstrument(uint64 key) override;
+    boost::shared_ptr<CInstrumentDetail> getInstrument(const std::string& code) override;
+    boost::shared_ptr<CInstrumentDetail> getInstrument(const std::string& market, const std::string& code) override;
+    void getInstruments(const std::string& market, std::list<boost::shared_ptr<CInstrumentDetail>>& out) override;
+    void getInstruments(const std::list<std::string>& markets,
+                        std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) override;
+    void getInstruments(EOvTraderType type, std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) override;
+    void getInstruments(std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) override;
+    std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getInstruments(
+        const std::list<std::string>& markets) override;
+    std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getInstruments(const std::string& market) override;
+    std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getInstruments(EOvTraderType type) override;
+    std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getInstruments() override;
+
+    std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getFutureMainInstruments(
+        const std::string& market) override;
+    std::map<std::string, std::list<boost::shared_ptr<CInstrumentDetail>>> getProductMainInstruments() override;
+    std::list<boost::shared_ptr<CInstrumentDetail>> getProductInstruments(const std::string& productId) override;
+    std::string getProductId(const std::string& market, const std::string& code) override;
+    std::string getProductName(const std::string& productId) override;
+    std::vector<std::pair<std::string, std::string>> getDceCrossProduct() override;
+    std::vector<std::pair<std::string, std::string>> getDceCrossPeriod() override;
+
+    boost::shared_ptr<CETFDetail> getEtf(const std::string& code) override;
+    boost::shared_ptr<CETFDetail> getEtf(const std::string& market, const std::string& code) override;
+    std::map<std::string, boost::shared_ptr<CETFDetail>> getEtfs() override;
+    boost::shared_ptr<CBondInfoDetail> getBond(uint64 key) override;
+    boost::shared_ptr<CBondInfoDetail> getBond(const std::string& code) override;
+    std::map<std::string, boost::shared_ptr<CBondInfoDetail>> getBonds() override;
+    boost::shared_ptr<CCounterpartyDetail> getCounterparty(const std::string& id) override;
+    std::map<std::string, boost::shared_ptr<CCounterpartyDetail>> getCounterpartys() override;
+    std::string getInterbankCode(const std::string& code) override;
+
+    void getOtcInstruments(int group, std::vector<boost::shared_ptr<COTCFundPlanInfo>>& out) override;
+    std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getOtcInstruments() override;
+    boost::shared_ptr<COTCFundPlanInfo> getOtcInstrument(const std::string& code) override;
+    std::map<std::string, boost::shared_ptr<COTCSecuritiesIssuanceInfo>> getIssuanceInfos() override;
+    boost::shared_ptr<COTCSecuritiesIssuanceInfo> getIssuanceInfo(const std::string& code) override;
+    std::map<std::string, boost::shared_ptr<COTCStockEnquiryPriceSetting>> getIssuancePriceInfos() override;
+    boost::shared_ptr<COTCStockEnquiryPriceSetting> getIssuancePriceInfo(const std::string& code) override;
+    std::map<std::string, boost::shared_ptr<CTenderBondInfoDetail>> getTrenderBondInfos() override;
+    boost::shared_ptr<CTenderBondInfoDetail> getTenderBondInfo(const std::string& code) override;
+
+    std::string getOutterProductName(const std::string& productId) override;
+    std::map<std::string, std::string> getOutterProduct() override;
+    std::string getOutterMarketName(const std::string& market) override;
+    std::map<std::string, std::string> getOutterMarket() override;
+    std::map<std::string, std::set<std::string>> getMarketProductList() override;
+    bool isCommodityProduct(const std::string& productId) override;
+    bool isInterestProduct(const std::string& productId) override;
+    void clearPersist(const std::string& path) override;
+
+    // Behind the interface's slots, in this order; declared by both centers.
+
+    /// In "NYSE".
+    virtual bool hasNyseStock(const std::string& code);
+    /// In "NASDAQ".
+    virtual bool hasNasdaqStock(const std::string& code);
+
+protected:
+    // The steps of the loads, for a host's derived class. `grouped` maps market keys to stock keys to records.
+
+    void doInitInstruments(const std::vector<std::string>& markets,
+                           const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments);
+    void doInitEtfs(const std::vector<boost::shared_ptr<CETFDetail>>& etfs);
+    void doInitBonds(const std::map<std::string, boost::shared_ptr<CBondInfoDetail>>& bonds);
+    void doInitCounterpartys(const std::map<std::string, boost::shared_ptr<CCounterpartyDetail>>& counterparties);
+    void doInitOtcInstruments(const std::vector<boost::shared_ptr<COTCFundPlanInfo>>& plans);
+
+    /// Adds records to `datas` (market key to stock key to record) and their connect flag values to `flags` (Hong Kong
+    /// stock key to connect market key to value), and notes platform codes for getLumoCode.
+    void doProcessInstrument(const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
+                             std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& datas,
+                             std::map<uint64, std::map<uint64, std::int32_t>>& flags);
+    /// Keep what a load brings of "HGT", "HK" and "SGT" (resp. "SH" and "SHFI") in the raw databases, and put into
+    /// `extra` what those hold of the sub-markets that the load does not bring.
+    void tryMergeHkExchangeDatas(const std::vector<std::string>& markets,
+                                 const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
+                                 std::vector<boost::shared_ptr<CInstrumentDetail>>& extra);
+    void tryMergeSHExchangeDatas(const std::vector<std::string>& markets,
+                                 const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
+                                 std::vector<boost::shared_ptr<CInstrumentDetail>>& extra);
+    /// Writes each market to its database, then its keys to the indexes. `market` names the market when it is not the
+    /// records' own. A market whose write fails is left empty in `datas`.
+    void createExchangeDatas(std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& datas,
+                             std::string market);
+    void createFutureMainDatas(const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+    void createFutureProdcutDatas(
+        const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+    void createFutureDceDatas(const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+    void createStockCodes(const std::vector<std::string>& markets,
+                          const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+    void createNeeqCodes(const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+    void createStkOptionCodes(const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+
+    void createOutterProductDatas(
+        const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+
+    /// Parks a market's records in memory; `datas` receives what was parked for it before.
+    void cacheFailedDatas(uint64 marketHash, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>& datas);
+    /// Adds the parked records of a market under their key texts; false when there are none.
+    bool getCachedDatas(uint64 marketHash, std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out);
+    /// Drops the documents and keys of whole markets; "HGT" and "SGT" stand for "HK".
+    void clearDatas(const std::vector<std::string>& markets);
+    /// The exchanges of a trader type in their order; empty for an unknown type.
+    std::list<std::string> getExchanges(EOvTraderType type);
+
+private:
+    /// The records that getInstrument answers for the keys.
+    std::vector<boost::shared_ptr<CInstrumentDetail>> recordsOf(const std::vector<uint64>& keys);
+    void loadInstruments(const std::vector<std::string>& markets,
+                         const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments);
+    void addMarket(uint64 marketHash, const std::string& market, const char* failure,
+                   std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out);
+
+    std::unique_ptr<ClientState> client_;
+};
+
+}  // namespace mxservice
+
+#if defined(__GNUC__)
+#pragma GCC diagnostic pop
+#endif

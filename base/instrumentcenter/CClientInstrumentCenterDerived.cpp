@@ -1,0 +1,247 @@
+#include <fmt/format.h>
+
+#include <list>
+
+#include <utility>
+
+#include "base/instrumentcenter/CClientInstrumentCenter.h"
+#include "base/instrumentcenter/ClientState.h"
+#include "base/instrumentcenter/catalogue/InstrumentMap.h"
+#include "base/instrumentcenter/catalogue/StockCodes.h"
+
+// What is derived from a load: futures main contracts and products (kept in the store), spreads, code sets and outer
+// markets. Derivation runs without a lock; only the finished table goes in under one.
+
+namespace mxservice {
+namespace {
+
+/// Sub-documents stand beneath a field named by the decimal text of a hash: any market or product id will do.
+std::string fieldOf(const std::string& name) {
+    return std::to_string(marketKey(name));
+}
+
+std::vector<uint64> listOf(const KeySet& keys) {
+    return {keys.begin(), keys.end()};
+}
+
+/// The records stored beneath a field of a pseudo-market's database; none while that is not registered.
+std::vector<InstrumentPtr> readField(const std::string& db, const std::string& field) {
+    std::map<std::string, bson::BSONObj> documents;
+    if (!db.empty()) {
+        store().readHashDatas(db, documents, field, true);
+    }
+    return instrumentsOf(documents);
+}
+
+}  // namespace
+
+void CClientInstrumentCenter::createFutureMainDatas(
+    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
+    PM_LOG(utils::kLogInfo, kClientSource, "[inscenter] create future main datas");
+    const std::string db = DBBuilder::buildDbName(kFutureMains);
+    store().initDb(db, false);
+    for (auto& [market, mains] : deriveMainContracts(grouped, client_->futureMarkets)) {
+        DocumentBatch batch(mains.all.size());
+        for (const StockKey key : mains.all) {
+            batch.add(key, *grouped.at(market).at(key));
+        }
+        const bool saved = store().replaceHashDatas(db, {{std::to_string(market), batch.documents()}});
+        if (!saved) {
+            PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kFutureMains));
+        }
+        const auto futures = client_->futures.write();
+        installMainContracts(market, mains, *futures);
+        if (saved) {
+            futures->unsavedMarkets.erase(market);
+        } else {
+            futures->unsavedMarkets.insert(market);
+        }
+    }
+    client_->names.updateDbName(kFutureMains, db);
+}
+
+void CClientInstrumentCenter::createFutureProdcutDatas(
+    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
+    PM_LOG(utils::kLogInfo, kClientSource, "[inscenter] create future product datas");
+    std::list<DocumentBatch> batches;  // of the fields, which refer to them
+    std::vector<persist::CPersistService::Field> fields;
+    const auto contractsByProduct = deriveProductContracts(grouped, client_->futureMarkets);
+    for (const auto& [product, contracts] : contractsByProduct) {
+        DocumentBatch& batch = batches.emplace_back(contracts.size());
+        for (const InstrumentPtr& contract : contracts) {
+            batch.add(stockKey(contract->market, contract->code), *contract);
+        }
+        fields.push_back({fieldOf(product), batch.documents()});
+    }
+    const std::string db = DBBuilder::buildDbName(kFutureProducts);
+    const bool saved = store().initDb(db, false) && store().replaceHashDatas(db, fields);
+    if (!saved) {
+        PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kFutureProducts));
+    }
+    {
+        const auto futures = client_->futures.write();
+        for (const auto& [product, contracts] : contractsByProduct) {
+            if (saved) {
+                futures->savedProducts.insert(product);
+            } else {
+                futures->savedProducts.erase(product);
+            }
+        }
+    }
+    client_->names.updateDbName(kFutureProducts, db);
+}
+
+void CClientInstrumentCenter::createFutureDceDatas(
+    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
+    if (std::optional<DceSpreads> spreads = deriveDceSpreads(grouped)) {
+        const auto futures = client_->futures.write();
+        std::swap(futures->spreads, *spreads);
+    }
+}
+
+void CClientInstrumentCenter::createStockCodes(
+    const std::vector<std::string>& markets,
+    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
+    PM_LOG(utils::kLogInfo, kClientSource, "[inscenter] create stock codes");
+    if (!touchesStockCodes(markets)) {
+        return;
+    }
+    const StockCodes codes = deriveStockCodes(grouped);
+    install(codes, state().codeSets);
+    for (const auto& [market, entries] : codes.ipo) {
+        for (const std::string& entry : entries) {
+            PM_LOG(utils::kLogInfo, kClientSource, fmt::format("[ipo] stk code:{0}", entry));
+        }
+    }
+    for (const auto& [market, entries] : codes.cdr) {
+        for (const std::string& entry : entries) {
+            PM_LOG(utils::kLogInfo, kClientSource, fmt::format("[ipo] cdr code:{0}", entry));
+        }
+    }
+}
+
+void CClientInstrumentCenter::createNeeqCodes(
+    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
+    PM_LOG(utils::kLogInfo, kClientSource, "[inscenter] create neeq codes");
+    installNeeqInquiryCodes(deriveNeeqInquiryCodes(grouped), state().codeSets);
+}
+
+void CClientInstrumentCenter::createStkOptionCodes(
+    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
+    PM_LOG(utils::kLogInfo, kClientSource, "[inscenter] create stock option codes");
+    installOptionUnderlyings(deriveOptionUnderlyings(grouped), state().codeSets);
+}
+
+void CClientInstrumentCenter::createOutterProductDatas(
+    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
+    OuterTables fresh = deriveOuterTables(grouped, client_->outerMarkets);
+    install(fresh, *client_->outer.write());
+}
+
+std::vector<boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCenter::recordsOf(const std::vector<uint64>& keys) {
+    std::vector<InstrumentPtr> records;
+    records.reserve(keys.size());
+    for (const StockKey key : keys) {
+        if (InstrumentPtr record = getInstrument(key)) {
+            records.push_back(std::move(record));
+        }
+    }
+    return records;
+}
+
+std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCenter::getFutureMainInstruments(
+    const std::string& market) {
+    const MarketKey key = marketKey(market);
+    InstrumentMap out;
+    bool known = false;
+    bool unsaved = false;
+    {
+        const auto futures = client_->futures.read();
+        known = futures->mainCodesByMarket.count(key) != 0;
+        unsaved = futures->unsavedMarkets.count(key) != 0;
+    }
+    if (unsaved) {
+        addByKeyText(recordsOf(listOf(mainsOfMarket(client_->futures, key))), out);
+    } else if (known) {
+        addByKeyText(readField(client_->names.getDbName(kFutureMains), fieldOf(market)), out);
+    }
+    return out;
+}
+
+std::map<std::string, std::list<boost::shared_ptr<CInstrumentDetail>>>
+CClientInstrumentCenter::getProductMainInstruments() {
+    const std::map<std::string, KeySet> keysByProduct = client_->futures.read()->mainCodesByProduct;
+    std::map<std::string, std::list<boost::shared_ptr<CInstrumentDetail>>> mains;
+    for (const auto& [product, keys] : keysByProduct) {
+        const std::vector<InstrumentPtr> records = recordsOf(listOf(keys));
+        mains[product].assign(records.begin(), records.end());
+    }
+    return mains;
+}
+
+std::list<boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCenter::getProductInstruments(
+    const std::string& productId) {
+    // A field that an earlier run left is not looked into.
+    if (client_->futures.read()->savedProducts.count(productId) == 0) {
+        return {};
+    }
+    const auto records = readField(client_->names.getDbName(kFutureProducts), fieldOf(productId));
+    return {records.begin(), records.end()};
+}
+
+std::string CClientInstrumentCenter::getProductId(const std::string& market, const std::string& code) {
+    const InstrumentPtr record = getInstrument(market, code);
+    return record ? record->productId : std::string();
+}
+
+std::string CClientInstrumentCenter::getProductName(const std::string& /*productId*/) {
+    // Deliberately empty, as in the in-memory center: neither keeps the names of futures products.
+    return {};
+}
+
+std::vector<std::pair<std::string, std::string>> CClientInstrumentCenter::getDceCrossProduct() {
+    return client_->futures.read()->spreads.crossProduct;
+}
+
+std::vector<std::pair<std::string, std::string>> CClientInstrumentCenter::getDceCrossPeriod() {
+    return client_->futures.read()->spreads.crossPeriod;
+}
+
+namespace {
+
+std::string nameIn(const std::map<std::string, std::string>& names, const std::string& key) {
+    const auto found = names.find(key);
+    return found == names.end() ? std::string() : found->second;
+}
+
+}  // namespace
+
+std::string CClientInstrumentCenter::getOutterProductName(const std::string& productId) {
+    return nameIn(client_->outer.read()->productNames, productId);
+}
+
+std::map<std::string, std::string> CClientInstrumentCenter::getOutterProduct() {
+    return client_->outer.read()->productNames;
+}
+
+std::string CClientInstrumentCenter::getOutterMarketName(const std::string& market) {
+    return nameIn(client_->outer.read()->marketNames, market);
+}
+
+std::map<std::string, std::string> CClientInstrumentCenter::getOutterMarket() {
+    return client_->outer.read()->marketNames;
+}
+
+std::map<std::string, std::set<std::string>> CClientInstrumentCenter::getMarketProductList() {
+    return client_->outer.read()->productsByMarket;
+}
+
+bool CClientInstrumentCenter::isCommodityProduct(const std::string& productId) {
+    return client_->outer.read()->commodityProducts.count(productId) != 0;
+}
+
+bool CClientInstrumentCenter::isInterestProduct(const std::string& productId) {
+    return client_->outer.read()->interestProducts.count(productId) != 0;
+}
+
+}  // namespace mxservice

@@ -1,0 +1,216 @@
+#include <boost/pointer_cast.hpp>
+
+#include <cstring>
+
+#include "base/instrumentcenter/CClientInstrumentCenter.h"
+#include "base/instrumentcenter/ClientState.h"
+#include "base/instrumentcenter/catalogue/InstrumentMap.h"
+#include "base/instrumentcenter/vocabulary/Exchanges.h"
+#include "platform/utils/Utils.h"
+
+// What a key is, and the records themselves: index, record cache, records parked after a failed write, store.
+
+namespace mxservice {
+namespace {
+
+constexpr const char* kMarketFailed = "[clientIns] get market %1% db error ";
+constexpr const char* kMarketRefFailed = "[clientIns] get market ref %1% db error ";
+constexpr const char* kListFailed = "[clientIns] get marketlist %1% db error ";
+constexpr const char* kListRefFailed = "[clientIns] get marketlist ref %1% db error ";
+
+/// The types that stand for every record there is; one more than in the in-memory center.
+bool meansAll(EOvTraderType type) {
+    return meansEverything(type) || type == OvTraderQuote;
+}
+
+}  // namespace
+
+bool CClientInstrumentCenter::hasCode(const std::string& code) {
+    return client_->classifier.isCode(code);
+}
+
+bool CClientInstrumentCenter::hasStock(const std::string& code) {
+    return client_->classifier.isStock(code);
+}
+
+bool CClientInstrumentCenter::hasFuture(const std::string& code) {
+    return client_->classifier.isFuture(code);
+}
+
+bool CClientInstrumentCenter::hasHkstock(const std::string& code) {
+    return client_->classifier.isConnectStock(code);
+}
+
+bool CClientInstrumentCenter::hasSkstock(const std::string& code) {
+    return client_->classifier.isHongKongStock(code);
+}
+
+bool CClientInstrumentCenter::hasOption(const std::string& code) {
+    return client_->classifier.isOption(code);
+}
+
+bool CClientInstrumentCenter::hasFutureOption(const std::string& code) {
+    return client_->classifier.isFuture(code);
+}
+
+bool CClientInstrumentCenter::hasNeeq(const std::string& code) {
+    return client_->classifier.isNeeq(code);
+}
+
+bool CClientInstrumentCenter::hasGold(const std::string& code) {
+    return client_->classifier.isGold(code);
+}
+
+bool CClientInstrumentCenter::hasBond(const std::string& code) {
+    return client_->classifier.isBond(code);
+}
+
+bool CClientInstrumentCenter::hasOuterFuture(const std::string& code) {
+    return client_->classifier.isOuterFuture(code);
+}
+
+bool CClientInstrumentCenter::hasOuterStock(const std::string& code) {
+    return hasNyseStock(code) || hasNasdaqStock(code);
+}
+
+bool CClientInstrumentCenter::hasNyseStock(const std::string& code) {
+    return client_->classifier.isNyseStock(code);
+}
+
+bool CClientInstrumentCenter::hasNasdaqStock(const std::string& code) {
+    return client_->classifier.isNasdaqStock(code);
+}
+
+boost::shared_ptr<CInstrumentDetail> CClientInstrumentCenter::getInstrument(uint64 key) {
+    const std::optional<MarketKey> market = client_->codeIndex.marketOf(key);
+    if (!market) {
+        return nullptr;
+    }
+    if (InstrumentPtr cached = client_->instruments.find(key)) {
+        return cached;
+    }
+    const std::uint64_t generation = client_->instruments.generation();
+    const bool parkedFirst = client_->parkedIsCurrent(*market);
+    InstrumentPtr record = parkedFirst ? client_->parkedRecord(*market, key) : nullptr;
+    if (!record) {
+        record = readRecord<CInstrumentDetail>(client_->names.getDbName(*market), key);
+    }
+    if (!record && !parkedFirst) {
+        record = client_->parkedRecord(*market, key);
+    }
+    if (record) {
+        client_->instruments.insert(key, record, generation);
+    }
+    return record;
+}
+
+boost::shared_ptr<CInstrumentDetail> CClientInstrumentCenter::getInstrument(const std::string& code) {
+    const std::string_view prefix = std::string_view(code).substr(0, std::strlen(market::kShanghaiConnect));
+    InstrumentPtr record = getInstrument(foldedTextKey(code));
+    if (!record || !isConnectMarket(prefix) || record->market == prefix) {
+        return record;
+    }
+    auto relabelled = boost::static_pointer_cast<CInstrumentDetail>(record->copy());
+    relabelled->market = prefix;
+    return relabelled;
+}
+
+boost::shared_ptr<CInstrumentDetail> CClientInstrumentCenter::getInstrument(const std::string& market,
+                                                                            const std::string& code) {
+    if (isConnectMarket(market)) {
+        return getInstrument(utils::ovStockKey(market, code));
+    }
+    return getInstrument(stockKey(market, code));
+}
+
+/// Adds one loaded market's records to `out`: those parked in memory if its last write failed, else those of its
+/// database. Records read here do not enter the cache: one sweep would push everything else out.
+void CClientInstrumentCenter::addMarket(uint64 marketHash, const std::string& market, const char* failure,
+                                        std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
+    if (!client_->codeIndex.knowsMarket(marketHash)) {
+        return;
+    }
+    if (client_->parkedIsCurrent(marketHash) && getCachedDatas(marketHash, out)) {
+        return;
+    }
+    const std::string db = client_->names.getDbName(marketHash);
+    if (db.empty()) {
+        if (failure != nullptr) {
+            PM_LOG(utils::kLogError, kClientSource, formatted(failure, market));
+        }
+        return;
+    }
+    const std::vector<InstrumentPtr> records = readRecords<CInstrumentDetail>(db);
+    if (records.empty()) {
+        getCachedDatas(marketHash, out);
+    }
+    addByKeyText(records, out);
+}
+
+std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCenter::getInstruments(
+    const std::string& market) {
+    InstrumentMap out;
+    addMarket(marketKey(foldedMarket(market)), market, kMarketFailed, out);
+    return out;
+}
+
+std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCenter::getInstruments() {
+    InstrumentMap out;
+    for (const MarketKey market : client_->codeIndex.markets()) {
+        addMarket(market, {}, nullptr, out);
+    }
+    return out;
+}
+
+void CClientInstrumentCenter::getInstruments(std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
+    for (const MarketKey market : client_->codeIndex.markets()) {
+        addMarket(market, std::to_string(market), kMarketRefFailed, out);
+    }
+}
+
+std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCenter::getInstruments(
+    const std::list<std::string>& markets) {
+    InstrumentMap out;
+    for (const std::string& market : markets) {
+        addMarket(marketKey(foldedMarket(market)), market, kListFailed, out);
+    }
+    return out;
+}
+
+void CClientInstrumentCenter::getInstruments(const std::list<std::string>& markets,
+                                             std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
+    for (const std::string& market : markets) {
+        addMarket(marketKey(foldedMarket(market)), market, kListRefFailed, out);
+    }
+}
+
+void CClientInstrumentCenter::getInstruments(const std::string& market,
+                                             std::list<boost::shared_ptr<CInstrumentDetail>>& out) {
+    for (const auto& [text, record] : getInstruments(market)) {
+        out.push_back(record);
+    }
+}
+
+std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCenter::getInstruments(
+    EOvTraderType type) {
+    if (meansAll(type)) {
+        return getInstruments();
+    }
+    if (type == OvTraderOtc) {
+        return getOtcInstruments();
+    }
+    InstrumentMap out;
+    const std::list<std::string> markets = getExchanges(type);
+    if (!markets.empty()) {
+        getInstruments(markets, out);
+        keepOnly(type, out);
+    }
+    return out;
+}
+
+void CClientInstrumentCenter::getInstruments(EOvTraderType type,
+                                             std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
+    out.merge(getInstruments(type));
+}
+
+}  // namespace mxservice

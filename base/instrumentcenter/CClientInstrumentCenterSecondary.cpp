@@ -1,0 +1,397 @@
+#include <boost/make_shared.hpp>
+
+#include <utility>
+
+#include "base/instrumentcenter/CClientInstrumentCenter.h"
+#include "base/instrumentcenter/ClientState.h"
+#include "base/instrumentcenter/catalogue/InstrumentMap.h"
+#include "base/instrumentcenter/catalogue/PseudoInstruments.h"
+#include "base/instrumentcenter/catalogue/RecordChanges.h"
+#include "platform/utils/Utils.h"
+
+// ETFs, bonds and OTC fund plans, kept in the store; tender bonds, counterparties, issuance records and price settings,
+// kept in memory.
+
+namespace mxservice {
+namespace {
+
+template <class Records>
+typename Records::mapped_type recordIn(const Records& records, const std::string& key) {
+    const auto found = records.find(key);
+    return found == records.end() ? typename Records::mapped_type() : found->second;
+}
+
+/// A component without a name gets that of its instrument, where there is one. Changes the host's own record.
+void fillComponentNames(IInstrumentCenter& center, const CETFDetail& etf) {
+    for (const auto& [code, component] : etf.components) {
+        if (component && component->name.empty()) {
+            const InstrumentPtr record = center.getInstrument(utils::ovStockKey(component->market, component->code));
+            if (record) {
+                component->name = record->name;
+            }
+        }
+    }
+}
+
+/// The keys of records that memory holds by key.
+template <class Record>
+std::set<std::uint64_t> keysOf(const std::map<std::uint64_t, boost::shared_ptr<Record>>& records) {
+    std::set<std::uint64_t> keys;
+    for (const auto& [key, record] : records) {
+        keys.insert(keys.end(), key);
+    }
+    return keys;
+}
+
+/// Writes the records, all in one step; gives back those that are not stored: the ones that are too large for a
+/// document, or all of them when the write fails. The documents of the keys `removed` go in the same step.
+template <class Record>
+std::map<std::uint64_t, boost::shared_ptr<Record>> saveApart(
+    const std::string& db, const std::map<std::uint64_t, boost::shared_ptr<Record>>& records,
+    const std::vector<std::string>& removed = {}) {
+    std::map<std::uint64_t, boost::shared_ptr<Record>> unsaved;
+    DocumentBatch batch(records.size());
+    for (const auto& [key, record] : records) {
+        if (!batch.add(key, *record)) {
+            batch.dropLast();
+            unsaved.emplace(key, record);
+        }
+    }
+    return store().writeDocuments(db, batch.documents(), false, removed) ? unsaved : records;
+}
+
+/// The document keys of what `before` holds and `after` does not.
+std::vector<std::string> vanished(const std::set<std::uint64_t>& before, const std::set<std::uint64_t>& after) {
+    std::vector<std::string> keys;
+    for (const std::uint64_t key : before) {
+        if (after.count(key) == 0) {
+            keys.push_back(std::to_string(key));
+        }
+    }
+    return keys;
+}
+
+/// The record of a key: cached, else not written to the store, else stored there.
+template <class Record>
+boost::shared_ptr<Record> readThrough(RecordCache<Record>& cache, const Guarded<StoredCatalogue<Record>>& catalogue,
+                                      const std::string& db, std::uint64_t key) {
+    if (boost::shared_ptr<Record> cached = cache.find(key)) {
+        return cached;
+    }
+    const std::uint64_t generation = cache.generation();
+    boost::shared_ptr<Record> record = unsavedRecord(catalogue, key);
+    if (!record) {
+        record = readRecord<Record>(db, key);
+    }
+    if (record) {
+        cache.insert(key, record, generation);
+    }
+    return record;
+}
+
+}  // namespace
+
+void CClientInstrumentCenter::initEtfs(const std::vector<boost::shared_ptr<CETFDetail>>& etfs) {
+    doInitEtfs(etfs);
+}
+
+void CClientInstrumentCenter::doInitEtfs(const std::vector<boost::shared_ptr<CETFDetail>>& etfs) {
+    const std::string db = DBBuilder::buildDbName(kAllEtfs);
+    store().initDb(db, false);
+    std::map<std::uint64_t, boost::shared_ptr<CETFDetail>> etfByKey;
+    GroupedSnapshot grouped;
+    MarketRecords& instruments = grouped[marketKey(kEtfInstruments)];
+    for (const auto& etf : etfs) {
+        if (etf) {
+            fillComponentNames(*this, *etf);
+            etfByKey[etfKey(*etf)] = etf;
+            etfByKey[creationKey(*etf)] = etf;
+            addEtfInstrument(*etf, instruments);
+        }
+    }
+    std::set<std::uint64_t> keys = keysOf(etfByKey);
+    if (auto unsaved = saveApart(db, etfByKey); !unsaved.empty()) {
+        PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kEtfInstruments));
+        // Records that an earlier load could not write are kept until a later one fails: deliberate.
+        std::swap(client_->etfs.write()->unsaved, unsaved);
+    }
+    std::swap(client_->etfs.write()->keys, keys);
+    clearDatas({kEtfInstruments});
+    createExchangeDatas(grouped, kEtfInstruments);
+    client_->names.updateDbName(kAllEtfs, db);
+}
+
+bool CClientInstrumentCenter::hasEtf(const std::string& code) {
+    return client_->etfs.read()->keys.count(textKey(code)) != 0;
+}
+
+boost::shared_ptr<CETFDetail> CClientInstrumentCenter::getEtf(const std::string& code) {
+    const std::uint64_t key = textKey(code);
+    if (client_->etfs.read()->keys.count(key) == 0) {
+        return nullptr;
+    }
+    if (boost::shared_ptr<CETFDetail> unsaved = unsavedRecord(client_->etfs, key)) {
+        return unsaved;
+    }
+    // A known key whose document is lost answers a record of defaults: deliberate.
+    const auto stored = readRecord(DBBuilder::buildDbName(kAllEtfs), key, knownRecordOf<CETFDetail>);
+    return stored ? stored : boost::make_shared<CETFDetail>();
+}
+
+boost::shared_ptr<CETFDetail> CClientInstrumentCenter::getEtf(const std::string& market, const std::string& code) {
+    return getEtf(utils::ovStockKey(market, code));
+}
+
+std::map<std::string, boost::shared_ptr<CETFDetail>> CClientInstrumentCenter::getEtfs() {
+    std::map<std::string, boost::shared_ptr<CETFDetail>> etfs;
+    const auto unsaved = client_->etfs.read()->unsaved;
+    for (const auto& [key, etf] : unsaved) {
+        etfs[etf->getKey()] = etf;
+    }
+    for (auto& etf : readRecords(client_->names.getDbName(kAllEtfs), knownRecordOf<CETFDetail>)) {
+        etfs.emplace(etf->getKey(), std::move(etf));
+    }
+    return etfs;
+}
+
+void CClientInstrumentCenter::initBonds(const std::map<std::string, boost::shared_ptr<CBondInfoDetail>>& bonds) {
+    doInitBonds(bonds);
+}
+
+void CClientInstrumentCenter::doInitBonds(const std::map<std::string, boost::shared_ptr<CBondInfoDetail>>& bonds) {
+    const std::string db = DBBuilder::buildDbName(kBankBonds);
+    std::map<std::string, std::string> interbankCodes;
+    StoredCatalogue<CBondInfoDetail> fresh;
+    std::map<std::uint64_t, boost::shared_ptr<CBondInfoDetail>> bondByKey;
+    GroupedSnapshot grouped;
+    MarketRecords& instruments = grouped[marketKey(market::kInterbank)];
+    for (const auto& [code, bond] : bonds) {
+        if (!bond) {
+            continue;
+        }
+        for (const auto& [market, listing] :
+             {std::pair(market::kShanghai, &bond->shanghaiCode), std::pair(market::kShenzhen, &bond->shenzhenCode)}) {
+            if (!listing->empty()) {
+                interbankCodes[utils::ovStockKey(market, *listing)] = bond->bondCode;
+            }
+        }
+        bondByKey[bondKey(*bond)] = bond;
+        addBondInstrument(*bond, instruments);
+    }
+    fresh.keys = keysOf(bondByKey);
+    store().initDb(db, false);
+    fresh.unsaved = saveApart(db, bondByKey);
+    if (!fresh.unsaved.empty()) {
+        PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kBankBonds));
+    }
+    std::swap(*client_->bondCatalogue.write(), fresh);
+    client_->bonds.refresh(bondByKey);
+    std::swap(*client_->interbankCodes.write(), interbankCodes);
+    clearDatas({market::kInterbank});
+    createExchangeDatas(grouped, market::kInterbank);
+    client_->names.updateDbName(kBankBonds, db);
+}
+
+boost::shared_ptr<CBondInfoDetail> CClientInstrumentCenter::getBond(uint64 key) {
+    return readThrough(client_->bonds, client_->bondCatalogue, client_->names.getDbName(kBankBonds), key);
+}
+
+boost::shared_ptr<CBondInfoDetail> CClientInstrumentCenter::getBond(const std::string& code) {
+    return getBond(textKey(code));
+}
+
+std::map<std::string, boost::shared_ptr<CBondInfoDetail>> CClientInstrumentCenter::getBonds() {
+    std::map<std::string, boost::shared_ptr<CBondInfoDetail>> bonds;
+    const auto unsaved = client_->bondCatalogue.read()->unsaved;
+    for (const auto& [key, bond] : unsaved) {
+        bonds[bond->bondCode] = bond;
+    }
+    for (auto& bond : readRecords<CBondInfoDetail>(client_->names.getDbName(kBankBonds))) {
+        bonds.emplace(bond->bondCode, std::move(bond));
+    }
+    return bonds;
+}
+
+std::string CClientInstrumentCenter::getInterbankCode(const std::string& code) {
+    const auto codes = client_->interbankCodes.read();
+    const auto found = codes->find(code);
+    return found == codes->end() ? std::string() : found->second;
+}
+
+void CClientInstrumentCenter::initCounterpartys(
+    const std::map<std::string, boost::shared_ptr<CCounterpartyDetail>>& counterparties) {
+    doInitCounterpartys(counterparties);
+}
+
+void CClientInstrumentCenter::doInitCounterpartys(
+    const std::map<std::string, boost::shared_ptr<CCounterpartyDetail>>& counterparties) {
+    auto copy = counterparties;
+    std::swap(*client_->counterparties.write(), copy);
+}
+
+void CClientInstrumentCenter::updateCounterpartyInfo(const boost::shared_ptr<CCounterpartyDetail>& counterparty) {
+    if (counterparty) {
+        const Change change = counterparty->removed != 0 ? Change::Remove : Change::Put;
+        const auto former = applyChange(change, counterparty, *client_->counterparties.write());
+    }
+}
+
+boost::shared_ptr<CCounterpartyDetail> CClientInstrumentCenter::getCounterparty(const std::string& id) {
+    return recordIn(*client_->counterparties.read(), id);
+}
+
+std::map<std::string, boost::shared_ptr<CCounterpartyDetail>> CClientInstrumentCenter::getCounterpartys() {
+    return client_->counterparties.copy();
+}
+
+void CClientInstrumentCenter::initTenderBondInfos(
+    const std::map<std::string, boost::shared_ptr<CTenderBondInfoDetail>>& tenderBonds) {
+    auto copy = tenderBonds;
+    std::swap(*client_->tenderBonds.write(), copy);
+}
+
+void CClientInstrumentCenter::updateTenderBondInfos(
+    const std::vector<boost::shared_ptr<CTenderBondInfoDetail>>& /*tenderBonds*/) {
+    // Deliberately nothing: client processes reload their tender bonds.
+}
+
+bool CClientInstrumentCenter::hasTenderBond(const std::string& code) {
+    return client_->tenderBonds.read()->count(code) != 0;
+}
+
+boost::shared_ptr<CTenderBondInfoDetail> CClientInstrumentCenter::getTenderBondInfo(const std::string& code) {
+    return recordIn(*client_->tenderBonds.read(), code);
+}
+
+std::map<std::string, boost::shared_ptr<CTenderBondInfoDetail>> CClientInstrumentCenter::getTrenderBondInfos() {
+    return client_->tenderBonds.copy();
+}
+
+void CClientInstrumentCenter::initOtcInstruments(const std::vector<boost::shared_ptr<COTCFundPlanInfo>>& plans) {
+    doInitOtcInstruments(plans);
+}
+
+void CClientInstrumentCenter::doInitOtcInstruments(const std::vector<boost::shared_ptr<COTCFundPlanInfo>>& plans) {
+    const std::string db = DBBuilder::buildDbName(kOtcInstruments);
+    std::map<std::uint64_t, boost::shared_ptr<COTCFundPlanInfo>> planByKey;
+    for (const auto& plan : plans) {
+        if (plan) {
+            planByKey.emplace(stockKey(plan->market, plan->code), plan);
+        }
+    }
+    StoredCatalogue<COTCFundPlanInfo> fresh;
+    fresh.keys = keysOf(planByKey);
+    store().initDb(db, false);
+    // Plans that are no more go in the same step, so that readers see the old plans or the new ones.
+    const std::vector<std::string> removed = vanished(client_->otc.read()->keys, fresh.keys);
+    fresh.unsaved = saveApart(db, planByKey, removed);
+    if (!fresh.unsaved.empty()) {
+        PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kOtcInstruments));
+    }
+    std::swap(*client_->otc.write(), fresh);
+    client_->plans.refresh(planByKey);
+    client_->names.updateDbName(kOtcInstruments, db);
+}
+
+void CClientInstrumentCenter::updateOtcInstruments(const std::vector<boost::shared_ptr<COTCFundPlanInfo>>& /*plans*/) {
+    // Deliberately nothing: client processes reload their plans.
+}
+
+bool CClientInstrumentCenter::hasOtc(const std::string& code) {
+    return client_->otc.read()->keys.count(textKey(code)) != 0;
+}
+
+void CClientInstrumentCenter::getOtcInstruments(int /*group*/,
+                                                std::vector<boost::shared_ptr<COTCFundPlanInfo>>& /*out*/) {
+    // Deliberately nothing: this center does not group plans.
+}
+
+std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCenter::getOtcInstruments() {
+    InstrumentMap plans;
+    const StoredCatalogue<COTCFundPlanInfo> catalogue = client_->otc.copy();
+    for (const auto& [key, plan] : catalogue.unsaved) {
+        plans.emplace(plan->getKey(), plan);
+    }
+    std::vector<InstrumentPtr> stored = readRecords<CInstrumentDetail>(client_->names.getDbName(kOtcInstruments));
+    // Documents that an earlier run left are no plans of today.
+    std::erase_if(stored, [&](const InstrumentPtr& plan) {
+        return catalogue.keys.count(stockKey(plan->market, plan->code)) == 0;
+    });
+    addByKeyText(stored, plans);
+    return plans;
+}
+
+boost::shared_ptr<COTCFundPlanInfo> CClientInstrumentCenter::getOtcInstrument(const std::string& code) {
+    if (client_->otc.read()->keys.count(textKey(code)) == 0) {
+        return nullptr;  // also for a plan that is no more and still cached
+    }
+    return readThrough(client_->plans, client_->otc, client_->names.getDbName(kOtcInstruments), textKey(code));
+}
+
+void CClientInstrumentCenter::initIssuanceInfos(
+    const std::vector<boost::shared_ptr<COTCSecuritiesIssuanceInfo>>& issuances) {
+    auto fresh = byOwnKey(issuances);
+    std::swap(client_->issuance.write()->issuances, fresh);
+}
+
+void CClientInstrumentCenter::updateIssuanceInfos(
+    int operation, const std::vector<boost::shared_ptr<COTCSecuritiesIssuanceInfo>>& issuances) {
+    const Change change = changeOf(operation);
+    if (change == Change::None) {
+        return;
+    }
+    for (const auto& issuance : issuances) {
+        if (issuance) {
+            const auto former = applyChange(change, issuance, client_->issuance.write()->issuances);
+        }
+    }
+}
+
+bool CClientInstrumentCenter::hasIssuance(const std::string& code) {
+    return client_->issuance.read()->issuances.count(code) != 0;
+}
+
+boost::shared_ptr<COTCSecuritiesIssuanceInfo> CClientInstrumentCenter::getIssuanceInfo(const std::string& code) {
+    return recordIn(client_->issuance.read()->issuances, code);
+}
+
+std::map<std::string, boost::shared_ptr<COTCSecuritiesIssuanceInfo>> CClientInstrumentCenter::getIssuanceInfos() {
+    return client_->issuance.read()->issuances;
+}
+
+void CClientInstrumentCenter::initIssuancePriceInfos(
+    const std::map<std::string, boost::shared_ptr<COTCStockEnquiryPriceSetting>>& settings) {
+    auto copy = settings;
+    std::swap(client_->issuance.write()->priceSettings, copy);
+}
+
+void CClientInstrumentCenter::updateIssuancePriceInfo(int operation,
+                                                      const boost::shared_ptr<COTCStockEnquiryPriceSetting>& setting) {
+    if (!setting) {
+        return;
+    }
+    switch (changeOf(operation)) {
+        case Change::Put: {
+            const auto former = applyChange(Change::Put, setting, client_->issuance.write()->priceSettings);
+            break;
+        }
+        case Change::Remove: {
+            // Deliberately the issuance record of that key goes, and the price setting stays.
+            const auto former = client_->issuance.write()->issuances.extract(setting->getKey());
+            break;
+        }
+        case Change::None:
+            break;
+    }
+}
+
+boost::shared_ptr<COTCStockEnquiryPriceSetting> CClientInstrumentCenter::getIssuancePriceInfo(const std::string& code) {
+    return recordIn(client_->issuance.read()->priceSettings, code);
+}
+
+std::map<std::string, boost::shared_ptr<COTCStockEnquiryPriceSetting>>
+CClientInstrumentCenter::getIssuancePriceInfos() {
+    return client_->issuance.read()->priceSettings;
+}
+
+}  // namespace mxservice

@@ -1,0 +1,170 @@
+#pragma once
+
+#include <list>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/instrumentcenter/Export.h"
+#include "base/instrumentcenter/IInstrumentCenter.h"
+
+#if defined(__GNUC__)
+#pragma GCC diagnostic push
+// No destructor of the hierarchy is virtual: centers are destroyed through their own class.
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+#endif
+
+namespace mxservice {
+
+struct ServerState;
+
+/// The center of server processes: every record stays in memory and a lookup costs little more than the cache misses
+/// of one probe. Nothing is read from or written to disk. About 1.4 kB a record beside the host's own reference.
+///
+/// Threads, ownership and misses are as IInstrumentCenter says. Two loads may run at the same time; each index changes
+/// market by market, so a reader meanwhile sees a record whose key hasCode does not know yet.
+///
+/// What this center leaves out on purpose: price settings, outer-market tables, interbank codes, product contract
+/// lists and product names answer empty; counterparty updates do nothing.
+class PM_CENTER_API CServerInstrumentCenter : public IInstrumentCenter {
+public:
+    /// Fetches the network engine's strand of that name and keeps it; nothing is posted to it.
+    explicit CServerInstrumentCenter(const std::string& strandName);
+    /// Not virtual; no operation may be running any more.
+    ~CServerInstrumentCenter();
+
+    void initInstruments(const std::vector<std::string>& markets,
+                         const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) override;
+    void initEtfs(const std::vector<boost::shared_ptr<CETFDetail>>& etfs) override;
+    void initBonds(const std::map<std::string, boost::shared_ptr<CBondInfoDetail>>& bonds) override;
+    void initCounterpartys(
+        const std::map<std::string, boost::shared_ptr<CCounterpartyDetail>>& counterparties) override;
+    void initOtcInstruments(const std::vector<boost::shared_ptr<COTCFundPlanInfo>>& plans) override;
+    void initIssuanceInfos(const std::vector<boost::shared_ptr<COTCSecuritiesIssuanceInfo>>& issuances) override;
+    void initIssuancePriceInfos(
+        const std::map<std::string, boost::shared_ptr<COTCStockEnquiryPriceSetting>>& settings) override;
+    void initTenderBondInfos(
+        const std::map<std::string, boost::shared_ptr<CTenderBondInfoDetail>>& tenderBonds) override;
+    void updateOtcInstruments(const std::vector<boost::shared_ptr<COTCFundPlanInfo>>& plans) override;
+    void updateIssuanceInfos(int operation,
+                             const std::vector<boost::shared_ptr<COTCSecuritiesIssuanceInfo>>& issuances) override;
+    void updateIssuancePriceInfo(int operation,
+                                 const boost::shared_ptr<COTCStockEnquiryPriceSetting>& setting) override;
+    void updateTenderBondInfos(const std::vector<boost::shared_ptr<CTenderBondInfoDetail>>& tenderBonds) override;
+    void updateCounterpartyInfo(const boost::shared_ptr<CCounterpartyDetail>& counterparty) override;
+
+    bool hasCode(const std::string& code) override;
+    bool hasStock(const std::string& code) override;
+    bool hasFuture(const std::string& code) override;
+    bool hasHkstock(const std::string& code) override;
+    bool hasSkstock(const std::string& code) override;
+    bool hasOption(const std::string& code) override;
+    bool hasFutureOption(const std::string& code) override;
+    bool hasNeeq(const std::string& code) override;
+    bool hasGold(const std::string& code) override;
+    bool hasEtf(const std::string& code) override;
+    bool hasBond(const std::string& code) override;
+    bool hasOtc(const std::string& code) override;
+    bool hasIssuance(const std::string& code) override;
+    bool hasTenderBond(const std::string& code) override;
+    bool hasOuterFuture(const std::string& code) override;
+    bool hasOuterStock(const std::string& code) override;
+
+    boost::shared_ptr<CInstrumentDetail> getInstrument(uint64 key) override;
+    boost::shared_ptr<CInstrumentDetail> getInstrument(const std::string& code) override;
+    boost::shared_ptr<CInstrumentDetail> getInstrument(const std::string& market, const std::string& code) override;
+    void getInstruments(const std::string& market, std::list<boost::shared_ptr<CInstrumentDetail>>& out) override;
+    void getInstruments(const std::list<std::string>& markets,
+                        std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) override;
+    void getInstruments(EOvTraderType type, std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) override;
+    void getInstruments(std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) override;
+    std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getInstruments(
+        const std::list<std::string>& markets) override;
+    std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getInstruments(const std::string& market) override;
+    std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getInstruments(EOvTraderType type) override;
+    std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getInstruments() override;
+
+    std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getFutureMainInstruments(
+        const std::string& market) override;
+    std::map<std::string, std::list<boost::shared_ptr<CInstrumentDetail>>> getProductMainInstruments() override;
+    std::list<boost::shared_ptr<CInstrumentDetail>> getProductInstruments(const std::string& productId) override;
+    std::string getProductId(const std::string& market, const std::string& code) override;
+    std::string getProductName(const std::string& productId) override;
+    std::vector<std::pair<std::string, std::string>> getDceCrossProduct() override;
+    std::vector<std::pair<std::string, std::string>> getDceCrossPeriod() override;
+
+    boost::shared_ptr<CETFDetail> getEtf(const std::string& code) override;
+    boost::shared_ptr<CETFDetail> getEtf(const std::string& market, const std::string& code) override;
+    std::map<std::string, boost::shared_ptr<CETFDetail>> getEtfs() override;
+    boost::shared_ptr<CBondInfoDetail> getBond(uint64 key) override;
+    boost::shared_ptr<CBondInfoDetail> getBond(const std::string& code) override;
+    std::map<std::string, boost::shared_ptr<CBondInfoDetail>> getBonds() override;
+    boost::shared_ptr<CCounterpartyDetail> getCounterparty(const std::string& id) override;
+    std::map<std::string, boost::shared_ptr<CCounterpartyDetail>> getCounterpartys() override;
+    std::string getInterbankCode(const std::string& code) override;
+
+    void getOtcInstruments(int group, std::vector<boost::shared_ptr<COTCFundPlanInfo>>& out) override;
+    std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getOtcInstruments() override;
+    boost::shared_ptr<COTCFundPlanInfo> getOtcInstrument(const std::string& code) override;
+    std::map<std::string, boost::shared_ptr<COTCSecuritiesIssuanceInfo>> getIssuanceInfos() override;
+    boost::shared_ptr<COTCSecuritiesIssuanceInfo> getIssuanceInfo(const std::string& code) override;
+    std::map<std::string, boost::shared_ptr<COTCStockEnquiryPriceSetting>> getIssuancePriceInfos() override;
+    boost::shared_ptr<COTCStockEnquiryPriceSetting> getIssuancePriceInfo(const std::string& code) override;
+    std::map<std::string, boost::shared_ptr<CTenderBondInfoDetail>> getTrenderBondInfos() override;
+    boost::shared_ptr<CTenderBondInfoDetail> getTenderBondInfo(const std::string& code) override;
+
+    std::string getOutterProductName(const std::string& productId) override;
+    std::map<std::string, std::string> getOutterProduct() override;
+    std::string getOutterMarketName(const std::string& market) override;
+    std::map<std::string, std::string> getOutterMarket() override;
+    std::map<std::string, std::set<std::string>> getMarketProductList() override;
+
+    // Behind the interface's slots, in this order; declared by both centers.
+
+    /// In "NYSE".
+    virtual bool hasNyseStock(const std::string& code);
+    /// In "NASDAQ".
+    virtual bool hasNasdaqStock(const std::string& code);
+
+protected:
+    // The steps of the loads, for a host's derived class. `grouped` maps market keys to stock keys to records.
+
+    void doInitInstruments(const std::vector<std::string>& markets,
+                           const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments);
+    /// Indexes Hong Kong from the kept "HGT", "SGT" and "HK" snapshots; of one code's records the last in this order
+    /// wins. Derived catalogues are not rebuilt.
+    void doInitGgtInstruments();
+    void doInitEtfs(const std::vector<boost::shared_ptr<CETFDetail>>& etfs);
+    void doInitBonds(const std::map<std::string, boost::shared_ptr<CBondInfoDetail>>& bonds);
+    void doInitCounterpartys(const std::map<std::string, boost::shared_ptr<CCounterpartyDetail>>& counterparties);
+    void doInitOtcInstruments(const std::vector<boost::shared_ptr<COTCFundPlanInfo>>& plans);
+
+    /// Writes the indexes, market by market. Keys of an earlier load that `grouped` lacks still answer getInstrument
+    /// and hasCode; only the market's own list forgets them.
+    void createExchangeDatas(const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+    void createFutureMainDatas(const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+    void createFutureProdcutDatas(
+        const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+    void createFutureDceDatas(const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+    void createStockCodes(const std::vector<std::string>& markets,
+                          const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+    void createNeeqCodes(const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+    void createStkOptionCodes(const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+
+    /// Removes whole markets, keys and records; "HGT" and "SGT" stand for "HK".
+    void clearDatas(const std::vector<std::string>& markets);
+    /// The exchanges of a trader type in their order; empty for an unknown type.
+    std::list<std::string> getExchanges(EOvTraderType type);
+
+private:
+    std::unique_ptr<ServerState> server_;
+};
+
+}  // namespace mxservice
+
+#if defined(__GNUC__)
+#pragma GCC diagnostic pop
+#endif

@@ -1,0 +1,249 @@
+#pragma once
+
+#include <boost/shared_ptr.hpp>
+
+#include <cstdint>
+#include <list>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/instrumentcenter/Export.h"
+#include "base/instrumentcenter/vocabulary/TraderType.h"
+#include "platform/record/Records.h"
+
+namespace mxservice {
+
+using uint64 = std::uint64_t;
+
+struct InterfaceState;
+
+/// The catalogue of tradable instruments: a host hands it the day's snapshots and asks it questions.
+///
+/// Keys. A stock key text is a market name directly followed by a code ("SH600000"); its 64-bit key is utils::hash of
+/// that text. Unless an operation says otherwise, `code` and `key` arguments are stock key texts. "HGT" and "SGT" are
+/// other names for what the connect markets reach in Hong Kong; lookups fold them onto "HK".
+///
+/// Absence is a value: an empty pointer, an empty text, an empty container or false. Nothing throws for missing data.
+///
+/// Threads. Every operation may be called from any thread at any time. Loads and updates run on the caller's thread
+/// and return when what they brought can be seen. Lookups wait for a load only while it puts one market's finished
+/// table in.
+///
+/// Ownership. Records are shared with the host, never copied (one exception, getInstrument of the persisted center for
+/// connect keys). A host must not change a record that it has handed in or received. Result containers are the
+/// caller's own. A load itself writes two fields of the records it is given: the market of "SHFI" records and connect
+/// flags that are still 0; the persisted center also fills empty component names of ETFs. So a host hands the same
+/// record objects in again only while nobody reads those fields.
+///
+/// A center is destroyed through its own class, never through this one: no destructor here is virtual. No operation
+/// may run any more when the destructor begins.
+///
+/// The virtual operations stand in the order of their slots, which callers compiled elsewhere rely on.
+class PM_CENTER_API IInstrumentCenter {
+public:
+    // Loads. Each replaces what its catalogue held, instruments by market. Empty pointers are skipped.
+
+    /// Loads the snapshot of instrument records of `markets`. Markets that the records name are replaced, others stay.
+    /// The derived catalogues are rebuilt. In the in-memory center a call for exactly one of "HGT", "SGT" or "HK" only
+    /// keeps the records; Hong Kong is indexed once both connect markets have arrived.
+    virtual void initInstruments(const std::vector<std::string>& markets,
+                                 const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) = 0;
+    virtual void initEtfs(const std::vector<boost::shared_ptr<CETFDetail>>& etfs) = 0;
+    /// Keyed by bond code.
+    virtual void initBonds(const std::map<std::string, boost::shared_ptr<CBondInfoDetail>>& bonds) = 0;
+    /// Keyed by counterparty id.
+    virtual void initCounterpartys(
+        const std::map<std::string, boost::shared_ptr<CCounterpartyDetail>>& counterparties) = 0;
+    virtual void initOtcInstruments(const std::vector<boost::shared_ptr<COTCFundPlanInfo>>& plans) = 0;
+    virtual void initIssuanceInfos(const std::vector<boost::shared_ptr<COTCSecuritiesIssuanceInfo>>& issuances) = 0;
+    /// Keyed by code. The in-memory center keeps no price settings and does nothing.
+    virtual void initIssuancePriceInfos(
+        const std::map<std::string, boost::shared_ptr<COTCStockEnquiryPriceSetting>>& settings) = 0;
+    /// Keyed by code.
+    virtual void initTenderBondInfos(
+        const std::map<std::string, boost::shared_ptr<CTenderBondInfoDetail>>& tenderBonds) = 0;
+
+    // Changes. A batch is applied record by record; readers may see part of it.
+
+    /// Inserts or replaces each plan. The persisted center does nothing.
+    virtual void updateOtcInstruments(const std::vector<boost::shared_ptr<COTCFundPlanInfo>>& plans) = 0;
+    /// `operation` 0 or 2 inserts or replaces each record, 3 removes it, any other value does nothing.
+    virtual void updateIssuanceInfos(int operation,
+                                     const std::vector<boost::shared_ptr<COTCSecuritiesIssuanceInfo>>& issuances) = 0;
+    /// `operation` as above, except that the persisted center's 3 deliberately removes the issuance record of that key
+    /// and leaves the price setting. The in-memory center does nothing.
+    virtual void updateIssuancePriceInfo(int operation,
+                                         const boost::shared_ptr<COTCStockEnquiryPriceSetting>& setting) = 0;
+    /// Inserts or replaces each. The persisted center does nothing.
+    virtual void updateTenderBondInfos(const std::vector<boost::shared_ptr<CTenderBondInfoDetail>>& tenderBonds) = 0;
+    /// Inserts, replaces or, with the record's removal flag set, removes one. The in-memory center does nothing.
+    virtual void updateCounterpartyInfo(const boost::shared_ptr<CCounterpartyDetail>& counterparty) = 0;
+
+    // What a key is. One probe of an index in memory; no I/O; no allocation.
+
+    /// The key exists in any market; folds "HGT" and "SGT".
+    virtual bool hasCode(const std::string& code) = 0;
+    /// In "SH", "SZ" or "BJ".
+    virtual bool hasStock(const std::string& code) = 0;
+    /// In one of the six futures exchanges.
+    virtual bool hasFuture(const std::string& code) = 0;
+    /// In-memory center: filed under "HGT", folding that prefix only; connect listings are filed under "HK", so its
+    /// answer is no. Persisted center: filed under "HK", folding both prefixes.
+    virtual bool hasHkstock(const std::string& code) = 0;
+    /// Filed under "HK"; folds "SGT" but deliberately not "HGT".
+    virtual bool hasSkstock(const std::string& code) = 0;
+    /// In "SHO" or "SZO".
+    virtual bool hasOption(const std::string& code) = 0;
+    /// Deliberately the same answer as hasFuture.
+    virtual bool hasFutureOption(const std::string& code) = 0;
+    virtual bool hasNeeq(const std::string& code) = 0;
+    /// In "SHGE".
+    virtual bool hasGold(const std::string& code) = 0;
+    /// By either of the fund's keys: market and ETF code, or market and creation/redemption code.
+    virtual bool hasEtf(const std::string& code) = 0;
+    /// In "BANK".
+    virtual bool hasBond(const std::string& code) = 0;
+    virtual bool hasOtc(const std::string& code) = 0;
+    /// By the issuance code itself.
+    virtual bool hasIssuance(const std::string& code) = 0;
+    /// By the tender bond's code itself.
+    virtual bool hasTenderBond(const std::string& code) = 0;
+    /// In "WP".
+    virtual bool hasOuterFuture(const std::string& code) = 0;
+    /// hasNyseStock or hasNasdaqStock, asked through their slots.
+    virtual bool hasOuterStock(const std::string& code) = 0;
+
+    // One record. In-memory center: two cache lines. Persisted center: the record cache, else one document is read.
+
+    /// By 64-bit stock key.
+    virtual boost::shared_ptr<CInstrumentDetail> getInstrument(uint64 key) = 0;
+    /// By stock key text; folds "HGT" and "SGT". The persisted center answers a connect key with a fresh copy whose
+    /// market is the connect market asked for, where the record's own differs.
+    virtual boost::shared_ptr<CInstrumentDetail> getInstrument(const std::string& code) = 0;
+    /// By market and code; folds a market "HGT" or "SGT".
+    virtual boost::shared_ptr<CInstrumentDetail> getInstrument(const std::string& market, const std::string& code) = 0;
+
+    // Many records, keyed by the stock key text made of each record's own market and code; a connect listing stands
+    // under its connect market. What `out` holds already stays; of two records with one key text the first stays. The
+    // persisted center reads every document of the markets concerned.
+
+    /// Appends one market's records in the order of their key texts.
+    virtual void getInstruments(const std::string& market, std::list<boost::shared_ptr<CInstrumentDetail>>& out) = 0;
+    virtual void getInstruments(const std::list<std::string>& markets,
+                                std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) = 0;
+    /// The records of a trader type's exchanges; type 2 without futures options, type 1024 nothing but those; a few
+    /// types stand for everything. An unknown type gives nothing.
+    virtual void getInstruments(EOvTraderType type,
+                                std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) = 0;
+    virtual void getInstruments(std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) = 0;
+    virtual std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getInstruments(
+        const std::list<std::string>& markets) = 0;
+    virtual std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getInstruments(const std::string& market) = 0;
+    virtual std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getInstruments(EOvTraderType type) = 0;
+    virtual std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getInstruments() = 0;
+
+    // Futures
+
+    /// The main contracts of a futures exchange by stock key text.
+    virtual std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getFutureMainInstruments(
+        const std::string& market) = 0;
+    /// The main contracts by product id; every product that ever had one is listed. Order within a list is not fixed.
+    virtual std::map<std::string, std::list<boost::shared_ptr<CInstrumentDetail>>> getProductMainInstruments() = 0;
+    /// The contracts of a product id; the in-memory center's table stays empty.
+    virtual std::list<boost::shared_ptr<CInstrumentDetail>> getProductInstruments(const std::string& productId) = 0;
+    /// The product id of the record that getInstrument(market, code) answers.
+    virtual std::string getProductId(const std::string& market, const std::string& code) = 0;
+    /// The display name of a product id; the table stays empty in both centers.
+    virtual std::string getProductName(const std::string& productId) = 0;
+    /// The legs of the Dalian inter-commodity spreads ("SPC a2101&m2101" gives "a2101" and "m2101").
+    virtual std::vector<std::pair<std::string, std::string>> getDceCrossProduct() = 0;
+    /// The legs of the Dalian inter-period spreads ("SP a2101&a2105" gives "a2101" and "a2105").
+    virtual std::vector<std::pair<std::string, std::string>> getDceCrossPeriod() = 0;
+
+    // ETFs, bonds, counterparties
+
+    /// By either of the fund's keys.
+    virtual boost::shared_ptr<CETFDetail> getEtf(const std::string& code) = 0;
+    /// By market and either code; asks getEtf(code) through its slot.
+    virtual boost::shared_ptr<CETFDetail> getEtf(const std::string& market, const std::string& code) = 0;
+    /// Every fund once, keyed by market and ETF code.
+    virtual std::map<std::string, boost::shared_ptr<CETFDetail>> getEtfs() = 0;
+    /// By the 64-bit key of "BANK" and bond code.
+    virtual boost::shared_ptr<CBondInfoDetail> getBond(uint64 key) = 0;
+    virtual boost::shared_ptr<CBondInfoDetail> getBond(const std::string& code) = 0;
+    /// Keyed by bond code.
+    virtual std::map<std::string, boost::shared_ptr<CBondInfoDetail>> getBonds() = 0;
+    /// By counterparty id.
+    virtual boost::shared_ptr<CCounterpartyDetail> getCounterparty(const std::string& id) = 0;
+    virtual std::map<std::string, boost::shared_ptr<CCounterpartyDetail>> getCounterpartys() = 0;
+    /// The interbank bond code of an "SH" or "SZ" listing; always empty in the in-memory center.
+    virtual std::string getInterbankCode(const std::string& code) = 0;
+
+    // OTC
+
+    /// Appends the plans of a group, -1 for all. The persisted center leaves `out` as it is.
+    virtual void getOtcInstruments(int group, std::vector<boost::shared_ptr<COTCFundPlanInfo>>& out) = 0;
+    /// Every plan as an instrument, by stock key text.
+    virtual std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getOtcInstruments() = 0;
+    virtual boost::shared_ptr<COTCFundPlanInfo> getOtcInstrument(const std::string& code) = 0;
+    virtual std::map<std::string, boost::shared_ptr<COTCSecuritiesIssuanceInfo>> getIssuanceInfos() = 0;
+    virtual boost::shared_ptr<COTCSecuritiesIssuanceInfo> getIssuanceInfo(const std::string& code) = 0;
+    /// Always empty in the in-memory center, as the next one.
+    virtual std::map<std::string, boost::shared_ptr<COTCStockEnquiryPriceSetting>> getIssuancePriceInfos() = 0;
+    virtual boost::shared_ptr<COTCStockEnquiryPriceSetting> getIssuancePriceInfo(const std::string& code) = 0;
+    virtual std::map<std::string, boost::shared_ptr<CTenderBondInfoDetail>> getTrenderBondInfos() = 0;
+    virtual boost::shared_ptr<CTenderBondInfoDetail> getTenderBondInfo(const std::string& code) = 0;
+
+    // Outer (foreign) futures markets; always empty in the in-memory center.
+
+    virtual std::string getOutterProductName(const std::string& productId) = 0;
+    /// Product id to product name.
+    virtual std::map<std::string, std::string> getOutterProduct() = 0;
+    virtual std::string getOutterMarketName(const std::string& market) = 0;
+    /// Outer market key to display name.
+    virtual std::map<std::string, std::string> getOutterMarket() = 0;
+    /// Outer market key to its product ids.
+    virtual std::map<std::string, std::set<std::string>> getMarketProductList() = 0;
+
+    /// Whether the product id is of the commodity group; false in the in-memory center.
+    virtual bool isCommodityProduct(const std::string& productId);
+    /// Whether the product id is of the interest-rate group; false in the in-memory center.
+    virtual bool isInterestProduct(const std::string& productId);
+    /// Removes every catalogue database beneath the directory `path` from disk; nothing in the in-memory center. To be
+    /// called while no center uses the store. Throws boost::filesystem::filesystem_error when the directory cannot be
+    /// read.
+    virtual void clearPersist(const std::string& path);
+
+    // Code sets of today, rebuilt by loads. Copies; safe from any thread; never a half-built set.
+
+    /// Today's new issues of all markets, as market directly followed by code ("SH730001").
+    std::set<std::string> getStockIpoCodes() const;
+    /// Depositary receipts and innovative enterprises, in the same form.
+    std::set<std::string> getStockCdrCodes() const;
+    /// Inquiry codes of "NEEQ", in the same form.
+    std::set<std::string> getNeeqInquiryCodes() const;
+    /// Whether stock options of the exchange `market` ("SH" or "SZ") have `code` as their underlying. The code is
+    /// taken as it stands, without market.
+    bool isStkOptionUndlCode(const std::string& market, const std::string& code) const;
+    /// The platform code of an instrument code where the persisted center's load noted one; else `code` itself.
+    std::string getLumoCode(const std::string& code) const;
+
+    IInstrumentCenter(const IInstrumentCenter&) = delete;
+    IInstrumentCenter& operator=(const IInstrumentCenter&) = delete;
+
+protected:
+    IInstrumentCenter();
+    ~IInstrumentCenter();
+
+    /// Code sets, translation table and connect snapshots, shared by both centers.
+    InterfaceState& state() const { return *state_; }
+
+private:
+    std::unique_ptr<InterfaceState> state_;
+};
+
+}  // namespace mxservice

@@ -1,0 +1,71 @@
+#include "base/instrumentcenter/catalogue/CodeIndex.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace mxservice {
+
+bool CodeIndex::contains(StockKey key) const {
+    const auto tables = tables_.read();
+    return tables->marketByKey.find(key) != tables->marketByKey.end();
+}
+
+std::optional<MarketKey> CodeIndex::marketOf(StockKey key) const {
+    const auto tables = tables_.read();
+    const auto found = tables->marketByKey.find(key);
+    return found == tables->marketByKey.end() ? std::nullopt : std::optional<MarketKey>(found->second);
+}
+
+bool CodeIndex::isIn(StockKey key, std::span<const MarketKey> markets) const {
+    const std::optional<MarketKey> market = marketOf(key);
+    return market && std::find(markets.begin(), markets.end(), *market) != markets.end();
+}
+
+std::vector<StockKey> CodeIndex::keysOf(MarketKey market) const {
+    const auto tables = tables_.read();
+    const auto found = tables->keysByMarket.find(market);
+    if (found == tables->keysByMarket.end()) {
+        return {};
+    }
+    return {found->second.begin(), found->second.end()};
+}
+
+std::vector<MarketKey> CodeIndex::markets() const {
+    const auto tables = tables_.read();
+    std::vector<MarketKey> markets;
+    markets.reserve(tables->keysByMarket.size());
+    for (const auto& [market, keys] : tables->keysByMarket) {
+        markets.push_back(market);
+    }
+    return markets;
+}
+
+bool CodeIndex::knowsMarket(MarketKey market) const {
+    return tables_.read()->keysByMarket.count(market) != 0;
+}
+
+void CodeIndex::install(MarketKey market, KeySet keys) {
+    // `keys` leaves with the market's former set and is destroyed after the lock.
+    const auto tables = tables_.write();
+    makeRoom(tables->marketByKey, keys.size());
+    for (const StockKey key : keys) {
+        tables->marketByKey[key] = market;
+    }
+    std::swap(tables->keysByMarket[market], keys);
+}
+
+KeySet CodeIndex::clear(MarketKey market) {
+    KeySet keys;
+    const auto tables = tables_.write();
+    std::swap(tables->keysByMarket[market], keys);
+    for (const StockKey key : keys) {
+        tables->marketByKey.erase(key);
+    }
+    return keys;
+}
+
+std::size_t CodeIndex::size() const {
+    return tables_.read()->marketByKey.size();
+}
+
+}  // namespace mxservice

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstddef>
+#include <initializer_list>
+#include <map>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "base/instrumentcenter/catalogue/Guarded.h"
+#include "base/instrumentcenter/catalogue/HashIndex.h"
+#include "base/instrumentcenter/vocabulary/Keys.h"
+
+namespace mxservice {
+
+/// Which stock key lives in which market, both ways. A key belongs to exactly one market, the one that wrote it last.
+/// Safe from any thread: the two tables stand under one lock and change together.
+class CodeIndex {
+public:
+    bool contains(StockKey key) const;
+    /// The key's market, or nothing.
+    std::optional<MarketKey> marketOf(StockKey key) const;
+    bool isIn(StockKey key, std::span<const MarketKey> markets) const;
+
+    /// The keys that the last install of the market brought; empty for a market never installed.
+    std::vector<StockKey> keysOf(MarketKey market) const;
+    /// Every market that was ever installed or cleared, ascending.
+    std::vector<MarketKey> markets() const;
+    bool knowsMarket(MarketKey market) const;
+
+    /// Files every key of `keys` under the market and makes `keys` the market's set. Keys of an earlier install that
+    /// the new set lacks stay filed; only the market's set forgets them.
+    void install(MarketKey market, KeySet keys);
+
+    /// Empties the market's set and unfiles its keys, whatever market they are filed under by now. Returns them.
+    KeySet clear(MarketKey market);
+
+    /// Number of filed keys.
+    std::size_t size() const;
+
+private:
+    struct Tables {
+        std::map<MarketKey, KeySet> keysByMarket;
+        HashIndex<MarketKey> marketByKey;
+    };
+
+    Guarded<Tables> tables_;
+};
+
+}  // namespace mxservice

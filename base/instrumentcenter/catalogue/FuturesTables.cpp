@@ -1,0 +1,109 @@
+#include "base/instrumentcenter/catalogue/FuturesTables.h"
+
+#include <string_view>
+
+#include "base/instrumentcenter/catalogue/Split.h"
+#include "base/instrumentcenter/vocabulary/Markets.h"
+
+namespace mxservice {
+namespace {
+
+constexpr std::int32_t kMainContract = 1;
+constexpr std::string_view kCrossProductPrefix = "SPC";
+constexpr std::string_view kCrossPeriodPrefix = "SP";
+
+/// The two legs of "PREFIX first&second"; false for a code of any other form.
+bool splitLegs(std::string_view code, SpreadPairs& pairs) {
+    const auto words = split(code, " ");
+    if (words.size() != 2) {
+        return false;
+    }
+    const auto legs = split(words[1], "&");
+    if (legs.size() != 2) {
+        return false;
+    }
+    pairs.emplace_back(legs[0], legs[1]);
+    return true;
+}
+
+}  // namespace
+
+std::map<MarketKey, MainContracts> deriveMainContracts(const GroupedSnapshot& grouped,
+                                                       const std::set<MarketKey>& futureMarkets) {
+    std::map<MarketKey, MainContracts> mainsByMarket;
+    for (const auto& [market, records] : grouped) {
+        if (futureMarkets.count(market) == 0) {
+            continue;
+        }
+        MainContracts& mains = mainsByMarket[market];
+        for (const auto& [key, record] : records) {
+            if (record && record->mainContractFlag == kMainContract) {
+                mains.all.insert(key);
+                mains.byProduct[record->productId].insert(key);
+            }
+        }
+    }
+    return mainsByMarket;
+}
+
+std::map<std::string, std::vector<InstrumentPtr>> deriveProductContracts(const GroupedSnapshot& grouped,
+                                                                         const std::set<MarketKey>& futureMarkets) {
+    std::map<std::string, std::vector<InstrumentPtr>> contractsByProduct;
+    for (const auto& [market, records] : grouped) {
+        if (futureMarkets.count(market) == 0) {
+            continue;
+        }
+        for (const auto& [key, record] : records) {
+            if (record) {
+                contractsByProduct[record->productId].push_back(record);
+            }
+        }
+    }
+    return contractsByProduct;
+}
+
+std::optional<DceSpreads> deriveDceSpreads(const GroupedSnapshot& grouped) {
+    static const MarketKey dalian = marketKey(market::kDalian);
+    const auto found = grouped.find(dalian);
+    if (found == grouped.end()) {
+        return std::nullopt;
+    }
+    DceSpreads spreads;
+    spreads.crossProduct.reserve(found->second.size());
+    spreads.crossPeriod.reserve(found->second.size());
+    for (const auto& [key, record] : found->second) {
+        if (!record) {
+            continue;
+        }
+        const std::string_view code = record->code;
+        if (code.substr(0, kCrossProductPrefix.size()) == kCrossProductPrefix) {
+            splitLegs(code, spreads.crossProduct);
+        } else if (code.substr(0, kCrossPeriodPrefix.size()) == kCrossPeriodPrefix) {
+            splitLegs(code, spreads.crossPeriod);
+        }
+    }
+    return spreads;
+}
+
+void installMainContracts(MarketKey market, MainContracts& mains, FuturesCatalogue& catalogue) {
+    std::swap(catalogue.mainCodesByMarket[market], mains.all);
+    for (auto& [product, keys] : mains.byProduct) {
+        std::swap(catalogue.mainCodesByProduct[product], keys);
+    }
+}
+
+KeySet mainsOfMarket(const Guarded<FuturesCatalogue>& catalogue, MarketKey market) {
+    const auto futures = catalogue.read();
+    const auto found = futures->mainCodesByMarket.find(market);
+    return found == futures->mainCodesByMarket.end() ? KeySet() : found->second;
+}
+
+std::set<MarketKey> futureMarketKeys() {
+    std::set<MarketKey> keys;
+    for (const char* const exchange : market::kFutures) {
+        keys.insert(marketKey(exchange));
+    }
+    return keys;
+}
+
+}  // namespace mxservice

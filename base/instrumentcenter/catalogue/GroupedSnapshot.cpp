@@ -1,0 +1,171 @@
+#include "base/instrumentcenter/catalogue/GroupedSnapshot.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <string>
+#include <utility>
+
+#include "base/instrumentcenter/vocabulary/Markets.h"
+
+namespace mxservice {
+namespace {
+
+constexpr std::uint32_t kShanghaiConnectOnly = 1;
+constexpr std::uint32_t kShenzhenConnectOnly = 3;
+constexpr std::uint32_t kBothConnects = 5;
+
+/// How a record stands against another one of the same key.
+enum class Precedence {
+    Replaces,         // takes the key, whatever is there
+    OnlyIfAbsent,     // takes the key where nothing is
+    SpecialIfAbsent,  // the same for "SHFI", whose market field is then overwritten
+};
+
+struct Placement {
+    MarketKey market;         // folded
+    MarketKey connectMarket;  // the connect market of a connect listing, else 0
+    Precedence precedence;
+};
+
+/// Where a record of a market goes. Consecutive records mostly share their market, so the last answer is kept.
+class Placer {
+public:
+    const Placement& place(const std::string& market) {
+        if (market != lastMarket_ || !valid_) {
+            last_ = placementOf(market);
+            lastMarket_ = market;
+            foldedName_ = last_.market == shanghai_   ? market::kShanghai
+                          : last_.market == hongKong_ ? market::kHongKong
+                                                      : std::string_view(lastMarket_);
+            valid_ = true;
+        }
+        return last_;
+    }
+    /// The folded name of the market placed last.
+    std::string_view foldedName() const { return foldedName_; }
+
+private:
+    Placement placementOf(const std::string& market) const {
+        const MarketKey key = marketKey(market);
+        if (key == shanghaiConnect_ || key == shenzhenConnect_) {
+            return {hongKong_, key, Precedence::Replaces};
+        }
+        if (key == hongKong_) {
+            return {hongKong_, 0, Precedence::OnlyIfAbsent};
+        }
+        if (key == special_) {
+            return {shanghai_, 0, Precedence::SpecialIfAbsent};
+        }
+        return {key, 0, Precedence::Replaces};
+    }
+
+    const MarketKey shanghai_ = marketKey(market::kShanghai);
+    const MarketKey special_ = marketKey(market::kShanghaiSpecial);
+    const MarketKey hongKong_ = marketKey(market::kHongKong);
+    const MarketKey shanghaiConnect_ = marketKey(market::kShanghaiConnect);
+    const MarketKey shenzhenConnect_ = marketKey(market::kShenzhenConnect);
+    std::string lastMarket_;
+    std::string_view foldedName_;
+    Placement last_{};
+    bool valid_ = false;
+};
+
+/// One record on its way into its market; `order` is its place in the batch.
+struct Arrival {
+    StockKey key;
+    std::size_t order;
+    Precedence precedence;
+    const InstrumentPtr* record;
+};
+
+void settle(InstrumentPtr& place, const Arrival& arrival) {
+    // A special record that comes twice is a plain Shanghai record the second time.
+    const bool relabelled =
+        arrival.precedence == Precedence::SpecialIfAbsent && (*arrival.record)->market == market::kShanghai;
+    if (arrival.precedence != Precedence::Replaces && !relabelled && place) {
+        return;
+    }
+    if (arrival.precedence == Precedence::SpecialIfAbsent) {
+        (*arrival.record)->market = market::kShanghai;
+    }
+    place = *arrival.record;
+}
+
+/// Sorted arrivals are appended in one sweep, several times faster than inserting them one by one in random order;
+/// arrivals of one key keep their order, and only they can influence each other.
+void settleAll(std::vector<Arrival>& arrivals, MarketRecords& records) {
+    std::sort(arrivals.begin(), arrivals.end(),
+              [](const Arrival& a, const Arrival& b) { return a.key != b.key ? a.key < b.key : a.order < b.order; });
+    auto hint = records.begin();
+    for (const Arrival& arrival : arrivals) {
+        while (hint != records.end() && hint->first < arrival.key) {
+            ++hint;
+        }
+        if (hint == records.end() || hint->first != arrival.key) {
+            hint = records.try_emplace(hint, arrival.key);
+        }
+        settle(hint->second, arrival);
+    }
+}
+
+}  // namespace
+
+void groupRecords(const std::vector<InstrumentPtr>& records, GroupedSnapshot& grouped, ConnectListings& listings) {
+    Placer placer;
+    std::map<MarketKey, std::vector<Arrival>> arrivalsByMarket;
+    std::vector<Arrival>* arrivals = nullptr;
+    MarketKey lastMarket = 0;
+    for (std::size_t order = 0; order < records.size(); ++order) {
+        const InstrumentPtr& record = records[order];
+        if (!record) {
+            continue;
+        }
+        const Placement& placement = placer.place(record->market);
+        if (arrivals == nullptr || placement.market != lastMarket) {
+            arrivals = &arrivalsByMarket[placement.market];
+            lastMarket = placement.market;
+        }
+        const StockKey key = stockKey(placer.foldedName(), record->code);
+        if (placement.connectMarket != 0) {
+            listings[key].try_emplace(placement.connectMarket, record->connectFlagValue);
+        }
+        arrivals->push_back({key, order, placement.precedence, &record});
+    }
+    for (auto& [market, marketArrivals] : arrivalsByMarket) {
+        settleAll(marketArrivals, grouped[market]);
+    }
+}
+
+void groupConnectRecords(const std::vector<InstrumentPtr>& records, GroupedSnapshot& grouped,
+                         ConnectListings& listings) {
+    static const MarketKey hongKong = marketKey(market::kHongKong);
+    for (const InstrumentPtr& record : records) {
+        const bool connect = record && isConnectMarket(record->market);
+        if (!record || (!connect && record->market != market::kHongKong)) {
+            continue;
+        }
+        const StockKey key = stockKey(market::kHongKong, record->code);
+        if (connect) {
+            listings[key].try_emplace(marketKey(record->market), record->connectFlagValue);
+        }
+        grouped[hongKong][key] = record;
+    }
+}
+
+void markConnectEligibility(GroupedSnapshot& grouped, const ConnectListings& listings) {
+    static const MarketKey hongKong = marketKey(market::kHongKong);
+    static const MarketKey shanghaiConnect = marketKey(market::kShanghaiConnect);
+    for (const auto& [key, flagByMarket] : listings) {
+        std::uint32_t& flags = grouped[hongKong][key]->combinedConnectFlags;
+        if (flags != 0) {
+            continue;
+        }
+        if (flagByMarket.size() > 1) {
+            flags = kBothConnects;
+        } else {
+            flags = flagByMarket.begin()->first == shanghaiConnect ? kShanghaiConnectOnly : kShenzhenConnectOnly;
+        }
+    }
+}
+
+}  // namespace mxservice

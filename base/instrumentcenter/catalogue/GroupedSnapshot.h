@@ -1,0 +1,42 @@
+#pragma once
+
+#include <boost/shared_ptr.hpp>
+
+#include <cstdint>
+#include <map>
+#include <vector>
+
+#include "base/instrumentcenter/vocabulary/Keys.h"
+#include "platform/record/Records.h"
+
+namespace mxservice {
+
+using InstrumentPtr = boost::shared_ptr<CInstrumentDetail>;
+
+/// The records of one market, by stock key.
+using MarketRecords = std::map<std::uint64_t, InstrumentPtr>;
+/// A batch of records by (folded) market key; what the indexes and the derived catalogues are built from.
+using GroupedSnapshot = std::map<std::uint64_t, MarketRecords>;
+
+/// For each Hong Kong stock key, the connect markets that listed it in the batch, each with the connect flag value of
+/// its first listing.
+using ConnectListings = std::map<std::uint64_t, std::map<std::uint64_t, std::int32_t>>;
+
+/// Adds records to a grouped snapshot, as if one after the other in their order; empty pointers are skipped.
+///
+/// "HGT" and "SGT" records go under "HK" with a key formed with "HK" and replace whatever is there; their market field
+/// stays. A plain "HK" record is added only where nothing is yet. An "SHFI" record goes under "SH" only where nothing
+/// is yet, and its market field is then overwritten with "SH". Elsewhere the last record of a key wins. So a connect
+/// listing wins over a plain Hong Kong record and a plain Shanghai record over an "SHFI" one, whichever comes first.
+void groupRecords(const std::vector<InstrumentPtr>& records, GroupedSnapshot& grouped, ConnectListings& listings);
+
+/// The tie-break of the connect build, deliberately the other way round: of "HGT", "SGT" and "HK" records the last one
+/// of a code wins, connect or not; records of other markets are left out.
+void groupConnectRecords(const std::vector<InstrumentPtr>& records, GroupedSnapshot& grouped,
+                         ConnectListings& listings);
+
+/// Sets the combined connect flags of listed Hong Kong records where they are still 0: 5 for a code listed by both
+/// connect markets, 1 for "HGT" alone, 3 for "SGT" alone. The in-memory center's rule.
+void markConnectEligibility(GroupedSnapshot& grouped, const ConnectListings& listings);
+
+}  // namespace mxservice

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <boost/unordered/unordered_flat_map.hpp>
+#include <boost/unordered/unordered_flat_set.hpp>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace mxservice {
+
+/// Keys are hashes of good quality already.
+struct KeyHash {
+    using is_avalanching = void;
+    std::size_t operator()(std::uint64_t key) const noexcept { return key; }
+};
+
+/// The large indexes. The containers are flat: a lookup touches two cache lines. A first bucket count or load factor
+/// cannot be observed from outside and is the container's own.
+template <class Value>
+using HashIndex = boost::unordered_flat_map<std::uint64_t, Value, KeyHash>;
+
+/// Makes room for `more` keys beside those that are there. Never shrinks and never counts keys twice that come again
+/// soon after: the container's own reserve does both, and moves the whole table each time.
+template <class Container>
+void makeRoom(Container& container, std::size_t more) {
+    const std::size_t wanted = container.size() + more;
+    if (wanted > container.max_load()) {
+        container.reserve(wanted);
+    }
+}
+
+/// A set of 64-bit keys.
+using KeySet = boost::unordered_flat_set<std::uint64_t, KeyHash>;
+
+}  // namespace mxservice

@@ -1,0 +1,15 @@
+#include "base/instrumentcenter/catalogue/InstrumentMap.h"
+
+namespace mxservice {
+
+void keepOnly(EOvTraderType type, InstrumentMap& records) {
+    if (type != OvTraderFuture && type != OvTraderFutureOption) {
+        return;
+    }
+    const bool keepOptions = type == OvTraderFutureOption;
+    std::erase_if(records, [keepOptions](const auto& entry) {
+        return CFtOptionDataHelper::isFtOptionInstrument(entry.second) != keepOptions;
+    });
+}
+
+}  // namespace mxservice

@@ -1,0 +1,38 @@
+#include "base/instrumentcenter/catalogue/OuterTables.h"
+
+#include <utility>
+
+namespace mxservice {
+
+OuterTables deriveOuterTables(const GroupedSnapshot& grouped, const std::set<MarketKey>& outerMarkets) {
+    constexpr std::int32_t kMainContract = 1;
+    OuterTables tables;
+    for (const auto& [market, records] : grouped) {
+        if (outerMarkets.count(market) == 0) {
+            continue;
+        }
+        for (const auto& [key, record] : records) {
+            if (!record || record->mainContractFlag != kMainContract) {
+                continue;
+            }
+            const std::string& outerMarket = record->listingDate;
+            tables.productNames[record->productId] = record->productName;
+            tables.marketNames[outerMarket] = record->outerMarketName;
+            tables.productsByMarket[outerMarket].insert(record->productId);
+            if (COutterFutureHelper::isCommdityGroup(record)) {
+                tables.commodityProducts.insert(record->productId);
+            } else if (COutterFutureHelper::isInterestGroup(record)) {
+                tables.interestProducts.insert(record->productId);
+            }
+        }
+    }
+    return tables;
+}
+
+void install(OuterTables& fresh, OuterTables& tables) {
+    fresh.productNames.merge(tables.productNames);
+    fresh.marketNames.merge(tables.marketNames);
+    std::swap(fresh, tables);
+}
+
+}  // namespace mxservice

@@ -1,0 +1,50 @@
+#include "base/instrumentcenter/catalogue/PseudoInstruments.h"
+
+#include <boost/make_shared.hpp>
+
+#include "base/instrumentcenter/vocabulary/Markets.h"
+
+namespace mxservice {
+
+StockKey etfKey(const CETFDetail& etf) {
+    return stockKey(etf.market, etf.etfCode);
+}
+
+StockKey creationKey(const CETFDetail& etf) {
+    return stockKey(etf.market, etf.prCode);
+}
+
+void addEtfInstrument(const CETFDetail& etf, MarketRecords& instruments) {
+    const StockKey key = stockKey(kEtfInstruments, etf.prCode);
+    if (instruments.count(key) != 0) {
+        return;
+    }
+    auto instrument = boost::make_shared<CInstrumentDetail>();
+    instrument->market = etf.market;
+    instrument->code = etf.prCode;
+    instrument->name = etf.prCode;
+    instrument->platformCode = etf.prCode;
+    if (!etf.components.empty() && etf.components.begin()->second) {
+        instrument->name = etf.components.begin()->second->name;
+    }
+    instruments.emplace(key, std::move(instrument));
+}
+
+StockKey bondKey(const CBondInfoDetail& bond) {
+    return stockKey(market::kInterbank, bond.bondCode);
+}
+
+void addBondInstrument(const CBondInfoDetail& bond, MarketRecords& instruments) {
+    const StockKey key = bondKey(bond);
+    if (instruments.count(key) != 0) {
+        return;
+    }
+    auto instrument = boost::make_shared<CInstrumentDetail>();
+    instrument->market = market::kInterbank;
+    instrument->code = bond.bondCode;
+    instrument->name = bond.bondName;
+    instrument->platformCode = bond.bondCode;
+    instruments.emplace(key, std::move(instrument));
+}
+
+}  // namespace mxservice

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <boost/shared_ptr.hpp>
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace mxservice {
+
+/// What an operation code of the change operations asks for.
+enum class Change { None, Put, Remove };
+
+/// 0 and 2 insert or replace, 3 removes, anything else does nothing.
+constexpr Change changeOf(int operation) {
+    constexpr int kInsert = 0;
+    constexpr int kReplace = 2;
+    constexpr int kRemove = 3;
+    if (operation == kInsert || operation == kReplace) {
+        return Change::Put;
+    }
+    return operation == kRemove ? Change::Remove : Change::None;
+}
+
+/// Records by their own key; of two with one key the later stays. Empty pointers are left out.
+template <class Record>
+std::map<std::string, boost::shared_ptr<Record>> byOwnKey(const std::vector<boost::shared_ptr<Record>>& records) {
+    std::map<std::string, boost::shared_ptr<Record>> recordByKey;
+    for (const auto& record : records) {
+        if (record) {
+            recordByKey[record->getKey()] = record;
+        }
+    }
+    return recordByKey;
+}
+
+/// Puts the record under its own key or removes what is there. Hands back what the table no longer holds, so that the
+/// caller destroys it with the lock dropped.
+template <class Record>
+boost::shared_ptr<Record> applyChange(Change change, boost::shared_ptr<Record> record,
+                                      std::map<std::string, boost::shared_ptr<Record>>& recordByKey) {
+    const std::string key = record->getKey();
+    if (change == Change::Put) {
+        recordByKey[key].swap(record);
+        return record;
+    }
+    const auto node = recordByKey.extract(key);
+    return node ? node.mapped() : nullptr;
+}
+
+}  // namespace mxservice

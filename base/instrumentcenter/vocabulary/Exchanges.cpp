@@ -1,0 +1,47 @@
+#include "base/instrumentcenter/vocabulary/Exchanges.h"
+
+#include "base/instrumentcenter/vocabulary/Markets.h"
+
+namespace mxservice {
+
+std::list<std::string> exchangesOf(EOvTraderType type) {
+    switch (static_cast<std::int32_t>(type)) {
+        case OvTraderStock:
+        case OvTraderMargin:
+            return {market::kBeijing, market::kShanghai, market::kShenzhen};
+        case OvTraderFuture:
+        case OvTraderFutureOption:
+            return {market::kFutures.begin(), market::kFutures.end()};
+        case OvTraderGold:
+            return {market::kGold};
+        case OvTraderOption:
+            return {market::kShanghaiOption, market::kShenzhenOption};
+        case OvTraderHongKong:
+        case OvTraderConnect:
+            return {market::kHongKong};
+        case OvTraderNeeq:
+            return {market::kNeeq};
+        case OvTraderBond:
+        case OvTraderFund:
+            return {market::kShanghai, market::kShenzhen};
+        case OvTraderSecuritiesOtc:
+            return {market::kSecuritiesOtc};
+        default:
+            return {};
+    }
+}
+
+bool meansEverything(EOvTraderType type) {
+    switch (static_cast<std::int32_t>(type)) {
+        case OvTraderAll:
+        case OvTraderBasket:
+        case OvTraderDomestic:
+        case OvTraderReference:
+        case OvTraderEverything:
+            return true;
+        default:
+            return false;
+    }
+}
+
+}  // namespace mxservice

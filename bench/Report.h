@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstddef>
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "Suite.h"
+
+namespace bench {
+
+/// Bytes in use on the heap, divided by the number of records.
+struct Memory {
+    std::size_t size = 0;    // records
+    double record = 0;       // a record itself
+    double center = 0;       // all that a loaded center adds to it
+    double bareIndexes = 0;  // both large indexes alone
+    double nodeIndexes = 0;  // the same in node containers
+};
+
+/// What ran how: the options that make two reports comparable.
+struct Conditions {
+    bool quick = false;
+    std::string build;  // compiler and whether asserts are compiled in
+};
+
+/// Prints the tables that the results allow: the center against its floor, two threads against one, the center
+/// against rivals, memory. Targets stand beside; nothing depends on whether they are met.
+void printReport(std::ostream& out, const std::vector<Result>& results, const std::vector<Memory>& memories);
+
+/// Writes every run and the memory as one JSON document. Answers false when the file cannot be written.
+bool writeJson(const std::string& path, const Conditions& conditions, const std::vector<Result>& results,
+               const std::vector<Memory>& memories);
+
+}  // namespace bench

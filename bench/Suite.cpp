@@ -1,0 +1,126 @@
+#include "Suite.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace bench {
+namespace {
+
+constexpr double kUndisturbedShare = 0.97;
+/// With fewer undisturbed runs than this, the disturbed ones count too.
+constexpr std::size_t kFewestRuns = 3;
+
+bool isUndisturbed(const Run& run) {
+    return run.processorShare >= kUndisturbedShare;
+}
+
+double quantile(const Result& result, double share) {
+    const bool all = result.disturbed();
+    std::vector<double> values;
+    for (const Run& run : result.runs) {
+        if (all || isUndisturbed(run)) {
+            values.push_back(run.nanoseconds);
+        }
+    }
+    std::sort(values.begin(), values.end());
+    const double place = share * static_cast<double>(values.size() - 1);
+    const auto below = static_cast<std::size_t>(place);
+    const std::size_t above = std::min(below + 1, values.size() - 1);
+    return values[below] + (values[above] - values[below]) * (place - static_cast<double>(below));
+}
+
+/// Collects every single run under its benchmark's name; aggregates are computed from them later.
+class Collector : public benchmark::BenchmarkReporter {
+public:
+    explicit Collector(std::map<std::string, Result>& resultByName) : resultByName_(resultByName) {}
+
+    bool ReportContext(const Context& /*context*/) override { return true; }
+    void ReportRuns(const std::vector<Run>& runs) override {
+        for (const Run& run : runs) {
+            const auto result = resultByName_.find(run.run_name.function_name);
+            if (run.run_type == Run::RT_Iteration && !run.error_occurred && result != resultByName_.end()) {
+                const auto items = static_cast<double>(result->second.series.items);
+                result->second.runs.push_back({run.GetAdjustedRealTime() / items, processorShare(run)});
+            }
+        }
+    }
+
+private:
+    static double processorShare(const Run& run) {
+        const auto counter = run.counters.find(kShareCounter);
+        if (counter != run.counters.end()) {
+            return counter->second.value;
+        }
+        // The wall time is the mean of the threads, the processor time their sum.
+        return run.cpu_accumulated_time / (run.real_accumulated_time * static_cast<double>(run.threads));
+    }
+
+    std::map<std::string, Result>& resultByName_;
+};
+
+std::string nameOf(const Series& series) {
+    return fmt::format("{}/{}/{}/{}/{}", series.what, series.who, series.size, series.keys, series.threads);
+}
+
+}  // namespace
+
+double Result::median() const {
+    return quantile(*this, 0.5);
+}
+
+double Result::spread() const {
+    return (quantile(*this, 0.75) - quantile(*this, 0.25)) / median();
+}
+
+std::size_t Result::undisturbed() const {
+    return static_cast<std::size_t>(std::count_if(runs.begin(), runs.end(), isUndisturbed));
+}
+
+bool Result::disturbed() const {
+    return undisturbed() < kFewestRuns;
+}
+
+void Suite::add(const Series& series, Body body) {
+    const std::string name = nameOf(series);
+    resultByName_[name] = {series, {}};
+    auto* registered = benchmark::RegisterBenchmark(name.c_str(), std::move(body));
+    registered->Unit(benchmark::kNanosecond)->Threads(series.threads);
+    if (series.manualTime) {
+        registered->UseManualTime();
+    } else {
+        registered->UseRealTime();
+    }
+    if (series.repetitions > 0) {
+        registered->Repetitions(series.repetitions);
+    }
+    if (series.iterations > 0) {
+        registered->Iterations(series.iterations);
+    }
+}
+
+std::vector<Result> Suite::run() {
+    Collector collector(resultByName_);
+    benchmark::RunSpecifiedBenchmarks(&collector);
+    benchmark::ClearRegisteredBenchmarks();
+    std::vector<Result> results;
+    for (auto& [name, result] : resultByName_) {
+        if (!result.runs.empty()) {
+            results.push_back(std::move(result));
+        }
+    }
+    resultByName_.clear();
+    return results;
+}
+
+const Result* findResult(const std::vector<Result>& results, const Series& like, const std::string& who, int threads) {
+    const auto found = std::find_if(results.begin(), results.end(), [&](const Result& result) {
+        const Series& series = result.series;
+        return series.what == like.what && series.size == like.size && series.keys == like.keys && series.who == who &&
+               series.threads == threads;
+    });
+    return found == results.end() ? nullptr : &*found;
+}
+
+}  // namespace bench

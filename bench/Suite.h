@@ -1,0 +1,76 @@
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+/// Who answers a question; every other name is a rival's.
+constexpr const char* kCenter = "center";
+constexpr const char* kFloor = "floor";
+
+/// What one series of runs measures.
+struct Series {
+    std::string what;  // the question
+    std::string who;
+    std::size_t size = 0;         // instruments loaded
+    std::string keys;             // how keys are chosen; empty where none are
+    int threads = 1;              // that ask at once
+    std::size_t items = 1;        // a run's time is divided by this: records of a list or a load
+    bool manualTime = false;      // the body calls State::SetIterationTime
+    int repetitions = 0;          // 0: as on the command line
+    std::int64_t iterations = 0;  // 0: as many as the least time of a run asks for
+};
+
+/// One run of a series.
+struct Run {
+    /// Wall time of one item. With several threads it is the time by which all of them together advance one item, the
+    /// inverse of their throughput.
+    double nanoseconds = 0;
+    /// The part of the wall time that the run's threads had a processor. Less than 1: something else ran meanwhile.
+    double processorShare = 1;
+};
+
+/// The counter by which a body that calls State::SetIterationTime tells the processor share of what it timed.
+constexpr const char* kShareCounter = "share";
+
+/// A series with its runs. Median and spread are taken over the undisturbed runs, as long as there are a few.
+struct Result {
+    Series series;
+    std::vector<Run> runs;
+
+    double median() const;
+    /// Distance of the quartiles over the median.
+    double spread() const;
+    /// Number of runs whose threads hardly ever waited for a processor.
+    std::size_t undisturbed() const;
+    /// Whether there are too few of them to speak of, so that the disturbed ones were counted as well.
+    bool disturbed() const;
+};
+
+using Body = std::function<void(benchmark::State&)>;
+
+/// Benchmarks of one size, run together: repetitions of different series are interleaved at random, so that what
+/// disturbs the machine for a while does not fall on one side of a ratio.
+class Suite {
+public:
+    void add(const Series& series, Body body);
+
+    /// Runs what was added and matches the filter of the command line, then forgets it, with the bodies and what they
+    /// hold on to. Series without a run are left out.
+    std::vector<Result> run();
+
+private:
+    std::map<std::string, Result> resultByName_;
+};
+
+/// The result of the series, if it was run.
+const Result* findResult(const std::vector<Result>& results, const Series& like, const std::string& who, int threads);
+
+}  // namespace bench

@@ -1,0 +1,18 @@
+# Every part that is not ours, from Debian 12's packages. What a host needs to compile against the installed headers is
+# repeated in PmInstrumentCenterConfig.cmake.in.
+
+find_package(Threads REQUIRED)
+find_package(Boost 1.81 REQUIRED COMPONENTS filesystem)
+find_package(fmt REQUIRED)
+find_package(simdjson REQUIRED)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(bson REQUIRED IMPORTED_TARGET libbson-1.0)
+pkg_check_modules(log4cxx REQUIRED IMPORTED_TARGET liblog4cxx)
+pkg_check_modules(lmdb REQUIRED IMPORTED_TARGET lmdb)
+pkg_check_modules(xxhash REQUIRED IMPORTED_TARGET libxxhash)
+
+if(PM_BUILD_TOOL)
+  find_package(CLI11 REQUIRED)
+  find_path(CSV_INCLUDE_DIR csv.h REQUIRED)
+  find_library(CSV_LIBRARY csv REQUIRED)
+endif()

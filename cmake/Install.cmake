@@ -1,0 +1,77 @@
+# What a host gets: the public headers under their paths in this tree, both libraries, the tool, and the descriptions by
+# which CMake and pkg-config find them. Nothing installed names a path of the machine that built it.
+
+include(CMakePackageConfigHelpers)
+
+# A header that is not listed here is private. Public headers include public headers only.
+set(PM_PUBLIC_HEADERS
+  base/instrumentcenter/CClientInstrumentCenter.h
+  base/instrumentcenter/CServerInstrumentCenter.h
+  base/instrumentcenter/Export.h
+  base/instrumentcenter/IInstrumentCenter.h
+  base/instrumentcenter/vocabulary/TraderType.h
+  platform/Export.h
+  platform/bson/BSONObj.h
+  platform/net/RPCEngine.h
+  platform/persist/CPersistService.h
+  platform/persist/StoreEngine.h
+  platform/record/IData.h
+  platform/record/RecordHelpers.h
+  platform/record/RecordType.h
+  platform/record/Records.h
+  platform/utils/Calendar.h
+  platform/utils/Hash.h
+  platform/utils/Log.h
+  platform/utils/LogCenter.h
+  platform/utils/MarketRules.h
+  platform/utils/Singleton.h
+  platform/utils/Utils.h)
+
+foreach(header IN LISTS PM_PUBLIC_HEADERS)
+  cmake_path(GET header PARENT_PATH directory)
+  install(FILES ${PROJECT_SOURCE_DIR}/${header}
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/PmInstrumentCenter/${directory})
+endforeach()
+
+set_target_properties(PmPlatform PmInstrumentCenter PROPERTIES INSTALL_RPATH "$ORIGIN")
+install(TARGETS PmPlatform PmInstrumentCenter
+  EXPORT PmInstrumentCenterTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+
+if(TARGET inscenter)
+  file(RELATIVE_PATH libdirFromBindir ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+  set_target_properties(inscenter PROPERTIES INSTALL_RPATH "$ORIGIN/${libdirFromBindir}")
+  install(TARGETS inscenter RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
+
+# Static libraries leave it to the host to link what shared ones carry along.
+set(PM_PC_REQUIRES "liblog4cxx")
+set(PM_PC_LIBS "")
+if(BUILD_SHARED_LIBS)
+  set(PM_STATIC OFF)
+else()
+  set(PM_STATIC ON)
+  string(APPEND PM_PC_REQUIRES " fmt simdjson libbson-1.0 lmdb libxxhash")
+  set(PM_PC_LIBS "-lboost_filesystem")
+endif()
+
+set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/PmInstrumentCenter)
+install(EXPORT PmInstrumentCenterTargets NAMESPACE PmInstrumentCenter:: DESTINATION ${packageDir})
+configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/PmInstrumentCenterConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/package/PmInstrumentCenterConfig.cmake
+  INSTALL_DESTINATION ${packageDir})
+# While the major version is 0, a minor version may change the interface; SOVERSION says the same to the loader.
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/package/PmInstrumentCenterConfigVersion.cmake
+  COMPATIBILITY SameMinorVersion)
+install(FILES
+  ${PROJECT_BINARY_DIR}/package/PmInstrumentCenterConfig.cmake
+  ${PROJECT_BINARY_DIR}/package/PmInstrumentCenterConfigVersion.cmake
+  DESTINATION ${packageDir})
+
+file(RELATIVE_PATH includedirFromPc
+  ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_FULL_INCLUDEDIR}/PmInstrumentCenter)
+configure_file(${CMAKE_CURRENT_LIST_DIR}/PmInstrumentCenter.pc.in
+  ${PROJECT_BINARY_DIR}/package/PmInstrumentCenter.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/package/PmInstrumentCenter.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

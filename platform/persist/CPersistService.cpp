@@ -1,0 +1,399 @@
+#include "platform/persist/CPersistService.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <exception>
+#include <filesystem>
+#include <mutex>
+#include <regex>
+#include <shared_mutex>
+#include <utility>
+
+#include "platform/persist/StoreEngine.h"
+#include "platform/utils/Log.h"
+#include "platform/utils/SharedMutex.h"
+
+namespace persist {
+namespace {
+
+constexpr const char* kSource = "platform/persist/CPersistService";
+constexpr std::size_t kMaxNameBytes = 64;
+constexpr std::size_t kMaxKeyBytes = 511;  // LMDB's limit
+constexpr const char* kEveryKey = ".*";
+
+bool isSafeName(const std::string& name) {
+    const auto unsafe = [](char c) {
+        const auto byte = static_cast<unsigned char>(c);
+        return byte < 0x20 || byte == 0x7F || c == '/' || c == '\\';
+    };
+    return !name.empty() && name.size() <= kMaxNameBytes && name.front() != '.' &&
+           name.find("..") == std::string::npos && std::none_of(name.begin(), name.end(), unsafe);
+}
+
+bool isSafeKey(std::string_view key) {
+    return !key.empty() && key.size() <= kMaxKeyBytes && key.find(kFieldSeparator) == std::string_view::npos;
+}
+
+/// A name from outside, fit for a log line.
+std::string shown(const std::string& name) {
+    constexpr std::size_t kMost = 80;
+    std::string text = name.substr(0, kMost);
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; }, '?');
+    return name.size() > kMost ? text + "..." : text;
+}
+
+std::string_view bytesOf(const bson::BSONObj& object) {
+    return {object.objdata(), static_cast<std::size_t>(object.objsize())};
+}
+
+std::string prefixOf(const std::string& field) {
+    return field + kFieldSeparator;
+}
+
+}  // namespace
+
+/// Root, engine and open databases stand under one lock, which is never held while the engine works.
+struct CPersistService::State {
+    using Handle = std::shared_ptr<StoreDatabase>;
+
+    mutable utils::SharedMutex lock;
+    std::string root;
+    std::shared_ptr<StoreEngine> engine = makeLmdbEngine();
+    std::map<std::string, Handle> openByName;
+    unsigned generation = 0;  // counts changes of root and engine
+
+    /// Closes what is open and lets `change` replace the root or the engine.
+    template <class Change>
+    void restart(Change change) {
+        std::map<std::string, Handle> closed;  // destroyed after the lock
+        const std::lock_guard guard(lock);
+        closed.swap(openByName);
+        ++generation;
+        change();
+    }
+
+    Handle known(const std::string& name) const {
+        const std::shared_lock guard(lock);
+        const auto found = openByName.find(name);
+        return found == openByName.end() ? nullptr : found->second;
+    }
+
+    void forget(const std::string& name, const Handle& handle) {
+        const std::lock_guard guard(lock);
+        const auto found = openByName.find(name);
+        if (found != openByName.end() && found->second == handle) {
+            openByName.erase(found);
+        }
+    }
+
+    Handle open(const std::string& name, StoreEngine::Mode mode, StoreStatus& status);
+    Handle handle(const std::string& name, StoreEngine::Mode mode, StoreStatus& status);
+
+    template <class Use>
+    bool run(const char* what, const std::string& name, StoreEngine::Mode mode, Use use);
+    bool writeFields(const std::string& db, const std::vector<Field>& fields, bool onlyNew, bool replace);
+};
+
+CPersistService::State::Handle CPersistService::State::open(const std::string& name, StoreEngine::Mode mode,
+                                                            StoreStatus& status) {
+    std::string directory;
+    std::shared_ptr<StoreEngine> opener;
+    unsigned opened = 0;
+    {
+        const std::shared_lock guard(lock);
+        directory = root;
+        opener = engine;
+        opened = generation;
+    }
+    if (directory.empty()) {
+        status = StoreStatus::failure("no root path is set");
+        return nullptr;
+    }
+    Handle database = opener->open(directory + "/" + name, mode, status);
+    if (database) {
+        const std::lock_guard guard(lock);
+        if (opened == generation) {
+            openByName[name] = database;
+        }
+    }
+    return database;
+}
+
+CPersistService::State::Handle CPersistService::State::handle(const std::string& name, StoreEngine::Mode mode,
+                                                              StoreStatus& status) {
+    Handle database = known(name);
+    if (database && !database->isCurrent()) {
+        forget(name, database);
+        database = nullptr;
+    }
+    return database ? database : open(name, mode, status);
+}
+
+/// Runs `use` on the database. A failure is logged once and absorbed; a database or key that is not there is neither
+/// logged nor a success.
+template <class Use>
+bool CPersistService::State::run(const char* what, const std::string& name, StoreEngine::Mode mode, Use use) {
+    StoreStatus status;
+    if (!isSafeName(name)) {
+        status = StoreStatus::failure("not a safe database name");
+    } else if (const Handle database = handle(name, mode, status)) {
+        if (!status.reason.empty()) {
+            PM_LOG(utils::kLogError, kSource, fmt::format("[persist] database {} {}", shown(name), status.reason));
+        }
+        try {
+            status = use(*database);
+        } catch (const std::exception& error) {
+            status = StoreStatus::failure(error.what());
+        }
+    }
+    if (status.failed()) {
+        PM_LOG(utils::kLogError, kSource,
+               fmt::format("[persist] {} failed, db = {}, reason = {}", what, shown(name), status.reason));
+    }
+    return status.ok();
+}
+
+CPersistService::CPersistService() : state_(std::make_unique<State>()) {}
+
+CPersistService::~CPersistService() = default;
+
+CPersistService* CPersistService::instance() {
+    return utils::CSingletonT<CPersistService>::instance();
+}
+
+void CPersistService::setRootPath(const std::string& directory) {
+    std::error_code error;
+    const std::filesystem::path absolute = std::filesystem::absolute(directory, error);
+    state_->restart([&] { state_->root = directory.empty() || error ? directory : absolute.string(); });
+}
+
+std::string CPersistService::rootPath() const {
+    const std::shared_lock guard(state_->lock);
+    return state_->root;
+}
+
+void CPersistService::setEngine(std::shared_ptr<StoreEngine> engine) {
+    state_->restart([&] { state_->engine = engine ? std::move(engine) : makeLmdbEngine(); });
+}
+
+bool CPersistService::initDb(const std::string& db, bool empty) {
+    return state_->run("open", db, StoreEngine::Mode::Create,
+                       [&](StoreDatabase& database) { return empty ? database.clear() : StoreStatus(); });
+}
+
+bool CPersistService::writeData(const std::string& db, const std::string& key, const bson::BSONObj& value,
+                                bool onlyNew) {
+    return writeDatas(db, {key}, {value}, onlyNew);
+}
+
+namespace {
+
+/// What a write ended with, unless its directory was removed meanwhile and has taken the documents with it.
+StoreStatus stillThere(const StoreDatabase& database, const StoreStatus& status) {
+    return status.ok() && !database.isCurrent() ? StoreStatus::failure("removed while it was written") : status;
+}
+
+/// The entries of a batch of keys and documents. Both must outlive the entries.
+std::vector<StoreEntry> entriesOf(const std::vector<std::string>& keys, const std::vector<bson::BSONObj>& values) {
+    std::vector<StoreEntry> entries;
+    entries.reserve(keys.size());
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        entries.push_back({keys[i], bytesOf(values[i])});
+    }
+    return entries;
+}
+
+/// Why the entries cannot be written, if so. An empty document stands for one that could not be built.
+StoreStatus checkEntries(const std::vector<StoreEntry>& entries) {
+    constexpr std::size_t kEmptyDocumentBytes = 5;
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        if (entries[i].key.empty() || entries[i].key.size() > kMaxKeyBytes) {
+            return StoreStatus::failure(fmt::format("the key of document {} is empty or too long", i));
+        }
+        if (entries[i].value.size() <= kEmptyDocumentBytes) {
+            return StoreStatus::failure(fmt::format("document {} is empty", i));
+        }
+    }
+    return {};
+}
+
+bool areSafeKeys(const std::vector<StoreEntry>& entries) {
+    return std::all_of(entries.begin(), entries.end(), [](const StoreEntry& entry) { return isSafeKey(entry.key); });
+}
+
+StoreStatus differingSizes(std::size_t keys, std::size_t values) {
+    return StoreStatus::failure(fmt::format("{} keys for {} documents", keys, values));
+}
+
+constexpr const char* kBadKey = "a field or key is empty, too long or holds a NUL";
+
+}  // namespace
+
+bool CPersistService::writeDatas(const std::string& db, const std::vector<std::string>& keys,
+                                 const std::vector<bson::BSONObj>& values, bool onlyNew) {
+    if (keys.size() != values.size()) {
+        return state_->run("write", db, StoreEngine::Mode::WriteExisting,
+                           [&](StoreDatabase&) { return differingSizes(keys.size(), values.size()); });
+    }
+    return writeDocuments(db, entriesOf(keys, values), onlyNew);
+}
+
+bool CPersistService::writeDocuments(const std::string& db, const std::vector<StoreEntry>& documents, bool onlyNew,
+                                     const std::vector<std::string>& removed) {
+    return state_->run("write", db, StoreEngine::Mode::WriteExisting, [&](StoreDatabase& database) {
+        const StoreStatus status = areSafeKeys(documents) ? checkEntries(documents) : StoreStatus::failure(kBadKey);
+        return status.ok() ? stillThere(database, database.put(documents, onlyNew, removed)) : status;
+    });
+}
+
+bool CPersistService::visitData(const std::string& db, const std::string& key, const Visitor& visit) {
+    return isSafeKey(key) && state_->run("read", db, StoreEngine::Mode::WriteExisting,
+                                         [&](StoreDatabase& database) { return database.get(key, visit); });
+}
+
+bool CPersistService::visitAllData(const std::string& db, const Visitor& visit) {
+    return state_->run("read", db, StoreEngine::Mode::WriteExisting, [&](StoreDatabase& database) {
+        return database.scan(
+            {}, [&](std::string_view key, std::string_view bytes) { return !isSafeKey(key) || visit(key, bytes); });
+    });
+}
+
+bson::BSONObj CPersistService::readData(const std::string& db, const std::string& key) {
+    bson::BSONObj object;
+    if (!isSafeKey(key)) {
+        return object;
+    }
+    state_->run("read", db, StoreEngine::Mode::WriteExisting, [&](StoreDatabase& database) {
+        std::string error;
+        const StoreStatus status = database.get(key, [&](std::string_view, std::string_view bytes) {
+            object = bson::BSONObj::fromBytes(bytes.data(), bytes.size(), &error);
+            return false;
+        });
+        return error.empty() ? status : StoreStatus::damage(fmt::format("document {}: {}", shown(key), error));
+    });
+    return object;
+}
+
+namespace {
+
+/// Reads the documents beneath `prefix` whose remaining key `wanted` accepts; what is no document is passed over and
+/// named in the status.
+template <class Wanted>
+StoreStatus readInto(StoreDatabase& database, const std::string& prefix, const Wanted& wanted,
+                     std::map<std::string, bson::BSONObj>& out) {
+    std::string problem;
+    const StoreStatus status = database.scan(prefix, [&](std::string_view key, std::string_view bytes) {
+        key.remove_prefix(prefix.size());
+        if (!wanted(key)) {
+            return true;
+        }
+        std::string error;
+        bson::BSONObj object = bson::BSONObj::fromBytes(bytes.data(), bytes.size(), &error);
+        if (error.empty()) {
+            out.insert_or_assign(out.end(), std::string(key), std::move(object));
+        } else if (problem.empty()) {
+            problem = fmt::format("document {}: {}", shown(std::string(key)), error);
+        }
+        return true;
+    });
+    return problem.empty() ? status : StoreStatus::damage(problem);
+}
+
+}  // namespace
+
+std::map<std::string, bson::BSONObj> CPersistService::readAllData(const std::string& db, const std::string& pattern) {
+    std::map<std::string, bson::BSONObj> documents;
+    state_->run("read", db, StoreEngine::Mode::WriteExisting, [&](StoreDatabase& database) -> StoreStatus {
+        if (pattern == kEveryKey) {
+            return readInto(database, {}, isSafeKey, documents);
+        }
+        try {
+            const std::regex expression(pattern);
+            const auto matches = [&](std::string_view key) {
+                return isSafeKey(key) && std::regex_match(key.begin(), key.end(), expression);
+            };
+            return readInto(database, {}, matches, documents);
+        } catch (const std::regex_error& error) {
+            return StoreStatus::failure(fmt::format("pattern \"{}\": {}", shown(pattern), error.what()));
+        }
+    });
+    return documents;
+}
+
+bool CPersistService::State::writeFields(const std::string& db, const std::vector<Field>& fields, bool onlyNew,
+                                         bool replace) {
+    return run("write", db, StoreEngine::Mode::WriteExisting, [&](StoreDatabase& database) {
+        std::vector<std::string> keys;  // of the entries, which refer to them
+        std::vector<std::string> erased;
+        std::vector<StoreEntry> entries;
+        for (const Field& field : fields) {
+            if (!isSafeKey(field.name) || !areSafeKeys(field.documents)) {
+                return StoreStatus::failure(kBadKey);
+            }
+            for (const StoreEntry& document : field.documents) {
+                keys.push_back(prefixOf(field.name).append(document.key));
+                entries.push_back({{}, document.value});
+            }
+            if (replace) {
+                erased.push_back(field.name);
+            }
+        }
+        for (std::size_t i = 0; i < keys.size(); ++i) {
+            entries[i].key = keys[i];
+        }
+        const StoreStatus status = checkEntries(entries);
+        return status.ok() ? stillThere(database, database.put(entries, onlyNew, erased)) : status;
+    });
+}
+
+bool CPersistService::writeHashDatas(const std::string& db, const std::vector<std::string>& keys,
+                                     const std::vector<bson::BSONObj>& values, bool onlyNew, const std::string& field,
+                                     bool replace) {
+    if (keys.size() != values.size()) {
+        return state_->run("write", db, StoreEngine::Mode::WriteExisting,
+                           [&](StoreDatabase&) { return differingSizes(keys.size(), values.size()); });
+    }
+    return state_->writeFields(db, {{field, entriesOf(keys, values)}}, onlyNew, replace);
+}
+
+bool CPersistService::replaceHashDatas(const std::string& db, const std::vector<Field>& fields) {
+    return state_->writeFields(db, fields, false, true);
+}
+
+bool CPersistService::readHashDatas(const std::string& db, std::map<std::string, bson::BSONObj>& out,
+                                    const std::string& field, bool replace) {
+    if (replace) {
+        out.clear();
+    }
+    std::map<std::string, bson::BSONObj> found;
+    if (isSafeKey(field)) {
+        state_->run("read", db, StoreEngine::Mode::WriteExisting,
+                    [&](StoreDatabase& database) { return readInto(database, prefixOf(field), isSafeKey, found); });
+    }
+    const bool any = !found.empty();
+    for (auto& [key, object] : found) {
+        out.insert_or_assign(key, std::move(object));
+    }
+    return any;
+}
+
+bool CPersistService::removeData(const std::string& db, const std::string& key) {
+    return state_->run("remove", db, StoreEngine::Mode::WriteExisting, [&](StoreDatabase& database) {
+        return isSafeKey(key) ? database.put({}, false, {key}) : StoreStatus::failure(kBadKey);
+    });
+}
+
+void CPersistService::dropAllData(const std::string& db) {
+    if (!db.empty()) {
+        state_->run("drop", db, StoreEngine::Mode::WriteExisting,
+                    [](StoreDatabase& database) { return database.clear(); });
+    }
+}
+
+}  // namespace persist
+
+namespace utils {
+template class CSingletonT<persist::CPersistService>;
+}

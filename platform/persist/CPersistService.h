@@ -1,0 +1,109 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/Export.h"
+#include "platform/bson/BSONObj.h"
+#include "platform/persist/StoreEngine.h"
+#include "platform/utils/Singleton.h"
+
+namespace persist {
+
+/// The local document store: databases of documents by text key, each database one directory beneath the root.
+///
+/// Safe from any thread, and for several processes on one root. A call that changes a database is one transaction: it
+/// is done whole, on disk when the call returns, or not at all. Nothing throws; a call that fails answers false or
+/// nothing and writes one line to the log.
+///
+/// A database's name becomes its directory's name. Names that are empty or longer than 64 bytes, begin with a dot, or
+/// hold a path separator, a control character or ".." are refused before the disk is touched. Nothing outside the root
+/// is ever created or removed.
+///
+/// A directory that is removed or replaced while the service has it open is noticed: reads find nothing, writes fail,
+/// and the next initDb begins a fresh database. A damaged database is never read; the next initDb moves it aside (the
+/// directory's name gets ".damaged-1" and so on behind it) and begins afresh.
+class PM_PLATFORM_API CPersistService {
+public:
+    static CPersistService* instance();
+
+    /// Where the databases live; made on demand; a relative path is taken from the working directory of now. Closes
+    /// what was open. Until a root is set, every call fails.
+    void setRootPath(const std::string& directory);
+    std::string rootPath() const;
+
+    /// Replaces the storage engine and closes what was open; an empty pointer restores the built-in one.
+    void setEngine(std::shared_ptr<StoreEngine> engine);
+
+    /// Opens or creates a database before it is written to; with `empty`, removes its documents.
+    bool initDb(const std::string& db, bool empty);
+
+    /// Stores documents, the i-th under the i-th key; a document that is there is replaced, or kept with `onlyNew`.
+    /// False when the two vectors differ in length, a key is empty, longer than 511 bytes or holds a NUL, or a document
+    /// is empty: an empty document stands for one that could not be built.
+    bool writeData(const std::string& db, const std::string& key, const bson::BSONObj& value, bool onlyNew);
+    bool writeDatas(const std::string& db, const std::vector<std::string>& keys,
+                    const std::vector<bson::BSONObj>& values, bool onlyNew);
+
+    /// The same for documents whose bytes the caller has built himself (IData::appendDocument); not copied before the
+    /// store takes them. Bytes that hold no document at all are refused. The documents of the keys `removed` go in the
+    /// same transaction, before the others are stored.
+    bool writeDocuments(const std::string& db, const std::vector<StoreEntry>& documents, bool onlyNew,
+                        const std::vector<std::string>& removed = {});
+
+    /// Given the key and the bytes of a document, which are valid only during the call and not yet checked; answers
+    /// whether to go on. Must not call the service again.
+    using Visitor = std::function<bool(std::string_view key, std::string_view bytes)>;
+
+    /// Visits one document straight from the store's page, without a copy; false when there is none.
+    bool visitData(const std::string& db, const std::string& key, const Visitor& visit);
+    /// Visits every document in the order of the keys, in one sweep and one state of the database; sub-documents are
+    /// left out. False when the database cannot be read or does not exist.
+    bool visitAllData(const std::string& db, const Visitor& visit);
+
+    /// The document of that key; the empty document when there is none.
+    bson::BSONObj readData(const std::string& db, const std::string& key);
+
+    /// Every document whose whole key matches the regular expression (ECMAScript). Sub-documents are left out.
+    std::map<std::string, bson::BSONObj> readAllData(const std::string& db, const std::string& pattern);
+
+    /// Sub-documents: documents by key beneath one field of the database. Writing with `replace` first removes what the
+    /// field holds. Reading adds to `out`, or empties it first with `replace`; false when the field holds nothing.
+    bool writeHashDatas(const std::string& db, const std::vector<std::string>& keys,
+                        const std::vector<bson::BSONObj>& values, bool onlyNew, const std::string& field, bool replace);
+    /// Replaces the sub-documents of several fields in one transaction.
+    struct Field {
+        std::string name;
+        std::vector<StoreEntry> documents;
+    };
+    bool replaceHashDatas(const std::string& db, const std::vector<Field>& fields);
+    bool readHashDatas(const std::string& db, std::map<std::string, bson::BSONObj>& out, const std::string& field,
+                       bool replace);
+
+    /// Removes the document of that key and the sub-documents of that field. True also when there was nothing.
+    bool removeData(const std::string& db, const std::string& key);
+
+    /// Removes every document and sub-document; nothing for a database that does not exist.
+    void dropAllData(const std::string& db);
+
+    CPersistService(const CPersistService&) = delete;
+    CPersistService& operator=(const CPersistService&) = delete;
+
+private:
+    friend class utils::CSingletonT<CPersistService>;
+    CPersistService();
+    ~CPersistService();
+
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+}  // namespace persist
+
+namespace utils {
+extern template class CSingletonT<persist::CPersistService>;
+}

@@ -1,0 +1,763 @@
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <lmdb.h>
+#include <pthread.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <condition_variable>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <mutex>
+#include <numeric>
+#include <shared_mutex>
+#include <thread>
+#include <utility>
+
+#include "platform/persist/LmdbFileCheck.h"
+#include "platform/persist/StoreEngine.h"
+#include "platform/utils/SharedMutex.h"
+
+namespace persist {
+namespace {
+
+constexpr std::size_t kFirstMapBytes = std::size_t{1} << 20U;
+constexpr std::size_t kLargestMapBytes = std::size_t{1} << 38U;
+constexpr std::size_t kLargeBatchBytes = std::size_t{4} << 20U;
+constexpr unsigned kMaxReaders = 2048;  // slots of the lock file, for all processes together
+constexpr int kMaxAttempts = 1000;
+constexpr mode_t kFileMode = 0644;
+constexpr const char* kDataFile = "data.mdb";
+
+/// Which file or directory a path leads to.
+struct FileId {
+    dev_t device = 0;
+    ino_t inode = 0;
+    friend bool operator<(const FileId& a, const FileId& b) {
+        return a.device != b.device ? a.device < b.device : a.inode < b.inode;
+    }
+    friend bool operator==(const FileId& a, const FileId& b) { return a.device == b.device && a.inode == b.inode; }
+};
+
+FileId idOf(const struct stat& file) {
+    return {file.st_dev, file.st_ino};
+}
+
+bool meansDamage(int code) {
+    return code == MDB_CORRUPTED || code == MDB_PAGE_NOTFOUND || code == MDB_INVALID || code == MDB_VERSION_MISMATCH ||
+           code == MDB_INCOMPATIBLE;
+}
+
+StoreStatus statusOf(int code, const char* step) {
+    if (code == MDB_SUCCESS) {
+        return {};
+    }
+    if (code == MDB_NOTFOUND) {
+        return StoreStatus::notFound();
+    }
+    std::string reason = fmt::format("{}: {}", step, mdb_strerror(code));
+    return meansDamage(code) ? StoreStatus::damage(std::move(reason)) : StoreStatus::failure(std::move(reason));
+}
+
+MDB_val valueOf(std::string_view bytes) {
+    // The library takes what it only reads through a pointer to mutable bytes.
+    return {bytes.size(), const_cast<char*>(bytes.data())};
+}
+
+std::string_view viewOf(const MDB_val& value) {
+    return {static_cast<const char*>(value.mv_data), value.mv_size};
+}
+
+bool startsWith(std::string_view text, std::string_view prefix) {
+    return text.substr(0, prefix.size()) == prefix;
+}
+
+class Cursor {
+public:
+    Cursor(MDB_txn* transaction, MDB_dbi tree) : code_(mdb_cursor_open(transaction, tree, &cursor_)) {}
+    ~Cursor() {
+        if (cursor_ != nullptr) {
+            mdb_cursor_close(cursor_);
+        }
+    }
+    Cursor(const Cursor&) = delete;
+    Cursor& operator=(const Cursor&) = delete;
+
+    /// Moves to the first key not before `key`, or to the next one; the library's code.
+    int seek(std::string_view key) {
+        if (code_ != MDB_SUCCESS) {
+            return code_;
+        }
+        key_ = valueOf(key);
+        return mdb_cursor_get(cursor_, &key_, &value_, key.empty() ? MDB_FIRST : MDB_SET_RANGE);
+    }
+    int next() { return mdb_cursor_get(cursor_, &key_, &value_, MDB_NEXT); }
+
+    std::string_view key() const { return viewOf(key_); }
+    std::string_view value() const { return viewOf(value_); }
+
+private:
+    MDB_cursor* cursor_ = nullptr;
+    int code_;
+    MDB_val key_{};
+    MDB_val value_{};
+};
+
+/// Counts the forks that led to this process, as far back as the library was loaded.
+std::atomic<unsigned> forkCount{0};
+
+void watchForks() {
+    static const int registered = ::pthread_atfork(nullptr, nullptr, [] { ++forkCount; });
+    static_cast<void>(registered);
+}
+
+/// One LMDB environment. Transactions hold `map_` shared, so that the map grows only while none is under way. Read
+/// transactions are kept for reuse: renewing one costs a tenth of beginning it.
+class LmdbDatabase final : public StoreDatabase {
+public:
+    LmdbDatabase(std::string directory, bool readOnly)
+        : directory_(std::move(directory)), dataPath_(directory_ + "/" + kDataFile), readOnly_(readOnly) {}
+
+    ~LmdbDatabase() override { retire(); }
+
+    /// Closes the environment; every later call fails. Waits for transactions under way. What a forked child inherited
+    /// is left alone: closing it would close it for the parent.
+    void retire() {
+        const std::lock_guard guard(map_);
+        closeEnvironment();
+    }
+
+    /// Opens and checks the database; to be called once, before anything else.
+    StoreStatus open();
+
+    bool readOnly() const { return readOnly_; }
+    bool inherited() const { return forks_ != forkCount.load(); }
+
+    bool isCurrent() const override {
+        const off_t seen = sizeSeen_.load();
+        struct stat file {};
+        if (broken_.load() || inherited() || ::stat(dataPath_.c_str(), &file) != 0 || !(idOf(file) == dataFile_)) {
+            return false;
+        }
+        // The library never shortens a file; somebody else did, and the mapped pages behind its end are gone.
+        broken_ = broken_.load() || file.st_size < seen;
+        sizeSeen_.store(file.st_size);
+        return !broken_.load();
+    }
+
+    StoreStatus put(const std::vector<StoreEntry>& entries, bool onlyNew,
+                    const std::vector<std::string>& erased) override;
+    StoreStatus get(std::string_view key, const Visitor& visit) override;
+    StoreStatus scan(std::string_view prefix, const Visitor& visit) override;
+    StoreStatus clear() override;
+
+private:
+    using Reader = MDB_txn*;
+    struct alignas(64) IdleReaders {
+        std::mutex lock;
+        std::vector<Reader> transactions;
+    };
+
+    IdleReaders& idleReaders() {
+        return idle_[std::hash<std::thread::id>()(std::this_thread::get_id()) % idle_.size()];
+    }
+    int beginReading(Reader& reader);
+    void endReading(Reader reader);
+    void dropIdleReaders();
+    void dropDeadReaders();
+
+    /// Ends a read transaction, also when a visitor throws.
+    class ReaderGuard {
+    public:
+        ReaderGuard(LmdbDatabase& database, Reader reader) : database_(database), reader_(reader) {}
+        ~ReaderGuard() { database_.endReading(reader_); }
+        ReaderGuard(const ReaderGuard&) = delete;
+        ReaderGuard& operator=(const ReaderGuard&) = delete;
+
+    private:
+        LmdbDatabase& database_;
+        const Reader reader_;
+    };
+
+    /// Aborts a write transaction that is not committed.
+    class WriterGuard {
+    public:
+        explicit WriterGuard(MDB_txn* transaction) : transaction_(transaction) {}
+        ~WriterGuard() {
+            if (transaction_ != nullptr) {
+                mdb_txn_abort(transaction_);
+            }
+        }
+        WriterGuard(const WriterGuard&) = delete;
+        WriterGuard& operator=(const WriterGuard&) = delete;
+        int commit() { return mdb_txn_commit(std::exchange(transaction_, nullptr)); }
+
+    private:
+        MDB_txn* transaction_;
+    };
+
+    int openEnvironment(std::size_t fileBytes);
+    void closeEnvironment();
+    void releaseMemory();
+    int adoptGrowth();
+    int growTo(std::size_t bytes);
+    int remap(std::size_t bytes);
+    int makeRoom(std::size_t bytes);
+    int erase(MDB_txn* transaction, const std::string& name);
+    StoreStatus ended(int code, const char* step);
+    StoreStatus checkPages(int fd);
+
+    template <class Use>
+    StoreStatus reading(const char* step, Use use);
+    template <class Use>
+    StoreStatus writing(const char* step, std::size_t bytes, Use use);
+
+    const std::string directory_;
+    const std::string dataPath_;
+    const bool readOnly_;
+    const unsigned forks_ = forkCount.load();
+    MDB_env* environment_ = nullptr;
+    MDB_dbi tree_ = 0;
+    FileId dataFile_;
+    mutable std::atomic<off_t> sizeSeen_{0};
+    mutable std::atomic<bool> broken_{false};  // to be opened anew
+    utils::SharedMutex map_;
+    std::array<IdleReaders, 16> idle_;
+};
+
+StoreStatus LmdbDatabase::open() {
+    const int fd = ::open(dataPath_.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat file {};
+    if (fd >= 0) {
+        const bool known = ::fstat(fd, &file) == 0;
+        const std::string problem = known && file.st_size > 0 ? checkMetaPages(fd) : std::string();
+        if (!problem.empty()) {
+            ::close(fd);
+            return StoreStatus::damage(problem);
+        }
+    } else if (errno != ENOENT) {
+        return StoreStatus::failure(fmt::format("open: {}", std::strerror(errno)));
+    }
+    const auto finish = [fd](StoreStatus status) {
+        if (fd >= 0) {
+            ::close(fd);
+        }
+        return status;
+    };
+    const int code = openEnvironment(static_cast<std::size_t>(file.st_size));
+    if (code != MDB_SUCCESS) {
+        return finish(code == ENOENT ? StoreStatus::notFound() : statusOf(code, "open"));
+    }
+    int dead = 0;
+    mdb_reader_check(environment_, &dead);
+    const StoreStatus pages = fd >= 0 && file.st_size > 0 ? checkPages(fd) : StoreStatus();
+    if (!pages.ok()) {
+        return finish(pages);
+    }
+    if (::stat(dataPath_.c_str(), &file) != 0) {
+        return finish(StoreStatus::failure(fmt::format("stat: {}", std::strerror(errno))));
+    }
+    dataFile_ = idOf(file);
+    sizeSeen_ = file.st_size;
+    return finish(
+        reading("open", [this](MDB_txn* transaction) { return mdb_dbi_open(transaction, nullptr, 0, &tree_); }));
+}
+
+int LmdbDatabase::openEnvironment(std::size_t fileBytes) {
+    MDB_env* fresh = nullptr;
+    int code = mdb_env_create(&fresh);
+    if (code == MDB_SUCCESS) {
+        code = mdb_env_set_maxreaders(fresh, kMaxReaders);
+    }
+    if (code == MDB_SUCCESS) {
+        code = mdb_env_set_mapsize(fresh, std::max(kFirstMapBytes, fileBytes));
+    }
+    if (code == MDB_SUCCESS) {
+        const unsigned flags = MDB_NOTLS | (readOnly_ ? static_cast<unsigned>(MDB_RDONLY) : 0U);
+        code = mdb_env_open(fresh, directory_.c_str(), flags, kFileMode);
+    }
+    if (code == MDB_SUCCESS) {
+        environment_ = fresh;
+    } else if (fresh != nullptr) {
+        mdb_env_close(fresh);
+    }
+    return code;
+}
+
+/// The library keeps the memory of every page that a transaction ever wrote, for the next one. After a large batch
+/// that is most of a client's memory, so the environment is opened anew between two transactions.
+void LmdbDatabase::releaseMemory() {
+    const std::unique_lock guard(map_, std::try_to_lock);
+    if (!guard.owns_lock() || environment_ == nullptr) {
+        return;  // nobody waits for memory; the next large batch tries again
+    }
+    closeEnvironment();
+    broken_ = false;
+    struct stat file {};
+    const bool same = ::stat(dataPath_.c_str(), &file) == 0 && idOf(file) == dataFile_ &&
+                      openEnvironment(static_cast<std::size_t>(file.st_size)) == MDB_SUCCESS;
+    MDB_txn* transaction = nullptr;
+    if (same && mdb_txn_begin(environment_, nullptr, MDB_RDONLY, &transaction) == MDB_SUCCESS) {
+        // Also sets the library's key order for the tree.
+        broken_ = mdb_dbi_open(transaction, nullptr, 0, &tree_) != MDB_SUCCESS;
+        mdb_txn_abort(transaction);
+    } else {
+        broken_ = true;
+    }
+}
+
+/// Under `map_`, exclusive.
+void LmdbDatabase::closeEnvironment() {
+    broken_ = true;
+    if (environment_ != nullptr && !inherited()) {
+        dropIdleReaders();
+        mdb_env_close(environment_);
+    }
+    environment_ = nullptr;
+}
+
+/// Checks the pages of the newest state; nothing but meta pages has been followed before.
+StoreStatus LmdbDatabase::checkPages(int fd) {
+    bool superseded = true;
+    for (int attempt = 0; superseded && attempt < kMaxAttempts; ++attempt) {
+        std::string problem;
+        StoreStatus status = reading("open", [&](MDB_txn* transaction) {
+            problem = checkTree(fd, mdb_txn_id(transaction), &superseded);
+            return MDB_SUCCESS;
+        });
+        if (!status.ok()) {
+            return status;
+        }
+        if (!problem.empty()) {
+            return StoreStatus::damage(problem);
+        }
+    }
+    return superseded ? StoreStatus::failure("open: written too often to be checked") : StoreStatus();
+}
+
+int LmdbDatabase::beginReading(Reader& reader) {
+    if (environment_ == nullptr) {
+        return MDB_PANIC;
+    }
+    IdleReaders& idle = idleReaders();
+    {
+        const std::lock_guard guard(idle.lock);
+        if (!idle.transactions.empty()) {
+            reader = idle.transactions.back();
+            idle.transactions.pop_back();
+        }
+    }
+    if (reader == nullptr) {
+        return mdb_txn_begin(environment_, nullptr, MDB_RDONLY, &reader);
+    }
+    const int code = mdb_txn_renew(reader);
+    if (code != MDB_SUCCESS) {
+        mdb_txn_abort(std::exchange(reader, nullptr));
+    }
+    return code;
+}
+
+void LmdbDatabase::endReading(Reader reader) {
+    mdb_txn_reset(reader);
+    IdleReaders& idle = idleReaders();
+    const std::lock_guard guard(idle.lock);
+    idle.transactions.push_back(reader);
+}
+
+void LmdbDatabase::dropIdleReaders() {
+    for (IdleReaders& idle : idle_) {
+        const std::lock_guard guard(idle.lock);
+        for (const Reader reader : idle.transactions) {
+            mdb_txn_abort(reader);
+        }
+        idle.transactions.clear();
+    }
+}
+
+/// Frees the slots of processes that died inside a read.
+void LmdbDatabase::dropDeadReaders() {
+    const std::shared_lock guard(map_);
+    if (environment_ != nullptr) {
+        int dead = 0;
+        mdb_reader_check(environment_, &dead);
+    }
+}
+
+/// The code as a status. After damage, or a write that failed half way, the environment is of no more use.
+StoreStatus LmdbDatabase::ended(int code, const char* step) {
+    if (meansDamage(code) || code == MDB_PANIC) {
+        broken_ = true;
+    }
+    return statusOf(code, step);
+}
+
+template <class Use>
+StoreStatus LmdbDatabase::reading(const char* step, Use use) {
+    int code = MDB_SUCCESS;
+    for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
+        {
+            const std::shared_lock guard(map_);
+            Reader reader = nullptr;
+            code = beginReading(reader);
+            if (code == MDB_SUCCESS) {
+                const ReaderGuard reading(*this, reader);
+                return ended(use(reader), step);
+            }
+        }
+        if (code == MDB_MAP_RESIZED) {
+            code = adoptGrowth();
+        } else if (code == MDB_READERS_FULL) {
+            // Slots of processes that died are freed; those of our own idle transactions, too.
+            dropIdleReaders();
+            dropDeadReaders();
+            std::this_thread::yield();
+        } else {
+            break;
+        }
+    }
+    return ended(code == MDB_SUCCESS ? MDB_MAP_RESIZED : code, step);
+}
+
+template <class Use>
+StoreStatus LmdbDatabase::writing(const char* step, std::size_t bytes, Use use) {
+    if (readOnly_) {
+        return StoreStatus::failure(fmt::format("{}: opened for reading only", step));
+    }
+    int code = makeRoom(bytes);
+    for (int attempt = 0; code == MDB_SUCCESS && attempt < kMaxAttempts; ++attempt) {
+        std::size_t mapBytes = 0;
+        {
+            const std::shared_lock guard(map_);
+            if (environment_ == nullptr) {
+                return ended(MDB_PANIC, step);
+            }
+            MDB_envinfo info;
+            mdb_env_info(environment_, &info);
+            mapBytes = info.me_mapsize;
+            MDB_txn* transaction = nullptr;
+            code = mdb_txn_begin(environment_, nullptr, 0, &transaction);
+            if (code == MDB_SUCCESS) {
+                WriterGuard writer(transaction);
+                code = use(transaction);
+                if (code == MDB_SUCCESS) {
+                    code = writer.commit();
+                }
+            }
+        }
+        if (code == MDB_MAP_FULL) {
+            dropDeadReaders();  // they keep pages from being used again
+            code = growTo(mapBytes * 2);
+        } else if (code == MDB_MAP_RESIZED) {
+            code = adoptGrowth();
+        } else {
+            if (bytes >= kLargeBatchBytes) {
+                releaseMemory();
+            }
+            return ended(code, step);
+        }
+    }
+    return ended(code == MDB_SUCCESS ? MDB_MAP_FULL : code, step);
+}
+
+int LmdbDatabase::adoptGrowth() {
+    const std::lock_guard guard(map_);
+    return remap(0);
+}
+
+int LmdbDatabase::growTo(std::size_t bytes) {
+    if (bytes > kLargestMapBytes) {
+        return MDB_MAP_FULL;
+    }
+    const std::lock_guard guard(map_);
+    if (environment_ == nullptr) {
+        return MDB_PANIC;
+    }
+    MDB_envinfo info;
+    mdb_env_info(environment_, &info);
+    return info.me_mapsize >= bytes ? MDB_SUCCESS : remap(bytes);
+}
+
+/// Under `map_`, exclusive. Where the new map cannot be had, the old one is gone already.
+int LmdbDatabase::remap(std::size_t bytes) {
+    if (environment_ == nullptr) {
+        return MDB_PANIC;
+    }
+    const int code = mdb_env_set_mapsize(environment_, bytes);
+    if (code != MDB_SUCCESS) {
+        closeEnvironment();
+    }
+    return code;
+}
+
+/// Grows the map ahead of a batch, so that a large one is not written several times over.
+int LmdbDatabase::makeRoom(std::size_t bytes) {
+    MDB_envinfo info;
+    MDB_stat stat;
+    {
+        const std::shared_lock guard(map_);
+        if (environment_ == nullptr) {
+            return MDB_PANIC;
+        }
+        mdb_env_info(environment_, &info);
+        mdb_env_stat(environment_, &stat);
+    }
+    const std::size_t needed = (info.me_last_pgno + 1) * stat.ms_psize + 2 * bytes;
+    std::size_t size = info.me_mapsize;
+    while (size < needed && size < kLargestMapBytes) {
+        size *= 2;
+    }
+    return size == info.me_mapsize ? MDB_SUCCESS : growTo(size);
+}
+
+int LmdbDatabase::erase(MDB_txn* transaction, const std::string& name) {
+    const std::string prefix = name + kFieldSeparator;
+    std::vector<std::string> keys{name};
+    int code = MDB_SUCCESS;
+    {
+        Cursor cursor(transaction, tree_);
+        code = cursor.seek(prefix);
+        for (; code == MDB_SUCCESS && startsWith(cursor.key(), prefix); code = cursor.next()) {
+            keys.emplace_back(cursor.key());
+        }
+    }
+    code = code == MDB_NOTFOUND ? MDB_SUCCESS : code;
+    for (std::size_t i = 0; code == MDB_SUCCESS && i < keys.size(); ++i) {
+        MDB_val doomed = valueOf(keys[i]);
+        code = mdb_del(transaction, tree_, &doomed, nullptr);
+        code = code == MDB_NOTFOUND ? MDB_SUCCESS : code;
+    }
+    return code;
+}
+
+StoreStatus LmdbDatabase::put(const std::vector<StoreEntry>& entries, bool onlyNew,
+                              const std::vector<std::string>& erased) {
+    if (entries.empty() && erased.empty()) {
+        return {};
+    }
+    // In key order each page is visited once; into an empty tree, pages are filled to the brim without a search.
+    std::vector<std::size_t> order(entries.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::size_t a, std::size_t b) { return entries[a].key < entries[b].key; });
+    const std::size_t bytes = std::accumulate(
+        entries.begin(), entries.end(), std::size_t{0},
+        [](std::size_t sum, const StoreEntry& entry) { return sum + entry.key.size() + entry.value.size(); });
+    return writing("write", bytes, [&](MDB_txn* transaction) {
+        int code = MDB_SUCCESS;
+        for (std::size_t i = 0; code == MDB_SUCCESS && i < erased.size(); ++i) {
+            code = erase(transaction, erased[i]);
+        }
+        MDB_stat stat{};
+        code = code == MDB_SUCCESS ? mdb_stat(transaction, tree_, &stat) : code;
+        const unsigned flags = (onlyNew ? static_cast<unsigned>(MDB_NOOVERWRITE) : 0U) |
+                               (stat.ms_entries == 0 ? static_cast<unsigned>(MDB_APPEND) : 0U);
+        for (std::size_t i = 0; code == MDB_SUCCESS && i < order.size(); ++i) {
+            const StoreEntry& entry = entries[order[i]];
+            if (i + 1 < order.size() && entries[order[i + 1]].key == entry.key) {
+                continue;
+            }
+            MDB_val key = valueOf(entry.key);
+            MDB_val value = valueOf(entry.value);
+            code = mdb_put(transaction, tree_, &key, &value, flags);
+            code = code == MDB_KEYEXIST && onlyNew ? MDB_SUCCESS : code;
+        }
+        return code;
+    });
+}
+
+StoreStatus LmdbDatabase::get(std::string_view key, const Visitor& visit) {
+    return reading("read", [&](MDB_txn* transaction) {
+        MDB_val wanted = valueOf(key);
+        MDB_val value{};
+        const int code = mdb_get(transaction, tree_, &wanted, &value);
+        if (code == MDB_SUCCESS) {
+            visit(key, viewOf(value));
+        }
+        return code;
+    });
+}
+
+StoreStatus LmdbDatabase::scan(std::string_view prefix, const Visitor& visit) {
+    return reading("read", [&](MDB_txn* transaction) {
+        Cursor cursor(transaction, tree_);
+        int code = cursor.seek(prefix);
+        while (code == MDB_SUCCESS && startsWith(cursor.key(), prefix) && visit(cursor.key(), cursor.value())) {
+            code = cursor.next();
+        }
+        return code == MDB_NOTFOUND ? MDB_SUCCESS : code;
+    });
+}
+
+StoreStatus LmdbDatabase::clear() {
+    return writing("clear", 0, [&](MDB_txn* transaction) { return mdb_drop(transaction, tree_, 0); });
+}
+
+/// Every environment that this process has open, whichever engine opened it: the library allows one per directory, and
+/// closing one while another is being opened would take the other's locks away.
+struct Registry {
+    std::recursive_mutex lock;
+    std::condition_variable_any closed;
+    struct Entry {
+        LmdbDatabase* database;  // until it is closed
+        std::weak_ptr<LmdbDatabase> alive;
+    };
+    std::map<FileId, Entry> entries;
+
+    static Registry& instance() {
+        static Registry* const registry = new Registry;
+        return *registry;
+    }
+
+    /// The deleter of the shared pointers.
+    static void close(LmdbDatabase* database) {
+        Registry& registry = instance();
+        const std::lock_guard guard(registry.lock);
+        std::erase_if(registry.entries, [database](const auto& entry) { return entry.second.database == database; });
+        delete database;
+        registry.closed.notify_all();
+    }
+
+    /// The usable environment of a directory, if there is one; one that is not is retired first. Under `lock`.
+    std::shared_ptr<LmdbDatabase> find(FileId directory, bool forWriting) {
+        for (;;) {
+            const auto entry = entries.find(directory);
+            if (entry == entries.end() || entry->second.database->inherited()) {
+                return nullptr;
+            }
+            if (std::shared_ptr<LmdbDatabase> open = entry->second.alive.lock()) {
+                if (open->isCurrent() && !(forWriting && open->readOnly())) {
+                    return open;
+                }
+                open->retire();
+                entries.erase(directory);
+                return nullptr;
+            }
+            closed.wait(lock);  // its last user has just let go of it
+        }
+    }
+};
+
+/// Keeps other processes from creating, checking or moving aside databases of the same root meanwhile.
+class RootLock {
+public:
+    RootLock(const std::string& directory, bool exclusive) {
+        const std::string root = std::filesystem::path(directory).parent_path();
+        fd_ = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        while (fd_ >= 0 && ::flock(fd_, exclusive ? LOCK_EX : LOCK_SH) != 0 && errno == EINTR) {
+        }
+    }
+    ~RootLock() {
+        if (fd_ >= 0) {
+            ::close(fd_);
+        }
+    }
+    RootLock(const RootLock&) = delete;
+    RootLock& operator=(const RootLock&) = delete;
+
+private:
+    int fd_;
+};
+
+class LmdbEngine final : public StoreEngine {
+public:
+    std::shared_ptr<StoreDatabase> open(const std::string& directory, Mode mode, StoreStatus& status) override {
+        const std::lock_guard guard(registry_.lock);
+        status = {};
+        if (mode == Mode::Create) {
+            std::error_code error;
+            std::filesystem::create_directories(directory, error);
+            if (error) {
+                status = StoreStatus::failure(fmt::format("create directory: {}", error.message()));
+                return nullptr;
+            }
+        } else if (::access((directory + "/" + kDataFile).c_str(), F_OK) != 0) {
+            status = StoreStatus::notFound();
+            return nullptr;
+        }
+        const RootLock rootLock(directory, mode == Mode::Create);
+        std::shared_ptr<LmdbDatabase> database = openDirectory(directory, mode, status);
+        if (status.kind == StoreStatus::Kind::Damaged && mode == Mode::Create) {
+            database = replaceDamaged(directory, status);
+        }
+        return database;
+    }
+
+private:
+    std::shared_ptr<LmdbDatabase> replaceDamaged(const std::string& directory, StoreStatus& status) {
+        const std::string problem = status.reason;
+        std::string moved;
+        status = moveAside(directory, moved);
+        if (!status.ok()) {
+            return nullptr;
+        }
+        std::shared_ptr<LmdbDatabase> database = openDirectory(directory, Mode::Create, status);
+        status.reason = fmt::format("was damaged ({}) and is now {}{}{}", problem, moved,
+                                    status.ok() ? "" : "; the fresh one failed: ", status.reason);
+        return database;
+    }
+
+    std::shared_ptr<LmdbDatabase> openDirectory(const std::string& directory, Mode mode, StoreStatus& status) {
+        if (mode == Mode::Create) {
+            std::error_code error;
+            std::filesystem::create_directory(directory, error);  // gone after it was moved aside
+        }
+        struct stat file {};
+        if (::stat(directory.c_str(), &file) != 0) {
+            status = StoreStatus::failure(fmt::format("stat: {}", std::strerror(errno)));
+            return nullptr;
+        }
+        if (std::shared_ptr<LmdbDatabase> open = registry_.find(idOf(file), mode == Mode::Create)) {
+            return open;
+        }
+        std::shared_ptr<LmdbDatabase> database = openFresh(directory, mode == Mode::ReadExisting, status);
+        if (!database && mode == Mode::WriteExisting && status.failed() && ::access(directory.c_str(), W_OK) != 0) {
+            database = openFresh(directory, true, status);
+        }
+        if (database) {
+            registry_.entries.insert_or_assign(idOf(file), Registry::Entry{database.get(), database});
+        }
+        return database;
+    }
+
+    static std::shared_ptr<LmdbDatabase> openFresh(const std::string& directory, bool readOnly, StoreStatus& status) {
+        std::shared_ptr<LmdbDatabase> database(new LmdbDatabase(directory, readOnly), Registry::close);
+        status = database->open();
+        return status.ok() ? database : nullptr;
+    }
+
+    static StoreStatus moveAside(const std::string& directory, std::string& moved) {
+        for (int i = 1; i < kMaxAttempts; ++i) {
+            const std::string target = fmt::format("{}.damaged-{}", directory, i);
+            if (::access(target.c_str(), F_OK) == 0) {
+                continue;
+            }
+            if (::rename(directory.c_str(), target.c_str()) != 0) {
+                return StoreStatus::failure(fmt::format("move aside: {}", std::strerror(errno)));
+            }
+            moved = std::filesystem::path(target).filename().string();
+            return {};
+        }
+        return StoreStatus::failure("move aside: too many damaged databases are kept");
+    }
+
+    Registry& registry_ = Registry::instance();  // one opening at a time, so that no directory is opened twice
+};
+
+}  // namespace
+
+StoreDatabase::~StoreDatabase() = default;
+
+StoreEngine::~StoreEngine() = default;
+
+std::shared_ptr<StoreEngine> makeLmdbEngine() {
+    watchForks();
+    return std::make_shared<LmdbEngine>();
+}
+
+}  // namespace persist

@@ -1,0 +1,84 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/Export.h"
+
+namespace persist {
+
+/// How a call of the storage engine ended.
+struct StoreStatus {
+    enum class Kind {
+        Ok,
+        NotFound,  ///< no such key, or no such database
+        Failed,    ///< `reason` says why; nothing was changed
+        Damaged,   ///< the database's file is not what the engine wrote; `reason` says where
+    };
+
+    Kind kind = Kind::Ok;
+    std::string reason;
+
+    bool ok() const { return kind == Kind::Ok; }
+    bool failed() const { return kind == Kind::Failed || kind == Kind::Damaged; }
+
+    static StoreStatus notFound() { return {Kind::NotFound, {}}; }
+    static StoreStatus failure(std::string why) { return {Kind::Failed, std::move(why)}; }
+    static StoreStatus damage(std::string why) { return {Kind::Damaged, std::move(why)}; }
+};
+
+/// One key with its value; both belong to the caller.
+struct StoreEntry {
+    std::string_view key;
+    std::string_view value;
+};
+
+/// Stands between a field and the key of a sub-document; no other key holds it. Stored; never change.
+constexpr char kFieldSeparator = '\0';
+
+/// One open database: an ordered map of byte strings to byte strings. Every changing call is one transaction, done
+/// whole or not at all, and safe against power loss when it returns. Safe from any thread; readers see one state for
+/// the length of a call. A visitor must not call the database again.
+class PM_PLATFORM_API StoreDatabase {
+public:
+    /// Given bytes that are valid only during the call; answers whether to go on.
+    using Visitor = std::function<bool(std::string_view key, std::string_view value)>;
+
+    virtual ~StoreDatabase();
+
+    /// Removes the entries of the keys `erased` and of the fields of those names, then puts all entries; of two with
+    /// one key the later counts. With `onlyNew`, keys that exist keep their value.
+    virtual StoreStatus put(const std::vector<StoreEntry>& entries, bool onlyNew,
+                            const std::vector<std::string>& erased) = 0;
+    virtual StoreStatus get(std::string_view key, const Visitor& visit) = 0;
+    /// Visits the entries whose key begins with `prefix`, in ascending order of their keys.
+    virtual StoreStatus scan(std::string_view prefix, const Visitor& visit) = 0;
+    virtual StoreStatus clear() = 0;
+
+    /// Whether the directory that the database was opened from still leads to it.
+    virtual bool isCurrent() const = 0;
+};
+
+/// Opens databases. Safe from any thread.
+class PM_PLATFORM_API StoreEngine {
+public:
+    virtual ~StoreEngine();
+
+    enum class Mode {
+        ReadExisting,   ///< never creates or changes anything but the engine's own lock file
+        WriteExisting,  ///< never creates a database
+        Create,         ///< creates the directory and the database where they are missing
+    };
+
+    /// The database in `directory`; null with the reason in `status` when it cannot be opened. A process has one
+    /// database open per directory, whatever path leads there.
+    virtual std::shared_ptr<StoreDatabase> open(const std::string& directory, Mode mode, StoreStatus& status) = 0;
+};
+
+/// The engine over LMDB: one environment directory per database.
+PM_PLATFORM_API std::shared_ptr<StoreEngine> makeLmdbEngine();
+
+}  // namespace persist

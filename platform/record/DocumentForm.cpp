@@ -1,0 +1,375 @@
+#include "platform/record/DocumentForm.h"
+
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+
+#include <boost/make_shared.hpp>
+#include <boost/pointer_cast.hpp>
+
+#include <algorithm>
+#include <array>
+#include <bitset>
+#include <cstring>
+#include <ostream>
+
+#include "platform/bson/ElementCursor.h"
+#include "platform/record/Records.h"
+#include "platform/utils/Singleton.h"
+
+namespace mxservice {
+namespace {
+
+using bson::Element;
+using bson::ElementCursor;
+using bson::ElementType;
+
+std::vector<bson::BSONObj> componentDocuments(const ComponentMap& components) {
+    std::vector<bson::BSONObj> documents;
+    documents.reserve(components.size());
+    for (const auto& [code, component] : components) {
+        if (component) {
+            documents.push_back(component->toBsonWithBson());
+        }
+    }
+    return documents;
+}
+
+enum class Outcome { Filled, Unfit, Damaged };
+
+/// Fills the basket from the array at `element`; what is no embedded document is skipped.
+Outcome readComponents(ComponentMap& components, const Element& element) {
+    components.clear();
+    ElementCursor cursor(element.value, element.valueSize);
+    for (Element item; cursor.next(item);) {
+        if (item.type != ElementType::Document) {
+            continue;
+        }
+        auto component = boost::make_shared<CETFComponentStockInfo>();
+        if (!readDocument(*component, item.value, item.valueSize, false, nullptr)) {
+            return Outcome::Damaged;
+        }
+        components[component->code] = component;
+    }
+    return cursor.failure() == nullptr ? Outcome::Filled : Outcome::Damaged;
+}
+
+Outcome readNumber(const Field& field, IData& record, const Element& element) {
+    if (!element.isNumber()) {
+        return Outcome::Unfit;
+    }
+    switch (field.kind()) {
+        case FieldKind::Int8:
+            field.in<std::int8_t>(record) = element.toInteger<std::int8_t>();
+            break;
+        case FieldKind::Int32:
+            field.in<std::int32_t>(record) = element.toInteger<std::int32_t>();
+            break;
+        case FieldKind::UInt32:
+            field.in<std::uint32_t>(record) = element.toInteger<std::uint32_t>();
+            break;
+        case FieldKind::Int64:
+            field.in<std::int64_t>(record) = element.toInt64();
+            break;
+        default:
+            field.in<double>(record) = element.toDouble();
+            break;
+    }
+    return Outcome::Filled;
+}
+
+Outcome readField(const Field& field, IData& record, const Element& element) {
+    if (field.kind() == FieldKind::Text) {
+        if (!element.isText()) {
+            return Outcome::Unfit;
+        }
+        field.in<std::string>(record).assign(element.text());
+        return Outcome::Filled;
+    }
+    if (field.kind() == FieldKind::Components) {
+        return element.type == ElementType::Array ? readComponents(field.in<ComponentMap>(record), element)
+                                                  : Outcome::Unfit;
+    }
+    return readNumber(field, record, element);
+}
+
+void append(bson::BSONObjBuilder& builder, const Field& field, const IData& record) {
+    switch (field.kind()) {
+        case FieldKind::Text:
+            builder.append(field.name(), field.in<std::string>(record));
+            break;
+        case FieldKind::Int8:
+            builder.append(field.name(), static_cast<std::int32_t>(field.in<std::int8_t>(record)));
+            break;
+        case FieldKind::Int32:
+            builder.append(field.name(), field.in<std::int32_t>(record));
+            break;
+        case FieldKind::UInt32:
+            builder.append(field.name(), static_cast<std::int64_t>(field.in<std::uint32_t>(record)));
+            break;
+        case FieldKind::Int64:
+            builder.append(field.name(), field.in<std::int64_t>(record));
+            break;
+        case FieldKind::Double:
+            builder.append(field.name(), field.in<double>(record));
+            break;
+        case FieldKind::Components:
+            builder.append(field.name(), componentDocuments(field.in<ComponentMap>(record)));
+            break;
+    }
+}
+
+template <class Plain>
+void appendPlain(std::string& bytes, Plain value) {
+    bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+/// Appends a document whose elements `elements` appends: length, elements, closing zero. False when it grew too large.
+template <class Elements>
+bool appendFrame(std::string& bytes, const Elements& elements) {
+    const std::size_t begin = bytes.size();
+    appendPlain(bytes, std::int32_t{0});
+    const bool good = elements();
+    bytes.push_back('\0');
+    const std::size_t size = bytes.size() - begin;
+    if (!good || size > bson::kMaxDocumentBytes) {
+        return false;
+    }
+    const auto length = static_cast<std::int32_t>(size);
+    std::memcpy(bytes.data() + begin, &length, sizeof length);
+    return true;
+}
+
+bool appendRecord(std::string& bytes, const IData& record);
+
+bool appendComponents(std::string& bytes, const ComponentMap& components) {
+    return appendFrame(bytes, [&] {
+        std::size_t index = 0;
+        for (const auto& [code, component] : components) {
+            if (!component) {
+                continue;
+            }
+            bytes.push_back(static_cast<char>(ElementType::Document));
+            bytes.append(std::to_string(index++)).push_back('\0');
+            if (!appendRecord(bytes, *component)) {
+                return false;
+            }
+        }
+        return true;
+    });
+}
+
+bool appendValue(std::string& bytes, const Field& field, const IData& record) {
+    switch (field.kind()) {
+        case FieldKind::Text: {
+            const std::string& text = field.in<std::string>(record);
+            if (text.size() >= bson::kMaxDocumentBytes) {
+                return false;
+            }
+            appendPlain(bytes, static_cast<std::int32_t>(text.size() + 1));
+            bytes.append(text).push_back('\0');
+            return true;
+        }
+        case FieldKind::Int8:
+            appendPlain(bytes, static_cast<std::int32_t>(field.in<std::int8_t>(record)));
+            return true;
+        case FieldKind::Int32:
+            appendPlain(bytes, field.in<std::int32_t>(record));
+            return true;
+        case FieldKind::UInt32:
+            appendPlain(bytes, static_cast<std::int64_t>(field.in<std::uint32_t>(record)));
+            return true;
+        case FieldKind::Int64:
+            appendPlain(bytes, field.in<std::int64_t>(record));
+            return true;
+        case FieldKind::Double:
+            appendPlain(bytes, field.in<double>(record));
+            return true;
+        case FieldKind::Components:
+            break;
+    }
+    return appendComponents(bytes, field.in<ComponentMap>(record));
+}
+
+bool appendRecord(std::string& bytes, const IData& record) {
+    return appendFrame(bytes, [&] {
+        for (const Field& field : record.recordType().fields()) {
+            bytes.append(field.header());
+            if (!appendValue(bytes, field, record)) {
+                return false;
+            }
+        }
+        return true;
+    });
+}
+
+/// No class has more fields; a test holds the tables against it.
+constexpr std::size_t kMaxFields = 128;
+
+const RecordType* classByTelltale(std::string_view key) {
+    const std::vector<const RecordType*>& types = TypeManager::instance()->types();
+    const auto found =
+        std::find_if(types.begin(), types.end(), [&](const RecordType* type) { return type->telltale() == key; });
+    return found == types.end() ? nullptr : *found;
+}
+
+}  // namespace
+
+bool readDocument(IData& record, const char* data, std::size_t size, bool resetMissing, std::string* error) {
+    const RecordType& type = record.recordType();
+    const std::vector<Field>& fields = type.fields();
+    std::bitset<kMaxFields> filled;
+    std::size_t expected = 0;
+    const auto refuse = [error](const char* reason, std::size_t offset) {
+        if (error != nullptr) {
+            *error = fmt::format("{} at byte {}", reason, offset);
+        }
+        return false;
+    };
+    ElementCursor cursor(data, size);
+    for (Element element; cursor.next(element);) {
+        std::size_t index = expected;
+        if (index >= fields.size() || fields[index].name() != element.name) {
+            const int found = type.indexOf(element.name);
+            if (found < 0) {
+                continue;
+            }
+            index = static_cast<std::size_t>(found);
+        }
+        const Outcome outcome = readField(fields[index], record, element);
+        if (outcome == Outcome::Damaged) {
+            return refuse("damaged basket", cursor.offset());
+        }
+        filled.set(index, outcome == Outcome::Filled);
+        expected = index + 1;
+    }
+    if (cursor.failure() != nullptr) {
+        return refuse(cursor.failure(), cursor.offset());
+    }
+    if (resetMissing && filled.count() < fields.size()) {
+        for (std::size_t i = 0; i < fields.size(); ++i) {
+            if (!filled.test(i)) {
+                fields[i].reset(record);
+            }
+        }
+    }
+    return true;
+}
+
+const RecordType* classOfDocument(const char* data, std::size_t size) {
+    bool market = false;
+    bool code = false;
+    ElementCursor cursor(data, size);
+    for (Element element; cursor.next(element);) {
+        if (const RecordType* const type = classByTelltale(element.name)) {
+            return type;
+        }
+        market = market || element.name == "market";
+        code = code || element.name == "code";
+    }
+    return market && code ? &CInstrumentDetail::table() : nullptr;
+}
+
+IData::~IData() = default;
+
+void IData::appendElements(bson::BSONObjBuilder& builder) const {
+    for (const Field& field : recordType().fields()) {
+        append(builder, field, *this);
+    }
+}
+
+void IData::appendElements_v2(bson::BSONObjBuilder& builder) const {
+    appendElements(builder);
+}
+
+bool IData::appendDocument(std::string& bytes) const {
+    const std::size_t before = bytes.size();
+    const bool fits = appendRecord(bytes, *this);
+    if (!fits) {
+        bytes.resize(before);
+    }
+    return fits;
+}
+
+bson::BSONObj IData::toBsonWithBson() const {
+    bson::BSONObjBuilder builder;
+    appendElements(builder);
+    return builder.obj();
+}
+
+bool IData::bsonValueFromObj(const bson::BSONObj& object, bool resetMissing, std::string* error) {
+    if (error != nullptr) {
+        error->clear();
+    }
+    return mxservice::readDocument(*this, object.objdata(), static_cast<std::size_t>(object.objsize()), resetMissing,
+                                   error);
+}
+
+bool IData::readDocument(std::string_view bytes, bool resetMissing, std::string* error) {
+    return mxservice::readDocument(*this, bytes.data(), bytes.size(), resetMissing, error);
+}
+
+std::ostream& operator<<(std::ostream& out, const IData& record) {
+    const RecordType& type = record.recordType();
+    out << type.name() << '{';
+    const char* separator = "";
+    for (const Field& field : type.fields()) {
+        if (field.isDefault(record)) {
+            continue;
+        }
+        out << separator << field.name() << '=';
+        separator = ", ";
+        switch (field.kind()) {
+            case FieldKind::Text:
+                out << field.in<std::string>(record);
+                break;
+            case FieldKind::Int8:
+                out << static_cast<int>(field.in<std::int8_t>(record));
+                break;
+            case FieldKind::Int32:
+                out << field.in<std::int32_t>(record);
+                break;
+            case FieldKind::UInt32:
+                out << field.in<std::uint32_t>(record);
+                break;
+            case FieldKind::Int64:
+                out << field.in<std::int64_t>(record);
+                break;
+            case FieldKind::Double:
+                out << fmt::format("{}", field.in<double>(record));
+                break;
+            case FieldKind::Components:
+                out << field.in<ComponentMap>(record).size() << " components";
+                break;
+        }
+    }
+    return out << '}';
+}
+
+TypeManager* TypeManager::instance() {
+    static TypeManager* const manager = new TypeManager;
+    return manager;
+}
+
+const RecordType* TypeManager::find(std::string_view name) const {
+    const auto found =
+        std::find_if(types_.begin(), types_.end(), [&](const RecordType* type) { return type->name() == name; });
+    return found == types_.end() ? nullptr : *found;
+}
+
+boost::shared_ptr<IData> TypeManager::parse(std::string_view bytes, std::string* error) const {
+    const RecordType* const type = classOfDocument(bytes.data(), bytes.size());
+    if (type == nullptr) {
+        if (error != nullptr) {
+            *error = "document damaged or of no known record class";
+        }
+        return nullptr;
+    }
+    boost::shared_ptr<IData> record = type->make();
+    return readDocument(*record, bytes.data(), bytes.size(), false, error) ? record : nullptr;
+}
+
+boost::shared_ptr<IData> TypeManager::parse(const bson::BSONObj& object, bool /*complete*/, std::string* error) const {
+    return parse(std::string_view(object.objdata(), static_cast<std::size_t>(object.objsize())), error);
+}
+
+}  // namespace mxservice

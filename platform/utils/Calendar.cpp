@@ -1,0 +1,52 @@
+#include "platform/utils/Calendar.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <ctime>
+#include <stdexcept>
+
+namespace utils {
+namespace {
+
+/// The pinned day as a number (20260302); 0 follows the clock.
+std::atomic<std::int32_t> pinnedDay{0};
+
+std::int32_t dayOf(const std::string& date) {
+    const bool digits = std::all_of(date.begin(), date.end(), [](char c) { return c >= '0' && c <= '9'; });
+    return date.size() == 8 && digits ? std::stoi(date) : 0;
+}
+
+std::int32_t currentDay() {
+    const std::int32_t pinned = pinnedDay.load(std::memory_order_relaxed);
+    if (pinned != 0) {
+        return pinned;
+    }
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    return (local.tm_year + 1900) * 10000 + (local.tm_mon + 1) * 100 + local.tm_mday;
+}
+
+}  // namespace
+
+bool isToday(const std::string& date) {
+    const std::int32_t day = dayOf(date);
+    return day != 0 && day == currentDay();
+}
+
+void setToday(const std::string& date) {
+    const std::int32_t day = dayOf(date);
+    if (day == 0 && !date.empty()) {
+        throw std::invalid_argument(fmt::format("not a date of the form YYYYMMDD: \"{}\"", date));
+    }
+    pinnedDay.store(day, std::memory_order_relaxed);
+}
+
+std::string today() {
+    return fmt::format("{:08}", currentDay());
+}
+
+}  // namespace utils

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "platform/Export.h"
+
+namespace utils {
+
+/// The platform's log switch. Off until a host switches it on; while it is off nothing is formatted or logged.
+/// Safe from any thread.
+class PM_PLATFORM_API CLogCenter {
+public:
+    static bool logEnabled();
+    static void setLogEnabled(bool enabled);
+};
+
+}  // namespace utils

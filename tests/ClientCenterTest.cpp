@@ -1,0 +1,348 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fstream>
+
+#include "tests/CenterFixture.h"
+#include "tests/LogCapture.h"
+
+// What only the persisted center does.
+
+namespace mxservice {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
+
+class ClientCenter : public CenterTest<ClientKind> {
+protected:
+    static persist::CPersistService& service() { return TemporaryStore::service(); }
+    static std::size_t documentsIn(const std::string& db) { return service().readAllData(db, ".*").size(); }
+    static std::string keyText(const std::string& market, const std::string& code) {
+        return std::to_string(utils::hash(market + code));
+    }
+};
+
+TEST_F(ClientCenter, StoresDocumentsUnderTheFixedNamesAndKeys) {
+    load({"HGT", "SH"}, {instrument("HGT", "00700"), instrument("SH", "600000"), instrument("SHFI", "204001")});
+    EXPECT_EQ(service().readData("OvIns_HK", keyText("HK", "00700")).getStringField("market"), "HGT");
+    EXPECT_EQ(service().readData("OvIns_SH", "15268337435934448243").getStringField("code"), "600000");
+    EXPECT_EQ(service().readData("OvIns_SH", keyText("SH", "204001")).getStringField("market"), "SH");
+    EXPECT_EQ(service().readData("OvRawHGT", keyText("HGT", "00700")).getStringField("code"), "00700");
+    EXPECT_FALSE(std::filesystem::exists(store_.path("OvIns_HGT")));
+    EXPECT_EQ(utils::hash("SH600000"), 15268337435934448243U);
+}
+
+TEST_F(ClientCenter, ConnectKeysAnswerARelabelledCopy) {
+    load({"HK"}, {instrument("HK", "00700")});
+    const InstrumentPtr stored = asked().getInstrument("HK00700");
+    const InstrumentPtr relabelled = asked().getInstrument("HGT00700");
+    EXPECT_EQ(relabelled->market, "HGT");
+    EXPECT_EQ(stored->market, "HK");
+    EXPECT_NE(relabelled, stored);
+    EXPECT_EQ(asked().getInstrument("SGT", "00700")->market, "SGT");
+    EXPECT_EQ(asked().getInstrument("HK00700"), stored) << "served from the cache";
+    EXPECT_TRUE(asked().hasHkstock("HGT00700") && asked().hasHkstock("SGT00700") && asked().hasHkstock("HK00700"));
+    EXPECT_THAT(keysOf(asked().getInstruments("SGT")), ElementsAre("HK00700"));
+}
+
+TEST_F(ClientCenter, ConnectFlagsComeFromTheListings) {
+    const auto listing = [](const std::string& market, const std::string& code, int flag) {
+        const InstrumentPtr record = instrument(market, code);
+        record->connectFlagValue = flag;
+        return record;
+    };
+    const InstrumentPtr set = listing("SGT", "3", 1);
+    set->combinedConnectFlags = 7;
+    load({"HGT", "SGT"}, {listing("HGT", "1", 3), listing("SGT", "1", 2), listing("SGT", "2", 1), set,
+                          listing("HGT", "4", 1), listing("HGT", "4", 2)});
+    const auto flags = [&](const std::string& code) {
+        return asked().getInstrument("HK" + code)->combinedConnectFlags;
+    };
+    EXPECT_EQ(flags("1"), 3U | 2U << 2U);
+    EXPECT_EQ(flags("2"), 1U << 2U);
+    EXPECT_EQ(flags("3"), 7U);
+    EXPECT_EQ(flags("4"), 1U) << "the first listing of a market counts";
+}
+
+TEST_F(ClientCenter, SubMarketsThatALoadLacksComeFromTheRawDatabases) {
+    load({"HK"}, {instrument("HK", "00700"), instrument("HK", "00001")});
+    const LogCapture capture;
+    load({"HGT", "SGT"}, {instrument("HGT", "00700")});
+    EXPECT_THAT(keysOf(asked().getInstruments("HK")), ElementsAre("HGT00700", "HK00001"));
+    EXPECT_THAT(capture.texts(), Contains("[clientIns] read from persist market = HK, size = 2"));
+    EXPECT_THAT(capture.texts(), Contains("[clientIns] read from persist market = SGT, size = 0"));
+
+    OpenClientCenter next;
+    next.initInstruments({"SGT"}, {instrument("SGT", "00002")});
+    EXPECT_THAT(keysOf(static_cast<IInstrumentCenter&>(next).getInstruments("HK")),
+                ElementsAre("HGT00700", "HK00001", "SGT00002"));
+}
+
+TEST_F(ClientCenter, MergesOnlyWhatConcernsTheLoad) {
+    const LogCapture capture;
+    load({"SZ"}, {instrument("SZ", "000001")});
+    load({"HK"}, {instrument("SZ", "000002")});
+    EXPECT_FALSE(std::filesystem::exists(store_.path("OvRawSZ")) || std::filesystem::exists(store_.path("OvRawHK")));
+    EXPECT_THAT(capture.texts(), Not(Contains(HasSubstr("read from persist"))));
+    load({"SH"}, {instrument("SH", "600000")});
+    EXPECT_THAT(capture.texts(), Contains("[clientIns] read from persist market = SHFI, size = 0"));
+    EXPECT_EQ(documentsIn("OvRawSH"), 1U);
+}
+
+TEST_F(ClientCenter, PlatformCodesAreNotedExceptForContinuousContracts) {
+    const auto other = [](const std::string& market, const std::string& code, const std::string& platformCode) {
+        const InstrumentPtr record = instrument(market, code);
+        record->platformCode = platformCode;
+        return record;
+    };
+    const LogCapture capture;
+    load({"CFFEX", "NYSE", "SH", "DCE"},
+         {other("CFFEX", "IF1", "IFL8"), other("CFFEX", "IF2", "IF00"), other("CFFEX", "IF3", "IFmain"),
+          other("CFFEX", "IF4", "IF2600"), other("CFFEX", "IF5", "L"), other("CFFEX", "IF6", "00"),
+          other("NYSE", "BRK.A", "BRKL8"), other("SH", "600000", "other"), other("DCE", "m1", "m2601")});
+    EXPECT_EQ(capture.count("[inscenter] continue ins IF1, IFL8"), 1U);
+    for (const char* const alias : {"IF1", "IF2", "IF3", "600000"}) {
+        EXPECT_EQ(asked().getLumoCode(alias), alias);
+    }
+    EXPECT_EQ(asked().getLumoCode("IF4"), "IF2600");
+    EXPECT_EQ(asked().getLumoCode("IF5"), "L");
+    EXPECT_EQ(asked().getLumoCode("IF6"), "00");
+    EXPECT_EQ(asked().getLumoCode("BRK.A"), "BRKL8");
+    EXPECT_EQ(asked().getLumoCode("m1"), "m2601");
+}
+
+TEST_F(ClientCenter, AReloadForgetsKeysAndReplacesCachedRecords) {
+    load({"SH"}, {instrument("SH", "1"), instrument("SH", "2")});
+    EXPECT_TRUE(asked().getInstrument("SH1") && asked().getInstrument("SH2"));
+    const InstrumentPtr changed = instrument("SH", "2");
+    changed->name = "changed";
+    load({"SH"}, {changed});
+    EXPECT_FALSE(asked().hasStock("SH1") || asked().getInstrument("SH1"));
+    EXPECT_EQ(asked().getInstrument("SH2"), changed) << "the cached record is replaced by the load's own";
+}
+
+TEST_F(ClientCenter, AnEarlierRunsStoreStaysInvisibleUntilItsMarketIsLoaded) {
+    load({"SH"}, {instrument("SH", "1")});
+    OpenClientCenter next;
+    IInstrumentCenter& asked = next;
+    EXPECT_FALSE(asked.hasCode("SH1") || asked.getInstrument("SH1"));
+    EXPECT_THAT(asked.getInstruments(), IsEmpty());
+    EXPECT_EQ(documentsIn("OvIns_SH"), 1U);
+    next.clearDatas({"SH"});
+    EXPECT_EQ(documentsIn("OvIns_SH"), 1U) << "a market never loaded has no name to drop";
+}
+
+TEST_F(ClientCenter, AMarketWhoseWriteFailsIsServedFromMemory) {
+    const auto engine = std::make_shared<FailingEngine>();
+    service().setEngine(engine);
+    engine->failWritesOf("OvIns_CFFEX");
+    const InstrumentPtr main = instrument("CFFEX", "IF2603");
+    main->mainContractFlag = 1;
+    const LogCapture capture;
+    load({"CFFEX", "SZ"}, {main, instrument("SZ", "000001")});
+    EXPECT_EQ(capture.count("[clientIns] save to persist failed, market = CFFEX"), 1U);
+    EXPECT_EQ(capture.count("[clientIns] update db, market=CFFEX, db=OvIns_CFFEX, hash=" +
+                            std::to_string(utils::hash("CFFEX"))),
+              1U);
+    EXPECT_TRUE(asked().hasFuture("CFFEXIF2603"));
+    EXPECT_EQ(asked().getInstrument("CFFEXIF2603"), main);
+    EXPECT_THAT(keysOf(asked().getInstruments("CFFEX")), ElementsAre("CFFEXIF2603"));
+    EXPECT_THAT(keysOf(asked().getInstruments()), ElementsAre("CFFEXIF2603", "SZ000001"));
+    InstrumentMap cached;
+    EXPECT_TRUE(center().getCachedDatas(utils::hash("CFFEX"), cached));
+    EXPECT_FALSE(center().getCachedDatas(utils::hash("SZ"), cached));
+    EXPECT_THAT(cached, SizeIs(1));
+    EXPECT_THAT(asked().getFutureMainInstruments("CFFEX"), IsEmpty())
+        << "the derived catalogues of that load do not see the market's records";
+
+    engine->failWritesOf("");
+    const InstrumentPtr newer = instrument("CFFEX", "IF2603");
+    newer->name = "newer";
+    load({"CFFEX"}, {newer, instrument("CFFEX", "IF2606")});
+    EXPECT_EQ(asked().getInstrument("CFFEXIF2603")->name, "newer") << "the next load heals";
+    EXPECT_EQ(asked().getInstruments("CFFEX")["CFFEXIF2603"]->name, "newer");
+    EXPECT_THAT(asked().getInstruments("CFFEX"), SizeIs(2));
+    EXPECT_TRUE(center().getCachedDatas(utils::hash("CFFEX"), cached)) << "the parked batch is kept";
+}
+
+TEST_F(ClientCenter, UnsafeMarketNamesAreServedFromMemoryToo) {
+    for (const std::string& market : {std::string("../escape"), std::string("a\0b", 3), std::string(300, 'm')}) {
+        load({market}, {instrument(market, "1")});
+        EXPECT_TRUE(asked().getInstrument(market, "1"));
+        EXPECT_THAT(asked().getInstruments(market), SizeIs(1));
+    }
+    EXPECT_FALSE(std::filesystem::exists(store_.path("../escape")));
+}
+
+/// Every call to the store fails in turn, once and from then on: no crash, every record answers from memory or store,
+/// and the next load heals.
+TEST_F(ClientCenter, EveryFailingCallLeavesARecordForEveryKey) {
+    const auto engine = std::make_shared<FailingEngine>();
+    service().setEngine(engine);
+    const auto day = [] {
+        return Instruments{instrument("SH", "1"), instrument("SHFI", "2"), instrument("HK", "3"),
+                           instrument("HGT", "4"), instrument("DCE", "5")};
+    };
+    const std::vector<std::string> markets{"SH", "HK", "DCE"};
+    load(markets, day());
+    const int callsOfALoad = engine->calls();
+    ASSERT_GT(callsOfALoad, 10);
+    for (const bool forever : {false, true}) {
+        for (int call = 0; call < callsOfALoad; ++call) {
+            SCOPED_TRACE(call);
+            OpenClientCenter center;
+            IInstrumentCenter& asked = center;
+            engine->failAt(call, forever);
+            center.initInstruments(markets, day());
+            engine->failAt(-1000000, false);
+            for (const char* const key : {"SH1", "SH2", "HK3", "HK4", "DCE5"}) {
+                const InstrumentPtr record = asked.getInstrument(key);
+                ASSERT_TRUE(record) << key;
+                ASSERT_EQ(record->code, std::string(1, key[std::strlen(key) - 1]));
+            }
+            ASSERT_THAT(asked.getInstruments(), SizeIs(5));
+            center.initInstruments(markets, day());
+            ASSERT_THAT(asked.getInstruments(), SizeIs(5));
+        }
+    }
+}
+
+TEST_F(ClientCenter, ARecordTooLargeForADocumentIsStillServed) {
+    const InstrumentPtr huge = instrument("SH", "1");
+    huge->name.assign(bson::kMaxDocumentBytes, 'x');
+    load({"SH"}, {huge, instrument("SH", "2")});
+    EXPECT_EQ(asked().getInstrument("SH1"), huge);
+    EXPECT_THAT(asked().getInstruments("SH"), SizeIs(2));
+}
+
+TEST_F(ClientCenter, ParkedRecordsAreExchangedAndAnswerFirst) {
+    std::map<std::uint64_t, InstrumentPtr> first{{1, instrument("SH", "1")}};
+    std::map<std::uint64_t, InstrumentPtr> second{{2, instrument("SH", "2")}, {3, nullptr}};
+    center().cacheFailedDatas(utils::hash("SH"), first);
+    EXPECT_THAT(first, IsEmpty());
+    center().cacheFailedDatas(utils::hash("SH"), second);
+    EXPECT_THAT(second, SizeIs(1)) << "what was parked before comes back";
+    InstrumentMap out;
+    EXPECT_TRUE(center().getCachedDatas(utils::hash("SH"), out));
+    EXPECT_THAT(keysOf(out), ElementsAre("SH2"));
+}
+
+TEST_F(ClientCenter, ClearPersistRemovesCatalogueDirectoriesOnly) {
+    load({"SH", "HGT"}, {instrument("SH", "1"), instrument("HGT", "2")});
+    std::ofstream(store_.path("OvIns_x.log")) << "a file";
+    const TemporaryDirectory outside;
+    std::filesystem::create_directory(outside.path() / "kept");
+    std::filesystem::create_directory_symlink(outside.path(), store_.path("OvIns_link"));
+    asked().clearPersist(store_.path());
+    EXPECT_FALSE(std::filesystem::exists(store_.path("OvIns_SH")) || std::filesystem::exists(store_.path("OvIns_HK")));
+    EXPECT_TRUE(std::filesystem::exists(store_.path("OvRawHGT")) &&
+                std::filesystem::exists(store_.path("OvIns_x.log")));
+    EXPECT_TRUE(std::filesystem::exists(outside.path() / "kept")) << "no link is followed out of the root";
+    EXPECT_ANY_THROW(asked().clearPersist(store_.path("nowhere")));
+    EXPECT_FALSE(asked().getInstrument("SH1"));
+    load({"SH"}, {instrument("SH", "1")});
+    EXPECT_TRUE(asked().getInstrument("SH1")) << "the next load begins a fresh database";
+}
+
+TEST_F(ClientCenter, CacheCapacitiesOfOneAndNoneWork) {
+    for (const int capacity : {1, 0, -5}) {
+        OpenClientCenter center(capacity);
+        center.initInstruments({"SH"}, {instrument("SH", "1"), instrument("SH", "2")});
+        for (int round = 0; round < 3; ++round) {
+            EXPECT_EQ(static_cast<IInstrumentCenter&>(center).getInstrument("SH1")->code, "1");
+            EXPECT_EQ(static_cast<IInstrumentCenter&>(center).getInstrument("SH2")->code, "2");
+        }
+    }
+}
+
+TEST_F(ClientCenter, ExchangesOfTheTypesThatOnlyItKnows) {
+    EXPECT_THAT(center().getExchanges(OvTraderForeign), ElementsAre("WP", "NYSE", "NASDAQ"));
+    EXPECT_THAT(center().getExchanges(OvTraderOtc), ElementsAre("OTC"));
+    EXPECT_THAT(center().getExchanges(OvTraderOuterFuture), ElementsAre("WP"));
+    EXPECT_THAT(center().getExchanges(OvTraderOption), ElementsAre("SHO", "SZO"));
+    load({"WP", "NYSE"}, {instrument("WP", "GC"), instrument("NYSE", "A")});
+    EXPECT_THAT(keysOf(asked().getInstruments(OvTraderForeign)), ElementsAre("NYSEA", "WPGC"));
+    EXPECT_THAT(asked().getInstruments(OvTraderQuote), SizeIs(2));
+}
+
+TEST_F(ClientCenter, FuturesCataloguesAreReadBackFromTheStore) {
+    const InstrumentPtr main = instrument("DCE", "m2601");
+    main->productId = "m";
+    main->mainContractFlag = 1;
+    const InstrumentPtr other = instrument("DCE", "m2605");
+    other->productId = "m";
+    load({"DCE"}, {main, other});
+    EXPECT_EQ(*asked().getFutureMainInstruments("DCE")["DCEm2601"], *main);
+    EXPECT_THAT(asked().getProductInstruments("m"), SizeIs(2));
+    EXPECT_THAT(asked().getProductInstruments("none"), IsEmpty());
+    load({"DCE"}, {other});
+    EXPECT_THAT(asked().getProductInstruments("m"), SizeIs(1));
+    EXPECT_THAT(asked().getFutureMainInstruments("DCE"), IsEmpty());
+
+    const auto engine = std::make_shared<FailingEngine>();
+    service().setEngine(engine);
+    const LogCapture capture;
+    engine->failWritesOf("OvIns_FUMAIN");
+    load({"DCE"}, {main});
+    EXPECT_EQ(capture.count("[clientIns] save to persist failed, market = FUMAIN"), 1U);
+    EXPECT_THAT(keysOf(asked().getFutureMainInstruments("DCE")), ElementsAre("DCEm2601")) << "answered from memory";
+    engine->failWritesOf("OvIns_FUPROD");
+    load({"DCE"}, {main});
+    EXPECT_EQ(capture.count("[clientIns] save to persist failed, market = FUPROD"), 1U);
+    EXPECT_THAT(asked().getProductInstruments("m"), IsEmpty()) << "not the contracts of an earlier load";
+
+    engine->failWritesOf("");
+    load({"DCE"}, {main});
+    OpenClientCenter next;
+    next.initInstruments({"SH"}, {instrument("SH", "600000")});
+    EXPECT_THAT(static_cast<IInstrumentCenter&>(next).getFutureMainInstruments("DCE"), IsEmpty());
+    EXPECT_THAT(static_cast<IInstrumentCenter&>(next).getProductInstruments("m"), IsEmpty());
+}
+
+TEST_F(ClientCenter, OuterTablesKeepNamesAndReplaceTheRest) {
+    const auto product = [](const std::string& code, int group, const std::string& exchange) {
+        const InstrumentPtr record = instrument("WP", code);
+        record->productId = code;
+        record->productName = "product " + code;
+        record->mainContractFlag = 1;
+        record->productGroup = group;
+        record->listingDate = exchange;
+        record->outerMarketName = exchange + " exchange";
+        return record;
+    };
+    const InstrumentPtr plain = product("NO", 1, "CME");
+    plain->mainContractFlag = 0;
+    load({"WP"}, {product("GC", 1, "CME"), product("ZN", 2, "CBOT"), product("ES", 3, "CME"), plain});
+    EXPECT_THAT(asked().getOutterProduct(), SizeIs(3));
+    EXPECT_EQ(asked().getOutterProductName("GC"), "product GC");
+    EXPECT_EQ(asked().getOutterMarketName("CBOT"), "CBOT exchange");
+    EXPECT_TRUE(asked().isCommodityProduct("GC") && asked().isInterestProduct("ZN"));
+    EXPECT_FALSE(asked().isCommodityProduct("ES") || asked().isInterestProduct("ES") ||
+                 asked().isCommodityProduct("NO"));
+    load({"WP"}, {product("ES", 3, "CME")});
+    EXPECT_THAT(asked().getOutterProduct(), SizeIs(3)) << "names accumulate";
+    EXPECT_THAT(asked().getMarketProductList(), ElementsAre(testing::Pair("CME", ElementsAre("ES"))));
+    EXPECT_FALSE(asked().isCommodityProduct("GC"));
+    EXPECT_THAT(asked().getOutterMarket(), SizeIs(2));
+}
+
+TEST_F(ClientCenter, LoadsLogTheIssuesOfTheDay) {
+    utils::setToday("20260302");
+    const InstrumentPtr issue = instrument("SH", "730001");
+    issue->listingDate = "20260302";
+    const LogCapture capture;
+    load({"SH"}, {issue, instrument("SH", "689009")});
+    utils::setToday("");
+    EXPECT_EQ(capture.count("[ipo] stk code:SH730001"), 1U);
+    EXPECT_EQ(capture.count("[ipo] cdr code:SH689009"), 1U);
+    EXPECT_EQ(capture.lines().front().file, "base/instrumentcenter/CClientInstrumentCenter");
+}
+
+}  // namespace
+}  // namespace mxservice

@@ -1,0 +1,307 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/CenterFixture.h"
+
+// What both centers answer alike.
+
+namespace mxservice {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+using Keys = std::vector<std::string>;
+
+template <class Kind>
+class Contract : public CenterTest<Kind> {};
+
+using Kinds = testing::Types<ServerKind, ClientKind>;
+TYPED_TEST_SUITE(Contract, Kinds);
+
+const Keys kEveryMarket{"SH",   "SZ",  "BJ",   "HK",   "SHO",  "SZO",  "CFFEX", "SHFE", "DCE",
+                        "CZCE", "INE", "GFEX", "NEEQ", "SHGE", "BANK", "WP",    "NYSE", "NASDAQ"};
+
+/// Which predicates over the code index accept the key, by name.
+Keys kindsOf(IInstrumentCenter& center, const std::string& key) {
+    const std::vector<std::pair<const char*, bool (IInstrumentCenter::*)(const std::string&)>> predicates{
+        {"code", &IInstrumentCenter::hasCode},
+        {"stock", &IInstrumentCenter::hasStock},
+        {"future", &IInstrumentCenter::hasFuture},
+        {"futureOption", &IInstrumentCenter::hasFutureOption},
+        {"skstock", &IInstrumentCenter::hasSkstock},
+        {"option", &IInstrumentCenter::hasOption},
+        {"neeq", &IInstrumentCenter::hasNeeq},
+        {"gold", &IInstrumentCenter::hasGold},
+        {"bond", &IInstrumentCenter::hasBond},
+        {"outerFuture", &IInstrumentCenter::hasOuterFuture},
+        {"outerStock", &IInstrumentCenter::hasOuterStock}};
+    Keys kinds;
+    for (const auto& [name, predicate] : predicates) {
+        if ((center.*predicate)(key)) {
+            kinds.emplace_back(name);
+        }
+    }
+    return kinds;
+}
+
+TYPED_TEST(Contract, EmptyCenterAnswersNothing) {
+    IInstrumentCenter& center = this->asked();
+    InstrumentMap map;
+    std::list<InstrumentPtr> list;
+    center.getInstruments("SH", list);
+    center.getInstruments(map);
+    center.getInstruments(std::list<std::string>{"SH", "HK"}, map);
+    center.getInstruments(OvTraderAll, map);
+    EXPECT_THAT(map, IsEmpty());
+    EXPECT_THAT(list, IsEmpty());
+    EXPECT_THAT(kindsOf(center, "SH600000"), IsEmpty());
+    EXPECT_FALSE(center.hasHkstock("HK00700") || center.hasEtf("SH510050") || center.hasOtc("SOTC1") ||
+                 center.hasIssuance("1") || center.hasTenderBond("1"));
+    EXPECT_FALSE(center.getInstrument("SH600000"));
+    EXPECT_FALSE(center.getInstrument(utils::hash("SH600000")));
+    EXPECT_FALSE(center.getInstrument("SGT", "00700"));
+    EXPECT_THAT(center.getInstruments(), IsEmpty());
+    EXPECT_THAT(center.getFutureMainInstruments("DCE"), IsEmpty());
+    EXPECT_THAT(center.getProductMainInstruments(), IsEmpty());
+    EXPECT_THAT(center.getProductInstruments("m"), IsEmpty());
+    EXPECT_THAT(center.getDceCrossProduct(), IsEmpty());
+    EXPECT_THAT(center.getDceCrossPeriod(), IsEmpty());
+    EXPECT_EQ(center.getProductId("DCE", "m2601"), "");
+    EXPECT_THAT(center.getStockIpoCodes(), IsEmpty());
+    EXPECT_THAT(center.getStockCdrCodes(), IsEmpty());
+    EXPECT_THAT(center.getNeeqInquiryCodes(), IsEmpty());
+    EXPECT_FALSE(center.isStkOptionUndlCode("SH", "510050"));
+    EXPECT_EQ(center.getLumoCode("600000"), "600000");
+    EXPECT_FALSE(center.getEtf("SH510050") || center.getBond("BANK1") || center.getCounterparty("1") ||
+                 center.getOtcInstrument("SOTC1") || center.getIssuanceInfo("1") || center.getIssuancePriceInfo("1") ||
+                 center.getTenderBondInfo("1"));
+    EXPECT_THAT(center.getOutterMarket(), IsEmpty());
+    EXPECT_FALSE(center.isCommodityProduct("m") || center.isInterestProduct("TF"));
+}
+
+TYPED_TEST(Contract, EachMarketIsWhatItIsAndNothingElse) {
+    Instruments records;
+    for (const std::string& market : kEveryMarket) {
+        records.push_back(instrument(market, "1"));
+    }
+    this->load(kEveryMarket, records);
+    const std::map<std::string, Keys> expected{
+        {"SH", {"code", "stock"}},       {"SZ", {"code", "stock"}},        {"BJ", {"code", "stock"}},
+        {"HK", {"code", "skstock"}},     {"SHO", {"code", "option"}},      {"SZO", {"code", "option"}},
+        {"NEEQ", {"code", "neeq"}},      {"SHGE", {"code", "gold"}},       {"BANK", {"code", "bond"}},
+        {"WP", {"code", "outerFuture"}}, {"NYSE", {"code", "outerStock"}}, {"NASDAQ", {"code", "outerStock"}}};
+    for (const std::string& market : kEveryMarket) {
+        const auto found = expected.find(market);
+        const Keys kinds = found != expected.end() ? found->second : Keys{"code", "future", "futureOption"};
+        EXPECT_EQ(kindsOf(this->asked(), market + "1"), kinds) << market;
+    }
+    EXPECT_TRUE(this->center().hasNyseStock("NYSE1"));
+    EXPECT_FALSE(this->center().hasNasdaqStock("NYSE1"));
+    EXPECT_TRUE(this->center().hasNasdaqStock("NASDAQ1"));
+}
+
+TYPED_TEST(Contract, ConnectPrefixesFoldAsEachOperationSays) {
+    this->load({"HK", "SZ"}, {instrument("HK", "00700"), instrument("SZ", "00700")});
+    IInstrumentCenter& center = this->asked();
+    EXPECT_TRUE(center.hasCode("HGT00700") && center.hasCode("SGT00700") && center.hasCode("HK00700"));
+    EXPECT_FALSE(center.hasCode("XHGT00700") || center.hasCode("HGT") || center.hasCode("HG"));
+    EXPECT_TRUE(center.hasSkstock("SGT00700"));
+    EXPECT_FALSE(center.hasSkstock("HGT00700")) << "folds its own prefix only";
+    for (const char* const market : {"HK", "HGT", "SGT"}) {
+        EXPECT_TRUE(center.getInstrument(market, "00700")) << market;
+        EXPECT_TRUE(center.getInstrument(std::string(market) + "00700")) << market;
+        EXPECT_THAT(keysOf(center.getInstruments(market)), ElementsAre("HK00700")) << market;
+    }
+    EXPECT_FALSE(center.getInstrument("HGT", "00701"));
+}
+
+TYPED_TEST(Contract, AConnectListingReplacesThePlainRecordAndStandsUnderItsOwnMarket) {
+    for (const bool connectFirst : {true, false}) {
+        Instruments records{instrument("HK", "00700"), instrument("HK", "00001")};
+        records.insert(connectFirst ? records.begin() : records.end(), instrument("HGT", "00700"));
+        this->load({"HK", "HGT"}, records);
+        EXPECT_EQ(this->asked().getInstrument("HK00700")->market, "HGT");
+        EXPECT_THAT(keysOf(this->asked().getInstruments("HK")), ElementsAre("HGT00700", "HK00001"));
+    }
+}
+
+TYPED_TEST(Contract, ShanghaiSpecialRecordsFillGapsOnly) {
+    const InstrumentPtr twin = instrument("SHFI", "600000");
+    const InstrumentPtr alone = instrument("SHFI", "204001");
+    this->load({"SH", "SHFI"}, {instrument("SH", "600000"), twin, alone});
+    EXPECT_THAT(keysOf(this->asked().getInstruments("SH")), ElementsAre("SH204001", "SH600000"));
+    EXPECT_EQ(this->asked().getInstrument("SH600000")->name, "name of SH600000");
+    EXPECT_EQ(this->asked().getInstrument("SH204001")->name, "name of SHFI204001");
+    EXPECT_EQ(twin->market, "SHFI") << "a dropped record is not touched";
+    EXPECT_EQ(alone->market, "SH");
+}
+
+TYPED_TEST(Contract, AReloadReplacesItsMarketsAndLeavesOthers) {
+    this->load({"SH", "SZ"}, {instrument("SH", "1"), instrument("SH", "2"), instrument("SZ", "3"), nullptr});
+    const InstrumentPtr changed = instrument("SH", "1");
+    changed->name = "changed";
+    this->load({"SH"}, {changed, instrument("SH", "4")});
+    EXPECT_THAT(keysOf(this->asked().getInstruments("SH")), ElementsAre("SH1", "SH4"));
+    EXPECT_THAT(keysOf(this->asked().getInstruments("SZ")), ElementsAre("SZ3"));
+    EXPECT_EQ(this->asked().getInstruments("SH")["SH1"]->name, "changed");
+}
+
+TYPED_TEST(Contract, EveryOverloadGivesTheSameRecords) {
+    this->load({"SH", "SZ", "HK"}, {instrument("SH", "2"), instrument("SH", "10"), instrument("SZ", "3"),
+                                    instrument("HK", "4"), instrument("nowhere", "5")});
+    IInstrumentCenter& center = this->asked();
+    EXPECT_THAT(keysOf(center.getInstruments()), ElementsAre("HK4", "SH10", "SH2", "SZ3", "nowhere5"));
+    EXPECT_THAT(keysOf(center.getInstruments(std::list<std::string>{"SH", "SGT", "SH", "none"})),
+                ElementsAre("HK4", "SH10", "SH2"));
+    std::list<InstrumentPtr> list{nullptr};
+    center.getInstruments("SH", list);
+    ASSERT_THAT(list, SizeIs(3));
+    EXPECT_EQ(list.back()->code, "2") << "appended in the order of the key texts";
+
+    const InstrumentPtr mine = instrument("SH", "mine");
+    InstrumentMap out{{"SH2", mine}};
+    center.getInstruments(std::list<std::string>{"SH"}, out);
+    EXPECT_THAT(keysOf(out), ElementsAre("SH10", "SH2"));
+    EXPECT_EQ(out["SH2"], mine) << "what the caller holds already stays";
+    center.getInstruments(out);
+    EXPECT_THAT(out, SizeIs(5));
+    EXPECT_EQ(out["SH2"], mine);
+    EXPECT_EQ(center.getInstrument("nowhere5")->code, "5") << "an unknown market is filed under its own name";
+}
+
+TYPED_TEST(Contract, TraderTypesSelectTheirExchanges) {
+    Instruments records;
+    for (const std::string& market : kEveryMarket) {
+        records.push_back(instrument(market, "1"));
+    }
+    const InstrumentPtr option = instrument("DCE", "m2601-C-3000");
+    option->optionType = 1;
+    records.push_back(option);
+    this->load(kEveryMarket, records);
+    const auto of = [&](int type) { return keysOf(this->asked().getInstruments(static_cast<EOvTraderType>(type))); };
+    EXPECT_THAT(of(1), ElementsAre("BJ1", "SH1", "SZ1"));
+    EXPECT_THAT(of(2), ElementsAre("CFFEX1", "CZCE1", "DCE1", "GFEX1", "INE1", "SHFE1"));
+    EXPECT_THAT(of(1024), ElementsAre("DCEm2601-C-3000"));
+    EXPECT_THAT(of(32), ElementsAre("SHO1", "SZO1"));
+    EXPECT_THAT(of(4096), ElementsAre("SH1", "SZ1"));
+    EXPECT_THAT(of(0), IsEmpty());
+    for (const int everything : {4, 65536, 810495, 8388608, 2146762751}) {
+        EXPECT_THAT(of(everything), SizeIs(records.size())) << everything;
+    }
+    InstrumentMap out{{"mine", option}};
+    this->asked().getInstruments(OvTraderFuture, out);
+    EXPECT_THAT(out, SizeIs(7)) << "the filter touches only what this call adds";
+}
+
+TYPED_TEST(Contract, StrangeKeysNeverHurt) {
+    const std::string nul(
+        "6\0"
+        "1",
+        3);
+    const std::string notUtf8("\xC6\xBD\xFF");
+    const std::string longCode(10000, 'x');
+    Instruments records{instrument("SH", nul), instrument("SH", notUtf8), instrument("SH", longCode),
+                        instrument("", ""), instrument(longCode, longCode)};
+    records[0]->name = longCode;
+    this->load({"SH", ""}, records);
+    IInstrumentCenter& center = this->asked();
+    EXPECT_TRUE(center.hasStock("SH" + nul));
+    EXPECT_FALSE(center.hasStock("SH6"));
+    EXPECT_EQ(center.getInstrument("SH", nul)->name, longCode);
+    EXPECT_EQ(center.getInstrument("SH" + notUtf8)->code, notUtf8);
+    EXPECT_EQ(center.getInstrument("SH" + longCode)->code, longCode);
+    EXPECT_EQ(center.getInstrument(longCode, longCode)->market, longCode);
+    EXPECT_TRUE(center.getInstrument(""));
+    EXPECT_THAT(center.getInstruments("SH"), SizeIs(3));
+}
+
+TYPED_TEST(Contract, MainContractsAndSpreadsAreDerivedAndKept) {
+    const auto contract = [](const std::string& market, const std::string& code, const std::string& product, int flag) {
+        const InstrumentPtr record = instrument(market, code);
+        record->productId = product;
+        record->mainContractFlag = flag;
+        return record;
+    };
+    this->load({"DCE", "CZCE"}, {contract("DCE", "m2601", "m", 1), contract("DCE", "m2605", "m", 1),
+                                 contract("DCE", "a2601", "a", 1), contract("CZCE", "CF601", "CF", 0),
+                                 contract("DCE", "SPC a2601&m2601", "", 0), contract("DCE", "SP m2601&m2605", "", 0)});
+    IInstrumentCenter& center = this->asked();
+    EXPECT_THAT(keysOf(center.getFutureMainInstruments("DCE")), ElementsAre("DCEa2601", "DCEm2601", "DCEm2605"));
+    EXPECT_THAT(center.getFutureMainInstruments("CZCE"), IsEmpty());
+    EXPECT_THAT(center.getFutureMainInstruments("SH"), IsEmpty());
+    EXPECT_THAT(center.getProductMainInstruments()["m"], SizeIs(2));
+    EXPECT_EQ(center.getProductId("DCE", "a2601"), "a");
+    EXPECT_THAT(center.getDceCrossProduct(), ElementsAre(std::pair("a2601", "m2601")));
+    EXPECT_THAT(center.getDceCrossPeriod(), ElementsAre(std::pair("m2601", "m2605")));
+
+    this->load({"DCE"}, {contract("DCE", "m2605", "m", 1)});
+    EXPECT_THAT(keysOf(center.getFutureMainInstruments("DCE")), ElementsAre("DCEm2605"));
+    EXPECT_THAT(center.getProductMainInstruments()["m"], SizeIs(1));
+    EXPECT_EQ(center.getProductMainInstruments().count("a"), 1U) << "a product that does not occur keeps its entry";
+    EXPECT_THAT(center.getDceCrossProduct(), IsEmpty());
+    EXPECT_EQ(center.getProductName("m"), "");
+
+    this->load({"SH"}, {instrument("SH", "600000")});
+    EXPECT_THAT(keysOf(center.getFutureMainInstruments("DCE")), ElementsAre("DCEm2605"));
+}
+
+class PinnedDay {
+public:
+    PinnedDay() { utils::setToday("20260302"); }
+    ~PinnedDay() { utils::setToday(""); }
+};
+
+TYPED_TEST(Contract, StockCodeSetsAreClassified) {
+    const PinnedDay day;
+    const auto issue = [](const std::string& market, const std::string& code) {
+        const InstrumentPtr record = instrument(market, code);
+        record->listingDate = "20260302";
+        return record;
+    };
+    const InstrumentPtr yesterday = issue("SH", "732001");
+    yesterday->listingDate = "20260301";
+    const InstrumentPtr additional = issue("SH", "730002");
+    additional->additionalIssueFlag = 1;
+    const InstrumentPtr shenzhen = issue("SZ", "301999");
+    shenzhen->issueState = -1;
+    const InstrumentPtr receipt = issue("SZ", "001111");
+    receipt->statusString = "NNNNNNN1";
+    const InstrumentPtr beijing = instrument("BJ", "920001");
+    beijing->securityClass = 5;
+    const InstrumentPtr neeq = instrument("NEEQ", "430001");
+    neeq->securityClass = 5;
+    this->load({"SH", "SZ", "BJ", "NEEQ"},
+               {issue("SH", "730001"), yesterday, additional, issue("SH", "600000"), instrument("SH", "689009"),
+                shenzhen, receipt, issue("SZ", "301998"), issue("SZ", "370001"), beijing, neeq});
+    IInstrumentCenter& center = this->asked();
+    EXPECT_THAT(center.getStockIpoCodes(), ElementsAre("BJ920001", "SH730001", "SZ301999", "SZ370001"));
+    EXPECT_THAT(center.getStockCdrCodes(), ElementsAre("SH689009", "SZ001111"));
+    EXPECT_THAT(center.getNeeqInquiryCodes(), ElementsAre("NEEQ430001"));
+
+    this->load({"HK"}, {});
+    EXPECT_THAT(center.getStockIpoCodes(), SizeIs(4)) << "another market changes nothing";
+    this->load({"NEEQ"}, {instrument("NEEQ", "430002")});
+    EXPECT_THAT(center.getNeeqInquiryCodes(), SizeIs(1)) << "an empty result keeps the inquiry codes";
+    this->load({"SZ"}, {shenzhen});
+    EXPECT_THAT(center.getStockIpoCodes(), ElementsAre("SZ301999")) << "a load of one stock market empties the others";
+    EXPECT_THAT(center.getStockCdrCodes(), IsEmpty());
+}
+
+TYPED_TEST(Contract, OptionUnderlyingsAreKeyedByTheirOwnExchange) {
+    const InstrumentPtr shanghai = instrument("SHO", "10000001");
+    shanghai->productId = "50ETF(510050)";
+    const InstrumentPtr shenzhen = instrument("SZO", "90000001");
+    shenzhen->productId = "no parentheses";
+    this->load({"SHO", "SZO"}, {shanghai, shenzhen});
+    IInstrumentCenter& center = this->asked();
+    EXPECT_TRUE(center.isStkOptionUndlCode("SH", "510050"));
+    EXPECT_FALSE(center.isStkOptionUndlCode("SHO", "510050") || center.isStkOptionUndlCode("SZ", "510050") ||
+                 center.isStkOptionUndlCode("SH", "SH510050"));
+    this->load({"SHO"}, {instrument("SHO", "10000002")});
+    EXPECT_TRUE(center.isStkOptionUndlCode("SH", "510050")) << "an empty result keeps the underlyings";
+}
+
+}  // namespace
+}  // namespace mxservice

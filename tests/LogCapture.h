@@ -1,0 +1,76 @@
+#pragma once
+
+#include <log4cxx/appenderskeleton.h>
+#include <log4cxx/level.h>
+#include <log4cxx/spi/loggingevent.h>
+
+#include <algorithm>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/utils/Log.h"
+
+/// While it lives, the log switch is on and every line of the platform's logger is kept here.
+class LogCapture {
+public:
+    struct Line {
+        int level;
+        std::string text;
+        std::string file;
+        std::string function;
+        int line;
+    };
+
+    LogCapture() : appender_(std::make_shared<Appender>()), levelBefore_(g_MXStdLogger->getLevel()) {
+        g_MXStdLogger->setAdditivity(false);
+        g_MXStdLogger->setLevel(log4cxx::Level::getAll());
+        g_MXStdLogger->addAppender(appender_);
+        utils::CLogCenter::setLogEnabled(true);
+    }
+    ~LogCapture() {
+        utils::CLogCenter::setLogEnabled(false);
+        g_MXStdLogger->removeAppender(appender_);
+        g_MXStdLogger->setLevel(levelBefore_);
+        g_MXStdLogger->setAdditivity(true);
+    }
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    std::vector<Line> lines() const {
+        const std::lock_guard guard(appender_->lock);
+        return appender_->lines;
+    }
+    std::vector<std::string> texts() const {
+        std::vector<std::string> texts;
+        for (const Line& line : lines()) {
+            texts.push_back(line.text);
+        }
+        return texts;
+    }
+    std::size_t count(const std::string& text) const {
+        const std::vector<std::string> all = texts();
+        return static_cast<std::size_t>(std::count(all.begin(), all.end(), text));
+    }
+
+private:
+    class Appender : public log4cxx::AppenderSkeleton {
+    public:
+        mutable std::mutex lock;
+        std::vector<Line> lines;
+
+    protected:
+        void append(const log4cxx::spi::LoggingEventPtr& event, log4cxx::helpers::Pool& /*pool*/) override {
+            const log4cxx::spi::LocationInfo& where = event->getLocationInformation();
+            const std::lock_guard guard(lock);
+            lines.push_back({event->getLevel()->toInt(), event->getMessage(), where.getFileName(),
+                             where.getMethodName(), where.getLineNumber()});
+        }
+        void close() override {}
+        bool requiresLayout() const override { return false; }
+    };
+
+    std::shared_ptr<Appender> appender_;
+    log4cxx::LevelPtr levelBefore_;
+};

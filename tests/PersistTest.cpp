@@ -1,0 +1,343 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <fstream>
+#include <random>
+#include <thread>
+
+#include "tests/LogCapture.h"
+#include "tests/TemporaryStore.h"
+
+namespace {
+
+using bson::BSONObj;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Pair;
+using testing::SizeIs;
+
+namespace fs = std::filesystem;
+
+BSONObj document(const std::string& text) {
+    bson::BSONObjBuilder builder;
+    builder.append("text", text);
+    return builder.obj();
+}
+
+class Persist : public testing::Test {
+protected:
+    static persist::CPersistService& service() { return TemporaryStore::service(); }
+    /// Forgets what is open, as a new process would.
+    void restart() { service().setRootPath(store_.path()); }
+    static std::string textOf(const std::string& db, const std::string& key) {
+        return service().readData(db, key).getStringField("text");
+    }
+    static bool writeMany(const std::string& db, int count, const std::string& text) {
+        std::vector<std::string> keys;
+        std::vector<BSONObj> values;
+        for (int i = 0; i < count; ++i) {
+            keys.push_back(std::to_string(i));
+            values.push_back(document(text + std::to_string(i)));
+        }
+        return service().initDb(db, false) && service().writeDatas(db, keys, values, false);
+    }
+
+    TemporaryStore store_;
+};
+
+TEST_F(Persist, DocumentsSurviveARestart) {
+    ASSERT_TRUE(service().initDb("A", false));
+    ASSERT_TRUE(service().writeDatas("A", {"2", "10", "2"}, {document("old"), document("b"), document("a")}, false));
+    ASSERT_TRUE(service().writeData("A", "10", document("kept out"), true));
+    ASSERT_TRUE(service().writeData("A", "3", document("c"), false));
+    restart();
+    EXPECT_EQ(textOf("A", "2"), "a") << "of two documents with one key the later counts";
+    EXPECT_EQ(textOf("A", "10"), "b");
+    EXPECT_THAT(service().readAllData("A", ".*"),
+                ElementsAre(Pair("10", document("b")), Pair("2", document("a")), Pair("3", document("c"))));
+    EXPECT_THAT(service().readAllData("A", "1.|3"), SizeIs(2));
+    EXPECT_THAT(service().readAllData("A", "("), SizeIs(0)) << "a bad pattern finds nothing";
+    EXPECT_TRUE(service().removeData("A", "2"));
+    EXPECT_TRUE(service().removeData("A", "2"));
+    EXPECT_TRUE(service().readData("A", "2").isEmpty());
+    service().dropAllData("A");
+    EXPECT_THAT(service().readAllData("A", ".*"), SizeIs(0));
+}
+
+TEST_F(Persist, SubDocumentsStandBesideDocuments) {
+    ASSERT_TRUE(service().initDb("A", false));
+    ASSERT_TRUE(service().writeHashDatas("A", {"1", "2"}, {document("a"), document("b")}, false, "f", false));
+    ASSERT_TRUE(service().writeHashDatas("A", {"1"}, {document("x")}, false, "ff", false));
+    ASSERT_TRUE(service().writeData("A", "f", document("plain"), false));
+    std::map<std::string, BSONObj> out{{"mine", document("m")}};
+    EXPECT_TRUE(service().readHashDatas("A", out, "f", false));
+    EXPECT_THAT(out, ElementsAre(Pair("1", document("a")), Pair("2", document("b")), Pair("mine", document("m"))));
+    EXPECT_THAT(service().readAllData("A", ".*"), ElementsAre(Pair("f", document("plain"))));
+
+    ASSERT_TRUE(service().writeHashDatas("A", {"3"}, {document("c")}, false, "f", true));
+    EXPECT_TRUE(service().readHashDatas("A", out, "f", true));
+    EXPECT_THAT(out, ElementsAre(Pair("3", document("c"))));
+    ASSERT_TRUE(service().removeData("A", "f"));
+    EXPECT_FALSE(service().readHashDatas("A", out, "f", true));
+    EXPECT_TRUE(service().readHashDatas("A", out, "ff", true));
+    EXPECT_FALSE(service().writeHashDatas("A", {std::string("a\0b", 3)}, {document("c")}, false, "f", false));
+}
+
+TEST_F(Persist, ABadBatchIsRefusedWhole) {
+    ASSERT_TRUE(writeMany("A", 3, "old"));
+    const std::vector<BSONObj> two{document("x"), document("y")};
+    const LogCapture capture;
+    EXPECT_FALSE(service().writeDatas("A", {"0"}, two, false));
+    EXPECT_FALSE(service().writeDatas("A", {"0", ""}, two, false));
+    EXPECT_FALSE(service().writeDatas("A", {"0", std::string(512, 'k')}, two, false));
+    EXPECT_FALSE(service().writeDatas("A", {"0", std::string("a\0b", 3)}, two, false));
+    EXPECT_FALSE(service().writeDatas("A", {"0", "1"}, {document("x"), BSONObj()}, false));
+    EXPECT_THAT(capture.texts(), SizeIs(5)) << "one line a failure";
+    EXPECT_EQ(textOf("A", "0"), "old0");
+    EXPECT_TRUE(service().writeData("A", std::string(511, 'k'), document("long"), false));
+}
+
+TEST_F(Persist, UnsafeNamesNeverReachTheDisk) {
+    const LogCapture capture;
+    for (const std::string& name :
+         {std::string(), std::string("."), std::string(".."), std::string(".hidden"), std::string("a/b"),
+          std::string("../up"), std::string("a\\b"), std::string("a\0b", 3), std::string("a..b"), std::string("a\nb"),
+          std::string(65, 'n')}) {
+        EXPECT_FALSE(service().initDb(name, false)) << name;
+        EXPECT_FALSE(service().writeData(name, "1", document("x"), false)) << name;
+        EXPECT_TRUE(service().readData(name, "1").isEmpty()) << name;
+        service().dropAllData(name);
+    }
+    EXPECT_FALSE(fs::exists(store_.path()));
+    EXPECT_THAT(capture.texts(), testing::Each(HasSubstr("not a safe database name")));
+    EXPECT_TRUE(service().initDb(std::string(64, 'n'), false));
+}
+
+TEST_F(Persist, WithoutADatabaseReadsFindNothingAndCreateNothing) {
+    const LogCapture capture;
+    EXPECT_TRUE(service().readData("A", "1").isEmpty());
+    EXPECT_THAT(service().readAllData("A", ".*"), SizeIs(0));
+    service().dropAllData("A");
+    EXPECT_FALSE(service().writeData("A", "1", document("x"), false));
+    EXPECT_FALSE(fs::exists(store_.path("A")));
+    EXPECT_THAT(capture.texts(), SizeIs(0));
+    service().setRootPath("");
+    EXPECT_FALSE(service().initDb("A", false));
+    EXPECT_THAT(capture.texts(), ElementsAre(HasSubstr("no root path is set")));
+}
+
+TEST_F(Persist, ADirectoryRemovedOrReplacedBehindItsBackIsNoticed) {
+    ASSERT_TRUE(writeMany("A", 3, "old"));
+    fs::remove_all(store_.path("A"));
+    EXPECT_TRUE(service().readData("A", "1").isEmpty());
+    EXPECT_FALSE(service().writeData("A", "1", document("lost"), false));
+    EXPECT_FALSE(fs::exists(store_.path("A")));
+    ASSERT_TRUE(writeMany("A", 1, "new"));
+    EXPECT_THAT(service().readAllData("A", ".*"), SizeIs(1));
+
+    ASSERT_TRUE(writeMany("B", 2, "b"));
+    fs::rename(store_.path("A"), store_.path("C"));
+    fs::rename(store_.path("B"), store_.path("A"));
+    EXPECT_EQ(textOf("A", "1"), "b1");
+    EXPECT_EQ(textOf("C", "0"), "new0");
+    EXPECT_TRUE(service().readData("B", "1").isEmpty());
+}
+
+TEST_F(Persist, TwoNamesOfOneDirectoryShareOneEnvironment) {
+    ASSERT_TRUE(writeMany("A", 1, "a"));
+    fs::create_directory_symlink(store_.path("A"), store_.path("B"));
+    EXPECT_TRUE(service().initDb("B", false));
+    EXPECT_TRUE(service().writeData("B", "2", document("through B"), false));
+    EXPECT_EQ(textOf("A", "2"), "through B");
+    fs::create_directory_symlink(store_.path(), store_.path("../other"));
+    service().setRootPath(store_.path("../other"));
+    EXPECT_EQ(textOf("A", "2"), "through B");
+}
+
+TEST_F(Persist, TheMapGrowsWhileReadersAreAtWork) {
+    ASSERT_TRUE(writeMany("A", 100, "first"));
+    std::atomic<bool> done{false};
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 4; ++i) {
+        readers.emplace_back([&] {
+            while (!done.load()) {
+                wrong += textOf("A", "7").find("first") != 0 ? 1 : 0;
+                wrong += service().readAllData("A", ".*").size() < 100 ? 1 : 0;
+            }
+        });
+    }
+    constexpr std::size_t kDocumentBytes = 200 * 1024;
+    for (int i = 0; i < 60; ++i) {
+        ASSERT_TRUE(service().writeData("A", "big" + std::to_string(i),
+                                        document(std::string(kDocumentBytes, static_cast<char>('a' + i % 26))), false));
+    }
+    done = true;
+    for (std::thread& reader : readers) {
+        reader.join();
+    }
+    EXPECT_EQ(wrong, 0);
+    restart();
+    EXPECT_EQ(textOf("A", "big59").size(), kDocumentBytes);
+}
+
+TEST_F(Persist, GrowthByAnotherProcessIsAdopted) {
+    ASSERT_TRUE(writeMany("A", 10, "first"));
+    const pid_t child = ::fork();
+    if (child == 0) {
+        // A fresh service, as of another process: what the parent opened is left alone.
+        const auto engine = persist::makeLmdbEngine();
+        persist::StoreStatus status;
+        const auto database = engine->open(store_.path("A"), persist::StoreEngine::Mode::Create, status);
+        const BSONObj big = document(std::string(8U << 20U, 'x'));
+        const std::string_view bytes(big.objdata(), static_cast<std::size_t>(big.objsize()));
+        ::_exit(database && database->put({{"big", bytes}}, false, {}).ok() ? 0 : 1);
+    }
+    int result = 0;
+    ASSERT_EQ(::waitpid(child, &result, 0), child);
+    ASSERT_EQ(result, 0);
+    EXPECT_EQ(textOf("A", "big").size(), 8U << 20U);
+    EXPECT_TRUE(service().writeData("A", "11", document("after"), false));
+}
+
+TEST_F(Persist, AHundredDatabasesAndFiveHundredReadersWork) {
+    constexpr int kDatabases = 100;
+    constexpr int kThreads = 500;
+    for (int i = 0; i < kDatabases; ++i) {
+        ASSERT_TRUE(writeMany("D" + std::to_string(i), 2, "x"));
+    }
+    std::atomic<int> read{0};
+    std::atomic<int> inside{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&, i] {
+            // All of them inside a read transaction of one database at once.
+            service().visitAllData("D0", [&](std::string_view, std::string_view) {
+                ++inside;
+                while (inside.load() < kThreads) {
+                    std::this_thread::yield();
+                }
+                return false;
+            });
+            read += textOf("D" + std::to_string(i % kDatabases), "1") == "x1" ? 1 : 0;
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(inside, kThreads);
+    EXPECT_EQ(read, kThreads);
+}
+
+class PersistDamage : public Persist {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(writeMany("A", 500, "a"));
+        service().setRootPath("");
+    }
+    fs::path file() const { return store_.path("A") / "data.mdb"; }
+    std::string bytes() const {
+        std::ifstream in(file(), std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+    void replaceBytes(const std::string& all) const { std::ofstream(file(), std::ios::binary) << all; }
+};
+
+TEST_F(PersistDamage, IsSetAsideByTheNextInit) {
+    const std::string good = bytes();
+    const std::vector<std::string> damages{good.substr(0, good.size() / 2), good.substr(0, 100), "not a database",
+                                           std::string(good.size(), '\0'),
+                                           std::string(good).replace(4096 * 3, 4096, 4096, '\xFF')};
+    for (std::size_t i = 0; i < damages.size(); ++i) {
+        replaceBytes(damages[i]);
+        restart();
+        const LogCapture capture;
+        EXPECT_TRUE(service().readData("A", "7").isEmpty());
+        EXPECT_THAT(capture.texts(), ElementsAre(HasSubstr("read failed, db = A")));
+        ASSERT_TRUE(writeMany("A", 1, "fresh"));
+        EXPECT_EQ(textOf("A", "0"), "fresh0");
+        EXPECT_TRUE(fs::exists(store_.path("A.damaged-" + std::to_string(i + 1)))) << i;
+        service().setRootPath("");
+    }
+}
+
+/// Whatever bytes change in the file: no crash, and a document that is served is a document that was written or one
+/// whose own bytes were hit.
+TEST_F(PersistDamage, RandomlyDamagedFilesNeverCrash) {
+    const std::string good = bytes();
+    const unsigned seed = std::random_device()();
+    SCOPED_TRACE(seed);
+    std::mt19937_64 random(seed);
+    for (int round = 0; round < 100; ++round) {
+        std::string damaged = good;
+        for (std::uint64_t hits = 1 + random() % 8; hits > 0; --hits) {
+            damaged[random() % damaged.size()] = static_cast<char>(random());
+        }
+        if (random() % 4 == 0) {
+            const std::size_t page = random() % (damaged.size() / 4096);
+            damaged.replace(page * 4096, 4096, 4096, '\0');
+        }
+        replaceBytes(damaged);
+        restart();
+        service().readAllData("A", ".*");
+        service().readData("A", "7");
+        ASSERT_TRUE(writeMany("A", 600, "new"));
+        ASSERT_EQ(textOf("A", "599"), "new599");
+        service().setRootPath("");
+        fs::remove_all(store_.path());
+        fs::create_directories(store_.path("A"));
+    }
+}
+
+TEST_F(Persist, AFileCutShortWhileItIsOpenIsNoticed) {
+    ASSERT_TRUE(writeMany("A", 5000, std::string(200, 'x')));
+    fs::resize_file(store_.path("A") / "data.mdb", 8192);
+    EXPECT_TRUE(service().readData("A", "7").isEmpty());
+    EXPECT_TRUE(writeMany("A", 10, "new"));
+    EXPECT_EQ(textOf("A", "7"), "new7");
+}
+
+TEST_F(Persist, ADocumentThatIsNoneIsNotServed) {
+    ASSERT_TRUE(writeMany("A", 1, "a"));
+    persist::StoreStatus status;
+    service().setRootPath("");
+    {
+        const auto database =
+            persist::makeLmdbEngine()->open(store_.path("A"), persist::StoreEngine::Mode::WriteExisting, status);
+        ASSERT_TRUE(database && database->put({{"bad", "\x05 garbage"}}, false, {}).ok());
+    }
+    restart();
+    const LogCapture capture;
+    EXPECT_TRUE(service().readData("A", "bad").isEmpty());
+    EXPECT_THAT(service().readAllData("A", ".*"), ElementsAre(Pair("0", document("a0"))));
+    EXPECT_THAT(capture.texts(), SizeIs(2));
+}
+
+TEST_F(Persist, WithoutFileDescriptorsItFailsAndRecovers) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the sanitizer needs file descriptors of its own to look at objects";
+#endif
+    ASSERT_TRUE(writeMany("A", 1, "a"));
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    std::vector<int> taken;
+    rlimit few = before;
+    few.rlim_cur = 64;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+    for (int fd = ::open("/dev/null", O_RDONLY); fd >= 0; fd = ::open("/dev/null", O_RDONLY)) {
+        taken.push_back(fd);
+    }
+    EXPECT_FALSE(service().initDb("B", false));
+    EXPECT_EQ(textOf("A", "0"), "a0");
+    for (const int fd : taken) {
+        ::close(fd);
+    }
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_TRUE(service().initDb("B", false));
+}
+
+}  // namespace

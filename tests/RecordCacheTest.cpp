@@ -1,0 +1,151 @@
+#include "base/instrumentcenter/store/RecordCache.h"
+
+#include <gtest/gtest.h>
+#include <boost/make_shared.hpp>
+
+#include <algorithm>
+#include <list>
+#include <map>
+#include <random>
+#include <string>
+
+namespace mxservice {
+namespace {
+
+using Cache = RecordCache<std::string>;
+
+boost::shared_ptr<std::string> text(const std::string& value) {
+    return boost::make_shared<std::string>(value);
+}
+
+void put(Cache& cache, std::uint64_t key) {
+    cache.insert(key, text(std::to_string(key)), cache.generation());
+}
+
+TEST(RecordCache, TheRecordThatFilledItGoesFirst) {
+    Cache cache(2);
+    put(cache, 1);
+    put(cache, 2);
+    put(cache, 3);
+    EXPECT_TRUE(cache.find(1));
+    EXPECT_FALSE(cache.find(2));
+    EXPECT_TRUE(cache.find(3));
+}
+
+TEST(RecordCache, AHitOnTheOldestDoesNotSaveIt) {
+    Cache cache(3);
+    for (const std::uint64_t key : {1U, 2U, 3U}) {
+        put(cache, key);
+    }
+    EXPECT_TRUE(cache.find(3));
+    put(cache, 4);
+    EXPECT_FALSE(cache.find(3)) << "the mark of the old end stayed on it";
+    EXPECT_TRUE(cache.find(1) && cache.find(2) && cache.find(4));
+}
+
+TEST(RecordCache, CapacityOneAndNoneWork) {
+    Cache one(1);
+    for (std::uint64_t key = 1; key < 10; ++key) {
+        put(one, key);
+        ASSERT_TRUE(one.find(key));
+        ASSERT_EQ(*one.find(key), std::to_string(key));
+        ASSERT_FALSE(one.find(key - 1));
+    }
+    for (const int capacity : {0, -1, -2000000000}) {
+        Cache none(capacity);
+        put(none, 1);
+        EXPECT_FALSE(none.find(1)) << capacity;
+    }
+}
+
+TEST(RecordCache, ALoadReplacesCachedRecordsAndKeepsLateOldOnesOut) {
+    Cache cache(4);
+    put(cache, 1);
+    put(cache, 2);
+    const std::uint64_t before = cache.generation();
+    cache.refresh(std::map<std::uint64_t, boost::shared_ptr<std::string>>{{1, text("new")}, {3, text("new")}});
+    EXPECT_EQ(*cache.find(1), "new");
+    EXPECT_EQ(*cache.find(2), "2");
+    EXPECT_FALSE(cache.find(3)) << "a load brings nothing into the cache";
+    cache.insert(3, text("read before the load"), before);
+    EXPECT_FALSE(cache.find(3));
+}
+
+/// The recency rules as they read, over a plain list from the youngest to the oldest, for as long as a hit never falls
+/// on the entry that carries the old end's mark (from then on only the promise of the next test holds).
+TEST(RecordCache, FollowsTheRulesOfALiteralModel) {
+    const unsigned seed = std::random_device()();
+    SCOPED_TRACE(seed);
+    std::mt19937_64 random(seed);
+    for (int round = 0; round < 200; ++round) {
+        const int capacity = 2 + static_cast<int>(random() % 6);
+        Cache cache(capacity);
+        std::list<std::uint64_t> model;
+        for (int step = 0; step < 60; ++step) {
+            const std::uint64_t key = random() % 12;
+            const auto found = std::find(model.begin(), model.end(), key);
+            if (found != model.end() && std::next(found) == model.end() && model.size() > 1) {
+                continue;
+            }
+            ASSERT_EQ(static_cast<bool>(cache.find(key)), found != model.end()) << "step " << step;
+            if (found != model.end()) {
+                model.splice(model.begin(), model, found);
+            } else if (static_cast<int>(model.size()) < capacity) {
+                put(cache, key);
+                model.push_back(key);
+            } else {
+                put(cache, key);
+                model.pop_back();
+                model.push_front(key);
+            }
+        }
+    }
+}
+
+/// Hits on the oldest entry leave the rules' list in pieces; the cache must still keep what is asked for again.
+TEST(RecordCache, StillCachesAfterHitsOnTheOldest) {
+    Cache cache(100);
+    const auto ask = [&](std::uint64_t key) {
+        const bool hit = static_cast<bool>(cache.find(key));
+        if (!hit) {
+            put(cache, key);
+        }
+        return hit;
+    };
+    std::mt19937_64 random(1);
+    for (int i = 0; i < 20000; ++i) {
+        ask(random() % 1000);
+    }
+    int hits = 0;
+    for (int round = 0; round < 20; ++round) {
+        for (std::uint64_t key = 5000; key < 5050; ++key) {
+            hits += ask(key) ? 1 : 0;
+        }
+    }
+    EXPECT_GT(hits, 20 * 50 * 8 / 10) << "half the capacity in hot keys, asked 20 times";
+}
+
+TEST(RecordCache, EveryKeyAnswersItsOwnRecordWhateverHappens) {
+    const unsigned seed = std::random_device()();
+    SCOPED_TRACE(seed);
+    std::mt19937_64 random(seed);
+    for (int capacity = 1; capacity < 8; ++capacity) {
+        Cache cache(capacity);
+        for (int step = 0; step < 20000; ++step) {
+            const std::uint64_t key = random() % 12;
+            const auto record = cache.find(key);
+            if (record) {
+                ASSERT_EQ(*record, std::to_string(key));
+            } else {
+                put(cache, key);
+                ASSERT_TRUE(cache.find(key)) << "what was just inserted is there";
+            }
+            if (random() % 50 == 0) {
+                put(cache, key);  // two threads that missed on the same key
+            }
+        }
+    }
+}
+
+}  // namespace
+}  // namespace mxservice

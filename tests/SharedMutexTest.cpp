@@ -1,0 +1,133 @@
+#include "platform/utils/SharedMutex.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "base/instrumentcenter/catalogue/Guarded.h"
+
+namespace mxservice {
+namespace {
+
+struct Pair {
+    std::uint64_t first = 0;
+    std::uint64_t second = 0;
+};
+
+/// More threads than the lock has lines, so that lines are shared; readers must never see half a write, and no write
+/// may be lost.
+TEST(SharedMutex, ReadersSeeWholeWritesAndNoWriteIsLost) {
+    constexpr int kReaders = 40;
+    constexpr int kWriters = 3;
+    constexpr int kWrites = 2000;
+    Guarded<Pair> guarded;
+    std::atomic<bool> done{false};
+    std::atomic<int> torn{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kReaders; ++i) {
+        threads.emplace_back([&] {
+            std::uint64_t last = 0;
+            while (!done.load()) {
+                const Pair seen = guarded.copy();
+                torn += seen.first != seen.second || seen.first < last ? 1 : 0;
+                last = seen.first;
+                std::this_thread::yield();
+            }
+        });
+    }
+    std::vector<std::thread> writers;
+    for (int i = 0; i < kWriters; ++i) {
+        writers.emplace_back([&] {
+            for (int write = 0; write < kWrites; ++write) {
+                const auto pair = guarded.write();
+                ++pair->first;
+                ++pair->second;
+            }
+        });
+    }
+    for (std::thread& writer : writers) {
+        writer.join();
+    }
+    done = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(torn, 0);
+    EXPECT_EQ(guarded.read()->first, static_cast<std::uint64_t>(kWriters) * kWrites);
+}
+
+/// Readers that come and go without a pause must not keep a writer out: this test ends only if the writer gets in.
+TEST(SharedMutex, AWriterGetsInWhileReadersNeverPause) {
+    SharedMutex mutex;
+    std::atomic<bool> written{false};
+    std::atomic<int> started{0};
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 4; ++i) {
+        readers.emplace_back([&] {
+            ++started;
+            while (!written.load()) {
+                mutex.lock_shared();
+                mutex.unlock_shared();
+            }
+        });
+    }
+    while (started != 4) {
+        std::this_thread::yield();
+    }
+    for (int i = 0; i < 1000; ++i) {
+        mutex.lock();
+        mutex.unlock();
+    }
+    written = true;
+    for (std::thread& reader : readers) {
+        reader.join();
+    }
+    SUCCEED();
+}
+
+/// A reader inside does not keep another one out: both must be inside at once for either to leave.
+TEST(SharedMutex, ReadersAreInsideTogether) {
+    SharedMutex mutex;
+    std::atomic<int> inside{0};
+    const auto read = [&] {
+        mutex.lock_shared();
+        ++inside;
+        while (inside.load() < 2) {
+            std::this_thread::yield();
+        }
+        mutex.unlock_shared();
+    };
+    std::thread first(read);
+    std::thread second(read);
+    first.join();
+    second.join();
+    EXPECT_EQ(inside, 2);
+}
+
+TEST(SharedMutex, ManyShortLivedThreadsAndLocksWork) {
+    std::uint64_t total = 0;
+    for (int round = 0; round < 50; ++round) {
+        const auto guarded = std::make_unique<Guarded<std::uint64_t>>();
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 20; ++i) {
+            threads.emplace_back([&, i] {
+                if (i % 5 == 0) {
+                    ++*guarded->write();
+                } else {
+                    guarded->copy();
+                }
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        total += guarded->copy();
+    }
+    EXPECT_EQ(total, 200U);
+}
+
+}  // namespace
+}  // namespace mxservice

@@ -1,0 +1,115 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <string>
+
+#include "platform/persist/CPersistService.h"
+#include "platform/persist/StoreEngine.h"
+
+/// A directory of its own, gone with the object.
+class TemporaryDirectory {
+public:
+    TemporaryDirectory() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "pmtest-XXXXXX").string();
+        path_ = ::mkdtemp(pattern.data());
+    }
+    ~TemporaryDirectory() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    TemporaryDirectory(const TemporaryDirectory&) = delete;
+    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+    const std::filesystem::path& path() const { return path_; }
+
+private:
+    std::filesystem::path path_;
+};
+
+/// The process's store in a directory of its own, for as long as the object lives.
+class TemporaryStore {
+public:
+    TemporaryStore() { service().setRootPath(directory_.path() / "store"); }
+    ~TemporaryStore() {
+        service().setEngine(nullptr);
+        service().setRootPath("");
+    }
+    TemporaryStore(const TemporaryStore&) = delete;
+    TemporaryStore& operator=(const TemporaryStore&) = delete;
+
+    static persist::CPersistService& service() { return *persist::CPersistService::instance(); }
+    std::filesystem::path path(const std::string& db = {}) const { return directory_.path() / "store" / db; }
+
+private:
+    TemporaryDirectory directory_;
+};
+
+/// The real engine, failing on demand: every call whose database name `fails` accepts, or the n-th call.
+class FailingEngine : public persist::StoreEngine, public std::enable_shared_from_this<FailingEngine> {
+public:
+    /// Counts down; the call that reaches zero fails, with `forever` every later one, too. Negative: none.
+    void failAt(int call, bool forever) {
+        forever_ = forever;
+        left_ = call;
+    }
+    /// Fails every changing call on the databases of this name, without counting.
+    void failWritesOf(const std::string& db) { broken_ = db; }
+    int calls() const { return calls_; }
+
+    std::shared_ptr<persist::StoreDatabase> open(const std::string& directory, Mode mode,
+                                                 persist::StoreStatus& status) override {
+        if (fails()) {
+            status = persist::StoreStatus::failure("injected");
+            return nullptr;
+        }
+        std::shared_ptr<persist::StoreDatabase> real = real_->open(directory, mode, status);
+        const std::string name = std::filesystem::path(directory).filename();
+        return real ? std::make_shared<Database>(shared_from_this(), std::move(real), name) : nullptr;
+    }
+
+private:
+    bool fails() {
+        ++calls_;
+        const int left = left_--;
+        return left == 0 || (left < 0 && forever_ && left > kNever);
+    }
+    bool writeFails(const std::string& db) { return fails() || db == broken_; }
+
+    class Database : public persist::StoreDatabase {
+    public:
+        Database(std::shared_ptr<FailingEngine> engine, std::shared_ptr<persist::StoreDatabase> real, std::string name)
+            : engine_(std::move(engine)), real_(std::move(real)), name_(std::move(name)) {}
+
+        persist::StoreStatus put(const std::vector<persist::StoreEntry>& entries, bool onlyNew,
+                                 const std::vector<std::string>& erased) override {
+            return engine_->writeFails(name_) ? injected() : real_->put(entries, onlyNew, erased);
+        }
+        persist::StoreStatus get(std::string_view key, const Visitor& visit) override {
+            return engine_->fails() ? injected() : real_->get(key, visit);
+        }
+        persist::StoreStatus scan(std::string_view prefix, const Visitor& visit) override {
+            return engine_->fails() ? injected() : real_->scan(prefix, visit);
+        }
+        persist::StoreStatus clear() override { return engine_->writeFails(name_) ? injected() : real_->clear(); }
+        bool isCurrent() const override { return real_->isCurrent(); }
+
+    private:
+        static persist::StoreStatus injected() { return persist::StoreStatus::failure("injected"); }
+
+        std::shared_ptr<FailingEngine> engine_;
+        std::shared_ptr<persist::StoreDatabase> real_;
+        std::string name_;
+    };
+
+    static constexpr int kNever = -1000000;
+
+    std::shared_ptr<persist::StoreEngine> real_ = persist::makeLmdbEngine();
+    std::string broken_;
+    std::atomic<int> calls_{0};
+    std::atomic<int> left_{kNever};
+    bool forever_ = false;
+};

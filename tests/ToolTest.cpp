@@ -1,0 +1,300 @@
+#include "tools/inscenter/Tool.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <simdjson.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "TemporaryStore.h"
+#include "tools/inscenter/Output.h"
+#include "tools/inscenter/Utf8.h"
+
+namespace {
+
+using ::testing::AnyOf;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+struct Result {
+    int code;
+    std::string out;
+    std::string err;
+};
+
+Result run(std::vector<std::string> arguments) {
+    std::vector<const char*> argv{"inscenter"};
+    for (const std::string& argument : arguments) {
+        argv.push_back(argument.c_str());
+    }
+    std::ostringstream out;
+    std::ostringstream err;
+    const int code = inscenter::runTool(static_cast<int>(argv.size()), argv.data(), out, err);
+    return {code, out.str(), err.str()};
+}
+
+/// A day of a few records in all catalogues.
+class ToolTest : public ::testing::Test {
+protected:
+    ToolTest() {
+        write("instruments.ndjson", R"-({"market":"SH","code":"600000","name":"浦发银行","listingDate":"19991110"}
+{"market":"SH","code":"510050","name":"50ETF"}
+{"market":"SH","code":"730001","name":"申购","listingDate":"20260302"}
+{"market":"SZ","code":"000002","name":"万科Ａ"}
+{"market":"HK","code":"00700","name":"TENCENT"}
+{"market":"HGT","code":"00005","name":"HSBC","connectFlagValue":3}
+{"market":"SHO","code":"10000001","productId":"50ETF(510050)","optionType":1}
+{"market":"DCE","code":"a2705","productId":"a","productName":"豆一","mainContractFlag":1}
+{"market":"DCE","code":"a2705-C-100","productId":"a_o","optionType":1}
+{"market":"DCE","code":"SPC a2705&m2705"}
+{"market":"SHFE","code":"cu2705","productId":"cu"}
+{"market":"NEEQ","code":"430001","securityClass":5}
+{"market":"WP","code":"CL","productId":"CL","productName":"Crude","mainContractFlag":1,"productGroup":1,"listingDate":"NYMEX","outerMarketName":"Nymex"}
+)-");
+        write("etfs.ndjson", R"({"exchid":"SH","etfcode":"510050","prcode":"510051","stocks":[)"
+                             R"({"market":"SH","code":"600000","name":"浦发银行","quantity":100}]})");
+        write("bonds.ndjson", R"({"bondCode":"220001","bondName":"22国债01","shanghaiCode":"019547"})");
+        write("tenderbonds.ndjson", R"({"code":"T1","name":"招标"})");
+        write("counterparties.ndjson", R"({"id":"C1","name":"对手方"})");
+        write("otcfundplans.ndjson", R"({"market":"SOTC","code":"P1","planType":2})");
+        write("issuances.ndjson", R"({"code":"I1","name":"收益凭证"})");
+        write("issuanceprices.ndjson", R"({"code":"I1","enquiryPrice":10.5})");
+    }
+
+    void write(const std::string& name, const std::string& bytes) {
+        std::ofstream(day_.path() / name, std::ios::binary) << bytes;
+    }
+
+    /// Runs a verb on the day.
+    Result ask(std::vector<std::string> arguments) {
+        arguments.insert(arguments.end(), {"--data", day_.path()});
+        return run(std::move(arguments));
+    }
+    Result askClient(std::vector<std::string> arguments) {
+        arguments.insert(arguments.end(), {"--center", "client", "--store", store_.path() / "db"});
+        return ask(std::move(arguments));
+    }
+
+    TemporaryDirectory day_;
+    TemporaryDirectory store_;
+};
+
+TEST_F(ToolTest, AnswersFromEitherCenter) {
+    struct Case {
+        std::vector<std::string> arguments;
+        std::string server;
+        std::string client;
+    };
+    const std::vector<Case> cases{
+        {{"get", "SH600000"}, "name         浦发银行\n", "name         浦发银行\n"},
+        {{"has", "DCEa2705"}, "hasCode, hasFuture, hasFutureOption\n", "hasCode, hasFuture, hasFutureOption\n"},
+        {{"has", "HGT00005"}, "hasCode\n", "hasCode, hasHkstock\n"},
+        {{"has", "SH510050"}, "hasEtf, isStkOptionUndlCode\n", "hasEtf, isStkOptionUndlCode\n"},
+        {{"list", "--market", "DCE"}, "a2705-C-100", "a2705-C-100"},
+        {{"list", "--trader-type", "1024"}, "a2705-C-100", "a2705-C-100"},
+        {{"mains", "--market", "DCE"}, "a2705", "a2705"},
+        {{"mains", "--by-product"}, "a          DCEa2705\n", "a          DCEa2705\n"},
+        {{"products"}, "a          DCE     豆一       1              1          0\n", "1          1\n"},
+        {{"spreads"}, "inter-commodity  a2705     m2705\n", "inter-commodity  a2705     m2705\n"},
+        {{"codes", "--today", "20260302"}, "ipo         SH730001    申购\n", "neeq        NEEQ430001\n"},
+        {{"outer"}, "keeps no outer-market tables", "NYMEX   Nymex       CL         Crude        commodity\n"},
+        {{"etf", "SH510051"}, "SH      浦发银行  600000       100\n", "SH      浦发银行  600000       100\n"},
+        {{"etfs"}, "510050", "510050"},
+        {{"bond", "220001"}, "22国债01", "22国债01"},
+        {{"bonds"}, "22国债01", "22国债01"},
+        {{"tenderbonds"}, "招标", "招标"},
+        {{"counterparties"}, "对手方", "对手方"},
+        {{"otc"}, "P1", "P1"},
+        {{"otc", "--group", "2"}, "P1", "no OTC fund plans of group 2"},
+        {{"issuances"}, "收益凭证", "收益凭证"},
+        {{"issuanceprices"}, "keeps no price settings", "10.5"},
+        {{"summary"},
+         "DCE       Dalian Commodity Exchange                3  futures 2, futures options 1\n",
+         "HK        Hong Kong                                2  HK 1, HGT 1, SGT 0\n"}};
+    for (const Case& test : cases) {
+        const Result server = ask(test.arguments);
+        EXPECT_THAT(server.out, HasSubstr(test.server));
+        EXPECT_EQ(server.code, 0) << server.err;
+        const Result client = askClient(test.arguments);
+        EXPECT_THAT(client.out, HasSubstr(test.client));
+        EXPECT_EQ(client.code, 0) << client.err;
+    }
+    EXPECT_THAT(askClient({"interbank", "SH019547"}).out, HasSubstr("SH019547  220001\n"));
+    EXPECT_EQ(ask({"interbank", "SH019547"}).code, 1);
+}
+
+/// Cells of a CSV line; quoted cells here hold no quotation marks.
+std::size_t cellsOf(const std::string& line) {
+    std::size_t cells = 1;
+    bool quoted = false;
+    for (const char character : line) {
+        quoted = quoted != (character == '"');
+        cells += !quoted && character == ',' ? 1 : 0;
+    }
+    return cells;
+}
+
+TEST_F(ToolTest, EveryVerbWritesValidJsonAndCsv) {
+    const std::vector<std::vector<std::string>> verbs{{"summary"},
+                                                      {"get", "SH600000", "DCEa2705"},
+                                                      {"has", "SH600000"},
+                                                      {"list", "--trader-type", "4"},
+                                                      {"mains"},
+                                                      {"mains", "--by-product"},
+                                                      {"products"},
+                                                      {"spreads"},
+                                                      {"codes"},
+                                                      {"outer"},
+                                                      {"etf", "SH510050"},
+                                                      {"etfs"},
+                                                      {"bond", "BANK220001"},
+                                                      {"bonds"},
+                                                      {"interbank", "SH019547"},
+                                                      {"tenderbonds"},
+                                                      {"counterparties"},
+                                                      {"otc"},
+                                                      {"issuances"},
+                                                      {"issuanceprices"}};
+    for (std::vector<std::string> verb : verbs) {
+        const bool client = verb.front() == "outer" || verb.front() == "interbank" || verb.front() == "issuanceprices";
+        verb.insert(verb.end(), {"--format", "json"});
+        std::istringstream json(client ? askClient(verb).out : ask(verb).out);
+        std::size_t records = 0;
+        simdjson::dom::parser parser;
+        for (std::string line; std::getline(json, line); ++records) {
+            EXPECT_TRUE(parser.parse(line).is_object()) << verb.front() << ": " << line;
+        }
+        EXPECT_GT(records, 0U) << verb.front();
+
+        verb.back() = "csv";
+        std::istringstream csv(client ? askClient(verb).out : ask(verb).out);
+        std::string header;
+        std::getline(csv, header);
+        std::size_t rows = 0;
+        for (std::string line; std::getline(csv, line); ++rows) {
+            EXPECT_EQ(cellsOf(line), cellsOf(header)) << verb.front() << ": " << line;
+        }
+        EXPECT_EQ(rows, records) << verb.front();
+    }
+}
+
+TEST_F(ToolTest, ExitCodeTellsWhatHappened) {
+    EXPECT_EQ(ask({"get", "SH600000"}).code, 0);
+    const Result missing = ask({"get", "SH600000", "SH999999", ""});
+    EXPECT_EQ(missing.code, 1);
+    EXPECT_THAT(missing.out, HasSubstr("浦发银行"));
+    EXPECT_THAT(missing.err, HasSubstr("SH999999: not found\n"));
+    EXPECT_EQ(ask({"has", std::string(10000, 'x'), "\xff\xfe"}).code, 1);
+
+    write("instruments2.ndjson", "{\"market\":\"SH\"}\n");
+    EXPECT_EQ(ask({"get", "SH600000"}).code, 3);
+    EXPECT_EQ(ask({"get", "SH999999"}).code, 1);
+
+    EXPECT_EQ(run({"summary", "--data", day_.path() / "missing"}).code, 2);
+    EXPECT_THAT(run({"summary", "--data", day_.path() / "missing"}).err, HasSubstr("missing: cannot be read: No such"));
+    write("rules.json", R"({"isShanghaiStockIPO": ["SH 730000"]})");
+    const Result badRules = ask({"codes", "--rules", day_.path() / "rules.json"});
+    EXPECT_EQ(badRules.code, 2);
+    EXPECT_THAT(badRules.err, HasSubstr("rules.json"));
+
+    for (const std::vector<std::string>& usage :
+         std::vector<std::vector<std::string>>{{},
+                                               {"frob"},
+                                               {"get"},
+                                               {"list"},
+                                               {"list", "--trader-type", "two"},
+                                               {"summary", "extra"},
+                                               {"summary", "--format", "xml"},
+                                               {"summary", "--today", "today"},
+                                               {"get", "X", "--center", "client"}}) {
+        const Result bad = ask(usage);
+        EXPECT_EQ(bad.code, 2) << bad.err;
+        EXPECT_EQ(bad.out, "");
+        EXPECT_THAT(bad.err, StartsWith("inscenter: "));
+    }
+    EXPECT_EQ(run({"get", "SH600000"}).code, 2) << "no snapshot given";
+}
+
+TEST_F(ToolTest, RulesAndDayHoldForOneRunOnly) {
+    write("README.rules", R"({"isShanghaiStockIPO": ["SH:600000-600000"]})");
+    const Result other = ask({"codes", "--rules", day_.path() / "README.rules", "--today", "19991110"});
+    EXPECT_THAT(other.out, HasSubstr("SH600000"));
+    EXPECT_THAT(other.out, Not(HasSubstr("SH730001")));
+    EXPECT_THAT(ask({"codes", "--today", "20260302"}).out, HasSubstr("SH730001"));
+    EXPECT_THAT(ask({"codes", "--today", "20260303"}).out, Not(HasSubstr("SH730001")));
+}
+
+TEST_F(ToolTest, HongKongAloneIsAnOrdinaryMarket) {
+    for (const char* const market : {"HK", "HGT", "SGT"}) {
+        write("instruments.ndjson", std::string(R"({"market":")") + market + R"(","code":"00700","name":"TENCENT"})");
+        EXPECT_THAT(ask({"list", "--market", "HK"}).out, HasSubstr("TENCENT")) << market;
+        EXPECT_EQ(ask({"get", "HK00700"}).code, 0) << market;
+    }
+}
+
+TEST_F(ToolTest, EmptyAnswersSaySoInTables) {
+    std::filesystem::remove(day_.path() / "etfs.ndjson");
+    EXPECT_EQ(ask({"etfs"}).out, "no ETFs\n");
+    EXPECT_EQ(ask({"etfs", "--format", "json"}).out, "");
+    EXPECT_EQ(ask({"list", "--market", "XX\x1b[2J"}).out, "no instruments of market XX\\x1B[2J\n");
+    EXPECT_EQ(ask({"list", "--trader-type", "64"}).code, 0);
+}
+
+TEST_F(ToolTest, HelpStandsOnEveryLevel) {
+    const Result top = run({"--help"});
+    EXPECT_EQ(top.code, 0);
+    for (const char* const verb : {"summary", "get", "list", "mains", "etf", "interbank", "generate"}) {
+        EXPECT_THAT(top.out, HasSubstr(std::string("\n  ") + verb + " "));
+        const Result help = run({verb, "--help"});
+        EXPECT_EQ(help.code, 0);
+        EXPECT_THAT(help.out, HasSubstr("Example:\n  inscenter "));
+    }
+    EXPECT_THAT(run({"--version"}).out, StartsWith("inscenter "));
+}
+
+TEST_F(ToolTest, AnswerThatCannotBeWrittenIsAFailure) {
+    const std::vector<std::string> arguments{"inscenter", "--data", day_.path(), "list", "--trader-type", "4"};
+    std::vector<const char*> argv;
+    for (const std::string& argument : arguments) {
+        argv.push_back(argument.c_str());
+    }
+    std::ofstream full("/dev/full");
+    std::ostringstream err;
+    EXPECT_EQ(inscenter::runTool(static_cast<int>(argv.size()), argv.data(), full, err), 2);
+    EXPECT_THAT(err.str(), HasSubstr("cannot be written"));
+}
+
+TEST(DisplayWidth, CountsTerminalColumns) {
+    EXPECT_EQ(inscenter::displayWidth("abc"), 3U);
+    EXPECT_EQ(inscenter::displayWidth("万科Ａ"), 6U);
+    EXPECT_EQ(inscenter::displayWidth("ｱ·é"), 3U);               // half-width, ambiguous and precomposed letters
+    EXPECT_EQ(inscenter::displayWidth("e\xCC\x81"), 1U);         // with a combining accent
+    EXPECT_EQ(inscenter::displayWidth("\xF0\xA0\x80\x80"), 2U);  // an ideograph beyond the basic plane
+    EXPECT_EQ(inscenter::displayWidth("\xE4\xBA"), 2U);          // two offending bytes, each shown as one sign
+}
+
+TEST_F(ToolTest, TableColumnsStandUnderEachOtherWithWideLetters) {
+    const std::string table = ask({"list", "--trader-type", "1"}).out;
+    std::istringstream lines(table);
+    std::string header;
+    std::getline(lines, header);
+    const std::size_t column = header.find("listingDate");
+    ASSERT_NE(column, std::string::npos) << table;
+    std::size_t dated = 0;
+    for (std::string line; std::getline(lines, line);) {
+        for (const char* const date : {"19991110", "20260302"}) {
+            const std::size_t found = line.find(date);
+            if (found != std::string::npos) {
+                EXPECT_EQ(inscenter::displayWidth(line.substr(0, found)), column) << table;
+                ++dated;
+            }
+        }
+    }
+    EXPECT_EQ(dated, 2U) << table;
+}
+
+}  // namespace

@@ -1,0 +1,86 @@
+#include <gtest/gtest.h>
+#include <boost/make_shared.hpp>
+
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/net/RPCEngine.h"
+#include "platform/record/Records.h"
+#include "platform/utils/Utils.h"
+
+namespace {
+
+TEST(Hash, IsTheStoredOneForAnyBytes) {
+    EXPECT_EQ(utils::hash("SH600000"), 0xd3e40800bbabda73U);
+    EXPECT_EQ(utils::hash("HK"), 0x3f34329ce3e707f8U);
+    EXPECT_EQ(utils::hash(""), 0x2d06800538d394c2U);
+    const std::string withNul("SH\0X", 4);
+    EXPECT_NE(utils::hash(withNul), utils::hash("SH"));
+    EXPECT_EQ(utils::ovStockKey("SH", std::string("6\0", 2)), std::string("SH6\0", 4));
+}
+
+TEST(Calendar, PinnedDayDecidesWhatIsToday) {
+    EXPECT_TRUE(utils::isToday(utils::today()));
+    utils::setToday("20260302");
+    EXPECT_TRUE(utils::isToday("20260302"));
+    for (const char* const other : {"20260303", "2026032", "", "2026-3-2", "202603020", "CME"}) {
+        EXPECT_FALSE(utils::isToday(other)) << other;
+    }
+    EXPECT_THROW(utils::setToday("2 March"), std::invalid_argument);
+    EXPECT_EQ(utils::today(), "20260302");
+    utils::setToday("");
+    EXPECT_FALSE(utils::isToday("20260302"));
+}
+
+TEST(RPCEngine, OneNameGivesOneStrandThatRunsHandlersInTurn) {
+    net::RPCEngine* const engine = utils::CSingletonT<net::RPCEngine>::instance();
+    ASSERT_EQ(engine, net::RPCEngine::instance());
+    const auto strand = engine->getStrand("load");
+    EXPECT_EQ(strand, engine->getStrand("load"));
+    EXPECT_NE(strand, engine->getStrand("other"));
+
+    int running = 0;
+    bool overlapped = false;
+    constexpr int kHandlers = 1000;
+    int ran = 0;
+    for (int i = 0; i < kHandlers; ++i) {
+        boost::asio::post(*strand, [&] {
+            overlapped = overlapped || ++running != 1;
+            ++ran;
+            --running;
+        });
+    }
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([engine] { engine->ioContext().run(); });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(ran, kHandlers);
+    EXPECT_FALSE(overlapped);
+}
+
+TEST(RecordHelpers, AnswerForRecordsAndForNone) {
+    using namespace mxservice;
+    const auto option = boost::make_shared<CInstrumentDetail>();
+    option->market = "DCE";
+    EXPECT_FALSE(CFtOptionDataHelper::isFtOptionInstrument(option));
+    option->optionType = 2;
+    EXPECT_TRUE(CFtOptionDataHelper::isFtOptionInstrument(option));
+    option->optionType = 3;
+    EXPECT_FALSE(CFtOptionDataHelper::isFtOptionInstrument(option));
+    option->optionType = 1;
+    option->market = "SHO";
+    EXPECT_FALSE(CFtOptionDataHelper::isFtOptionInstrument(option));
+    EXPECT_FALSE(CFtOptionDataHelper::isFtOptionInstrument(nullptr));
+    EXPECT_FALSE(isIssueAdditionalStock(nullptr));
+    EXPECT_FALSE(COutterFutureHelper::isCommdityGroup(nullptr));
+    EXPECT_TRUE(isSpecifiedValue("0123456", 6, '6'));
+    EXPECT_FALSE(isSpecifiedValue("0123456", 7, '7'));
+    EXPECT_FALSE(isSpecifiedValue("0123456", -1, '6'));
+}
+
+}  // namespace

@@ -1,0 +1,58 @@
+#!/usr/bin/env bash
+# Does with an installed package what a host does: finds it through CMake and through pkg-config, builds and runs the
+# examples as C++17, compiles every public header alone. The tree is moved after the installation, so that nothing can
+# lean on where it was built or installed.
+#
+# usage: installed_package.sh SOURCE_DIR BUILD_DIR LIBDIR CMAKE CXX
+set -euo pipefail
+sourceDir=$1 buildDir=$2 libdir=$3 cmake=$4 cxx=$5
+work=$buildDir/installed_package
+prefix=$work/moved
+
+fail() {
+    echo "FAILED: $*" >&2
+    exit 1
+}
+
+expectHostOutput() {
+    "$@" >"$work/answers.txt" || fail "$1 exits with $?"
+    printf '%s\n' 'Bank stock' 'SH600001 is unknown' 'DCEm2605 is a main contract: Meal May' |
+        diff - "$work/answers.txt" || fail "$1 answers something else"
+}
+
+# The outer build's settings must not leak into what stands for a host's own build.
+unset CXXFLAGS LDFLAGS LD_LIBRARY_PATH PKG_CONFIG_PATH CMAKE_PREFIX_PATH DESTDIR
+
+rm -rf "$work"
+mkdir -p "$work"
+"$cmake" --install "$buildDir" --prefix "$work/installed" >"$work/install.log" || fail "$(cat "$work/install.log")"
+mv "$work/installed" "$prefix"
+
+echo "-- nothing installed names the machine that built it"
+! grep -rlI -e "$sourceDir" -e "$buildDir" "$prefix" || fail "the files above do"
+while read -r binary; do
+    dynamic=$(readelf -d "$binary")
+    [[ $dynamic =~ RUNPATH[^$'\n']*'[$ORIGIN'[^:]*']' ]] || fail "$binary looks for libraries elsewhere than beside it"
+done < <(find "$prefix" -type f \( -name '*.so*' -o -path '*/bin/*' \))
+
+echo "-- the tool finds its libraries"
+if [ -e "$buildDir/tools/inscenter/inscenter" ]; then
+    "$prefix/bin/inscenter" --help >/dev/null || fail "inscenter does not start"
+fi
+
+echo "-- find_package: the examples, and a version check that refuses"
+"$cmake" -S "$sourceDir/examples" -B "$work/examples" -G Ninja -DCMAKE_CXX_COMPILER="$cxx" \
+    -DCMAKE_PREFIX_PATH="$prefix"
+"$cmake" --build "$work/examples"
+expectHostOutput "$work/examples/server_host"
+
+echo "-- every public header alone, as C++17"
+"$cmake" -S "$sourceDir/tests/install/headers" -B "$work/headers" -G Ninja -DCMAKE_CXX_COMPILER="$cxx" \
+    -DCMAKE_PREFIX_PATH="$prefix"
+"$cmake" --build "$work/headers"
+
+echo "-- pkg-config"
+export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
+read -r -a flags <<<"$(pkg-config --cflags --libs PmInstrumentCenter)"
+"$cxx" -std=c++17 "$sourceDir/examples/server_host.cpp" "${flags[@]}" -o "$work/server_host"
+LD_LIBRARY_PATH=$prefix/$libdir expectHostOutput "$work/server_host"

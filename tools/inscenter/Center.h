@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/instrumentcenter/IInstrumentCenter.h"
+#include "tools/inscenter/Console.h"
+#include "tools/inscenter/Snapshot.h"
+
+namespace inscenter {
+
+/// Which center answers.
+enum class CenterKind { Server, Client };
+
+/// A fresh center. The pointer destroys it through its own class, as centers ask for. The client's store must have its
+/// root path by then.
+std::shared_ptr<mxservice::IInstrumentCenter> makeCenter(CenterKind kind);
+
+/// One catalogue handed to a center.
+struct LoadStep {
+    Catalogue catalogue;
+    std::size_t records;
+    double seconds;
+};
+
+/// The markets that the records name and how many name each, in the order in which they first occur.
+std::vector<std::pair<std::string, std::size_t>> marketsOf(const Snapshot& snapshot);
+
+/// Hands every catalogue of the snapshot that has records to the center: the instruments in one batch, then the others.
+std::vector<LoadStep> load(mxservice::IInstrumentCenter& center, const Snapshot& snapshot, Console& console);
+
+}  // namespace inscenter

@@ -1,0 +1,313 @@
+#include "tools/inscenter/CommandLine.h"
+
+#include <CLI/CLI.hpp>
+
+#include <array>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "tools/inscenter/Utf8.h"
+
+namespace inscenter {
+namespace {
+
+constexpr int kBadUsage = 2;
+
+constexpr const char* kAbout =
+    "Loads a snapshot of a market day into an instrument center and asks it questions.\n"
+    "A snapshot is a directory of files, one record a line (.ndjson, or .csv with a header line), named by their\n"
+    "catalogue: instruments*, etfs*, bonds*, tenderbonds*, counterparties*, otcfundplans*, issuances*,\n"
+    "issuanceprices*.";
+
+constexpr const char* kFooter =
+    "\nExit codes: 0 answered; 1 a key was not found, or the centers differ; 2 bad usage, unreadable input or a store\n"
+    "with bad documents; 3 answered, but lines or files of the snapshot were skipped.\n"
+    "\nExamples:\n"
+    "  inscenter generate --size 1000 day\n"
+    "  inscenter --data day summary\n"
+    "  inscenter --data day get SH600000 HK00700 --format json";
+
+/// What a verb takes besides the global options.
+enum class Arguments { None, Keys, Selection, Exchange, Group };
+
+struct VerbLine {
+    const char* group;
+    const char* name;
+    const char* about;
+    const char* example;
+    Verb verb;
+    Arguments arguments;
+};
+
+constexpr const char* kInstruments = "Instruments";
+constexpr const char* kDerived = "Derived from the instruments";
+constexpr const char* kOthers = "Other catalogues";
+constexpr const char* kStore = "The persisted center";
+
+constexpr const char* kStoreFooter =
+    "\nDatabases are opened for reading only, also beside a running host, and never changed. The one file that may\n"
+    "be made is the engine's lock.mdb where a database has none; hosts must be able to write to it, so run this as\n"
+    "their user. Unless the file system is read-only, lock.mdb must be writable for this, too.";
+
+constexpr std::array kVerbs{
+    VerbLine{kInstruments, "summary", "Markets, counts, times and memory", "summary", showSummary, Arguments::None},
+    VerbLine{kInstruments, "get", "Instruments by stock key text (market directly followed by code)",
+             "get SH600000 HK00700", showInstruments, Arguments::Keys},
+    VerbLine{kInstruments, "has", "Every predicate that answers true for a key", "has SH600000", showPredicates,
+             Arguments::Keys},
+    VerbLine{kInstruments, "list", "The instruments of markets, or of a trader type",
+             "list --market DCE CZCE\n  inscenter --data day list --trader-type 2", listInstruments,
+             Arguments::Selection},
+    VerbLine{kDerived, "mains", "The main contracts of the futures exchanges",
+             "mains --market DCE\n  inscenter --data day mains --by-product", showMains, Arguments::Exchange},
+    VerbLine{kDerived, "products", "Futures products: contracts as listed, and what the center keeps of them",
+             "products --format csv", showProducts, Arguments::None},
+    VerbLine{kDerived, "spreads", "Legs of the Dalian spreads", "spreads", showSpreads, Arguments::None},
+    VerbLine{kDerived, "codes", "Today's IPO, CDR and NEEQ inquiry codes, and the underlyings of stock options",
+             "codes --today 20260304", showCodes, Arguments::None},
+    VerbLine{kDerived, "outer", "Outer futures markets and their products", "--center client --store db outer",
+             showOuterMarkets, Arguments::None},
+    VerbLine{kOthers, "etf", "ETFs with their baskets, by either of the fund's keys", "etf SH510050", showEtf,
+             Arguments::Keys},
+    VerbLine{kOthers, "etfs", "Every ETF", "etfs", listEtfs, Arguments::None},
+    VerbLine{kOthers, "bond", "Interbank bonds by bond code, or by stock key text", "bond 220001", showBond,
+             Arguments::Keys},
+    VerbLine{kOthers, "bonds", "Every interbank bond", "bonds", listBonds, Arguments::None},
+    VerbLine{kOthers, "interbank", "Interbank codes of bonds listed in Shanghai or Shenzhen", "interbank SH019547",
+             showInterbankCode, Arguments::Keys},
+    VerbLine{kOthers, "tenderbonds", "Every bond on tender", "tenderbonds", listTenderBonds, Arguments::None},
+    VerbLine{kOthers, "counterparties", "Every counterparty", "counterparties", listCounterparties, Arguments::None},
+    VerbLine{kOthers, "otc", "OTC fund plans", "otc --group 1", listOtcPlans, Arguments::Group},
+    VerbLine{kOthers, "issuances", "Every OTC securities issuance", "issuances", listIssuances, Arguments::None},
+    VerbLine{kOthers, "issuanceprices", "Every price setting of an OTC stock enquiry", "issuanceprices",
+             listIssuancePrices, Arguments::None}};
+
+struct StoreVerbLine {
+    const char* name;
+    const char* about;
+    const char* example;
+    StoreVerb verb;
+};
+
+constexpr std::array kStoreVerbs{
+    StoreVerbLine{"ls", "The databases of a store: kind, documents, sub-documents, size of the file", "ls db",
+                  listStore},
+    StoreVerbLine{"dump", "Documents as canonical extended JSON, one a line in the order of the keys",
+                  "dump db OvIns_SH --limit 10\n  inscenter store dump db OvIns_FUMAIN --keys-only", dumpStore},
+    StoreVerbLine{"verify", "Reads every document and names those that are damaged, of a wrong class or misplaced",
+                  "verify db", verifyStore},
+    StoreVerbLine{"stat", "Numbers and sizes of the documents of each database, and their classes", "stat db OvIns_SH",
+                  measureStore}};
+
+std::string example(const std::string& line) {
+    return "\nExample:\n  inscenter --data day " + line;
+}
+
+/// A line for the user about what is wrong with the command line.
+std::string explain(const CLI::App* app, const CLI::Error& error) {
+    const std::vector<std::string> unknown = app->remaining(false);
+    std::string text = error.what();
+    if (app->get_subcommands().empty() && !unknown.empty()) {
+        text = "unknown command " + printable(unknown.front());
+    }
+    return "inscenter: " + text + "\nRun with --help for more information.\n";
+}
+
+class Parser {
+public:
+    explicit Parser(Command& command) : command_(command) {
+        app_.footer(kFooter);
+        app_.set_version_flag("--version", "inscenter " PM_VERSION, "Print the version and exit");
+        app_.require_subcommand(1);
+        app_.fallthrough();  // global options may stand behind the command; inherited by commands added from here on
+        app_.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::Throw);
+        addGlobalOptions();
+        app_.failure_message(explain);
+        for (const VerbLine& verb : kVerbs) {
+            addVerb(verb);
+        }
+        addStore();
+        addCompare();
+        addGenerate();
+    }
+
+    CLI::App& app() { return app_; }
+
+private:
+    void addGlobalOptions() {
+        app_.add_option("--data", command_.data, "Directory of the snapshot")->type_name("DIR");
+        app_.add_option_function<std::string>(
+                "--center",
+                [this](const std::string& name) {
+                    command_.center = name == "client" ? CenterKind::Client : CenterKind::Server;
+                },
+                "server (in memory) or client (persisted); server by default")
+            ->check(CLI::IsMember({"server", "client"}).description(""))
+            ->type_name("KIND");
+        app_.add_option("--store", command_.store, "Directory of the client's databases, made when missing")
+            ->type_name("DIR");
+        app_.add_option_function<std::string>(
+                "--format",
+                [this](const std::string& name) {
+                    command_.format = name == "json" ? Format::Json : name == "csv" ? Format::Csv : Format::Table;
+                },
+                "table, json (one object a line) or csv; table by default")
+            ->check(CLI::IsMember({"table", "json", "csv"}).description(""))
+            ->type_name("FORMAT");
+        app_.add_option("--rules", command_.rulesFile, "JSON file with the market rules to use")->type_name("FILE");
+        app_.add_option("--today", command_.today, "Day that counts as today, for the codes of new issues")
+            ->type_name("YYYYMMDD");
+        app_.add_flag("--log", command_.log, "Write the library's log to standard error");
+    }
+
+    void addVerb(const VerbLine& verb) {
+        CLI::App* const sub = app_.add_subcommand(verb.name, verb.about)->group(verb.group);
+        sub->footer(example(verb.example));
+        sub->callback([this, run = verb.verb] { command_.verb = run; });
+        switch (verb.arguments) {
+            case Arguments::None:
+                break;
+            case Arguments::Keys:
+                sub->add_option("KEY", command_.query.keys, "Keys to ask for")->required();
+                break;
+            case Arguments::Selection:
+                addSelection(*sub);
+                break;
+            case Arguments::Exchange: {
+                auto* const market = addMarkets(*sub, "Futures exchanges; all six by default");
+                sub->add_flag("--by-product", command_.query.byProduct, "By product instead of by exchange")
+                    ->excludes(market);
+                break;
+            }
+            case Arguments::Group:
+                sub->add_option("--group", command_.query.group, "Plans of this group only; -1 for all")
+                    ->type_name("NUMBER");
+                break;
+        }
+    }
+
+    CLI::Option* addMarkets(CLI::App& app, const char* about) {
+        return app.add_option("--market", command_.query.markets, about)
+            ->type_name("MARKET")
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    }
+
+    void addSelection(CLI::App& app) {
+        auto* const markets = addMarkets(app, "Market names");
+        app.add_option(
+               "--trader-type", command_.query.traderType,
+               "1 stocks, 2 futures, 16 gold, 32 stock options,\n128 Hong Kong, 256 NEEQ, 1024 futures options,\n"
+               "4096 bonds, 1048576 funds, 4 everything")
+            ->type_name("NUMBER")
+            ->excludes(markets);
+        app.callback([this] {
+            command_.verb = listInstruments;
+            if (command_.query.markets.empty() && !command_.query.traderType) {
+                throw CLI::RequiredError("--market or --trader-type");
+            }
+        });
+    }
+
+    void addStore() {
+        CLI::App* const store = app_.add_subcommand("store", "Look into a store on disk")->group(kStore);
+        store->require_subcommand(1);
+        store->footer(kStoreFooter);
+        for (const StoreVerbLine& verb : kStoreVerbs) {
+            addStoreVerb(*store, verb);
+        }
+    }
+
+    void addStoreVerb(CLI::App& store, const StoreVerbLine& verb) {
+        StoreQuery& query = command_.storeQuery;
+        CLI::App* const sub = store.add_subcommand(verb.name, verb.about)->group("Commands");
+        sub->footer(std::string("\nExample:\n  inscenter store ") + verb.example + "\n" + kStoreFooter);
+        sub->callback([this, run = verb.verb] {
+            command_.task = Task::Store;
+            command_.storeVerb = run;
+        });
+        sub->add_option("DIR", query.root, "Directory that holds the databases")->required();
+        auto* const database = sub->add_option("DB", query.database, "Name of a database; all by default");
+        if (verb.verb == dumpStore) {
+            database->required()->description("Name of the database");
+            sub->add_flag("--keys-only", query.keysOnly, "Leave the documents out");
+            sub->add_option("--prefix", query.prefix,
+                            "Only documents whose key, or sub-documents whose field, begins so")
+                ->type_name("TEXT");
+            sub->add_option("--limit", query.limit, "No more than so many")->type_name("N");
+        }
+    }
+
+    void addCompare() {
+        CLI::App* const sub =
+            app_.add_subcommand("compare", "Load a snapshot into both centers and compare their answers")
+                ->group(kStore);
+        sub->footer(
+            "\nExample:\n  inscenter --data day --store db compare\n"
+            "\nDocuments of earlier loads in the store would be answered, too: name an empty or new directory.");
+        sub->callback([this] { command_.task = Task::Compare; });
+    }
+
+    void addGenerate() {
+        CLI::App* const sub =
+            app_.add_subcommand("generate", "Write an invented market day as a snapshot")->group("Snapshots");
+        sub->footer("\nExample:\n  inscenter generate --size 300000 --seed 7 day");
+        sub->callback([this] { command_.task = Task::Generate; });
+        sub->add_option("--size", command_.generate.size, "Number of instruments")->type_name("N")->required();
+        sub->add_option("--seed", command_.generate.seed, "The same seed gives the same bytes; 1 by default")
+            ->type_name("N");
+        sub->add_option("--date", command_.generate.date, "Trading day; today by default")->type_name("YYYYMMDD");
+        sub->add_option("DIR", command_.generate.directory, "Directory to write to, made when missing")->required();
+    }
+
+    Command& command_;
+    CLI::App app_{kAbout, "inscenter"};
+};
+
+/// What the options say together; empty when that makes sense.
+std::string contradiction(const Command& command) {
+    if (command.task == Task::Generate) {
+        return {};
+    }
+    if (command.task == Task::Store) {
+        const bool others = !command.data.empty() || !command.store.empty() || command.center == CenterKind::Client;
+        return others ? "the store commands take the directory as their argument; --data, --center and --store load"
+                      : "";
+    }
+    if (command.data.empty()) {
+        return "--data DIR is required";
+    }
+    if (command.task == Task::Compare) {
+        return command.store.empty() ? "compare needs --store DIR for the persisted center" : "";
+    }
+    if (command.center == CenterKind::Client && command.store.empty()) {
+        return "--center client needs --store DIR";
+    }
+    if (command.center == CenterKind::Server && !command.store.empty()) {
+        return "--store belongs to --center client";
+    }
+    return {};
+}
+
+}  // namespace
+
+std::optional<Command> parseCommand(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
+                                    int& exitCode) {
+    Command command;
+    Parser parser(command);
+    try {
+        parser.app().parse(argc, argv);
+    } catch (const CLI::ParseError& stop) {
+        exitCode = parser.app().exit(stop, out, err) == 0 ? 0 : kBadUsage;
+        return std::nullopt;
+    }
+    const std::string problem = contradiction(command);
+    if (!problem.empty()) {
+        err << "inscenter: " << problem << "\nRun with --help for more information.\n";
+        exitCode = kBadUsage;
+        return std::nullopt;
+    }
+    return command;
+}
+
+}  // namespace inscenter

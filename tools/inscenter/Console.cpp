@@ -1,0 +1,72 @@
+#include "tools/inscenter/Console.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <ostream>
+
+#include "tools/inscenter/Utf8.h"
+
+namespace inscenter {
+namespace {
+
+constexpr auto kPatience = std::chrono::seconds(1);
+constexpr auto kRedraw = std::chrono::milliseconds(100);
+constexpr std::size_t kBarColumns = 30;
+/// Return to the first column, erase the line (ECMA-48, EL).
+constexpr const char* kEraseLine = "\r\x1B[K";
+
+}  // namespace
+
+Console::Console(std::ostream& err, bool terminal) : err_(err), terminal_(terminal) {}
+
+Console::~Console() {
+    end();
+}
+
+void Console::message(std::string_view text) {
+    end();
+    err_ << "inscenter: " << printable(text) << '\n';
+}
+
+void Console::begin(std::string step, std::uint64_t total) {
+    step_ = std::move(step);
+    total_ = total;
+    // A step that cannot say how far it is shows its name at once when the steps before took their time.
+    advance(0);
+}
+
+void Console::advance(std::uint64_t done) {
+    if (!terminal_) {
+        return;
+    }
+    const Clock::time_point now = Clock::now();
+    if (now - began_ >= kPatience && now - drawn_ >= kRedraw) {
+        drawn_ = now;
+        draw(done);
+    }
+}
+
+void Console::draw(std::uint64_t done) {
+    err_ << kEraseLine << step_;
+    if (total_ > 0) {
+        const double share = std::min(1.0, static_cast<double>(done) / static_cast<double>(total_));
+        const auto filled = static_cast<std::size_t>(share * static_cast<double>(kBarColumns));
+        err_ << fmt::format(" [{}{}] {:3.0f} %", std::string(filled, '#'), std::string(kBarColumns - filled, '.'),
+                            share * 100);
+    } else {
+        err_ << " ...";
+    }
+    err_.flush();
+    shown_ = true;
+}
+
+void Console::end() {
+    if (shown_) {
+        err_ << kEraseLine;
+        err_.flush();
+        shown_ = false;
+    }
+}
+
+}  // namespace inscenter

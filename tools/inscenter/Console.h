@@ -1,0 +1,45 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <iosfwd>
+#include <string>
+#include <string_view>
+
+namespace inscenter {
+
+/// Standard error: messages, and on a terminal a progress bar once a step takes longer than a second. Not for several
+/// threads at once.
+class Console {
+public:
+    /// `terminal`: the stream is a terminal, so that a bar may be drawn.
+    Console(std::ostream& err, bool terminal);
+    /// Takes the bar away.
+    ~Console();
+    Console(const Console&) = delete;
+    Console& operator=(const Console&) = delete;
+
+    /// Writes one line. Bytes and control characters that could upset a terminal are shown in a harmless form.
+    void message(std::string_view text);
+
+    /// Begins a step of `total` units; 0 when it cannot be told how far the step is.
+    void begin(std::string step, std::uint64_t total);
+    /// So many units are done.
+    void advance(std::uint64_t done);
+    /// Takes the bar away.
+    void end();
+
+private:
+    using Clock = std::chrono::steady_clock;
+    void draw(std::uint64_t done);
+
+    std::ostream& err_;
+    const bool terminal_;
+    Clock::time_point began_ = Clock::now();
+    Clock::time_point drawn_;
+    std::string step_;
+    std::uint64_t total_ = 0;
+    bool shown_ = false;
+};
+
+}  // namespace inscenter

@@ -1,0 +1,302 @@
+#include "tools/inscenter/JsonRecordReader.h"
+
+#include <fmt/format.h>
+#include <simdjson.h>
+
+#include <boost/make_shared.hpp>
+
+#include <charconv>
+#include <vector>
+
+#include "platform/record/Records.h"
+#include "tools/inscenter/LineReader.h"
+
+namespace inscenter {
+namespace {
+
+using mxservice::CETFComponentStockInfo;
+using mxservice::ComponentMap;
+using mxservice::Field;
+using mxservice::FieldKind;
+using mxservice::IData;
+using mxservice::RecordType;
+using simdjson::ondemand::json_type;
+using simdjson::ondemand::value;
+
+static_assert(LineReader::kPadding >= simdjson::SIMDJSON_PADDING);
+
+/// Values of unknown keys are followed no deeper; no record is.
+constexpr int kMaxDepth = 32;
+
+bool refuse(LineError& error, std::string field, std::string reason) {
+    error = {std::move(field), std::move(reason)};
+    return false;
+}
+
+bool refuseJson(LineError& error, simdjson::error_code code) {
+    switch (code) {
+        case simdjson::UTF8_ERROR:
+            return refuse(error, "", "not UTF-8");
+        case simdjson::UNESCAPED_CHARS:
+            return refuse(error, "", "not valid JSON: control character within a text");
+        case simdjson::UNCLOSED_STRING:
+            return refuse(error, "", "not valid JSON: a text is not closed");
+        case simdjson::INCOMPLETE_ARRAY_OR_OBJECT:
+            return refuse(error, "", "not valid JSON: an object or array is not closed");
+        default:
+            return refuse(error, "", "not valid JSON");
+    }
+}
+
+const char* nameOf(json_type type) {
+    switch (type) {
+        case json_type::array:
+            return "an array";
+        case json_type::object:
+            return "an object";
+        case json_type::number:
+            return "a number";
+        case json_type::string:
+            return "a text";
+        case json_type::boolean:
+            return "true or false";
+        default:
+            return "null";
+    }
+}
+
+/// Says what is wrong with a value that could not be read as `wanted`.
+bool refuseValue(LineError& error, const Field& field, value& found, json_type wanted) {
+    json_type type{};
+    if (const auto code = found.type().get(type)) {
+        return refuseJson(error, code);
+    }
+    if (type != wanted) {
+        return refuse(error, field.name(), fmt::format("{} expected, {} found", nameOf(wanted), nameOf(type)));
+    }
+    if (type != json_type::number) {
+        return refuse(error, field.name(), "not a valid text");
+    }
+    const std::string_view token = found.raw_json_token();
+    double number = 0;
+    const auto parsed = std::from_chars(token.data(), token.data() + token.size(), number);
+    const bool tooLarge = parsed.ec == std::errc::result_out_of_range;
+    return refuse(error, field.name(), tooLarge ? "number out of range" : "not a valid number");
+}
+
+/// Whether the value is well-formed throughout; the parser itself looks only at what it is asked for.
+simdjson::error_code check(value& found, int depth) {
+    json_type type{};
+    if (const auto code = found.type().get(type)) {
+        return code;
+    }
+    if (depth == kMaxDepth) {
+        return simdjson::DEPTH_ERROR;
+    }
+    switch (type) {
+        case json_type::array: {
+            simdjson::ondemand::array items;
+            if (const auto code = found.get_array().get(items)) {
+                return code;
+            }
+            for (auto item : items) {
+                value inner;
+                if (const auto code = item.get(inner)) {
+                    return code;
+                }
+                if (const auto code = check(inner, depth + 1)) {
+                    return code;
+                }
+            }
+            return simdjson::SUCCESS;
+        }
+        case json_type::object: {
+            simdjson::ondemand::object members;
+            if (const auto code = found.get_object().get(members)) {
+                return code;
+            }
+            for (auto member : members) {
+                simdjson::ondemand::field inner;
+                if (const auto code = std::move(member).get(inner)) {
+                    return code;
+                }
+                if (const auto code = check(inner.value(), depth + 1)) {
+                    return code;
+                }
+            }
+            return simdjson::SUCCESS;
+        }
+        case json_type::number:
+            return found.get_double().error();
+        case json_type::string:
+            return found.get_string().error();
+        case json_type::boolean:
+            return found.get_bool().error();
+        default: {
+            bool null = false;
+            const auto code = found.is_null().get(null);
+            return code != simdjson::SUCCESS || null ? code : simdjson::N_ATOM_ERROR;
+        }
+    }
+}
+
+bool isNull(value& found) {
+    bool null = false;
+    return found.is_null().get(null) == simdjson::SUCCESS && null;
+}
+
+/// One pass over a line; lives as long as the line is read.
+class Pass {
+public:
+    Pass(FileNotes& notes, LineError& error) : notes_(notes), error_(error) {}
+
+    bool readObject(simdjson::ondemand::object object, const RecordType& type, IData& record) {
+        const std::vector<Field>& fields = type.fields();
+        std::size_t expected = 0;
+        for (auto entry : object) {
+            simdjson::ondemand::field member;
+            if (const auto code = std::move(entry).get(member)) {
+                return refuseJson(error_, code);
+            }
+            std::size_t index = expected;
+            if (index >= fields.size() || !member.key().unsafe_is_equal(fields[index].name())) {
+                std::string_view key;
+                if (const auto code = member.unescaped_key().get(key)) {
+                    return refuseJson(error_, code);
+                }
+                const int found = type.indexOf(key);
+                if (found < 0) {
+                    notes_.addUnknownKey(key);
+                    if (const auto code = check(member.value(), 0)) {
+                        return refuseJson(error_, code);
+                    }
+                    continue;
+                }
+                index = static_cast<std::size_t>(found);
+            }
+            if (!readField(fields[index], member.value(), record)) {
+                return false;
+            }
+            expected = index + 1;
+        }
+        return true;
+    }
+
+    bool readComponents(simdjson::ondemand::array items, const Field& field, IData& record) {
+        static const RecordType& type = CETFComponentStockInfo::table();
+        static const std::vector<const Field*> identity = identityFields(type);
+        ComponentMap& components = field.in<ComponentMap>(record);
+        components.clear();
+        std::size_t number = 0;
+        for (auto item : items) {
+            ++number;
+            value found;
+            if (const auto code = item.get(found)) {
+                return refuseJson(error_, code);
+            }
+            simdjson::ondemand::object object;
+            if (found.get_object().get(object) != simdjson::SUCCESS) {
+                return refuse(error_, field.name(), fmt::format("component {} is no object", number));
+            }
+            auto component = boost::make_shared<CETFComponentStockInfo>();
+            if (!readObject(object, type, *component) || !hasIdentity(*component, identity, error_)) {
+                if (!error_.field.empty()) {
+                    error_.field = fmt::format("{}[{}].{}", field.name(), number, error_.field);
+                }
+                return false;
+            }
+            components[component->code] = component;
+        }
+        return true;
+    }
+
+private:
+    bool readField(const Field& field, value& found, IData& record) {
+        switch (field.kind()) {
+            case FieldKind::Text: {
+                std::string_view text;
+                if (found.get_string().get(text) == simdjson::SUCCESS) {
+                    field.in<std::string>(record).assign(text);
+                    return true;
+                }
+                return isNull(found) || refuseValue(error_, field, found, json_type::string);
+            }
+            case FieldKind::Components: {
+                simdjson::ondemand::array items;
+                if (found.get_array().get(items) == simdjson::SUCCESS) {
+                    return readComponents(items, field, record);
+                }
+                return isNull(found) || refuseValue(error_, field, found, json_type::array);
+            }
+            case FieldKind::Double:
+                return readNumber(field, found, record);
+            default: {
+                std::int64_t whole = 0;
+                return found.get_int64().get(whole) == simdjson::SUCCESS ? assignInteger(field, record, whole, error_)
+                                                                         : readNumber(field, found, record);
+            }
+        }
+    }
+
+    bool readNumber(const Field& field, value& found, IData& record) {
+        double number = 0;
+        if (found.get_double().get(number) == simdjson::SUCCESS) {
+            return assignNumber(field, record, number, notes_, error_);
+        }
+        return isNull(found) || refuseValue(error_, field, found, json_type::number);
+    }
+
+    FileNotes& notes_;
+    LineError& error_;
+};
+
+}  // namespace
+
+struct JsonRecordReader::State {
+    simdjson::ondemand::parser parser;
+};
+
+JsonRecordReader::JsonRecordReader(const RecordType& type) : type_(type), state_(std::make_unique<State>()) {}
+
+JsonRecordReader::~JsonRecordReader() = default;
+
+bool JsonRecordReader::readLine(std::string_view line, IData& record, FileNotes& notes, LineError& error) {
+    if (line.find('\0') != std::string_view::npos) {
+        return refuse(error, "", "NUL byte");
+    }
+    const simdjson::padded_string_view padded(line, line.size() + LineReader::kPadding);
+    simdjson::ondemand::document document;
+    if (const auto code = state_->parser.iterate(padded).get(document)) {
+        return refuseJson(error, code);
+    }
+    simdjson::ondemand::object object;
+    if (const auto code = document.get_object().get(object)) {
+        return code == simdjson::INCORRECT_TYPE ? refuse(error, "", "a JSON object expected") : refuseJson(error, code);
+    }
+    if (!Pass(notes, error).readObject(object, type_, record)) {
+        return false;
+    }
+    const bool more = document.current_location().error() != simdjson::OUT_OF_BOUNDS;
+    return !more || refuse(error, "", "more than one JSON value");
+}
+
+bool JsonRecordReader::readComponents(std::string_view array, const Field& field, IData& record, FileNotes& notes,
+                                      LineError& error) {
+    const simdjson::padded_string padded(array);
+    simdjson::ondemand::document document;
+    simdjson::ondemand::array items;
+    if (state_->parser.iterate(padded).get(document) != simdjson::SUCCESS ||
+        document.get_array().get(items) != simdjson::SUCCESS) {
+        return refuse(error, field.name(), "a JSON array expected");
+    }
+    if (!Pass(notes, error).readComponents(items, field, record)) {
+        if (error.field.empty()) {
+            error.field = field.name();
+        }
+        return false;
+    }
+    const bool more = document.current_location().error() != simdjson::OUT_OF_BOUNDS;
+    return !more || refuse(error, field.name(), "more than one JSON value");
+}
+
+}  // namespace inscenter

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <boost/shared_ptr.hpp>
+
+#include <cstdint>
+#include <iosfwd>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "platform/record/IData.h"
+
+namespace inscenter {
+
+/// How answers are written: for people, as one JSON object a line, or as CSV with a header line.
+enum class Format { Table, Json, Csv };
+
+/// Nothing (null in JSON, an empty cell elsewhere), texts, numbers, and lists of texts.
+using Cell = std::variant<std::monostate, std::string, std::int64_t, double, std::vector<std::string>>;
+
+/// An answer that is not made of records.
+struct Table {
+    std::vector<std::string> columns;
+    std::vector<std::vector<Cell>> rows;
+};
+
+using RecordPtr = boost::shared_ptr<mxservice::IData>;
+
+/// Writes answers in one format. Tables are aligned by the columns that a terminal gives each character, and control
+/// characters are shown in a harmless form; JSON and CSV hold whole texts.
+class Output {
+public:
+    Output(std::ostream& out, Format format);
+    /// Writes what is left.
+    ~Output();
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+
+    Format format() const { return format_; }
+
+    /// A remark for people; left out of JSON and CSV.
+    void note(std::string_view text);
+
+    /// Records of one class: a line each, in tables with the columns that tell most and texts cut to kMaxColumns.
+    /// `nothing` is what a table says instead when there is no record.
+    void records(const std::vector<RecordPtr>& records, std::string_view nothing);
+
+    /// Every field of a few records that is not at its default, in tables one field a line. The records may be of one
+    /// class only when the format is CSV.
+    void details(const std::vector<RecordPtr>& records);
+
+    void table(const Table& table, std::string_view nothing);
+
+    /// A line as it stands, for answers that are JSON already.
+    void line(std::string_view text);
+    /// A line of CSV, for answers too long to be one table.
+    void csvLine(const std::vector<std::string>& cells);
+
+    /// Texts in lists of records are cut to so many columns.
+    static constexpr std::size_t kMaxColumns = 40;
+
+private:
+    void recordTable(const std::vector<RecordPtr>& records);
+    void recordDetail(const mxservice::IData& record);
+    void flushIfLarge();
+
+    std::ostream& out_;
+    const Format format_;
+    std::string text_;
+    bool first_ = true;
+};
+
+}  // namespace inscenter

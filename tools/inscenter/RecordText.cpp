@@ -1,0 +1,161 @@
+#include "tools/inscenter/RecordText.h"
+
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+
+#include "platform/record/Records.h"
+#include "tools/inscenter/Utf8.h"
+
+namespace inscenter {
+namespace {
+
+using mxservice::ComponentMap;
+using mxservice::Field;
+using mxservice::FieldKind;
+using mxservice::IData;
+
+/// Room for every number: 24 characters for a double with an exponent, 20 for 64 bits.
+constexpr std::size_t kNumberBytes = 32;
+
+template <class Number, class... Form>
+void appendShortest(std::string& out, Number value, Form... form) {
+    std::array<char, kNumberBytes> buffer;
+    const auto end = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value, form...).ptr;
+    out.append(buffer.data(), end);
+}
+
+void appendEscaped(std::string& out, unsigned char character) {
+    constexpr const char* kHex = "0123456789abcdef";
+    out += "\\u00";
+    out += kHex[character >> 4U];
+    out += kHex[character & 0xFU];
+}
+
+bool isPlain(unsigned char character) {
+    return character >= 0x20 && character < 0x7F && character != '"' && character != '\\';
+}
+
+void appendComponents(std::string& out, const ComponentMap& components) {
+    out += '[';
+    const char* separator = "";
+    for (const auto& [code, component] : components) {
+        if (component) {
+            out += separator;
+            appendJson(out, *component);
+            separator = ",";
+        }
+    }
+    out += ']';
+}
+
+}  // namespace
+
+void appendNumber(std::string& out, double value) {
+    // Within these limits the digits without an exponent fit the buffer and are what people expect of a price.
+    constexpr double kSmallest = 1e-6;
+    constexpr double kLargest = 1e15;
+    const double size = std::abs(value);
+    if (!std::isfinite(value)) {
+        out += "null";
+    } else if (value == 0 || (size >= kSmallest && size < kLargest)) {
+        appendShortest(out, value, std::chars_format::fixed);
+    } else {
+        appendShortest(out, value);
+    }
+}
+
+void appendJsonString(std::string& out, std::string_view text) {
+    out += '"';
+    while (!text.empty()) {
+        std::size_t plain = 0;
+        while (plain < text.size() && isPlain(static_cast<unsigned char>(text[plain]))) {
+            ++plain;
+        }
+        out.append(text.substr(0, plain));
+        text.remove_prefix(plain);
+        if (text.empty()) {
+            break;
+        }
+        const CodePoint next = decodeUtf8(text);
+        if (!next.valid) {
+            out += kReplacement;
+        } else if (next.value == '"' || next.value == '\\') {
+            out += '\\';
+            out += text.front();
+        } else if (next.value < 0x20 || next.value == 0x7F) {
+            appendEscaped(out, static_cast<unsigned char>(next.value));
+        } else {
+            out.append(text.substr(0, next.length));
+        }
+        text.remove_prefix(next.length);
+    }
+    out += '"';
+}
+
+void appendField(std::string& out, const Field& field, const IData& record) {
+    switch (field.kind()) {
+        case FieldKind::Text:
+            out += field.in<std::string>(record);
+            break;
+        case FieldKind::Int8:
+            appendShortest(out, static_cast<int>(field.in<std::int8_t>(record)));
+            break;
+        case FieldKind::Int32:
+            appendShortest(out, field.in<std::int32_t>(record));
+            break;
+        case FieldKind::UInt32:
+            appendShortest(out, field.in<std::uint32_t>(record));
+            break;
+        case FieldKind::Int64:
+            appendShortest(out, field.in<std::int64_t>(record));
+            break;
+        case FieldKind::Double:
+            appendNumber(out, field.in<double>(record));
+            break;
+        case FieldKind::Components:
+            appendComponents(out, field.in<ComponentMap>(record));
+            break;
+    }
+}
+
+void appendJson(std::string& out, const IData& record) {
+    char separator = '{';
+    for (const Field& field : record.recordType().fields()) {
+        if (field.isDefault(record)) {
+            continue;
+        }
+        out += separator;
+        out += '"';
+        out += field.name();
+        out += "\":";
+        separator = ',';
+        if (field.kind() == FieldKind::Text) {
+            appendJsonString(out, field.in<std::string>(record));
+        } else {
+            appendField(out, field, record);
+        }
+    }
+    out += separator == '{' ? "{}" : "}";
+}
+
+void appendCsvCell(std::string& out, std::string_view text) {
+    // Blanks at the ends are quoted too: some readers strip them.
+    const bool quoted = text.find_first_of(",\"\r\n") != std::string_view::npos ||
+                        (!text.empty() && (text.front() == ' ' || text.back() == ' '));
+    if (!quoted) {
+        appendUtf8(out, text);
+        return;
+    }
+    out += '"';
+    for (std::size_t quote = text.find('"'); quote != std::string_view::npos; quote = text.find('"')) {
+        appendUtf8(out, text.substr(0, quote + 1));
+        out += '"';
+        text.remove_prefix(quote + 1);
+    }
+    appendUtf8(out, text);
+    out += '"';
+}
+
+}  // namespace inscenter

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/record/IData.h"
+#include "platform/record/RecordType.h"
+
+namespace inscenter {
+
+/// Appends the record as one line of JSON, without a line break: an object of its document keys in the order of its
+/// table. Fields at their default are left out. Numbers have no more digits than it takes to read the same value
+/// back; what is no finite number becomes null. Bytes that are not UTF-8 become U+FFFD, so the line is always valid.
+void appendJson(std::string& out, const mxservice::IData& record);
+
+/// Appends `text` as a JSON string, quotes included; bytes that are not UTF-8 become U+FFFD.
+void appendJsonString(std::string& out, std::string_view text);
+
+/// Appends the number with no more digits than it takes to read the same value back; "null" for what is not finite.
+void appendNumber(std::string& out, double value);
+
+/// Appends one field as the text of a CSV or table cell: a text as it stands, a number as in JSON, a basket as a JSON
+/// array.
+void appendField(std::string& out, const mxservice::Field& field, const mxservice::IData& record);
+
+/// Appends a cell of a CSV line, quoted where RFC 4180 asks for it.
+void appendCsvCell(std::string& out, std::string_view text);
+
+}  // namespace inscenter

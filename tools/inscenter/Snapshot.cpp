@@ -1,0 +1,250 @@
+#include "tools/inscenter/Snapshot.h"
+
+#include <fmt/format.h>
+
+#include <boost/pointer_cast.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "tools/inscenter/CsvRecordReader.h"
+#include "tools/inscenter/JsonRecordReader.h"
+#include "tools/inscenter/LineReader.h"
+
+namespace inscenter {
+namespace {
+
+using boost::shared_ptr;
+using mxservice::IData;
+using mxservice::RecordType;
+
+constexpr std::size_t kShownLines = 20;
+/// Between two looks at the clock.
+constexpr std::size_t kLinesAStep = 1024;
+
+template <class Record, std::vector<shared_ptr<Record>> Snapshot::*member>
+void add(Snapshot& snapshot, shared_ptr<IData> record) {
+    (snapshot.*member).push_back(boost::static_pointer_cast<Record>(std::move(record)));
+}
+
+/// How the files of one catalogue become records.
+struct CatalogueKind {
+    const char* name;
+    const RecordType& (*table)();
+    void (*add)(Snapshot&, shared_ptr<IData>);
+};
+
+template <class Record, std::vector<shared_ptr<Record>> Snapshot::*member>
+constexpr CatalogueKind kind(const char* name) {
+    return {name, &Record::table, &add<Record, member>};
+}
+
+constexpr std::array<CatalogueKind, kCatalogues> kKinds{
+    kind<mxservice::CInstrumentDetail, &Snapshot::instruments>("instruments"),
+    kind<mxservice::CETFDetail, &Snapshot::etfs>("etfs"),
+    kind<mxservice::CBondInfoDetail, &Snapshot::bonds>("bonds"),
+    kind<mxservice::CTenderBondInfoDetail, &Snapshot::tenderBonds>("tenderbonds"),
+    kind<mxservice::CCounterpartyDetail, &Snapshot::counterparties>("counterparties"),
+    kind<mxservice::COTCFundPlanInfo, &Snapshot::otcFundPlans>("otcfundplans"),
+    kind<mxservice::COTCSecuritiesIssuanceInfo, &Snapshot::issuances>("issuances"),
+    kind<mxservice::COTCStockEnquiryPriceSetting, &Snapshot::issuancePrices>("issuanceprices")};
+
+enum class Form { Json, Csv };
+
+struct CatalogueFile {
+    std::filesystem::path path;
+    std::size_t catalogue;
+    Form form;
+};
+
+/// Reports the lines of one file that were passed over, the first few in full.
+class SkippedLines {
+public:
+    SkippedLines(Console& console, std::string file) : console_(console), file_(std::move(file)) {}
+
+    void add(std::size_t line, const LineError& error) {
+        if (count_++ < kShownLines) {
+            console_.message(fmt::format("{}:{}: {}", file_, line, error.text()));
+        }
+    }
+    void say(std::string_view text) const { console_.message(fmt::format("{}: {}", file_, text)); }
+    std::size_t count() const { return count_; }
+    /// Says how many lines went unmentioned.
+    void finish() const {
+        if (count_ > kShownLines) {
+            say(fmt::format("... and {} more lines skipped", count_ - kShownLines));
+        }
+    }
+
+private:
+    Console& console_;
+    std::string file_;
+    std::size_t count_ = 0;
+};
+
+bool isBlank(std::string_view line) {
+    return line.find_first_not_of(" \t") == std::string_view::npos;
+}
+
+/// Reads one file into the snapshot.
+class FileReader {
+public:
+    FileReader(const CatalogueFile& file, Snapshot& snapshot, Console& console)
+        : file_(file),
+          kind_(kKinds[file.catalogue]),
+          type_(kind_.table()),
+          identity_(identityFields(type_)),
+          json_(type_),
+          csv_(type_),
+          skipped_(console, file.path.string()),
+          snapshot_(snapshot),
+          console_(console) {}
+
+    /// `before`: bytes of the files before this one. Throws std::runtime_error where the file cannot be read; what was
+    /// read up to there stays.
+    void read(std::uint64_t before) {
+        LineReader lines(file_.path);
+        bool header = file_.form == Form::Json;
+        while (lines.next()) {
+            if (lines.number() % kLinesAStep == 0) {
+                console_.advance(before + lines.bytesRead());
+            }
+            if (lines.tooLong()) {
+                skipped_.add(lines.number(), {"", fmt::format("longer than {} bytes", LineReader::kMaxLineBytes)});
+            } else if (!isBlank(lines.line())) {
+                if (header) {
+                    readRecord(lines);
+                } else {
+                    readHeader(lines);
+                    header = true;
+                }
+            }
+        }
+    }
+
+    /// Reports what was not worth stopping for.
+    void finish() const {
+        skipped_.finish();
+        for (const std::string& text : notes_.texts()) {
+            skipped_.say(text);
+        }
+    }
+
+    std::size_t records() const { return records_; }
+    std::size_t skipped() const { return skipped_.count(); }
+
+private:
+    void readHeader(const LineReader& lines) {
+        LineError error;
+        if (!csv_.readHeader(lines.line(), notes_, error)) {
+            throw std::runtime_error("cannot be read: " + error.text());
+        }
+    }
+
+    void readRecord(const LineReader& lines) {
+        LineError error;
+        shared_ptr<IData> record = type_.make();
+        const bool read = file_.form == Form::Json ? json_.readLine(lines.line(), *record, notes_, error)
+                                                   : csv_.readLine(lines.line(), *record, notes_, error);
+        if (!read || !hasIdentity(*record, identity_, error)) {
+            skipped_.add(lines.number(), error);
+            return;
+        }
+        kind_.add(snapshot_, std::move(record));
+        ++records_;
+    }
+
+    const CatalogueFile& file_;
+    const CatalogueKind& kind_;
+    const RecordType& type_;
+    const std::vector<const mxservice::Field*> identity_;
+    JsonRecordReader json_;
+    CsvRecordReader csv_;
+    SkippedLines skipped_;
+    FileNotes notes_;
+    Snapshot& snapshot_;
+    Console& console_;
+    std::size_t records_ = 0;
+};
+
+bool isIgnoredSilently(const std::string& name) {
+    return name.starts_with('.') || name.starts_with("README");
+}
+
+/// The files of the directory that hold a catalogue, in the order of their names.
+std::vector<CatalogueFile> listFiles(const std::filesystem::path& directory, Console& console, std::size_t& skipped) {
+    std::vector<std::filesystem::path> paths;
+    try {
+        for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+            paths.push_back(entry.path());
+        }
+    } catch (const std::filesystem::filesystem_error& failure) {
+        throw UnreadableInput(fmt::format("{}: cannot be read: {}", directory.string(), failure.code().message()));
+    }
+    std::sort(paths.begin(), paths.end());
+    std::vector<CatalogueFile> files;
+    for (const std::filesystem::path& path : paths) {
+        const std::string name = path.filename().string();
+        const auto found = std::find_if(kKinds.begin(), kKinds.end(),
+                                        [&](const CatalogueKind& kind) { return name.starts_with(kind.name); });
+        const bool json = name.ends_with(".ndjson");
+        if (found != kKinds.end() && (json || name.ends_with(".csv"))) {
+            files.push_back({path, static_cast<std::size_t>(found - kKinds.begin()), json ? Form::Json : Form::Csv});
+        } else if (!isIgnoredSilently(name)) {
+            console.message(fmt::format("{}: no catalogue file, skipped", path.string()));
+            ++skipped;
+        }
+    }
+    return files;
+}
+
+std::uint64_t sizeOf(const std::filesystem::path& path) {
+    std::error_code failure;
+    const auto size = std::filesystem::file_size(path, failure);
+    return failure ? 0 : size;
+}
+
+}  // namespace
+
+const char* catalogueName(Catalogue catalogue) {
+    return kKinds[static_cast<std::size_t>(catalogue)].name;
+}
+
+ReadReport readSnapshot(const std::filesystem::path& directory, Snapshot& snapshot, Console& console) {
+    const auto began = std::chrono::steady_clock::now();
+    ReadReport report;
+    const std::vector<CatalogueFile> files = listFiles(directory, console, report.skipped);
+    std::uint64_t total = 0;
+    for (const CatalogueFile& file : files) {
+        total += sizeOf(file.path);
+    }
+    console.begin("reading", total);
+    std::uint64_t done = 0;
+    bool readable = false;
+    for (const CatalogueFile& file : files) {
+        FileReader reader(file, snapshot, console);
+        try {
+            reader.read(done);
+            readable = true;
+        } catch (const std::runtime_error& failure) {
+            console.message(fmt::format("{}: {}", file.path.string(), failure.what()));
+            ++report.skipped;
+        }
+        reader.finish();
+        readable = readable || reader.records() > 0;
+        report.records[file.catalogue] += reader.records();
+        report.skipped += reader.skipped();
+        done += sizeOf(file.path);
+    }
+    console.end();
+    if (!readable) {
+        throw UnreadableInput(fmt::format("{}: holds no catalogue file that can be read", directory.string()));
+    }
+    report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
+    return report;
+}
+
+}  // namespace inscenter

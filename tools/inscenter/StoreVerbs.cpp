@@ -1,0 +1,317 @@
+#include "tools/inscenter/StoreVerbs.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <filesystem>
+#include <limits>
+#include <map>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "platform/bson/BSONObj.h"
+#include "platform/persist/StoreEngine.h"
+#include "platform/record/RecordType.h"
+#include "tools/inscenter/DocumentCheck.h"
+#include "tools/inscenter/RecordText.h"
+#include "tools/inscenter/StoreDirectory.h"
+
+namespace inscenter {
+namespace {
+
+using persist::StoreDatabase;
+using persist::StoreEngine;
+using persist::StoreStatus;
+
+constexpr const char* kEmptyStore = "no databases: the store is empty";
+
+/// Whether the engine is refused its lock file, which it writes to even for a reader.
+bool lacksLock(const DatabaseDirectory& directory) {
+    const std::filesystem::path file = directory.path / "lock.mdb";
+    const bool there = ::access(file.c_str(), F_OK) == 0;
+    return ::access(there ? file.c_str() : directory.path.c_str(), W_OK) != 0;
+}
+
+/// Opens databases for reading and reports on the console what cannot be read.
+class StoreReader {
+public:
+    explicit StoreReader(Console& console) : console_(console) {}
+
+    /// Null when the directory holds no database, or when it cannot be opened. A load that was killed early leaves a
+    /// directory without a data file, or with an empty one.
+    std::shared_ptr<StoreDatabase> open(const DatabaseDirectory& directory) {
+        if (directory.fileBytes.value_or(0) == 0) {
+            return nullptr;
+        }
+        StoreStatus status;
+        auto database = engine_->open(directory.path.string(), StoreEngine::Mode::ReadExisting, status);
+        check(directory, status);
+        return database;
+    }
+
+    /// Visits the entries whose stored key begins with `prefix`; false when that failed.
+    bool scan(const DatabaseDirectory& directory, StoreDatabase& database, std::string_view prefix,
+              const StoreDatabase::Visitor& visit) {
+        return check(directory, database.scan(prefix, visit));
+    }
+
+    /// False, with a message, when the status is a failure.
+    bool check(const DatabaseDirectory& directory, const StoreStatus& status) {
+        if (!status.failed()) {
+            return true;
+        }
+        const bool damaged = status.kind == StoreStatus::Kind::Damaged;
+        console_.message(fmt::format("{}: {}: {}{}", directory.name, damaged ? "damaged" : "cannot be read",
+                                     status.reason,
+                                     !damaged && lacksLock(directory) ? "; lock.mdb cannot be written to" : ""));
+        failed_ = true;
+        return false;
+    }
+
+    bool failed() const { return failed_; }
+
+private:
+    Console& console_;
+    std::shared_ptr<StoreEngine> engine_ = persist::makeLmdbEngine();
+    bool failed_ = false;
+};
+
+/// The databases that the query names. Those set aside are read only where they are named.
+std::vector<DatabaseDirectory> asked(const StoreQuery& query) {
+    return query.database.empty() ? directoriesOf(query.root) : std::vector{directoryOf(query.root, query.database)};
+}
+
+bool isRead(const DatabaseDirectory& directory, const StoreQuery& query) {
+    return directory.kind != DirectoryKind::SetAside || !query.database.empty();
+}
+
+/// What one sweep over a database counts.
+struct Measures {
+    std::int64_t documents = 0;
+    std::int64_t subDocuments = 0;
+    std::size_t bytes = 0;
+    std::size_t least = std::numeric_limits<std::size_t>::max();
+    std::size_t most = 0;
+    std::map<std::string, std::int64_t> countByClass;
+
+    std::int64_t all() const { return documents + subDocuments; }
+
+    void count(std::string_view key, std::string_view value) {
+        ++(DocumentKey(key).isSub ? subDocuments : documents);
+        bytes += value.size();
+        least = std::min(least, value.size());
+        most = std::max(most, value.size());
+    }
+};
+
+Cell bytesCell(std::optional<std::uint64_t> bytes) {
+    return bytes ? Cell(static_cast<std::int64_t>(*bytes)) : Cell();
+}
+
+Cell sizeCell(std::size_t size) {
+    return static_cast<std::int64_t>(size);
+}
+
+std::string className(std::string_view bytes) {
+    const auto record = mxservice::TypeManager::instance()->parse(bytes, nullptr);
+    return record ? record->recordType().name() : "none";
+}
+
+std::vector<Cell> measureRow(const DatabaseDirectory& directory, const Measures* measures) {
+    std::vector<Cell> row{directory.name};
+    if (measures == nullptr) {
+        row.insert(row.end(), 2, Cell());
+        row.push_back(bytesCell(directory.fileBytes));
+        row.insert(row.end(), 5, Cell());
+        return row;
+    }
+    row.insert(row.end(), {measures->documents, measures->subDocuments, bytesCell(directory.fileBytes)});
+    if (measures->all() == 0) {
+        row.insert(row.end(), {Cell(std::int64_t{0}), Cell(), Cell(), Cell()});
+    } else {
+        const double average = static_cast<double>(measures->bytes) / static_cast<double>(measures->all());
+        row.insert(row.end(), {sizeCell(measures->bytes), sizeCell(measures->least), std::round(average * 10) / 10,
+                               sizeCell(measures->most)});
+    }
+    std::vector<std::string> classes;
+    for (const auto& [name, count] : measures->countByClass) {
+        classes.push_back(fmt::format("{} {}", name, count));
+    }
+    row.emplace_back(std::move(classes));
+    return row;
+}
+
+/// One document as a line: {"key":...,"field":...,"document":...}, "field" of sub-documents only. False when the bytes
+/// are no document; "problem" stands in its place.
+bool dumpDocument(std::string_view stored, std::string_view bytes, bool keysOnly, Output& output) {
+    const DocumentKey key(stored);
+    std::string error;
+    std::string json;
+    if (!keysOnly) {
+        const bson::BSONObj document = bson::BSONObj::fromBytes(bytes.data(), bytes.size(), &error);
+        json = error.empty() ? document.toJson() : std::string();
+        error = error.empty() && json.empty() ? "not to be shown as JSON" : error;
+    }
+    if (output.format() == Format::Csv) {
+        std::vector<std::string> cells{std::string(key.key), std::string(key.field)};
+        cells.resize(keysOnly ? 2 : 3, json);
+        output.csvLine(cells);
+        return error.empty();
+    }
+    std::string line = "{\"key\":";
+    appendJsonString(line, key.key);
+    if (key.isSub) {
+        line += ",\"field\":";
+        appendJsonString(line, key.field);
+    }
+    if (!error.empty()) {
+        line += ",\"problem\":";
+        appendJsonString(line, error);
+    } else if (!keysOnly) {
+        line += ",\"document\":" + json;
+    }
+    line += '}';
+    output.line(line);
+    return error.empty();
+}
+
+/// The stored keys, in order.
+std::vector<std::string> keysOf(const StoreQuery& query, const DatabaseDirectory& directory, StoreDatabase& database,
+                                StoreReader& reader) {
+    const std::size_t most = query.limit.value_or(std::numeric_limits<std::size_t>::max());
+    std::vector<std::string> keys;
+    if (most > 0) {
+        reader.scan(directory, database, query.prefix, [&](std::string_view key, std::string_view) {
+            keys.emplace_back(key);
+            return keys.size() < most;
+        });
+    }
+    return keys;
+}
+
+}  // namespace
+
+bool listStore(const StoreQuery& query, Output& output, Console& console) {
+    StoreReader reader(console);
+    Table table{{"database", "kind", "documents", "subDocuments", "fileBytes"}, {}};
+    for (const DatabaseDirectory& directory : asked(query)) {
+        Cell documents;
+        Cell subDocuments;
+        console.begin("counting " + directory.name, 0);
+        const auto database = isRead(directory, query) ? reader.open(directory) : nullptr;
+        Measures measures;
+        const auto count = [&](std::string_view key, std::string_view value) {
+            measures.count(key, value);
+            return true;
+        };
+        if (database && reader.scan(directory, *database, {}, count)) {
+            documents = measures.documents;
+            subDocuments = measures.subDocuments;
+        }
+        table.rows.push_back({directory.name, std::string(kindName(directory.kind)), documents, subDocuments,
+                              bytesCell(directory.fileBytes)});
+    }
+    console.end();
+    output.table(table, kEmptyStore);
+    return !reader.failed();
+}
+
+bool dumpStore(const StoreQuery& query, Output& output, Console& console) {
+    const DatabaseDirectory directory = directoryOf(query.root, query.database);
+    StoreReader reader(console);
+    if (output.format() == Format::Csv) {
+        output.csvLine(query.keysOnly ? std::vector<std::string>{"key", "field"}
+                                      : std::vector<std::string>{"key", "field", "document"});
+    }
+    const auto database = reader.open(directory);
+    if (!database) {
+        if (!reader.failed()) {
+            console.message(directory.name + ": holds no database yet");
+        }
+        return !reader.failed();
+    }
+    bool good = true;
+    // One read a document: whoever reads the answer may stop for as long as he likes.
+    for (const std::string& key : keysOf(query, directory, *database, reader)) {
+        std::string document;
+        const auto keep = [&](std::string_view, std::string_view bytes) {
+            document = bytes;
+            return true;
+        };
+        const StoreStatus status = query.keysOnly ? StoreStatus() : database->get(key, keep);
+        if (!reader.check(directory, status)) {
+            break;
+        }
+        if (status.ok() && !dumpDocument(key, document, query.keysOnly, output)) {
+            good = false;
+        }
+    }
+    if (!good) {
+        console.message(
+            fmt::format("{}: holds bytes that are no document; \"store verify\" names them all", directory.name));
+    }
+    return good && !reader.failed();
+}
+
+bool verifyStore(const StoreQuery& query, Output& output, Console& console) {
+    StoreReader reader(console);
+    Table table{{"database", "field", "key", "problem"}, {}};
+    std::int64_t documents = 0;
+    std::int64_t databases = 0;
+    const std::vector<DatabaseDirectory> directories = asked(query);
+    for (const DatabaseDirectory& directory : directories) {
+        console.begin("verifying " + directory.name, 0);
+        const auto database = isRead(directory, query) ? reader.open(directory) : nullptr;
+        if (!database) {
+            continue;
+        }
+        ++databases;
+        reader.scan(directory, *database, {}, [&](std::string_view stored, std::string_view bytes) {
+            ++documents;
+            const DocumentKey key(stored);
+            std::string problem = problemOf(directory, key, bytes);
+            if (!problem.empty()) {
+                table.rows.push_back(
+                    {directory.name, std::string(key.field), std::string(key.key), std::move(problem)});
+            }
+            return true;
+        });
+    }
+    console.end();
+    if (directories.empty()) {
+        output.note(kEmptyStore);
+        return true;
+    }
+    const char* const unread = documents > 0 ? "every document that could be read is good" : "nothing could be read";
+    output.table(table, reader.failed() ? unread : "every document is good");
+    output.note(fmt::format("{} documents in {} databases read, {} bad", documents, databases, table.rows.size()));
+    return table.rows.empty() && !reader.failed();
+}
+
+bool measureStore(const StoreQuery& query, Output& output, Console& console) {
+    StoreReader reader(console);
+    Table table{{"database", "documents", "subDocuments", "fileBytes", "bytes", "minBytes", "averageBytes", "maxBytes",
+                 "classes"},
+                {}};
+    for (const DatabaseDirectory& directory : asked(query)) {
+        console.begin("reading " + directory.name, 0);
+        const auto database = isRead(directory, query) ? reader.open(directory) : nullptr;
+        Measures measures;
+        const bool read =
+            database && reader.scan(directory, *database, {}, [&](std::string_view key, std::string_view bytes) {
+                measures.count(key, bytes);
+                ++measures.countByClass[className(bytes)];
+                return true;
+            });
+        table.rows.push_back(measureRow(directory, read ? &measures : nullptr));
+    }
+    console.end();
+    output.table(table, kEmptyStore);
+    return !reader.failed();
+}
+
+}  // namespace inscenter

@@ -1,0 +1,269 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <fstream>
+#include <list>
+#include <string_view>
+
+#include "platform/utils/MarketRules.h"
+#include "tools/inscenter/Verbs.h"
+
+namespace inscenter {
+namespace {
+
+using boost::shared_ptr;
+using mxservice::CInstrumentDetail;
+using mxservice::IInstrumentCenter;
+using Records = std::list<shared_ptr<CInstrumentDetail>>;
+
+/// Markets that the centers make up for ETFs and interbank bonds.
+constexpr const char* kEtfMarket = "ETFINSTS";
+constexpr const char* kBondMarket = "BANK";
+constexpr const char* kTotal = "total";
+
+struct MarketName {
+    const char* market;
+    const char* name;
+};
+
+constexpr std::array kMarketNames{MarketName{"SH", "Shanghai Stock Exchange"},
+                                  MarketName{"SZ", "Shenzhen Stock Exchange"},
+                                  MarketName{"BJ", "Beijing Stock Exchange"},
+                                  MarketName{"HK", "Hong Kong"},
+                                  MarketName{"SHO", "Shanghai stock options"},
+                                  MarketName{"SZO", "Shenzhen stock options"},
+                                  MarketName{"CFFEX", "China Financial Futures Exchange"},
+                                  MarketName{"SHFE", "Shanghai Futures Exchange"},
+                                  MarketName{"DCE", "Dalian Commodity Exchange"},
+                                  MarketName{"CZCE", "Zhengzhou Commodity Exchange"},
+                                  MarketName{"INE", "Shanghai International Energy Exchange"},
+                                  MarketName{"GFEX", "Guangzhou Futures Exchange"},
+                                  MarketName{"NEEQ", "NEEQ board"},
+                                  MarketName{"SHGE", "Shanghai Gold Exchange"},
+                                  MarketName{"BANK", "Interbank bonds"},
+                                  MarketName{"ETFINSTS", "ETF creation and redemption codes"},
+                                  MarketName{"WP", "Outer futures"},
+                                  MarketName{"NYSE", "New York Stock Exchange"},
+                                  MarketName{"NASDAQ", "NASDAQ"},
+                                  MarketName{"SOTC", "OTC"}};
+
+std::string nameOf(const std::string& market) {
+    const auto found = std::find_if(kMarketNames.begin(), kMarketNames.end(),
+                                    [&](const MarketName& known) { return market == known.market; });
+    return found == kMarketNames.end() ? "" : found->name;
+}
+
+/// The markets under which the records are filed, in the order of the input; the pseudo-markets last.
+std::vector<std::string> filedMarkets(const Day& day) {
+    std::vector<std::string> markets;
+    const auto add = [&](const std::string& market) {
+        if (std::find(markets.begin(), markets.end(), market) == markets.end()) {
+            markets.push_back(market);
+        }
+    };
+    for (const auto& [market, count] : day.markets) {
+        const bool connect = market == "HGT" || market == "SGT";
+        add(connect ? "HK" : market == "SHFI" ? "SH" : market);
+    }
+    add(kEtfMarket);
+    add(kBondMarket);
+    return markets;
+}
+
+/// What the records of a futures exchange are, or by which listing Hong Kong records came.
+std::string breakdown(const std::string& market, const Records& records) {
+    if (utils::isFutureMarket(market)) {
+        const auto options =
+            std::count_if(records.begin(), records.end(), mxservice::CFtOptionDataHelper::isFtOptionInstrument);
+        return fmt::format("futures {}, futures options {}", records.size() - static_cast<std::size_t>(options),
+                           options);
+    }
+    std::string text;
+    for (const char* const listing : {"HK", "HGT", "SGT"}) {
+        const auto count = std::count_if(records.begin(), records.end(),
+                                         [&](const auto& record) { return record->market == listing; });
+        text += fmt::format("{}{} {}", text.empty() ? "" : ", ", listing, count);
+    }
+    return text;
+}
+
+/// The kind of a market's records as the center's predicates see it; they go by the market, so one record tells.
+std::string kindOf(IInstrumentCenter& center, const std::string& market, const Records& records) {
+    if (utils::isFutureMarket(market) || market == "HK") {
+        return breakdown(market, records);
+    }
+    const std::string key = records.front()->getKey();
+    using Ask = bool (IInstrumentCenter::*)(const std::string&);
+    constexpr std::array<std::pair<const char*, Ask>, 7> kKinds{
+        {{"stocks, funds, bonds and indices", &IInstrumentCenter::hasStock},
+         {"stock options", &IInstrumentCenter::hasOption},
+         {"NEEQ stocks", &IInstrumentCenter::hasNeeq},
+         {"gold", &IInstrumentCenter::hasGold},
+         {"interbank bonds", &IInstrumentCenter::hasBond},
+         {"outer futures", &IInstrumentCenter::hasOuterFuture},
+         {"outer stocks", &IInstrumentCenter::hasOuterStock}}};
+    const auto found =
+        std::find_if(kKinds.begin(), kKinds.end(), [&](const auto& kind) { return (center.*kind.second)(key); });
+    return found == kKinds.end() ? "" : found->first;
+}
+
+Table marketTable(Session& session) {
+    Table table{{"market", "name", "records", "kinds"}, {}};
+    std::int64_t total = 0;
+    for (const std::string& market : filedMarkets(session.day)) {
+        Records records;
+        session.center.getInstruments(market, records);
+        if (!records.empty()) {
+            const auto count = static_cast<std::int64_t>(records.size());
+            total += count;
+            table.rows.push_back({market, nameOf(market), count, kindOf(session.center, market, records)});
+        }
+    }
+    if (!table.rows.empty()) {
+        table.rows.push_back({std::string(kTotal), std::string(), total, std::string()});
+    }
+    return table;
+}
+
+std::int64_t keptRecords(IInstrumentCenter& center, Catalogue catalogue) {
+    const auto size = [](const auto& map) { return static_cast<std::int64_t>(map.size()); };
+    switch (catalogue) {
+        case Catalogue::Etfs:
+            return size(center.getEtfs());
+        case Catalogue::Bonds:
+            return size(center.getBonds());
+        case Catalogue::TenderBonds:
+            return size(center.getTrenderBondInfos());
+        case Catalogue::Counterparties:
+            return size(center.getCounterpartys());
+        case Catalogue::OtcFundPlans:
+            return size(center.getOtcInstruments());
+        case Catalogue::Issuances:
+            return size(center.getIssuanceInfos());
+        case Catalogue::IssuancePrices:
+            return size(center.getIssuancePriceInfos());
+        default:
+            return 0;
+    }
+}
+
+double milliseconds(double seconds) {
+    return std::round(seconds * 1e6) / 1e3;
+}
+
+Table catalogueTable(Session& session, std::int64_t instruments) {
+    Table table{{"catalogue", "read", "kept", "loadMs"}, {}};
+    for (std::size_t i = 0; i < kCatalogues; ++i) {
+        const auto catalogue = static_cast<Catalogue>(i);
+        const auto step = std::find_if(session.day.steps.begin(), session.day.steps.end(),
+                                       [&](const LoadStep& done) { return done.catalogue == catalogue; });
+        const double seconds = step == session.day.steps.end() ? 0 : step->seconds;
+        const std::int64_t kept =
+            catalogue == Catalogue::Instruments ? instruments : keptRecords(session.center, catalogue);
+        table.rows.push_back({std::string(catalogueName(catalogue)),
+                              static_cast<std::int64_t>(session.day.read.records[i]), kept, milliseconds(seconds)});
+    }
+    return table;
+}
+
+std::int64_t countUnderlyings(IInstrumentCenter& center) {
+    std::int64_t count = 0;
+    for (const char* const market : {"SH", "SZ"}) {
+        Records records;
+        center.getInstruments(market, records);
+        count += std::count_if(records.begin(), records.end(),
+                               [&](const auto& record) { return center.isStkOptionUndlCode(market, record->code); });
+    }
+    return count;
+}
+
+Table derivedTable(IInstrumentCenter& center) {
+    std::size_t mains = 0;
+    const auto products = center.getProductMainInstruments();
+    for (const auto& [product, records] : products) {
+        mains += records.size();
+    }
+    const auto row = [](const char* name, std::size_t size) {
+        return std::vector<Cell>{std::string(name), static_cast<std::int64_t>(size)};
+    };
+    return {{"derived", "entries"},
+            {row("main contracts", mains), row("products with main contracts", products.size()),
+             row("spreads", center.getDceCrossProduct().size() + center.getDceCrossPeriod().size()),
+             row("IPO codes", center.getStockIpoCodes().size()), row("CDR codes", center.getStockCdrCodes().size()),
+             row("NEEQ inquiry codes", center.getNeeqInquiryCodes().size()),
+             row("option underlyings among the stocks", static_cast<std::size_t>(countUnderlyings(center))),
+             row("outer products", center.getOutterProduct().size())}};
+}
+
+/// A line of /proc/self/status in megabytes; 0 where the system has none.
+double memoryMb(std::string_view name) {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with(name)) {
+            const std::size_t digits = line.find_first_of("0123456789");
+            std::int64_t kilobytes = 0;
+            if (digits != std::string::npos) {
+                std::from_chars(line.data() + digits, line.data() + line.size(), kilobytes);
+            }
+            return std::round(static_cast<double>(kilobytes) / 102.4) / 10;
+        }
+    }
+    return 0;
+}
+
+Table costTable(const Day& day) {
+    double loading = 0;
+    for (const LoadStep& step : day.steps) {
+        loading += step.seconds;
+    }
+    return {{"cost", "value"},
+            {{std::string("reading, ms"), milliseconds(day.read.seconds)},
+             {std::string("loading, ms"), milliseconds(loading)},
+             {std::string("lines and files skipped"), static_cast<double>(day.read.skipped)},
+             {std::string("memory now, MB"), memoryMb("VmRSS")},
+             {std::string("memory at most, MB"), memoryMb("VmHWM")}}};
+}
+
+/// One table of uniform rows for programs: the tables' names become the section.
+void addSection(const Table& table, Table& all) {
+    for (const auto& row : table.rows) {
+        for (std::size_t i = 1; i < row.size(); ++i) {
+            all.rows.push_back({table.columns.front(), row.front(), table.columns[i], row[i]});
+        }
+    }
+}
+
+}  // namespace
+
+void showSummary(Session& session, const Query& /*query*/) {
+    const Table cost = costTable(session.day);
+    const Table markets = marketTable(session);
+    std::int64_t instruments = 0;
+    for (const auto& row : markets.rows) {
+        const auto& market = std::get<std::string>(row[0]);
+        const bool derived = market == kEtfMarket || market == kBondMarket || market == kTotal;
+        instruments += derived ? 0 : std::get<std::int64_t>(row[2]);
+    }
+    const std::array<Table, 4> tables{markets, catalogueTable(session, instruments), derivedTable(session.center),
+                                      cost};
+    if (session.output.format() != Format::Table) {
+        Table all{{"section", "item", "property", "value"}, {}};
+        for (const Table& table : tables) {
+            addSection(table, all);
+        }
+        session.output.table(all, "");
+        return;
+    }
+    for (const Table& table : tables) {
+        session.output.table(table, "no instruments");
+        session.output.note("");
+    }
+    if (session.kind == CenterKind::Server) {
+        session.output.note("The in-memory center keeps no price settings and no outer-market tables.");
+    }
+}
+
+}  // namespace inscenter

@@ -1,0 +1,155 @@
+#include "tools/inscenter/Tool.h"
+
+#include <log4cxx/consoleappender.h>
+#include <log4cxx/level.h>
+#include <log4cxx/patternlayout.h>
+#include <unistd.h>
+
+#include <exception>
+#include <filesystem>
+#include <iostream>
+#include <new>
+#include <system_error>
+
+#include "platform/persist/CPersistService.h"
+#include "platform/utils/Log.h"
+#include "platform/utils/Utils.h"
+#include "tools/inscenter/CommandLine.h"
+#include "tools/inscenter/Compare.h"
+
+namespace inscenter {
+namespace {
+
+constexpr int kAnswered = 0;
+constexpr int kKeyMissing = 1;
+constexpr int kDifferent = 1;
+constexpr int kUnreadable = 2;
+constexpr int kSkipped = 3;
+
+/// What a run changes in the process, for as long as it lasts.
+class ProcessSettings {
+public:
+    explicit ProcessSettings(const Command& command) {
+        if (command.log) {
+            switchLogOn();
+        }
+        if (!command.rulesFile.empty()) {
+            utils::CMarketRules::load(command.rulesFile);
+        }
+        utils::setToday(command.today);
+        if (!command.store.empty()) {
+            persist::CPersistService::instance()->setRootPath(command.store);
+            storeOpen_ = true;
+        }
+    }
+    ~ProcessSettings() {
+        if (storeOpen_) {
+            persist::CPersistService::instance()->setRootPath("");
+        }
+        if (appender_) {
+            utils::CLogCenter::setLogEnabled(false);
+            g_MXStdLogger->removeAppender(appender_);
+            g_MXStdLogger->setAdditivity(true);
+        }
+        utils::CMarketRules::reset();
+        utils::setToday("");
+    }
+    ProcessSettings(const ProcessSettings&) = delete;
+    ProcessSettings& operator=(const ProcessSettings&) = delete;
+
+private:
+    void switchLogOn() {
+        const log4cxx::LayoutPtr layout(new log4cxx::PatternLayout(LOG4CXX_STR("%d{HH:mm:ss.SSS} %-5p %m%n")));
+        appender_ =
+            log4cxx::AppenderPtr(new log4cxx::ConsoleAppender(layout, log4cxx::ConsoleAppender::getSystemErr()));
+        g_MXStdLogger->addAppender(appender_);
+        g_MXStdLogger->setAdditivity(false);  // a configuration of the host's would print every line twice
+        g_MXStdLogger->setLevel(log4cxx::Level::getInfo());
+        utils::CLogCenter::setLogEnabled(true);
+    }
+
+    log4cxx::AppenderPtr appender_;
+    bool storeOpen_ = false;
+};
+
+/// Reads the snapshot into the center and lets go of its records: from here on the center alone holds them.
+Day loadDay(const std::string& directory, mxservice::IInstrumentCenter& center, Console& console) {
+    Day day;
+    Snapshot snapshot;
+    day.read = readSnapshot(directory, snapshot, console);
+    day.markets = marketsOf(snapshot);
+    day.steps = load(center, snapshot, console);
+    return day;
+}
+
+int answer(const Command& command, std::ostream& out, Console& console) {
+    const ProcessSettings settings(command);
+    const auto center = makeCenter(command.center);
+    const Day day = loadDay(command.data, *center, console);
+    Output output(out, command.format);
+    Session session{*center, command.center, day, output, console};
+    command.verb(session, command.query);
+    if (session.missing) {
+        return kKeyMissing;
+    }
+    return day.read.skipped > 0 ? kSkipped : kAnswered;
+}
+
+int compare(const Command& command, std::ostream& out, Console& console) {
+    const ProcessSettings settings(command);
+    std::error_code ignored;
+    if (!std::filesystem::is_empty(command.store, ignored) && !ignored) {
+        console.message(command.store + ": not empty; what earlier loads left there may show as differences");
+    }
+    Snapshot snapshot;
+    const ReadReport read = readSnapshot(command.data, snapshot, console);
+    Output output(out, command.format);
+    if (!compareCenters(snapshot, output, console)) {
+        return kDifferent;
+    }
+    return read.skipped > 0 ? kSkipped : kAnswered;
+}
+
+int lookIntoStore(const Command& command, std::ostream& out, Console& console) {
+    Output output(out, command.format);
+    return command.storeVerb(command.storeQuery, output, console) ? kAnswered : kUnreadable;
+}
+
+int run(const Command& command, std::ostream& out, std::ostream& err) {
+    Console console(err, &err == &std::cerr && isatty(STDERR_FILENO) == 1);
+    try {
+        switch (command.task) {
+            case Task::Ask:
+                return answer(command, out, console);
+            case Task::Compare:
+                return compare(command, out, console);
+            case Task::Store:
+                return lookIntoStore(command, out, console);
+            case Task::Generate:
+                return runGenerate(command.generate, out, err);
+        }
+    } catch (const std::bad_alloc&) {
+        console.message("out of memory");
+    } catch (const std::exception& failure) {
+        console.message(failure.what());
+    }
+    return kUnreadable;
+}
+
+}  // namespace
+
+int runTool(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
+    int exitCode = kAnswered;
+    const auto command = parseCommand(argc, argv, out, err, exitCode);
+    if (command) {
+        exitCode = run(*command, out, err);
+    }
+    out.flush();
+    if (!out) {
+        err << "inscenter: the answer cannot be written\n";
+        return kUnreadable;
+    }
+    return exitCode;
+}
+
+}  // namespace inscenter

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/instrumentcenter/IInstrumentCenter.h"
+#include "tools/inscenter/Center.h"
+#include "tools/inscenter/Console.h"
+#include "tools/inscenter/Output.h"
+#include "tools/inscenter/Snapshot.h"
+
+namespace inscenter {
+
+/// What was read and handed to the center.
+struct Day {
+    std::vector<std::pair<std::string, std::size_t>> markets;  ///< as the records name them
+    ReadReport read;
+    std::vector<LoadStep> steps;
+};
+
+/// What a verb is asked.
+struct Query {
+    std::vector<std::string> keys;
+    std::vector<std::string> markets;
+    std::optional<int> traderType;
+    bool byProduct = false;
+    std::optional<int> group;
+};
+
+/// What a verb works with.
+struct Session {
+    mxservice::IInstrumentCenter& center;
+    CenterKind kind;
+    const Day& day;
+    Output& output;
+    Console& console;
+    bool missing = false;  ///< a key was not found
+
+    /// Reports the key on the console and remembers that one was missing.
+    void reportMissing(const std::string& key, const char* what = "not found");
+};
+
+/// The verbs of the tool. Each asks the center and writes the answer to the session's output.
+using Verb = void (*)(Session&, const Query&);
+
+void showSummary(Session& session, const Query& query);
+void showInstruments(Session& session, const Query& query);
+void showPredicates(Session& session, const Query& query);
+void listInstruments(Session& session, const Query& query);
+
+void showMains(Session& session, const Query& query);
+void showProducts(Session& session, const Query& query);
+void showSpreads(Session& session, const Query& query);
+void showCodes(Session& session, const Query& query);
+void showOuterMarkets(Session& session, const Query& query);
+
+void showEtf(Session& session, const Query& query);
+void listEtfs(Session& session, const Query& query);
+void showBond(Session& session, const Query& query);
+void listBonds(Session& session, const Query& query);
+void listTenderBonds(Session& session, const Query& query);
+void listOtcPlans(Session& session, const Query& query);
+void listIssuances(Session& session, const Query& query);
+void listIssuancePrices(Session& session, const Query& query);
+void listCounterparties(Session& session, const Query& query);
+void showInterbankCode(Session& session, const Query& query);
+
+/// The values of a map by key, in the order of the keys.
+template <class Map>
+std::vector<RecordPtr> valuesOf(const Map& map) {
+    std::vector<RecordPtr> records;
+    records.reserve(map.size());
+    for (const auto& [key, record] : map) {
+        records.push_back(record);
+    }
+    return records;
+}
+
+}  // namespace inscenter

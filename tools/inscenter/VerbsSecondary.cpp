@@ -1,0 +1,106 @@
+// ETFs, bonds, counterparties and the OTC catalogues.
+
+#include <fmt/format.h>
+
+#include "tools/inscenter/Verbs.h"
+
+namespace inscenter {
+namespace {
+
+constexpr const char* kInterbank = "BANK";
+
+}  // namespace
+
+void showEtf(Session& session, const Query& query) {
+    std::vector<RecordPtr> funds;
+    for (const std::string& key : query.keys) {
+        const auto fund = session.center.getEtf(key);
+        if (!fund) {
+            session.reportMissing(key);
+            continue;
+        }
+        if (session.output.format() != Format::Table) {
+            funds.emplace_back(fund);
+            continue;
+        }
+        session.output.details({fund});
+        session.output.note("");
+        session.output.records(valuesOf(fund->components), "no components");
+    }
+    session.output.details(funds);
+}
+
+void listEtfs(Session& session, const Query& /*query*/) {
+    session.output.records(valuesOf(session.center.getEtfs()), "no ETFs");
+}
+
+void showBond(Session& session, const Query& query) {
+    std::vector<RecordPtr> bonds;
+    for (const std::string& key : query.keys) {
+        auto bond = session.center.getBond(key);
+        if (!bond) {
+            // A bond code alone will do: there is only one market that it can stand for.
+            bond = session.center.getBond(kInterbank + key);
+        }
+        if (bond) {
+            bonds.emplace_back(bond);
+        } else {
+            session.reportMissing(key);
+        }
+    }
+    session.output.details(bonds);
+}
+
+void listBonds(Session& session, const Query& /*query*/) {
+    session.output.records(valuesOf(session.center.getBonds()), "no bonds");
+}
+
+void listTenderBonds(Session& session, const Query& /*query*/) {
+    session.output.records(valuesOf(session.center.getTrenderBondInfos()), "no tender bonds");
+}
+
+void listOtcPlans(Session& session, const Query& query) {
+    if (!query.group) {
+        session.output.records(valuesOf(session.center.getOtcInstruments()), "no OTC fund plans");
+        return;
+    }
+    std::vector<boost::shared_ptr<mxservice::COTCFundPlanInfo>> plans;
+    session.center.getOtcInstruments(*query.group, plans);
+    session.output.records({plans.begin(), plans.end()}, fmt::format("no OTC fund plans of group {}", *query.group));
+    if (session.kind == CenterKind::Client) {
+        session.output.note("The persisted center does not select plans by group.");
+    }
+}
+
+void listIssuances(Session& session, const Query& /*query*/) {
+    session.output.records(valuesOf(session.center.getIssuanceInfos()), "no issuances");
+}
+
+void listIssuancePrices(Session& session, const Query& /*query*/) {
+    session.output.records(valuesOf(session.center.getIssuancePriceInfos()), "no price settings");
+    if (session.kind == CenterKind::Server) {
+        session.output.note("The in-memory center keeps no price settings.");
+    }
+}
+
+void listCounterparties(Session& session, const Query& /*query*/) {
+    session.output.records(valuesOf(session.center.getCounterpartys()), "no counterparties");
+}
+
+void showInterbankCode(Session& session, const Query& query) {
+    Table table{{"key", "bondCode"}, {}};
+    for (const std::string& key : query.keys) {
+        const std::string code = session.center.getInterbankCode(key);
+        if (code.empty()) {
+            session.reportMissing(key, "no interbank code");
+        } else {
+            table.rows.push_back({key, code});
+        }
+    }
+    session.output.table(table, "no interbank codes");
+    if (session.kind == CenterKind::Server) {
+        session.output.note("The in-memory center keeps no interbank codes.");
+    }
+}
+
+}  // namespace inscenter

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "tools/inscenter/generate/Dice.h"
+
+namespace inscenter::generate {
+
+/// An invented name in the forms that a record carries.
+struct Name {
+    std::string text;   ///< as displayed
+    std::string spell;  ///< initials for typing ahead
+    std::string english;
+};
+
+/// A company of the mainland or Hong Kong, and what it does.
+struct Company {
+    Name full;   ///< four characters, the trade included
+    Name brand;  ///< the two characters before the trade
+    std::string industry;
+};
+
+Company inventCompany(Dice& dice);
+
+/// A fund's theme and its invented manager: "半导体ETF砚序" with the kind "ETF".
+Name inventFund(Dice& dice, std::string_view kind);
+
+/// A company of the United States: "Velmont Holdings Inc."
+std::string inventUsCompany(Dice& dice);
+
+/// A province or city that issues bonds.
+Name pickProvince(Dice& dice);
+
+}  // namespace inscenter::generate

@@ -28,6 +28,13 @@ std::string verdict(bool met, bool disturbed) {
     return fmt::format("{}{}", met ? "ok" : "MISSED", disturbed ? ", disturbed" : "");
 }
 
+std::string ratioTarget(const Result& center, const Result& other, double ratio) {
+    const double most = other.series.centerAtMost;
+    return most == 0 ? ""
+                     : fmt::format("at most {:.2f}  {}", most,
+                                   verdict(ratio <= most, center.disturbed() || other.disturbed()));
+}
+
 std::string floorTarget(const Result& center, const Result& floor, double ratio) {
     const Series& series = center.series;
     if (isLookup(series.what) && series.threads == 1) {
@@ -39,7 +46,7 @@ std::string floorTarget(const Result& center, const Result& floor, double ratio)
         return fmt::format("{:.2f} M/s, at least {:.0f}  {}", perSecond / 1e6, kLeastLoadsPerSecond / 1e6,
                            verdict(perSecond >= kLeastLoadsPerSecond, center.disturbed()));
     }
-    return "";
+    return ratioTarget(center, floor, ratio);
 }
 
 std::string timeColumns(const Result& result) {
@@ -74,12 +81,12 @@ double scaling(const std::vector<Result>& results, const Series& series, const c
 }
 
 std::string scalingTarget(const std::vector<Result>& results, const Result& one, double center) {
-    if (!isLookup(one.series.what)) {
+    const double least = isLookup(one.series.what) ? kLeastScaling : one.series.leastScaling;
+    if (least == 0) {
         return "";
     }
     const Result* const two = findResult(results, one.series, kCenter, 2);
-    return fmt::format("at least {:.1f}  {}", kLeastScaling,
-                       verdict(center >= kLeastScaling, one.disturbed() || two->disturbed()));
+    return fmt::format("at least {:.1f}  {}", least, verdict(center >= least, one.disturbed() || two->disturbed()));
 }
 
 void printScaling(std::ostream& out, const std::vector<Result>& results) {
@@ -104,17 +111,18 @@ void printAgainstRivals(std::ostream& out, const std::vector<Result>& results) {
         return;
     }
     fmt::print(out, "\nAgainst what would be written in its place\n\n");
-    fmt::print(out, "{:<28}{:>9}{:>9}  {:<9}{:>9}{:>9}{:>14}  {}\n", "what", "size", "threads", "keys", "center",
-               "rival", "times faster", "rival");
+    fmt::print(out, "{:<28}{:>9}{:>9}  {:<9}{:>9}{:>9}{:>8}  {}\n", "what", "size", "threads", "keys", "center",
+               "rival", "ratio", "rival");
     for (const Result& rival : results) {
         const Series& series = rival.series;
         const Result* const center = findResult(results, series, kCenter, series.threads);
         if (!isRival(rival) || center == nullptr) {
             continue;
         }
-        fmt::print(out, "{:<28}{:>9}{:>9}  {:<9}{:>9.1f}{:>9.1f}{:>14.2f}  {}\n", series.what, series.size,
-                   series.threads, series.keys, center->median(), rival.median(), rival.median() / center->median(),
-                   series.who);
+        const double ratio = center->median() / rival.median();
+        fmt::print(out, "{:<28}{:>9}{:>9}  {:<9}{:>9.1f}{:>9.1f}{:>8.2f}  {}  {}\n", series.what, series.size,
+                   series.threads, series.keys, center->median(), rival.median(), ratio, series.who,
+                   ratioTarget(*center, rival, ratio));
     }
 }
 
@@ -126,6 +134,18 @@ void printMemory(std::ostream& out, const std::vector<Memory>& memories) {
         fmt::print(out, "{:>9}{:>10.0f}{:>16.1f}{:>14.1f}{:>8.2f}{:>15.1f}{:>10.2f}\n", memory.size, memory.record,
                    memory.center, memory.bareIndexes, memory.center / memory.bareIndexes, memory.nodeIndexes,
                    memory.center / memory.nodeIndexes);
+    }
+}
+
+void printFootprints(std::ostream& out, const std::vector<Footprint>& footprints) {
+    fmt::print(out, "\nMegabytes of what the persisted center keeps\n\n");
+    fmt::print(out, "{:<28}{:>9}{:>9}{:>9}{:>8}  {}\n", "what", "size", "center", "other", "ratio", "other");
+    constexpr double kMegabyte = 1e6;
+    for (const Footprint& footprint : footprints) {
+        const double ratio = footprint.center / footprint.otherBytes;
+        fmt::print(out, "{:<28}{:>9}{:>9.1f}{:>9.1f}{:>8.3f}  {}  at most {:.2f}  {}\n", footprint.what, footprint.size,
+                   footprint.center / kMegabyte, footprint.otherBytes / kMegabyte, ratio, footprint.other,
+                   footprint.atMost, verdict(ratio <= footprint.atMost, false));
     }
 }
 
@@ -148,6 +168,11 @@ std::string asJson(const Memory& memory) {
         memory.record, memory.center, memory.bareIndexes, memory.nodeIndexes);
 }
 
+std::string asJson(const Footprint& footprint) {
+    return fmt::format(R"({{"what":"{}","size":{},"center_bytes":{},"other":"{}","other_bytes":{}}})", footprint.what,
+                       footprint.size, footprint.center, footprint.other, footprint.otherBytes);
+}
+
 template <class Values>
 std::string jsonLines(const Values& values) {
     std::vector<std::string> lines;
@@ -158,22 +183,25 @@ std::string jsonLines(const Values& values) {
 
 }  // namespace
 
-void printReport(std::ostream& out, const std::vector<Result>& results, const std::vector<Memory>& memories) {
+void printReport(std::ostream& out, const std::vector<Result>& results, const std::vector<Memory>& memories,
+                 const std::vector<Footprint>& footprints) {
     if (!results.empty()) {
         printAgainstFloor(out, results);
         printScaling(out, results);
         printAgainstRivals(out, results);
     }
     printMemory(out, memories);
+    printFootprints(out, footprints);
 }
 
 bool writeJson(const std::string& path, const Conditions& conditions, const std::vector<Result>& results,
-               const std::vector<Memory>& memories) {
+               const std::vector<Memory>& memories, const std::vector<Footprint>& footprints) {
     std::ofstream file(path);
     fmt::print(file,
-               "{{\"processors\":{},\"quick\":{},\"build\":\"{}\",\n\"results\":[\n{}\n],\n\"memory\":[\n{}\n]}}\n",
+               "{{\"processors\":{},\"quick\":{},\"build\":\"{}\",\n\"results\":[\n{}\n],\n\"memory\":[\n{}\n],\n"
+               "\"footprints\":[\n{}\n]}}\n",
                std::thread::hardware_concurrency(), conditions.quick, conditions.build, jsonLines(results),
-               jsonLines(memories));
+               jsonLines(memories), jsonLines(footprints));
     file.close();
     return !file.fail();
 }

@@ -26,6 +26,8 @@ struct Series {
     bool manualTime = false;      // the body calls State::SetIterationTime
     int repetitions = 0;          // 0: as on the command line
     std::int64_t iterations = 0;  // 0: as many as the least time of a run asks for
+    double centerAtMost = 0;      // target of a floor or rival: the center takes this many times its time; 0: none
+    double leastScaling = 0;      // target of a center: two threads get through this many times as much; 0: none
 };
 
 /// One run of a series.

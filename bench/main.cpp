@@ -3,6 +3,7 @@
 #include <malloc.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <iostream>
 #include <iterator>
 #include <memory>
@@ -10,10 +11,11 @@
 #include <vector>
 
 #include "Report.h"
+#include "StoreWorkload.h"
 #include "Suite.h"
 #include "Workload.h"
 
-// center_bench: measures the in-memory center against floors and rivals and prints the ratios.
+// center_bench: measures both centers against floors and rivals and prints the ratios.
 
 namespace bench {
 namespace {
@@ -21,16 +23,18 @@ namespace {
 struct Options {
     bool quick = false;
     std::string json;
-    std::vector<std::size_t> sizes;
-    std::vector<std::string> rest;  // Google Benchmark's
+    std::vector<std::size_t> sizes;       // of the in-memory center's days
+    std::vector<std::size_t> storeSizes;  // of the persisted center's
+    std::vector<std::string> rest;        // Google Benchmark's
 };
 
 constexpr const char* kUsage =
     "center_bench [--quick] [--json FILE] [--size N]... [options of Google Benchmark]\n"
-    "  --quick      10,000 and 300,000 instruments only, shorter runs\n"
+    "  --quick      no day of 3,000,000 instruments, shorter runs\n"
     "  --json FILE  every run, for scripts\n"
     "  --size N     this many instruments instead; may be repeated\n"
-    "  --benchmark_filter=REGEX matches what/who/size/keys/threads, as in 'lookup by text/.*/300000/Zipf/1'\n";
+    "  --benchmark_filter=REGEX matches what/who/size/keys/threads, as in 'lookup by text/.*/300000/Zipf/1'\n"
+    "Stores go beneath $TMPDIR, else to the memory file system.\n";
 
 [[noreturn]] void refuse(const std::string& reason) {
     std::cerr << "center_bench: " << reason << "\n" << kUsage;
@@ -58,6 +62,7 @@ Options parse(int count, char** arguments) {
             options.json = arguments[++i];
         } else if (argument == "--size" && hasValue) {
             options.sizes.push_back(sizeOf(arguments[++i]));
+            options.storeSizes = options.sizes;
         } else if (argument == "--help") {
             std::cout << kUsage;
             std::exit(0);
@@ -70,6 +75,7 @@ Options parse(int count, char** arguments) {
         if (!options.quick) {
             options.sizes.push_back(3000000);
         }
+        options.storeSizes = {30000, 300000};
     }
     return options;
 }
@@ -117,6 +123,11 @@ Memory prepare(Workload& workload, std::size_t size) {
     return memory;
 }
 
+void runSuite(Suite& suite, std::vector<Result>& results) {
+    std::vector<Result> measured = suite.run();
+    std::move(measured.begin(), measured.end(), std::back_inserter(results));
+}
+
 void measure(std::size_t size, std::vector<Result>& results, std::vector<Memory>& memories) {
     std::cerr << fmt::format("{} instruments: making and loading them\n", size);
     const auto workload = std::make_unique<Workload>();
@@ -126,8 +137,43 @@ void measure(std::size_t size, std::vector<Result>& results, std::vector<Memory>
     addMarketLists(suite, *workload);
     addLoads(suite, *workload);
     std::cerr << fmt::format("{} instruments: measuring\n", size);
-    std::vector<Result> measured = suite.run();
-    std::move(measured.begin(), measured.end(), std::back_inserter(results));
+    runSuite(suite, results);
+}
+
+/// Reads and loads take turns, because the process has one store.
+void measureStore(std::size_t size, std::vector<Result>& results, std::vector<Footprint>& footprints) {
+    std::cerr << fmt::format("{} instruments: storing and reading them\n", size);
+    {
+        StoreWorkload workload(size);
+        Suite suite;
+        addStoreReads(suite, workload);
+        runSuite(suite, results);
+    }
+    malloc_trim(0);
+    const StoreLoads loads(size);
+    Suite suite;
+    loads.add(suite);
+    runSuite(suite, results);
+    footprints.push_back(loads.fileBytes());
+}
+
+void measureEtfLoads(std::vector<Result>& results) {
+    const EtfLoads loads;
+    Suite suite;
+    loads.add(suite);
+    runSuite(suite, results);
+}
+
+/// Stores go to the memory file system where that is large enough and nothing else is asked for: what is compared is
+/// the work, not the disk of the day.
+void chooseStoreDirectory() {
+    constexpr const char* kMemoryDirectory = "/dev/shm";
+    constexpr std::uintmax_t kLeastBytes = std::uintmax_t{4} << 30U;
+    std::error_code error;
+    const std::filesystem::space_info space = std::filesystem::space(kMemoryDirectory, error);
+    if (!error && space.available >= kLeastBytes) {
+        ::setenv("TMPDIR", kMemoryDirectory, 0);
+    }
 }
 
 std::string buildDescription() {
@@ -145,12 +191,22 @@ int run(int count, char** arguments) {
     const Conditions conditions{options.quick, buildDescription()};
     std::vector<Result> results;
     std::vector<Memory> memories;
+    std::vector<Footprint> footprints;
+    chooseStoreDirectory();
+    for (const std::size_t size : options.storeSizes) {
+        footprints.push_back(clientMemory(size));
+    }
     for (const std::size_t size : options.sizes) {
         measure(size, results, memories);
         malloc_trim(0);
     }
-    printReport(std::cout, results, memories);
-    if (!options.json.empty() && !writeJson(options.json, conditions, results, memories)) {
+    for (const std::size_t size : options.storeSizes) {
+        measureStore(size, results, footprints);
+        malloc_trim(0);
+    }
+    measureEtfLoads(results);
+    printReport(std::cout, results, memories, footprints);
+    if (!options.json.empty() && !writeJson(options.json, conditions, results, memories, footprints)) {
         std::cerr << "center_bench: " << options.json << ": cannot be written\n";
         return 1;
     }

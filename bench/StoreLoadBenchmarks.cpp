@@ -1,0 +1,237 @@
+#include <fmt/format.h>
+#include <boost/make_shared.hpp>
+
+#include <algorithm>
+#include <functional>
+#include <numeric>
+#include <random>
+#include <utility>
+
+#include "BsonForm.h"
+#include "Footprint.h"
+#include "StoreWorkload.h"
+#include "Timing.h"
+
+// Loads of the persisted center, and what they leave on disk and in memory.
+
+namespace bench {
+namespace {
+
+using mxservice::CClientInstrumentCenter;
+using mxservice::CETFDetail;
+using mxservice::IData;
+
+constexpr unsigned kSeed = 20260105;
+constexpr const char* kUnordered = "libbson + LMDB, records as they come";
+constexpr std::size_t kEtfs = 800;
+constexpr std::size_t kComponents = 300;
+constexpr double kLoadAtMost = 1.5;
+constexpr double kUnorderedLoadAtMost = 0.6;
+constexpr double kEtfLoadAtMost = 2;
+constexpr double kFileBytesAtMost = 0.7;
+constexpr double kMemoryAtMost = 0.1;
+/// Above this many records a load takes a second and is repeated a few times only.
+constexpr std::size_t kManyRecords = 100000;
+constexpr int kFewRepetitions = 3;
+
+/// A persisted center on an empty store of its own.
+struct FreshCenter {
+    TemporaryStore store;
+    CClientInstrumentCenter center{"bench", kCachedRecords, kCachedRecords, kCachedRecords};
+};
+
+/// Bare stores, open once they are written.
+struct FreshStores {
+    TemporaryDirectory root;
+    std::vector<std::unique_ptr<BareStore>> stores;
+};
+
+/// Everything in the store beneath `root`, which nobody has open.
+StoredDay storedDay(const std::filesystem::path& root) {
+    StoredDay day;
+    for (const auto& entry : std::filesystem::directory_iterator(root)) {
+        StoredDatabase& database = day.emplace_back();
+        database.name = entry.path().filename();
+        BareStore(entry.path()).visitAll([&](std::string_view key, std::string_view bytes) {
+            database.keys.emplace_back(key);
+            database.records.push_back(mxservice::TypeManager::instance()->parse(bytes, nullptr));
+        });
+    }
+    return day;
+}
+
+/// Loads a center by `load` and hands out what that leaves in the store; `bytes` gets the size of the files.
+StoredDay loadedDay(const std::function<void(CClientInstrumentCenter&)>& load, double& bytes) {
+    FreshCenter fresh;
+    load(fresh.center);
+    bytes = dataBytes(fresh.store.path());
+    const std::filesystem::path path = fresh.store.path();
+    TemporaryStore::service().setRootPath("");  // closes the databases
+    return storedDay(path);
+}
+
+using Places = std::vector<std::vector<std::size_t>>;
+
+/// For each database the places of its documents in the order in which they are written.
+Places inOrder(const StoredDay& day) {
+    Places places;
+    for (const StoredDatabase& database : day) {
+        std::vector<std::size_t>& order = places.emplace_back(database.keys.size());
+        std::iota(order.begin(), order.end(), std::size_t{0});
+    }
+    return places;
+}
+
+Places shuffled(const StoredDay& day) {
+    Places places = inOrder(day);
+    std::mt19937 random(kSeed);
+    for (std::vector<std::size_t>& order : places) {
+        std::shuffle(order.begin(), order.end(), random);
+    }
+    return places;
+}
+
+/// Encodes and writes every document of the day, one transaction for each database.
+template <class Encode>
+void writeDay(const StoredDay& day, const Places& places, bool ascending, const Encode& encode, FreshStores& fresh) {
+    for (std::size_t i = 0; i < day.size(); ++i) {
+        const StoredDatabase& database = day[i];
+        std::size_t next = 0;
+        fresh.stores.push_back(std::make_unique<BareStore>(fresh.root.path() / database.name));
+        fresh.stores.back()->write(ascending, [&](std::string_view& key, std::string_view& value) {
+            if (next == places[i].size()) {
+                return false;
+            }
+            const std::size_t place = places[i][next++];
+            key = database.keys[place];
+            value = encode(*database.records[place]);
+            return true;
+        });
+    }
+}
+
+void writeInOrder(const StoredDay& day, const Places& places, FreshStores& fresh) {
+    std::string bytes;
+    const auto encode = [&bytes](const IData& record) -> std::string_view {
+        bytes.clear();
+        record.appendDocument(bytes);
+        return bytes;
+    };
+    writeDay(day, places, true, encode, fresh);
+}
+
+void writeUnordered(const StoredDay& day, const Places& places, FreshStores& fresh) {
+    BsonEncoder encoder;
+    writeDay(
+        day, places, false, [&encoder](const IData& record) { return encoder.encode(record); }, fresh);
+}
+
+Series loadSeries(const char* what, const char* who, std::size_t items, double centerAtMost) {
+    Series series;
+    series.what = what;
+    series.who = who;
+    series.size = items;
+    series.items = items;
+    series.manualTime = true;
+    series.centerAtMost = centerAtMost;
+    series.iterations = 1;
+    if (items > kManyRecords) {
+        series.repetitions = kFewRepetitions;
+    }
+    return series;
+}
+
+std::vector<boost::shared_ptr<CETFDetail>> makeEtfs() {
+    std::vector<boost::shared_ptr<CETFDetail>> etfs;
+    for (std::size_t i = 0; i < kEtfs; ++i) {
+        const auto& etf = etfs.emplace_back(boost::make_shared<CETFDetail>());
+        etf->market = "SH";
+        etf->etfCode = fmt::format("51{:04}", i);
+        etf->prCode = fmt::format("52{:04}", i);
+        etf->name = "沪深三百交易型开放式指数基金" + etf->etfCode;
+        etf->reportUnit = 900000;
+        etf->nav = 4.0 + static_cast<double>(i) / 1000;
+        etf->enableCreation = 1;
+        etf->enableRedemption = 1;
+        etf->tradingDay = "20260105";
+        etf->preTradingDay = "20251231";
+        for (std::size_t component = 0; component < kComponents; ++component) {
+            const auto stock = boost::make_shared<mxservice::CETFComponentStockInfo>();
+            stock->market = component % 2 == 0 ? "SH" : "SZ";
+            stock->code = fmt::format("{:06}", (component % 2 == 0 ? 600000 : 0) + i + component * 7);
+            stock->name = "证券简称" + stock->code;
+            stock->quantity = static_cast<std::int64_t>(100 * (component + 1));
+            stock->substituteFlag = 1;
+            stock->premiumRatio = 0.1;
+            etf->components[stock->code] = stock;
+        }
+    }
+    return etfs;
+}
+
+}  // namespace
+
+StoreLoads::StoreLoads(std::size_t size) : records_(makeMarketDay(size)) {
+    day_ = loadedDay([this](CClientInstrumentCenter& center) { center.initInstruments(kLoadedMarkets, records_); },
+                     centerBytes_);
+}
+
+void StoreLoads::add(Suite& suite) const {
+    suite.add(loadSeries(kStoreLoad, kCenter, records_.size(), 0),
+              timeLoads([] { return std::make_unique<FreshCenter>(); },
+                        [this](FreshCenter& fresh) { fresh.center.initInstruments(kLoadedMarkets, records_); }));
+    suite.add(loadSeries(kStoreLoad, kFloor, records_.size(), kLoadAtMost),
+              timeLoads([] { return std::make_unique<FreshStores>(); },
+                        [this, places = inOrder(day_)](FreshStores& fresh) { writeInOrder(day_, places, fresh); }));
+    suite.add(loadSeries(kStoreLoad, kUnordered, records_.size(), kUnorderedLoadAtMost),
+              timeLoads([] { return std::make_unique<FreshStores>(); },
+                        [this, places = shuffled(day_)](FreshStores& fresh) { writeUnordered(day_, places, fresh); }));
+}
+
+Footprint StoreLoads::fileBytes() const {
+    FreshStores fresh;
+    writeUnordered(day_, shuffled(day_), fresh);
+    return {"files of the store",         kUnordered,      records_.size(), centerBytes_,
+            dataBytes(fresh.root.path()), kFileBytesAtMost};
+}
+
+EtfLoads::EtfLoads() : etfs_(makeEtfs()) {
+    double bytes = 0;
+    day_ = loadedDay([this](CClientInstrumentCenter& center) { center.initEtfs(etfs_); }, bytes);
+}
+
+void EtfLoads::add(Suite& suite) const {
+    suite.add(loadSeries(kEtfLoad, kCenter, kEtfs, 0),
+              timeLoads([] { return std::make_unique<FreshCenter>(); },
+                        [this](FreshCenter& fresh) { fresh.center.initEtfs(etfs_); }));
+    suite.add(loadSeries(kEtfLoad, kFloor, kEtfs, kEtfLoadAtMost),
+              timeLoads([] { return std::make_unique<FreshStores>(); },
+                        [this, places = inOrder(day_)](FreshStores& fresh) { writeInOrder(day_, places, fresh); }));
+}
+
+Footprint clientMemory(std::size_t size) {
+    const double client = anonymousBytes([size] {
+        auto fresh = std::make_shared<FreshCenter>();
+        std::vector<std::string> texts;
+        {
+            const Records records = makeMarketDay(size);
+            fresh->center.initInstruments(kLoadedMarkets, records);
+            for (const InstrumentPtr& record : records) {
+                texts.push_back(filedKeyText(*record));
+            }
+        }
+        constexpr std::size_t kReads = 5 * kCachedRecords;
+        for (std::size_t i = 0; i < kReads; ++i) {
+            fresh->center.getInstrument(texts[i * texts.size() / kReads]);
+        }
+        return fresh;
+    });
+    const double server = anonymousBytes([size] {
+        auto center = std::make_shared<mxservice::CServerInstrumentCenter>("bench");
+        center->initInstruments(kLoadedMarkets, makeMarketDay(size));
+        return center;
+    });
+    return {"memory, caches of 1,000 full", "in-memory center", size, client, server, kMemoryAtMost};
+}
+
+}  // namespace bench

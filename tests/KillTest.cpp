@@ -60,7 +60,8 @@ private:
 
 /// Every document of every database reads as a record; the log stays empty.
 void verify(const std::filesystem::path& root) {
-    if (!std::filesystem::exists(root)) return;  // killed before the writer came to make it
+    if (!std::filesystem::exists(root))
+        return;  // killed before the writer came to make it
     auto& service = TemporaryStore::service();
     for (const auto& entry : std::filesystem::directory_iterator(root)) {
         const std::string db = entry.path().filename();

@@ -114,7 +114,8 @@ TEST_F(ToolTest, AnswersFromEitherCenter) {
         {{"issuanceprices"}, "keeps no price settings", "10.5"},
         {{"summary"},
          "DCE       Dalian Commodity Exchange                3  futures 2, futures options 1\n",
-         "HK        Hong Kong                                2  HK 1, HGT 1, SGT 0\n"}};
+         "HK        Hong Kong                                2  HK 1, HGT 1, SGT 0\n"},
+        {{"summary"}, "\nmarket by key   ", "\ninstruments      4096 "}};
     for (const Case& test : cases) {
         const Result server = ask(test.arguments);
         EXPECT_THAT(server.out, HasSubstr(test.server));

@@ -63,17 +63,20 @@ void restoreRaw(const std::string& market, std::vector<InstrumentPtr>& extra) {
     extra.insert(extra.end(), records.begin(), records.end());
 }
 
-/// A failed raw write is deliberately ignored: the next load of the sub-market writes it again.
-void saveRaw(const std::string& market, const MarketRecords& records) {
+/// A failed raw write is deliberately not reported but counted: the next load of the sub-market writes it again.
+void saveRaw(const std::string& market, const MarketRecords& records, Guarded<LoadLedger>& loads) {
     const DocumentBatch batch = documentsOf(records);
     const std::string db = DBBuilder::buildRawDbName(market);
     store().initDb(db, false);
-    store().writeDocuments(db, batch.documents(), false);
+    if (!store().writeDocuments(db, batch.documents(), false)) {
+        loads.write()->noteFailedWrite(db);
+    }
 }
 
 /// Keeps the sub-markets that the load brings and restores the others of the family.
 void mergeRaw(const std::set<std::string>& family, const std::vector<std::string>& markets,
-              const std::vector<InstrumentPtr>& instruments, std::vector<InstrumentPtr>& extra) {
+              const std::vector<InstrumentPtr>& instruments, std::vector<InstrumentPtr>& extra,
+              Guarded<LoadLedger>& loads) {
     const bool concerned =
         std::any_of(markets.begin(), markets.end(), [&](const std::string& name) { return family.count(name) != 0; });
     const RecordsByMarket brought = concerned ? ofMarkets(family, instruments) : RecordsByMarket();
@@ -86,7 +89,7 @@ void mergeRaw(const std::set<std::string>& family, const std::vector<std::string
         }
     }
     for (const auto& [market, records] : brought) {
-        saveRaw(market, records);
+        saveRaw(market, records, loads);
     }
 }
 
@@ -127,11 +130,15 @@ void CClientInstrumentCenter::initInstruments(const std::vector<std::string>& ma
 
 void CClientInstrumentCenter::doInitInstruments(const std::vector<std::string>& markets,
                                                 const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) {
+    const Stopwatch watch;
+    LoadReport report = reportOn(instruments);
     clearDatas(markets);
     loadInstruments(markets, instruments);
     if (instruments.size() >= kLargeLoad) {
         utils::releaseFreeMemory();
     }
+    report.time = watch.elapsed();
+    state().loads.write()->finish(report);
 }
 
 void CClientInstrumentCenter::loadInstruments(const std::vector<std::string>& markets,
@@ -143,12 +150,14 @@ void CClientInstrumentCenter::loadInstruments(const std::vector<std::string>& ma
     tryMergeHkExchangeDatas(markets, instruments, hongKongExtra);
     if (!hongKongExtra.empty()) {
         doProcessInstrument(hongKongExtra, datas, listings);
+        state().loads.write()->noteRestored(marketKey(market::kHongKong), hongKongExtra.size());
     }
     std::vector<InstrumentPtr> shanghaiExtra;
     tryMergeSHExchangeDatas(markets, instruments, shanghaiExtra);
     if (!shanghaiExtra.empty()) {
         ConnectListings unused;
         doProcessInstrument(shanghaiExtra, datas, unused);
+        state().loads.write()->noteRestored(marketKey(market::kShanghai), shanghaiExtra.size());
     }
     combineConnectFlags(datas, listings);
     createExchangeDatas(datas, "");
@@ -165,7 +174,8 @@ void CClientInstrumentCenter::doProcessInstrument(
     const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
     std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& datas,
     std::map<uint64, std::map<uint64, std::int32_t>>& flags) {
-    groupRecords(instruments, datas, flags);
+    const ReceivedByMarket received = groupRecords(instruments, datas, flags);
+    state().loads.write()->receive(received);
     for (const InstrumentPtr& record : instruments) {
         if (!record || record->code == record->platformCode) {
             continue;
@@ -183,29 +193,37 @@ void CClientInstrumentCenter::doProcessInstrument(
 void CClientInstrumentCenter::tryMergeHkExchangeDatas(
     const std::vector<std::string>& markets, const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
     std::vector<boost::shared_ptr<CInstrumentDetail>>& extra) {
-    mergeRaw({market::kShanghaiConnect, market::kHongKong, market::kShenzhenConnect}, markets, instruments, extra);
+    mergeRaw({market::kShanghaiConnect, market::kHongKong, market::kShenzhenConnect}, markets, instruments, extra,
+             state().loads);
 }
 
 void CClientInstrumentCenter::tryMergeSHExchangeDatas(
     const std::vector<std::string>& markets, const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
     std::vector<boost::shared_ptr<CInstrumentDetail>>& extra) {
-    mergeRaw({market::kShanghai, market::kShanghaiSpecial}, markets, instruments, extra);
+    mergeRaw({market::kShanghai, market::kShanghaiSpecial}, markets, instruments, extra, state().loads);
 }
 
 void CClientInstrumentCenter::createExchangeDatas(
     // NOLINTNEXTLINE(performance-unnecessary-value-param): hosts compile against the signature
     std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& datas, std::string market) {
     for (auto& [marketHash, records] : datas) {
+        const Stopwatch watch;
         std::erase_if(records, [](const auto& entry) { return !entry.second; });
         const std::string firstMarket = records.empty() ? std::string() : records.begin()->second->market;
         const std::string folded(foldedMarket(market.empty() ? firstMarket : market));
         const std::string db = DBBuilder::buildDbName(folded);
         client_->instruments.refresh(records);
+        const KeySet former = state().loads.write()->takeCleared(marketHash);
+        MarketLoad load;
+        load.market = folded;
         KeySet keys;
         keys.reserve(records.size());
         for (const auto& [key, record] : records) {
             keys.insert(key);
+            load.replaced += former.count(key);
         }
+        load.stored = keys.size();
+        load.removed = former.size() - load.replaced;
         const bool saved = save(db, documentsOf(records));
         // The cache is refreshed once more, for a reader that met the old document between the first time and now.
         if (saved) {
@@ -213,12 +231,16 @@ void CClientInstrumentCenter::createExchangeDatas(
             client_->instruments.refresh(records);
         } else {
             PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, firstMarket));
+            state().loads.write()->noteFailedWrite(db);
+            load.unwritten = load.stored;
             const MarketRecords parked = records;
             cacheFailedDatas(marketHash, records);
             client_->instruments.refresh(parked);
         }
         client_->codeIndex.install(marketHash, std::move(keys));
         client_->names.updateDbName(folded, db);
+        load.time = watch.elapsed();
+        state().loads.write()->settle(marketHash, std::move(load));
     }
 }
 
@@ -251,7 +273,9 @@ void CClientInstrumentCenter::clearDatas(const std::vector<std::string>& markets
     }
     for (const std::string& name : names) {
         store().dropAllData(client_->names.getDbName(name));
-        client_->codeIndex.clear(marketKey(name));
+        const MarketKey key = marketKey(name);
+        KeySet former = client_->codeIndex.clear(key);
+        state().loads.write()->noteCleared(key, name, std::move(former));
     }
 }
 

@@ -48,6 +48,7 @@ void CClientInstrumentCenter::createFutureMainDatas(
         const bool saved = store().replaceHashDatas(db, {{std::to_string(market), batch.documents()}});
         if (!saved) {
             PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kFutureMains));
+            state().loads.write()->noteFailedWrite(db);
         }
         const auto futures = client_->futures.write();
         installMainContracts(market, mains, *futures);
@@ -77,6 +78,7 @@ void CClientInstrumentCenter::createFutureProdcutDatas(
     const bool saved = store().initDb(db, false) && store().replaceHashDatas(db, fields);
     if (!saved) {
         PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kFutureProducts));
+        state().loads.write()->noteFailedWrite(db);
     }
     {
         const auto futures = client_->futures.write();

@@ -101,22 +101,26 @@ void CClientInstrumentCenter::doInitEtfs(const std::vector<boost::shared_ptr<CET
     std::map<std::uint64_t, boost::shared_ptr<CETFDetail>> etfByKey;
     GroupedSnapshot grouped;
     MarketRecords& instruments = grouped[marketKey(kEtfInstruments)];
+    std::size_t received = 0;
     for (const auto& etf : etfs) {
         if (etf) {
             fillComponentNames(*this, *etf);
             etfByKey[etfKey(*etf)] = etf;
             etfByKey[creationKey(*etf)] = etf;
             addEtfInstrument(*etf, instruments);
+            ++received;
         }
     }
     std::set<std::uint64_t> keys = keysOf(etfByKey);
     if (auto unsaved = saveApart(db, etfByKey); !unsaved.empty()) {
         PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kEtfInstruments));
+        state().loads.write()->noteFailedWrite(db);
         // Records that an earlier load could not write are kept until a later one fails: deliberate.
         std::swap(client_->etfs.write()->unsaved, unsaved);
     }
     std::swap(client_->etfs.write()->keys, keys);
     clearDatas({kEtfInstruments});
+    state().loads.write()->receive({{marketKey(kEtfInstruments), received}});
     createExchangeDatas(grouped, kEtfInstruments);
     client_->names.updateDbName(kAllEtfs, db);
 }
@@ -165,6 +169,7 @@ void CClientInstrumentCenter::doInitBonds(const std::map<std::string, boost::sha
     std::map<std::uint64_t, boost::shared_ptr<CBondInfoDetail>> bondByKey;
     GroupedSnapshot grouped;
     MarketRecords& instruments = grouped[marketKey(market::kInterbank)];
+    std::size_t received = 0;
     for (const auto& [code, bond] : bonds) {
         if (!bond) {
             continue;
@@ -177,17 +182,20 @@ void CClientInstrumentCenter::doInitBonds(const std::map<std::string, boost::sha
         }
         bondByKey[bondKey(*bond)] = bond;
         addBondInstrument(*bond, instruments);
+        ++received;
     }
     fresh.keys = keysOf(bondByKey);
     store().initDb(db, false);
     fresh.unsaved = saveApart(db, bondByKey);
     if (!fresh.unsaved.empty()) {
         PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kBankBonds));
+        state().loads.write()->noteFailedWrite(db);
     }
     std::swap(*client_->bondCatalogue.write(), fresh);
     client_->bonds.refresh(bondByKey);
     std::swap(*client_->interbankCodes.write(), interbankCodes);
     clearDatas({market::kInterbank});
+    state().loads.write()->receive({{marketKey(market::kInterbank), received}});
     createExchangeDatas(grouped, market::kInterbank);
     client_->names.updateDbName(kBankBonds, db);
 }
@@ -287,6 +295,7 @@ void CClientInstrumentCenter::doInitOtcInstruments(const std::vector<boost::shar
     fresh.unsaved = saveApart(db, planByKey, removed);
     if (!fresh.unsaved.empty()) {
         PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kOtcInstruments));
+        state().loads.write()->noteFailedWrite(db);
     }
     std::swap(*client_->otc.write(), fresh);
     client_->plans.refresh(planByKey);

@@ -20,6 +20,13 @@ bool isConnectSnapshot(const std::vector<std::string>& markets) {
     return markets.size() == 1 && (isConnectMarket(markets.front()) || markets.front() == market::kHongKong);
 }
 
+/// The records of a connect snapshot that the connect build leaves out.
+std::uint64_t countForeign(const std::vector<InstrumentPtr>& snapshot) {
+    return static_cast<std::uint64_t>(std::count_if(snapshot.begin(), snapshot.end(), [](const InstrumentPtr& record) {
+        return record && foldedMarket(record->market) != market::kHongKong;
+    }));
+}
+
 }  // namespace
 
 CServerInstrumentCenter::CServerInstrumentCenter(const std::string& strandName)
@@ -36,18 +43,26 @@ void CServerInstrumentCenter::doInitInstruments(const std::vector<std::string>& 
                                                 const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) {
     PM_LOG(utils::kLogInfo, kServerSource,
            fmt::format("[inscenter] init instruments [{0}] for [{1}] markets", instruments.size(), markets.size()));
+    const Stopwatch watch;
+    LoadReport report = reportOn(instruments);
     if (isConnectSnapshot(markets)) {
         const std::lock_guard guard(state().connectLock);
         auto& snapshots = state().connectSnapshots;
         snapshots[markets.front()] = instruments;
+        report.foreign = countForeign(instruments);
         if (snapshots.count(market::kShanghaiConnect) != 0 && snapshots.count(market::kShenzhenConnect) != 0) {
             doInitGgtInstruments();
+        } else {
+            report.waiting = report.records - report.empty - report.foreign;
         }
+        report.time = watch.elapsed();
+        state().loads.write()->finish(report);
         return;
     }
     GroupedSnapshot grouped;
     ConnectListings listings;
-    groupRecords(instruments, grouped, listings);
+    const ReceivedByMarket received = groupRecords(instruments, grouped, listings);
+    state().loads.write()->receive(received);
     markConnectEligibility(grouped, listings);
     createExchangeDatas(grouped);
     createFutureMainDatas(grouped);
@@ -56,6 +71,8 @@ void CServerInstrumentCenter::doInitInstruments(const std::vector<std::string>& 
     createStockCodes(markets, grouped);
     createNeeqCodes(grouped);
     createStkOptionCodes(grouped);
+    report.time = watch.elapsed();
+    state().loads.write()->finish(report);
 }
 
 void CServerInstrumentCenter::doInitGgtInstruments() {
@@ -64,7 +81,8 @@ void CServerInstrumentCenter::doInitGgtInstruments() {
         const std::lock_guard guard(state().connectLock);
         ConnectListings listings;
         for (const char* const name : {market::kShanghaiConnect, market::kShenzhenConnect, market::kHongKong}) {
-            groupConnectRecords(state().connectSnapshots[name], grouped, listings);
+            const ReceivedByMarket received = groupConnectRecords(state().connectSnapshots[name], grouped, listings);
+            state().loads.write()->receive(received);
         }
         markConnectEligibility(grouped, listings);
     }
@@ -75,6 +93,7 @@ void CServerInstrumentCenter::createExchangeDatas(
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
     PM_LOG(utils::kLogInfo, kServerSource, "[inscenter] create exchange datas");
     for (const auto& [market, records] : grouped) {
+        const Stopwatch watch;
         KeySet keys;
         keys.reserve(records.size());
         std::vector<InstrumentPtr> replaced;  // destroyed after the lock: a record's destructor frees many blocks
@@ -92,6 +111,13 @@ void CServerInstrumentCenter::createExchangeDatas(
             }
         }
         server_->codeIndex.install(market, std::move(keys));
+        MarketLoad load;
+        load.market = filedMarketName(market, records);
+        load.stored = records.size();
+        load.replaced = static_cast<std::uint64_t>(std::count_if(
+            replaced.begin(), replaced.end(), [](const InstrumentPtr& former) { return former != nullptr; }));
+        load.time = watch.elapsed();
+        state().loads.write()->settle(market, std::move(load));
     }
 }
 

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/instrumentcenter/CenterStatistics.h"
 #include "base/instrumentcenter/Export.h"
 #include "base/instrumentcenter/IInstrumentCenter.h"
 
@@ -128,6 +129,10 @@ public:
     virtual bool hasNyseStock(const std::string& code);
     /// In "NASDAQ".
     virtual bool hasNasdaqStock(const std::string& code);
+
+    /// What the loads did and how large the tables are. No I/O; walks the tables that own texts, each under its shared
+    /// lock, so it is for an operator's page and not for every tick.
+    CenterStatistics statistics() const;
 
 protected:
     // The steps of the loads, for a host's derived class. `grouped` maps market keys to stock keys to records.

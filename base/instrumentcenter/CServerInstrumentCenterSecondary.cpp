@@ -37,14 +37,17 @@ void CServerInstrumentCenter::doInitEtfs(const std::vector<boost::shared_ptr<CET
     HashIndex<boost::shared_ptr<CETFDetail>> index;
     GroupedSnapshot grouped;
     MarketRecords& instruments = grouped[marketKey(kEtfInstruments)];
+    std::size_t received = 0;
     for (const auto& etf : etfs) {
         if (etf) {
             index.emplace(etfKey(*etf), etf);
             index.emplace(creationKey(*etf), etf);
             addEtfInstrument(*etf, instruments);
+            ++received;
         }
     }
     index = exchange(server_->etfs, std::move(index));
+    state().loads.write()->receive({{marketKey(kEtfInstruments), received}});
     createExchangeDatas(grouped);
 }
 
@@ -77,13 +80,16 @@ void CServerInstrumentCenter::doInitBonds(const std::map<std::string, boost::sha
     HashIndex<boost::shared_ptr<CBondInfoDetail>> index;
     GroupedSnapshot grouped;
     MarketRecords& instruments = grouped[marketKey(market::kInterbank)];
+    std::size_t received = 0;
     for (const auto& [code, bond] : bonds) {
         if (bond) {
             index.emplace(bondKey(*bond), bond);
             addBondInstrument(*bond, instruments);
+            ++received;
         }
     }
     std::swap(server_->bonds.write()->bonds, index);
+    state().loads.write()->receive({{marketKey(market::kInterbank), received}});
     createExchangeDatas(grouped);
 }
 

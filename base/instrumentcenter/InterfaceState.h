@@ -9,6 +9,7 @@
 
 #include "base/instrumentcenter/catalogue/GroupedSnapshot.h"
 #include "base/instrumentcenter/catalogue/Guarded.h"
+#include "base/instrumentcenter/catalogue/LoadLedger.h"
 
 namespace mxservice {
 
@@ -24,6 +25,7 @@ struct CodeSets {
 /// What the interface itself keeps.
 struct InterfaceState {
     Guarded<CodeSets> codeSets;
+    Guarded<LoadLedger> loads;
     std::recursive_mutex connectLock;                                    // guards connectSnapshots
     std::map<std::string, std::vector<InstrumentPtr>> connectSnapshots;  // by "HGT", "SGT", "HK"
 };

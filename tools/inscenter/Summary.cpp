@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <chrono>
 #include <cmath>
 #include <fstream>
 #include <list>
 #include <string_view>
 
+#include "base/instrumentcenter/CClientInstrumentCenter.h"
+#include "base/instrumentcenter/CServerInstrumentCenter.h"
 #include "platform/utils/MarketRules.h"
 #include "tools/inscenter/Verbs.h"
 
@@ -214,6 +217,56 @@ double memoryMb(std::string_view name) {
     return 0;
 }
 
+mxservice::CenterStatistics statisticsOf(const Session& session) {
+    return session.kind == CenterKind::Client
+               ? static_cast<mxservice::CClientInstrumentCenter&>(session.center).statistics()
+               : static_cast<mxservice::CServerInstrumentCenter&>(session.center).statistics();
+}
+
+std::int64_t number(std::uint64_t count) {
+    return static_cast<std::int64_t>(count);
+}
+
+double milliseconds(std::chrono::nanoseconds time) {
+    return milliseconds(std::chrono::duration<double>(time).count());
+}
+
+Table loadTable(const mxservice::CenterStatistics& statistics) {
+    Table table{{"load", "received", "restored", "stored", "replaced", "removed", "outranked", "unwritten", "timeMs"},
+                {}};
+    for (const mxservice::MarketLoad& load : statistics.markets) {
+        table.rows.push_back({load.market, number(load.received), number(load.restored), number(load.stored),
+                              number(load.replaced), number(load.removed), number(load.outranked),
+                              number(load.unwritten), milliseconds(load.time)});
+    }
+    return table;
+}
+
+Table cacheTable(const mxservice::CenterStatistics& statistics) {
+    Table table{{"cache", "capacity", "used", "hits", "misses", "evictions"}, {}};
+    for (const mxservice::CacheUse& use : statistics.caches) {
+        table.rows.push_back({use.name, number(use.capacity), number(use.used), number(use.hits), number(use.misses),
+                              number(use.evictions)});
+    }
+    return table;
+}
+
+Table indexTable(const mxservice::CenterStatistics& statistics) {
+    Table table{{"index", "keys", "bytes"}, {}};
+    for (const mxservice::IndexSize& size : statistics.indexes) {
+        table.rows.push_back({size.name, number(size.keys), number(size.bytes)});
+    }
+    return table;
+}
+
+Table failureTable(const mxservice::CenterStatistics& statistics) {
+    Table table{{"database", "failedWrites"}, {}};
+    for (const mxservice::FailedWrites& failed : statistics.failedWrites) {
+        table.rows.push_back({failed.database, number(failed.writes)});
+    }
+    return table;
+}
+
 Table costTable(const Day& day) {
     double loading = 0;
     for (const LoadStep& step : day.steps) {
@@ -240,6 +293,7 @@ void addSection(const Table& table, Table& all) {
 
 void showSummary(Session& session, const Query& /*query*/) {
     const Table cost = costTable(session.day);
+    const mxservice::CenterStatistics statistics = statisticsOf(session);  // before the questions below count
     const Table markets = marketTable(session);
     std::int64_t instruments = 0;
     for (const auto& row : markets.rows) {
@@ -247,8 +301,18 @@ void showSummary(Session& session, const Query& /*query*/) {
         const bool derived = market == kEtfMarket || market == kBondMarket || market == kTotal;
         instruments += derived ? 0 : std::get<std::int64_t>(row[2]);
     }
-    const std::array<Table, 4> tables{markets, catalogueTable(session, instruments), derivedTable(session.center),
-                                      cost};
+    std::vector<Table> tables{markets,
+                              catalogueTable(session, instruments),
+                              derivedTable(session.center),
+                              loadTable(statistics),
+                              indexTable(statistics),
+                              cost};
+    if (session.kind == CenterKind::Client) {
+        tables.push_back(cacheTable(statistics));
+    }
+    if (!statistics.failedWrites.empty()) {
+        tables.push_back(failureTable(statistics));
+    }
     if (session.output.format() != Format::Table) {
         Table all{{"section", "item", "property", "value"}, {}};
         for (const Table& table : tables) {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/instrumentcenter/catalogue/TableBytes.h"
+
 namespace mxservice {
 
 bool CodeIndex::contains(StockKey key) const {
@@ -64,8 +66,14 @@ KeySet CodeIndex::clear(MarketKey market) {
     return keys;
 }
 
-std::size_t CodeIndex::size() const {
-    return tables_.read()->marketByKey.size();
+std::vector<IndexSize> CodeIndex::sizes() const {
+    const auto tables = tables_.read();
+    IndexSize sets = sizeOf("keys by market", tables->keysByMarket);
+    sets.keys = 0;
+    for (const auto& [market, keys] : tables->keysByMarket) {
+        sets.keys += keys.size();
+    }
+    return {sizeOf("market by key", tables->marketByKey), sets};
 }
 
 }  // namespace mxservice

@@ -7,6 +7,7 @@
 #include <span>
 #include <vector>
 
+#include "base/instrumentcenter/CenterStatistics.h"
 #include "base/instrumentcenter/catalogue/Guarded.h"
 #include "base/instrumentcenter/catalogue/HashIndex.h"
 #include "base/instrumentcenter/vocabulary/Keys.h"
@@ -35,8 +36,8 @@ public:
     /// Empties the market's set and unfiles its keys, whatever market they are filed under by now. Returns them.
     KeySet clear(MarketKey market);
 
-    /// Number of filed keys.
-    std::size_t size() const;
+    /// Both tables with their sizes.
+    std::vector<IndexSize> sizes() const;
 
 private:
     struct Tables {

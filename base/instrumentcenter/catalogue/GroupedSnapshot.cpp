@@ -110,7 +110,8 @@ void settleAll(std::vector<Arrival>& arrivals, MarketRecords& records) {
 
 }  // namespace
 
-void groupRecords(const std::vector<InstrumentPtr>& records, GroupedSnapshot& grouped, ConnectListings& listings) {
+ReceivedByMarket groupRecords(const std::vector<InstrumentPtr>& records, GroupedSnapshot& grouped,
+                              ConnectListings& listings) {
     Placer placer;
     std::map<MarketKey, std::vector<Arrival>> arrivalsByMarket;
     std::vector<Arrival>* arrivals = nullptr;
@@ -131,14 +132,18 @@ void groupRecords(const std::vector<InstrumentPtr>& records, GroupedSnapshot& gr
         }
         arrivals->push_back({key, order, placement.precedence, &record});
     }
+    ReceivedByMarket received;
     for (auto& [market, marketArrivals] : arrivalsByMarket) {
         settleAll(marketArrivals, grouped[market]);
+        received[market] = marketArrivals.size();
     }
+    return received;
 }
 
-void groupConnectRecords(const std::vector<InstrumentPtr>& records, GroupedSnapshot& grouped,
-                         ConnectListings& listings) {
+ReceivedByMarket groupConnectRecords(const std::vector<InstrumentPtr>& records, GroupedSnapshot& grouped,
+                                     ConnectListings& listings) {
     static const MarketKey hongKong = marketKey(market::kHongKong);
+    ReceivedByMarket received;
     for (const InstrumentPtr& record : records) {
         const bool connect = record && isConnectMarket(record->market);
         if (!record || (!connect && record->market != market::kHongKong)) {
@@ -149,7 +154,9 @@ void groupConnectRecords(const std::vector<InstrumentPtr>& records, GroupedSnaps
             listings[key].try_emplace(marketKey(record->market), record->connectFlagValue);
         }
         grouped[hongKong][key] = record;
+        ++received[hongKong];
     }
+    return received;
 }
 
 void markConnectEligibility(GroupedSnapshot& grouped, const ConnectListings& listings) {

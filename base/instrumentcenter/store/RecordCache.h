@@ -7,6 +7,7 @@
 #include <mutex>
 #include <vector>
 
+#include "base/instrumentcenter/CenterStatistics.h"
 #include "base/instrumentcenter/catalogue/Guarded.h"
 #include "base/instrumentcenter/catalogue/HashIndex.h"
 
@@ -35,8 +36,10 @@ public:
         const Lock guard(lock_);
         const auto found = slotByKey_.find(key);
         if (found == slotByKey_.end()) {
+            ++misses_;
             return nullptr;
         }
+        ++hits_;
         const int slot = found->second;
         touch(slot);
         if (slot != newest_) {
@@ -82,6 +85,11 @@ public:
                 at(slot).record.swap(replaced.back());
             }
         }
+    }
+
+    CacheUse use(const char* name) const {
+        const Lock guard(lock_);
+        return {name, slots_.size(), static_cast<std::uint64_t>(used_), hits_, misses_, evictions_};
     }
 
 private:
@@ -155,6 +163,7 @@ private:
     int recycleOldest() {
         const int slot = oldest_;
         slotByKey_.erase(at(slot).key);
+        ++evictions_;
         oldest_ = at(slot).younger;
         if (oldest_ != kNone) {
             at(oldest_).older = kNone;
@@ -170,6 +179,9 @@ private:
     HashIndex<int> slotByKey_;
     std::list<int> byUse_;  // slots in use, the most recently used first
     std::uint64_t generation_ = 0;
+    std::uint64_t hits_ = 0;
+    std::uint64_t misses_ = 0;
+    std::uint64_t evictions_ = 0;
     int used_ = 0;
     int newest_ = kNone;
     int oldest_ = kNone;

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace mxservice {
+
+/// What the latest load of one market did with its records. received + restored = stored + outranked.
+struct MarketLoad {
+    /// Under which the records are filed: "HK" for "HGT" and "SGT", "SH" for "SHFI". "ETFINSTS" and "BANK" are what
+    /// initEtfs and initBonds register; "ETFINSTS" counts funds.
+    std::string market;
+    std::uint64_t received = 0;   ///< records of this market that the batch brought
+    std::uint64_t restored = 0;   ///< read back from the raw databases to complete a partial listing
+    std::uint64_t stored = 0;     ///< records that this load made findable
+    std::uint64_t replaced = 0;   ///< of those, how many have a key that answered before the load
+    std::uint64_t removed = 0;    ///< keys that answered before the load and no longer do; 0 in the in-memory center
+    std::uint64_t outranked = 0;  ///< dropped, because another record of the same key goes first
+    std::uint64_t unwritten = 0;  ///< of those stored: served from memory, because their database was not written
+    std::chrono::nanoseconds time{};  ///< for documents, store and indexes of this market
+};
+
+/// One call of initInstruments. Records that are neither empty, foreign nor waiting stand in their markets' MarketLoad.
+struct LoadReport {
+    std::uint64_t number = 0;         ///< counts the calls of this center; 0 before the first
+    std::uint64_t records = 0;        ///< handed in, empty pointers included
+    std::uint64_t empty = 0;          ///< dropped: empty pointers
+    std::uint64_t foreign = 0;        ///< dropped: not of Hong Kong, in a load of one connect market alone
+    std::uint64_t waiting = 0;        ///< kept until both connect markets have arrived; the in-memory center alone
+    std::chrono::nanoseconds time{};  ///< the whole call, derived catalogues included
+};
+
+/// A record cache of the persisted center. Counts run from its construction.
+struct CacheUse {
+    std::string name;
+    std::uint64_t capacity = 0;   ///< records
+    std::uint64_t used = 0;       ///< records
+    std::uint64_t hits = 0;       ///< lookups of known keys that the cache answered
+    std::uint64_t misses = 0;     ///< those it did not: read from the store, or from memory after a failed write
+    std::uint64_t evictions = 0;  ///< records that made room for another
+};
+
+/// A table in memory.
+struct IndexSize {
+    std::string name;
+    std::uint64_t keys = 0;
+    /// What the table itself has allocated: slots, nodes and texts, free slots included. Neither the records that it
+    /// points to nor the allocator's own rounding.
+    std::uint64_t bytes = 0;
+};
+
+/// A database that refused at least one write since the center's construction.
+struct FailedWrites {
+    std::string database;
+    std::uint64_t writes = 0;
+};
+
+/// What a center knows of its own work: a value, the caller's own. Each part is of one moment, the parts are of moments
+/// shortly after one another. Two loads of one market at the same time may share their counts out wrongly.
+struct CenterStatistics {
+    LoadReport lastLoad;                     ///< the load of instruments that ended last
+    std::vector<MarketLoad> markets;         ///< every market loaded so far, in the order of the names
+    std::vector<FailedWrites> failedWrites;  ///< in the order of the names; empty in the in-memory center
+    std::vector<CacheUse> caches;            ///< empty in the in-memory center
+    std::vector<IndexSize> indexes;
+};
+
+}  // namespace mxservice

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "base/instrumentcenter/CenterStatistics.h"
+#include "base/instrumentcenter/catalogue/GroupedSnapshot.h"
+#include "base/instrumentcenter/catalogue/HashIndex.h"
+
+namespace mxservice {
+
+/// Time since its construction.
+class Stopwatch {
+public:
+    std::chrono::nanoseconds elapsed() const { return std::chrono::steady_clock::now() - began_; }
+
+private:
+    std::chrono::steady_clock::time_point began_ = std::chrono::steady_clock::now();
+};
+
+/// What the loads of a center did. What is noted of a market before its records are stored waits for settle.
+class LoadLedger {
+public:
+    /// Records on their way into markets.
+    void receive(const ReceivedByMarket& received);
+    /// Of a market's received records, how many were read back from a raw database.
+    void noteRestored(MarketKey market, std::size_t records);
+
+    /// Keys that a load took out of a market, to bring the new ones later.
+    void noteCleared(MarketKey market, const std::string& name, KeySet former);
+    /// Hands them over.
+    KeySet takeCleared(MarketKey market);
+
+    /// A market's records are stored: takes over `load` and adds what was noted before.
+    void settle(MarketKey market, MarketLoad load);
+
+    /// A load of instruments is complete; markets that it cleared and brought nothing for are empty now.
+    void finish(LoadReport report);
+
+    void noteFailedWrite(const std::string& database) { ++failedWrites_[database]; }
+
+    /// Fills in what is known of loads and writes.
+    void report(CenterStatistics& statistics) const;
+
+private:
+    struct Pending {
+        std::uint64_t received = 0;
+        std::uint64_t restored = 0;
+        std::string name;  // of a cleared market
+        KeySet former;
+    };
+
+    std::map<MarketKey, Pending> pending_;
+    std::map<MarketKey, MarketLoad> latest_;
+    std::map<std::string, std::uint64_t> failedWrites_;
+    LoadReport lastLoad_;
+};
+
+/// A report with what can be told from the batch alone.
+LoadReport reportOn(const std::vector<InstrumentPtr>& batch);
+
+/// The name of a market by one of its records. Instruments that stand for ETFs carry their fund's market and not the
+/// one that they are filed under.
+std::string filedMarketName(MarketKey market, const MarketRecords& records);
+
+}  // namespace mxservice

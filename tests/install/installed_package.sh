@@ -14,10 +14,20 @@ fail() {
     exit 1
 }
 
-expectHostOutput() {
+# expectAnswers PROGRAM [ARG...] <expected output
+expectAnswers() {
     "$@" >"$work/answers.txt" || fail "$1 exits with $?"
-    printf '%s\n' 'Bank stock' 'SH600001 is unknown' 'DCEm2605 is a main contract: Meal May' |
-        diff - "$work/answers.txt" || fail "$1 answers something else"
+    diff - "$work/answers.txt" || fail "$1 answers something else"
+}
+
+expectServerAnswers() {
+    expectAnswers "$@" <<'TEXT'
+Bank stock
+SH600001 is unknown
+DCEm2605 is a main contract: Meal May
+after 100 reloads: Bank stock, renamed; still held: Bank stock; wrong answers: 0
+load 101 brought 1 record
+TEXT
 }
 
 # The outer build's settings must not leak into what stands for a host's own build.
@@ -44,7 +54,23 @@ echo "-- find_package: the examples, and a version check that refuses"
 "$cmake" -S "$sourceDir/examples" -B "$work/examples" -G Ninja -DCMAKE_CXX_COMPILER="$cxx" \
     -DCMAKE_PREFIX_PATH="$prefix"
 "$cmake" --build "$work/examples"
-expectHostOutput "$work/examples/server_host"
+expectServerAnswers "$work/examples/server_host"
+expectAnswers "$work/examples/client_host" "$work/store" <<'TEXT'
+before the load, HK10000 is unknown
+HK: received 1000, restored 0, stored 1000, not written 0
+HK10005, HK10005, HK10005, 1 read, 2 from memory, 1 cached
+1000 records in the list
+TEXT
+expectAnswers "$work/examples/client_host" "$work/store" <<'TEXT'
+before the load, HK10000 is unknown
+HK: received 10, restored 1000, stored 1000, not written 0
+HGT10005, HGT10005, HGT10005, 1 read, 2 from memory, 1 cached
+1000 records in the list
+TEXT
+expectAnswers "$work/examples/updates_host" "$work/store" <<'TEXT'
+in memory: I1 changed, I3 third, C1 first, P1 changed
+persisted: I1 changed, I3 third, C1 changed, P1 first
+TEXT
 
 echo "-- every public header alone, as C++17"
 "$cmake" -S "$sourceDir/tests/install/headers" -B "$work/headers" -G Ninja -DCMAKE_CXX_COMPILER="$cxx" \
@@ -55,4 +81,4 @@ echo "-- pkg-config"
 export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
 read -r -a flags <<<"$(pkg-config --cflags --libs PmInstrumentCenter)"
 "$cxx" -std=c++17 "$sourceDir/examples/server_host.cpp" "${flags[@]}" -o "$work/server_host"
-LD_LIBRARY_PATH=$prefix/$libdir expectHostOutput "$work/server_host"
+LD_LIBRARY_PATH=$prefix/$libdir expectServerAnswers "$work/server_host"

@@ -29,7 +29,6 @@ namespace {
 
 constexpr std::size_t kFirstMapBytes = std::size_t{1} << 20U;
 constexpr std::size_t kLargestMapBytes = std::size_t{1} << 38U;
-constexpr std::size_t kLargeBatchBytes = std::size_t{4} << 20U;
 constexpr unsigned kMaxReaders = 2048;  // slots of the lock file, for all processes together
 constexpr int kMaxAttempts = 1000;
 constexpr mode_t kFileMode = 0644;
@@ -119,6 +118,9 @@ void watchForks() {
 
 /// One LMDB environment. Transactions hold `map_` shared, so that the map grows only while none is under way. Read
 /// transactions are kept for reuse: renewing one costs a tenth of beginning it.
+///
+/// An environment that can write has 3 MB of the library's lists, and after a write the memory of all pages that it
+/// ever wrote. So between two writes it is open for reading only.
 class LmdbDatabase final : public StoreDatabase {
 public:
     LmdbDatabase(std::string directory, bool readOnly)
@@ -202,9 +204,12 @@ private:
         MDB_txn* transaction_;
     };
 
-    int openEnvironment(std::size_t fileBytes);
+    int openEnvironment(std::size_t fileBytes, bool forWriting);
     void closeEnvironment();
-    void releaseMemory();
+    void dropEnvironment();
+    int reopen(bool forWriting);
+    int prepareWriting(std::size_t bytes);
+    void endWriting();
     int adoptGrowth();
     int growTo(std::size_t bytes);
     int remap(std::size_t bytes);
@@ -216,6 +221,8 @@ private:
     template <class Use>
     StoreStatus reading(const char* step, Use use);
     template <class Use>
+    int transact(Use use, std::size_t& mapBytes);
+    template <class Use>
     StoreStatus writing(const char* step, std::size_t bytes, Use use);
 
     const std::string directory_;
@@ -223,6 +230,7 @@ private:
     const bool readOnly_;
     const unsigned forks_ = forkCount.load();
     MDB_env* environment_ = nullptr;
+    bool canWrite_ = false;  // the environment, as it is open now
     MDB_dbi tree_ = 0;
     FileId dataFile_;
     mutable std::atomic<off_t> sizeSeen_{0};
@@ -250,7 +258,7 @@ StoreStatus LmdbDatabase::open() {
         }
         return status;
     };
-    const int code = openEnvironment(static_cast<std::size_t>(file.st_size));
+    const int code = openEnvironment(static_cast<std::size_t>(file.st_size), !readOnly_ && file.st_size == 0);
     if (code != MDB_SUCCESS) {
         return finish(code == ENOENT ? StoreStatus::notFound() : statusOf(code, "open"));
     }
@@ -269,7 +277,7 @@ StoreStatus LmdbDatabase::open() {
         reading("open", [this](MDB_txn* transaction) { return mdb_dbi_open(transaction, nullptr, 0, &tree_); }));
 }
 
-int LmdbDatabase::openEnvironment(std::size_t fileBytes) {
+int LmdbDatabase::openEnvironment(std::size_t fileBytes, bool forWriting) {
     MDB_env* fresh = nullptr;
     int code = mdb_env_create(&fresh);
     if (code == MDB_SUCCESS) {
@@ -279,42 +287,73 @@ int LmdbDatabase::openEnvironment(std::size_t fileBytes) {
         code = mdb_env_set_mapsize(fresh, std::max(kFirstMapBytes, fileBytes));
     }
     if (code == MDB_SUCCESS) {
-        const unsigned flags = MDB_NOTLS | (readOnly_ ? static_cast<unsigned>(MDB_RDONLY) : 0U);
+        const unsigned flags = MDB_NOTLS | (forWriting ? 0U : static_cast<unsigned>(MDB_RDONLY));
         code = mdb_env_open(fresh, directory_.c_str(), flags, kFileMode);
     }
     if (code == MDB_SUCCESS) {
         environment_ = fresh;
+        canWrite_ = forWriting;
     } else if (fresh != nullptr) {
         mdb_env_close(fresh);
     }
     return code;
 }
 
-/// The library keeps the memory of every page that a transaction ever wrote, for the next one. After a large batch
-/// that is most of a client's memory, so the environment is opened anew between two transactions.
-void LmdbDatabase::releaseMemory() {
-    const std::unique_lock guard(map_, std::try_to_lock);
-    if (!guard.owns_lock() || environment_ == nullptr) {
-        return;  // nobody waits for memory; the next large batch tries again
-    }
-    closeEnvironment();
-    broken_ = false;
+/// Opens the environment anew. Under `map_`, exclusive.
+int LmdbDatabase::reopen(bool forWriting) {
+    dropEnvironment();
     struct stat file {};
-    const bool same = ::stat(dataPath_.c_str(), &file) == 0 && idOf(file) == dataFile_ &&
-                      openEnvironment(static_cast<std::size_t>(file.st_size)) == MDB_SUCCESS;
-    MDB_txn* transaction = nullptr;
-    if (same && mdb_txn_begin(environment_, nullptr, MDB_RDONLY, &transaction) == MDB_SUCCESS) {
-        // Also sets the library's key order for the tree.
-        broken_ = mdb_dbi_open(transaction, nullptr, 0, &tree_) != MDB_SUCCESS;
-        mdb_txn_abort(transaction);
-    } else {
-        broken_ = true;
+    if (::stat(dataPath_.c_str(), &file) != 0 || !(idOf(file) == dataFile_)) {
+        return MDB_PANIC;
     }
+    int code = openEnvironment(static_cast<std::size_t>(file.st_size), forWriting);
+    MDB_txn* transaction = nullptr;
+    if (code == MDB_SUCCESS) {
+        code = mdb_txn_begin(environment_, nullptr, MDB_RDONLY, &transaction);
+    }
+    if (code == MDB_SUCCESS) {
+        // Also sets the library's key order for the tree.
+        code = mdb_dbi_open(transaction, nullptr, 0, &tree_);
+        mdb_txn_abort(transaction);
+    }
+    return code;
+}
+
+/// Has the environment open for writing, with a map that a batch of so many bytes fits into.
+int LmdbDatabase::prepareWriting(std::size_t bytes) {
+    bool ready = false;
+    {
+        const std::shared_lock guard(map_);
+        ready = canWrite_;
+    }
+    if (!ready) {
+        const std::lock_guard guard(map_);
+        const int code = canWrite_ ? MDB_SUCCESS : reopen(true);
+        if (code != MDB_SUCCESS) {
+            // What may not be written to can still be read.
+            broken_ = reopen(false) != MDB_SUCCESS || broken_.load();
+            return code;
+        }
+    }
+    return makeRoom(bytes);
+}
+
+void LmdbDatabase::endWriting() {
+    const std::unique_lock guard(map_, std::try_to_lock);
+    if (guard.owns_lock() && environment_ != nullptr && canWrite_) {
+        broken_ = reopen(false) != MDB_SUCCESS || broken_.load();
+    }  // else somebody is at work; the next write tries again
 }
 
 /// Under `map_`, exclusive.
 void LmdbDatabase::closeEnvironment() {
     broken_ = true;
+    dropEnvironment();
+}
+
+/// Under `map_`, exclusive.
+void LmdbDatabase::dropEnvironment() {
+    canWrite_ = false;
     if (environment_ != nullptr && !inherited()) {
         dropIdleReaders();
         mdb_env_close(environment_);
@@ -424,45 +463,58 @@ StoreStatus LmdbDatabase::reading(const char* step, Use use) {
     return ended(code == MDB_SUCCESS ? MDB_MAP_RESIZED : code, step);
 }
 
+/// One transaction; `mapBytes` gets the size of the map that it had.
+template <class Use>
+int LmdbDatabase::transact(Use use, std::size_t& mapBytes) {
+    const std::shared_lock guard(map_);
+    if (environment_ == nullptr) {
+        return MDB_PANIC;
+    }
+    MDB_envinfo info;
+    mdb_env_info(environment_, &info);
+    mapBytes = info.me_mapsize;
+    MDB_txn* transaction = nullptr;
+    int code = mdb_txn_begin(environment_, nullptr, 0, &transaction);
+    if (code == MDB_SUCCESS) {
+        WriterGuard writer(transaction);
+        code = use(transaction);
+        if (code == MDB_SUCCESS) {
+            code = writer.commit();
+        }
+    }
+    return code;
+}
+
 template <class Use>
 StoreStatus LmdbDatabase::writing(const char* step, std::size_t bytes, Use use) {
     if (readOnly_) {
         return StoreStatus::failure(fmt::format("{}: opened for reading only", step));
     }
-    int code = makeRoom(bytes);
-    for (int attempt = 0; code == MDB_SUCCESS && attempt < kMaxAttempts; ++attempt) {
-        std::size_t mapBytes = 0;
-        {
-            const std::shared_lock guard(map_);
-            if (environment_ == nullptr) {
-                return ended(MDB_PANIC, step);
-            }
-            MDB_envinfo info;
-            mdb_env_info(environment_, &info);
-            mapBytes = info.me_mapsize;
-            MDB_txn* transaction = nullptr;
-            code = mdb_txn_begin(environment_, nullptr, 0, &transaction);
-            if (code == MDB_SUCCESS) {
-                WriterGuard writer(transaction);
-                code = use(transaction);
-                if (code == MDB_SUCCESS) {
-                    code = writer.commit();
-                }
-            }
+    int code = MDB_SUCCESS;
+    bool again = true;
+    for (int attempt = 0; again && attempt < kMaxAttempts; ++attempt) {
+        code = prepareWriting(bytes);
+        if (code != MDB_SUCCESS) {
+            break;
         }
+        std::size_t mapBytes = 0;
+        code = transact(use, mapBytes);
+        int mended = MDB_SUCCESS;
         if (code == MDB_MAP_FULL) {
             dropDeadReaders();  // they keep pages from being used again
-            code = growTo(mapBytes * 2);
+            mended = growTo(mapBytes * 2);
         } else if (code == MDB_MAP_RESIZED) {
-            code = adoptGrowth();
+            mended = adoptGrowth();
         } else {
-            if (bytes >= kLargeBatchBytes) {
-                releaseMemory();
-            }
-            return ended(code, step);
+            again = code == EACCES;  // another write has ended since and left the environment for reading
+        }
+        if (mended != MDB_SUCCESS) {
+            code = mended;
+            again = false;
         }
     }
-    return ended(code == MDB_SUCCESS ? MDB_MAP_FULL : code, step);
+    endWriting();
+    return ended(code, step);
 }
 
 int LmdbDatabase::adoptGrowth() {

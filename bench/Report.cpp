@@ -28,11 +28,12 @@ std::string verdict(bool met, bool disturbed) {
     return fmt::format("{}{}", met ? "ok" : "MISSED", disturbed ? ", disturbed" : "");
 }
 
+std::string ratioTarget(double ratio, double most, bool disturbed) {
+    return most == 0 ? "" : fmt::format("at most {:.2f}  {}", most, verdict(ratio <= most, disturbed));
+}
+
 std::string ratioTarget(const Result& center, const Result& other, double ratio) {
-    const double most = other.series.centerAtMost;
-    return most == 0 ? ""
-                     : fmt::format("at most {:.2f}  {}", most,
-                                   verdict(ratio <= most, center.disturbed() || other.disturbed()));
+    return ratioTarget(ratio, other.series.centerAtMost, center.disturbed() || other.disturbed());
 }
 
 std::string floorTarget(const Result& center, const Result& floor, double ratio) {
@@ -143,9 +144,9 @@ void printFootprints(std::ostream& out, const std::vector<Footprint>& footprints
     constexpr double kMegabyte = 1e6;
     for (const Footprint& footprint : footprints) {
         const double ratio = footprint.center / footprint.otherBytes;
-        fmt::print(out, "{:<28}{:>9}{:>9.1f}{:>9.1f}{:>8.3f}  {}  at most {:.2f}  {}\n", footprint.what, footprint.size,
+        fmt::print(out, "{:<28}{:>9}{:>9.1f}{:>9.1f}{:>8.3f}  {}  {}\n", footprint.what, footprint.size,
                    footprint.center / kMegabyte, footprint.otherBytes / kMegabyte, ratio, footprint.other,
-                   footprint.atMost, verdict(ratio <= footprint.atMost, false));
+                   ratioTarget(ratio, footprint.atMost, false));
     }
 }
 

@@ -25,7 +25,7 @@ struct Footprint {
     std::size_t size = 0;  // records
     double center = 0;
     double otherBytes = 0;
-    double atMost = 0;  // target of the ratio
+    double atMost = 0;  // target of the ratio; 0: none
 };
 
 /// What ran how: the options that make two reports comparable.

@@ -22,9 +22,10 @@ constexpr const char* kServerSource = "base/instrumentcenter/CServerInstrumentCe
 /// A copy of what the index holds under the key, taken while the lock is held; empty when there is nothing.
 template <class Pointer>
 Pointer lookUp(const Guarded<HashIndex<Pointer>>& guarded, std::uint64_t key) {
-    const auto index = guarded.read();
-    const auto found = index->find(key);
-    return found == index->end() ? Pointer() : found->second;
+    return guarded.answer([key](const HashIndex<Pointer>& index) noexcept {
+        const auto found = index.find(key);
+        return found == index.end() ? Pointer() : found->second;
+    });
 }
 
 struct BondCatalogue {

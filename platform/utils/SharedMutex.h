@@ -14,8 +14,13 @@ namespace utils {
 ///
 /// Readers of different threads count themselves in on different cache lines, so they do not slow each other. A writer
 /// shuts the door first: readers that come later wait, those already inside leave, then the writer goes in. So a
-/// writer waits only for readers that were there before it. Threads beyond the number of lines share lines; there is
-/// no limit on threads and nothing to register. Readers must not take the lock again while they hold it.
+/// writer waits only for readers that were there before it.
+///
+/// The first threads have a line of their own in every lock, which they mark with plain stores. What
+/// keeps such a reader and a writer from overlooking each other is the writer's to pay: it makes every processor that
+/// runs a thread of this process pass a memory barrier (membarrier(2), about a microsecond). Further threads share
+/// lines and count on them with atomic additions; so do all threads where the system has no such barrier. There is no
+/// limit on threads and nothing to register. Readers must not take the lock again while they hold it.
 class PM_PLATFORM_API SharedMutex {
 public:
     SharedMutex() = default;
@@ -28,47 +33,65 @@ public:
     void unlock();
 
     void lock_shared() {
-        std::atomic<std::uint32_t>& inside = lines_[threadLine()].inside;
-        inside.fetch_add(1, std::memory_order_seq_cst);
-        if (closed_.load(std::memory_order_seq_cst) != 0) [[unlikely]] {
-            waitOutside(inside);
+        if (tryEnter() == nullptr) [[unlikely]] {
+            lockSlowly();
         }
     }
 
     void unlock_shared() {
-        std::atomic<std::uint32_t>& inside = lines_[threadLine()].inside;
-        inside.fetch_sub(1, std::memory_order_seq_cst);
-        if (closed_.load(std::memory_order_seq_cst) != 0) [[unlikely]] {
-            inside.notify_all();
+        Inside& inside = lines_[lineOfThread_].inside;
+        if (lineOfThread_ < kOwnedLines) [[likely]] {
+            leave(&inside);
+        } else {
+            inside.fetch_sub(1, std::memory_order_release);
         }
     }
+
+    /// Readers on one line of the lock that hold it or are about to see the door.
+    using Inside = std::atomic<std::uint32_t>;
+
+    /// Goes in as a reader when the calling thread has a line of its own and the door is open, without a call that
+    /// leaves this function: what the shortest reads use. To be left with leave(); nullptr says to take lock_shared().
+    Inside* tryEnter() {
+        const std::uint32_t line = lineOfThread_;
+        if (line >= kOwnedLines) [[unlikely]] {
+            return nullptr;
+        }
+        Inside& inside = lines_[line].inside;
+        inside.store(1, std::memory_order_relaxed);
+        // Going in comes before looking at the door: for the processor, the writer's barrier sees to that.
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        if (closed_.load(std::memory_order_acquire) != 0) [[unlikely]] {
+            leave(&inside);
+            return nullptr;
+        }
+        return &inside;
+    }
+    static void leave(Inside* inside) { inside->store(0, std::memory_order_release); }
 
 private:
-    static constexpr std::size_t kLines = 16;
+    static constexpr std::uint32_t kOwnedLines = 32;
+    static constexpr std::uint32_t kSharedLines = 8;
+    static constexpr std::uint32_t kNoLine = kOwnedLines + kSharedLines;  // not given yet
     static constexpr std::size_t kCacheLineBytes = 64;
-    static_assert((kLines & (kLines - 1)) == 0, "threadLine masks");
 
     struct alignas(kCacheLineBytes) Line {
-        std::atomic<std::uint32_t> inside{0};  // readers that hold the lock or are about to see the door
+        Inside inside{0};
     };
 
-    /// The calling thread's line, the same for its whole life.
-    static std::size_t threadLine() {
-        if (lineOfThread_ == 0) [[unlikely]] {
-            lineOfThread_ = nextLine_.fetch_add(1, std::memory_order_relaxed) % kLines + 1;
-        }
-        return lineOfThread_ - 1;
-    }
-    void waitOutside(std::atomic<std::uint32_t>& inside);
+    /// Gives threads their lines.
+    class Lines;
 
-    static inline std::atomic<std::uint32_t> nextLine_{0};
+    void lockSlowly();
+    void close();
+
 #if defined(__GNUC__) && !defined(_WIN32)
     // Reached without a call into the loader: the variable stands in every lookup.
     __attribute__((tls_model("initial-exec")))
 #endif
-    static inline constinit thread_local std::uint32_t lineOfThread_ = 0;  // 1-based; 0 is not yet given
+    static inline constinit thread_local std::uint32_t lineOfThread_ = kNoLine;  // the same in every lock
 
-    std::array<Line, kLines> lines_;
+    std::array<Line, kNoLine> lines_;  // those with one owner first
     alignas(kCacheLineBytes) std::atomic<std::uint32_t> closed_{0};  // 1 while a writer waits or is inside
     std::mutex writers_;                                             // one writer at a time
 };

@@ -1,6 +1,5 @@
 #include "base/instrumentcenter/catalogue/CodeIndex.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "base/instrumentcenter/catalogue/TableBytes.h"
@@ -8,19 +7,16 @@
 namespace mxservice {
 
 bool CodeIndex::contains(StockKey key) const {
-    const auto tables = tables_.read();
-    return tables->marketByKey.find(key) != tables->marketByKey.end();
+    return tables_.answer([key](const Tables& tables) noexcept {
+        return tables.marketByKey.find(key) != tables.marketByKey.end();
+    });
 }
 
 std::optional<MarketKey> CodeIndex::marketOf(StockKey key) const {
-    const auto tables = tables_.read();
-    const auto found = tables->marketByKey.find(key);
-    return found == tables->marketByKey.end() ? std::nullopt : std::optional<MarketKey>(found->second);
-}
-
-bool CodeIndex::isIn(StockKey key, std::span<const MarketKey> markets) const {
-    const std::optional<MarketKey> market = marketOf(key);
-    return market && std::find(markets.begin(), markets.end(), *market) != markets.end();
+    return tables_.answer([key](const Tables& tables) noexcept {
+        const auto found = tables.marketByKey.find(key);
+        return found == tables.marketByKey.end() ? std::nullopt : std::optional<MarketKey>(found->second);
+    });
 }
 
 std::vector<StockKey> CodeIndex::keysOf(MarketKey market) const {

@@ -1,10 +1,9 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
-#include <initializer_list>
 #include <map>
 #include <optional>
-#include <span>
 #include <vector>
 
 #include "base/instrumentcenter/CenterStatistics.h"
@@ -21,7 +20,22 @@ public:
     bool contains(StockKey key) const;
     /// The key's market, or nothing.
     std::optional<MarketKey> marketOf(StockKey key) const;
-    bool isIn(StockKey key, std::span<const MarketKey> markets) const;
+    /// Whether the key is filed under one of the markets.
+    template <std::size_t N>
+    bool isIn(StockKey key, const std::array<MarketKey, N>& markets) const {
+        return tables_.answer([key, &markets](const Tables& tables) noexcept {
+            const auto found = tables.marketByKey.find(key);
+            if (found == tables.marketByKey.end()) {
+                return false;
+            }
+            // All are compared: which of them it is cannot be foreseen, and a wrong guess costs more than a comparison.
+            unsigned same = 0;
+            for (const MarketKey market : markets) {
+                same |= static_cast<unsigned>(found->second == market);
+            }
+            return same != 0;
+        });
+    }
 
     /// The keys that the last install of the market brought; empty for a market never installed.
     std::vector<StockKey> keysOf(MarketKey market) const;

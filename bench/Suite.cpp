@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
 #include <utility>
 
 namespace bench {
@@ -64,6 +65,22 @@ std::string nameOf(const Series& series) {
     return fmt::format("{}/{}/{}/{}/{}", series.what, series.who, series.size, series.keys, series.threads);
 }
 
+void enroll(const std::string& name, const Series& series, Body body) {
+    auto* registered = benchmark::RegisterBenchmark(name.c_str(), std::move(body));
+    registered->Unit(benchmark::kNanosecond)->Threads(series.threads);
+    if (series.manualTime) {
+        registered->UseManualTime();
+    } else {
+        registered->UseRealTime();
+    }
+    if (series.repetitions > 0) {
+        registered->Repetitions(series.repetitions);
+    }
+    if (series.iterations > 0) {
+        registered->Iterations(series.iterations);
+    }
+}
+
 }  // namespace
 
 double Result::median() const {
@@ -83,34 +100,33 @@ bool Result::disturbed() const {
 }
 
 void Suite::add(const Series& series, Body body) {
-    const std::string name = nameOf(series);
-    resultByName_[name] = {series, {}};
-    auto* registered = benchmark::RegisterBenchmark(name.c_str(), std::move(body));
-    registered->Unit(benchmark::kNanosecond)->Threads(series.threads);
-    if (series.manualTime) {
-        registered->UseManualTime();
-    } else {
-        registered->UseRealTime();
-    }
-    if (series.repetitions > 0) {
-        registered->Repetitions(series.repetitions);
-    }
-    if (series.iterations > 0) {
-        registered->Iterations(series.iterations);
-    }
+    const auto together = std::find_if(groups_.begin(), groups_.end(), [&](const Group& group) {
+        const Series& first = group.front().first;
+        return first.what == series.what && first.size == series.size && first.keys == series.keys;
+    });
+    Group& group = together == groups_.end() ? groups_.emplace_back() : *together;
+    group.emplace_back(series, std::move(body));
 }
 
 std::vector<Result> Suite::run() {
-    Collector collector(resultByName_);
-    benchmark::RunSpecifiedBenchmarks(&collector);
-    benchmark::ClearRegisteredBenchmarks();
     std::vector<Result> results;
-    for (auto& [name, result] : resultByName_) {
-        if (!result.runs.empty()) {
-            results.push_back(std::move(result));
+    for (Group& group : groups_) {
+        std::map<std::string, Result> resultByName;
+        for (auto& [series, body] : group) {
+            const std::string name = nameOf(series);
+            resultByName[name] = {series, {}};
+            enroll(name, series, std::move(body));
+        }
+        Collector collector(resultByName);
+        benchmark::RunSpecifiedBenchmarks(&collector);
+        benchmark::ClearRegisteredBenchmarks();
+        for (auto& [name, result] : resultByName) {
+            if (!result.runs.empty()) {
+                results.push_back(std::move(result));
+            }
         }
     }
-    resultByName_.clear();
+    groups_.clear();
     return results;
 }
 

@@ -4,9 +4,9 @@
 
 #include <cstddef>
 #include <functional>
-#include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace bench {
@@ -58,8 +58,8 @@ struct Result {
 
 using Body = std::function<void(benchmark::State&)>;
 
-/// Benchmarks of one size, run together: repetitions of different series are interleaved at random, so that what
-/// disturbs the machine for a while does not fall on one side of a ratio.
+/// Benchmarks of one size. The series that answer one question are run together, their repetitions interleaved at
+/// random: within the second or two that this takes, a ratio's two sides find the machine in the same state.
 class Suite {
 public:
     void add(const Series& series, Body body);
@@ -69,7 +69,9 @@ public:
     std::vector<Result> run();
 
 private:
-    std::map<std::string, Result> resultByName_;
+    using Group = std::vector<std::pair<Series, Body>>;
+
+    std::vector<Group> groups_;
 };
 
 /// The result of the series, if it was run.

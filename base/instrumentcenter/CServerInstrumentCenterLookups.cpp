@@ -70,12 +70,12 @@ boost::shared_ptr<CInstrumentDetail> CServerInstrumentCenter::getInstrument(uint
 }
 
 boost::shared_ptr<CInstrumentDetail> CServerInstrumentCenter::getInstrument(const std::string& code) {
-    return lookUp(server_->records, foldedTextKey(code));
+    return getInstrument(foldedTextKey(code));
 }
 
 boost::shared_ptr<CInstrumentDetail> CServerInstrumentCenter::getInstrument(const std::string& market,
                                                                             const std::string& code) {
-    return lookUp(server_->records, stockKey(foldedMarket(market), code));
+    return getInstrument(stockKey(foldedMarket(market), code));
 }
 
 std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CServerInstrumentCenter::getInstruments() {

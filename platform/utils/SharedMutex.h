@@ -91,7 +91,7 @@ private:
 #endif
     static inline constinit thread_local std::uint32_t lineOfThread_ = kNoLine;  // the same in every lock
 
-    std::array<Line, kNoLine> lines_;  // those with one owner first
+    std::array<Line, kNoLine> lines_;                                // those with one owner first
     alignas(kCacheLineBytes) std::atomic<std::uint32_t> closed_{0};  // 1 while a writer waits or is inside
     std::mutex writers_;                                             // one writer at a time
 };

@@ -7,9 +7,8 @@
 namespace mxservice {
 
 bool CodeIndex::contains(StockKey key) const {
-    return tables_.answer([key](const Tables& tables) noexcept {
-        return tables.marketByKey.find(key) != tables.marketByKey.end();
-    });
+    return tables_.answer(
+        [key](const Tables& tables) noexcept { return tables.marketByKey.find(key) != tables.marketByKey.end(); });
 }
 
 std::optional<MarketKey> CodeIndex::marketOf(StockKey key) const {

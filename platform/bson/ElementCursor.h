@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <string>
 #include <string_view>
@@ -57,6 +58,33 @@ public:
     /// Moves to the next element. False at the end of the document and on damage; failure() tells them apart.
     bool next(Element& element);
 
+    /// For who knows what to expect, several times faster than next(). Reads the next element if it begins with
+    /// `header` (type, name, NUL; the type being that of Plain, or a text's). False, without moving, when it does not,
+    /// and at the end and on damage: next() then tells which.
+    template <class Plain>
+    bool nextPlain(std::string_view header, Plain& value) {
+        if (left() < header.size() + sizeof value || !sameBytes(at_, header.data(), header.size())) {
+            return false;
+        }
+        std::memcpy(&value, at_ + header.size(), sizeof value);
+        at_ += header.size() + sizeof value;
+        return true;
+    }
+    bool nextText(std::string_view header, std::string_view& text) {
+        const std::size_t before = header.size() + sizeof(std::int32_t);
+        if (left() <= before || !sameBytes(at_, header.data(), header.size())) {
+            return false;
+        }
+        std::uint32_t size = 0;  // with the closing NUL
+        std::memcpy(&size, at_ + header.size(), sizeof size);
+        if (size < 1 || size > left() - before || at_[before + size - 1] != '\0') {
+            return false;
+        }
+        text = {at_ + before, size - 1};
+        at_ += before + size;
+        return true;
+    }
+
     /// Why the walk stopped early; null after a walk that reached the end.
     const char* failure() const { return failure_; }
     /// Offset of the byte at which the walk stands.
@@ -64,6 +92,29 @@ public:
 
 private:
     bool fail(const char* reason);
+    std::size_t left() const { return static_cast<std::size_t>(end_ - at_); }
+
+    /// For so few bytes that a call would take longer.
+    static bool sameBytes(const char* left, const char* right, std::size_t size) {
+        using Word = std::uint64_t;
+        const auto sameWord = [](const char* a, const char* b) {
+            Word first = 0;
+            Word second = 0;
+            std::memcpy(&first, a, sizeof first);
+            std::memcpy(&second, b, sizeof second);
+            return first == second;
+        };
+        if (size < sizeof(Word)) {
+            return std::memcmp(left, right, size) == 0;
+        }
+        const std::size_t last = size - sizeof(Word);
+        for (std::size_t at = 0; at < last; at += sizeof(Word)) {
+            if (!sameWord(left + at, right + at)) {
+                return false;
+            }
+        }
+        return sameWord(left + last, right + last);
+    }
 
     const char* begin_;
     const char* at_;

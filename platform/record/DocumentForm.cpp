@@ -92,6 +92,29 @@ Outcome readField(const Field& field, IData& record, const Element& element) {
     return readNumber(field, record, element);
 }
 
+/// Fills the field if the next element is its own, of the type that it is written with; false for what takes a closer
+/// look. Nearly every element of nearly every document is read here.
+bool readExpected(const Field& field, IData& record, ElementCursor& cursor) {
+    switch (field.kind()) {
+        case FieldKind::Text: {
+            std::string_view text;
+            if (!cursor.nextText(field.header(), text)) {
+                return false;
+            }
+            field.in<std::string>(record).assign(text);
+            return true;
+        }
+        case FieldKind::Int32:
+            return cursor.nextPlain(field.header(), field.in<std::int32_t>(record));
+        case FieldKind::Int64:
+            return cursor.nextPlain(field.header(), field.in<std::int64_t>(record));
+        case FieldKind::Double:
+            return cursor.nextPlain(field.header(), field.in<double>(record));
+        default:
+            return false;
+    }
+}
+
 void append(bson::BSONObjBuilder& builder, const Field& field, const IData& record) {
     switch (field.kind()) {
         case FieldKind::Text:
@@ -219,6 +242,7 @@ bool readDocument(IData& record, const char* data, std::size_t size, bool resetM
     const std::vector<Field>& fields = type.fields();
     std::bitset<kMaxFields> filled;
     std::size_t expected = 0;
+    const std::size_t count = fields.size();
     const auto refuse = [error](const char* reason, std::size_t offset) {
         if (error != nullptr) {
             *error = fmt::format("{} at byte {}", reason, offset);
@@ -226,9 +250,15 @@ bool readDocument(IData& record, const char* data, std::size_t size, bool resetM
         return false;
     };
     ElementCursor cursor(data, size);
-    for (Element element; cursor.next(element);) {
+    for (Element element;;) {
+        while (expected < count && readExpected(fields[expected], record, cursor)) {
+            filled.set(expected++);
+        }
+        if (!cursor.next(element)) {
+            break;
+        }
         std::size_t index = expected;
-        if (index >= fields.size() || fields[index].name() != element.name) {
+        if (index >= count || fields[index].name() != element.name) {
             const int found = type.indexOf(element.name);
             if (found < 0) {
                 continue;
@@ -245,8 +275,8 @@ bool readDocument(IData& record, const char* data, std::size_t size, bool resetM
     if (cursor.failure() != nullptr) {
         return refuse(cursor.failure(), cursor.offset());
     }
-    if (resetMissing && filled.count() < fields.size()) {
-        for (std::size_t i = 0; i < fields.size(); ++i) {
+    if (resetMissing && filled.count() < count) {
+        for (std::size_t i = 0; i < count; ++i) {
             if (!filled.test(i)) {
                 fields[i].reset(record);
             }

@@ -171,6 +171,39 @@ TEST_F(ClientCenter, AMarketWhoseWriteFailsIsServedFromMemory) {
     EXPECT_TRUE(center().getCachedDatas(utils::hash("CFFEX"), cached)) << "the parked batch is kept";
 }
 
+/// Readers see nothing from the drop on, while the disk keeps the old documents until the new ones are there.
+TEST_F(ClientCenter, AReloadDropsForReadersAtOnceAndOnDiskWithTheNewDocuments) {
+    const auto engine = std::make_shared<FailingEngine>();
+    service().setEngine(engine);
+    load({"SH", "SZ"}, {instrument("SH", "1"), instrument("SH", "2"), instrument("SZ", "1")});
+    std::vector<std::string> written;
+    engine->onWrite([&](const std::string& db) {
+        written.push_back(db);
+        if (db == "OvIns_SH" && written.size() > 1) {  // the raw database comes first
+            EXPECT_EQ(documentsIn("OvIns_SH"), 2U);
+            EXPECT_THAT(asked().getInstruments("SH"), IsEmpty());
+            EXPECT_THAT(asked().getInstruments(), IsEmpty()) << "SZ is dropped as well, though nothing replaces it";
+        }
+    });
+    load({"SH", "SZ"}, {instrument("SH", "3")});
+    EXPECT_EQ(std::count(written.begin(), written.end(), "OvIns_SH"), 1) << "one step";
+    EXPECT_THAT(keysOf(asked().getInstruments()), ElementsAre("SH3"));
+    EXPECT_EQ(documentsIn("OvIns_SH"), 1U);
+    EXPECT_EQ(documentsIn("OvIns_SZ"), 0U);
+
+    engine->onWrite(
+        [&](const std::string& db) { engine->failAt(db == "OvIns_SH" && engine->failed() == 0 ? 0 : -1, false); });
+    load({"SH"}, {instrument("SH", "4")});
+    engine->onWrite(nullptr);
+    EXPECT_EQ(engine->failed(), 1);
+    EXPECT_EQ(documentsIn("OvIns_SH"), 0U) << "what could not be replaced is dropped at the end of the load";
+    EXPECT_THAT(keysOf(asked().getInstruments("SH")), ElementsAre("SH4"));
+
+    load({"SH"}, {instrument("SH", "5")});
+    center().clearDatas({"SH"});
+    EXPECT_EQ(documentsIn("OvIns_SH"), 0U) << "outside a load a drop is done at once";
+}
+
 TEST_F(ClientCenter, UnsafeMarketNamesAreServedFromMemoryToo) {
     for (const std::string& market : {std::string("../escape"), std::string("a\0b", 3), std::string(300, 'm')}) {
         load({market}, {instrument(market, "1")});

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <functional>
 #include <string>
 
 #include "platform/persist/CPersistService.h"
@@ -57,7 +58,11 @@ public:
     }
     /// Fails every changing call on the databases of this name, without counting.
     void failWritesOf(const std::string& db) { broken_ = db; }
+    /// Called with the database's name ahead of every changing call.
+    void onWrite(std::function<void(const std::string& db)> call) { onWrite_ = std::move(call); }
     int calls() const { return calls_; }
+    /// How many calls failAt has failed.
+    int failed() const { return failed_; }
 
     std::shared_ptr<persist::StoreDatabase> open(const std::string& directory, Mode mode,
                                                  persist::StoreStatus& status) override {
@@ -74,9 +79,16 @@ private:
     bool fails() {
         ++calls_;
         const int left = left_--;
-        return left == 0 || (left < 0 && forever_ && left > kNever);
+        const bool failing = left == 0 || (left < 0 && forever_ && left > kNever);
+        failed_ += failing ? 1 : 0;
+        return failing;
     }
-    bool writeFails(const std::string& db) { return fails() || db == broken_; }
+    bool writeFails(const std::string& db) {
+        if (onWrite_) {
+            onWrite_(db);
+        }
+        return fails() || db == broken_;
+    }
 
     class Database : public persist::StoreDatabase {
     public:
@@ -93,7 +105,9 @@ private:
         persist::StoreStatus scan(std::string_view prefix, const Visitor& visit) override {
             return engine_->fails() ? injected() : real_->scan(prefix, visit);
         }
-        persist::StoreStatus clear() override { return engine_->writeFails(name_) ? injected() : real_->clear(); }
+        persist::StoreStatus replace(const std::vector<persist::StoreEntry>& entries) override {
+            return engine_->writeFails(name_) ? injected() : real_->replace(entries);
+        }
         bool isCurrent() const override { return real_->isCurrent(); }
 
     private:
@@ -108,7 +122,9 @@ private:
 
     std::shared_ptr<persist::StoreEngine> real_ = persist::makeLmdbEngine();
     std::string broken_;
+    std::function<void(const std::string& db)> onWrite_;
     std::atomic<int> calls_{0};
+    std::atomic<int> failed_{0};
     std::atomic<int> left_{kNever};
     bool forever_ = false;
 };

@@ -115,6 +115,21 @@ void combineConnectFlags(GroupedSnapshot& datas, const ConnectListings& listings
     }
 }
 
+/// Removes a directory. First it gets a name that is no database's: it vanishes for other processes in one step, and
+/// when this one dies half way, no database is left without one of its files.
+boost::system::error_code removeWhole(const boost::filesystem::path& directory) {
+    namespace fs = boost::filesystem;
+    boost::system::error_code error;
+    fs::path aside = directory;
+    if (directory.filename().string().front() != '.') {
+        aside = directory.parent_path() / ("." + directory.filename().string() + ".cleared");
+        fs::remove_all(aside, error);
+        fs::rename(directory, aside, error);
+    }
+    fs::remove_all(error ? directory : aside, error);
+    return error;
+}
+
 }  // namespace
 
 CClientInstrumentCenter::CClientInstrumentCenter(const std::string& strandName, int instrumentCacheSize,
@@ -132,8 +147,11 @@ void CClientInstrumentCenter::doInitInstruments(const std::vector<std::string>& 
                                                 const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) {
     const Stopwatch watch;
     LoadReport report = reportOn(instruments);
-    clearDatas(markets);
-    loadInstruments(markets, instruments);
+    {
+        Replacement replacement(client_->replaced);
+        forgetMarkets(markets, replacement);
+        loadInstruments(markets, instruments, replacement);
+    }
     if (instruments.size() >= kLargeLoad) {
         utils::releaseFreeMemory();
     }
@@ -142,7 +160,8 @@ void CClientInstrumentCenter::doInitInstruments(const std::vector<std::string>& 
 }
 
 void CClientInstrumentCenter::loadInstruments(const std::vector<std::string>& markets,
-                                              const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) {
+                                              const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
+                                              Replacement& replacement) {
     GroupedSnapshot datas;
     ConnectListings listings;
     doProcessInstrument(instruments, datas, listings);
@@ -160,7 +179,7 @@ void CClientInstrumentCenter::loadInstruments(const std::vector<std::string>& ma
         state().loads.write()->noteRestored(marketKey(market::kShanghai), shanghaiExtra.size());
     }
     combineConnectFlags(datas, listings);
-    createExchangeDatas(datas, "");
+    writeMarkets(datas, "", replacement);
     createFutureMainDatas(datas);
     createFutureProdcutDatas(datas);
     createFutureDceDatas(datas);
@@ -206,6 +225,13 @@ void CClientInstrumentCenter::tryMergeSHExchangeDatas(
 void CClientInstrumentCenter::createExchangeDatas(
     // NOLINTNEXTLINE(performance-unnecessary-value-param): hosts compile against the signature
     std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& datas, std::string market) {
+    Replacement none(client_->replaced);
+    writeMarkets(datas, market, none);
+}
+
+void CClientInstrumentCenter::writeMarkets(
+    std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& datas, const std::string& market,
+    Replacement& replacement) {
     for (auto& [marketHash, records] : datas) {
         const Stopwatch watch;
         std::erase_if(records, [](const auto& entry) { return !entry.second; });
@@ -224,7 +250,7 @@ void CClientInstrumentCenter::createExchangeDatas(
         }
         load.stored = keys.size();
         load.removed = former.size() - load.replaced;
-        const bool saved = save(db, documentsOf(records));
+        const bool saved = replacement.save(db, documentsOf(records));
         // The cache is refreshed once more, for a reader that met the old document between the first time and now.
         if (saved) {
             client_->failedDatas.write()->current.erase(marketHash);
@@ -267,12 +293,17 @@ bool CClientInstrumentCenter::getCachedDatas(uint64 marketHash,
 }
 
 void CClientInstrumentCenter::clearDatas(const std::vector<std::string>& markets) {
+    Replacement byNothing(client_->replaced);
+    forgetMarkets(markets, byNothing);
+}
+
+void CClientInstrumentCenter::forgetMarkets(const std::vector<std::string>& markets, Replacement& replacement) {
     std::set<std::string> names;
     for (const std::string& market : markets) {
         names.emplace(foldedMarket(market));
     }
     for (const std::string& name : names) {
-        store().dropAllData(client_->names.getDbName(name));
+        replacement.add(client_->names.getDbName(name));
         const MarketKey key = marketKey(name);
         KeySet former = client_->codeIndex.clear(key);
         state().loads.write()->noteCleared(key, name, std::move(former));
@@ -281,14 +312,17 @@ void CClientInstrumentCenter::clearDatas(const std::vector<std::string>& markets
 
 void CClientInstrumentCenter::clearPersist(const std::string& path) {
     namespace fs = boost::filesystem;
+    std::vector<fs::path> doomed;
     for (const fs::directory_entry& entry : fs::directory_iterator(fs::path(path))) {
-        const std::string name = entry.path().filename().string();
         boost::system::error_code unreadable;
-        if (entry.status(unreadable).type() != fs::directory_file || name.find("OvIns") == std::string::npos) {
-            continue;
+        if (entry.status(unreadable).type() == fs::directory_file &&
+            entry.path().filename().string().find("OvIns") != std::string::npos) {
+            doomed.push_back(entry.path());
         }
-        boost::system::error_code error;
-        fs::remove_all(entry.path(), error);
+    }
+    for (const fs::path& directory : doomed) {
+        const std::string name = directory.filename().string();
+        const boost::system::error_code error = removeWhole(directory);
         if (error) {
             // "patch" is the wording that operators' scripts look for.
             PM_LOG(utils::kLogError, kClientSource,

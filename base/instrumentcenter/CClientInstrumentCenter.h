@@ -20,6 +20,7 @@
 
 namespace mxservice {
 
+class Replacement;
 struct ClientState;
 
 /// The center of client processes: records live in the local store (persist::CPersistService, whose root path the host
@@ -195,7 +196,17 @@ private:
     /// The records that getInstrument answers for the keys.
     std::vector<boost::shared_ptr<CInstrumentDetail>> recordsOf(const std::vector<uint64>& keys);
     void loadInstruments(const std::vector<std::string>& markets,
-                         const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments);
+                         const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
+                         Replacement& replacement);
+    /// Unfiles the keys of whole markets and leaves dropping their documents to `replacement`.
+    void forgetMarkets(const std::vector<std::string>& markets, Replacement& replacement);
+    /// createExchangeDatas; databases of `replacement` are emptied in the step that writes them.
+    void writeMarkets(std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& datas,
+                      const std::string& market, Replacement& replacement);
+    /// Replaces a pseudo-market by the instruments that stand for `received` records of another kind.
+    void replaceMarket(const std::string& market,
+                       std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped,
+                       std::size_t received);
     void addMarket(uint64 marketHash, const std::string& market, const char* failure,
                    std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out);
 

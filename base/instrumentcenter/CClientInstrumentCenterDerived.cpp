@@ -39,16 +39,24 @@ void CClientInstrumentCenter::createFutureMainDatas(
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
     PM_LOG(utils::kLogInfo, kClientSource, "[inscenter] create future main datas");
     const std::string db = DBBuilder::buildDbName(kFutureMains);
-    store().initDb(db, false);
-    for (auto& [market, mains] : deriveMainContracts(grouped, client_->futureMarkets)) {
-        DocumentBatch batch(mains.all.size());
+    auto mainsByMarket = deriveMainContracts(grouped, client_->futureMarkets);
+    std::list<DocumentBatch> batches;  // of the fields, which refer to them
+    std::vector<persist::CPersistService::Field> fields;
+    for (const auto& [market, mains] : mainsByMarket) {
+        DocumentBatch& batch = batches.emplace_back(mains.all.size());
         for (const StockKey key : mains.all) {
             batch.add(key, *grouped.at(market).at(key));
         }
-        const bool saved = store().replaceHashDatas(db, {{std::to_string(market), batch.documents()}});
+        fields.push_back({std::to_string(market), batch.documents()});
+    }
+    store().initDb(db, false);
+    const bool saved = store().replaceHashDatas(db, fields);
+    if (!saved) {
+        state().loads.write()->noteFailedWrite(db);
+    }
+    for (auto& [market, mains] : mainsByMarket) {
         if (!saved) {
             PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kFutureMains));
-            state().loads.write()->noteFailedWrite(db);
         }
         const auto futures = client_->futures.write();
         installMainContracts(market, mains, *futures);

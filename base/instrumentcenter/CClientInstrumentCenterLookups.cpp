@@ -140,7 +140,9 @@ void CClientInstrumentCenter::addMarket(uint64 marketHash, const std::string& ma
         }
         return;
     }
-    const std::vector<InstrumentPtr> records = readRecords<CInstrumentDetail>(db);
+    // What a load is about to replace counts as dropped.
+    const bool dropped = client_->replaced.read()->count(db) != 0;
+    const auto records = dropped ? std::vector<InstrumentPtr>() : readRecords<CInstrumentDetail>(db);
     if (records.empty()) {
         getCachedDatas(marketHash, out);
     }

@@ -119,10 +119,17 @@ void CClientInstrumentCenter::doInitEtfs(const std::vector<boost::shared_ptr<CET
         std::swap(client_->etfs.write()->unsaved, unsaved);
     }
     std::swap(client_->etfs.write()->keys, keys);
-    clearDatas({kEtfInstruments});
-    state().loads.write()->receive({{marketKey(kEtfInstruments), received}});
-    createExchangeDatas(grouped, kEtfInstruments);
+    replaceMarket(kEtfInstruments, grouped, received);
     client_->names.updateDbName(kAllEtfs, db);
+}
+
+void CClientInstrumentCenter::replaceMarket(
+    const std::string& market, std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped,
+    std::size_t received) {
+    Replacement replacement(client_->replaced);
+    forgetMarkets({market}, replacement);
+    state().loads.write()->receive({{marketKey(market), received}});
+    writeMarkets(grouped, market, replacement);
 }
 
 bool CClientInstrumentCenter::hasEtf(const std::string& code) {
@@ -194,9 +201,7 @@ void CClientInstrumentCenter::doInitBonds(const std::map<std::string, boost::sha
     std::swap(*client_->bondCatalogue.write(), fresh);
     client_->bonds.refresh(bondByKey);
     std::swap(*client_->interbankCodes.write(), interbankCodes);
-    clearDatas({market::kInterbank});
-    state().loads.write()->receive({{marketKey(market::kInterbank), received}});
-    createExchangeDatas(grouped, market::kInterbank);
+    replaceMarket(market::kInterbank, grouped, received);
     client_->names.updateDbName(kBankBonds, db);
 }
 

@@ -15,6 +15,7 @@
 #include "base/instrumentcenter/store/DBBuilder.h"
 #include "base/instrumentcenter/store/Documents.h"
 #include "base/instrumentcenter/store/RecordCache.h"
+#include "base/instrumentcenter/store/Replacement.h"
 #include "base/instrumentcenter/vocabulary/Markets.h"
 #include "platform/net/RPCEngine.h"
 
@@ -85,6 +86,7 @@ struct ClientState {
     CodeIndex codeIndex;
     const Classifier classifier;
     Guarded<ParkedRecords> failedDatas;
+    Guarded<DroppedDatabases> replaced;
     RecordCache<CInstrumentDetail> instruments;
     RecordCache<CBondInfoDetail> bonds;
     RecordCache<COTCFundPlanInfo> plans;

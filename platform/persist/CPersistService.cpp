@@ -180,7 +180,7 @@ void CPersistService::setEngine(std::shared_ptr<StoreEngine> engine) {
 
 bool CPersistService::initDb(const std::string& db, bool empty) {
     return state_->run("open", db, StoreEngine::Mode::Create,
-                       [&](StoreDatabase& database) { return empty ? database.clear() : StoreStatus(); });
+                       [&](StoreDatabase& database) { return empty ? database.replace({}) : StoreStatus(); });
 }
 
 bool CPersistService::writeData(const std::string& db, const std::string& key, const bson::BSONObj& value,
@@ -229,6 +229,11 @@ StoreStatus differingSizes(std::size_t keys, std::size_t values) {
 
 constexpr const char* kBadKey = "a field or key is empty, too long or holds a NUL";
 
+/// Why a batch of documents cannot be written, if so.
+StoreStatus checkDocuments(const std::vector<StoreEntry>& documents) {
+    return areSafeKeys(documents) ? checkEntries(documents) : StoreStatus::failure(kBadKey);
+}
+
 }  // namespace
 
 bool CPersistService::writeDatas(const std::string& db, const std::vector<std::string>& keys,
@@ -243,8 +248,15 @@ bool CPersistService::writeDatas(const std::string& db, const std::vector<std::s
 bool CPersistService::writeDocuments(const std::string& db, const std::vector<StoreEntry>& documents, bool onlyNew,
                                      const std::vector<std::string>& removed) {
     return state_->run("write", db, StoreEngine::Mode::WriteExisting, [&](StoreDatabase& database) {
-        const StoreStatus status = areSafeKeys(documents) ? checkEntries(documents) : StoreStatus::failure(kBadKey);
+        const StoreStatus status = checkDocuments(documents);
         return status.ok() ? stillThere(database, database.put(documents, onlyNew, removed)) : status;
+    });
+}
+
+bool CPersistService::replaceDocuments(const std::string& db, const std::vector<StoreEntry>& documents) {
+    return state_->run("write", db, StoreEngine::Mode::WriteExisting, [&](StoreDatabase& database) {
+        const StoreStatus status = checkDocuments(documents);
+        return status.ok() ? stillThere(database, database.replace(documents)) : status;
     });
 }
 
@@ -388,7 +400,7 @@ bool CPersistService::removeData(const std::string& db, const std::string& key) 
 void CPersistService::dropAllData(const std::string& db) {
     if (!db.empty()) {
         state_->run("drop", db, StoreEngine::Mode::WriteExisting,
-                    [](StoreDatabase& database) { return database.clear(); });
+                    [](StoreDatabase& database) { return database.replace({}); });
     }
 }
 

@@ -55,6 +55,10 @@ public:
     bool writeDocuments(const std::string& db, const std::vector<StoreEntry>& documents, bool onlyNew,
                         const std::vector<std::string>& removed = {});
 
+    /// Removes every document and sub-document and stores these in their place, in one transaction: whoever reads, also
+    /// after a crash, finds what was there before or these, all of them.
+    bool replaceDocuments(const std::string& db, const std::vector<StoreEntry>& documents);
+
     /// Given the key and the bytes of a document, which are valid only during the call and not yet checked; answers
     /// whether to go on. Must not call the service again.
     using Visitor = std::function<bool(std::string_view key, std::string_view bytes)>;

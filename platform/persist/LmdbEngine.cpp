@@ -157,7 +157,7 @@ public:
                     const std::vector<std::string>& erased) override;
     StoreStatus get(std::string_view key, const Visitor& visit) override;
     StoreStatus scan(std::string_view prefix, const Visitor& visit) override;
-    StoreStatus clear() override;
+    StoreStatus replace(const std::vector<StoreEntry>& entries) override;
 
 private:
     using Reader = MDB_txn*;
@@ -215,6 +215,8 @@ private:
     int remap(std::size_t bytes);
     int makeRoom(std::size_t bytes);
     int erase(MDB_txn* transaction, const std::string& name);
+    template <class Prepare>
+    StoreStatus write(const std::vector<StoreEntry>& entries, bool onlyNew, Prepare prepare);
     StoreStatus ended(int code, const char* step);
     StoreStatus checkPages(int fd);
 
@@ -587,11 +589,9 @@ int LmdbDatabase::erase(MDB_txn* transaction, const std::string& name) {
     return code;
 }
 
-StoreStatus LmdbDatabase::put(const std::vector<StoreEntry>& entries, bool onlyNew,
-                              const std::vector<std::string>& erased) {
-    if (entries.empty() && erased.empty()) {
-        return {};
-    }
+/// One transaction: `prepare`, which is given the transaction, then the entries.
+template <class Prepare>
+StoreStatus LmdbDatabase::write(const std::vector<StoreEntry>& entries, bool onlyNew, Prepare prepare) {
     // In key order each page is visited once; into an empty tree, pages are filled to the brim without a search.
     std::vector<std::size_t> order(entries.size());
     std::iota(order.begin(), order.end(), std::size_t{0});
@@ -601,10 +601,7 @@ StoreStatus LmdbDatabase::put(const std::vector<StoreEntry>& entries, bool onlyN
         entries.begin(), entries.end(), std::size_t{0},
         [](std::size_t sum, const StoreEntry& entry) { return sum + entry.key.size() + entry.value.size(); });
     return writing("write", bytes, [&](MDB_txn* transaction) {
-        int code = MDB_SUCCESS;
-        for (std::size_t i = 0; code == MDB_SUCCESS && i < erased.size(); ++i) {
-            code = erase(transaction, erased[i]);
-        }
+        int code = prepare(transaction);
         MDB_stat stat{};
         code = code == MDB_SUCCESS ? mdb_stat(transaction, tree_, &stat) : code;
         const unsigned flags = (onlyNew ? static_cast<unsigned>(MDB_NOOVERWRITE) : 0U) |
@@ -618,6 +615,20 @@ StoreStatus LmdbDatabase::put(const std::vector<StoreEntry>& entries, bool onlyN
             MDB_val value = valueOf(entry.value);
             code = mdb_put(transaction, tree_, &key, &value, flags);
             code = code == MDB_KEYEXIST && onlyNew ? MDB_SUCCESS : code;
+        }
+        return code;
+    });
+}
+
+StoreStatus LmdbDatabase::put(const std::vector<StoreEntry>& entries, bool onlyNew,
+                              const std::vector<std::string>& erased) {
+    if (entries.empty() && erased.empty()) {
+        return {};
+    }
+    return write(entries, onlyNew, [&](MDB_txn* transaction) {
+        int code = MDB_SUCCESS;
+        for (std::size_t i = 0; code == MDB_SUCCESS && i < erased.size(); ++i) {
+            code = erase(transaction, erased[i]);
         }
         return code;
     });
@@ -646,8 +657,8 @@ StoreStatus LmdbDatabase::scan(std::string_view prefix, const Visitor& visit) {
     });
 }
 
-StoreStatus LmdbDatabase::clear() {
-    return writing("clear", 0, [&](MDB_txn* transaction) { return mdb_drop(transaction, tree_, 0); });
+StoreStatus LmdbDatabase::replace(const std::vector<StoreEntry>& entries) {
+    return write(entries, false, [&](MDB_txn* transaction) { return mdb_drop(transaction, tree_, 0); });
 }
 
 /// Every environment that this process has open, whichever engine opened it: the library allows one per directory, and
@@ -770,6 +781,12 @@ private:
         std::shared_ptr<LmdbDatabase> database = openFresh(directory, mode == Mode::ReadExisting, status);
         if (!database && mode == Mode::WriteExisting && status.failed() && ::access(directory.c_str(), W_OK) != 0) {
             database = openFresh(directory, true, status);
+        }
+        struct stat after {};
+        if (database && (::stat(directory.c_str(), &after) != 0 || !(idOf(after) == idOf(file)))) {
+            database->retire();  // its two files may come from two directories
+            database = nullptr;
+            status = StoreStatus::failure("removed or replaced while it was opened");
         }
         if (database) {
             registry_.entries.insert_or_assign(idOf(file), Registry::Entry{database.get(), database});

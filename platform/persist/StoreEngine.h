@@ -56,7 +56,8 @@ public:
     virtual StoreStatus get(std::string_view key, const Visitor& visit) = 0;
     /// Visits the entries whose key begins with `prefix`, in ascending order of their keys.
     virtual StoreStatus scan(std::string_view prefix, const Visitor& visit) = 0;
-    virtual StoreStatus clear() = 0;
+    /// Removes every entry and puts these, which may be none, in one step: readers see all of the old or of the new.
+    virtual StoreStatus replace(const std::vector<StoreEntry>& entries) = 0;
 
     /// Whether the directory that the database was opened from still leads to it.
     virtual bool isCurrent() const = 0;

@@ -64,11 +64,6 @@ inline persist::CPersistService& store() {
     return *persist::CPersistService::instance();
 }
 
-/// Opens the database and writes the batch; false when either fails.
-inline bool save(const std::string& db, const DocumentBatch& batch) {
-    return store().initDb(db, false) && store().writeDocuments(db, batch.documents(), false);
-}
-
 /// How the bytes of a document become a record of a class: null when they do not.
 template <class Record>
 using DocumentReader = boost::shared_ptr<Record> (*)(std::string_view bytes);

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "BsonForm.h"
+#include "RivalStores.h"
 #include "StoreWorkload.h"
 #include "platform/utils/HashInline.h"
 
@@ -26,6 +27,7 @@ constexpr int kWarmingRounds = 3;
 constexpr std::size_t kSampleDocuments = 1024;
 constexpr double kCachedReadAtMost = 3;
 constexpr double kStoreReadAtMost = 0.7;
+constexpr double kRivalReadAtMost = 0.5;
 constexpr double kDecodeAtMost = 0.4;
 constexpr double kEncodeAtMost = 0.25;
 constexpr double kLeastStoreScaling = 1.8;
@@ -217,6 +219,34 @@ void StoreWorkload::fillBareStores() {
             ++next;
             return true;
         });
+    }
+}
+
+void StoreWorkload::visitDocuments(const BareStore::Visitor& visit) const {
+    for (const auto& [market, bare] : bareByMarket_) {
+        bare->visitAll(visit);
+    }
+}
+
+void addRivalReads(Suite& suite, const StoreWorkload& workload) {
+    struct Rival {
+        TemporaryDirectory directory;
+        std::unique_ptr<RivalStore> store;
+    };
+    for (const RivalKind& kind : rivalStores()) {
+        const auto rival = std::make_shared<Rival>();
+        rival->store = kind.open(rival->directory.path());
+        workload.visitDocuments(
+            [&](std::string_view key, std::string_view bytes) { rival->store->put(std::string(key), bytes); });
+        rival->store->finish();
+        Series series = readSeries(kStoreRead, kind.name, workload, 1);
+        series.centerAtMost = kRivalReadAtMost;
+        const auto ask = [rival](const Question& question) {
+            InstrumentPtr record;
+            rival->store->read(question.documentKey, [&](std::string_view bytes) { record = decoded(bytes); });
+            return record;
+        };
+        suite.add(series, askCold(workload.questions(), [ask] { return ask; }));
     }
 }
 

@@ -47,6 +47,8 @@ public:
     const std::vector<Question>& questions() const { return questions_; }
     const Records& records() const { return records_; }
     const BareStore& bare(const std::string& market) const { return *bareByMarket_.at(market); }
+    /// Visits every document in the bare stores.
+    void visitDocuments(const BareStore::Visitor& visit) const;
 
 private:
     void fillBareStores();
@@ -59,6 +61,9 @@ private:
     mxservice::CServerInstrumentCenter server_{"bench"};
     mxservice::CClientInstrumentCenter client_{"bench", kCachedRecords, kCachedRecords, kCachedRecords};
 };
+
+/// Adds single reads from stores of other makes. `workload` must outlive the suite's run.
+void addRivalReads(Suite& suite, const StoreWorkload& workload);
 
 /// Adds single reads and the list of a market with 1 and 2 threads, and the coding of documents. `workload` must
 /// outlive the suite's run.

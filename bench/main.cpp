@@ -30,7 +30,7 @@ struct Options {
 
 constexpr const char* kUsage =
     "center_bench [--quick] [--json FILE] [--size N]... [options of Google Benchmark]\n"
-    "  --quick      no day of 3,000,000 instruments, shorter runs\n"
+    "  --quick      no day of 3,000,000 instruments, no stores of other makes, shorter runs\n"
     "  --json FILE  every run, for scripts\n"
     "  --size N     this many instruments instead; may be repeated\n"
     "  --benchmark_filter=REGEX matches what/who/size/keys/threads, as in 'lookup by text/.*/300000/Zipf/1'\n"
@@ -141,12 +141,15 @@ void measure(std::size_t size, std::vector<Result>& results, std::vector<Memory>
 }
 
 /// Reads and loads take turns, because the process has one store.
-void measureStore(std::size_t size, std::vector<Result>& results, std::vector<Footprint>& footprints) {
+void measureStore(std::size_t size, bool rivals, std::vector<Result>& results, std::vector<Footprint>& footprints) {
     std::cerr << fmt::format("{} instruments: storing and reading them\n", size);
     {
         StoreWorkload workload(size);
         Suite suite;
         addStoreReads(suite, workload);
+        if (rivals) {
+            addRivalReads(suite, workload);
+        }
         runSuite(suite, results);
     }
     malloc_trim(0);
@@ -201,7 +204,7 @@ int run(int count, char** arguments) {
         malloc_trim(0);
     }
     for (const std::size_t size : options.storeSizes) {
-        measureStore(size, results, footprints);
+        measureStore(size, !options.quick, results, footprints);
         malloc_trim(0);
     }
     measureEtfLoads(results);

@@ -133,7 +133,7 @@ public:
     bool isInterestProduct(const std::string& productId) override;
     void clearPersist(const std::string& path) override;
 
-    // Behind the interface's slots, in this order; declared by both centers.
+    // Behind the interface's slots, in this order; declared by both centers. Misses, I/O and cost as hasStock.
 
     /// In "NYSE".
     virtual bool hasNyseStock(const std::string& code);
@@ -145,13 +145,22 @@ public:
     CenterStatistics statistics() const;
 
 protected:
-    // The steps of the loads, for a host's derived class. `grouped` maps market keys to stock keys to records.
+    /// @name The steps of the loads
+    /// For a host's derived class; not virtual. `grouped` and `datas` map market keys to stock keys to records. Each is
+    /// what the operation of its name says, without further checks; misses, I/O and threads as in the public
+    /// operations.
+    /// @{
 
+    /// What initInstruments does.
     void doInitInstruments(const std::vector<std::string>& markets,
                            const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments);
+    /// What initEtfs does.
     void doInitEtfs(const std::vector<boost::shared_ptr<CETFDetail>>& etfs);
+    /// What initBonds does.
     void doInitBonds(const std::map<std::string, boost::shared_ptr<CBondInfoDetail>>& bonds);
+    /// What initCounterpartys does.
     void doInitCounterpartys(const std::map<std::string, boost::shared_ptr<CCounterpartyDetail>>& counterparties);
+    /// What initOtcInstruments does.
     void doInitOtcInstruments(const std::vector<boost::shared_ptr<COTCFundPlanInfo>>& plans);
 
     /// Adds records to `datas` (market key to stock key to record) and their connect flag values to `flags` (Hong Kong
@@ -159,11 +168,12 @@ protected:
     void doProcessInstrument(const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
                              std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& datas,
                              std::map<uint64, std::map<uint64, std::int32_t>>& flags);
-    /// Keep what a load brings of "HGT", "HK" and "SGT" (resp. "SH" and "SHFI") in the raw databases, and put into
-    /// `extra` what those hold of the sub-markets that the load does not bring.
+    /// Keeps what a load brings of "HGT", "HK" and "SGT" in the raw databases, and puts into `extra` what those hold of
+    /// the sub-markets that the load does not bring.
     void tryMergeHkExchangeDatas(const std::vector<std::string>& markets,
                                  const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
                                  std::vector<boost::shared_ptr<CInstrumentDetail>>& extra);
+    /// The same for "SH" and "SHFI".
     void tryMergeSHExchangeDatas(const std::vector<std::string>& markets,
                                  const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
                                  std::vector<boost::shared_ptr<CInstrumentDetail>>& extra);
@@ -171,15 +181,21 @@ protected:
     /// records' own. A market whose write fails is left empty in `datas`.
     void createExchangeDatas(std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& datas,
                              std::string market);
+    /// Main contracts of each futures exchange and of each product; those of an exchange are written to "OvIns_FUMAIN".
     void createFutureMainDatas(const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+    /// Contracts of each futures product, written to "OvIns_FUPROD".
     void createFutureProdcutDatas(
         const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+    /// The legs of the Dalian spreads; nothing when `grouped` has no "DCE".
     void createFutureDceDatas(const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+    /// IPO and CDR codes; nothing unless `markets` names "SH", "SZ" or "BJ".
     void createStockCodes(const std::vector<std::string>& markets,
                           const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+    /// NEEQ inquiry codes; none found leaves the former ones.
     void createNeeqCodes(const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+    /// Underlyings of stock options, for the exchanges that `grouped` has.
     void createStkOptionCodes(const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
-
+    /// The outer-market tables.
     void createOutterProductDatas(
         const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
 
@@ -191,6 +207,7 @@ protected:
     void clearDatas(const std::vector<std::string>& markets);
     /// The exchanges of a trader type in their order; empty for an unknown type.
     std::list<std::string> getExchanges(EOvTraderType type);
+    /// @}
 
 private:
     /// The records that getInstrument answers for the keys.

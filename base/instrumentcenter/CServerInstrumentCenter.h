@@ -123,7 +123,7 @@ public:
     std::map<std::string, std::string> getOutterMarket() override;
     std::map<std::string, std::set<std::string>> getMarketProductList() override;
 
-    // Behind the interface's slots, in this order; declared by both centers.
+    // Behind the interface's slots, in this order; declared by both centers. Misses, I/O and cost as hasStock.
 
     /// In "NYSE".
     virtual bool hasNyseStock(const std::string& code);
@@ -135,34 +135,50 @@ public:
     CenterStatistics statistics() const;
 
 protected:
-    // The steps of the loads, for a host's derived class. `grouped` maps market keys to stock keys to records.
+    /// @name The steps of the loads
+    /// For a host's derived class; not virtual. `grouped` and `datas` map market keys to stock keys to records. Each is
+    /// what the operation of its name says, without further checks; misses, I/O and threads as in the public
+    /// operations.
+    /// @{
 
+    /// What initInstruments does.
     void doInitInstruments(const std::vector<std::string>& markets,
                            const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments);
     /// Indexes Hong Kong from the kept "HGT", "SGT" and "HK" snapshots; of one code's records the last in this order
     /// wins. Derived catalogues are not rebuilt.
     void doInitGgtInstruments();
+    /// What initEtfs does.
     void doInitEtfs(const std::vector<boost::shared_ptr<CETFDetail>>& etfs);
+    /// What initBonds does.
     void doInitBonds(const std::map<std::string, boost::shared_ptr<CBondInfoDetail>>& bonds);
+    /// What initCounterpartys does.
     void doInitCounterpartys(const std::map<std::string, boost::shared_ptr<CCounterpartyDetail>>& counterparties);
+    /// What initOtcInstruments does.
     void doInitOtcInstruments(const std::vector<boost::shared_ptr<COTCFundPlanInfo>>& plans);
 
     /// Writes the indexes, market by market. Keys of an earlier load that `grouped` lacks still answer getInstrument
     /// and hasCode; only the market's own list forgets them.
     void createExchangeDatas(const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+    /// Main contracts of each futures exchange and of each product.
     void createFutureMainDatas(const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+    /// Deliberately nothing but a line in the log.
     void createFutureProdcutDatas(
         const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+    /// The legs of the Dalian spreads; nothing when `grouped` has no "DCE".
     void createFutureDceDatas(const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+    /// IPO and CDR codes; nothing unless `markets` names "SH", "SZ" or "BJ".
     void createStockCodes(const std::vector<std::string>& markets,
                           const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+    /// NEEQ inquiry codes; none found leaves the former ones.
     void createNeeqCodes(const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
+    /// Underlyings of stock options, for the exchanges that `grouped` has.
     void createStkOptionCodes(const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
 
     /// Removes whole markets, keys and records; "HGT" and "SGT" stand for "HK".
     void clearDatas(const std::vector<std::string>& markets);
     /// The exchanges of a trader type in their order; empty for an unknown type.
     std::list<std::string> getExchanges(EOvTraderType type);
+    /// @}
 
 private:
     std::unique_ptr<ServerState> server_;

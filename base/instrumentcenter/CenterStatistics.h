@@ -34,7 +34,7 @@ struct LoadReport {
 
 /// A record cache of the persisted center. Counts run from its construction.
 struct CacheUse {
-    std::string name;
+    std::string name;             ///< what it caches
     std::uint64_t capacity = 0;   ///< records
     std::uint64_t used = 0;       ///< records
     std::uint64_t hits = 0;       ///< lookups of known keys that the cache answered
@@ -44,8 +44,8 @@ struct CacheUse {
 
 /// A table in memory.
 struct IndexSize {
-    std::string name;
-    std::uint64_t keys = 0;
+    std::string name;        ///< what it finds
+    std::uint64_t keys = 0;  ///< entries
     /// What the table itself has allocated: slots, nodes and texts, free slots included. Neither the records that it
     /// points to nor the allocator's own rounding.
     std::uint64_t bytes = 0;
@@ -53,8 +53,8 @@ struct IndexSize {
 
 /// A database that refused at least one write since the center's construction.
 struct FailedWrites {
-    std::string database;
-    std::uint64_t writes = 0;
+    std::string database;      ///< its name in the store
+    std::uint64_t writes = 0;  ///< transactions refused
 };
 
 /// What a center knows of its own work: a value, the caller's own. Each part is of one moment, the parts are of moments
@@ -64,7 +64,7 @@ struct CenterStatistics {
     std::vector<MarketLoad> markets;         ///< every market loaded so far, in the order of the names
     std::vector<FailedWrites> failedWrites;  ///< in the order of the names; empty in the in-memory center
     std::vector<CacheUse> caches;            ///< empty in the in-memory center
-    std::vector<IndexSize> indexes;
+    std::vector<IndexSize> indexes;          ///< every table that grows with the catalogue
 };
 
 }  // namespace mxservice

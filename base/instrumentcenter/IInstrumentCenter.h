@@ -45,29 +45,43 @@ struct InterfaceState;
 /// The virtual operations stand in the order of their slots, which callers compiled elsewhere rely on.
 class PM_CENTER_API IInstrumentCenter {
 public:
-    // Loads. Each replaces what its catalogue held, instruments by market. Empty pointers are skipped.
+    /// @name Loads
+    /// Each replaces what its catalogue held, instruments by market; the others stay. Empty pointers are skipped. A
+    /// load answers nothing: what became of its records is in the center's statistics(), failed writes are in the log.
+    /// I/O: none in the in-memory center. In the persisted one instruments, ETFs, bonds and OTC plans are written to
+    /// the store, flushed to disk before the call returns; the rest stays in memory. Cost: with the number of records;
+    /// docs/persistence.md has numbers for the store.
+    /// @{
 
     /// Loads the snapshot of instrument records of `markets`. Markets that the records name are replaced, others stay.
     /// The derived catalogues are rebuilt. In the in-memory center a call for exactly one of "HGT", "SGT" or "HK" only
     /// keeps the records; Hong Kong is indexed once both connect markets have arrived.
     virtual void initInstruments(const std::vector<std::string>& markets,
                                  const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) = 0;
+    /// Loads the funds, and files the instruments that stand for their creation and redemption under "ETFINSTS".
     virtual void initEtfs(const std::vector<boost::shared_ptr<CETFDetail>>& etfs) = 0;
-    /// Keyed by bond code.
+    /// Loads the interbank bonds, by bond code, and files the instruments that stand for them under "BANK".
     virtual void initBonds(const std::map<std::string, boost::shared_ptr<CBondInfoDetail>>& bonds) = 0;
-    /// Keyed by counterparty id.
+    /// Loads the counterparties, by id.
     virtual void initCounterpartys(
         const std::map<std::string, boost::shared_ptr<CCounterpartyDetail>>& counterparties) = 0;
+    /// Loads the OTC fund plans, by market and code; of two with one key the first stays.
     virtual void initOtcInstruments(const std::vector<boost::shared_ptr<COTCFundPlanInfo>>& plans) = 0;
+    /// Loads the OTC issuance records, by code.
     virtual void initIssuanceInfos(const std::vector<boost::shared_ptr<COTCSecuritiesIssuanceInfo>>& issuances) = 0;
-    /// Keyed by code. The in-memory center keeps no price settings and does nothing.
+    /// Loads the price settings of OTC issuances, by code. The in-memory center keeps none and does nothing.
     virtual void initIssuancePriceInfos(
         const std::map<std::string, boost::shared_ptr<COTCStockEnquiryPriceSetting>>& settings) = 0;
-    /// Keyed by code.
+    /// Loads the tender bonds, by code.
     virtual void initTenderBondInfos(
         const std::map<std::string, boost::shared_ptr<CTenderBondInfoDetail>>& tenderBonds) = 0;
+    /// @}
 
-    // Changes. A batch is applied record by record; readers may see part of it.
+    /// @name Changes
+    /// A batch is applied record by record; readers may see part of it. Empty pointers are skipped; removing what is
+    /// not there changes nothing. No I/O in either center. Cost: one probe of an index a record, under its exclusive
+    /// lock.
+    /// @{
 
     /// Inserts or replaces each plan. The persisted center does nothing.
     virtual void updateOtcInstruments(const std::vector<boost::shared_ptr<COTCFundPlanInfo>>& plans) = 0;
@@ -82,8 +96,13 @@ public:
     virtual void updateTenderBondInfos(const std::vector<boost::shared_ptr<CTenderBondInfoDetail>>& tenderBonds) = 0;
     /// Inserts, replaces or, with the record's removal flag set, removes one. The in-memory center does nothing.
     virtual void updateCounterpartyInfo(const boost::shared_ptr<CCounterpartyDetail>& counterparty) = 0;
+    /// @}
 
-    // What a key is. One probe of an index in memory; no I/O; no allocation.
+    /// @name What a key is
+    /// False for a key that is not known. No I/O in either center. Cost: one hash of the text and one probe of an index
+    /// in memory under its shared lock; no allocation. hasIssuance, and in the persisted center hasEtf, hasOtc and
+    /// hasTenderBond, search an ordered table instead.
+    /// @{
 
     /// The key exists in any market; folds "HGT" and "SGT".
     virtual bool hasCode(const std::string& code) = 0;
@@ -100,6 +119,7 @@ public:
     virtual bool hasOption(const std::string& code) = 0;
     /// Deliberately the same answer as hasFuture.
     virtual bool hasFutureOption(const std::string& code) = 0;
+    /// In "NEEQ".
     virtual bool hasNeeq(const std::string& code) = 0;
     /// In "SHGE".
     virtual bool hasGold(const std::string& code) = 0;
@@ -107,6 +127,7 @@ public:
     virtual bool hasEtf(const std::string& code) = 0;
     /// In "BANK".
     virtual bool hasBond(const std::string& code) = 0;
+    /// An OTC fund plan, by market and code.
     virtual bool hasOtc(const std::string& code) = 0;
     /// By the issuance code itself.
     virtual bool hasIssuance(const std::string& code) = 0;
@@ -116,8 +137,15 @@ public:
     virtual bool hasOuterFuture(const std::string& code) = 0;
     /// hasNyseStock or hasNasdaqStock, asked through their slots.
     virtual bool hasOuterStock(const std::string& code) = 0;
+    /// @}
 
-    // One record. In-memory center: two cache lines. Persisted center: the record cache, else one document is read.
+    /// @name One instrument
+    /// An empty pointer for a key that is not known, and in the persisted center for a known one whose document is lost
+    /// or damaged (which is logged). The record stays valid, and as it is, for as long as the caller holds the pointer,
+    /// whatever is loaded meanwhile. In-memory center: no I/O; one hash and one probe, two cache lines. Persisted
+    /// center: an unknown key costs one probe; a cached record one mutex; any other one is read from the store's mapped
+    /// file, which may wait for the disk, and enters the cache.
+    /// @{
 
     /// By 64-bit stock key.
     virtual boost::shared_ptr<CInstrumentDetail> getInstrument(uint64 key) = 0;
@@ -126,27 +154,44 @@ public:
     virtual boost::shared_ptr<CInstrumentDetail> getInstrument(const std::string& code) = 0;
     /// By market and code; folds a market "HGT" or "SGT".
     virtual boost::shared_ptr<CInstrumentDetail> getInstrument(const std::string& market, const std::string& code) = 0;
+    /// @}
 
-    // Many records, keyed by the stock key text made of each record's own market and code; a connect listing stands
-    // under its connect market. What `out` holds already stays; of two records with one key text the first stays. The
-    // persisted center reads every document of the markets concerned.
+    /// @name Many instruments
+    /// Keyed by the stock key text made of each record's own market and code; a connect listing stands under its
+    /// connect market. What `out` holds already stays; of two records with one key text the first stays. An unknown
+    /// market adds nothing. In-memory center: no I/O; a probe and a map entry for each record. Persisted center: reads
+    /// every document of the markets concerned from the store, each into a new record, past the record cache; a
+    /// database that cannot be read is logged and adds nothing. Cost: with the number of records; not for every tick.
+    /// @{
 
     /// Appends one market's records in the order of their key texts.
     virtual void getInstruments(const std::string& market, std::list<boost::shared_ptr<CInstrumentDetail>>& out) = 0;
+    /// Adds the records of several markets.
     virtual void getInstruments(const std::list<std::string>& markets,
                                 std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) = 0;
-    /// The records of a trader type's exchanges; type 2 without futures options, type 1024 nothing but those; a few
-    /// types stand for everything. An unknown type gives nothing.
+    /// Adds the records of a trader type's exchanges; type 2 without futures options, type 1024 nothing but those; a
+    /// few types stand for everything. An unknown type gives nothing.
     virtual void getInstruments(EOvTraderType type,
                                 std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) = 0;
+    /// Adds every record there is.
     virtual void getInstruments(std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) = 0;
+    /// The records of several markets.
     virtual std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getInstruments(
         const std::list<std::string>& markets) = 0;
+    /// One market's records; "HGT" and "SGT" mean "HK".
     virtual std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getInstruments(const std::string& market) = 0;
+    /// The records of a trader type, as above.
     virtual std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getInstruments(EOvTraderType type) = 0;
+    /// Every record there is.
     virtual std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getInstruments() = 0;
+    /// @}
 
-    // Futures
+    /// @name Futures
+    /// An empty container or text for a market, product or instrument that is not known. In-memory center: no I/O; one
+    /// probe a contract. Persisted center: main contracts of a market and contracts of a product are one sweep of a
+    /// field in the store; getProductMainInstruments and getProductId go the way of getInstrument; spreads and names
+    /// come from memory.
+    /// @{
 
     /// The main contracts of a futures exchange by stock key text.
     virtual std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getFutureMainInstruments(
@@ -163,10 +208,17 @@ public:
     virtual std::vector<std::pair<std::string, std::string>> getDceCrossProduct() = 0;
     /// The legs of the Dalian inter-period spreads ("SP a2101&a2105" gives "a2101" and "a2105").
     virtual std::vector<std::pair<std::string, std::string>> getDceCrossPeriod() = 0;
+    /// @}
 
-    // ETFs, bonds, counterparties
+    /// @name ETFs, bonds, counterparties, tender bonds
+    /// An empty pointer, text or container on a miss. In-memory center: no I/O. Persisted center: an unknown fund costs
+    /// one search; a known one is read from the store each time, without a cache; a bond comes from the bond cache or
+    /// the store, also for an unknown key; getEtfs and getBonds read their whole database. Counterparties, tender bonds
+    /// and interbank codes are in memory in both, in ordered tables.
+    /// @{
 
-    /// By either of the fund's keys.
+    /// By either of the fund's keys. A known fund whose document is lost answers a record of defaults in the persisted
+    /// center.
     virtual boost::shared_ptr<CETFDetail> getEtf(const std::string& code) = 0;
     /// By market and either code; asks getEtf(code) through its slot.
     virtual boost::shared_ptr<CETFDetail> getEtf(const std::string& market, const std::string& code) = 0;
@@ -174,35 +226,54 @@ public:
     virtual std::map<std::string, boost::shared_ptr<CETFDetail>> getEtfs() = 0;
     /// By the 64-bit key of "BANK" and bond code.
     virtual boost::shared_ptr<CBondInfoDetail> getBond(uint64 key) = 0;
+    /// By the stock key text of "BANK" and bond code.
     virtual boost::shared_ptr<CBondInfoDetail> getBond(const std::string& code) = 0;
     /// Keyed by bond code.
     virtual std::map<std::string, boost::shared_ptr<CBondInfoDetail>> getBonds() = 0;
     /// By counterparty id.
     virtual boost::shared_ptr<CCounterpartyDetail> getCounterparty(const std::string& id) = 0;
+    /// All of them, keyed by id.
     virtual std::map<std::string, boost::shared_ptr<CCounterpartyDetail>> getCounterpartys() = 0;
     /// The interbank bond code of an "SH" or "SZ" listing; always empty in the in-memory center.
     virtual std::string getInterbankCode(const std::string& code) = 0;
+    /// @}
 
-    // OTC
+    /// @name OTC plans, issuances, tender bonds
+    /// An empty pointer or container on a miss. In-memory center: no I/O. Persisted center: a plan comes from the plan
+    /// cache or the store, an unknown one costs one search; getOtcInstruments() reads the whole database of plans;
+    /// issuances, price settings and tender bonds are in memory in both.
+    /// @{
 
     /// Appends the plans of a group, -1 for all. The persisted center leaves `out` as it is.
     virtual void getOtcInstruments(int group, std::vector<boost::shared_ptr<COTCFundPlanInfo>>& out) = 0;
     /// Every plan as an instrument, by stock key text.
     virtual std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getOtcInstruments() = 0;
+    /// By the stock key text of the plan.
     virtual boost::shared_ptr<COTCFundPlanInfo> getOtcInstrument(const std::string& code) = 0;
+    /// All of them, keyed by code.
     virtual std::map<std::string, boost::shared_ptr<COTCSecuritiesIssuanceInfo>> getIssuanceInfos() = 0;
+    /// By the issuance code itself.
     virtual boost::shared_ptr<COTCSecuritiesIssuanceInfo> getIssuanceInfo(const std::string& code) = 0;
-    /// Always empty in the in-memory center, as the next one.
+    /// All of them, keyed by code. Always empty in the in-memory center, as the next one.
     virtual std::map<std::string, boost::shared_ptr<COTCStockEnquiryPriceSetting>> getIssuancePriceInfos() = 0;
+    /// By the code of its issuance.
     virtual boost::shared_ptr<COTCStockEnquiryPriceSetting> getIssuancePriceInfo(const std::string& code) = 0;
+    /// All tender bonds, keyed by code.
     virtual std::map<std::string, boost::shared_ptr<CTenderBondInfoDetail>> getTrenderBondInfos() = 0;
+    /// By the tender bond's code itself.
     virtual boost::shared_ptr<CTenderBondInfoDetail> getTenderBondInfo(const std::string& code) = 0;
+    /// @}
 
-    // Outer (foreign) futures markets; always empty in the in-memory center.
+    /// @name Outer (foreign) futures markets
+    /// An empty text or container, or false, on a miss and always in the in-memory center. No I/O; one search in an
+    /// ordered table.
+    /// @{
 
+    /// The display name of a product id.
     virtual std::string getOutterProductName(const std::string& productId) = 0;
     /// Product id to product name.
     virtual std::map<std::string, std::string> getOutterProduct() = 0;
+    /// The display name of an outer market key.
     virtual std::string getOutterMarketName(const std::string& market) = 0;
     /// Outer market key to display name.
     virtual std::map<std::string, std::string> getOutterMarket() = 0;
@@ -213,12 +284,17 @@ public:
     virtual bool isCommodityProduct(const std::string& productId);
     /// Whether the product id is of the interest-rate group; false in the in-memory center.
     virtual bool isInterestProduct(const std::string& productId);
+    /// @}
+
     /// Removes every catalogue database beneath the directory `path` from disk; nothing in the in-memory center. To be
     /// called while no center uses the store. Throws boost::filesystem::filesystem_error when the directory cannot be
     /// read.
     virtual void clearPersist(const std::string& path);
 
-    // Code sets of today, rebuilt by loads. Copies; safe from any thread; never a half-built set.
+    /// @name Code sets of today
+    /// Rebuilt by loads; never half-built. Empty or false on a miss. No I/O in either center. The sets are copies, at
+    /// the cost of their size; the other two search an ordered table.
+    /// @{
 
     /// Today's new issues of all markets, as market directly followed by code ("SH730001").
     std::set<std::string> getStockIpoCodes() const;
@@ -231,6 +307,7 @@ public:
     bool isStkOptionUndlCode(const std::string& market, const std::string& code) const;
     /// The platform code of an instrument code where the persisted center's load noted one; else `code` itself.
     std::string getLumoCode(const std::string& code) const;
+    /// @}
 
     IInstrumentCenter(const IInstrumentCenter&) = delete;
     IInstrumentCenter& operator=(const IInstrumentCenter&) = delete;

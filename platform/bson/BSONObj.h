@@ -30,18 +30,23 @@ public:
     /// document and `*error`, if given, says why and at which byte; on success `*error` is cleared.
     static BSONObj fromBytes(const void* data, std::size_t size, std::string* error = nullptr);
 
+    /// Whether the document has no field.
     bool isEmpty() const;
+    /// Whether a field of that name is there, of whatever type.
     bool hasField(std::string_view name) const;
 
-    /// Field access. The first field of that name counts. A missing field gives an empty text, zero or the empty
-    /// document. Numbers convert between the numeric types: a double is truncated toward zero, and a value outside the
-    /// target's range becomes the nearest end of it. A field of any other type counts as missing.
-    std::string getStringField(std::string_view name) const;
-    std::int32_t getIntField(std::string_view name) const;
-    std::int64_t getLongField(std::string_view name) const;
-    double getDoubleField(std::string_view name) const;
-    bool getBoolField(std::string_view name) const;
-    BSONObj getObjectField(std::string_view name) const;
+    /// @name Field access
+    /// The first field of that name counts. A missing field gives an empty text, zero or the empty document. Numbers
+    /// convert between the numeric types: a double is truncated toward zero, and a value outside the target's range
+    /// becomes the nearest end of it. A field of any other type counts as missing. Cost: a search from the first field.
+    /// @{
+    std::string getStringField(std::string_view name) const;  ///< A text.
+    std::int32_t getIntField(std::string_view name) const;    ///< A number as 32 bits.
+    std::int64_t getLongField(std::string_view name) const;   ///< A number as 64 bits.
+    double getDoubleField(std::string_view name) const;       ///< A number.
+    bool getBoolField(std::string_view name) const;           ///< A truth value, or whether a number is not 0.
+    BSONObj getObjectField(std::string_view name) const;      ///< A nested document; shares the bytes.
+    /// @}
 
     /// The embedded documents of an array in their order; elements of other types are left out. Empty when the field
     /// is missing or no array.
@@ -52,6 +57,7 @@ public:
 
     /// The bytes; valid as long as this document or a copy of it lives.
     const char* objdata() const { return data_; }
+    /// How many they are.
     int objsize() const { return size_; }
 
     /// Canonical extended JSON. Bytes of a text that are not UTF-8 appear as question marks.
@@ -62,6 +68,7 @@ public:
         return std::string_view(left.data_, static_cast<std::size_t>(left.size_)) ==
                std::string_view(right.data_, static_cast<std::size_t>(right.size_));
     }
+    /// Other bytes.
     friend bool operator!=(const BSONObj& left, const BSONObj& right) { return !(left == right); }
 
 private:
@@ -81,17 +88,30 @@ public:
     BSONObjBuilder(const BSONObjBuilder&) = delete;
     BSONObjBuilder& operator=(const BSONObjBuilder&) = delete;
 
-    /// Appends one field. A name holding a NUL byte, a document grown past kMaxDocumentBytes or nested deeper than
-    /// kMaxDocumentDepth makes the whole build fail: obj() then gives the empty document. Texts may hold any bytes.
+    /// @name Appending one field
+    /// A name holding a NUL byte, a document grown past kMaxDocumentBytes or nested deeper than kMaxDocumentDepth makes
+    /// the whole build fail: obj() then gives the empty document. Texts may hold any bytes.
+    /// @{
+
+    /// Text.
     BSONObjBuilder& append(std::string_view name, std::string_view value);
+    /// Text.
     BSONObjBuilder& append(std::string_view name, const std::string& value);
+    /// Text that ends with a NUL.
     BSONObjBuilder& append(std::string_view name, const char* value);
+    /// 32-bit number.
     BSONObjBuilder& append(std::string_view name, std::int32_t value);
+    /// 64-bit number.
     BSONObjBuilder& append(std::string_view name, std::int64_t value);
+    /// Double.
     BSONObjBuilder& append(std::string_view name, double value);
+    /// Truth value.
     BSONObjBuilder& append(std::string_view name, bool value);
+    /// Nested document.
     BSONObjBuilder& append(std::string_view name, const BSONObj& value);
+    /// Array of documents.
     BSONObjBuilder& append(std::string_view name, const std::vector<BSONObj>& values);
+    /// @}
 
     /// False once an append failed.
     bool ok() const;

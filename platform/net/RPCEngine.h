@@ -19,12 +19,14 @@ using Strand = boost::asio::strand<boost::asio::io_context::executor_type>;
 /// work runs `ioContext().run()` on threads of its own. Safe from any thread. Never destroyed.
 class PM_PLATFORM_API RPCEngine {
 public:
+    /// The process's engine; never null.
     static RPCEngine* instance();
 
     /// The strand of that name, made on the first request. The same name gives the same strand for the whole life of
     /// the process; different names give strands that run independently. Never null.
     boost::shared_ptr<Strand> getStrand(const std::string& name);
 
+    /// The event loop, for a host that runs it.
     boost::asio::io_context& ioContext();
 
     RPCEngine(const RPCEngine&) = delete;

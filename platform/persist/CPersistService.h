@@ -29,11 +29,13 @@ namespace persist {
 /// directory's name gets ".damaged-1" and so on behind it) and begins afresh.
 class PM_PLATFORM_API CPersistService {
 public:
+    /// The process's store; never null.
     static CPersistService* instance();
 
     /// Where the databases live; made on demand; a relative path is taken from the working directory of now. Closes
     /// what was open. Until a root is set, every call fails.
     void setRootPath(const std::string& directory);
+    /// The root as an absolute path; empty until one is set.
     std::string rootPath() const;
 
     /// Replaces the storage engine and closes what was open; an empty pointer restores the built-in one.
@@ -46,6 +48,7 @@ public:
     /// False when the two vectors differ in length, a key is empty, longer than 511 bytes or holds a NUL, or a document
     /// is empty: an empty document stands for one that could not be built.
     bool writeData(const std::string& db, const std::string& key, const bson::BSONObj& value, bool onlyNew);
+    /// The same for several documents in one transaction.
     bool writeDatas(const std::string& db, const std::vector<std::string>& keys,
                     const std::vector<bson::BSONObj>& values, bool onlyNew);
 
@@ -79,12 +82,14 @@ public:
     /// field holds. Reading adds to `out`, or empties it first with `replace`; false when the field holds nothing.
     bool writeHashDatas(const std::string& db, const std::vector<std::string>& keys,
                         const std::vector<bson::BSONObj>& values, bool onlyNew, const std::string& field, bool replace);
-    /// Replaces the sub-documents of several fields in one transaction.
+    /// A field with its sub-documents.
     struct Field {
-        std::string name;
-        std::vector<StoreEntry> documents;
+        std::string name;                   ///< any text without a NUL
+        std::vector<StoreEntry> documents;  ///< by key beneath the field
     };
+    /// Replaces the sub-documents of several fields in one transaction.
     bool replaceHashDatas(const std::string& db, const std::vector<Field>& fields);
+    /// Reads the sub-documents of a field.
     bool readHashDatas(const std::string& db, std::map<std::string, bson::BSONObj>& out, const std::string& field,
                        bool replace);
 

@@ -295,6 +295,11 @@ int LmdbDatabase::openEnvironment(std::size_t fileBytes, bool forWriting) {
     if (code == MDB_SUCCESS) {
         environment_ = fresh;
         canWrite_ = forWriting;
+        // The library leaves this one of its files open in programs that the host executes.
+        int dataFile = -1;
+        if (mdb_env_get_fd(fresh, &dataFile) == MDB_SUCCESS) {
+            ::fcntl(dataFile, F_SETFD, FD_CLOEXEC);
+        }
     } else if (fresh != nullptr) {
         mdb_env_close(fresh);
     }

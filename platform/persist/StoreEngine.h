@@ -12,28 +12,34 @@ namespace persist {
 
 /// How a call of the storage engine ended.
 struct StoreStatus {
+    /// The ways.
     enum class Kind {
-        Ok,
+        Ok,        ///< done
         NotFound,  ///< no such key, or no such database
         Failed,    ///< `reason` says why; nothing was changed
         Damaged,   ///< the database's file is not what the engine wrote; `reason` says where
     };
 
-    Kind kind = Kind::Ok;
-    std::string reason;
+    Kind kind = Kind::Ok;  ///< how
+    std::string reason;    ///< why it failed, for the log
 
+    /// Done.
     bool ok() const { return kind == Kind::Ok; }
+    /// Not done, for another reason than that nothing was there.
     bool failed() const { return kind == Kind::Failed || kind == Kind::Damaged; }
 
+    /// Nothing was there.
     static StoreStatus notFound() { return {Kind::NotFound, {}}; }
+    /// Failed, and why.
     static StoreStatus failure(std::string why) { return {Kind::Failed, std::move(why)}; }
+    /// Damaged, and where.
     static StoreStatus damage(std::string why) { return {Kind::Damaged, std::move(why)}; }
 };
 
 /// One key with its value; both belong to the caller.
 struct StoreEntry {
-    std::string_view key;
-    std::string_view value;
+    std::string_view key;    ///< any bytes
+    std::string_view value;  ///< any bytes
 };
 
 /// Stands between a field and the key of a sub-document; no other key holds it. Stored; never change.
@@ -53,6 +59,7 @@ public:
     /// one key the later counts. With `onlyNew`, keys that exist keep their value.
     virtual StoreStatus put(const std::vector<StoreEntry>& entries, bool onlyNew,
                             const std::vector<std::string>& erased) = 0;
+    /// Visits the entry of that key.
     virtual StoreStatus get(std::string_view key, const Visitor& visit) = 0;
     /// Visits the entries whose key begins with `prefix`, in ascending order of their keys.
     virtual StoreStatus scan(std::string_view prefix, const Visitor& visit) = 0;
@@ -68,6 +75,7 @@ class PM_PLATFORM_API StoreEngine {
 public:
     virtual ~StoreEngine();
 
+    /// What opening may do to the disk.
     enum class Mode {
         ReadExisting,   ///< never creates or changes anything but the engine's own lock file
         WriteExisting,  ///< never creates a database

@@ -51,9 +51,10 @@ public:
     bool readDocument(std::string_view bytes, bool resetMissing, std::string* error);
 
 protected:
+    /// Copied through its class alone.
     IData() = default;
-    IData(const IData&) = default;
-    IData& operator=(const IData&) = default;
+    IData(const IData&) = default;             ///< Copied through its class alone.
+    IData& operator=(const IData&) = default;  ///< Copied through its class alone.
 };
 
 /// Same class and every field equal; baskets are compared by content.

@@ -17,6 +17,7 @@ public:
     static bool isFtOptionInstrument(const boost::shared_ptr<CInstrumentDetail>& record);
 };
 
+/// The product group of an outer futures record.
 class PM_PLATFORM_API COutterFutureHelper {
 public:
     /// productGroup is 1, commodity.

@@ -24,9 +24,12 @@ enum class FieldKind : std::uint8_t { Text, Int8, Int32, UInt32, Int64, Double, 
 /// One field of a record class: its document key, what it holds and where.
 class PM_PLATFORM_API Field {
 public:
+    /// A field of that document key, `offset` bytes from the start of the record.
     Field(std::string name, FieldKind kind, std::size_t offset);
 
+    /// The document key.
     const std::string& name() const { return name_; }
+    /// What the member is.
     FieldKind kind() const { return kind_; }
     /// What stands before the field's value in a document: type, name, NUL.
     const std::string& header() const { return header_; }
@@ -40,13 +43,17 @@ public:
     T& in(IData& record) const {
         return *reinterpret_cast<T*>(reinterpret_cast<char*>(&record) + offset_);
     }
+    /// The same, not to be changed.
     template <class T>
     const T& in(const IData& record) const {
         return *reinterpret_cast<const T*>(reinterpret_cast<const char*>(&record) + offset_);
     }
 
+    /// Whether the member is equal in two records of the class; baskets by content.
     bool equal(const IData& left, const IData& right) const;
+    /// Whether the member has the value of a new record.
     bool isDefault(const IData& record) const;
+    /// Gives the member the value of a new record.
     void reset(IData& record) const;
 
 private:
@@ -60,15 +67,20 @@ private:
 /// alive until the process ends.
 class PM_PLATFORM_API RecordType {
 public:
+    /// Makes a record with every field at its default.
     using Maker = boost::shared_ptr<IData> (*)();
 
     /// `telltale` is the document key that no class met before it in a document has (see TypeManager). `recordSize` is
     /// the size of the class; together with the fields it lets a test see that no member is left out of the table.
     RecordType(std::string name, std::string telltale, std::size_t recordSize, Maker maker, std::vector<Field> fields);
 
+    /// The class name.
     const std::string& name() const { return name_; }
+    /// The document key that tells the class.
     const std::string& telltale() const { return telltale_; }
+    /// The size of the class in bytes.
     std::size_t recordSize() const { return recordSize_; }
+    /// The fields in the order of the document.
     const std::vector<Field>& fields() const { return fields_; }
 
     /// Position of the field with that document key, or -1.
@@ -91,6 +103,7 @@ private:
 /// Knows every record class. Safe from any thread.
 class PM_PLATFORM_API TypeManager {
 public:
+    /// The process's one; never null.
     static TypeManager* instance();
 
     /// A new record of the class that the document belongs to, filled from it. A document shows its class by the first
@@ -105,6 +118,7 @@ public:
 
     /// The class by its name ("CInstrumentDetail"), or null.
     const RecordType* find(std::string_view name) const;
+    /// Every class.
     const std::vector<const RecordType*>& types() const { return types_; }
 
     TypeManager(const TypeManager&) = delete;

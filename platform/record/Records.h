@@ -20,6 +20,7 @@ namespace mxservice {
 /// A tradable instrument of any market. Key: market directly followed by code.
 class PM_PLATFORM_API CInstrumentDetail : public IData {
 public:
+    /// The class's field table.
     static const RecordType& table();
     const RecordType& recordType() const override { return table(); }
     std::string getKey() const override;
@@ -43,13 +44,13 @@ public:
     std::string underlyingCode;    ///< code of the underlying
 
     // Dates
-    std::string listingDate;    ///< first trading day; of outer futures records the outer market key
-    std::string delistingDate;  ///< last day of the listing
-    std::string expireDate;     ///< expiry of an option, last trading day of a future, maturity of a bond
-    std::string startDeliveryDate;
-    std::string endDeliveryDate;
-    std::string exerciseDate;
-    std::string tradingDay;  ///< the day that this record describes
+    std::string listingDate;        ///< first trading day; of outer futures records the outer market key
+    std::string delistingDate;      ///< last day of the listing
+    std::string expireDate;         ///< expiry of an option, last trading day of a future, maturity of a bond
+    std::string startDeliveryDate;  ///< first day of delivery
+    std::string endDeliveryDate;    ///< last day of delivery
+    std::string exerciseDate;       ///< day on which an option is exercised
+    std::string tradingDay;         ///< the day that this record describes
 
     // Classification
     std::int32_t mainContractFlag = 0;       ///< 1: main contract of its product
@@ -61,43 +62,43 @@ public:
     std::int32_t productGroup = 0;           ///< 0 none, 1 commodity, 2 interest rate, 3 index, 4 currency
     std::int32_t additionalIssueFlag = 0;    ///< 1: additional issue of a listed stock
     std::int32_t tradingStatus = 0;          ///< phase code as delivered
-    std::int32_t suspendedFlag = 0;
-    std::int32_t marginTradingFlag = 0;  ///< may be bought on margin
-    std::int32_t shortSellingFlag = 0;   ///< may be sold short
-    std::int32_t exerciseStyle = 0;      ///< 0 none, 1 European, 2 American
-    std::int32_t deliveryYear = 0;       ///< four digits
-    std::int32_t deliveryMonth = 0;      ///< 1 to 12
+    std::int32_t suspendedFlag = 0;          ///< 1: suspended from trading
+    std::int32_t marginTradingFlag = 0;      ///< may be bought on margin
+    std::int32_t shortSellingFlag = 0;       ///< may be sold short
+    std::int32_t exerciseStyle = 0;          ///< 0 none, 1 European, 2 American
+    std::int32_t deliveryYear = 0;           ///< four digits
+    std::int32_t deliveryMonth = 0;          ///< 1 to 12
 
     // Trading units and order sizes, in the instrument's own units (shares, lots, contracts)
-    std::int32_t volumeMultiple = 0;  ///< underlying units a contract
-    std::int32_t lotSize = 0;         ///< units a board lot
-    std::int32_t minLimitOrderVolume = 0;
-    std::int32_t maxLimitOrderVolume = 0;
-    std::int32_t minMarketOrderVolume = 0;
-    std::int32_t maxMarketOrderVolume = 0;
-    std::int32_t orderVolumeStep = 0;
-    std::int32_t pricePrecision = 0;  ///< decimals of a price
-    double priceTick = 0;             ///< smallest price step
+    std::int32_t volumeMultiple = 0;        ///< underlying units a contract
+    std::int32_t lotSize = 0;               ///< units a board lot
+    std::int32_t minLimitOrderVolume = 0;   ///< of a limit order
+    std::int32_t maxLimitOrderVolume = 0;   ///< of a limit order; 0: no limit known
+    std::int32_t minMarketOrderVolume = 0;  ///< of a market order
+    std::int32_t maxMarketOrderVolume = 0;  ///< of a market order; 0: no limit known
+    std::int32_t orderVolumeStep = 0;       ///< order sizes are multiples of it
+    std::int32_t pricePrecision = 0;        ///< decimals of a price
+    double priceTick = 0;                   ///< smallest price step
 
     // Prices of the day
-    double preClosePrice = 0;
-    double preSettlementPrice = 0;
-    double upperLimitPrice = 0;
-    double lowerLimitPrice = 0;
-    double issuePrice = 0;
-    double strikePrice = 0;
+    double preClosePrice = 0;       ///< close of the previous day
+    double preSettlementPrice = 0;  ///< settlement price of the previous day
+    double upperLimitPrice = 0;     ///< highest price accepted today
+    double lowerLimitPrice = 0;     ///< lowest price accepted today
+    double issuePrice = 0;          ///< price of the issue
+    double strikePrice = 0;         ///< of an option
 
     // Margin and interest
-    double longMarginRatio = 0;
-    double shortMarginRatio = 0;
-    double marginUnit = 0;
-    double faceValue = 0;        ///< of one bond
-    double accruedInterest = 0;  ///< per face value
-    double couponRate = 0;       ///< per year, 0.03 is three per cent
+    double longMarginRatio = 0;   ///< of a bought contract's value; 0.1 is ten per cent
+    double shortMarginRatio = 0;  ///< of a sold contract's value
+    double marginUnit = 0;        ///< amount a contract, where the exchange gives it
+    double faceValue = 0;         ///< of one bond
+    double accruedInterest = 0;   ///< per face value
+    double couponRate = 0;        ///< per year, 0.03 is three per cent
 
     // Quantities
-    std::int64_t totalShares = 0;
-    std::int64_t floatShares = 0;
+    std::int64_t totalShares = 0;      ///< shares issued
+    std::int64_t floatShares = 0;      ///< shares that can be traded
     std::int64_t preOpenInterest = 0;  ///< contracts
     std::int64_t preVolume = 0;        ///< units traded on the previous day
 };
@@ -105,178 +106,186 @@ public:
 /// One component of an ETF's basket. Key: code.
 class PM_PLATFORM_API CETFComponentStockInfo : public IData {
 public:
+    /// The class's field table.
     static const RecordType& table();
     const RecordType& recordType() const override { return table(); }
     std::string getKey() const override { return code; }
     boost::shared_ptr<IData> copy() const override;
 
-    std::string market;
-    std::string name;
-    std::string code;
-    std::int64_t quantity = 0;            ///< shares a creation unit
-    std::int32_t substituteFlag = 0;      ///< cash substitution: 0 forbidden, 1 allowed, 2 required
-    double premiumRatio = 0;              ///< premium on cash substitution at creation
-    double discountRatio = 0;             ///< discount on cash substitution at redemption
-    double creationSubstituteAmount = 0;  ///< fixed amount at creation
-    double redemptionSubstituteAmount = 0;
+    std::string market;                     ///< market of the component
+    std::string name;                       ///< display name; the persisted center fills an empty one in
+    std::string code;                       ///< code within the market
+    std::int64_t quantity = 0;              ///< shares a creation unit
+    std::int32_t substituteFlag = 0;        ///< cash substitution: 0 forbidden, 1 allowed, 2 required
+    double premiumRatio = 0;                ///< premium on cash substitution at creation
+    double discountRatio = 0;               ///< discount on cash substitution at redemption
+    double creationSubstituteAmount = 0;    ///< fixed amount at creation
+    double redemptionSubstituteAmount = 0;  ///< fixed amount at redemption
 };
 
 /// An exchange-traded fund with its creation and redemption parameters. Key: market directly followed by etfCode.
 /// Document keys are given word for word in the table.
 class PM_PLATFORM_API CETFDetail : public IData {
 public:
+    /// The class's field table.
     static const RecordType& table();
     const RecordType& recordType() const override { return table(); }
     std::string getKey() const override;
     boost::shared_ptr<IData> copy() const override;
 
-    std::int32_t type = 0;  ///< record type tag as delivered
-    std::string market;
-    std::string etfCode;  ///< trading code of the fund
-    std::string prCode;   ///< code for creation and redemption
-    std::string name;
-    double cashBalance = 0;
-    double maxCashRatio = 0;
-    std::int32_t reportUnit = 0;  ///< fund units a creation unit
-    double navPerCu = 0;          ///< net asset value a creation unit
-    double nav = 0;               ///< net asset value a fund unit
-    double ecc = 0;               ///< estimated cash component
-    std::int32_t needPublish = 0;
-    std::int32_t enableCreation = 0;
-    std::int32_t enableRedemption = 0;
-    std::int64_t creationLimit = 0;
-    std::int64_t redemptionLimit = 0;
-    std::string tradingDay;
-    std::string preTradingDay;
-    ComponentMap components;
+    std::int32_t type = 0;              ///< record type tag as delivered
+    std::string market;                 ///< market of the fund
+    std::string etfCode;                ///< trading code of the fund
+    std::string prCode;                 ///< code for creation and redemption
+    std::string name;                   ///< display name
+    double cashBalance = 0;             ///< cash difference a creation unit of the previous day
+    double maxCashRatio = 0;            ///< most of a basket that may be cash
+    std::int32_t reportUnit = 0;        ///< fund units a creation unit
+    double navPerCu = 0;                ///< net asset value a creation unit
+    double nav = 0;                     ///< net asset value a fund unit
+    double ecc = 0;                     ///< estimated cash component
+    std::int32_t needPublish = 0;       ///< 1: the exchange publishes its estimated value
+    std::int32_t enableCreation = 0;    ///< 1: open for creation
+    std::int32_t enableRedemption = 0;  ///< 1: open for redemption
+    std::int64_t creationLimit = 0;     ///< fund units a day; 0: no limit
+    std::int64_t redemptionLimit = 0;   ///< fund units a day; 0: no limit
+    std::string tradingDay;             ///< the day that this basket is for
+    std::string preTradingDay;          ///< the trading day before
+    ComponentMap components;            ///< the basket, by component code
 };
 
 /// An interbank bond. Key: bondCode.
 class PM_PLATFORM_API CBondInfoDetail : public IData {
 public:
+    /// The class's field table.
     static const RecordType& table();
     const RecordType& recordType() const override { return table(); }
     std::string getKey() const override { return bondCode; }
     boost::shared_ptr<IData> copy() const override;
 
-    std::string bondCode;  ///< interbank code
-    std::string bondName;
-    std::string shanghaiCode;  ///< code of the same bond's listing on "SH"; empty when not listed
-    std::string shenzhenCode;  ///< code of the same bond's listing on "SZ"; empty when not listed
-    std::string bondType;
-    std::string issuer;
-    std::string currency;
-    std::string issueDate;
-    std::string valueDate;  ///< interest begins
-    std::string maturityDate;
-    std::string creditRating;
-    std::string issuerRating;
-    std::string couponType;
+    std::string bondCode;               ///< interbank code
+    std::string bondName;               ///< display name
+    std::string shanghaiCode;           ///< code of the same bond's listing on "SH"; empty when not listed
+    std::string shenzhenCode;           ///< code of the same bond's listing on "SZ"; empty when not listed
+    std::string bondType;               ///< as delivered
+    std::string issuer;                 ///< name of the issuer
+    std::string currency;               ///< ISO 4217
+    std::string issueDate;              ///< day of the issue
+    std::string valueDate;              ///< interest begins
+    std::string maturityDate;           ///< day of repayment
+    std::string creditRating;           ///< of the bond
+    std::string issuerRating;           ///< of the issuer
+    std::string couponType;             ///< as delivered
     std::int32_t paymentFrequency = 0;  ///< coupons a year
     double couponRate = 0;              ///< per year, 0.03 is three per cent
-    double faceValue = 0;
-    double issuePrice = 0;
-    double accruedInterest = 0;
-    double issueAmount = 0;  ///< hundred million
-    double remainingYears = 0;
+    double faceValue = 0;               ///< of one bond
+    double issuePrice = 0;              ///< per face value of 100
+    double accruedInterest = 0;         ///< per face value of 100
+    double issueAmount = 0;             ///< hundred million
+    double remainingYears = 0;          ///< to maturity
 };
 
 /// A bond on tender. Key: code.
 class PM_PLATFORM_API CTenderBondInfoDetail : public IData {
 public:
+    /// The class's field table.
     static const RecordType& table();
     const RecordType& recordType() const override { return table(); }
     std::string getKey() const override { return code; }
     boost::shared_ptr<IData> copy() const override;
 
-    std::string code;
-    std::string name;
-    std::string tenderDate;
-    std::string paymentDate;
-    std::string bondType;
-    std::string issuer;
-    std::string tenderMethod;
-    std::int32_t termDays = 0;
-    double plannedAmount = 0;  ///< hundred million
-    double lowerLimit = 0;     ///< price or rate, as the method says
-    double upperLimit = 0;
-    double couponRate = 0;  ///< per year
+    std::string code;           ///< code of the tender
+    std::string name;           ///< display name
+    std::string tenderDate;     ///< day of the tender
+    std::string paymentDate;    ///< day of payment
+    std::string bondType;       ///< as delivered
+    std::string issuer;         ///< name of the issuer
+    std::string tenderMethod;   ///< as delivered
+    std::int32_t termDays = 0;  ///< days to maturity
+    double plannedAmount = 0;   ///< hundred million
+    double lowerLimit = 0;      ///< price or rate, as the method says
+    double upperLimit = 0;      ///< price or rate, as the method says
+    double couponRate = 0;      ///< per year
 };
 
 /// A counterparty of the interbank market. Key: id.
 class PM_PLATFORM_API CCounterpartyDetail : public IData {
 public:
+    /// The class's field table.
     static const RecordType& table();
     const RecordType& recordType() const override { return table(); }
     std::string getKey() const override { return id; }
     boost::shared_ptr<IData> copy() const override;
 
-    std::string id;
-    std::string name;
-    std::int8_t removed = 0;  ///< not 0: the counterparty is to be withdrawn
-    std::string shortName;
-    std::string counterpartyType;
-    std::string contact;
-    std::string phone;
-    std::string custodyAccount;
-    double creditLimit = 0;
+    std::string id;                ///< the key
+    std::string name;              ///< full name
+    std::int8_t removed = 0;       ///< not 0: the counterparty is to be withdrawn
+    std::string shortName;         ///< name for lists
+    std::string counterpartyType;  ///< as delivered
+    std::string contact;           ///< person to ask
+    std::string phone;             ///< of the contact
+    std::string custodyAccount;    ///< account for settlement
+    double creditLimit = 0;        ///< amount; 0: none known
 };
 
 /// An OTC fund plan: an instrument with the terms of the plan. Key: as of an instrument.
 class PM_PLATFORM_API COTCFundPlanInfo : public CInstrumentDetail {
 public:
+    /// The class's field table.
     static const RecordType& table();
     const RecordType& recordType() const override { return table(); }
     boost::shared_ptr<IData> copy() const override;
 
-    std::int32_t planType = 0;   ///< the group that getOtcInstruments(group, ...) selects by
-    std::int32_t riskLevel = 0;  ///< 1 lowest to 5 highest
-    std::string manager;
-    std::string openDate;
-    std::string closeDate;
-    double minSubscribeAmount = 0;
-    double subscribeStep = 0;
-    double expectedYield = 0;  ///< per year
-    double managementFee = 0;  ///< per year
+    std::int32_t planType = 0;      ///< the group that getOtcInstruments(group, ...) selects by
+    std::int32_t riskLevel = 0;     ///< 1 lowest to 5 highest
+    std::string manager;            ///< name of the manager
+    std::string openDate;           ///< subscription begins
+    std::string closeDate;          ///< subscription ends
+    double minSubscribeAmount = 0;  ///< smallest first subscription
+    double subscribeStep = 0;       ///< subscriptions are multiples of it
+    double expectedYield = 0;       ///< per year
+    double managementFee = 0;       ///< per year
 };
 
 /// An OTC securities issuance. Key: code.
 class PM_PLATFORM_API COTCSecuritiesIssuanceInfo : public IData {
 public:
+    /// The class's field table.
     static const RecordType& table();
     const RecordType& recordType() const override { return table(); }
     std::string getKey() const override { return code; }
     boost::shared_ptr<IData> copy() const override;
 
-    std::string code;
-    std::string name;
-    std::int32_t issuanceState = 0;
-    std::string issuer;
-    std::string startDate;
-    std::string endDate;
-    std::string valueDate;
-    std::string maturityDate;
-    double issueAmount = 0;
-    double issuePrice = 0;
-    double couponRate = 0;  ///< per year
-    double minSubscribeAmount = 0;
+    std::string code;                ///< the key
+    std::string name;                ///< display name
+    std::int32_t issuanceState = 0;  ///< as delivered
+    std::string issuer;              ///< name of the issuer
+    std::string startDate;           ///< subscription begins
+    std::string endDate;             ///< subscription ends
+    std::string valueDate;           ///< interest begins
+    std::string maturityDate;        ///< day of repayment
+    double issueAmount = 0;          ///< amount offered
+    double issuePrice = 0;           ///< price of a unit
+    double couponRate = 0;           ///< per year
+    double minSubscribeAmount = 0;   ///< smallest subscription
 };
 
 /// The price setting of an OTC stock enquiry. Key: code.
 class PM_PLATFORM_API COTCStockEnquiryPriceSetting : public IData {
 public:
+    /// The class's field table.
     static const RecordType& table();
     const RecordType& recordType() const override { return table(); }
     std::string getKey() const override { return code; }
     boost::shared_ptr<IData> copy() const override;
 
-    std::string code;
-    std::int32_t enquiryState = 0;
-    double enquiryPrice = 0;
-    double lowestPrice = 0;
-    double highestPrice = 0;
-    double priceStep = 0;
-    std::string tradingDay;
+    std::string code;               ///< code of the issuance
+    std::int32_t enquiryState = 0;  ///< as delivered
+    double enquiryPrice = 0;        ///< price that is asked about
+    double lowestPrice = 0;         ///< lowest bid accepted
+    double highestPrice = 0;        ///< highest bid accepted
+    double priceStep = 0;           ///< bids are multiples of it
+    std::string tradingDay;         ///< the day that the setting is for
 };
 
 }  // namespace mxservice

@@ -12,6 +12,11 @@ namespace {
 
 std::atomic<bool> enabledSwitch{false};
 
+/// Destroyed before the logger is: threads that still run when the process exits find the switch off.
+struct SwitchOffAtExit {
+    ~SwitchOffAtExit() { enabledSwitch.store(false, std::memory_order_relaxed); }
+} const switchOffAtExit;
+
 }  // namespace
 
 bool CLogCenter::logEnabled() {

@@ -7,8 +7,8 @@
 #include "platform/Export.h"
 #include "platform/utils/LogCenter.h"
 
-/// The platform's logger, named "MXStdLogger". Its level and appenders are the host's, set through log4cxx. Loads
-/// end before the process exits: the logger is destroyed with the other static objects.
+/// The platform's logger, named "MXStdLogger". Its level and appenders are the host's, set through log4cxx. It is
+/// destroyed with the other static objects when the process exits; the log switch is off from then on.
 extern PM_PLATFORM_API log4cxx::LoggerPtr g_MXStdLogger;
 
 namespace utils {

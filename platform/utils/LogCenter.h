@@ -8,7 +8,9 @@ namespace utils {
 /// Safe from any thread.
 class PM_PLATFORM_API CLogCenter {
 public:
+    /// Whether lines are logged; one relaxed atomic load.
     static bool logEnabled();
+    /// Switches logging on or off for the whole process.
     static void setLogEnabled(bool enabled);
 };
 

@@ -31,19 +31,19 @@ set(PM_PUBLIC_HEADERS
 foreach(header IN LISTS PM_PUBLIC_HEADERS)
   cmake_path(GET header PARENT_PATH directory)
   install(FILES ${PROJECT_SOURCE_DIR}/${header}
-    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/PmInstrumentCenter/${directory})
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/PmInstrumentCenter/${directory} COMPONENT dev)
 endforeach()
 
 set_target_properties(PmPlatform PmInstrumentCenter PROPERTIES INSTALL_RPATH "$ORIGIN")
 install(TARGETS PmPlatform PmInstrumentCenter
   EXPORT PmInstrumentCenterTargets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT dev
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
 
 if(TARGET inscenter)
   file(RELATIVE_PATH libdirFromBindir ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
   set_target_properties(inscenter PROPERTIES INSTALL_RPATH "$ORIGIN/${libdirFromBindir}")
-  install(TARGETS inscenter RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(TARGETS inscenter RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
 endif()
 
 # Static libraries leave it to the host to link what shared ones carry along.
@@ -58,7 +58,8 @@ else()
 endif()
 
 set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/PmInstrumentCenter)
-install(EXPORT PmInstrumentCenterTargets NAMESPACE PmInstrumentCenter:: DESTINATION ${packageDir})
+install(EXPORT PmInstrumentCenterTargets NAMESPACE PmInstrumentCenter:: DESTINATION ${packageDir}
+  COMPONENT dev)
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/PmInstrumentCenterConfig.cmake.in
   ${PROJECT_BINARY_DIR}/package/PmInstrumentCenterConfig.cmake
   INSTALL_DESTINATION ${packageDir})
@@ -68,11 +69,11 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/package/PmInstrumentCente
 install(FILES
   ${PROJECT_BINARY_DIR}/package/PmInstrumentCenterConfig.cmake
   ${PROJECT_BINARY_DIR}/package/PmInstrumentCenterConfigVersion.cmake
-  DESTINATION ${packageDir})
+  DESTINATION ${packageDir} COMPONENT dev)
 
 file(RELATIVE_PATH includedirFromPc
   ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_FULL_INCLUDEDIR}/PmInstrumentCenter)
 configure_file(${CMAKE_CURRENT_LIST_DIR}/PmInstrumentCenter.pc.in
   ${PROJECT_BINARY_DIR}/package/PmInstrumentCenter.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/package/PmInstrumentCenter.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)

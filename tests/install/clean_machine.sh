@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Installs the Debian packages in a bare Debian 12 beside this system and uses them there: the tool with nothing but its
+# package, then the examples with the -dev package. Needs root, debootstrap and a package mirror.
+#
+# usage: clean_machine.sh PACKAGE_DIR
+set -euo pipefail
+packages=$(readlink -f "$1")
+source=$(readlink -f "$(dirname "$0")/../..")
+root=$(mktemp -d /var/tmp/clean-machine-XXXXXX)
+trap 'rm -rf "$root"' EXIT
+
+mirror=$(sed -nE 's/^(deb|URIs:) (\[[^]]*\] )?(http[^ ]*debian)\/? .*/\3/p; s/^URIs: (http[^ ]*debian)\/?$/\1/p' \
+    /etc/apt/sources.list /etc/apt/sources.list.d/* 2>/dev/null | head -n 1)
+debootstrap --variant=minbase bookworm "$root" ${mirror:+"$mirror"} >/dev/null
+for file in /etc/apt/apt.conf.d/*proxy* /etc/apt/apt.conf.d/*cert*; do
+    [ ! -e "$file" ] || cp "$file" "$root/etc/apt/apt.conf.d/"
+done
+mkdir "$root/packages" "$root/examples" "$root/samples"
+cp "$packages"/*.deb "$root/packages/"
+cp -r "$source"/examples/. "$root/examples/"
+cp "$source"/samples/*.ndjson "$root/samples/"
+
+inside() {
+    chroot "$root" env DEBIAN_FRONTEND=noninteractive LC_ALL=C "$@"
+}
+
+echo "-- the tool and its library"
+inside apt-get -qq update
+inside sh -c 'apt-get -qq -y --no-install-recommends install /packages/inscenter_*.deb /packages/libpminstrumentcenter0*.deb' >/dev/null
+inside inscenter --data /samples --today 20260302 --center client --store /tmp/store get DCEm2607 | grep -q 'm2607'
+
+echo "-- a host against the -dev package"
+inside sh -c 'apt-get -qq -y --no-install-recommends install /packages/*.deb g++ cmake make' >/dev/null
+inside sh -c 'cmake -S /examples -B /tmp/build >/dev/null && cmake --build /tmp/build >/dev/null && /tmp/build/server_host'
+inside sh -c 'g++ -std=c++17 /examples/updates_host.cpp $(pkg-config --cflags --libs PmInstrumentCenter) -o /tmp/host && /tmp/host /tmp/updates'
+
+echo "-- removed without a trace"
+inside sh -c 'apt-get -qq -y purge inscenter libpminstrumentcenter-dev "libpminstrumentcenter0*"' >/dev/null
+left=$(inside find /usr -iname '*pminstrument*' -o -iname '*inscenter*' -not -path '/proc/*')
+[ -z "$left" ] || { echo "left behind: $left" >&2; exit 1; }
+echo "ok"

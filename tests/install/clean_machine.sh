@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages in a bare Debian 12 beside this system and uses them there: the tool with nothing but its
-# package, then the examples with the -dev package. Needs root, debootstrap and a package mirror.
+# package, then the examples with the -dev package. Needs root, debootstrap and a package mirror (DEBIAN_MIRROR).
 #
 # usage: clean_machine.sh PACKAGE_DIR
 set -euo pipefail
@@ -9,9 +9,7 @@ source=$(readlink -f "$(dirname "$0")/../..")
 root=$(mktemp -d /var/tmp/clean-machine-XXXXXX)
 trap 'rm -rf "$root"' EXIT
 
-mirror=$(sed -nE 's/^(deb|URIs:) (\[[^]]*\] )?(http[^ ]*debian)\/? .*/\3/p; s/^URIs: (http[^ ]*debian)\/?$/\1/p' \
-    /etc/apt/sources.list /etc/apt/sources.list.d/* 2>/dev/null | head -n 1)
-debootstrap --variant=minbase bookworm "$root" ${mirror:+"$mirror"} >/dev/null
+debootstrap --variant=minbase bookworm "$root" "${DEBIAN_MIRROR:-http://deb.debian.org/debian}" >/dev/null
 for file in /etc/apt/apt.conf.d/*proxy* /etc/apt/apt.conf.d/*cert*; do
     [ ! -e "$file" ] || cp "$file" "$root/etc/apt/apt.conf.d/"
 done

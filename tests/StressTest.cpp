@@ -114,7 +114,7 @@ class Stress : public CenterTest<Kind> {
 protected:
     static constexpr bool kClient = std::is_same_v<Kind, ClientKind>;
     // Each generation of the persisted center waits for the disk some forty times.
-    const int last_ = wantedGenerations(kClient ? 40 : 300);
+    const int last_ = wantedGenerations(kClient ? 40 : 150);
 
     /// One reading thread: what it saw last, so that it notices when time runs backwards.
     class Reader {

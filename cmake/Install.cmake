@@ -24,6 +24,7 @@ set(PM_PUBLIC_HEADERS
   platform/utils/Hash.h
   platform/utils/Log.h
   platform/utils/LogCenter.h
+  platform/utils/LogLine.h
   platform/utils/MarketRules.h
   platform/utils/Singleton.h
   platform/utils/Utils.h)

@@ -9,7 +9,7 @@
 #include "base/instrumentcenter/vocabulary/Exchanges.h"
 #include "base/instrumentcenter/vocabulary/Keys.h"
 #include "base/instrumentcenter/vocabulary/Markets.h"
-#include "platform/utils/Log.h"
+#include "platform/utils/LogLine.h"
 
 // Construction and the load of instruments.
 

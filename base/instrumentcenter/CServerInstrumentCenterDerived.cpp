@@ -4,7 +4,7 @@
 #include "base/instrumentcenter/ServerState.h"
 #include "base/instrumentcenter/catalogue/InstrumentMap.h"
 #include "base/instrumentcenter/catalogue/StockCodes.h"
-#include "platform/utils/Log.h"
+#include "platform/utils/LogLine.h"
 
 // What is derived from a load: futures main contracts and spreads, code sets. Derivation runs without a lock; only the
 // finished table goes in under one.

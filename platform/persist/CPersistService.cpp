@@ -11,7 +11,7 @@
 #include <utility>
 
 #include "platform/persist/StoreEngine.h"
-#include "platform/utils/Log.h"
+#include "platform/utils/LogLine.h"
 #include "platform/utils/SharedMutex.h"
 
 namespace persist {

@@ -1,5 +1,6 @@
 #include "platform/utils/Calendar.h"
 
+#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -25,8 +26,7 @@ std::int32_t currentDay() {
         return pinned;
     }
     const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    localtime_r(&now, &local);
+    const std::tm local = fmt::localtime(now);
     return (local.tm_year + 1900) * 10000 + (local.tm_mon + 1) * 100 + local.tm_mday;
 }
 

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "platform/utils/Log.h"
+#include "platform/utils/LogLine.h"
 
 namespace mxservice {
 

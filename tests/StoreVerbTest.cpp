@@ -11,7 +11,7 @@
 
 #include "tests/CenterFixture.h"
 #include "tests/SecondaryRecords.h"
-#include "tools/inscenter/Tool.h"
+#include "tests/ToolFixture.h"
 
 // What the tool shows of a store on disk, and its comparison of the two centers.
 
@@ -25,23 +25,8 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::SizeIs;
 using ::testing::StartsWith;
-
-struct Result {
-    int code;
-    std::string out;
-    std::string err;
-};
-
-Result run(const std::vector<std::string>& arguments) {
-    std::vector<const char*> argv{"inscenter"};
-    for (const std::string& argument : arguments) {
-        argv.push_back(argument.c_str());
-    }
-    std::ostringstream out;
-    std::ostringstream err;
-    const int code = inscenter::runTool(static_cast<int>(argv.size()), argv.data(), out, err);
-    return {code, out.str(), err.str()};
-}
+using tooltest::Result;
+using tooltest::run;
 
 std::vector<std::string> linesOf(const std::string& text) {
     std::istringstream stream(text);
@@ -293,7 +278,7 @@ TEST_F(StoreVerbTest, WhatIsNoStoreIsRefused) {
     EXPECT_EQ(ask("ls", {"--data", PM_SAMPLES}).code, 2);
     for (const char* const verb : {"ls", "dump", "verify", "stat"}) {
         EXPECT_THAT(run({"store", verb, "--help"}).out,
-                    AllOf(HasSubstr("Example:\n  inscenter store "), HasSubstr("lock.mdb")));
+                    AllOf(HasSubstr("Examples:\n  inscenter store "), HasSubstr("lock.mdb")));
     }
 }
 

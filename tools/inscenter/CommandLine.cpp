@@ -2,17 +2,25 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <array>
 #include <ostream>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
+#include "tools/inscenter/RecordSelection.h"
 #include "tools/inscenter/Utf8.h"
+#include "tools/inscenter/VerbList.h"
 
 namespace inscenter {
 namespace {
 
 constexpr int kBadUsage = 2;
+
+/// The options of addListing.
+constexpr std::array kListing{"--where", "--fields", "--sort", "--limit"};
 
 constexpr const char* kAbout =
     "Loads a snapshot of a market day into an instrument center and asks it questions.\n"
@@ -28,80 +36,22 @@ constexpr const char* kFooter =
     "  inscenter --data day summary\n"
     "  inscenter --data day get SH600000 HK00700 --format json";
 
-/// What a verb takes besides the global options.
-enum class Arguments { None, Keys, Selection, Exchange, Group };
-
-struct VerbLine {
-    const char* group;
-    const char* name;
-    const char* about;
-    const char* example;
-    Verb verb;
-    Arguments arguments;
-};
-
-constexpr const char* kInstruments = "Instruments";
-constexpr const char* kDerived = "Derived from the instruments";
-constexpr const char* kOthers = "Other catalogues";
-constexpr const char* kStore = "The persisted center";
-
 constexpr const char* kStoreFooter =
     "\nDatabases are opened for reading only, also beside a running host, and never changed. The one file that may\n"
     "be made is the engine's lock.mdb where a database has none; hosts must be able to write to it, so run this as\n"
     "their user. Unless the file system is read-only, lock.mdb must be writable for this, too.";
 
-constexpr std::array kVerbs{
-    VerbLine{kInstruments, "summary", "Markets, counts, times and memory", "summary", showSummary, Arguments::None},
-    VerbLine{kInstruments, "get", "Instruments by stock key text (market directly followed by code)",
-             "get SH600000 HK00700", showInstruments, Arguments::Keys},
-    VerbLine{kInstruments, "has", "Every predicate that answers true for a key", "has SH600000", showPredicates,
-             Arguments::Keys},
-    VerbLine{kInstruments, "list", "The instruments of markets, or of a trader type",
-             "list --market DCE CZCE\n  inscenter --data day list --trader-type 2", listInstruments,
-             Arguments::Selection},
-    VerbLine{kDerived, "mains", "The main contracts of the futures exchanges",
-             "mains --market DCE\n  inscenter --data day mains --by-product", showMains, Arguments::Exchange},
-    VerbLine{kDerived, "products", "Futures products: contracts as listed, and what the center keeps of them",
-             "products --format csv", showProducts, Arguments::None},
-    VerbLine{kDerived, "spreads", "Legs of the Dalian spreads", "spreads", showSpreads, Arguments::None},
-    VerbLine{kDerived, "codes", "Today's IPO, CDR and NEEQ inquiry codes, and the underlyings of stock options",
-             "codes --today 20260304", showCodes, Arguments::None},
-    VerbLine{kDerived, "outer", "Outer futures markets and their products", "--center client --store db outer",
-             showOuterMarkets, Arguments::None},
-    VerbLine{kOthers, "etf", "ETFs with their baskets, by either of the fund's keys", "etf SH510050", showEtf,
-             Arguments::Keys},
-    VerbLine{kOthers, "etfs", "Every ETF", "etfs", listEtfs, Arguments::None},
-    VerbLine{kOthers, "bond", "Interbank bonds by bond code, or by stock key text", "bond 220001", showBond,
-             Arguments::Keys},
-    VerbLine{kOthers, "bonds", "Every interbank bond", "bonds", listBonds, Arguments::None},
-    VerbLine{kOthers, "interbank", "Interbank codes of bonds listed in Shanghai or Shenzhen", "interbank SH019547",
-             showInterbankCode, Arguments::Keys},
-    VerbLine{kOthers, "tenderbonds", "Every bond on tender", "tenderbonds", listTenderBonds, Arguments::None},
-    VerbLine{kOthers, "counterparties", "Every counterparty", "counterparties", listCounterparties, Arguments::None},
-    VerbLine{kOthers, "otc", "OTC fund plans", "otc --group 1", listOtcPlans, Arguments::Group},
-    VerbLine{kOthers, "issuances", "Every OTC securities issuance", "issuances", listIssuances, Arguments::None},
-    VerbLine{kOthers, "issuanceprices", "Every price setting of an OTC stock enquiry", "issuanceprices",
-             listIssuancePrices, Arguments::None}};
-
-struct StoreVerbLine {
-    const char* name;
-    const char* about;
-    const char* example;
-    StoreVerb verb;
-};
-
-constexpr std::array kStoreVerbs{
-    StoreVerbLine{"ls", "The databases of a store: kind, documents, sub-documents, size of the file", "ls db",
-                  listStore},
-    StoreVerbLine{"dump", "Documents as canonical extended JSON, one a line in the order of the keys",
-                  "dump db OvIns_SH --limit 10\n  inscenter store dump db OvIns_FUMAIN --keys-only", dumpStore},
-    StoreVerbLine{"verify", "Reads every document and names those that are damaged, of a wrong class or misplaced",
-                  "verify db", verifyStore},
-    StoreVerbLine{"stat", "Numbers and sizes of the documents of each database, and their classes", "stat db OvIns_SH",
-                  measureStore}};
-
-std::string example(const std::string& line) {
-    return "\nExample:\n  inscenter --data day " + line;
+/// The examples of a help text: each of the lines behind `begin`.
+std::string exampleLines(std::string_view begin, std::string_view lines) {
+    std::string text = "\nExamples:";
+    while (!lines.empty()) {
+        const std::size_t end = std::min(lines.find('\n'), lines.size());
+        text += "\n  ";
+        text += begin;
+        text += lines.substr(0, end);
+        lines.remove_prefix(std::min(end + 1, lines.size()));
+    }
+    return text;
 }
 
 /// A line for the user about what is wrong with the command line.
@@ -136,7 +86,9 @@ public:
 
 private:
     void addGlobalOptions() {
-        app_.add_option("--data", command_.data, "Directory of the snapshot")->type_name("DIR");
+        app_.add_option("--data", command_.data,
+                        "Directory of the snapshot; - for instruments from standard input, one JSON object a line")
+            ->type_name("DIR");
         app_.add_option_function<std::string>(
                 "--center",
                 [this](const std::string& name) {
@@ -147,37 +99,69 @@ private:
             ->type_name("KIND");
         app_.add_option("--store", command_.store, "Directory of the client's databases, made when missing")
             ->type_name("DIR");
-        app_.add_option_function<std::string>(
-                "--format",
-                [this](const std::string& name) {
-                    command_.format = name == "json" ? Format::Json : name == "csv" ? Format::Csv : Format::Table;
-                },
-                "table, json (one object a line) or csv; table by default")
-            ->check(CLI::IsMember({"table", "json", "csv"}).description(""))
-            ->type_name("FORMAT");
+        addFormat();
         app_.add_option("--rules", command_.rulesFile, "JSON file with the market rules to use")->type_name("FILE");
         app_.add_option("--today", command_.today, "Day that counts as today, for the codes of new issues")
             ->type_name("YYYYMMDD");
         app_.add_flag("--log", command_.log, "Write the library's log to standard error");
     }
 
+    void addFormat() {
+        constexpr std::array<std::pair<std::string_view, Format>, 4> kFormats{
+            {{"table", Format::Table}, {"json", Format::Json}, {"jsonl", Format::Json}, {"csv", Format::Csv}}};
+        auto* const format = app_.add_option_function<std::string>(
+                                     "--format",
+                                     [this, kFormats](const std::string& name) {
+                                         command_.format =
+                                             std::find_if(kFormats.begin(), kFormats.end(), [&](const auto& known) {
+                                                 return name == known.first;
+                                             })->second;
+                                     },
+                                     "table, json (one object a line, also called jsonl) or csv; table by default")
+                                 ->check(CLI::IsMember({"table", "json", "jsonl", "csv"}).description(""))
+                                 ->type_name("FORMAT");
+        app_.add_flag_callback(
+                "--jsonl", [this] { command_.format = Format::Json; }, "The same as --format json")
+            ->excludes(format);
+    }
+
     void addVerb(const VerbLine& verb) {
         CLI::App* const sub = app_.add_subcommand(verb.name, verb.about)->group(verb.group);
-        sub->footer(example(verb.example));
-        sub->callback([this, run = verb.verb] { command_.verb = run; });
+        sub->footer(exampleLines("inscenter --data day ", verb.examples));
+        if (verb.listed != nullptr) {
+            addListing(*sub);
+        }
+        sub->callback([this, &verb] {
+            command_.verb = verb.verb;
+            if (verb.listed != nullptr) {
+                select(verb.listed());
+            }
+        });
         switch (verb.arguments) {
             case Arguments::None:
                 break;
             case Arguments::Keys:
                 sub->add_option("KEY", command_.query.keys, "Keys to ask for")->required();
                 break;
+            case Arguments::Codes:
+                sub->add_option("CODE", command_.query.keys, "Codes, with or without their market")->required();
+                break;
+            case Arguments::Text:
+                sub->add_option("TEXT", command_.query.text, "Case, full-width letters and blanks make no difference")
+                    ->required();
+                addLimit(*sub, command_.query.limit);
+                break;
             case Arguments::Selection:
-                addSelection(*sub);
+                addSelection(*sub, verb);
                 break;
             case Arguments::Exchange: {
                 auto* const market = addMarkets(*sub, "Futures exchanges; all six by default");
-                sub->add_flag("--by-product", command_.query.byProduct, "By product instead of by exchange")
-                    ->excludes(market);
+                auto* const byProduct =
+                    sub->add_flag("--by-product", command_.query.byProduct, "By product instead of by exchange")
+                        ->excludes(market);
+                for (const char* const option : kListing) {
+                    byProduct->excludes(sub->get_option(option));
+                }
                 break;
             }
             case Arguments::Group:
@@ -193,7 +177,33 @@ private:
             ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     }
 
-    void addSelection(CLI::App& app) {
+    static void addLimit(CLI::App& app, std::optional<std::size_t>& limit) {
+        app.add_option("--limit", limit, "No more than so many")
+            ->type_name("N")
+            ->check(CLI::NonNegativeNumber.description(""));
+    }
+
+    /// What every verb takes that lists records.
+    void addListing(CLI::App& app) {
+        app.add_option("--where", selection_.conditions,
+                       "Only records whose FIELD=VALUE; also !=, <, <=, >, >=\nand ~ (holds the text); all must hold")
+            ->type_name("CONDITION")
+            ->expected(1)
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        app.add_option("--fields", selection_.fields, "These fields only, in this order")->type_name("A,B,C");
+        app.add_option("--sort", selection_.sort, "By this field; -FIELD for descending")->type_name("FIELD");
+        addLimit(app, selection_.limit);
+    }
+
+    void select(const mxservice::RecordType& type) {
+        try {
+            command_.query.selection = RecordSelection(type, selection_);
+        } catch (const BadSelection& bad) {
+            throw CLI::ValidationError(bad.what());
+        }
+    }
+
+    void addSelection(CLI::App& app, const VerbLine& verb) {
         auto* const markets = addMarkets(app, "Market names");
         app.add_option(
                "--trader-type", command_.query.traderType,
@@ -201,8 +211,9 @@ private:
                "4096 bonds, 1048576 funds, 4 everything")
             ->type_name("NUMBER")
             ->excludes(markets);
-        app.callback([this] {
-            command_.verb = listInstruments;
+        app.callback([this, &verb] {
+            command_.verb = verb.verb;
+            select(verb.listed());
             if (command_.query.markets.empty() && !command_.query.traderType) {
                 throw CLI::RequiredError("--market or --trader-type");
             }
@@ -210,7 +221,7 @@ private:
     }
 
     void addStore() {
-        CLI::App* const store = app_.add_subcommand("store", "Look into a store on disk")->group(kStore);
+        CLI::App* const store = app_.add_subcommand("store", "Look into a store on disk")->group(verbgroup::kStore);
         store->require_subcommand(1);
         store->footer(kStoreFooter);
         for (const StoreVerbLine& verb : kStoreVerbs) {
@@ -221,7 +232,7 @@ private:
     void addStoreVerb(CLI::App& store, const StoreVerbLine& verb) {
         StoreQuery& query = command_.storeQuery;
         CLI::App* const sub = store.add_subcommand(verb.name, verb.about)->group("Commands");
-        sub->footer(std::string("\nExample:\n  inscenter store ") + verb.example + "\n" + kStoreFooter);
+        sub->footer(exampleLines("inscenter store ", verb.examples) + "\n" + kStoreFooter);
         sub->callback([this, run = verb.verb] {
             command_.task = Task::Store;
             command_.storeVerb = run;
@@ -234,24 +245,24 @@ private:
             sub->add_option("--prefix", query.prefix,
                             "Only documents whose key, or sub-documents whose field, begins so")
                 ->type_name("TEXT");
-            sub->add_option("--limit", query.limit, "No more than so many")->type_name("N");
+            addLimit(*sub, query.limit);
         }
     }
 
     void addCompare() {
         CLI::App* const sub =
             app_.add_subcommand("compare", "Load a snapshot into both centers and compare their answers")
-                ->group(kStore);
+                ->group(verbgroup::kStore);
         sub->footer(
-            "\nExample:\n  inscenter --data day --store db compare\n"
-            "\nDocuments of earlier loads in the store would be answered, too: name an empty or new directory.");
+            exampleLines("inscenter ", "--data day --store db compare") +
+            "\n\nDocuments of earlier loads in the store would be answered, too: name an empty or new directory.");
         sub->callback([this] { command_.task = Task::Compare; });
     }
 
     void addGenerate() {
         CLI::App* const sub =
-            app_.add_subcommand("generate", "Write an invented market day as a snapshot")->group("Snapshots");
-        sub->footer("\nExample:\n  inscenter generate --size 300000 --seed 7 day");
+            app_.add_subcommand("generate", "Write an invented market day as a snapshot")->group(verbgroup::kSnapshots);
+        sub->footer(exampleLines("inscenter ", "generate --size 300000 --seed 7 day"));
         sub->callback([this] { command_.task = Task::Generate; });
         sub->add_option("--size", command_.generate.size, "Number of instruments")->type_name("N")->required();
         sub->add_option("--seed", command_.generate.seed, "The same seed gives the same bytes; 1 by default")
@@ -261,6 +272,7 @@ private:
     }
 
     Command& command_;
+    SelectionTexts selection_;
     CLI::App app_{kAbout, "inscenter"};
 };
 

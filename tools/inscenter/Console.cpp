@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <ostream>
 
+#include "tools/inscenter/TextTable.h"
 #include "tools/inscenter/Utf8.h"
 
 namespace inscenter {
@@ -18,7 +19,7 @@ constexpr const char* kEraseLine = "\r\x1B[K";
 
 }  // namespace
 
-Console::Console(std::ostream& err, bool terminal) : err_(err), terminal_(terminal) {}
+Console::Console(std::ostream& err, bool terminal, bool colours) : err_(err), terminal_(terminal), colours_(colours) {}
 
 Console::~Console() {
     end();
@@ -26,7 +27,9 @@ Console::~Console() {
 
 void Console::message(std::string_view text) {
     end();
-    err_ << "inscenter: " << printable(text) << '\n';
+    std::string line;
+    appendToned(line, "inscenter: ", Tone::Bad, {0, colours_});
+    err_ << line << printable(text) << '\n';
 }
 
 void Console::begin(std::string step, std::uint64_t total) {

@@ -13,7 +13,7 @@ namespace inscenter {
 class Console {
 public:
     /// `terminal`: the stream is a terminal, so that a bar may be drawn.
-    Console(std::ostream& err, bool terminal);
+    Console(std::ostream& err, bool terminal, bool colours = false);
     /// Takes the bar away.
     ~Console();
     Console(const Console&) = delete;
@@ -35,6 +35,7 @@ private:
 
     std::ostream& err_;
     const bool terminal_;
+    const bool colours_;
     Clock::time_point began_ = Clock::now();
     Clock::time_point drawn_;
     std::string step_;

@@ -1,5 +1,7 @@
 #include "tools/inscenter/LineReader.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
@@ -17,13 +19,16 @@ constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 }  // namespace
 
-LineReader::LineReader(const std::filesystem::path& path)
-    : file_(std::fopen(path.c_str(), "rb")), buffer_(kFirstBytes + kPadding) {
+LineReader::LineReader(std::FILE* file) : file_(file), buffer_(kFirstBytes + kPadding) {
     if (!file_) {
         fail(errno);
     }
     std::setvbuf(file_.get(), nullptr, _IONBF, 0);
 }
+
+LineReader::LineReader(const std::filesystem::path& path) : LineReader(std::fopen(path.c_str(), "rb")) {}
+
+LineReader::LineReader() : LineReader(fdopen(dup(STDIN_FILENO), "rb")) {}
 
 bool LineReader::next() {
     for (;;) {

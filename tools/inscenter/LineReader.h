@@ -22,6 +22,8 @@ public:
 
     /// Throws std::runtime_error with the reason when the file cannot be opened.
     explicit LineReader(const std::filesystem::path& path);
+    /// Standard input, whatever it is: a pipe, a socket or a file. Throws the same.
+    LineReader();
 
     /// Goes to the next line; false at the end of the file. Throws std::runtime_error when reading fails.
     bool next();
@@ -35,6 +37,8 @@ public:
     std::uint64_t bytesRead() const { return bytesRead_; }
 
 private:
+    explicit LineReader(std::FILE* file);
+
     struct Closer {
         void operator()(std::FILE* file) const { std::fclose(file); }
     };

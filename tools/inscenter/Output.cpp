@@ -18,7 +18,6 @@ using mxservice::RecordType;
 
 constexpr std::size_t kFlushBytes = std::size_t{1} << 16U;
 constexpr std::size_t kListFields = 9;
-constexpr std::string_view kColumnGap = "  ";
 
 /// What a list of instruments shows, where any record of the list has it; other classes show their first fields.
 constexpr std::array kInstrumentColumns{
@@ -68,41 +67,8 @@ std::string shownField(const Field& field, const IData& record) {
     return field.kind() == FieldKind::Text ? printable(text) : text;
 }
 
-/// Cut to Output::kMaxColumns, the last of them showing that something is missing.
-std::string cut(const std::string& text) {
-    if (displayWidth(text) <= Output::kMaxColumns) {
-        return text;
-    }
-    std::string_view rest = text;
-    std::string kept;
-    std::size_t width = 0;
-    for (;;) {
-        const std::string_view next = rest.substr(0, decodeUtf8(rest).length);
-        width += displayWidth(next);
-        if (width >= Output::kMaxColumns) {
-            return kept + "\xE2\x80\xA6";  // U+2026, the ellipsis
-        }
-        kept += next;
-        rest.remove_prefix(next.size());
-    }
-}
-
 std::string listedField(const Field& field, const IData& record) {
-    return field.isDefault(record) ? std::string() : cut(shownField(field, record));
-}
-
-void appendAligned(std::string& out, std::string_view text, std::size_t width, bool right) {
-    const std::size_t own = displayWidth(text);
-    const std::string padding(width > own ? width - own : 0, ' ');
-    out += right ? padding : std::string();
-    out += text;
-    out += right ? std::string() : padding;
-    out += kColumnGap;
-}
-
-void endLine(std::string& out) {
-    out.erase(out.find_last_not_of(' ') + 1);
-    out += '\n';
+    return field.isDefault(record) ? std::string() : cutText(shownField(field, record), Output::kMaxColumns);
 }
 
 std::string joined(const std::vector<std::string>& texts, std::string_view separator) {
@@ -155,33 +121,21 @@ bool isNumber(const Cell& cell) {
     return std::holds_alternative<std::int64_t>(cell) || std::holds_alternative<double>(cell);
 }
 
-void appendTable(std::string& out, const Table& table) {
-    std::vector<std::size_t> widths;
-    for (const std::string& column : table.columns) {
-        widths.push_back(displayWidth(column));
+std::string shownCell(const Cell& cell) {
+    return printable(cellText(cell, ", "));
+}
+
+std::vector<const Field*> allFields(const IData& record) {
+    std::vector<const Field*> fields;
+    for (const Field& field : record.recordType().fields()) {
+        fields.push_back(&field);
     }
-    for (const auto& row : table.rows) {
-        for (std::size_t i = 0; i < row.size(); ++i) {
-            widths[i] = std::max(widths[i], displayWidth(printable(cellText(row[i], ", "))));
-        }
-    }
-    for (std::size_t i = 0; i < widths.size(); ++i) {
-        const bool numbers =
-            std::any_of(table.rows.begin(), table.rows.end(), [i](const auto& row) { return isNumber(row[i]); });
-        appendAligned(out, table.columns[i], widths[i], numbers);
-    }
-    endLine(out);
-    for (const auto& row : table.rows) {
-        for (std::size_t i = 0; i < row.size(); ++i) {
-            appendAligned(out, printable(cellText(row[i], ", ")), widths[i], isNumber(row[i]));
-        }
-        endLine(out);
-    }
+    return fields;
 }
 
 }  // namespace
 
-Output::Output(std::ostream& out, Format format) : out_(out), format_(format) {}
+Output::Output(std::ostream& out, Format format, const Screen& screen) : out_(out), format_(format), screen_(screen) {}
 
 Output::~Output() {
     out_ << text_;
@@ -199,6 +153,14 @@ void Output::note(std::string_view text) {
     if (format_ == Format::Table) {
         text_ += printable(text);
         text_ += '\n';
+        first_ = false;
+    }
+}
+
+void Output::heading(std::string_view text) {
+    if (format_ == Format::Table) {
+        text_ += first_ ? "" : "\n";
+        appendBold(text_, printable(text) + '\n', screen_);
         first_ = false;
     }
 }
@@ -221,47 +183,79 @@ void Output::csvLine(const std::vector<std::string>& cells) {
     flushIfLarge();
 }
 
-void Output::records(const std::vector<RecordPtr>& records, std::string_view nothing) {
-    if (records.empty()) {
-        note(nothing);
+void Output::records(const std::vector<RecordPtr>& records, std::string_view nothing, const Fields& fields) {
+    if (format_ == Format::Table) {
+        if (records.empty()) {
+            note(nothing);
+        } else {
+            recordTable(records, fields.empty() ? columnsOf(records) : fields);
+        }
         return;
     }
-    if (format_ == Format::Table) {
-        recordTable(records);
-    } else {
+    if (fields.empty()) {
         details(records);
+        return;
+    }
+    if (format_ == Format::Csv) {
+        std::vector<std::string> names;
+        for (const Field* const field : fields) {
+            names.push_back(field->name());
+        }
+        csvLine(names);
+    }
+    for (const RecordPtr& record : records) {
+        recordLine(*record, fields);
     }
 }
 
-void Output::recordTable(const std::vector<RecordPtr>& records) {
-    const std::vector<const Field*> columns = columnsOf(records);
-    std::vector<std::size_t> widths;
-    for (const Field* const field : columns) {
-        std::size_t width = displayWidth(field->name());
-        for (const RecordPtr& record : records) {
-            width = std::max(width, displayWidth(listedField(*field, *record)));
-        }
-        widths.push_back(width);
-        appendAligned(text_, field->name(), width, isNumber(*field));
+void Output::recordTable(const std::vector<RecordPtr>& records, const Fields& fields) {
+    TextTable table;
+    for (const Field* const field : fields) {
+        table.columns.push_back({field->name(), isNumber(*field)});
     }
-    endLine(text_);
-    for (const RecordPtr& record : records) {
-        for (std::size_t i = 0; i < columns.size(); ++i) {
-            appendAligned(text_, listedField(*columns[i], *record), widths[i], isNumber(*columns[i]));
-        }
-        endLine(text_);
-        flushIfLarge();
-    }
+    table.rows = records.size();
+    table.cell = [&](std::size_t row, std::size_t column) { return listedField(*fields[column], *records[row]); };
+    textTable(table);
+}
+
+void Output::textTable(const TextTable& table) {
+    const std::vector<std::string> missing = table.append(text_, screen_, [this] { flushIfLarge(); });
     first_ = false;
+    if (!missing.empty()) {
+        note("(no room for: " + joined(missing, ", ") + ")");
+    }
+}
+
+void Output::recordLine(const IData& record, const Fields& fields) {
+    if (format_ == Format::Csv) {
+        csvRecord(record, fields);
+        return;
+    }
+    char separator = '{';
+    for (const Field* const field : fields) {
+        text_ += separator;
+        appendJsonString(text_, field->name());
+        text_ += ':';
+        appendJsonField(text_, *field, record);
+        separator = ',';
+    }
+    text_ += "}\n";
+    flushIfLarge();
+}
+
+void Output::csvRecord(const IData& record, const Fields& fields) {
+    std::vector<std::string> cells(fields.size());
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+        if (!fields[i]->isDefault(record)) {
+            appendField(cells[i], *fields[i], record);
+        }
+    }
+    csvLine(cells);
 }
 
 void Output::details(const std::vector<RecordPtr>& records) {
     if (format_ == Format::Csv && !records.empty()) {
-        std::vector<std::string> names;
-        for (const Field& field : records.front()->recordType().fields()) {
-            names.push_back(field.name());
-        }
-        csvLine(names);
+        csvLine(fieldNames(records.front()->recordType()));
     }
     for (const RecordPtr& record : records) {
         recordDetail(*record);
@@ -270,36 +264,52 @@ void Output::details(const std::vector<RecordPtr>& records) {
 }
 
 void Output::recordDetail(const IData& record) {
-    const std::vector<Field>& fields = record.recordType().fields();
     if (format_ == Format::Json) {
         appendJson(text_, record);
         text_ += '\n';
         return;
     }
     if (format_ == Format::Csv) {
-        std::vector<std::string> cells(fields.size());
-        for (std::size_t i = 0; i < fields.size(); ++i) {
-            if (!fields[i].isDefault(record)) {
-                appendField(cells[i], fields[i], record);
-            }
-        }
-        csvLine(cells);
+        csvRecord(record, allFields(record));
         return;
     }
-    if (!first_) {
-        text_ += '\n';
+    std::vector<std::pair<std::string, std::string>> lines;
+    for (const Field& field : record.recordType().fields()) {
+        if (!field.isDefault(record)) {
+            lines.emplace_back(field.name(), shownField(field, record));
+        }
     }
+    block(lines);
+}
+
+void Output::block(const std::vector<std::pair<std::string, std::string>>& lines) {
+    text_ += first_ ? "" : "\n";
     first_ = false;
     std::size_t width = 0;
-    for (const Field& field : fields) {
-        width = field.isDefault(record) ? width : std::max(width, field.name().size());
+    for (const auto& [name, value] : lines) {
+        width = std::max(width, name.size());
     }
-    for (const Field& field : fields) {
-        if (!field.isDefault(record)) {
-            appendAligned(text_, field.name(), width, false);
-            text_ += shownField(field, record);
-            endLine(text_);
+    for (const auto& [name, value] : lines) {
+        appendPadded(text_, name, width, false);
+        text_ += "  " + value + '\n';
+    }
+}
+
+void Output::blocks(const Table& table) {
+    if (format_ != Format::Table) {
+        this->table(table, "");
+        return;
+    }
+    for (const auto& row : table.rows) {
+        std::vector<std::pair<std::string, std::string>> lines;
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            std::string value = shownCell(row[i]);
+            if (!value.empty()) {
+                lines.emplace_back(table.columns[i], std::move(value));
+            }
         }
+        block(lines);
+        flushIfLarge();
     }
 }
 
@@ -333,8 +343,18 @@ void Output::table(const Table& table, std::string_view nothing) {
         note(nothing);
         return;
     }
-    appendTable(text_, table);
-    first_ = false;
+    TextTable text;
+    for (std::size_t i = 0; i < table.columns.size(); ++i) {
+        const bool numbers =
+            std::any_of(table.rows.begin(), table.rows.end(), [i](const auto& row) { return isNumber(row[i]); });
+        text.columns.push_back({table.columns[i], numbers});
+    }
+    text.rows = table.rows.size();
+    text.cell = [&](std::size_t row, std::size_t column) { return shownCell(table.rows[row][column]); };
+    if (!table.tones.empty()) {
+        text.tone = [&](std::size_t row) { return table.tones[row]; };
+    }
+    textTable(text);
 }
 
 }  // namespace inscenter

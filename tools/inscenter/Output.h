@@ -6,10 +6,13 @@
 #include <iosfwd>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 #include <vector>
 
 #include "platform/record/IData.h"
+#include "platform/record/RecordType.h"
+#include "tools/inscenter/TextTable.h"
 
 namespace inscenter {
 
@@ -23,6 +26,7 @@ using Cell = std::variant<std::monostate, std::string, std::int64_t, double, std
 struct Table {
     std::vector<std::string> columns;
     std::vector<std::vector<Cell>> rows;
+    std::vector<Tone> tones = {};  ///< of the rows; empty: all plain
 };
 
 using RecordPtr = boost::shared_ptr<mxservice::IData>;
@@ -31,7 +35,7 @@ using RecordPtr = boost::shared_ptr<mxservice::IData>;
 /// characters are shown in a harmless form; JSON and CSV hold whole texts.
 class Output {
 public:
-    Output(std::ostream& out, Format format);
+    Output(std::ostream& out, Format format, const Screen& screen = {});
     /// Writes what is left.
     ~Output();
     Output(const Output&) = delete;
@@ -41,16 +45,22 @@ public:
 
     /// A remark for people; left out of JSON and CSV.
     void note(std::string_view text);
+    /// The title of what follows, for people alike, with an empty line before it unless it is the first.
+    void heading(std::string_view text);
 
     /// Records of one class: a line each, in tables with the columns that tell most and texts cut to kMaxColumns.
-    /// `nothing` is what a table says instead when there is no record.
-    void records(const std::vector<RecordPtr>& records, std::string_view nothing);
+    /// `nothing` is what a table says instead when there is no record. With `fields`, those and no others, in JSON also
+    /// where they are at their default.
+    void records(const std::vector<RecordPtr>& records, std::string_view nothing,
+                 const std::vector<const mxservice::Field*>& fields = {});
 
     /// Every field of a few records that is not at its default, in tables one field a line. The records may be of one
     /// class only when the format is CSV.
     void details(const std::vector<RecordPtr>& records);
 
     void table(const Table& table, std::string_view nothing);
+    /// The same, but in tables one column a line, as details() does.
+    void blocks(const Table& table);
 
     /// A line as it stands, for answers that are JSON already.
     void line(std::string_view text);
@@ -61,12 +71,19 @@ public:
     static constexpr std::size_t kMaxColumns = 40;
 
 private:
-    void recordTable(const std::vector<RecordPtr>& records);
+    using Fields = std::vector<const mxservice::Field*>;
+
+    void recordTable(const std::vector<RecordPtr>& records, const Fields& fields);
+    void recordLine(const mxservice::IData& record, const Fields& fields);
     void recordDetail(const mxservice::IData& record);
+    void csvRecord(const mxservice::IData& record, const Fields& fields);
+    void textTable(const TextTable& table);
+    void block(const std::vector<std::pair<std::string, std::string>>& lines);
     void flushIfLarge();
 
     std::ostream& out_;
     const Format format_;
+    const Screen screen_;
     std::string text_;
     bool first_ = true;
 };

@@ -120,6 +120,22 @@ void appendField(std::string& out, const Field& field, const IData& record) {
     }
 }
 
+void appendJsonField(std::string& out, const Field& field, const IData& record) {
+    if (field.kind() == FieldKind::Text) {
+        appendJsonString(out, field.in<std::string>(record));
+    } else {
+        appendField(out, field, record);
+    }
+}
+
+std::vector<std::string> fieldNames(const mxservice::RecordType& type) {
+    std::vector<std::string> names;
+    for (const Field& field : type.fields()) {
+        names.push_back(field.name());
+    }
+    return names;
+}
+
 void appendJson(std::string& out, const IData& record) {
     char separator = '{';
     for (const Field& field : record.recordType().fields()) {
@@ -131,11 +147,7 @@ void appendJson(std::string& out, const IData& record) {
         out += field.name();
         out += "\":";
         separator = ',';
-        if (field.kind() == FieldKind::Text) {
-            appendJsonString(out, field.in<std::string>(record));
-        } else {
-            appendField(out, field, record);
-        }
+        appendJsonField(out, field, record);
     }
     out += separator == '{' ? "{}" : "}";
 }

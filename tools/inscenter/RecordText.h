@@ -2,6 +2,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/record/IData.h"
 #include "platform/record/RecordType.h"
@@ -19,9 +20,15 @@ void appendJsonString(std::string& out, std::string_view text);
 /// Appends the number with no more digits than it takes to read the same value back; "null" for what is not finite.
 void appendNumber(std::string& out, double value);
 
+/// Appends one field as a JSON value.
+void appendJsonField(std::string& out, const mxservice::Field& field, const mxservice::IData& record);
+
 /// Appends one field as the text of a CSV or table cell: a text as it stands, a number as in JSON, a basket as a JSON
 /// array.
 void appendField(std::string& out, const mxservice::Field& field, const mxservice::IData& record);
+
+/// The names of a class's fields, in the order of its table.
+std::vector<std::string> fieldNames(const mxservice::RecordType& type);
 
 /// Appends a cell of a CSV line, quoted where RFC 4180 asks for it.
 void appendCsvCell(std::string& out, std::string_view text);

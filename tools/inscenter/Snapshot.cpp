@@ -52,6 +52,9 @@ constexpr std::array<CatalogueKind, kCatalogues> kKinds{
     kind<mxservice::COTCSecuritiesIssuanceInfo, &Snapshot::issuances>("issuances"),
     kind<mxservice::COTCStockEnquiryPriceSetting, &Snapshot::issuancePrices>("issuanceprices")};
 
+/// Stands for standard input where a directory or file is named.
+constexpr const char* kStandardInput = "-";
+
 enum class Form { Json, Csv };
 
 struct CatalogueFile {
@@ -59,6 +62,10 @@ struct CatalogueFile {
     std::size_t catalogue;
     Form form;
 };
+
+std::string nameOf(const CatalogueFile& file) {
+    return file.path == kStandardInput ? "standard input" : file.path.string();
+}
 
 /// Reports the lines of one file that were passed over, the first few in full.
 class SkippedLines {
@@ -99,14 +106,14 @@ public:
           identity_(identityFields(type_)),
           json_(type_),
           csv_(type_),
-          skipped_(console, file.path.string()),
+          skipped_(console, nameOf(file)),
           snapshot_(snapshot),
           console_(console) {}
 
     /// `before`: bytes of the files before this one. Throws std::runtime_error where the file cannot be read; what was
     /// read up to there stays.
     void read(std::uint64_t before) {
-        LineReader lines(file_.path);
+        LineReader lines = file_.path == kStandardInput ? LineReader() : LineReader(file_.path);
         bool header = file_.form == Form::Json;
         while (lines.next()) {
             if (lines.number() % kLinesAStep == 0) {
@@ -176,6 +183,9 @@ bool isIgnoredSilently(const std::string& name) {
 
 /// The files of the directory that hold a catalogue, in the order of their names.
 std::vector<CatalogueFile> listFiles(const std::filesystem::path& directory, Console& console, std::size_t& skipped) {
+    if (directory == kStandardInput) {
+        return {{directory, static_cast<std::size_t>(Catalogue::Instruments), Form::Json}};
+    }
     std::vector<std::filesystem::path> paths;
     try {
         for (const auto& entry : std::filesystem::directory_iterator(directory)) {
@@ -230,7 +240,7 @@ ReadReport readSnapshot(const std::filesystem::path& directory, Snapshot& snapsh
             reader.read(done);
             readable = true;
         } catch (const std::runtime_error& failure) {
-            console.message(fmt::format("{}: {}", file.path.string(), failure.what()));
+            console.message(fmt::format("{}: {}", nameOf(file), failure.what()));
             ++report.skipped;
         }
         reader.finish();
@@ -240,8 +250,10 @@ ReadReport readSnapshot(const std::filesystem::path& directory, Snapshot& snapsh
         done += sizeOf(file.path);
     }
     console.end();
-    if (!readable) {
-        throw UnreadableInput(fmt::format("{}: holds no catalogue file that can be read", directory.string()));
+    const bool input = directory == kStandardInput;
+    if (!readable || (input && report.records.front() == 0)) {
+        throw UnreadableInput(input ? "standard input holds no record"
+                                    : fmt::format("{}: holds no catalogue file that can be read", directory.string()));
     }
     report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
     return report;

@@ -60,6 +60,8 @@ struct ReadReport {
 /// (a JSON object a line) or ".csv" (a header line and a record a line), in the order of the names. Keys are the
 /// records' document keys.
 ///
+/// The directory "-" stands for standard input, which holds instruments, a JSON object a line.
+///
 /// What cannot be used is reported on `console` and passed over: a line as "FILE:LINE: field NAME: REASON", up to 20
 /// lines a file and then their number; unknown keys once a file; files of other names, except hidden ones and READMEs.
 /// Throws UnreadableInput when the directory cannot be read, or none of its files can.

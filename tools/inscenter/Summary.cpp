@@ -12,6 +12,7 @@
 #include "base/instrumentcenter/CClientInstrumentCenter.h"
 #include "base/instrumentcenter/CServerInstrumentCenter.h"
 #include "platform/utils/MarketRules.h"
+#include "tools/inscenter/MarketNames.h"
 #include "tools/inscenter/Verbs.h"
 
 namespace inscenter {
@@ -27,38 +28,6 @@ constexpr const char* kEtfMarket = "ETFINSTS";
 constexpr const char* kBondMarket = "BANK";
 constexpr const char* kTotal = "total";
 
-struct MarketName {
-    const char* market;
-    const char* name;
-};
-
-constexpr std::array kMarketNames{MarketName{"SH", "Shanghai Stock Exchange"},
-                                  MarketName{"SZ", "Shenzhen Stock Exchange"},
-                                  MarketName{"BJ", "Beijing Stock Exchange"},
-                                  MarketName{"HK", "Hong Kong"},
-                                  MarketName{"SHO", "Shanghai stock options"},
-                                  MarketName{"SZO", "Shenzhen stock options"},
-                                  MarketName{"CFFEX", "China Financial Futures Exchange"},
-                                  MarketName{"SHFE", "Shanghai Futures Exchange"},
-                                  MarketName{"DCE", "Dalian Commodity Exchange"},
-                                  MarketName{"CZCE", "Zhengzhou Commodity Exchange"},
-                                  MarketName{"INE", "Shanghai International Energy Exchange"},
-                                  MarketName{"GFEX", "Guangzhou Futures Exchange"},
-                                  MarketName{"NEEQ", "NEEQ board"},
-                                  MarketName{"SHGE", "Shanghai Gold Exchange"},
-                                  MarketName{"BANK", "Interbank bonds"},
-                                  MarketName{"ETFINSTS", "ETF creation and redemption codes"},
-                                  MarketName{"WP", "Outer futures"},
-                                  MarketName{"NYSE", "New York Stock Exchange"},
-                                  MarketName{"NASDAQ", "NASDAQ"},
-                                  MarketName{"SOTC", "OTC"}};
-
-std::string nameOf(const std::string& market) {
-    const auto found = std::find_if(kMarketNames.begin(), kMarketNames.end(),
-                                    [&](const MarketName& known) { return market == known.market; });
-    return found == kMarketNames.end() ? "" : found->name;
-}
-
 /// The markets under which the records are filed, in the order of the input; the pseudo-markets last.
 std::vector<std::string> filedMarkets(const Day& day) {
     std::vector<std::string> markets;
@@ -68,8 +37,7 @@ std::vector<std::string> filedMarkets(const Day& day) {
         }
     };
     for (const auto& [market, count] : day.markets) {
-        const bool connect = market == "HGT" || market == "SGT";
-        add(connect ? "HK" : market == "SHFI" ? "SH" : market);
+        add(filedMarket(market));
     }
     add(kEtfMarket);
     add(kBondMarket);
@@ -122,7 +90,7 @@ Table marketTable(Session& session) {
         if (!records.empty()) {
             const auto count = static_cast<std::int64_t>(records.size());
             total += count;
-            table.rows.push_back({market, nameOf(market), count, kindOf(session.center, market, records)});
+            table.rows.push_back({market, marketName(market), count, kindOf(session.center, market, records)});
         }
     }
     if (!table.rows.empty()) {

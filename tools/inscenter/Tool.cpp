@@ -3,12 +3,11 @@
 #include <log4cxx/consoleappender.h>
 #include <log4cxx/level.h>
 #include <log4cxx/patternlayout.h>
-#include <unistd.h>
 
 #include <exception>
 #include <filesystem>
-#include <iostream>
 #include <new>
+#include <ostream>
 #include <system_error>
 
 #include "platform/persist/CPersistService.h"
@@ -16,6 +15,7 @@
 #include "platform/utils/Utils.h"
 #include "tools/inscenter/CommandLine.h"
 #include "tools/inscenter/Compare.h"
+#include "tools/inscenter/Terminal.h"
 
 namespace inscenter {
 namespace {
@@ -86,7 +86,7 @@ int answer(const Command& command, std::ostream& out, Console& console) {
     const ProcessSettings settings(command);
     const auto center = makeCenter(command.center);
     const Day day = loadDay(command.data, *center, console);
-    Output output(out, command.format);
+    Output output(out, command.format, screenOf(out));
     Session session{*center, command.center, day, output, console};
     command.verb(session, command.query);
     if (session.missing) {
@@ -103,7 +103,7 @@ int compare(const Command& command, std::ostream& out, Console& console) {
     }
     Snapshot snapshot;
     const ReadReport read = readSnapshot(command.data, snapshot, console);
-    Output output(out, command.format);
+    Output output(out, command.format, screenOf(out));
     if (!compareCenters(snapshot, output, console)) {
         return kDifferent;
     }
@@ -111,12 +111,12 @@ int compare(const Command& command, std::ostream& out, Console& console) {
 }
 
 int lookIntoStore(const Command& command, std::ostream& out, Console& console) {
-    Output output(out, command.format);
+    Output output(out, command.format, screenOf(out));
     return command.storeVerb(command.storeQuery, output, console) ? kAnswered : kUnreadable;
 }
 
 int run(const Command& command, std::ostream& out, std::ostream& err) {
-    Console console(err, &err == &std::cerr && isatty(STDERR_FILENO) == 1);
+    Console console(err, isTerminal(err), screenOf(err).colours);
     try {
         switch (command.task) {
             case Task::Ask:

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -10,6 +11,7 @@
 #include "tools/inscenter/Center.h"
 #include "tools/inscenter/Console.h"
 #include "tools/inscenter/Output.h"
+#include "tools/inscenter/RecordSelection.h"
 #include "tools/inscenter/Snapshot.h"
 
 namespace inscenter {
@@ -28,6 +30,9 @@ struct Query {
     std::optional<int> traderType;
     bool byProduct = false;
     std::optional<int> group;
+    std::string text;                  ///< to look for
+    std::optional<std::size_t> limit;  ///< of what is found
+    RecordSelection selection;         ///< of verbs that list records
 };
 
 /// What a verb works with.
@@ -41,6 +46,9 @@ struct Session {
 
     /// Reports the key on the console and remembers that one was missing.
     void reportMissing(const std::string& key, const char* what = "not found");
+
+    /// Writes those of the records that the query selects; where there was none to select from, tables say `nothing`.
+    void list(std::vector<RecordPtr> records, const Query& query, std::string_view nothing);
 };
 
 /// The verbs of the tool. Each asks the center and writes the answer to the session's output.
@@ -50,6 +58,9 @@ void showSummary(Session& session, const Query& query);
 void showInstruments(Session& session, const Query& query);
 void showPredicates(Session& session, const Query& query);
 void listInstruments(Session& session, const Query& query);
+
+void findText(Session& session, const Query& query);
+void explainCodes(Session& session, const Query& query);
 
 void showMains(Session& session, const Query& query);
 void showProducts(Session& session, const Query& query);

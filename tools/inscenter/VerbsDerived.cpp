@@ -94,9 +94,9 @@ void showMains(Session& session, const Query& query) {
         const std::vector<RecordPtr> found = valuesOf(session.center.getFutureMainInstruments(market));
         mains.insert(mains.end(), found.begin(), found.end());
     }
-    session.output.records(mains, query.markets.empty()
-                                      ? "no main contracts"
-                                      : fmt::format("no main contracts of market {}", fmt::join(query.markets, ", ")));
+    session.list(std::move(mains), query,
+                 query.markets.empty() ? "no main contracts"
+                                       : fmt::format("no main contracts of market {}", fmt::join(query.markets, ", ")));
 }
 
 void showProducts(Session& session, const Query& /*query*/) {

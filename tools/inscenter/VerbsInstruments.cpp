@@ -22,6 +22,12 @@ void Session::reportMissing(const std::string& key, const char* what) {
     missing = true;
 }
 
+void Session::list(std::vector<RecordPtr> records, const Query& query, std::string_view nothing) {
+    const bool empty = records.empty();
+    query.selection.apply(records);
+    output.records(records, empty ? nothing : "no record meets the conditions", query.selection.fields());
+}
+
 void showInstruments(Session& session, const Query& query) {
     std::vector<RecordPtr> found;
     for (const std::string& key : query.keys) {
@@ -37,16 +43,7 @@ void showInstruments(Session& session, const Query& query) {
 void showPredicates(Session& session, const Query& query) {
     Table table{{"key", "predicates"}, {}};
     for (const std::string& key : query.keys) {
-        std::vector<std::string> names;
-        for (const Predicate& predicate : kPredicates) {
-            if ((session.center.*predicate.ask)(key)) {
-                names.emplace_back(predicate.name);
-            }
-        }
-        const auto record = session.center.getInstrument(key);
-        if (record && session.center.isStkOptionUndlCode(record->market, record->code)) {
-            names.emplace_back("isStkOptionUndlCode");
-        }
+        std::vector<std::string> names = truePredicates(session.center, key);
         if (names.empty()) {
             session.reportMissing(key, "no predicate answers true");
             if (session.output.format() == Format::Table) {
@@ -68,7 +65,7 @@ void listInstruments(Session& session, const Query& query) {
         session.center.getInstruments(std::list<std::string>(query.markets.begin(), query.markets.end()), found);
         nothing = fmt::format("no instruments of market {}", joined(query.markets));
     }
-    session.output.records(valuesOf(found), nothing);
+    session.list(valuesOf(found), query, nothing);
 }
 
 }  // namespace inscenter

@@ -30,8 +30,8 @@ void showEtf(Session& session, const Query& query) {
     session.output.details(funds);
 }
 
-void listEtfs(Session& session, const Query& /*query*/) {
-    session.output.records(valuesOf(session.center.getEtfs()), "no ETFs");
+void listEtfs(Session& session, const Query& query) {
+    session.list(valuesOf(session.center.getEtfs()), query, "no ETFs");
 }
 
 void showBond(Session& session, const Query& query) {
@@ -51,40 +51,40 @@ void showBond(Session& session, const Query& query) {
     session.output.details(bonds);
 }
 
-void listBonds(Session& session, const Query& /*query*/) {
-    session.output.records(valuesOf(session.center.getBonds()), "no bonds");
+void listBonds(Session& session, const Query& query) {
+    session.list(valuesOf(session.center.getBonds()), query, "no bonds");
 }
 
-void listTenderBonds(Session& session, const Query& /*query*/) {
-    session.output.records(valuesOf(session.center.getTrenderBondInfos()), "no tender bonds");
+void listTenderBonds(Session& session, const Query& query) {
+    session.list(valuesOf(session.center.getTrenderBondInfos()), query, "no tender bonds");
 }
 
 void listOtcPlans(Session& session, const Query& query) {
     if (!query.group) {
-        session.output.records(valuesOf(session.center.getOtcInstruments()), "no OTC fund plans");
+        session.list(valuesOf(session.center.getOtcInstruments()), query, "no OTC fund plans");
         return;
     }
     std::vector<boost::shared_ptr<mxservice::COTCFundPlanInfo>> plans;
     session.center.getOtcInstruments(*query.group, plans);
-    session.output.records({plans.begin(), plans.end()}, fmt::format("no OTC fund plans of group {}", *query.group));
+    session.list({plans.begin(), plans.end()}, query, fmt::format("no OTC fund plans of group {}", *query.group));
     if (session.kind == CenterKind::Client) {
         session.output.note("The persisted center does not select plans by group.");
     }
 }
 
-void listIssuances(Session& session, const Query& /*query*/) {
-    session.output.records(valuesOf(session.center.getIssuanceInfos()), "no issuances");
+void listIssuances(Session& session, const Query& query) {
+    session.list(valuesOf(session.center.getIssuanceInfos()), query, "no issuances");
 }
 
-void listIssuancePrices(Session& session, const Query& /*query*/) {
-    session.output.records(valuesOf(session.center.getIssuancePriceInfos()), "no price settings");
+void listIssuancePrices(Session& session, const Query& query) {
+    session.list(valuesOf(session.center.getIssuancePriceInfos()), query, "no price settings");
     if (session.kind == CenterKind::Server) {
         session.output.note("The in-memory center keeps no price settings.");
     }
 }
 
-void listCounterparties(Session& session, const Query& /*query*/) {
-    session.output.records(valuesOf(session.center.getCounterpartys()), "no counterparties");
+void listCounterparties(Session& session, const Query& query) {
+    session.list(valuesOf(session.center.getCounterpartys()), query, "no counterparties");
 }
 
 void showInterbankCode(Session& session, const Query& query) {

@@ -1,0 +1,210 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "ToolFixture.h"
+#include "tools/inscenter/FoldedText.h"
+#include "tools/inscenter/Output.h"
+
+// What is picked from lists, what is found, and how tables fit a screen.
+
+namespace {
+
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::SizeIs;
+using tooltest::Result;
+using tooltest::run;
+
+std::vector<std::string> linesOf(const std::string& text) {
+    std::istringstream stream(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+class ToolListingTest : public tooltest::ToolTest {
+protected:
+    ToolListingTest() {
+        write(
+            "instruments.ndjson",
+            R"-({"market":"SH","code":"600001","name":"甲 银行","listingDate":"20200105","priceTick":0.01,"lotSize":100}
+{"market":"SH","code":"600002","name":"乙","listingDate":"20190105","priceTick":0.001,"lotSize":9}
+{"market":"SH","code":"600003","name":"丙银行Ａ","listingDate":"","priceTick":0.01}
+{"market":"SH","code":"600004","name":"丁","listingDate":"20210105","priceTick":-1}
+{"market":"SZ","code":"600001","name":"fund \"<b>\""}
+{"market":"HGT","code":"00001","name":"CKH"}
+{"market":"DCE","code":"SP a2605&a2609"}
+)-");
+    }
+
+    std::vector<std::string> codes(std::vector<std::string> options) {
+        options.insert(options.begin(), {"list", "--market", "SH", "--fields", "code", "--format", "csv"});
+        const Result result = ask(options);
+        EXPECT_EQ(result.code, 0) << result.err;
+        std::vector<std::string> lines = linesOf(result.out);
+        EXPECT_EQ(lines.at(0), "code\r");
+        lines.erase(lines.begin());
+        for (std::string& line : lines) {
+            line.pop_back();
+        }
+        return lines;
+    }
+};
+
+TEST_F(ToolListingTest, ConditionsCompareByTheKindOfTheField) {
+    EXPECT_THAT(codes({"--where", "priceTick=0.010"}), ElementsAre("600001", "600003"));
+    EXPECT_THAT(codes({"--where", "lotSize>9"}), ElementsAre("600001"));  // as texts, "100" is less than "9"
+    EXPECT_THAT(codes({"--where", "lotSize>=9", "--where", "lotSize<=99"}), ElementsAre("600002"));
+    EXPECT_THAT(codes({"--where", "priceTick<-0.5"}), ElementsAre("600004"));
+    EXPECT_THAT(codes({"--where", "listingDate<20200105"}), ElementsAre("600002"));  // an unknown date is not earlier
+    EXPECT_THAT(codes({"--where", "listingDate="}), ElementsAre("600003"));
+    EXPECT_THAT(codes({"--where", "listingDate!=20200105"}), ElementsAre("600002", "600003", "600004"));
+    EXPECT_THAT(codes({"--where", "name~银行a"}), ElementsAre("600003"));
+    EXPECT_THAT(codes({"--where", "name~甲银行"}), ElementsAre("600001"));
+    EXPECT_EQ(ask({"etfs", "--where", "stocks=1"}).code, 0);
+    EXPECT_THAT(ask({"etfs", "--where", "stocks=1", "--jsonl"}).out, HasSubstr("510050"));
+    EXPECT_EQ(ask({"etfs", "--where", "stocks>1"}).out, "no record meets the conditions\n");
+}
+
+TEST_F(ToolListingTest, SortsAndLimitsAfterSelecting) {
+    EXPECT_THAT(codes({"--sort", "listingDate"}), ElementsAre("600003", "600002", "600001", "600004"));
+    EXPECT_THAT(codes({"--sort", "-priceTick"}), ElementsAre("600001", "600003", "600002", "600004"));
+    EXPECT_THAT(codes({"--sort", "lotSize", "--where", "lotSize>0", "--limit", "1"}), ElementsAre("600002"));
+    EXPECT_THAT(codes({"--limit", "0"}), SizeIs(0));
+}
+
+TEST_F(ToolListingTest, NamedFieldsStandAloneAndInTheirOrder) {
+    const std::vector<std::string> query{"list",     "--market",         "SH", "--where", "code=600002",
+                                         "--fields", "lotSize,isin,code"};
+    auto with = [&](const std::string& format) {
+        std::vector<std::string> all = query;
+        all.insert(all.end(), {"--format", format});
+        return ask(all).out;
+    };
+    EXPECT_EQ(with("jsonl"), "{\"lotSize\":9,\"isin\":\"\",\"code\":\"600002\"}\n");
+    EXPECT_EQ(with("csv"), "lotSize,isin,code\r\n9,,600002\r\n");
+    EXPECT_EQ(with("table"), "lotSize  isin  code\n      9        600002\n");
+}
+
+TEST_F(ToolListingTest, WrongFieldsAndValuesAreUsageErrors) {
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
+        {{"--where", "listngDate=1"}, "no field \"listngDate\"; did you mean listingDate or delistingDate?"},
+        {{"--fields", "code,LOTSIZE"}, "no field \"LOTSIZE\"; did you mean lotSize?"},
+        {{"--sort", "-tick"}, "no field \"tick\"; did you mean priceTick?"},
+        {{"--where", "lotSize>many"}, "field lotSize holds numbers: \"many\" is none"},
+        {{"--where", "code"}, "\"code\" is no condition"},
+        {{"--limit", "-1"}, "--limit"},
+        {{"--jsonl", "--format", "csv"}, "--jsonl"}};
+    for (const auto& [options, message] : cases) {
+        std::vector<std::string> arguments{"list", "--market", "SH"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        const Result bad = ask(arguments);
+        EXPECT_EQ(bad.code, 2) << message;
+        EXPECT_EQ(bad.out, "");
+        EXPECT_THAT(bad.err, HasSubstr(message));
+    }
+    EXPECT_EQ(ask({"mains", "--by-product", "--limit", "1"}).code, 2);
+}
+
+TEST_F(ToolListingTest, FindsCodesByTheirBeginningAndNamesByAnyPart) {
+    const auto found = [this](const std::string& text) {
+        std::vector<std::string> keys;
+        for (const std::string& line : linesOf(ask({"find", text, "--format", "csv"}).out)) {
+            keys.push_back(line.substr(0, line.find(',', line.find(',') + 1)));
+        }
+        keys.erase(keys.begin());
+        return keys;
+    };
+    EXPECT_THAT(found("600001"), ElementsAre("SH,600001", "SZ,600001"));
+    EXPECT_THAT(found("sh60000"), ElementsAre("SH,600001", "SH,600002", "SH,600003", "SH,600004"));
+    EXPECT_THAT(found("0001"), SizeIs(0));
+    EXPECT_THAT(found("银行"), ElementsAre("SH,510051", "SH,600001", "SH,600003"));  // the first stands for a fund
+    EXPECT_THAT(found("行a"), ElementsAre("SH,600003"));
+    EXPECT_THAT(found("sp A2605"), ElementsAre("DCE,SP a2605&a2609"));
+    EXPECT_THAT(found("对手"), ElementsAre("counterparties,C1"));
+    EXPECT_THAT(found("P1"), ElementsAre("SOTC,P1"));
+    EXPECT_THAT(found("SH"), SizeIs(0));
+    const Result nothing = ask({"find", "无"});
+    EXPECT_EQ(nothing.code, 1);
+    EXPECT_EQ(nothing.out, "");
+    EXPECT_THAT(ask({"find", "6", "--limit", "2"}).out, HasSubstr("... and 3 more\n"));
+}
+
+TEST_F(ToolListingTest, ExplainsEveryMarketOfACode) {
+    const std::string both = ask({"explain", "600001"}).out;
+    EXPECT_THAT(
+        both, AllOf(HasSubstr("keyText     SH600001\nname        甲 银行\n"), HasSubstr("\n\nkeyText     SZ600001\n")));
+    EXPECT_THAT(ask({"explain", "SH600000"}).code, 1);
+    // Known numbers, which stores and other programs rely on.
+    const std::string hongKong = ask({"explain", "00001"}).out;
+    EXPECT_THAT(hongKong, AllOf(HasSubstr("keyText       HK00001"), HasSubstr("recordMarket  HGT"),
+                                HasSubstr("alsoKeyTexts  HGT00001, SGT00001"), HasSubstr("(0x3f34329ce3e707f8)")));
+    const std::string connect = ask({"explain", "SGT00001"}).out;
+    EXPECT_THAT(connect, AllOf(HasSubstr("keyText       SGT00001"), HasSubstr("foldedText    HK00001")));
+    const std::string folded = connect.substr(connect.find("foldedKey     ") + 14, 19);
+    EXPECT_THAT(hongKong, HasSubstr("key           " + folded));
+
+    EXPECT_THAT(ask({"explain", "510051"}).out,
+                AllOf(HasSubstr("SH510051"), HasSubstr("hasEtf"), HasSubstr("ETFINSTS510051")));
+    EXPECT_THAT(ask({"explain", "220001"}).out, HasSubstr("hasCode, hasBond"));
+    EXPECT_THAT(ask({"explain", "I1"}).out, HasSubstr("hasIssuance"));
+    EXPECT_THAT(askClient({"explain", "SH019547"}).code, 1);
+}
+
+TEST_F(ToolListingTest, ReadsInstrumentsFromStandardInput) {
+    const std::string file = day_.path() / "instruments.ndjson";
+    ASSERT_NE(std::freopen(file.c_str(), "rb", stdin), nullptr);
+    const Result piped = run({"--data", "-", "list", "--market", "SZ"});
+    EXPECT_THAT(piped.out, HasSubstr("fund"));
+    EXPECT_EQ(piped.code, 0) << piped.err;
+
+    ASSERT_NE(std::freopen("/dev/null", "rb", stdin), nullptr);
+    const Result empty = run({"--data", "-", "summary"});
+    EXPECT_EQ(empty.code, 2);
+    EXPECT_THAT(empty.err, HasSubstr("standard input holds no record"));
+}
+
+TEST(FoldedText, TakesWritingsOfOneTextForTheSame) {
+    EXPECT_EQ(inscenter::foldedText("万 科Ａ"), inscenter::foldedText("万科a"));
+    EXPECT_EQ(inscenter::foldedText("５０ETF　x"), "50etfx");
+    EXPECT_EQ(inscenter::foldedText("a\xFF\xE4z"), "az");
+}
+
+/// A table as a terminal of so many columns shows it.
+std::string shown(const inscenter::Table& table, std::size_t columns, bool colours = false) {
+    std::ostringstream out;
+    inscenter::Output(out, inscenter::Format::Table, {columns, colours}).table(table, "");
+    return out.str();
+}
+
+TEST(Screen, NarrowOnesWrapTheLastTextCutOthersAndLeaveColumnsOut) {
+    const inscenter::Table list{{"key", "is"},
+                                {{std::string("SH600000"), std::vector<std::string>{"hasCode", "hasStock", "hasEtf"}}}};
+    EXPECT_EQ(shown(list, 0), "key       is\nSH600000  hasCode, hasStock, hasEtf\n");
+    EXPECT_EQ(shown(list, 34), "key       is\nSH600000  hasCode, hasStock,\n          hasEtf\n");
+
+    const inscenter::Table numbers{
+        {"code", "name", "tick", "lot"},
+        {{std::string("600000"), std::string("浦发银行股份有限公司"), 0.25, std::int64_t{100}}}};
+    EXPECT_EQ(shown(numbers, 30), "code    name         tick  lot\n600000  浦发银行股…  0.25  100\n");
+    EXPECT_EQ(shown(numbers, 20), "code    name\n600000  浦发银…\n(no room for: tick, lot)\n");
+    for (std::size_t columns = 1; columns < 50; ++columns) {
+        EXPECT_THAT(shown(numbers, columns), HasSubstr("6")) << columns;
+    }
+}
+
+TEST(Screen, ColoursStandOnlyWhereAskedFor) {
+    const inscenter::Table table{{"change"}, {{std::string("listed")}}, {inscenter::Tone::Good}};
+    EXPECT_THAT(shown(table, 0), Not(HasSubstr("\x1B")));
+    EXPECT_EQ(shown(table, 0, true), "\x1B[1mchange\x1B[0m\n\x1B[32mlisted\x1B[0m\n");
+}
+
+}  // namespace

@@ -1,0 +1,64 @@
+#include "tools/inscenter/NearNames.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <numeric>
+#include <utility>
+
+#include "tools/inscenter/FoldedText.h"
+
+namespace inscenter {
+namespace {
+
+constexpr std::size_t kMostNames = 3;
+constexpr std::size_t kLeastPart = 3;  // shorter texts are part of too many names
+
+/// The letters to add, drop or change to get from one text to the other.
+std::size_t editDistance(std::string_view from, std::string_view to) {
+    std::vector<std::size_t> row(to.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 0; i < from.size(); ++i) {
+        std::size_t diagonal = row[0];
+        row[0] = i + 1;
+        for (std::size_t j = 0; j < to.size(); ++j) {
+            const std::size_t changed = diagonal + (from[i] == to[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({row[j] + 1, diagonal + 1, changed});
+        }
+    }
+    return row.back();
+}
+
+}  // namespace
+
+std::vector<std::string> nearNames(std::string_view wrong, const std::vector<std::string>& names) {
+    const std::string asked = foldedText(wrong);
+    std::vector<std::pair<std::size_t, std::string>> near;
+    for (const std::string& name : names) {
+        const std::string folded = foldedText(name);
+        const std::size_t distance = editDistance(asked, folded);
+        const bool part = asked.size() >= kLeastPart && folded.find(asked) != std::string::npos;
+        if (part || distance <= std::max<std::size_t>(1, asked.size() / 3)) {
+            near.emplace_back(distance, name);
+        }
+    }
+    std::sort(near.begin(), near.end());
+    std::vector<std::string> nearest;
+    for (std::size_t i = 0; i < std::min(near.size(), kMostNames); ++i) {
+        nearest.push_back(near[i].second);
+    }
+    return nearest;
+}
+
+std::string didYouMean(std::string_view wrong, const std::vector<std::string>& names) {
+    std::vector<std::string> near = nearNames(wrong, names);
+    if (near.empty()) {
+        return {};
+    }
+    const std::string last = near.back();
+    near.pop_back();
+    return fmt::format("; did you mean {}{}{}?", fmt::join(near, ", "), near.empty() ? "" : " or ", last);
+}
+
+}  // namespace inscenter

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "platform/record/RecordType.h"
+#include "tools/inscenter/Output.h"
+
+namespace inscenter {
+
+/// A selection that names no field of the records, or no number where one is due.
+class BadSelection : public std::invalid_argument {
+public:
+    using std::invalid_argument::invalid_argument;
+};
+
+/// Which records of a list are wanted, as the command line says it.
+struct SelectionTexts {
+    std::vector<std::string> conditions;  ///< FIELD=VALUE, also with !=, <, <=, >, >= and ~ (holds the text)
+    std::string fields;                   ///< names separated by commas; empty: the usual ones
+    std::string sort;                     ///< a field name, "-" before it for descending
+    std::optional<std::size_t> limit;
+};
+
+/// Which records of one class are wanted, in which order, and which of their fields. A basket counts as the number of
+/// its components. An empty text is unknown: neither less nor greater than another.
+class RecordSelection {
+public:
+    /// Every record, as it comes.
+    RecordSelection() = default;
+    /// Throws BadSelection, naming the fields that may have been meant.
+    RecordSelection(const mxservice::RecordType& type, const SelectionTexts& texts);
+
+    /// Takes out what is not wanted and sorts the rest; equal records keep their order.
+    void apply(std::vector<RecordPtr>& records) const;
+
+    /// The fields to show, in their order; empty for the usual ones.
+    const std::vector<const mxservice::Field*>& fields() const { return fields_; }
+
+private:
+    enum class Comparison : std::uint8_t { Equal, NotEqual, Less, LessOrEqual, Greater, GreaterOrEqual, Holds };
+    struct Condition {
+        const mxservice::Field* field;
+        Comparison comparison;
+        std::string text;  // of Holds folded
+        double number;     // of fields that hold numbers
+    };
+
+    static Condition parse(const mxservice::RecordType& type, const std::string& text);
+    static bool meets(const mxservice::IData& record, const Condition& condition);
+
+    std::vector<Condition> conditions_;
+    std::vector<const mxservice::Field*> fields_;
+    const mxservice::Field* sort_ = nullptr;
+    bool descending_ = false;
+    std::optional<std::size_t> limit_;
+};
+
+}  // namespace inscenter

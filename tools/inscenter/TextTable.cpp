@@ -1,0 +1,213 @@
+#include "tools/inscenter/TextTable.h"
+
+#include <algorithm>
+#include <numeric>
+
+#include "tools/inscenter/Utf8.h"
+
+namespace inscenter {
+namespace {
+
+constexpr std::string_view kGap = "  ";
+constexpr std::string_view kEllipsis = "\xE2\x80\xA6";  // U+2026
+constexpr std::size_t kLeastText = 8;                   // texts are not cut to less
+constexpr std::size_t kLeastWrapped = 24;               // a last column is not wrapped into less
+// Colours by ECMA-48, SGR.
+constexpr const char* kBold = "\x1B[1m";
+constexpr const char* kRed = "\x1B[31m";
+constexpr const char* kGreen = "\x1B[32m";
+constexpr const char* kYellow = "\x1B[33m";
+constexpr const char* kUsual = "\x1B[0m";
+
+const char* colourOf(Tone tone) {
+    switch (tone) {
+        case Tone::Good:
+            return kGreen;
+        case Tone::Bad:
+            return kRed;
+        case Tone::Changed:
+            return kYellow;
+        case Tone::Plain:
+            break;
+    }
+    return "";
+}
+
+/// The longest beginning of the text that takes no more than so many columns, as bytes.
+std::size_t fitting(std::string_view text, std::size_t columns) {
+    std::size_t bytes = 0;
+    std::size_t width = 0;
+    while (bytes < text.size()) {
+        const std::string_view next = text.substr(bytes, decodeUtf8(text.substr(bytes)).length);
+        width += displayWidth(next);
+        if (width > columns) {
+            break;
+        }
+        bytes += next.size();
+    }
+    return bytes;
+}
+
+/// Takes the next line of at most so many columns off the text, at a blank where there is one.
+std::string takeLine(std::string_view& text, std::size_t columns) {
+    std::size_t end = std::max<std::size_t>(fitting(text, columns), 1);
+    if (end < text.size()) {
+        const std::size_t blank = text.substr(0, end + 1).rfind(' ');
+        if (blank != std::string_view::npos && blank > 0) {
+            end = blank;
+        }
+    }
+    std::string line(text.substr(0, end));
+    text.remove_prefix(end);
+    text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
+    return line;
+}
+
+/// How the columns share the screen.
+class Layout {
+public:
+    Layout(const TextTable& table, const Screen& screen) : table_(table), columns_(screen.columns) {
+        measure();
+        if (columns_ > 0 && widthOf(widths_.size()) > columns_) {
+            fit();
+        }
+    }
+
+    std::size_t shown() const { return widths_.size(); }
+
+    void appendHead(std::string& out) const {
+        for (std::size_t i = 0; i < widths_.size(); ++i) {
+            appendCell(out, cutText(table_.columns[i].title, widths_[i]), i);
+        }
+        endLine(out);
+    }
+
+    void appendRow(std::string& out, std::size_t row) const {
+        for (std::size_t i = 0; i < widths_.size(); ++i) {
+            const std::string text = table_.cell(row, i);
+            if (i + 1 < widths_.size() || !wrapped_) {
+                appendCell(out, cutText(text, widths_[i]), i);
+                continue;
+            }
+            std::string_view rest = text;
+            out += takeLine(rest, widths_[i]);
+            while (!rest.empty()) {
+                endLine(out);
+                out.append(widthOf(i) + kGap.size(), ' ');
+                out += takeLine(rest, widths_[i]);
+            }
+        }
+        endLine(out);
+    }
+
+private:
+    static void endLine(std::string& out) {
+        out.erase(out.find_last_not_of(' ') + 1);
+        out += '\n';
+    }
+
+    void appendCell(std::string& out, std::string_view text, std::size_t column) const {
+        appendPadded(out, text, widths_[column], table_.columns[column].right);
+        out += kGap;
+    }
+
+    void measure() {
+        for (std::size_t i = 0; i < table_.columns.size(); ++i) {
+            std::size_t width = displayWidth(table_.columns[i].title);
+            for (std::size_t row = 0; row < table_.rows; ++row) {
+                width = std::max(width, displayWidth(table_.cell(row, i)));
+            }
+            widths_.push_back(width);
+        }
+    }
+
+    /// Columns that the first `count` columns take.
+    std::size_t widthOf(std::size_t count) const {
+        const std::size_t gaps = count == 0 ? 0 : (count - 1) * kGap.size();
+        return std::accumulate(widths_.begin(), widths_.begin() + static_cast<std::ptrdiff_t>(count), gaps);
+    }
+
+    void fit() {
+        const std::size_t before = widthOf(widths_.size() - 1) + kGap.size();
+        if (!table_.columns.back().right && before + kLeastWrapped <= columns_) {
+            widths_.back() = columns_ - before;
+            wrapped_ = true;
+            return;
+        }
+        while (widthOf(widths_.size()) > columns_) {
+            std::size_t* widest = nullptr;
+            for (std::size_t i = 0; i < widths_.size(); ++i) {
+                if (!table_.columns[i].right && (widest == nullptr || widths_[i] > *widest)) {
+                    widest = &widths_[i];
+                }
+            }
+            if (widest != nullptr && *widest > kLeastText) {
+                --*widest;
+            } else if (widths_.size() > 1) {
+                widths_.pop_back();
+            } else {
+                break;
+            }
+        }
+    }
+
+    const TextTable& table_;
+    const std::size_t columns_;
+    std::vector<std::size_t> widths_;
+    bool wrapped_ = false;
+};
+
+void appendColoured(std::string& out, std::string_view text, const char* colour, const Screen& screen) {
+    const bool coloured = screen.colours && *colour != '\0';
+    const bool line = text.ends_with('\n');
+    out += coloured ? colour : "";
+    out += text.substr(0, text.size() - (line ? 1 : 0));
+    out += coloured ? kUsual : "";
+    out += line ? "\n" : "";
+}
+
+}  // namespace
+
+std::string cutText(const std::string& text, std::size_t columns) {
+    if (displayWidth(text) <= columns) {
+        return text;
+    }
+    return text.substr(0, fitting(text, columns == 0 ? 0 : columns - 1)) + std::string(kEllipsis);
+}
+
+void appendPadded(std::string& out, std::string_view text, std::size_t width, bool right) {
+    const std::size_t own = displayWidth(text);
+    const std::string padding(width > own ? width - own : 0, ' ');
+    out += right ? padding : std::string();
+    out += text;
+    out += right ? std::string() : padding;
+}
+
+void appendToned(std::string& out, std::string_view text, Tone tone, const Screen& screen) {
+    appendColoured(out, text, colourOf(tone), screen);
+}
+
+void appendBold(std::string& out, std::string_view text, const Screen& screen) {
+    appendColoured(out, text, kBold, screen);
+}
+
+std::vector<std::string> TextTable::append(std::string& out, const Screen& screen,
+                                           const std::function<void()>& lineDone) const {
+    const Layout layout(*this, screen);
+    std::string line;
+    layout.appendHead(line);
+    appendBold(out, line, screen);
+    for (std::size_t row = 0; row < rows; ++row) {
+        line.clear();
+        layout.appendRow(line, row);
+        appendToned(out, line, tone ? tone(row) : Tone::Plain, screen);
+        lineDone();
+    }
+    std::vector<std::string> missing;
+    for (std::size_t i = layout.shown(); i < columns.size(); ++i) {
+        missing.push_back(columns[i].title);
+    }
+    return missing;
+}
+
+}  // namespace inscenter

@@ -1,0 +1,105 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "platform/record/RecordType.h"
+#include "platform/record/Records.h"
+#include "tools/inscenter/StoreVerbs.h"
+#include "tools/inscenter/Verbs.h"
+
+namespace inscenter {
+
+/// What a verb takes besides the global options.
+enum class Arguments : std::uint8_t { None, Keys, Codes, Selection, Exchange, Group, Text };
+
+/// A verb that asks a loaded center.
+struct VerbLine {
+    const char* group;
+    const char* name;
+    const char* about;
+    const char* examples;  ///< a line each, without the tool's name and the snapshot
+    Verb verb;
+    Arguments arguments;
+    const mxservice::RecordType& (*listed)() = nullptr;  ///< the class of the records that the verb lists
+};
+
+/// A verb that looks into a store.
+struct StoreVerbLine {
+    const char* name;
+    const char* about;
+    const char* examples;
+    StoreVerb verb;
+};
+
+namespace verbgroup {
+constexpr const char* kInstruments = "Instruments";
+constexpr const char* kDerived = "Derived from the instruments";
+constexpr const char* kOthers = "Other catalogues";
+constexpr const char* kStore = "The persisted center";
+constexpr const char* kSnapshots = "Snapshots";
+}  // namespace verbgroup
+
+inline constexpr std::array kVerbs{
+    VerbLine{verbgroup::kInstruments, "summary", "Markets, counts, times and memory", "summary\nsummary --format json",
+             showSummary, Arguments::None},
+    VerbLine{verbgroup::kInstruments, "get", "Instruments by stock key text (market directly followed by code)",
+             "get SH600000 HK00700\nget 'DCESPC a2609&m2609' --jsonl", showInstruments, Arguments::Keys},
+    VerbLine{verbgroup::kInstruments, "has", "Every predicate that answers true for a key", "has SH600000 HGT00700",
+             showPredicates, Arguments::Keys},
+    VerbLine{verbgroup::kInstruments, "list", "The instruments of markets, or of a trader type",
+             "list --market DCE CZCE --where mainContractFlag=1\n"
+             "list --trader-type 1 --where 'name~银行' --where 'listingDate>=20200101' --sort -listingDate --limit 10\n"
+             "list --market SH --fields code,name,priceTick --format csv",
+             listInstruments, Arguments::Selection, mxservice::CInstrumentDetail::table},
+    VerbLine{verbgroup::kInstruments, "find", "What has a code that begins so, or a name that holds it, in any market",
+             "find 银行\nfind 6000 --limit 20\nfind 'spc a26'", findText, Arguments::Text},
+    VerbLine{verbgroup::kInstruments, "explain",
+             "Every market that a code may mean: what it is there, its keys and hashes",
+             "explain 000001\nexplain 00700 HGT00700 --format json", explainCodes, Arguments::Codes},
+    VerbLine{verbgroup::kDerived, "mains", "The main contracts of the futures exchanges",
+             "mains --market DCE\nmains --by-product", showMains, Arguments::Exchange,
+             mxservice::CInstrumentDetail::table},
+    VerbLine{verbgroup::kDerived, "products",
+             "Futures products: contracts as listed, and what the center keeps of them", "products --format csv",
+             showProducts, Arguments::None},
+    VerbLine{verbgroup::kDerived, "spreads", "Legs of the Dalian spreads", "spreads", showSpreads, Arguments::None},
+    VerbLine{verbgroup::kDerived, "codes",
+             "Today's IPO, CDR and NEEQ inquiry codes, and the underlyings of stock options", "codes --today 20260304",
+             showCodes, Arguments::None},
+    VerbLine{verbgroup::kDerived, "outer", "Outer futures markets and their products",
+             "--center client --store db outer", showOuterMarkets, Arguments::None},
+    VerbLine{verbgroup::kOthers, "etf", "ETFs with their baskets, by either of the fund's keys", "etf SH510050",
+             showEtf, Arguments::Keys},
+    VerbLine{verbgroup::kOthers, "etfs", "Every ETF", "etfs\netfs --where 'stocks>40' --fields etfcode,name,stocks",
+             listEtfs, Arguments::None, mxservice::CETFDetail::table},
+    VerbLine{verbgroup::kOthers, "bond", "Interbank bonds by bond code, or by stock key text", "bond 220001", showBond,
+             Arguments::Keys},
+    VerbLine{verbgroup::kOthers, "bonds", "Every interbank bond",
+             "bonds --where bondType=国债 --sort maturityDate --limit 10", listBonds, Arguments::None,
+             mxservice::CBondInfoDetail::table},
+    VerbLine{verbgroup::kOthers, "interbank", "Interbank codes of bonds listed in Shanghai or Shenzhen",
+             "--center client --store db interbank SH019547", showInterbankCode, Arguments::Keys},
+    VerbLine{verbgroup::kOthers, "tenderbonds", "Every bond on tender", "tenderbonds --sort tenderDate",
+             listTenderBonds, Arguments::None, mxservice::CTenderBondInfoDetail::table},
+    VerbLine{verbgroup::kOthers, "counterparties", "Every counterparty", "counterparties --where 'name~基金'",
+             listCounterparties, Arguments::None, mxservice::CCounterpartyDetail::table},
+    VerbLine{verbgroup::kOthers, "otc", "OTC fund plans", "otc --group 1\notc --where 'riskLevel<=2'", listOtcPlans,
+             Arguments::Group, mxservice::COTCFundPlanInfo::table},
+    VerbLine{verbgroup::kOthers, "issuances", "Every OTC securities issuance", "issuances --sort endDate",
+             listIssuances, Arguments::None, mxservice::COTCSecuritiesIssuanceInfo::table},
+    VerbLine{verbgroup::kOthers, "issuanceprices", "Every price setting of an OTC stock enquiry",
+             "--center client --store db issuanceprices", listIssuancePrices, Arguments::None,
+             mxservice::COTCStockEnquiryPriceSetting::table}};
+
+inline constexpr std::array kStoreVerbs{
+    StoreVerbLine{"ls", "The databases of a store: kind, documents, sub-documents, size of the file", "ls db",
+                  listStore},
+    StoreVerbLine{"dump", "Documents as canonical extended JSON, one a line in the order of the keys",
+                  "dump db OvIns_SH --limit 10\ndump db OvIns_FUMAIN --keys-only", dumpStore},
+    StoreVerbLine{"verify", "Reads every document and names those that are damaged, of a wrong class or misplaced",
+                  "verify db", verifyStore},
+    StoreVerbLine{"stat", "Numbers and sizes of the documents of each database, and their classes", "stat db OvIns_SH",
+                  measureStore}};
+
+}  // namespace inscenter

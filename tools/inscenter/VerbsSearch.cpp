@@ -1,0 +1,236 @@
+// Looking for an instrument whose key is not known.
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <set>
+#include <string_view>
+#include <tuple>
+
+#include "base/instrumentcenter/vocabulary/Markets.h"
+#include "platform/utils/Utils.h"
+#include "tools/inscenter/FoldedText.h"
+#include "tools/inscenter/MarketNames.h"
+#include "tools/inscenter/Predicates.h"
+#include "tools/inscenter/Verbs.h"
+
+namespace inscenter {
+namespace {
+
+using mxservice::IInstrumentCenter;
+
+/// Other names for Hong Kong: every key text of "HK" may be said with them, too.
+constexpr std::array kConnectMarkets{mxservice::market::kShanghaiConnect, mxservice::market::kShenzhenConnect};
+
+/// Something that a code or name may stand for, in any catalogue.
+struct Entry {
+    std::string market;  ///< of catalogues without markets their name
+    std::string code;
+    std::string name;
+    RecordPtr record;
+};
+
+template <class Map>
+void addEntries(const char* catalogue, const Map& records, std::vector<Entry>& entries) {
+    for (const auto& [key, record] : records) {
+        entries.push_back({catalogue, record->getKey(), record->name, record});
+    }
+}
+
+/// Everything that has a code and a name. Funds and interbank bonds are found as the instruments that stand for them.
+std::vector<Entry> allEntries(IInstrumentCenter& center) {
+    std::vector<Entry> entries;
+    for (const auto& records : {center.getInstruments(), center.getOtcInstruments()}) {
+        for (const auto& [key, record] : records) {
+            entries.push_back({record->market, record->code, record->name, record});
+        }
+    }
+    addEntries("tenderbonds", center.getTrenderBondInfos(), entries);
+    addEntries("counterparties", center.getCounterpartys(), entries);
+    addEntries("issuances", center.getIssuanceInfos(), entries);
+    return entries;
+}
+
+/// How well the entry fits: 0 its whole code or key, 1 its whole name, 2 the beginning of its code or key, 3 the
+/// beginning of its name, 4 part of its name. Nothing where it does not.
+std::optional<int> rankOf(const Entry& entry, const std::string& wanted) {
+    const std::string code = foldedText(entry.code);
+    const std::string key = foldedText(entry.market) + code;
+    const std::string name = foldedText(entry.name);
+    if (code == wanted || key == wanted) {
+        return 0;
+    }
+    if (name == wanted) {
+        return 1;
+    }
+    // A market's name alone is no beginning of a key: it would find the whole market.
+    if (code.starts_with(wanted) || (key.starts_with(wanted) && wanted.size() > entry.market.size())) {
+        return 2;
+    }
+    const std::size_t at = name.find(wanted);
+    return at == std::string::npos ? std::nullopt : std::optional<int>(at == 0 ? 3 : 4);
+}
+
+/// The numbers in which a key is known, as decimal (as in the store) and hexadecimal.
+std::string keyNumbers(std::uint64_t key) {
+    return fmt::format("{} (0x{:016x})", key, key);
+}
+
+/// The markets under which a code is asked for: those that the tool knows and those that the snapshot names.
+std::set<std::string> askedMarkets(const Day& day) {
+    std::set<std::string> markets;
+    for (const MarketName& known : kMarketNames) {
+        markets.insert(known.market);
+    }
+    for (const auto& [market, count] : day.markets) {
+        markets.insert(market);
+    }
+    return markets;
+}
+
+bool isConnect(const std::string& market) {
+    return std::find(kConnectMarkets.begin(), kConnectMarkets.end(), market) != kConnectMarkets.end();
+}
+
+/// What a code means, one meaning a row.
+class Meanings {
+public:
+    explicit Meanings(Session& session) : session_(session), markets_(askedMarkets(session.day)) {}
+
+    /// False when the code means nothing in any market.
+    bool add(const std::string& text) {
+        const std::size_t before = table_.rows.size();
+        for (const std::string& market : markets_) {
+            if (!isConnect(market)) {
+                addCode(market, text);
+            }
+            if (text.size() > market.size() && text.starts_with(market)) {
+                addCode(market, text.substr(market.size()));
+            }
+        }
+        addOthers(text);
+        return table_.rows.size() > before;
+    }
+
+    const Table& table() const { return table_; }
+
+private:
+    void addCode(const std::string& market, const std::string& code) {
+        IInstrumentCenter& center = session_.center;
+        const std::string text = utils::ovStockKey(market, code);
+        if (!seen_.insert(text).second) {
+            return;
+        }
+        // A text may be the key of another market's record: "SH" and "O10001" against "SHO" and "10001".
+        const auto record = center.getInstrument(market, code);
+        if (record && record->code == code) {
+            addRow(text, market, record->market, code, record->name, truePredicates(center, text));
+            return;
+        }
+        if (const auto fund = center.getEtf(market, code)) {
+            addRow(text, market, market, code, fund->name, truePredicates(center, text));
+        } else if (const auto plan = center.getOtcInstrument(text)) {
+            addRow(text, market, market, code, plan->name, truePredicates(center, text));
+        }
+    }
+
+    /// Catalogues whose keys are codes without a market.
+    void addOthers(const std::string& code) {
+        IInstrumentCenter& center = session_.center;
+        if (const auto bond = center.getTenderBondInfo(code)) {
+            addRow(code, "", "", code, bond->name, truePredicates(center, code));
+        }
+        if (const auto issuance = center.getIssuanceInfo(code)) {
+            addRow(code, "", "", code, issuance->name, truePredicates(center, code));
+        }
+        if (const auto counterparty = center.getCounterparty(code)) {
+            addRow(code, "", "", code, counterparty->name, {"a counterparty"});
+        }
+    }
+
+    void addRow(const std::string& text, const std::string& market, const std::string& recordMarket,
+                const std::string& code, const std::string& name, const std::vector<std::string>& is) {
+        const std::string folded = filedMarket(market) + code;
+        std::vector<std::string> also;
+        if (market == mxservice::market::kHongKong) {
+            for (const char* const connect : kConnectMarkets) {
+                also.push_back(utils::ovStockKey(connect, code));
+            }
+        }
+        const auto given = [](bool has, const std::string& value) { return has ? Cell(value) : Cell(); };
+        const std::string platformCode = session_.center.getLumoCode(code);
+        const std::string bondCode = session_.center.getInterbankCode(text);
+        table_.rows.push_back({text, name, market, marketName(market)});
+        std::vector<Cell>& row = table_.rows.back();
+        row.push_back(given(recordMarket != market, recordMarket));
+        row.emplace_back(is);
+        row.emplace_back(also);
+        row.emplace_back(keyNumbers(utils::hash(text)));
+        row.push_back(given(folded != text, folded));
+        row.push_back(given(folded != text, keyNumbers(utils::hash(folded))));
+        row.push_back(given(!market.empty(), keyNumbers(utils::hash(market))));
+        row.push_back(given(platformCode != code, platformCode));
+        row.push_back(given(!bondCode.empty(), bondCode));
+    }
+
+    Session& session_;
+    std::set<std::string> markets_;
+    std::set<std::string> seen_;
+    Table table_{{"keyText", "name", "market", "marketName", "recordMarket", "is", "alsoKeyTexts", "key", "foldedText",
+                  "foldedKey", "marketKey", "platformCode", "interbankCode"},
+                 {}};
+};
+
+}  // namespace
+
+void findText(Session& session, const Query& query) {
+    const std::string wanted = foldedText(query.text);
+    using Found = std::tuple<int, Entry>;
+    std::vector<Found> found;
+    if (!wanted.empty()) {
+        for (Entry& entry : allEntries(session.center)) {
+            if (const auto rank = rankOf(entry, wanted)) {
+                found.emplace_back(*rank, std::move(entry));
+            }
+        }
+    }
+    if (found.empty()) {
+        session.reportMissing(query.text, "no code begins so, and no name holds it");
+    }
+    std::stable_sort(found.begin(), found.end(), [](const Found& left, const Found& right) {
+        const auto& [rank, entry] = left;
+        const auto& [otherRank, other] = right;
+        return std::tie(rank, entry.code, entry.market) < std::tie(otherRank, other.code, other.market);
+    });
+    Table table{{"market", "code", "name", "product", "listed", "expires"}, {}};
+    const std::size_t shown = std::min(found.size(), query.limit.value_or(found.size()));
+    for (std::size_t i = 0; i < shown; ++i) {
+        const Entry& entry = std::get<Entry>(found[i]);
+        const auto* const instrument = dynamic_cast<const mxservice::CInstrumentDetail*>(entry.record.get());
+        const auto text = [&](std::string mxservice::CInstrumentDetail::*field) {
+            return instrument == nullptr || (instrument->*field).empty() ? Cell() : Cell(instrument->*field);
+        };
+        table.rows.push_back({entry.market, entry.code, entry.name, text(&mxservice::CInstrumentDetail::productId),
+                              text(&mxservice::CInstrumentDetail::listingDate),
+                              text(&mxservice::CInstrumentDetail::expireDate)});
+    }
+    if (!table.rows.empty() || session.output.format() != Format::Table) {
+        session.output.table(table, "");
+    }
+    if (shown < found.size()) {
+        session.output.note(fmt::format("... and {} more", found.size() - shown));
+    }
+}
+
+void explainCodes(Session& session, const Query& query) {
+    Meanings meanings(session);
+    for (const std::string& code : query.keys) {
+        if (!meanings.add(code)) {
+            session.reportMissing(code, "means nothing in any market; \"find\" looks for parts of codes and names");
+        }
+    }
+    session.output.blocks(meanings.table());
+}
+
+}  // namespace inscenter

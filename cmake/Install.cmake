@@ -45,6 +45,10 @@ if(TARGET inscenter)
   file(RELATIVE_PATH libdirFromBindir ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
   set_target_properties(inscenter PROPERTIES INSTALL_RPATH "$ORIGIN/${libdirFromBindir}")
   install(TARGETS inscenter RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
+  install(FILES ${PROJECT_SOURCE_DIR}/tools/inscenter/install/inscenter.1
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
+  install(FILES ${PROJECT_SOURCE_DIR}/tools/inscenter/install/inscenter.bash
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME inscenter COMPONENT tool)
 endif()
 
 # Static libraries leave it to the host to link what shared ones carry along.

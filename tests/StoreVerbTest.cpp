@@ -25,17 +25,9 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::SizeIs;
 using ::testing::StartsWith;
+using tooltest::linesOf;
 using tooltest::Result;
 using tooltest::run;
-
-std::vector<std::string> linesOf(const std::string& text) {
-    std::istringstream stream(text);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(stream, line);) {
-        lines.push_back(line);
-    }
-    return lines;
-}
 
 /// The members of every line, by name; texts without their quotation marks.
 std::vector<std::map<std::string, std::string>> objectsOf(const std::string& json) {

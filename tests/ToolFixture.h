@@ -31,6 +31,15 @@ inline Result run(const std::vector<std::string>& arguments) {
     return {code, out.str(), err.str()};
 }
 
+inline std::vector<std::string> linesOf(const std::string& text) {
+    std::istringstream stream(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
 /// A day of a few records in all catalogues.
 class ToolTest : public ::testing::Test {
 protected:

@@ -18,17 +18,9 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::SizeIs;
+using tooltest::linesOf;
 using tooltest::Result;
 using tooltest::run;
-
-std::vector<std::string> linesOf(const std::string& text) {
-    std::istringstream stream(text);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(stream, line);) {
-        lines.push_back(line);
-    }
-    return lines;
-}
 
 class ToolListingTest : public tooltest::ToolTest {
 protected:

@@ -48,6 +48,9 @@ done < <(find "$prefix" -type f \( -name '*.so*' -o -path '*/bin/*' \))
 echo "-- the tool finds its libraries"
 if [ -e "$buildDir/tools/inscenter/inscenter" ]; then
     "$prefix/bin/inscenter" --help >/dev/null || fail "inscenter does not start"
+    for file in man/man1/inscenter.1 bash-completion/completions/inscenter; do
+        [ -s "$prefix/share/$file" ] || fail "$file is not installed"
+    done
 fi
 
 echo "-- find_package: the examples, and a version check that refuses"

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "tools/inscenter/NearNames.h"
 #include "tools/inscenter/RecordSelection.h"
 #include "tools/inscenter/Utf8.h"
 #include "tools/inscenter/VerbList.h"
@@ -21,6 +22,8 @@ constexpr int kBadUsage = 2;
 
 /// The options of addListing.
 constexpr std::array kListing{"--where", "--fields", "--sort", "--limit"};
+
+constexpr const char* kSeeHelp = "Run with --help for more information.\n";
 
 constexpr const char* kAbout =
     "Loads a snapshot of a market day into an instrument center and asks it questions.\n"
@@ -54,38 +57,62 @@ std::string exampleLines(std::string_view begin, std::string_view lines) {
     return text;
 }
 
-/// A line for the user about what is wrong with the command line.
-std::string explain(const CLI::App* app, const CLI::Error& error) {
-    const std::vector<std::string> unknown = app->remaining(false);
-    std::string text = error.what();
-    if (app->get_subcommands().empty() && !unknown.empty()) {
-        text = "unknown command " + printable(unknown.front());
+std::vector<std::string> namesOf(const std::vector<const CLI::App*>& apps) {
+    std::vector<std::string> names;
+    for (const CLI::App* const app : apps) {
+        names.push_back(app->get_name());
     }
-    return "inscenter: " + text + "\nRun with --help for more information.\n";
+    return names;
 }
+
+/// A line for the user about what is wrong with the command line.
+std::string explain(const CLI::App& app, const CLI::Error& error) {
+    const std::vector<std::string> unknown = app.remaining(false);
+    std::string text = error.what();
+    if (app.get_subcommands().empty() && !unknown.empty()) {
+        text = "unknown command " + printable(unknown.front()) +
+               didYouMean(unknown.front(), namesOf(app.get_subcommands([](const CLI::App*) { return true; })));
+    }
+    return "inscenter: " + text + "\n";
+}
+
+/// Where the words come from.
+enum class Place { CommandLine, Shell };
 
 class Parser {
 public:
-    explicit Parser(Command& command) : command_(command) {
-        app_.footer(kFooter);
-        app_.set_version_flag("--version", "inscenter " PM_VERSION, "Print the version and exit");
+    Parser(Command& command, Place place)
+        : command_(command),
+          place_(place),
+          app_(place == Place::Shell ? "" : kAbout, place == Place::Shell ? "" : "inscenter") {
         app_.require_subcommand(1);
         app_.fallthrough();  // global options may stand behind the command; inherited by commands added from here on
         app_.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::Throw);
-        addGlobalOptions();
-        app_.failure_message(explain);
+        app_.failure_message([place](const CLI::App* app, const CLI::Error& error) {
+            return explain(*app, error) + (place == Place::Shell ? "" : kSeeHelp);
+        });
+        if (place == Place::CommandLine) {
+            app_.footer(kFooter);
+            app_.set_version_flag("--version", "inscenter " PM_VERSION, "Print the version and exit");
+            addLoading();
+        }
+        addFormat();
         for (const VerbLine& verb : kVerbs) {
             addVerb(verb);
         }
-        addStore();
-        addCompare();
-        addGenerate();
+        if (place == Place::CommandLine) {
+            addShell();
+            addStore();
+            addPairs();
+            addDiff();
+            addGenerate();
+        }
     }
 
     CLI::App& app() { return app_; }
 
 private:
-    void addGlobalOptions() {
+    void addLoading() {
         app_.add_option("--data", command_.data,
                         "Directory of the snapshot; - for instruments from standard input, one JSON object a line")
             ->type_name("DIR");
@@ -99,7 +126,6 @@ private:
             ->type_name("KIND");
         app_.add_option("--store", command_.store, "Directory of the client's databases, made when missing")
             ->type_name("DIR");
-        addFormat();
         app_.add_option("--rules", command_.rulesFile, "JSON file with the market rules to use")->type_name("FILE");
         app_.add_option("--today", command_.today, "Day that counts as today, for the codes of new issues")
             ->type_name("YYYYMMDD");
@@ -127,7 +153,7 @@ private:
 
     void addVerb(const VerbLine& verb) {
         CLI::App* const sub = app_.add_subcommand(verb.name, verb.about)->group(verb.group);
-        sub->footer(exampleLines("inscenter --data day ", verb.examples));
+        sub->footer(exampleLines(place_ == Place::Shell ? "" : "inscenter --data day ", verb.examples));
         if (verb.listed != nullptr) {
             addListing(*sub);
         }
@@ -249,14 +275,45 @@ private:
         }
     }
 
-    void addCompare() {
+    void addShell() {
         CLI::App* const sub =
+            app_.add_subcommand("shell", "The commands above at a prompt, or from standard input; loads once")
+                ->group(verbgroup::kInstruments);
+        sub->footer(exampleLines("inscenter --data day ", "shell\nshell < questions.txt"));
+        sub->callback([this] { command_.task = Task::Shell; });
+    }
+
+    /// What loads both centers.
+    void addPairs() {
+        CLI::App* const tour =
+            app_.add_subcommand("tour", "Every catalogue in both centers, short, and where they differ on purpose")
+                ->group(verbgroup::kStore);
+        tour->footer(exampleLines("inscenter ", "--data day --store db tour"));
+        tour->callback([this] { command_.task = Task::Tour; });
+        CLI::App* const compare =
             app_.add_subcommand("compare", "Load a snapshot into both centers and compare their answers")
                 ->group(verbgroup::kStore);
-        sub->footer(
+        compare->footer(
             exampleLines("inscenter ", "--data day --store db compare") +
             "\n\nDocuments of earlier loads in the store would be answered, too: name an empty or new directory.");
-        sub->callback([this] { command_.task = Task::Compare; });
+        compare->callback([this] { command_.task = Task::Compare; });
+    }
+
+    void addDiff() {
+        CLI::App* const sub =
+            app_.add_subcommand("diff", "What was listed, delisted and changed from one day to another")
+                ->group(verbgroup::kSnapshots);
+        sub->footer(
+            exampleLines("inscenter ",
+                         "diff monday tuesday --ignore tradingDay,preClosePrice\n"
+                         "diff db tuesday --jsonl\ndiff monday - < tuesday.ndjson") +
+            "\n\nA store is compared with the form in which a snapshot would be stored: listings merged, connect "
+            "flags set.");
+        sub->callback([this] { command_.task = Task::Diff; });
+        sub->add_option("OLD", command_.diff.before, "Directory of a snapshot or a store; - for standard input")
+            ->required();
+        sub->add_option("NEW", command_.diff.after, "The same for the later day")->required();
+        sub->add_option("--ignore", command_.diff.ignored, "Fields that make no change")->type_name("A,B,C");
     }
 
     void addGenerate() {
@@ -272,8 +329,9 @@ private:
     }
 
     Command& command_;
+    const Place place_;
     SelectionTexts selection_;
-    CLI::App app_{kAbout, "inscenter"};
+    CLI::App app_;
 };
 
 /// What the options say together; empty when that makes sense.
@@ -281,16 +339,21 @@ std::string contradiction(const Command& command) {
     if (command.task == Task::Generate) {
         return {};
     }
-    if (command.task == Task::Store) {
+    if (command.task == Task::Store || command.task == Task::Diff) {
         const bool others = !command.data.empty() || !command.store.empty() || command.center == CenterKind::Client;
-        return others ? "the store commands take the directory as their argument; --data, --center and --store load"
-                      : "";
+        const bool twice = command.diff.before == "-" && command.diff.after == "-";
+        return others  ? "store and diff take directories as arguments; --data, --center and --store load a center"
+               : twice ? "standard input can be only one of the two days"
+                       : "";
     }
     if (command.data.empty()) {
         return "--data DIR is required";
     }
-    if (command.task == Task::Compare) {
-        return command.store.empty() ? "compare needs --store DIR for the persisted center" : "";
+    if (command.task == Task::Compare || command.task == Task::Tour) {
+        return command.store.empty() ? "--store DIR is required, for the persisted center" : "";
+    }
+    if (command.task == Task::Shell && command.data == "-") {
+        return "shell reads its commands from standard input, so --data - cannot";
     }
     if (command.center == CenterKind::Client && command.store.empty()) {
         return "--center client needs --store DIR";
@@ -301,12 +364,30 @@ std::string contradiction(const Command& command) {
     return {};
 }
 
+/// The long names of an app's options.
+std::vector<std::string> optionsOf(const CLI::App& app) {
+    std::vector<std::string> names;
+    for (const CLI::Option* const option : app.get_options()) {
+        for (const std::string& name : option->get_lnames()) {
+            names.push_back("--" + name);
+        }
+    }
+    return names;
+}
+
+void describe(const CLI::App& app, const std::string& name, std::vector<VerbHelp>& verbs) {
+    verbs.push_back({name, optionsOf(app)});
+    for (const CLI::App* const sub : app.get_subcommands([](const CLI::App*) { return true; })) {
+        describe(*sub, (name.empty() ? "" : name + " ") + sub->get_name(), verbs);
+    }
+}
+
 }  // namespace
 
 std::optional<Command> parseCommand(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
                                     int& exitCode) {
     Command command;
-    Parser parser(command);
+    Parser parser(command, Place::CommandLine);
     try {
         parser.app().parse(argc, argv);
     } catch (const CLI::ParseError& stop) {
@@ -315,11 +396,33 @@ std::optional<Command> parseCommand(int argc, const char* const* argv, std::ostr
     }
     const std::string problem = contradiction(command);
     if (!problem.empty()) {
-        err << "inscenter: " << problem << "\nRun with --help for more information.\n";
+        err << "inscenter: " << problem << '\n' << kSeeHelp;
         exitCode = kBadUsage;
         return std::nullopt;
     }
     return command;
+}
+
+std::optional<Command> parseQuestion(const std::vector<std::string>& words, const Command& settings, std::ostream& out,
+                                     std::ostream& err, int& exitCode) {
+    Command command = settings;
+    command.task = Task::Ask;
+    Parser parser(command, Place::Shell);
+    try {
+        parser.app().parse(std::vector<std::string>(words.rbegin(), words.rend()));  // taken from the end
+    } catch (const CLI::ParseError& stop) {
+        exitCode = parser.app().exit(stop, out, err) == 0 ? 0 : kBadUsage;
+        return std::nullopt;
+    }
+    return command;
+}
+
+std::vector<VerbHelp> describeVerbs() {
+    Command unused;
+    Parser parser(unused, Place::CommandLine);
+    std::vector<VerbHelp> verbs;
+    describe(parser.app(), "", verbs);
+    return verbs;
 }
 
 }  // namespace inscenter

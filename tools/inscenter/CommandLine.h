@@ -3,8 +3,10 @@
 #include <iosfwd>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "tools/inscenter/Center.h"
+#include "tools/inscenter/Diff.h"
 #include "tools/inscenter/Generate.h"
 #include "tools/inscenter/Output.h"
 #include "tools/inscenter/StoreVerbs.h"
@@ -13,7 +15,7 @@
 namespace inscenter {
 
 /// What kind of work a command is.
-enum class Task { Ask, Compare, Store, Generate };
+enum class Task { Ask, Shell, Compare, Tour, Store, Diff, Generate };
 
 /// What the command line asks for.
 struct Command {
@@ -30,6 +32,7 @@ struct Command {
     Query query;
     StoreVerb storeVerb = nullptr;  ///< of Task::Store
     StoreQuery storeQuery;
+    DiffQuery diff;
     GenerateOptions generate;
 };
 
@@ -37,5 +40,19 @@ struct Command {
 /// written and `exitCode` set.
 std::optional<Command> parseCommand(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
                                     int& exitCode);
+
+/// Reads a question to a center that is loaded already: a verb of Task::Ask with its options. What the words do not say
+/// stands as in `settings`.
+std::optional<Command> parseQuestion(const std::vector<std::string>& words, const Command& settings, std::ostream& out,
+                                     std::ostream& err, int& exitCode);
+
+/// A verb as the command line takes it.
+struct VerbHelp {
+    std::string name;  ///< "store ls" for one beneath another; empty for what every verb takes
+    std::vector<std::string> options;
+};
+
+/// Every verb with its options, as the parser knows them.
+std::vector<VerbHelp> describeVerbs();
 
 }  // namespace inscenter

@@ -1,7 +1,6 @@
 #include "tools/inscenter/Compare.h"
 
 #include <fmt/format.h>
-#include <boost/pointer_cast.hpp>
 
 #include <array>
 #include <functional>
@@ -16,6 +15,7 @@
 #include "tools/inscenter/CompareQuestions.h"
 #include "tools/inscenter/CompareRecords.h"
 #include "tools/inscenter/CompareTally.h"
+#include "tools/inscenter/Differences.h"
 #include "tools/inscenter/Predicates.h"
 
 namespace inscenter {
@@ -32,27 +32,6 @@ using RecordMap = std::map<std::string, shared_ptr<Record>>;
 /// The trader types that both centers answer, and one that neither knows.
 constexpr std::array kTraderTypes{1,    2,     4,     8,       16,      32,      128,    256,        1024,
                                   4096, 16384, 65536, 1048576, 2097152, 8388608, 810495, 2146762751, 3};
-
-/// Records of the caller's own, their baskets included.
-template <class Record>
-std::vector<shared_ptr<Record>> copyOf(const std::vector<shared_ptr<Record>>& records) {
-    std::vector<shared_ptr<Record>> copies;
-    copies.reserve(records.size());
-    for (const auto& record : records) {
-        copies.push_back(boost::static_pointer_cast<Record>(record->copy()));
-        if constexpr (std::is_same_v<Record, CETFDetail>) {
-            for (auto& [code, component] : copies.back()->components) {
-                component = boost::static_pointer_cast<mxservice::CETFComponentStockInfo>(component->copy());
-            }
-        }
-    }
-    return copies;
-}
-
-Snapshot copyOf(const Snapshot& day) {
-    return {copyOf(day.instruments),    copyOf(day.etfs),         copyOf(day.bonds),     copyOf(day.tenderBonds),
-            copyOf(day.counterparties), copyOf(day.otcFundPlans), copyOf(day.issuances), copyOf(day.issuancePrices)};
-}
 
 std::string difference(bool server, bool client) {
     return server == client ? std::string() : fmt::format("server {}, client {}", server, client);
@@ -329,8 +308,8 @@ bool compareCenters(const Snapshot& snapshot, Output& output, Console& console) 
     Tally tally;
     Comparison(*server, *client, questions, records, tally).askAll(console);
     tally.write(output);
-    for (const char* const text : kDeliberateDifferences) {
-        output.note(fmt::format("differs on purpose: {}", text));
+    for (const Difference& difference : kDeliberateDifferences) {
+        output.note(fmt::format("differs on purpose: {}", difference.text));
     }
     return tally.different() == 0;
 }

@@ -98,10 +98,8 @@ RecordSelection::RecordSelection(const RecordType& type, const SelectionTexts& t
     for (const std::string& text : texts.conditions) {
         conditions_.push_back(parse(type, text));
     }
-    for (std::string_view rest = texts.fields; !rest.empty();) {
-        const std::size_t comma = std::min(rest.find(','), rest.size());
-        fields_.push_back(&fieldOf(type, rest.substr(0, comma)));
-        rest.remove_prefix(std::min(comma + 1, rest.size()));
+    for (const std::string& name : splitAtCommas(texts.fields)) {
+        fields_.push_back(&fieldOf(type, name));
     }
     if (!texts.sort.empty()) {
         descending_ = texts.sort.front() == '-';

@@ -1,5 +1,6 @@
 #include "tools/inscenter/RecordText.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
@@ -126,6 +127,18 @@ void appendJsonField(std::string& out, const Field& field, const IData& record) 
     } else {
         appendField(out, field, record);
     }
+}
+
+std::vector<std::string> splitAtCommas(std::string_view list) {
+    std::vector<std::string> texts;
+    while (!list.empty()) {
+        const std::size_t comma = std::min(list.find(','), list.size());
+        if (comma > 0) {
+            texts.emplace_back(list.substr(0, comma));
+        }
+        list.remove_prefix(std::min(comma + 1, list.size()));
+    }
+    return texts;
 }
 
 std::vector<std::string> fieldNames(const mxservice::RecordType& type) {

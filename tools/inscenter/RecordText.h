@@ -27,6 +27,9 @@ void appendJsonField(std::string& out, const mxservice::Field& field, const mxse
 /// array.
 void appendField(std::string& out, const mxservice::Field& field, const mxservice::IData& record);
 
+/// The texts between the commas, without empty ones.
+std::vector<std::string> splitAtCommas(std::string_view list);
+
 /// The names of a class's fields, in the order of its table.
 std::vector<std::string> fieldNames(const mxservice::RecordType& type);
 

@@ -30,16 +30,22 @@ void add(Snapshot& snapshot, shared_ptr<IData> record) {
     (snapshot.*member).push_back(boost::static_pointer_cast<Record>(std::move(record)));
 }
 
+template <class Record, std::vector<shared_ptr<Record>> Snapshot::*member>
+std::vector<shared_ptr<IData>> all(const Snapshot& snapshot) {
+    return {(snapshot.*member).begin(), (snapshot.*member).end()};
+}
+
 /// How the files of one catalogue become records.
 struct CatalogueKind {
     const char* name;
     const RecordType& (*table)();
     void (*add)(Snapshot&, shared_ptr<IData>);
+    std::vector<shared_ptr<IData>> (*all)(const Snapshot&);
 };
 
 template <class Record, std::vector<shared_ptr<Record>> Snapshot::*member>
 constexpr CatalogueKind kind(const char* name) {
-    return {name, &Record::table, &add<Record, member>};
+    return {name, &Record::table, &add<Record, member>, &all<Record, member>};
 }
 
 constexpr std::array<CatalogueKind, kCatalogues> kKinds{
@@ -211,6 +217,21 @@ std::vector<CatalogueFile> listFiles(const std::filesystem::path& directory, Con
     return files;
 }
 
+template <class Record>
+std::vector<shared_ptr<Record>> copiesOf(const std::vector<shared_ptr<Record>>& records) {
+    std::vector<shared_ptr<Record>> copies;
+    copies.reserve(records.size());
+    for (const auto& record : records) {
+        copies.push_back(boost::static_pointer_cast<Record>(record->copy()));
+        if constexpr (std::is_same_v<Record, mxservice::CETFDetail>) {
+            for (auto& [code, component] : copies.back()->components) {
+                component = boost::static_pointer_cast<mxservice::CETFComponentStockInfo>(component->copy());
+            }
+        }
+    }
+    return copies;
+}
+
 std::uint64_t sizeOf(const std::filesystem::path& path) {
     std::error_code failure;
     const auto size = std::filesystem::file_size(path, failure);
@@ -221,6 +242,20 @@ std::uint64_t sizeOf(const std::filesystem::path& path) {
 
 const char* catalogueName(Catalogue catalogue) {
     return kKinds[static_cast<std::size_t>(catalogue)].name;
+}
+
+Snapshot copyOf(const Snapshot& snapshot) {
+    return {copiesOf(snapshot.instruments), copiesOf(snapshot.etfs),           copiesOf(snapshot.bonds),
+            copiesOf(snapshot.tenderBonds), copiesOf(snapshot.counterparties), copiesOf(snapshot.otcFundPlans),
+            copiesOf(snapshot.issuances),   copiesOf(snapshot.issuancePrices)};
+}
+
+std::vector<shared_ptr<IData>> recordsOf(const Snapshot& snapshot, Catalogue catalogue) {
+    return kKinds[static_cast<std::size_t>(catalogue)].all(snapshot);
+}
+
+void addRecord(Snapshot& snapshot, Catalogue catalogue, shared_ptr<IData> record) {
+    kKinds[static_cast<std::size_t>(catalogue)].add(snapshot, std::move(record));
 }
 
 ReadReport readSnapshot(const std::filesystem::path& directory, Snapshot& snapshot, Console& console) {

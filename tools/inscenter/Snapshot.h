@@ -49,6 +49,15 @@ struct Snapshot {
     std::vector<boost::shared_ptr<mxservice::COTCStockEnquiryPriceSetting>> issuancePrices;
 };
 
+/// The same with records of the caller's own, their baskets included.
+Snapshot copyOf(const Snapshot& snapshot);
+
+/// The records of one catalogue.
+std::vector<boost::shared_ptr<mxservice::IData>> recordsOf(const Snapshot& snapshot, Catalogue catalogue);
+
+/// Puts the record, which must be of the catalogue's class, behind those of its catalogue.
+void addRecord(Snapshot& snapshot, Catalogue catalogue, boost::shared_ptr<mxservice::IData> record);
+
 /// What reading brought.
 struct ReadReport {
     std::array<std::size_t, kCatalogues> records{};  ///< by catalogue

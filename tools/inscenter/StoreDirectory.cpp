@@ -99,6 +99,21 @@ std::vector<DatabaseDirectory> directoriesOf(const std::string& root) {
     return directories;
 }
 
+bool looksLikeStore(const std::string& root) {
+    std::error_code error;
+    for (fs::directory_iterator entries(root, error); !error && entries != fs::directory_iterator();
+         entries.increment(error)) {
+        DatabaseDirectory directory;
+        directory.name = entries->path().filename();
+        classify(directory);
+        std::error_code ignored;
+        if (directory.kind != DirectoryKind::Unknown && fs::is_directory(entries->path(), ignored)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 DatabaseDirectory directoryOf(const std::string& root, const std::string& name) {
     // Looked up among what is there, so that no name leads out of the root.
     for (DatabaseDirectory& directory : directoriesOf(root)) {

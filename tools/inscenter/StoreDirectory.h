@@ -33,4 +33,7 @@ std::vector<DatabaseDirectory> directoriesOf(const std::string& root);
 /// The one of that name. Throws UnreadableInput when there is none.
 DatabaseDirectory directoryOf(const std::string& root, const std::string& name);
 
+/// Whether a directory beneath `root` has the name of a store's database.
+bool looksLikeStore(const std::string& root);
+
 }  // namespace inscenter

@@ -1,12 +1,10 @@
 #include "tools/inscenter/StoreVerbs.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <filesystem>
 #include <limits>
 #include <map>
 #include <memory>
@@ -14,71 +12,19 @@
 #include <vector>
 
 #include "platform/bson/BSONObj.h"
-#include "platform/persist/StoreEngine.h"
 #include "platform/record/RecordType.h"
 #include "tools/inscenter/DocumentCheck.h"
 #include "tools/inscenter/RecordText.h"
 #include "tools/inscenter/StoreDirectory.h"
+#include "tools/inscenter/StoreReader.h"
 
 namespace inscenter {
 namespace {
 
 using persist::StoreDatabase;
-using persist::StoreEngine;
 using persist::StoreStatus;
 
 constexpr const char* kEmptyStore = "no databases: the store is empty";
-
-/// Whether the engine is refused its lock file, which it writes to even for a reader.
-bool lacksLock(const DatabaseDirectory& directory) {
-    const std::filesystem::path file = directory.path / "lock.mdb";
-    const bool there = ::access(file.c_str(), F_OK) == 0;
-    return ::access(there ? file.c_str() : directory.path.c_str(), W_OK) != 0;
-}
-
-/// Opens databases for reading and reports on the console what cannot be read.
-class StoreReader {
-public:
-    explicit StoreReader(Console& console) : console_(console) {}
-
-    /// Null when the directory holds no database, or when it cannot be opened. A load that was killed early leaves a
-    /// directory without a data file, or with an empty one.
-    std::shared_ptr<StoreDatabase> open(const DatabaseDirectory& directory) {
-        if (directory.fileBytes.value_or(0) == 0) {
-            return nullptr;
-        }
-        StoreStatus status;
-        auto database = engine_->open(directory.path.string(), StoreEngine::Mode::ReadExisting, status);
-        check(directory, status);
-        return database;
-    }
-
-    /// Visits the entries whose stored key begins with `prefix`; false when that failed.
-    bool scan(const DatabaseDirectory& directory, StoreDatabase& database, std::string_view prefix,
-              const StoreDatabase::Visitor& visit) {
-        return check(directory, database.scan(prefix, visit));
-    }
-
-    /// False, with a message, when the status is a failure.
-    bool check(const DatabaseDirectory& directory, const StoreStatus& status) {
-        if (!status.failed()) {
-            return true;
-        }
-        const bool damaged = status.kind == StoreStatus::Kind::Damaged;
-        console_.message(fmt::format("{}: {}: {}{}", directory.name, damaged ? "damaged" : "cannot be read",
-                                     status.reason,
-                                     !damaged && lacksLock(directory) ? "; lock.mdb cannot be written to" : ""));
-        failed_ = true;
-        return false;
-    }
-
-    bool failed() const { return failed_; }
-
-private:
-    Console& console_;
-    std::shared_ptr<StoreEngine> engine_ = persist::makeLmdbEngine();
-    bool failed_ = false;
-};
 
 /// The databases that the query names. Those set aside are read only where they are named.
 std::vector<DatabaseDirectory> asked(const StoreQuery& query) {

@@ -15,7 +15,10 @@
 #include "platform/utils/Utils.h"
 #include "tools/inscenter/CommandLine.h"
 #include "tools/inscenter/Compare.h"
+#include "tools/inscenter/Diff.h"
+#include "tools/inscenter/Shell.h"
 #include "tools/inscenter/Terminal.h"
+#include "tools/inscenter/Tour.h"
 
 namespace inscenter {
 namespace {
@@ -95,7 +98,16 @@ int answer(const Command& command, std::ostream& out, Console& console) {
     return day.read.skipped > 0 ? kSkipped : kAnswered;
 }
 
-int compare(const Command& command, std::ostream& out, Console& console) {
+int converse(const Command& command, std::ostream& out, Console& console, std::ostream& err) {
+    const ProcessSettings settings(command);
+    const auto center = makeCenter(command.center);
+    const Day day = loadDay(command.data, *center, console);
+    const int code = runShell(command, *center, day, out, console, err);
+    return code == kAnswered && day.read.skipped > 0 ? kSkipped : code;
+}
+
+/// What loads both centers and then asks them.
+int askBoth(const Command& command, std::ostream& out, Console& console) {
     const ProcessSettings settings(command);
     std::error_code ignored;
     if (!std::filesystem::is_empty(command.store, ignored) && !ignored) {
@@ -104,7 +116,9 @@ int compare(const Command& command, std::ostream& out, Console& console) {
     Snapshot snapshot;
     const ReadReport read = readSnapshot(command.data, snapshot, console);
     Output output(out, command.format, screenOf(out));
-    if (!compareCenters(snapshot, output, console)) {
+    if (command.task == Task::Tour) {
+        showTour(snapshot, output, console);
+    } else if (!compareCenters(snapshot, output, console)) {
         return kDifferent;
     }
     return read.skipped > 0 ? kSkipped : kAnswered;
@@ -115,14 +129,24 @@ int lookIntoStore(const Command& command, std::ostream& out, Console& console) {
     return command.storeVerb(command.storeQuery, output, console) ? kAnswered : kUnreadable;
 }
 
+int diff(const Command& command, std::ostream& out, Console& console) {
+    Output output(out, command.format, screenOf(out));
+    return showDiff(command.diff, output, console) ? kAnswered : kSkipped;
+}
+
 int run(const Command& command, std::ostream& out, std::ostream& err) {
     Console console(err, isTerminal(err), screenOf(err).colours);
     try {
         switch (command.task) {
             case Task::Ask:
                 return answer(command, out, console);
+            case Task::Shell:
+                return converse(command, out, console, err);
             case Task::Compare:
-                return compare(command, out, console);
+            case Task::Tour:
+                return askBoth(command, out, console);
+            case Task::Diff:
+                return diff(command, out, console);
             case Task::Store:
                 return lookIntoStore(command, out, console);
             case Task::Generate:

@@ -1,0 +1,122 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "ToolFixture.h"
+
+// What compares two days, or both centers.
+
+namespace {
+
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+using tooltest::linesOf;
+using tooltest::Result;
+using tooltest::run;
+
+class ToolPairsTest : public tooltest::ToolTest {
+protected:
+    /// The day as a directory, and a later one that begins as a copy of it.
+    ToolPairsTest() {
+        for (const auto& file : std::filesystem::directory_iterator(day_.path())) {
+            std::filesystem::copy(file.path(), later_.path());
+        }
+    }
+
+    void writeLater(const std::string& name, const std::string& bytes) {
+        std::ofstream(later_.path() / name, std::ios::binary) << bytes;
+    }
+    Result diff(std::vector<std::string> options = {}) {
+        options.insert(options.begin(), {"diff", day_.path(), later_.path()});
+        return run(options);
+    }
+
+    TemporaryDirectory later_;
+};
+
+TEST_F(ToolPairsTest, DiffNamesWhatWasListedDelistedAndChanged) {
+    EXPECT_THAT(diff().out, HasSubstr("no difference"));
+    EXPECT_EQ(diff({"--jsonl"}).out, "");
+
+    writeLater("instruments.ndjson",
+               R"-({"market":"SH","code":"600000","name":"浦发","priceTick":0.01,"tradingDay":"20260303"}
+{"market":"SH","code":"600009","name":"新"}
+)-");
+    writeLater("etfs.ndjson", R"({"exchid":"SH","etfcode":"510050","prcode":"510051","stocks":[)"
+                              R"({"market":"SH","code":"600000","name":"浦发银行","quantity":200},)"
+                              R"({"market":"SH","code":"600009"}]})");
+    writeLater("bonds.ndjson", R"({"bondCode":"220002","bondName":"22国债02"})");
+    const Result found = diff({"--ignore", "tradingDay", "--format", "csv"});
+    EXPECT_EQ(found.code, 0);
+    std::vector<std::string> lines = linesOf(found.out);
+    EXPECT_EQ(lines.front(), "change,catalogue,key,name,field,old,new\r");
+    const auto count = [&](const std::string& begin) {
+        return std::count_if(lines.begin(), lines.end(), [&](const auto& line) { return line.starts_with(begin); });
+    };
+    EXPECT_EQ(count("listed,instruments,"), 1);
+    EXPECT_EQ(count("delisted,instruments,"), 12);
+    EXPECT_THAT(found.out, AllOf(HasSubstr("listed,instruments,SH600009,新,,,\r\n"),
+                                 HasSubstr("changed,instruments,SH600000,浦发,name,浦发银行,浦发\r\n"),
+                                 HasSubstr("changed,instruments,SH600000,浦发,priceTick,0,0.01\r\n"),
+                                 HasSubstr("changed,instruments,SH600000,浦发,listingDate,19991110,\r\n"),
+                                 Not(HasSubstr("tradingDay")),
+                                 HasSubstr("changed,etfs,SH510050,,stocks[600000].quantity,100,200\r\n"),
+                                 HasSubstr(R"(stocks[600009],,"{""market"":""SH"",""code"":""600009""}")")));
+    EXPECT_THAT(found.out, AllOf(HasSubstr("listed,bonds,220002,22国债02,,,\r\n"),
+                                 HasSubstr("delisted,bonds,220001,22国债01,,,\r\n")));
+    EXPECT_THAT(diff().out, AllOf(HasSubstr("instruments          1        12        1          0\n"),
+                                  HasSubstr("counterparties       0         0        0          1\n")));
+}
+
+TEST_F(ToolPairsTest, DiffOfASnapshotAndItsStoreIsEmptyAlthoughListingsWereMerged) {
+    ASSERT_EQ(askClient({"summary"}).code, 0);
+    const std::string store = store_.path() / "db";
+    for (const auto& [before, after] :
+         {std::pair<std::string, std::string>{store, day_.path()}, {day_.path(), store}}) {
+        const Result same = run({"diff", before, after});
+        EXPECT_EQ(same.code, 0) << same.err;
+        EXPECT_THAT(same.out,
+                    AllOf(HasSubstr("no difference"), HasSubstr("instruments        0         0        0         13\n"),
+                          Not(HasSubstr("counterparties"))));
+    }
+    write("instruments2.ndjson", R"({"market":"HK","code":"00009","name":"九"})");
+    EXPECT_THAT(
+        linesOf(run({"diff", store, day_.path(), "--jsonl"}).out),
+        ElementsAre(StartsWith(R"({"change":"listed","catalogue":"instruments","key":"HK00009","name":"九",)")));
+    EXPECT_THAT(run({"diff", store, store}).out, HasSubstr("no difference"));
+}
+
+TEST_F(ToolPairsTest, DiffSaysWhatItCannotUse) {
+    EXPECT_EQ(diff({"--ignore", "nme"}).code, 2);
+    EXPECT_THAT(diff({"--ignore", "nme"}).err, HasSubstr("did you mean name?"));
+    EXPECT_EQ(run({"diff", day_.path()}).code, 2);
+    EXPECT_EQ(run({"diff", day_.path(), day_.path() / "missing"}).code, 2);
+    EXPECT_EQ(run({"diff", "-", "-"}).code, 2);
+    EXPECT_EQ(run({"diff", day_.path(), later_.path(), "--data", day_.path()}).code, 2);
+    writeLater("instruments2.ndjson", "{\n");
+    EXPECT_EQ(diff().code, 3);
+}
+
+TEST_F(ToolPairsTest, TourShowsWhatEachCenterKeepsOfEveryCatalogue) {
+    const std::vector<std::string> arguments{"tour", "--store", store_.path() / "db", "--today", "20260302"};
+    const Result tour = ask(arguments);
+    EXPECT_EQ(tour.code, 0) << tour.err;
+    EXPECT_THAT(tour.out, AllOf(HasSubstr("Price settings of OTC enquiries  (inscenter issuanceprices)\n"
+                                          "  in memory   nothing\n  persisted   1: I1 at 10.5\n  on purpose  price"),
+                                HasSubstr("  in memory   1: group 2: 1\n  persisted   nothing\n"),
+                                HasSubstr("New issues of the day  (inscenter codes)\n  both        1: SH730001\n"),
+                                HasSubstr("  persisted   1: SH019547 is 220001\n"),
+                                HasSubstr("  both        1: SH510050  of 1\n")));
+    std::vector<std::string> json = arguments;
+    json.emplace_back("--jsonl");
+    EXPECT_THAT(ask(json).out, HasSubstr(R"({"catalogue":"Outer futures products","inMemory":0,"persisted":1,)"));
+    EXPECT_EQ(ask({"tour"}).code, 2);
+}
+
+}  // namespace

@@ -1,0 +1,103 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "ToolFixture.h"
+#include "tools/inscenter/Shell.h"
+#include "tools/inscenter/ShellWords.h"
+
+namespace {
+
+using ::testing::AllOf;
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::Optional;
+using tooltest::Result;
+
+class ToolShellTest : public tooltest::ToolTest {
+protected:
+    Result talk(const std::string& lines, std::vector<std::string> options = {}) {
+        std::istringstream input(lines);
+        std::streambuf* const before = std::cin.rdbuf(input.rdbuf());
+        std::cin.clear();
+        options.insert(options.begin(), "shell");
+        const Result result = ask(options);
+        std::cin.rdbuf(before);
+        return result;
+    }
+
+    std::vector<std::string> completed(const std::string& line, const std::string& word) {
+        std::ostringstream messages;
+        inscenter::Console console(messages, false);
+        inscenter::Snapshot snapshot;
+        inscenter::Day day;
+        day.read = inscenter::readSnapshot(day_.path(), snapshot, console);
+        day.markets = inscenter::marketsOf(snapshot);
+        const auto center = inscenter::makeCenter(inscenter::CenterKind::Server);
+        inscenter::load(*center, snapshot, console);
+        return inscenter::shellCompletions(line, word, *center, day);
+    }
+};
+
+TEST_F(ToolShellTest, AnswersLineByLineAndOutlivesBadOnes) {
+    const Result all = talk(
+        "get SH600000 --jsonl\n"
+        "frob\n"
+        "  # a remark\n"
+        "\n"
+        "list --market SH --where oops\n"
+        "get 'SH600000\n"
+        "get SH999999\r\n"
+        "list --market \"DCE\" --where 'code~spc a' --fields code --format csv\n"
+        "list --market SH --limit 1 --fields code\n"
+        "quit\n"
+        "counterparties\n");
+    EXPECT_EQ(all.code, 2);  // of the first line that was not answered
+    EXPECT_THAT(all.out, AllOf(HasSubstr("{\"market\":\"SH\",\"code\":\"600000\""),
+                               HasSubstr("code\r\nSPC a2705&m2705\r\n"),  // options hold for one line
+                               HasSubstr("code\n510050\n"), Not(HasSubstr("对手方"))));
+    EXPECT_THAT(all.err, AllOf(HasSubstr("unknown command frob"), HasSubstr("\"oops\" is no condition"),
+                               HasSubstr("a quotation is not closed"), HasSubstr("SH999999: not found")));
+    EXPECT_EQ(talk("has SH999999\nfrob\n").code, 1);
+    EXPECT_EQ(talk("summary\nhelp\nhelp get\n").code, 0);
+    EXPECT_THAT(talk("help").out, Not(HasSubstr("generate")));
+    EXPECT_THAT(talk("etfs", {"--format", "json"}).out, HasSubstr("{\"exchid\""));
+}
+
+TEST_F(ToolShellTest, LeavesWhatIsNoQuestionToTheCommandLine) {
+    for (const char* const line : {"diff a b", "store ls db", "generate --size 1 d", "shell", "summary --data d"}) {
+        EXPECT_EQ(talk(line).code, 2) << line;
+    }
+    EXPECT_EQ(tooltest::run({"--data", "-", "shell"}).code, 2);
+}
+
+TEST_F(ToolShellTest, CompletesByThePlaceOfTheWord) {
+    EXPECT_THAT(completed("", "sp"), ElementsAre("spreads"));
+    EXPECT_THAT(completed("help ", "ou"), ElementsAre("outer"));
+    EXPECT_THAT(completed("list ", "--tr"), ElementsAre("--trader-type"));
+    EXPECT_THAT(completed("list --market DCE ", "N"), ElementsAre("NEEQ"));
+    EXPECT_THAT(completed("list --where ", "strik"), ElementsAre("strikePrice"));
+    EXPECT_THAT(completed("etfs --sort ", "-reportu"), ElementsAre("-reportunit"));
+    EXPECT_THAT(completed("list --fields ", "code,isi"), ElementsAre("code,isin"));
+    EXPECT_THAT(completed("list --format ", "j"), ElementsAre("json", "jsonl"));
+    EXPECT_THAT(completed("get ", "SH60"), ElementsAre("SH600000"));
+    EXPECT_THAT(completed("get ", "D"), ElementsAre("DCE"));
+    EXPECT_THAT(completed("frob ", ""), IsEmpty());
+}
+
+TEST(ShellWords, KeepQuotedBlanksAndEscapedSigns) {
+    EXPECT_THAT(inscenter::shellWords(R"(a "b c"'d "e' f\ g '' \'h "\"i" )"),
+                Optional(ElementsAre("a", "b cd \"e", "f g", "", "'h", "\"i")));
+    EXPECT_THAT(inscenter::shellWords(" \t"), Optional(IsEmpty()));
+    EXPECT_EQ(inscenter::shellWords("get 'SH"), std::nullopt);
+    EXPECT_EQ(inscenter::shellWords("get \"SH'"), std::nullopt);
+}
+
+}  // namespace

@@ -1,0 +1,139 @@
+#include "tools/inscenter/Diff.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <utility>
+
+#include "platform/record/RecordType.h"
+#include "tools/inscenter/Changes.h"
+#include "tools/inscenter/NearNames.h"
+#include "tools/inscenter/RecordText.h"
+#include "tools/inscenter/Snapshot.h"
+#include "tools/inscenter/StoreDirectory.h"
+#include "tools/inscenter/StoreSnapshot.h"
+#include "tools/inscenter/Utf8.h"
+
+namespace inscenter {
+namespace {
+
+/// One of the two days.
+struct Side {
+    Snapshot records;
+    std::size_t skipped = 0;
+    bool store = false;
+};
+
+Side readSide(const std::string& path, Console& console) {
+    Side side;
+    side.store = looksLikeStore(path);
+    side.skipped = side.store ? readStoredSnapshot(path, side.records, console)
+                              : readSnapshot(path, side.records, console).skipped;
+    return side;
+}
+
+Tone toneOf(ChangeKind kind) {
+    return kind == ChangeKind::Listed ? Tone::Good : kind == ChangeKind::Delisted ? Tone::Bad : Tone::Changed;
+}
+
+/// A row for each listed or delisted record and for each changed field.
+Table changeTable(const Changes& changes) {
+    Table table{{"change", "catalogue", "key", "name", "field", "old", "new"}, {}};
+    const auto add = [&](const Change& change, Cell field, Cell before, Cell after) {
+        table.rows.push_back({std::string(changeName(change.kind)), std::string(catalogueName(change.catalogue)),
+                              change.key, change.name, std::move(field), std::move(before), std::move(after)});
+        table.tones.push_back(toneOf(change.kind));
+    };
+    for (const Change& change : changes.changes) {
+        if (change.fields.empty()) {
+            add(change, {}, {}, {});
+        }
+        for (const FieldChange& field : change.fields) {
+            add(change, field.field, field.before, field.after);
+        }
+    }
+    return table;
+}
+
+Table countTable(const Changes& changes) {
+    Table table{{"catalogue", "listed", "delisted", "changed", "unchanged"}, {}};
+    for (std::size_t i = 0; i < kCatalogues; ++i) {
+        const auto catalogue = static_cast<Catalogue>(i);
+        const auto count = [&](ChangeKind kind) { return static_cast<std::int64_t>(changes.count(catalogue, kind)); };
+        const std::int64_t changed = count(ChangeKind::Changed);
+        const auto common = static_cast<std::int64_t>(changes.common[i]);
+        std::vector<Cell> row{std::string(catalogueName(catalogue)), count(ChangeKind::Listed),
+                              count(ChangeKind::Delisted), changed, common - changed};
+        if (common + count(ChangeKind::Listed) + count(ChangeKind::Delisted) > 0) {
+            table.rows.push_back(std::move(row));
+        }
+    }
+    return table;
+}
+
+/// Fields of which so many records changed that they may hide the rest.
+std::vector<std::string> noisyFields(const Changes& changes) {
+    constexpr std::size_t kWorthAWord = 20;
+    std::map<std::string, std::size_t> counts;
+    std::size_t changed = 0;
+    for (const Change& change : changes.changes) {
+        changed += change.kind == ChangeKind::Changed ? 1 : 0;
+        for (const FieldChange& field : change.fields) {
+            ++counts[field.field];
+        }
+    }
+    std::vector<std::string> noisy;
+    for (const auto& [field, count] : counts) {
+        if (count >= kWorthAWord && count * 2 > changed) {
+            noisy.push_back(field);
+        }
+    }
+    return noisy;
+}
+
+std::vector<std::string> ignoredFields(const std::string& text) {
+    std::vector<std::string> known;
+    for (const mxservice::RecordType* const type : mxservice::TypeManager::instance()->types()) {
+        const std::vector<std::string> names = fieldNames(*type);
+        known.insert(known.end(), names.begin(), names.end());
+    }
+    std::sort(known.begin(), known.end());
+    known.erase(std::unique(known.begin(), known.end()), known.end());
+    std::vector<std::string> fields = splitAtCommas(text);
+    for (const std::string& field : fields) {
+        if (!std::binary_search(known.begin(), known.end(), field)) {
+            throw UnreadableInput(
+                fmt::format("--ignore: no record has a field \"{}\"{}", printable(field), didYouMean(field, known)));
+        }
+    }
+    return fields;
+}
+
+}  // namespace
+
+bool showDiff(const DiffQuery& query, Output& output, Console& console) {
+    const std::vector<std::string> ignored = ignoredFields(query.ignored);
+    Side before = readSide(query.before, console);
+    Side after = readSide(query.after, console);
+    if (before.store != after.store) {
+        Side& snapshot = before.store ? after : before;
+        snapshot.records = storedForm(snapshot.records, console);
+        output.note("Compared as a store keeps it: instruments, ETFs, interbank bonds and OTC fund plans.");
+    }
+    const Changes changes = changesBetween(before.records, after.records, ignored);
+    if (output.format() == Format::Table) {
+        output.table(countTable(changes), "neither has any record");
+        output.note("");
+    }
+    output.table(changeTable(changes), "no difference");
+    const std::vector<std::string> noisy = noisyFields(changes);
+    if (!noisy.empty()) {
+        output.note(
+            fmt::format("\nMost changed records differ in {0}; --ignore {0} leaves that out.", fmt::join(noisy, ",")));
+    }
+    return before.skipped + after.skipped == 0;
+}
+
+}  // namespace inscenter

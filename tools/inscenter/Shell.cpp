@@ -1,0 +1,204 @@
+#include "tools/inscenter/Shell.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <exception>
+#include <memory>
+#include <new>
+#include <ostream>
+#include <utility>
+
+#include "tools/inscenter/MarketNames.h"
+#include "tools/inscenter/Prompt.h"
+#include "tools/inscenter/RecordText.h"
+#include "tools/inscenter/ShellWords.h"
+#include "tools/inscenter/Terminal.h"
+#include "tools/inscenter/VerbList.h"
+
+namespace inscenter {
+namespace {
+
+constexpr std::size_t kMostKeys = 200;
+constexpr int kBadLine = 2;
+
+class Shell {
+public:
+    Shell(const Command& settings, mxservice::IInstrumentCenter& center, const Day& day, std::ostream& out,
+          Console& console, std::ostream& err)
+        : settings_(settings), center_(center), day_(day), out_(out), console_(console), err_(err) {}
+
+    /// Answers one line; false when it asks to leave.
+    bool take(const std::string& line) {
+        const auto words = shellWords(line);
+        if (!words) {
+            console_.message("a quotation is not closed");
+            note(kBadLine);
+            return true;
+        }
+        if (words->empty() || words->front().starts_with('#')) {
+            return true;
+        }
+        if (*words == std::vector<std::string>{"quit"} || *words == std::vector<std::string>{"exit"}) {
+            return false;
+        }
+        note(answer(*words));
+        out_.flush();
+        return static_cast<bool>(out_);
+    }
+
+    int exitCode() const { return exitCode_; }
+
+private:
+    void note(int code) { exitCode_ = exitCode_ == 0 ? code : exitCode_; }
+
+    int answer(std::vector<std::string> words) {
+        if (words.front() == "help") {
+            words.erase(words.begin());
+            words.emplace_back("--help");
+        }
+        int code = 0;
+        const auto command = parseQuestion(words, settings_, out_, err_, code);
+        if (!command) {
+            return code;
+        }
+        try {
+            Output output(out_, command->format, screenOf(out_));
+            Session session{center_, settings_.center, day_, output, console_};
+            command->verb(session, command->query);
+            return session.missing ? 1 : 0;
+        } catch (const std::bad_alloc&) {
+            console_.message("out of memory");
+        } catch (const std::exception& failure) {
+            console_.message(failure.what());
+        }
+        return kBadLine;
+    }
+
+    const Command& settings_;
+    mxservice::IInstrumentCenter& center_;
+    const Day& day_;
+    std::ostream& out_;
+    Console& console_;
+    std::ostream& err_;
+    int exitCode_ = 0;
+};
+
+std::vector<std::string> verbNames() {
+    std::vector<std::string> names{"help", "quit"};
+    for (const VerbLine& verb : kVerbs) {
+        names.emplace_back(verb.name);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::vector<std::string> marketNames(const Day& day) {
+    std::vector<std::string> names;
+    for (const auto& [market, count] : day.markets) {
+        names.push_back(market);
+    }
+    return names;
+}
+
+std::vector<std::string> optionNames(const std::string& verb) {
+    for (const VerbHelp& help : describeVerbs()) {
+        if (help.name == verb) {
+            return help.options;
+        }
+    }
+    return {};
+}
+
+/// Key texts that begin so. Only the market that the word begins with is asked, so that a prompt does not wait for a
+/// store to be read whole.
+std::vector<std::string> keysBeginning(const std::string& word, mxservice::IInstrumentCenter& center, const Day& day) {
+    std::vector<std::string> keys;
+    for (const std::string& market : marketNames(day)) {
+        if (!word.starts_with(market)) {
+            continue;
+        }
+        for (const auto& [key, record] : center.getInstruments(market)) {
+            if (key.starts_with(word) && keys.size() < kMostKeys && key.find(' ') == std::string::npos) {
+                keys.push_back(key);
+            }
+        }
+    }
+    return keys.empty() ? marketNames(day) : keys;
+}
+
+std::vector<std::string> fieldsOf(const VerbLine& verb, const std::string& option, const std::string& word) {
+    std::vector<std::string> names = verb.listed == nullptr ? std::vector<std::string>() : fieldNames(verb.listed());
+    const std::size_t comma = option == "--fields" ? word.rfind(',') : std::string::npos;
+    const std::string before = comma != std::string::npos             ? word.substr(0, comma + 1)
+                               : option == "--sort" && word[0] == '-' ? "-"
+                                                                      : "";
+    for (std::string& name : names) {
+        name.insert(0, before);
+    }
+    return names;
+}
+
+/// Everything that may stand in that place, whatever the word begins with.
+std::vector<std::string> candidates(const std::vector<std::string>& before, const std::string& word,
+                                    mxservice::IInstrumentCenter& center, const Day& day) {
+    if (before.empty() || (before.size() == 1 && before.front() == "help")) {
+        return verbNames();
+    }
+    const std::string& last = before.back();
+    if (last == "--format") {
+        return {"csv", "json", "jsonl", "table"};
+    }
+    const auto verb =
+        std::find_if(kVerbs.begin(), kVerbs.end(), [&](const VerbLine& known) { return before.front() == known.name; });
+    if (verb == kVerbs.end()) {
+        return {};
+    }
+    if (last == "--fields" || last == "--sort" || last == "--where") {
+        return fieldsOf(*verb, last, word);
+    }
+    if (word.starts_with('-')) {
+        return optionNames(before.front());
+    }
+    const auto option = std::find_if(before.rbegin(), before.rend(), [](const auto& w) { return w.starts_with('-'); });
+    if (option != before.rend() && *option == "--market") {
+        return marketNames(day);
+    }
+    const bool keys = verb->arguments == Arguments::Keys || verb->arguments == Arguments::Codes;
+    return keys ? keysBeginning(word, center, day) : optionNames(before.front());
+}
+
+}  // namespace
+
+std::vector<std::string> shellCompletions(const std::string& line, const std::string& word,
+                                          mxservice::IInstrumentCenter& center, const Day& day) {
+    std::vector<std::string> fitting;
+    for (std::string& candidate :
+         candidates(shellWords(line).value_or(std::vector<std::string>()), word, center, day)) {
+        if (candidate.starts_with(word)) {
+            fitting.push_back(std::move(candidate));
+        }
+    }
+    return fitting;
+}
+
+int runShell(const Command& settings, mxservice::IInstrumentCenter& center, const Day& day, std::ostream& out,
+             Console& console, std::ostream& err) {
+    Shell shell(settings, center, day, out, console, err);
+    const bool prompt = isatty(STDIN_FILENO) == 1 && isTerminal(out);
+    std::unique_ptr<LineSource> lines;
+    if (prompt) {
+        out << "Type a command, \"help\" for the list, or \"quit\". Tab completes." << std::endl;
+        lines = std::make_unique<Prompt>([&](const std::string& line, const std::string& word) {
+            return shellCompletions(line, word, center, day);
+        });
+    } else {
+        lines = std::make_unique<PlainLines>();
+    }
+    std::string line;
+    while (lines->next(line) && shell.take(line)) {
+    }
+    return prompt ? 0 : shell.exitCode();
+}
+
+}  // namespace inscenter

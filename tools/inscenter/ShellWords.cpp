@@ -1,0 +1,45 @@
+#include "tools/inscenter/ShellWords.h"
+
+#include <utility>
+
+namespace inscenter {
+
+std::optional<std::vector<std::string>> shellWords(std::string_view line) {
+    std::vector<std::string> words;
+    std::string word;
+    bool begun = false;
+    char quote = '\0';
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        const char character = line[i];
+        if (character == '\\' && quote != '\'' && i + 1 < line.size()) {
+            word += line[++i];
+            begun = true;
+        } else if (quote != '\0') {
+            if (character == quote) {
+                quote = '\0';
+            } else {
+                word += character;
+            }
+        } else if (character == '\'' || character == '"') {
+            quote = character;
+            begun = true;
+        } else if (character == ' ' || character == '\t' || character == '\r') {
+            if (begun) {
+                words.push_back(std::exchange(word, {}));
+            }
+            begun = false;
+        } else {
+            word += character;
+            begun = true;
+        }
+    }
+    if (quote != '\0') {
+        return std::nullopt;
+    }
+    if (begun) {
+        words.push_back(std::move(word));
+    }
+    return words;
+}
+
+}  // namespace inscenter

@@ -1,0 +1,50 @@
+#include "tools/inscenter/StoreReader.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+namespace inscenter {
+namespace {
+
+using persist::StoreDatabase;
+using persist::StoreEngine;
+using persist::StoreStatus;
+
+/// Whether the engine is refused its lock file, which it writes to even for a reader.
+bool lacksLock(const DatabaseDirectory& directory) {
+    const std::filesystem::path file = directory.path / "lock.mdb";
+    const bool there = ::access(file.c_str(), F_OK) == 0;
+    return ::access(there ? file.c_str() : directory.path.c_str(), W_OK) != 0;
+}
+
+}  // namespace
+
+std::shared_ptr<StoreDatabase> StoreReader::open(const DatabaseDirectory& directory) {
+    if (directory.fileBytes.value_or(0) == 0) {
+        return nullptr;
+    }
+    StoreStatus status;
+    auto database = engine_->open(directory.path.string(), StoreEngine::Mode::ReadExisting, status);
+    check(directory, status);
+    return database;
+}
+
+bool StoreReader::scan(const DatabaseDirectory& directory, StoreDatabase& database, std::string_view prefix,
+                       const StoreDatabase::Visitor& visit) {
+    return check(directory, database.scan(prefix, visit));
+}
+
+bool StoreReader::check(const DatabaseDirectory& directory, const StoreStatus& status) {
+    if (!status.failed()) {
+        return true;
+    }
+    const bool damaged = status.kind == StoreStatus::Kind::Damaged;
+    console_.message(fmt::format("{}: {}: {}{}", directory.name, damaged ? "damaged" : "cannot be read", status.reason,
+                                 !damaged && lacksLock(directory) ? "; lock.mdb cannot be written to" : ""));
+    failed_ = true;
+    return false;
+}
+
+}  // namespace inscenter

@@ -1,0 +1,124 @@
+#include "tools/inscenter/StoreSnapshot.h"
+
+#include <fmt/format.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <optional>
+#include <set>
+#include <string_view>
+#include <system_error>
+
+#include "base/instrumentcenter/vocabulary/Markets.h"
+#include "platform/persist/CPersistService.h"
+#include "tools/inscenter/Center.h"
+#include "tools/inscenter/DocumentCheck.h"
+#include "tools/inscenter/MarketNames.h"
+#include "tools/inscenter/StoreDirectory.h"
+#include "tools/inscenter/StoreReader.h"
+
+namespace inscenter {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// The catalogue whose records the database holds. Derived databases and raw ones repeat what others hold.
+std::optional<Catalogue> catalogueOf(const DatabaseDirectory& directory) {
+    if (directory.kind != DirectoryKind::Catalogue) {
+        return std::nullopt;
+    }
+    for (const char* const derived : {"FUMAIN", "FUPROD", "ETFINSTS", mxservice::market::kInterbank}) {
+        if (directory.market == derived) {
+            return std::nullopt;
+        }
+    }
+    return directory.market == "ALLETF"     ? Catalogue::Etfs
+           : directory.market == "BANKBOND" ? Catalogue::Bonds
+           : directory.market == "OTCINS"   ? Catalogue::OtcFundPlans
+                                            : Catalogue::Instruments;
+}
+
+/// A store of its own, gone with the object.
+class ScratchStore {
+public:
+    ScratchStore() {
+        std::string pattern = (fs::temp_directory_path() / "inscenter-XXXXXX").string();
+        if (::mkdtemp(pattern.data()) == nullptr) {
+            throw UnreadableInput(pattern + ": cannot be made: " + std::generic_category().message(errno));
+        }
+        root_ = pattern;
+        persist::CPersistService::instance()->setRootPath(root_);
+    }
+    ~ScratchStore() {
+        close();
+        std::error_code ignored;
+        fs::remove_all(root_, ignored);
+    }
+    ScratchStore(const ScratchStore&) = delete;
+    ScratchStore& operator=(const ScratchStore&) = delete;
+
+    static void close() { persist::CPersistService::instance()->setRootPath(""); }
+    const std::string& root() const { return root_; }
+
+private:
+    std::string root_;
+};
+
+/// A center goes on after a failed write; a comparison with half a store would name what is not gone.
+void expectWhole(const Snapshot& loaded, const Snapshot& stored, const std::string& root) {
+    const auto filed = [](const Snapshot& snapshot) {
+        std::set<std::string> markets;
+        for (const auto& [market, count] : marketsOf(snapshot)) {
+            markets.insert(filedMarket(market));
+        }
+        return markets;
+    };
+    const bool whole = filed(loaded) == filed(stored) && loaded.etfs.empty() == stored.etfs.empty() &&
+                       loaded.bonds.empty() == stored.bonds.empty() &&
+                       loaded.otcFundPlans.empty() == stored.otcFundPlans.empty();
+    if (!whole) {
+        throw UnreadableInput(root + ": the snapshot could not be stored there; is the disk full?");
+    }
+}
+
+}  // namespace
+
+std::size_t readStoredSnapshot(const std::string& root, Snapshot& snapshot, Console& console) {
+    StoreReader reader(console);
+    std::size_t skipped = 0;
+    for (const DatabaseDirectory& directory : directoriesOf(root)) {
+        const std::optional<Catalogue> catalogue = catalogueOf(directory);
+        const auto database = catalogue ? reader.open(directory) : nullptr;
+        if (!database) {
+            continue;
+        }
+        console.begin("reading " + directory.name, 0);
+        reader.scan(directory, *database, {}, [&](std::string_view stored, std::string_view bytes) {
+            const std::string problem = problemOf(directory, DocumentKey(stored), bytes);
+            if (!problem.empty()) {
+                console.message(fmt::format("{}: document {}: {}", directory.name, DocumentKey(stored).key, problem));
+                ++skipped;
+                return true;
+            }
+            addRecord(snapshot, *catalogue, mxservice::TypeManager::instance()->parse(bytes, nullptr));
+            return true;
+        });
+    }
+    console.end();
+    return skipped + (reader.failed() ? 1 : 0);
+}
+
+Snapshot storedForm(const Snapshot& snapshot, Console& console) {
+    const ScratchStore store;
+    {
+        const auto center = makeCenter(CenterKind::Client);
+        load(*center, copyOf(snapshot), console);
+    }
+    ScratchStore::close();
+    Snapshot stored;
+    readStoredSnapshot(store.root(), stored, console);
+    expectWhole(snapshot, stored, store.root());
+    return stored;
+}
+
+}  // namespace inscenter

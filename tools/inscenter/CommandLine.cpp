@@ -177,6 +177,14 @@ private:
                     ->required();
                 addLimit(*sub, command_.query.limit);
                 break;
+            case Arguments::Page:
+                sub->add_option("--html", command_.query.page, "File to write")->type_name("FILE")->required();
+                if (place_ == Place::CommandLine) {
+                    sub->add_option("--against", command_.query.against,
+                                    "Snapshot of another day, to show what changed since")
+                        ->type_name("OLD");
+                }
+                break;
             case Arguments::Selection:
                 addSelection(*sub, verb);
                 break;
@@ -354,6 +362,9 @@ std::string contradiction(const Command& command) {
     }
     if (command.task == Task::Shell && command.data == "-") {
         return "shell reads its commands from standard input, so --data - cannot";
+    }
+    if (command.data == "-" && command.query.against == "-") {
+        return "standard input can be only one of the two days";
     }
     if (command.center == CenterKind::Client && command.store.empty()) {
         return "--center client needs --store DIR";

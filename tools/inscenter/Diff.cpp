@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "platform/record/RecordType.h"
-#include "tools/inscenter/Changes.h"
 #include "tools/inscenter/NearNames.h"
 #include "tools/inscenter/RecordText.h"
 #include "tools/inscenter/Snapshot.h"
@@ -36,41 +35,6 @@ Side readSide(const std::string& path, Console& console) {
 
 Tone toneOf(ChangeKind kind) {
     return kind == ChangeKind::Listed ? Tone::Good : kind == ChangeKind::Delisted ? Tone::Bad : Tone::Changed;
-}
-
-/// A row for each listed or delisted record and for each changed field.
-Table changeTable(const Changes& changes) {
-    Table table{{"change", "catalogue", "key", "name", "field", "old", "new"}, {}};
-    const auto add = [&](const Change& change, Cell field, Cell before, Cell after) {
-        table.rows.push_back({std::string(changeName(change.kind)), std::string(catalogueName(change.catalogue)),
-                              change.key, change.name, std::move(field), std::move(before), std::move(after)});
-        table.tones.push_back(toneOf(change.kind));
-    };
-    for (const Change& change : changes.changes) {
-        if (change.fields.empty()) {
-            add(change, {}, {}, {});
-        }
-        for (const FieldChange& field : change.fields) {
-            add(change, field.field, field.before, field.after);
-        }
-    }
-    return table;
-}
-
-Table countTable(const Changes& changes) {
-    Table table{{"catalogue", "listed", "delisted", "changed", "unchanged"}, {}};
-    for (std::size_t i = 0; i < kCatalogues; ++i) {
-        const auto catalogue = static_cast<Catalogue>(i);
-        const auto count = [&](ChangeKind kind) { return static_cast<std::int64_t>(changes.count(catalogue, kind)); };
-        const std::int64_t changed = count(ChangeKind::Changed);
-        const auto common = static_cast<std::int64_t>(changes.common[i]);
-        std::vector<Cell> row{std::string(catalogueName(catalogue)), count(ChangeKind::Listed),
-                              count(ChangeKind::Delisted), changed, common - changed};
-        if (common + count(ChangeKind::Listed) + count(ChangeKind::Delisted) > 0) {
-            table.rows.push_back(std::move(row));
-        }
-    }
-    return table;
 }
 
 /// Fields of which so many records changed that they may hide the rest.
@@ -113,6 +77,40 @@ std::vector<std::string> ignoredFields(const std::string& text) {
 
 }  // namespace
 
+Table changeTable(const Changes& changes) {
+    Table table{{"change", "catalogue", "key", "name", "field", "old", "new"}, {}};
+    const auto add = [&](const Change& change, Cell field, Cell before, Cell after) {
+        table.rows.push_back({std::string(changeName(change.kind)), std::string(catalogueName(change.catalogue)),
+                              change.key, change.name, std::move(field), std::move(before), std::move(after)});
+        table.tones.push_back(toneOf(change.kind));
+    };
+    for (const Change& change : changes.changes) {
+        if (change.fields.empty()) {
+            add(change, {}, {}, {});
+        }
+        for (const FieldChange& field : change.fields) {
+            add(change, field.field, field.before, field.after);
+        }
+    }
+    return table;
+}
+
+Table changeCountTable(const Changes& changes) {
+    Table table{{"catalogue", "listed", "delisted", "changed", "unchanged"}, {}};
+    for (std::size_t i = 0; i < kCatalogues; ++i) {
+        const auto catalogue = static_cast<Catalogue>(i);
+        const auto count = [&](ChangeKind kind) { return static_cast<std::int64_t>(changes.count(catalogue, kind)); };
+        const std::int64_t changed = count(ChangeKind::Changed);
+        const auto common = static_cast<std::int64_t>(changes.common[i]);
+        std::vector<Cell> row{std::string(catalogueName(catalogue)), count(ChangeKind::Listed),
+                              count(ChangeKind::Delisted), changed, common - changed};
+        if (common + count(ChangeKind::Listed) + count(ChangeKind::Delisted) > 0) {
+            table.rows.push_back(std::move(row));
+        }
+    }
+    return table;
+}
+
 bool showDiff(const DiffQuery& query, Output& output, Console& console) {
     const std::vector<std::string> ignored = ignoredFields(query.ignored);
     Side before = readSide(query.before, console);
@@ -124,7 +122,7 @@ bool showDiff(const DiffQuery& query, Output& output, Console& console) {
     }
     const Changes changes = changesBetween(before.records, after.records, ignored);
     if (output.format() == Format::Table) {
-        output.table(countTable(changes), "neither has any record");
+        output.table(changeCountTable(changes), "neither has any record");
         output.note("");
     }
     output.table(changeTable(changes), "no difference");

@@ -3,10 +3,16 @@
 #include <string>
 #include <vector>
 
+#include "tools/inscenter/Changes.h"
 #include "tools/inscenter/Console.h"
 #include "tools/inscenter/Output.h"
 
 namespace inscenter {
+
+/// A row for each listed or delisted record and for each changed field.
+Table changeTable(const Changes& changes);
+/// How many records of each catalogue were listed, delisted, changed and left alone.
+Table changeCountTable(const Changes& changes);
 
 /// What is compared with what.
 struct DiffQuery {

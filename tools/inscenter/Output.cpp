@@ -41,18 +41,6 @@ std::vector<const Field*> candidates(const RecordType& type) {
     return fields;
 }
 
-/// The fields that a table of these records shows: those that any of them has, no more than fit a screen.
-std::vector<const Field*> columnsOf(const std::vector<RecordPtr>& records) {
-    std::vector<const Field*> columns;
-    for (const Field* const field : candidates(records.front()->recordType())) {
-        const auto given = [&](const RecordPtr& record) { return !field->isDefault(*record); };
-        if (columns.size() < kListFields && std::any_of(records.begin(), records.end(), given)) {
-            columns.push_back(field);
-        }
-    }
-    return columns;
-}
-
 bool isNumber(const Field& field) {
     return field.kind() != FieldKind::Text;
 }
@@ -98,6 +86,24 @@ std::string cellText(const Cell& cell, std::string_view separator) {
     return number;
 }
 
+bool isNumber(const Cell& cell) {
+    return std::holds_alternative<std::int64_t>(cell) || std::holds_alternative<double>(cell);
+}
+
+std::string shownCell(const Cell& cell) {
+    return printable(cellText(cell, ", "));
+}
+
+std::vector<const Field*> allFields(const IData& record) {
+    std::vector<const Field*> fields;
+    for (const Field& field : record.recordType().fields()) {
+        fields.push_back(&field);
+    }
+    return fields;
+}
+
+}  // namespace
+
 void appendJsonCell(std::string& out, const Cell& cell) {
     if (const auto* const text = std::get_if<std::string>(&cell)) {
         appendJsonString(out, *text);
@@ -117,23 +123,16 @@ void appendJsonCell(std::string& out, const Cell& cell) {
     }
 }
 
-bool isNumber(const Cell& cell) {
-    return std::holds_alternative<std::int64_t>(cell) || std::holds_alternative<double>(cell);
-}
-
-std::string shownCell(const Cell& cell) {
-    return printable(cellText(cell, ", "));
-}
-
-std::vector<const Field*> allFields(const IData& record) {
-    std::vector<const Field*> fields;
-    for (const Field& field : record.recordType().fields()) {
-        fields.push_back(&field);
+std::vector<const Field*> Output::usualFields(const std::vector<RecordPtr>& records) {
+    std::vector<const Field*> columns;
+    for (const Field* const field : candidates(records.front()->recordType())) {
+        const auto given = [&](const RecordPtr& record) { return !field->isDefault(*record); };
+        if (columns.size() < kListFields && std::any_of(records.begin(), records.end(), given)) {
+            columns.push_back(field);
+        }
     }
-    return fields;
+    return columns;
 }
-
-}  // namespace
 
 Output::Output(std::ostream& out, Format format, const Screen& screen) : out_(out), format_(format), screen_(screen) {}
 
@@ -188,7 +187,7 @@ void Output::records(const std::vector<RecordPtr>& records, std::string_view not
         if (records.empty()) {
             note(nothing);
         } else {
-            recordTable(records, fields.empty() ? columnsOf(records) : fields);
+            recordTable(records, fields.empty() ? usualFields(records) : fields);
         }
         return;
     }

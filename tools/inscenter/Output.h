@@ -29,6 +29,9 @@ struct Table {
     std::vector<Tone> tones = {};  ///< of the rows; empty: all plain
 };
 
+/// Appends the cell as a JSON value.
+void appendJsonCell(std::string& out, const Cell& cell);
+
 using RecordPtr = boost::shared_ptr<mxservice::IData>;
 
 /// Writes answers in one format. Tables are aligned by the columns that a terminal gives each character, and control
@@ -66,6 +69,9 @@ public:
     void line(std::string_view text);
     /// A line of CSV, for answers too long to be one table.
     void csvLine(const std::vector<std::string>& cells);
+
+    /// The fields that a table of these records shows: those that any of them has, no more than fit a screen.
+    static std::vector<const mxservice::Field*> usualFields(const std::vector<RecordPtr>& records);
 
     /// Texts in lists of records are cut to so many columns.
     static constexpr std::size_t kMaxColumns = 40;

@@ -67,9 +67,6 @@ Prompt::Prompt(Completer completes) {
 }
 
 Prompt::~Prompt() {
-    if (!historyFile().empty()) {
-        write_history(historyFile().c_str());
-    }
     completer() = nullptr;
 }
 
@@ -82,6 +79,10 @@ bool Prompt::next(std::string& line) {
     line = read.get();
     if (line.find_first_not_of(" \t") != std::string::npos) {
         add_history(line.c_str());
+        // At once: Ctrl-C ends the process.
+        if (!historyFile().empty()) {
+            write_history(historyFile().c_str());
+        }
     }
     return true;
 }

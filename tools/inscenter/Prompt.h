@@ -33,7 +33,6 @@ public:
     using Completer = std::function<std::vector<std::string>(const std::string& line, const std::string& word)>;
 
     explicit Prompt(Completer completer);
-    /// Writes the history.
     ~Prompt() override;
     Prompt(const Prompt&) = delete;
     Prompt& operator=(const Prompt&) = delete;

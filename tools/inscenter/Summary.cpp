@@ -12,6 +12,7 @@
 #include "base/instrumentcenter/CClientInstrumentCenter.h"
 #include "base/instrumentcenter/CServerInstrumentCenter.h"
 #include "platform/utils/MarketRules.h"
+#include "tools/inscenter/DayTables.h"
 #include "tools/inscenter/MarketNames.h"
 #include "tools/inscenter/Verbs.h"
 
@@ -79,24 +80,6 @@ std::string kindOf(IInstrumentCenter& center, const std::string& market, const R
     const auto found =
         std::find_if(kKinds.begin(), kKinds.end(), [&](const auto& kind) { return (center.*kind.second)(key); });
     return found == kKinds.end() ? "" : found->first;
-}
-
-Table marketTable(Session& session) {
-    Table table{{"market", "name", "records", "kinds"}, {}};
-    std::int64_t total = 0;
-    for (const std::string& market : filedMarkets(session.day)) {
-        Records records;
-        session.center.getInstruments(market, records);
-        if (!records.empty()) {
-            const auto count = static_cast<std::int64_t>(records.size());
-            total += count;
-            table.rows.push_back({market, marketName(market), count, kindOf(session.center, market, records)});
-        }
-    }
-    if (!table.rows.empty()) {
-        table.rows.push_back({std::string(kTotal), std::string(), total, std::string()});
-    }
-    return table;
 }
 
 std::int64_t keptRecords(IInstrumentCenter& center, Catalogue catalogue) {
@@ -258,6 +241,24 @@ void addSection(const Table& table, Table& all) {
 }
 
 }  // namespace
+
+Table marketTable(Session& session) {
+    Table table{{"market", "name", "records", "kinds"}, {}};
+    std::int64_t total = 0;
+    for (const std::string& market : filedMarkets(session.day)) {
+        Records records;
+        session.center.getInstruments(market, records);
+        if (!records.empty()) {
+            const auto count = static_cast<std::int64_t>(records.size());
+            total += count;
+            table.rows.push_back({market, marketName(market), count, kindOf(session.center, market, records)});
+        }
+    }
+    if (!table.rows.empty()) {
+        table.rows.push_back({std::string(kTotal), std::string(), total, std::string()});
+    }
+    return table;
+}
 
 void showSummary(Session& session, const Query& /*query*/) {
     const Table cost = costTable(session.day);

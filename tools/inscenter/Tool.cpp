@@ -76,10 +76,16 @@ private:
 };
 
 /// Reads the snapshot into the center and lets go of its records: from here on the center alone holds them.
-Day loadDay(const std::string& directory, mxservice::IInstrumentCenter& center, Console& console) {
+Day loadDay(const Command& command, mxservice::IInstrumentCenter& center, Console& console) {
     Day day;
     Snapshot snapshot;
-    day.read = readSnapshot(directory, snapshot, console);
+    day.read = readSnapshot(command.data, snapshot, console);
+    if (!command.query.against.empty()) {
+        Snapshot before;
+        day.read.skipped += readSnapshot(command.query.against, before, console).skipped;
+        // Before the load, which changes records. The day that a record describes differs in all of them.
+        day.changes = changesBetween(before, snapshot, {"tradingDay", "tradingday"});
+    }
     day.markets = marketsOf(snapshot);
     day.steps = load(center, snapshot, console);
     return day;
@@ -88,7 +94,7 @@ Day loadDay(const std::string& directory, mxservice::IInstrumentCenter& center, 
 int answer(const Command& command, std::ostream& out, Console& console) {
     const ProcessSettings settings(command);
     const auto center = makeCenter(command.center);
-    const Day day = loadDay(command.data, *center, console);
+    const Day day = loadDay(command, *center, console);
     Output output(out, command.format, screenOf(out));
     Session session{*center, command.center, day, output, console};
     command.verb(session, command.query);
@@ -101,7 +107,7 @@ int answer(const Command& command, std::ostream& out, Console& console) {
 int converse(const Command& command, std::ostream& out, Console& console, std::ostream& err) {
     const ProcessSettings settings(command);
     const auto center = makeCenter(command.center);
-    const Day day = loadDay(command.data, *center, console);
+    const Day day = loadDay(command, *center, console);
     const int code = runShell(command, *center, day, out, console, err);
     return code == kAnswered && day.read.skipped > 0 ? kSkipped : code;
 }

@@ -11,7 +11,7 @@
 namespace inscenter {
 
 /// What a verb takes besides the global options.
-enum class Arguments : std::uint8_t { None, Keys, Codes, Selection, Exchange, Group, Text };
+enum class Arguments : std::uint8_t { None, Keys, Codes, Selection, Exchange, Group, Text, Page };
 
 /// A verb that asks a loaded center.
 struct VerbLine {
@@ -57,6 +57,9 @@ inline constexpr std::array kVerbs{
     VerbLine{verbgroup::kInstruments, "explain",
              "Every market that a code may mean: what it is there, its keys and hashes",
              "explain 000001\nexplain 00700 HGT00700 --format json", explainCodes, Arguments::Codes},
+    VerbLine{verbgroup::kInstruments, "report",
+             "One page of the day for a browser: every table, to search and to sort, without a server",
+             "report --html day.html\nreport --html day.html --against yesterday", writeReport, Arguments::Page},
     VerbLine{verbgroup::kDerived, "mains", "The main contracts of the futures exchanges",
              "mains --market DCE\nmains --by-product", showMains, Arguments::Exchange,
              mxservice::CInstrumentDetail::table},

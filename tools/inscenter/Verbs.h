@@ -9,6 +9,7 @@
 
 #include "base/instrumentcenter/IInstrumentCenter.h"
 #include "tools/inscenter/Center.h"
+#include "tools/inscenter/Changes.h"
 #include "tools/inscenter/Console.h"
 #include "tools/inscenter/Output.h"
 #include "tools/inscenter/RecordSelection.h"
@@ -21,6 +22,7 @@ struct Day {
     std::vector<std::pair<std::string, std::size_t>> markets;  ///< as the records name them
     ReadReport read;
     std::vector<LoadStep> steps;
+    std::optional<Changes> changes;  ///< since the day that the query names
 };
 
 /// What a verb is asked.
@@ -32,6 +34,8 @@ struct Query {
     std::optional<int> group;
     std::string text;                  ///< to look for
     std::optional<std::size_t> limit;  ///< of what is found
+    std::string page;                  ///< file to write
+    std::string against;               ///< snapshot of another day
     RecordSelection selection;         ///< of verbs that list records
 };
 
@@ -61,6 +65,9 @@ void listInstruments(Session& session, const Query& query);
 
 void findText(Session& session, const Query& query);
 void explainCodes(Session& session, const Query& query);
+
+/// Throws UnreadableInput when the page cannot be written.
+void writeReport(Session& session, const Query& query);
 
 void showMains(Session& session, const Query& query);
 void showProducts(Session& session, const Query& query);

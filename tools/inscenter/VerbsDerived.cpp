@@ -8,6 +8,7 @@
 #include <set>
 
 #include "base/instrumentcenter/vocabulary/Markets.h"
+#include "tools/inscenter/DayTables.h"
 #include "tools/inscenter/Verbs.h"
 
 namespace inscenter {
@@ -23,14 +24,6 @@ std::vector<std::string> keysOf(const std::list<shared_ptr<CInstrumentDetail>>& 
     }
     std::sort(keys.begin(), keys.end());
     return keys;
-}
-
-void showMainsByProduct(Session& session) {
-    Table table{{"productId", "mainContracts"}, {}};
-    for (const auto& [product, records] : session.center.getProductMainInstruments()) {
-        table.rows.push_back({product, keysOf(records)});
-    }
-    session.output.table(table, "no main contracts");
 }
 
 /// A futures product as the loaded records show it.
@@ -80,9 +73,17 @@ std::string groupOf(Session& session, const std::string& product) {
 
 }  // namespace
 
+Table mainTable(Session& session) {
+    Table table{{"productId", "mainContracts"}, {}};
+    for (const auto& [product, records] : session.center.getProductMainInstruments()) {
+        table.rows.push_back({product, keysOf(records)});
+    }
+    return table;
+}
+
 void showMains(Session& session, const Query& query) {
     if (query.byProduct) {
-        showMainsByProduct(session);
+        session.output.table(mainTable(session), "no main contracts");
         return;
     }
     std::vector<std::string> markets = query.markets;
@@ -99,7 +100,7 @@ void showMains(Session& session, const Query& query) {
                                        : fmt::format("no main contracts of market {}", fmt::join(query.markets, ", ")));
 }
 
-void showProducts(Session& session, const Query& /*query*/) {
+Table productTable(Session& session) {
     const auto mains = session.center.getProductMainInstruments();
     Table table{{"productId", "market", "name", "listed", "mainContracts", "contracts", "keptName"}, {}};
     for (const auto& [id, product] : listedProducts(session)) {
@@ -109,13 +110,17 @@ void showProducts(Session& session, const Query& /*query*/) {
         table.rows.push_back(
             {id, product.market, product.name, product.listed, count, contracts, session.center.getProductName(id)});
     }
-    session.output.table(table, "no futures products");
+    return table;
+}
+
+void showProducts(Session& session, const Query& /*query*/) {
+    session.output.table(productTable(session), "no futures products");
     session.output.note(session.kind == CenterKind::Server
                             ? "The in-memory center keeps no contract lists and no names of products."
                             : "The persisted center keeps no names of products.");
 }
 
-void showSpreads(Session& session, const Query& /*query*/) {
+Table spreadTable(Session& session) {
     Table table{{"kind", "firstLeg", "secondLeg"}, {}};
     for (const auto& [first, second] : session.center.getDceCrossProduct()) {
         table.rows.push_back({std::string("inter-commodity"), first, second});
@@ -123,19 +128,27 @@ void showSpreads(Session& session, const Query& /*query*/) {
     for (const auto& [first, second] : session.center.getDceCrossPeriod()) {
         table.rows.push_back({std::string("inter-period"), first, second});
     }
-    session.output.table(table, "no spreads");
+    return table;
 }
 
-void showCodes(Session& session, const Query& /*query*/) {
+void showSpreads(Session& session, const Query& /*query*/) {
+    session.output.table(spreadTable(session), "no spreads");
+}
+
+Table codeTable(Session& session) {
     Table table{{"set", "code", "name"}, {}};
     addCodes(session, "ipo", session.center.getStockIpoCodes(), table);
     addCodes(session, "cdr", session.center.getStockCdrCodes(), table);
     addCodes(session, "neeq", session.center.getNeeqInquiryCodes(), table);
     addUnderlyings(session, table);
-    session.output.table(table, "no codes in any of the sets");
+    return table;
 }
 
-void showOuterMarkets(Session& session, const Query& /*query*/) {
+void showCodes(Session& session, const Query& /*query*/) {
+    session.output.table(codeTable(session), "no codes in any of the sets");
+}
+
+Table outerTable(Session& session) {
     Table table{{"market", "marketName", "productId", "productName", "group"}, {}};
     for (const auto& [market, products] : session.center.getMarketProductList()) {
         for (const std::string& product : products) {
@@ -143,7 +156,11 @@ void showOuterMarkets(Session& session, const Query& /*query*/) {
                                   session.center.getOutterProductName(product), groupOf(session, product)});
         }
     }
-    session.output.table(table, "no outer markets");
+    return table;
+}
+
+void showOuterMarkets(Session& session, const Query& /*query*/) {
+    session.output.table(outerTable(session), "no outer markets");
     if (session.kind == CenterKind::Server) {
         session.output.note("The in-memory center keeps no outer-market tables.");
     }

@@ -4,7 +4,7 @@ _inscenter() {
     local word=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
     local global="--help --version --data --center --store --format --jsonl --rules --today --log"
     local listing="--where --fields --sort --limit"
-    local verbs="summary get has list find explain mains products spreads codes outer etf etfs bond bonds interbank
+    local verbs="summary get has list find explain report mains products spreads codes outer etf etfs bond bonds interbank
         tenderbonds counterparties otc issuances issuanceprices shell store tour compare diff generate"
     local storeVerbs="ls dump verify stat"
     local i verb="" storeVerb="" options=""
@@ -34,6 +34,7 @@ _inscenter() {
         etfs | bonds | tenderbonds | counterparties | issuances | issuanceprices) options=$listing ;;
         otc) options="--group $listing" ;;
         find) options="--limit" ;;
+        report) options="--html --against" ;;
         diff) options="--ignore" ;;
         generate) options="--size --seed --date" ;;
         store)

@@ -21,18 +21,26 @@ const folded = (text) => text.normalize("NFKC").toLowerCase().replace(/\s+/g, ""
 const cellText = (cell) => (cell === null ? "" : Array.isArray(cell) ? cell.join(", ") : String(cell));
 const number = new Intl.NumberFormat("en");
 
-/// What a table's rows are searched by, made when first needed.
+// What a table's rows are searched by, made when first needed.
 function haystacks(table) {
   if (!table.haystacks) table.haystacks = table.rows.map((row) => row.map((cell) => folded(cellText(cell))).join("\n"));
   return table.haystacks;
 }
 
 function matching(table, text) {
-  const words = text.split(/\s+/).map(folded).filter((word) => word !== "");
+  const words = text.split(/\s+/).filter((word) => word !== "");
   const all = table.rows.map((row, position) => position);
   if (words.length === 0) return all;
   const texts = haystacks(table);
-  return all.filter((position) => words.every((word) => texts[position].includes(word)));
+  const tests = words.map((word) => {
+    // COLUMN=VALUE asks for a whole cell, any other word for a part of one.
+    const at = word.indexOf("=");
+    const column = at > 0 ? table.columns.indexOf(word.slice(0, at)) : -1;
+    const wanted = folded(column < 0 ? word : word.slice(at + 1));
+    return column < 0 ? (position) => texts[position].includes(wanted)
+      : (position) => folded(cellText(table.rows[position][column])) === wanted;
+  });
+  return all.filter((position) => tests.every((test) => test(position)));
 }
 
 function compareCells(left, right) {
@@ -68,7 +76,7 @@ function measure(table) {
 
 function makeCell(table, row, i) {
   const cell = row[i];
-  const text = typeof cell === "number" && table.plain !== true ? number.format(cell) : cellText(cell);
+  const text = typeof cell === "number" ? number.format(cell) : cellText(cell);
   const made = element("td", text, {title: text});
   if (table.numeric[i]) made.className = "number";
   if (i === 0 && table.id === "changes") made.className = text;
@@ -90,7 +98,7 @@ function fillRows() {
   for (const position of rows.slice(first, last)) {
     const row = element("tr");
     shown.columns.forEach((name, i) => row.append(makeCell(shown, shown.rows[position], i)));
-    if (shown.link) row.dataset.link = cellText(shown.rows[position][0]);
+    if (shown.link !== "") row.dataset.link = cellText(shown.rows[position][0]);
     body.append(row);
   }
   body.append(gap(rows.length - last));
@@ -179,7 +187,7 @@ function smallTable(table) {
   for (const values of table.rows) {
     const row = element("tr");
     table.columns.forEach((name, i) => row.append(makeCell(table, values, i)));
-    if (table.link && values[0] !== "total") row.dataset.link = cellText(values[0]);
+    if (table.link !== "" && values[0] !== "total") row.dataset.link = cellText(values[0]);
     grid.tBodies[0].append(row);
   }
   grid.addEventListener("click", (event) => follow(event, table));
@@ -189,7 +197,9 @@ function smallTable(table) {
 
 function follow(event, table) {
   const row = event.target.closest("tr[data-link]");
-  if (row && table.link) go(table.link, row.dataset.link);
+  if (!row || !table.link) return;
+  const [id, column] = table.link.split("/");
+  go(id, `${column}=${row.dataset.link}`);
 }
 
 function fillOverview() {

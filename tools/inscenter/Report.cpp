@@ -1,0 +1,275 @@
+// One page of a market day for a browser. The page holds its tables as JSON and shows them itself.
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <fstream>
+#include <list>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "base/instrumentcenter/vocabulary/Markets.h"
+#include "platform/utils/Utils.h"
+#include "tools/inscenter/DayTables.h"
+#include "tools/inscenter/Diff.h"
+#include "tools/inscenter/RecordText.h"
+#include "tools/inscenter/Verbs.h"
+#include "tools/inscenter/report/ReportPage.h"
+
+namespace inscenter {
+namespace {
+
+namespace market = mxservice::market;
+using mxservice::CETFComponentStockInfo;
+using mxservice::CInstrumentDetail;
+using mxservice::Field;
+using mxservice::FieldKind;
+
+/// A table of the page.
+struct Sheet {
+    const char* id;
+    const char* title;
+    const char* note;
+    const char* link;  ///< "SHEET/COLUMN": where a row leads to, and the column that its first cell picks from
+    bool overview;     ///< stands on the first page instead of on one of its own
+};
+
+Cell cellOf(const Field& field, const mxservice::IData& record) {
+    if (field.isDefault(record)) {
+        return {};
+    }
+    switch (field.kind()) {
+        case FieldKind::Text:
+            return field.in<std::string>(record);
+        case FieldKind::Components:
+            return static_cast<std::int64_t>(field.in<mxservice::ComponentMap>(record).size());
+        case FieldKind::Double:
+            return field.in<double>(record);
+        default: {
+            std::string text;
+            appendField(text, field, record);
+            return static_cast<std::int64_t>(std::stoll(text));
+        }
+    }
+}
+
+/// A row of a table that is made of a record.
+struct Line {
+    std::string first;
+    RecordPtr record;
+};
+
+/// The records with the columns that their lists show, behind a first column.
+Table recordTable(const char* firstColumn, const std::vector<Line>& lines) {
+    Table table;
+    std::vector<RecordPtr> records;
+    for (const Line& line : lines) {
+        records.push_back(line.record);
+    }
+    if (records.empty()) {
+        return table;
+    }
+    const std::vector<const Field*> fields = Output::usualFields(records);
+    table.columns.emplace_back(firstColumn);
+    for (const Field* const field : fields) {
+        table.columns.push_back(field->name());
+    }
+    for (const Line& line : lines) {
+        std::vector<Cell>& row = table.rows.emplace_back();
+        row.emplace_back(line.first);
+        for (const Field* const field : fields) {
+            row.push_back(cellOf(*field, *line.record));
+        }
+    }
+    return table;
+}
+
+template <class Map>
+Table byKey(const Map& records) {
+    std::vector<Line> lines;
+    for (const auto& [key, record] : records) {
+        lines.push_back({key, record});
+    }
+    return recordTable("key", lines);
+}
+
+/// Every instrument with the market under which it is filed.
+Table instrumentTable(Session& session, const Table& markets) {
+    std::vector<Line> lines;
+    for (const auto& row : markets.rows) {
+        const auto& market = std::get<std::string>(row[0]);
+        for (const auto& [key, record] : session.center.getInstruments(market)) {
+            lines.push_back({market, record});
+        }
+    }
+    return recordTable("filed", lines);
+}
+
+Table basketTable(Session& session) {
+    Table table{{"fund", "fundName", "component", "name", "quantity", "substitution", "amount"}, {}};
+    for (const auto& [key, fund] : session.center.getEtfs()) {
+        for (const auto& [code, component] : fund->components) {
+            if (component) {
+                table.rows.push_back({key, fund->name, component->market + component->code, component->name,
+                                      component->quantity, std::int64_t{component->substituteFlag},
+                                      component->creationSubstituteAmount});
+            }
+        }
+    }
+    return table;
+}
+
+/// Which connect market reaches a Hong Kong stock; each center has its own flags (see Differences.h).
+std::pair<bool, bool> reachedThrough(CenterKind kind, std::uint32_t flags) {
+    if (kind == CenterKind::Server) {
+        return {flags == 1 || flags == 5, flags == 3 || flags == 5};
+    }
+    return {(flags & 3U) != 0, (flags >> 2U) != 0};
+}
+
+Table connectTable(Session& session) {
+    Table table{{"code", "name", "throughShanghai", "throughShenzhen", "flags"}, {}};
+    for (const auto& [key, record] : session.center.getInstruments(market::kHongKong)) {
+        if (record->combinedConnectFlags != 0) {
+            const auto [shanghai, shenzhen] = reachedThrough(session.kind, record->combinedConnectFlags);
+            table.rows.push_back({record->code, record->name, std::string(shanghai ? "yes" : ""),
+                                  std::string(shenzhen ? "yes" : ""), std::int64_t{record->combinedConnectFlags}});
+        }
+    }
+    return table;
+}
+
+/// Puts the page's data together.
+class Page {
+public:
+    Page(std::string_view title, std::string_view subtitle) {
+        json_ = "{\"title\":";
+        appendJsonString(json_, title);
+        json_ += ",\"subtitle\":";
+        appendJsonString(json_, subtitle);
+        json_ += ",\"tables\":[";
+    }
+
+    void add(const Sheet& sheet, const Table& table) {
+        json_ += empty_ ? "" : ",";
+        empty_ = false;
+        json_ += fmt::format(R"({{"id":"{}","overview":{},"link":"{}","title":)", sheet.id, sheet.overview, sheet.link);
+        appendJsonString(json_, sheet.title);
+        json_ += ",\"note\":";
+        appendJsonString(json_, sheet.note);
+        json_ += ",\"columns\":";
+        appendJsonCell(json_, table.columns);
+        json_ += ",\"rows\":[";
+        const char* separator = "\n";
+        for (const auto& row : table.rows) {
+            json_ += separator;
+            appendRow(row);
+            separator = ",\n";
+        }
+        json_ += "]}";
+    }
+
+    /// The whole page. No text of a record can end the block that holds the data: "<" is escaped in it.
+    std::string finish() && {
+        json_ += "]}";
+        constexpr std::string_view kPlace = "%DATA%";
+        const std::string_view page = kReportPage;
+        const std::size_t place = page.find(kPlace);
+        std::string html(page.substr(0, place));
+        html.reserve(page.size() + json_.size());
+        for (const char character : json_) {
+            if (character == '<') {
+                html += "\\u003c";
+            } else {
+                html += character;
+            }
+        }
+        html += page.substr(place + kPlace.size());
+        return html;
+    }
+
+private:
+    void appendRow(const std::vector<Cell>& row) {
+        char separator = '[';
+        for (const Cell& cell : row) {
+            json_ += separator;
+            appendJsonCell(json_, cell);
+            separator = ',';
+        }
+        json_ += ']';
+    }
+
+    std::string json_;
+    bool empty_ = true;
+};
+
+Table mainsWithNames(Session& session) {
+    const Table products = productTable(session);
+    Table table{{"product", "market", "name", "listed", "mainContracts"}, {}};
+    for (auto row : mainTable(session).rows) {
+        std::vector<Cell> line{row[0], {}, {}, {}, row[1]};
+        for (const auto& product : products.rows) {
+            if (product[0] == row[0]) {
+                std::copy(product.begin() + 1, product.begin() + 4, line.begin() + 1);
+            }
+        }
+        table.rows.push_back(std::move(line));
+    }
+    return table;
+}
+
+void addTables(Session& session, Page& page) {
+    mxservice::IInstrumentCenter& center = session.center;
+    const Table markets = marketTable(session);
+    page.add({"markets", "Markets", "", "instruments/filed", true}, markets);
+    if (session.day.changes) {
+        page.add({"changecounts", "Changes by catalogue", "", "", true}, changeCountTable(*session.day.changes));
+        page.add({"changes", "Changes", "Since the other day, without the trading day itself.", "", false},
+                 changeTable(*session.day.changes));
+    }
+    page.add({"instruments", "Instruments",
+              "Of several words all must occur, in any column; market=SH asks for a whole cell.", "", false},
+             instrumentTable(session, markets));
+    page.add({"mains", "Main contracts", "By product.", "", false}, mainsWithNames(session));
+    page.add({"codes", "Codes of the day",
+              "New issues (ipo), depositary receipts (cdr), NEEQ inquiries (neeq), underlyings of stock options.", "",
+              false},
+             codeTable(session));
+    page.add({"spreads", "Dalian spreads", "", "", false}, spreadTable(session));
+    page.add({"connect", "Connect eligibility", "Hong Kong stocks that the connect markets reach.", "", false},
+             connectTable(session));
+    page.add({"etfs", "ETFs", "A row leads to the fund's basket.", "baskets/fund", false}, byKey(center.getEtfs()));
+    page.add({"baskets", "ETF baskets", "", "", false}, basketTable(session));
+    page.add({"bonds", "Interbank bonds", "", "", false}, byKey(center.getBonds()));
+    page.add({"tenderbonds", "Tender bonds", "", "", false}, byKey(center.getTrenderBondInfos()));
+    page.add({"counterparties", "Counterparties", "", "", false}, byKey(center.getCounterpartys()));
+    page.add({"otc", "OTC fund plans", "", "", false}, byKey(center.getOtcInstruments()));
+    page.add({"issuances", "OTC issuances", "", "", false}, byKey(center.getIssuanceInfos()));
+    if (session.kind == CenterKind::Client) {
+        page.add({"outer", "Outer futures products", "", "", false}, outerTable(session));
+        page.add({"issuanceprices", "OTC price settings", "", "", false}, byKey(center.getIssuancePriceInfos()));
+    }
+}
+
+}  // namespace
+
+void writeReport(Session& session, const Query& query) {
+    const std::string day = utils::today();
+    Page page(
+        fmt::format("Instruments of {}-{}-{}", day.substr(0, 4), day.substr(4, 2), day.substr(6)),
+        session.kind == CenterKind::Server ? "As the in-memory center answers." : "As the persisted center answers.");
+    addTables(session, page);
+    const std::string html = std::move(page).finish();
+    errno = 0;
+    std::ofstream file(query.page, std::ios::binary);
+    file << html;
+    file.close();
+    if (!file) {
+        throw UnreadableInput(
+            fmt::format("{}: cannot be written: {}", query.page, std::generic_category().message(errno)));
+    }
+    session.output.table({{"file", "bytes"}, {{query.page, static_cast<std::int64_t>(html.size())}}}, "");
+}
+
+}  // namespace inscenter

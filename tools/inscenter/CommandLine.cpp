@@ -59,6 +59,7 @@ std::string exampleLines(std::string_view begin, std::string_view lines) {
 
 std::vector<std::string> namesOf(const std::vector<const CLI::App*>& apps) {
     std::vector<std::string> names;
+    names.reserve(apps.size());
     for (const CLI::App* const app : apps) {
         names.push_back(app->get_name());
     }

@@ -16,7 +16,7 @@ constexpr const char* kPrompt = "inscenter> ";
 constexpr int kKeptLines = 1000;
 
 // The line editor calls back without an argument of ours.
-Prompt::Completer& completer() {
+Prompt::Completer& currentCompleter() {
     static Prompt::Completer current;
     return current;
 }
@@ -34,7 +34,7 @@ char* nextCandidate(const char* /*word*/, int state) {
         const std::string line(rl_line_buffer, static_cast<std::size_t>(rl_point));
         const std::size_t blank = line.find_last_of(" \t");
         const std::size_t begin = blank == std::string::npos ? 0 : blank + 1;
-        candidates = completer()(line.substr(0, begin), line.substr(begin));
+        candidates = currentCompleter()(line.substr(0, begin), line.substr(begin));
     }
     return position < candidates.size() ? strdup(candidates[position++].c_str()) : nullptr;
 }
@@ -50,9 +50,9 @@ bool PlainLines::next(std::string& line) {
     return static_cast<bool>(std::getline(std::cin, line));
 }
 
-Prompt::Prompt(Completer completes) {
+Prompt::Prompt(Completer completer) {
     std::setlocale(LC_CTYPE, "");  // the editor counts characters, not bytes
-    completer() = std::move(completes);
+    currentCompleter() = std::move(completer);
     static char name[] = "inscenter";
     static char separators[] = " \t";
     rl_readline_name = name;
@@ -67,7 +67,7 @@ Prompt::Prompt(Completer completes) {
 }
 
 Prompt::~Prompt() {
-    completer() = nullptr;
+    currentCompleter() = nullptr;
 }
 
 bool Prompt::next(std::string& line) {

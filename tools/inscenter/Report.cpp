@@ -64,6 +64,7 @@ struct Line {
 Table recordTable(const char* firstColumn, const std::vector<Line>& lines) {
     Table table;
     std::vector<RecordPtr> records;
+    records.reserve(lines.size());
     for (const Line& line : lines) {
         records.push_back(line.record);
     }
@@ -88,6 +89,7 @@ Table recordTable(const char* firstColumn, const std::vector<Line>& lines) {
 template <class Map>
 Table byKey(const Map& records) {
     std::vector<Line> lines;
+    lines.reserve(records.size());
     for (const auto& [key, record] : records) {
         lines.push_back({key, record});
     }

@@ -56,7 +56,7 @@ Entries prefixed(const std::set<std::string>& codes) {
 Entries pairs(const std::vector<std::pair<std::string, std::string>>& legs) {
     Entries entries;
     for (const auto& [first, second] : legs) {
-        entries.push_back(first + " and " + second);
+        entries.push_back(fmt::format("{} and {}", first, second));
     }
     return entries;
 }

@@ -8,6 +8,7 @@ const spareRows = 20;
 let shown = null; // the table in view
 let rows = []; // positions of its rows that match, in order
 let sorting = null; // {column, descending}
+let drawn = ""; // the range of rows that stands in the page
 
 function element(tag, text, attributes) {
   const made = document.createElement(tag);
@@ -85,8 +86,12 @@ function makeCell(table, row, i) {
 
 function fillRows() {
   const scroll = byId("scroll");
-  const first = Math.max(0, Math.floor(scroll.scrollTop / rowHeight) - spareRows);
-  const last = Math.min(rows.length, first + Math.ceil(scroll.clientHeight / rowHeight) + 2 * spareRows);
+  // In steps, so that short ways need no new rows.
+  const first = Math.max(0, Math.floor(scroll.scrollTop / rowHeight / 10) * 10 - spareRows);
+  const last = Math.min(rows.length, first + Math.ceil(scroll.clientHeight / rowHeight) + 2 * spareRows + 10);
+  // Rows that stay are not made anew: a click may be under way on one.
+  if (drawn === `${first} ${last}`) return;
+  drawn = `${first} ${last}`;
   const body = document.createDocumentFragment();
   const gap = (count) => {
     const row = element("tr", undefined, {class: "gap"});
@@ -94,7 +99,6 @@ function fillRows() {
     return row;
   };
   body.append(gap(first));
-  if (first % 2 === 1) body.append(gap(0)); // keeps the stripes where they are
   for (const position of rows.slice(first, last)) {
     const row = element("tr");
     shown.columns.forEach((name, i) => row.append(makeCell(shown, shown.rows[position], i)));
@@ -138,6 +142,7 @@ function update() {
   sortRows();
   fillHead();
   byId("scroll").scrollTop = 0;
+  drawn = "";
   fillRows();
   const all = number.format(shown.rows.length);
   byId("count").textContent = rows.length === shown.rows.length ? `${all} rows` : `${number.format(rows.length)} of ${all} rows`;

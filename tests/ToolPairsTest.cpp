@@ -1,7 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <simdjson.h>
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -12,9 +16,11 @@
 namespace {
 
 using ::testing::AllOf;
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
+using ::testing::SizeIs;
 using ::testing::StartsWith;
 using tooltest::linesOf;
 using tooltest::Result;
@@ -117,6 +123,48 @@ TEST_F(ToolPairsTest, TourShowsWhatEachCenterKeepsOfEveryCatalogue) {
     json.emplace_back("--jsonl");
     EXPECT_THAT(ask(json).out, HasSubstr(R"({"catalogue":"Outer futures products","inMemory":0,"persisted":1,)"));
     EXPECT_EQ(ask({"tour"}).code, 2);
+}
+
+TEST_F(ToolPairsTest, ReportHoldsTheDayAsJsonThatNoRecordCanEnd) {
+    write("instruments2.ndjson", R"-({"market":"SH","code":"600009","name":"</script><b>\"&<!--"})-");
+    const std::string file = store_.path() / "day.html";
+    const auto tablesOf = [&](std::vector<std::string> options) {
+        options.insert(options.begin(), {"report", "--html", file, "--today", "20260302"});
+        const Result result = ask(options);
+        EXPECT_EQ(result.code, 0) << result.err;
+        std::ifstream stream(file, std::ios::binary);
+        const std::string page{std::istreambuf_iterator<char>(stream), {}};
+        const std::string begin = "<script id=\"data\" type=\"application/json\">";
+        const std::size_t at = page.find(begin) + begin.size();
+        const std::string json = page.substr(at, page.find('<', at) - at);
+        EXPECT_EQ(page.substr(at + json.size(), 9), "</script>");
+        std::map<std::string, std::vector<std::string>> rowsByTable;
+        simdjson::dom::parser parser;
+        simdjson::dom::element data;
+        EXPECT_EQ(parser.parse(json).get(data), simdjson::SUCCESS);
+        for (const simdjson::dom::element table : data["tables"].get_array()) {
+            auto& rows = rowsByTable[std::string(table["id"].get_string().value())];
+            for (const simdjson::dom::element row : table["rows"].get_array()) {
+                EXPECT_EQ(row.get_array().size(), table["columns"].get_array().size());
+                rows.push_back(simdjson::minify(row));
+            }
+        }
+        return rowsByTable;
+    };
+    auto tables = tablesOf({});
+    EXPECT_THAT(tables["instruments"], SizeIs(16));  // with those that stand for the fund and the bond
+    EXPECT_THAT(tables["instruments"], Contains(HasSubstr(R"("</script><b>\"&<!--")")));
+    EXPECT_THAT(tables["connect"], ElementsAre(R"(["00005","HSBC","yes","",1])"));
+    EXPECT_THAT(tables["mains"], ElementsAre(R"(["a","DCE","豆一",1,["DCEa2705"]])"));
+    EXPECT_THAT(tables["codes"], Contains(R"(["ipo","SH730001","申购"])"));
+    EXPECT_THAT(tables["baskets"], ElementsAre(R"(["SH510050","","SH600000","浦发银行",100,0,0])"));
+    EXPECT_EQ(tables.count("changes"), 0U);
+    EXPECT_THAT(tablesOf({"--against", later_.path()})["changes"],
+                ElementsAre(StartsWith(R"(["listed","instruments","SH600009",)")));
+    EXPECT_EQ(ask({"report"}).code, 2);
+    const Result unwritable = ask({"report", "--html", later_.path() / "no/day.html"});
+    EXPECT_EQ(unwritable.code, 2);
+    EXPECT_THAT(unwritable.err, HasSubstr("day.html: cannot be written: No such file"));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,6 +21,7 @@
 #include <thread>
 #include <utility>
 
+#include "platform/persist/FileWatch.h"
 #include "platform/persist/LmdbFileCheck.h"
 #include "platform/persist/StoreEngine.h"
 #include "platform/utils/SharedMutex.h"
@@ -33,6 +35,8 @@ constexpr unsigned kMaxReaders = 2048;  // slots of the lock file, for all proce
 constexpr int kMaxAttempts = 1000;
 constexpr mode_t kFileMode = 0644;
 constexpr const char* kDataFile = "data.mdb";
+/// What no watch sees, such as a link on the way to the directory that leads elsewhere now, is noticed this late.
+constexpr std::int64_t kTrustedNanoseconds = 10'000'000;
 
 /// Which file or directory a path leads to.
 struct FileId {
@@ -46,6 +50,13 @@ struct FileId {
 
 FileId idOf(const struct stat& file) {
     return {file.st_dev, file.st_ino};
+}
+
+/// Time that takes no longer to tell than a few additions, and is a few milliseconds old.
+std::int64_t coarseNanoseconds() {
+    timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
 }
 
 bool meansDamage(int code) {
@@ -142,14 +153,24 @@ public:
     bool inherited() const { return forks_ != forkCount.load(); }
 
     bool isCurrent() const override {
+        if (broken_.load() || inherited()) {
+            return false;
+        }
+        const std::uint64_t changes = watched_ ? FileWatch::instance().changes() : 0;
+        const std::int64_t now = watched_ ? coarseNanoseconds() : 0;
+        if (watched_ && changes == changesSeen_.load() && now - lookedAt_.load() < kTrustedNanoseconds) {
+            return true;
+        }
         const off_t seen = sizeSeen_.load();
         struct stat file {};
-        if (broken_.load() || inherited() || ::stat(dataPath_.c_str(), &file) != 0 || !(idOf(file) == dataFile_)) {
+        if (::stat(dataPath_.c_str(), &file) != 0 || !(idOf(file) == dataFile_)) {
             return false;
         }
         // The library never shortens a file; somebody else did, and the mapped pages behind its end are gone.
         broken_ = broken_.load() || file.st_size < seen;
         sizeSeen_.store(file.st_size);
+        changesSeen_.store(changes);
+        lookedAt_.store(now);
         return !broken_.load();
     }
 
@@ -235,6 +256,9 @@ private:
     bool canWrite_ = false;  // the environment, as it is open now
     MDB_dbi tree_ = 0;
     FileId dataFile_;
+    bool watched_ = false;
+    mutable std::atomic<std::uint64_t> changesSeen_{0};
+    mutable std::atomic<std::int64_t> lookedAt_{-kTrustedNanoseconds};
     mutable std::atomic<off_t> sizeSeen_{0};
     mutable std::atomic<bool> broken_{false};  // to be opened anew
     utils::SharedMutex map_;
@@ -275,6 +299,9 @@ StoreStatus LmdbDatabase::open() {
     }
     dataFile_ = idOf(file);
     sizeSeen_ = file.st_size;
+    const std::string root = std::filesystem::path(directory_).parent_path();
+    FileWatch& watch = FileWatch::instance();
+    watched_ = forks_ == 0 && watch.add(dataPath_) && watch.add(directory_) && watch.add(root);
     return finish(
         reading("open", [this](MDB_txn* transaction) { return mdb_dbi_open(transaction, nullptr, 0, &tree_); }));
 }

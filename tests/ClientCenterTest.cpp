@@ -254,6 +254,18 @@ TEST_F(ClientCenter, ARecordTooLargeForADocumentIsStillServed) {
     EXPECT_THAT(asked().getInstruments("SH"), SizeIs(2));
 }
 
+TEST_F(ClientCenter, ClearingTheDerivedDatabasesComesBeforeTheirNewContents) {
+    const InstrumentPtr contract = instrument("DCE", "m2601");
+    contract->productId = "m";
+    contract->mainContractFlag = 1;
+    load({"DCE"}, {contract});
+    load({"DCE", "FUMAIN", "FUPROD"}, {contract});
+    EXPECT_THAT(keysOf(asked().getFutureMainInstruments("DCE")), ElementsAre("DCEm2601"));
+    EXPECT_THAT(asked().getProductInstruments("m"), SizeIs(1));
+    load({"SH", "FUMAIN"}, {instrument("SH", "600000")});
+    EXPECT_THAT(asked().getFutureMainInstruments("DCE"), IsEmpty()) << "named and not brought";
+}
+
 TEST_F(ClientCenter, ParkedRecordsAreExchangedAndAnswerFirst) {
     std::map<std::uint64_t, InstrumentPtr> first{{1, instrument("SH", "1")}};
     std::map<std::uint64_t, InstrumentPtr> second{{2, instrument("SH", "2")}, {3, nullptr}};

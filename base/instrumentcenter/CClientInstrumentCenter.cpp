@@ -180,6 +180,7 @@ void CClientInstrumentCenter::loadInstruments(const std::vector<std::string>& ma
     }
     combineConnectFlags(datas, listings);
     writeMarkets(datas, "", replacement);
+    replacement.dropRest();
     createFutureMainDatas(datas);
     createFutureProdcutDatas(datas);
     createFutureDceDatas(datas);

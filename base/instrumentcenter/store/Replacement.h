@@ -18,12 +18,7 @@ using DroppedDatabases = std::multiset<std::string>;
 class Replacement {
 public:
     explicit Replacement(Guarded<DroppedDatabases>& dropped) : dropped_(dropped) {}
-    ~Replacement() {
-        for (const std::string& db : pending_) {
-            store().dropAllData(db);
-            forget(db);
-        }
-    }
+    ~Replacement() { dropRest(); }
     Replacement(const Replacement&) = delete;
     Replacement& operator=(const Replacement&) = delete;
 
@@ -48,6 +43,16 @@ public:
         pending_.erase(db);
         forget(db);
         return true;
+    }
+
+    /// Empties what was not written. Before anything is derived from the load: a host may name a database that the
+    /// derived catalogues write, and what they write must stay.
+    void dropRest() {
+        for (const std::string& db : pending_) {
+            store().dropAllData(db);
+            forget(db);
+        }
+        pending_.clear();
     }
 
 private:

@@ -3,9 +3,15 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <map>
 #include <mutex>
+#include <utility>
+#include <vector>
 
 #include "base/instrumentcenter/ServerState.h"
+#include "base/instrumentcenter/catalogue/IndexUpdate.h"
+#include "base/instrumentcenter/catalogue/Prefetch.h"
 #include "base/instrumentcenter/vocabulary/Exchanges.h"
 #include "base/instrumentcenter/vocabulary/Keys.h"
 #include "base/instrumentcenter/vocabulary/Markets.h"
@@ -71,6 +77,9 @@ void CServerInstrumentCenter::doInitInstruments(const std::vector<std::string>& 
     createStockCodes(markets, grouped);
     createNeeqCodes(grouped);
     createStkOptionCodes(grouped);
+    for (auto& [market, group] : grouped) {
+        releaseAhead(group);
+    }
     report.time = watch.elapsed();
     state().loads.write()->finish(report);
 }
@@ -92,33 +101,43 @@ void CServerInstrumentCenter::doInitGgtInstruments() {
 void CServerInstrumentCenter::createExchangeDatas(
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
     PM_LOG(utils::kLogInfo, kServerSource, "[inscenter] create exchange datas");
+    const Stopwatch watch;
+    std::size_t count = 0;
     for (const auto& [market, records] : grouped) {
-        const Stopwatch watch;
-        KeySet keys;
+        count += records.size();
+    }
+    std::vector<std::pair<StockKey, InstrumentPtr>> entries;  // what goes in, then what it replaced
+    entries.reserve(count);
+    std::map<MarketKey, KeySet> keysByMarket;
+    for (const auto& [market, records] : grouped) {
+        KeySet& keys = keysByMarket[market];
         keys.reserve(records.size());
-        std::vector<InstrumentPtr> replaced;  // destroyed after the lock: a record's destructor frees many blocks
-        replaced.reserve(records.size());
-        for (const auto& [key, record] : records) {
-            keys.insert(key);
-            replaced.push_back(record);
+        visitAhead(records, [&](const auto& entry) {
+            keys.insert(entry.first);
+            entries.push_back(entry);
+        });
+    }
+    updateIndex(server_->records, count, [&](HashIndex<InstrumentPtr>& index) {
+        for (auto& [key, record] : entries) {
+            index[key].swap(record);
         }
-        {
-            const auto index = server_->records.write();
-            makeRoom(*index, records.size());
-            auto fresh = replaced.begin();
-            for (const auto& [key, record] : records) {
-                (*index)[key].swap(*fresh++);
-            }
-        }
-        server_->codeIndex.install(market, std::move(keys));
+    });
+    server_->codeIndex.install(std::move(keysByMarket));
+
+    const auto time = watch.elapsed();
+    auto former = entries.begin();
+    for (const auto& [market, records] : grouped) {
+        const auto next = former + static_cast<std::ptrdiff_t>(records.size());
         MarketLoad load;
         load.market = filedMarketName(market, records);
         load.stored = records.size();
-        load.replaced = static_cast<std::uint64_t>(std::count_if(
-            replaced.begin(), replaced.end(), [](const InstrumentPtr& former) { return former != nullptr; }));
-        load.time = watch.elapsed();
+        load.replaced = static_cast<std::uint64_t>(
+            std::count_if(former, next, [](const auto& entry) { return entry.second != nullptr; }));
+        load.time = time;
+        former = next;
         state().loads.write()->settle(market, std::move(load));
     }
+    releaseAhead(entries);
 }
 
 void CServerInstrumentCenter::clearDatas(const std::vector<std::string>& markets) {
@@ -126,14 +145,15 @@ void CServerInstrumentCenter::clearDatas(const std::vector<std::string>& markets
         const KeySet keys = server_->codeIndex.clear(marketKey(foldedMarket(name)));
         std::vector<InstrumentPtr> removed;  // destroyed after the lock
         removed.reserve(keys.size());
-        const auto index = server_->records.write();
-        for (const StockKey key : keys) {
-            const auto found = index->find(key);
-            if (found != index->end()) {
-                removed.push_back(std::move(found->second));
-                index->erase(found);
+        updateIndex(server_->records, keys.size(), [&](HashIndex<InstrumentPtr>& index) {
+            for (const StockKey key : keys) {
+                const auto found = index.find(key);
+                if (found != index.end()) {
+                    removed.push_back(std::move(found->second));
+                    index.erase(found);
+                }
             }
-        }
+        });
     }
 }
 

@@ -19,7 +19,9 @@ struct MarketLoad {
     std::uint64_t removed = 0;    ///< keys that answered before the load and no longer do; 0 in the in-memory center
     std::uint64_t outranked = 0;  ///< dropped, because another record of the same key goes first
     std::uint64_t unwritten = 0;  ///< of those stored: served from memory, because their database was not written
-    std::chrono::nanoseconds time{};  ///< for documents, store and indexes of this market
+    /// For documents, store and indexes of this market; the in-memory center files all markets of a load together and
+    /// tells the time of that.
+    std::chrono::nanoseconds time{};
 };
 
 /// One call of initInstruments. Records that are neither empty, foreign nor waiting stand in their markets' MarketLoad.

@@ -137,26 +137,35 @@ void SharedMutex::lockSlowly() {
     }
 }
 
-void SharedMutex::close() {
+void SharedMutex::shutDoor() {
     closed_.store(1, std::memory_order_seq_cst);
     if (Lines::areOwned()) {
         processBarrier();
     }
 }
 
-void SharedMutex::lock() {
-    writers_.lock();
-    close();
+void SharedMutex::close() {
+    shutDoor();
     for (const Line& line : lines_) {
         waitUntilEmpty(line.inside);
     }
+}
+
+void SharedMutex::open() {
+    closed_.store(0, std::memory_order_seq_cst);
+    closed_.notify_all();
+}
+
+void SharedMutex::lock() {
+    lockUpdate();
+    close();
 }
 
 bool SharedMutex::try_lock() {
     if (!writers_.try_lock()) {
         return false;
     }
-    close();
+    shutDoor();
     for (const Line& line : lines_) {
         if (line.inside.load(std::memory_order_seq_cst) != 0) {
             unlock();
@@ -167,9 +176,8 @@ bool SharedMutex::try_lock() {
 }
 
 void SharedMutex::unlock() {
-    closed_.store(0, std::memory_order_seq_cst);
-    closed_.notify_all();
-    writers_.unlock();
+    open();
+    unlockUpdate();
 }
 
 }  // namespace utils

@@ -32,6 +32,13 @@ public:
     bool try_lock();
     void unlock();
 
+    /// In two steps: from lockUpdate() on other writers wait while readers come and go, so that the holder may read and
+    /// prepare what is to be written; between close() and open() the lock is held as lock() holds it.
+    void lockUpdate() { writers_.lock(); }
+    void unlockUpdate() { writers_.unlock(); }
+    void close();
+    void open();
+
     void lock_shared() {
         if (tryEnter() == nullptr) [[unlikely]] {
             lockSlowly();
@@ -83,7 +90,7 @@ private:
     class Lines;
 
     void lockSlowly();
-    void close();
+    void shutDoor();
 
 #if defined(__GNUC__) && !defined(_WIN32)
     // Reached without a call into the loader: the variable stands in every lookup.

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "base/instrumentcenter/catalogue/IndexUpdate.h"
+
 #include "base/instrumentcenter/catalogue/TableBytes.h"
 
 namespace mxservice {
@@ -42,22 +44,50 @@ bool CodeIndex::knowsMarket(MarketKey market) const {
 }
 
 void CodeIndex::install(MarketKey market, KeySet keys) {
-    // `keys` leaves with the market's former set and is destroyed after the lock.
-    const auto tables = tables_.write();
-    makeRoom(tables->marketByKey, keys.size());
-    for (const StockKey key : keys) {
-        tables->marketByKey[key] = market;
+    std::map<MarketKey, KeySet> keysByMarket;
+    keysByMarket.emplace(market, std::move(keys));
+    install(std::move(keysByMarket));
+}
+
+void CodeIndex::install(std::map<MarketKey, KeySet> keysByMarket) {
+    std::size_t count = 0;
+    for (const auto& [market, keys] : keysByMarket) {
+        count += keys.size();
     }
-    std::swap(tables->keysByMarket[market], keys);
+    HashIndex<MarketKey> former;  // destroyed after the lock, as the former sets are, which leave with the argument
+    auto update = tables_.update();
+    former = updateIndex(
+        update, &Tables::marketByKey, count,
+        [&](HashIndex<MarketKey>& marketByKey) {
+            for (const auto& [market, keys] : keysByMarket) {
+                for (const StockKey key : keys) {
+                    marketByKey[key] = market;
+                }
+            }
+        },
+        [&](Tables& tables) {
+            for (auto& [market, keys] : keysByMarket) {
+                std::swap(tables.keysByMarket[market], keys);
+            }
+        });
 }
 
 KeySet CodeIndex::clear(MarketKey market) {
     KeySet keys;
-    const auto tables = tables_.write();
-    std::swap(tables->keysByMarket[market], keys);
-    for (const StockKey key : keys) {
-        tables->marketByKey.erase(key);
+    HashIndex<MarketKey> former;  // destroyed after the lock
+    auto update = tables_.update();
+    const auto filed = update->keysByMarket.find(market);
+    if (filed != update->keysByMarket.end()) {
+        keys = filed->second;
     }
+    former = updateIndex(
+        update, &Tables::marketByKey, keys.size(),
+        [&](HashIndex<MarketKey>& marketByKey) {
+            for (const StockKey key : keys) {
+                marketByKey.erase(key);
+            }
+        },
+        [&](Tables& tables) { tables.keysByMarket[market] = KeySet(); });
     return keys;
 }
 

@@ -46,6 +46,8 @@ public:
     /// Files every key of `keys` under the market and makes `keys` the market's set. Keys of an earlier install that
     /// the new set lacks stay filed; only the market's set forgets them.
     void install(MarketKey market, KeySet keys);
+    /// The same for several markets at once, in ascending order: of a key that several bring the last one has it.
+    void install(std::map<MarketKey, KeySet> keysByMarket);
 
     /// Empties the market's set and unfiles its keys, whatever market they are filed under by now. Returns them.
     KeySet clear(MarketKey market);

@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "base/instrumentcenter/catalogue/Prefetch.h"
 #include "base/instrumentcenter/catalogue/Split.h"
 #include "base/instrumentcenter/vocabulary/Markets.h"
 
@@ -36,12 +37,15 @@ std::map<MarketKey, MainContracts> deriveMainContracts(const GroupedSnapshot& gr
             continue;
         }
         MainContracts& mains = mainsByMarket[market];
-        for (const auto& [key, record] : records) {
-            if (record && record->mainContractFlag == kMainContract) {
-                mains.all.insert(key);
-                mains.byProduct[record->productId].insert(key);
-            }
-        }
+        visitRecords(
+            records,
+            [&](StockKey key, const InstrumentPtr& record) {
+                if (record->mainContractFlag == kMainContract) {
+                    mains.all.insert(key);
+                    mains.byProduct[record->productId].insert(key);
+                }
+            },
+            &CInstrumentDetail::mainContractFlag);
     }
     return mainsByMarket;
 }
@@ -71,17 +75,17 @@ std::optional<DceSpreads> deriveDceSpreads(const GroupedSnapshot& grouped) {
     DceSpreads spreads;
     spreads.crossProduct.reserve(found->second.size());
     spreads.crossPeriod.reserve(found->second.size());
-    for (const auto& [key, record] : found->second) {
-        if (!record) {
-            continue;
-        }
-        const std::string_view code = record->code;
-        if (code.substr(0, kCrossProductPrefix.size()) == kCrossProductPrefix) {
-            splitLegs(code, spreads.crossProduct);
-        } else if (code.substr(0, kCrossPeriodPrefix.size()) == kCrossPeriodPrefix) {
-            splitLegs(code, spreads.crossPeriod);
-        }
-    }
+    visitRecords(
+        found->second,
+        [&](StockKey /*key*/, const InstrumentPtr& record) {
+            const std::string_view code = record->code;
+            if (code.substr(0, kCrossProductPrefix.size()) == kCrossProductPrefix) {
+                splitLegs(code, spreads.crossProduct);
+            } else if (code.substr(0, kCrossPeriodPrefix.size()) == kCrossPeriodPrefix) {
+                splitLegs(code, spreads.crossPeriod);
+            }
+        },
+        &CInstrumentDetail::code);
     return spreads;
 }
 

@@ -19,16 +19,6 @@ struct KeyHash {
 template <class Value>
 using HashIndex = boost::unordered_flat_map<std::uint64_t, Value, KeyHash>;
 
-/// Makes room for `more` keys beside those that are there. Never shrinks and never counts keys twice that come again
-/// soon after: the container's own reserve does both, and moves the whole table each time.
-template <class Container>
-void makeRoom(Container& container, std::size_t more) {
-    const std::size_t wanted = container.size() + more;
-    if (wanted > container.max_load()) {
-        container.reserve(wanted);
-    }
-}
-
 /// What a flat container has allocated: groups of 15 slots, each with 16 bytes that say what its slots hold. The last
 /// slot of all is left out.
 template <class Container>

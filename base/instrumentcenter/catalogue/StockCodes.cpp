@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <string_view>
+#include <unordered_set>
 #include <utility>
 
+#include "base/instrumentcenter/catalogue/Prefetch.h"
 #include "base/instrumentcenter/catalogue/Split.h"
 #include "base/instrumentcenter/vocabulary/Markets.h"
 #include "platform/utils/Utils.h"
@@ -85,17 +88,21 @@ StockCodes deriveStockCodes(const GroupedSnapshot& grouped) {
         if (found == grouped.end()) {
             continue;
         }
-        for (const auto& [key, record] : found->second) {
-            if (!record || isIssueAdditionalStock(record)) {
-                continue;
-            }
-            if (market.isIssue(*record)) {
-                codes.ipo[market.name].insert(record->getKey());
-            }
-            if (market.isReceipt(*record)) {
-                codes.cdr[market.name].insert(record->getKey());
-            }
-        }
+        visitRecords(
+            found->second,
+            [&](StockKey /*key*/, const InstrumentPtr& record) {
+                if (isIssueAdditionalStock(record)) {
+                    return;
+                }
+                if (market.isIssue(*record)) {
+                    codes.ipo[market.name].insert(record->getKey());
+                }
+                if (market.isReceipt(*record)) {
+                    codes.cdr[market.name].insert(record->getKey());
+                }
+            },
+            &CInstrumentDetail::additionalIssueFlag, &CInstrumentDetail::listingDate, &CInstrumentDetail::statusString,
+            &CInstrumentDetail::code);
     }
     return codes;
 }
@@ -107,11 +114,14 @@ std::set<std::string> deriveNeeqInquiryCodes(const GroupedSnapshot& grouped) {
     if (found == grouped.end()) {
         return codes;
     }
-    for (const auto& [key, record] : found->second) {
-        if (record && record->securityClass == kIssueSecurityClass) {
-            codes.insert(record->getKey());
-        }
-    }
+    visitRecords(
+        found->second,
+        [&](StockKey /*key*/, const InstrumentPtr& record) {
+            if (record->securityClass == kIssueSecurityClass) {
+                codes.insert(record->getKey());
+            }
+        },
+        &CInstrumentDetail::securityClass);
     return codes;
 }
 
@@ -125,15 +135,19 @@ std::map<std::string, std::set<std::uint64_t>> deriveOptionUnderlyings(const Gro
         if (found == grouped.end()) {
             continue;
         }
-        for (const auto& [key, record] : found->second) {
-            if (!record) {
-                continue;
-            }
-            const auto parts = split(record->productId, "()");
-            if (parts.size() >= 2 && !parts[1].empty()) {
-                underlyings[exchange].insert(textKey(parts[1]));
-            }
-        }
+        std::unordered_set<std::string_view> seen;  // hundreds of options share a product
+        visitRecords(
+            found->second,
+            [&, exchange = exchange](StockKey /*key*/, const InstrumentPtr& record) {
+                if (!seen.insert(record->productId).second) {
+                    return;
+                }
+                const auto parts = split(record->productId, "()");
+                if (parts.size() >= 2 && !parts[1].empty()) {
+                    underlyings[exchange].insert(textKey(parts[1]));
+                }
+            },
+            &CInstrumentDetail::productId);
     }
     return underlyings;
 }

@@ -3,6 +3,7 @@
 #include <boost/thread/shared_mutex.hpp>
 #include <boost/unordered_map.hpp>
 
+#include <map>
 #include <mutex>
 #include <shared_mutex>
 #include <string>
@@ -35,6 +36,10 @@ struct BareIndexes {
 
 /// Hashes and inserts the records in their order into containers reserved for them.
 void fill(BareIndexes& indexes, const Records& records);
+
+/// Records by stock key by market key, as the steps of a load receive them.
+using GroupedRecords = std::map<std::uint64_t, std::map<std::uint64_t, InstrumentPtr>>;
+GroupedRecords group(const Records& records);
 
 /// Both indexes in node containers behind one lock.
 struct NodeRival {

@@ -1,6 +1,8 @@
+#include <functional>
 #include <list>
 #include <map>
 #include <memory>
+#include <string>
 #include <utility>
 
 #include "Timing.h"
@@ -43,6 +45,44 @@ Series loadSeries(const char* who, const Workload& workload) {
         series.iterations = 1;
     }
     return series;
+}
+
+/// The center with the steps of its load within reach.
+struct SteppedCenter : mxservice::CServerInstrumentCenter {
+    SteppedCenter() : CServerInstrumentCenter("bench") {}
+
+    using Step = std::function<void(SteppedCenter&, const GroupedRecords&)>;
+
+    static const std::vector<std::pair<const char*, Step>>& derivations() {
+        using Center = SteppedCenter;
+        using Grouped = GroupedRecords;
+        static const std::vector<std::pair<const char*, Step>> steps{
+            {"main contracts", [](Center& center, const Grouped& grouped) { center.createFutureMainDatas(grouped); }},
+            {"products", [](Center& center, const Grouped& grouped) { center.createFutureProdcutDatas(grouped); }},
+            {"Dalian spreads", [](Center& center, const Grouped& grouped) { center.createFutureDceDatas(grouped); }},
+            {"stock code sets",
+             [](Center& center, const Grouped& grouped) { center.createStockCodes(kLoadedMarkets, grouped); }},
+            {"NEEQ inquiry set", [](Center& center, const Grouped& grouped) { center.createNeeqCodes(grouped); }},
+            {"option underlyings",
+             [](Center& center, const Grouped& grouped) { center.createStkOptionCodes(grouped); }}};
+        return steps;
+    }
+};
+
+/// Adds what one derivation takes of a load, or all of them together.
+void addDerivation(Suite& suite, Workload& workload, const std::shared_ptr<const GroupedRecords>& grouped,
+                   const std::string& name, const SteppedCenter::Step& step, double shareAtMost) {
+    Series series = loadSeries(kCenter, workload);
+    series.what = "derive " + name;
+    series.repetitions = kFewRepetitions;
+    series.iterations = 1;
+    suite.add(series, timeLoads([] { return std::make_unique<SteppedCenter>(); },
+                                [grouped, step](SteppedCenter& center) { step(center, *grouped); }));
+    series.who = "the whole load";
+    series.centerAtMost = shareAtMost;
+    const Records* const records = &workload.records;
+    suite.add(series, timeLoads([] { return std::make_unique<SteppedCenter>(); },
+                                [records](SteppedCenter& center) { center.initInstruments(kLoadedMarkets, *records); }));
 }
 
 }  // namespace
@@ -90,6 +130,22 @@ void addLoads(Suite& suite, Workload& workload) {
                         }));
     suite.add(loadSeries(kFloor, workload), timeLoads([] { return std::make_unique<BareIndexes>(); },
                                                       [records](BareIndexes& bare) { fill(bare, *records); }));
+}
+
+void addDerivations(Suite& suite, Workload& workload) {
+    constexpr double kAllAtMost = 0.2;
+    const auto grouped = std::make_shared<const GroupedRecords>(group(workload.records));
+    for (const auto& [name, step] : SteppedCenter::derivations()) {
+        addDerivation(suite, workload, grouped, name, step, 0);
+    }
+    addDerivation(
+        suite, workload, grouped, "everything",
+        [](SteppedCenter& center, const GroupedRecords& records) {
+            for (const auto& [name, step] : SteppedCenter::derivations()) {
+                step(center, records);
+            }
+        },
+        kAllAtMost);
 }
 
 }  // namespace bench

@@ -17,7 +17,6 @@ namespace {
 constexpr double kMostTimesFloor = 1.5;
 constexpr double kLeastScaling = 1.8;
 constexpr double kLeastLoadsPerSecond = 1e6;
-constexpr std::size_t kLoadTargetSize = 300000;
 constexpr double kNanosecondsPerSecond = 1e9;
 
 bool isLookup(const std::string& what) {
@@ -42,7 +41,7 @@ std::string floorTarget(const Result& center, const Result& floor, double ratio)
         return fmt::format("at most {:.1f}  {}", kMostTimesFloor,
                            verdict(ratio <= kMostTimesFloor, center.disturbed() || floor.disturbed()));
     }
-    if (series.what == kLoad && series.size == kLoadTargetSize) {
+    if (series.what == kLoad && series.size == kTargetSize) {
         const double perSecond = kNanosecondsPerSecond / center.median();
         return fmt::format("{:.2f} M/s, at least {:.0f}  {}", perSecond / 1e6, kLeastLoadsPerSecond / 1e6,
                            verdict(perSecond >= kLeastLoadsPerSecond, center.disturbed()));

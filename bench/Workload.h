@@ -36,4 +36,10 @@ void addMarketLists(Suite& suite, Workload& workload);
 /// Adds loads of ready records into an empty center. `workload` must outlive the suite's run.
 void addLoads(Suite& suite, Workload& workload);
 
+/// The size that the targets of loads speak of.
+constexpr std::size_t kTargetSize = 300000;
+
+/// Adds what each derived catalogue takes of a load. `workload` must outlive the suite's run.
+void addDerivations(Suite& suite, Workload& workload);
+
 }  // namespace bench

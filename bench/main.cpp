@@ -136,6 +136,9 @@ void measure(std::size_t size, std::vector<Result>& results, std::vector<Memory>
     addLookups(suite, *workload);
     addMarketLists(suite, *workload);
     addLoads(suite, *workload);
+    if (size == kTargetSize) {
+        addDerivations(suite, *workload);
+    }
     std::cerr << fmt::format("{} instruments: measuring\n", size);
     runSuite(suite, results);
 }

@@ -81,8 +81,9 @@ void addDerivation(Suite& suite, Workload& workload, const std::shared_ptr<const
     series.who = "the whole load";
     series.centerAtMost = shareAtMost;
     const Records* const records = &workload.records;
-    suite.add(series, timeLoads([] { return std::make_unique<SteppedCenter>(); },
-                                [records](SteppedCenter& center) { center.initInstruments(kLoadedMarkets, *records); }));
+    suite.add(series,
+              timeLoads([] { return std::make_unique<SteppedCenter>(); },
+                        [records](SteppedCenter& center) { center.initInstruments(kLoadedMarkets, *records); }));
 }
 
 }  // namespace

@@ -1,9 +1,14 @@
 #include "platform/utils/Log.h"
 
+#include <log4cxx/helpers/loglog.h>
 #include <log4cxx/level.h>
 #include <log4cxx/spi/location/locationinfo.h>
 
 #include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <mutex>
+#include <thread>
 
 log4cxx::LoggerPtr g_MXStdLogger = log4cxx::Logger::getLogger("MXStdLogger");
 
@@ -11,11 +16,50 @@ namespace utils {
 namespace {
 
 std::atomic<bool> enabledSwitch{false};
+std::atomic<int> callsUnderWay{0};
 
-/// Destroyed before the logger is: threads that still run when the process exits find the switch off.
-struct SwitchOffAtExit {
-    ~SwitchOffAtExit() { enabledSwitch.store(false, std::memory_order_relaxed); }
-} const switchOffAtExit;
+/// One call into the logging library. Threads that still run when the process exits must not be inside while the
+/// library's static objects are destroyed.
+class Call {
+public:
+    Call() { callsUnderWay.fetch_add(1, std::memory_order_seq_cst); }
+    ~Call() { callsUnderWay.fetch_sub(1, std::memory_order_release); }
+    Call(const Call&) = delete;
+    Call& operator=(const Call&) = delete;
+
+    /// Asked once the call is counted: from then on the exit waits for it.
+    bool isAllowed() const { return enabledSwitch.load(std::memory_order_seq_cst); }
+};
+
+/// Turns the log off for good and lets the calls under way end. An appender that never returns, or that exits the
+/// process itself, holds the exit up for a second and no longer.
+void endLogging() {
+    constexpr int kMostWaits = 1000;
+    enabledSwitch.store(false, std::memory_order_seq_cst);
+    for (int i = 0; i < kMostWaits && callsUnderWay.load(std::memory_order_seq_cst) != 0; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+/// The library makes some of its static objects when they are first used. What is made before this object is destroyed
+/// after it.
+struct EndLoggingAtExit {
+    EndLoggingAtExit() {
+        for (const int level : {kLogInfo, kLogError}) {
+            log4cxx::Level::toLevel(level);
+        }
+        log4cxx::helpers::LogLog::debug("");
+    }
+    ~EndLoggingAtExit() { endLogging(); }
+    EndLoggingAtExit(const EndLoggingAtExit&) = delete;
+    EndLoggingAtExit& operator=(const EndLoggingAtExit&) = delete;
+} const endLoggingAtExit;
+
+/// The same for what the first line has made.
+void endLoggingBeforeWhatTheFirstLineMade() {
+    static std::once_flag once;
+    std::call_once(once, [] { std::atexit(endLogging); });
+}
 
 }  // namespace
 
@@ -24,18 +68,27 @@ bool CLogCenter::logEnabled() {
 }
 
 void CLogCenter::setLogEnabled(bool enabled) {
-    enabledSwitch.store(enabled, std::memory_order_relaxed);
+    enabledSwitch.store(enabled, std::memory_order_seq_cst);
 }
 
 bool logReaches(int level) {
-    return CLogCenter::logEnabled() && g_MXStdLogger && g_MXStdLogger->isEnabledFor(log4cxx::Level::toLevel(level));
+    if (!CLogCenter::logEnabled()) {
+        return false;
+    }
+    const Call call;
+    return call.isAllowed() && g_MXStdLogger && g_MXStdLogger->isEnabledFor(log4cxx::Level::toLevel(level));
 }
 
 void logLine(int level, const std::string& text, const char* file, const char* function, int line) noexcept {
     try {
+        const Call call;
+        if (!call.isAllowed()) {
+            return;
+        }
         const log4cxx::spi::LocationInfo location(file, log4cxx::spi::LocationInfo::calcShortFileName(file), function,
                                                   line);
         g_MXStdLogger->forcedLog(log4cxx::Level::toLevel(level), text, location);
+        endLoggingBeforeWhatTheFirstLineMade();
     } catch (...) {
         // The line is lost; the operation that wanted to log it is not.
     }

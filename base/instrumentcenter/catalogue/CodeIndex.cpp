@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "base/instrumentcenter/catalogue/IndexUpdate.h"
-
 #include "base/instrumentcenter/catalogue/TableBytes.h"
 
 namespace mxservice {

@@ -3,7 +3,6 @@
 #include <boost/shared_ptr.hpp>
 
 #include <cstddef>
-#include <cstdint>
 
 // Walking containers of record pointers. Records lie anywhere in memory; touching them one after the other waits for
 // every one of them, while records fetched a few steps ahead come in together.
@@ -18,12 +17,13 @@ constexpr std::size_t kRecordsAhead = 12;
 template <class Record>
 void prefetch(const boost::shared_ptr<Record>& record) {
 #ifdef __GNUC__
-    constexpr std::uintptr_t kBytesBefore = 24;
-    constexpr std::uintptr_t kLineBytes = 64;
-    // An address, not a pointer: there may be no record, and fetching from nowhere does no harm.
-    const std::uintptr_t begin = reinterpret_cast<std::uintptr_t>(record.get()) - kBytesBefore;
-    __builtin_prefetch(reinterpret_cast<const void*>(begin), 1);
-    __builtin_prefetch(reinterpret_cast<const void*>(begin + kLineBytes), 1);
+    constexpr std::size_t kBytesBefore = 24;
+    constexpr std::size_t kLineBytes = 64;
+    if (record) {
+        const char* begin = reinterpret_cast<const char*>(record.get()) - kBytesBefore;
+        __builtin_prefetch(begin, 1);
+        __builtin_prefetch(begin + kLineBytes, 1);
+    }
 #endif
 }
 template <class Value>

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "tools/inscenter/HelpTexts.h"
 #include "tools/inscenter/NearNames.h"
 #include "tools/inscenter/RecordSelection.h"
 #include "tools/inscenter/Utf8.h"
@@ -22,40 +23,6 @@ constexpr int kBadUsage = 2;
 
 /// The options of addListing.
 constexpr std::array kListing{"--where", "--fields", "--sort", "--limit"};
-
-constexpr const char* kSeeHelp = "Run with --help for more information.\n";
-
-constexpr const char* kAbout =
-    "Loads a snapshot of a market day into an instrument center and asks it questions.\n"
-    "A snapshot is a directory of files, one record a line (.ndjson, or .csv with a header line), named by their\n"
-    "catalogue: instruments*, etfs*, bonds*, tenderbonds*, counterparties*, otcfundplans*, issuances*,\n"
-    "issuanceprices*.";
-
-constexpr const char* kFooter =
-    "\nExit codes: 0 answered; 1 a key was not found, or the centers differ; 2 bad usage, unreadable input or a store\n"
-    "with bad documents; 3 answered, but lines or files of the snapshot were skipped.\n"
-    "\nExamples:\n"
-    "  inscenter generate --size 1000 day\n"
-    "  inscenter --data day summary\n"
-    "  inscenter --data day get SH600000 HK00700 --format json";
-
-constexpr const char* kStoreFooter =
-    "\nDatabases are opened for reading only, also beside a running host, and never changed. The one file that may\n"
-    "be made is the engine's lock.mdb where a database has none; hosts must be able to write to it, so run this as\n"
-    "their user. Unless the file system is read-only, lock.mdb must be writable for this, too.";
-
-/// The examples of a help text: each of the lines behind `begin`.
-std::string exampleLines(std::string_view begin, std::string_view lines) {
-    std::string text = "\nExamples:";
-    while (!lines.empty()) {
-        const std::size_t end = std::min(lines.find('\n'), lines.size());
-        text += "\n  ";
-        text += begin;
-        text += lines.substr(0, end);
-        lines.remove_prefix(std::min(end + 1, lines.size()));
-    }
-    return text;
-}
 
 std::vector<std::string> namesOf(const std::vector<const CLI::App*>& apps) {
     std::vector<std::string> names;

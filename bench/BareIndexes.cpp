@@ -64,6 +64,24 @@ void fill(NodeRival& rival, const Records& records) {
     fillKeyed(rival, records);
 }
 
+void reload(NodeRival& rival, const Records& records) {
+    const std::unique_lock<boost::shared_mutex> lock(rival.mutex);
+    Keyer keys;
+    for (const InstrumentPtr& record : records) {
+        keys.take(*record);
+        rival.records.insert_or_assign(keys.stock(), record);
+        rival.marketByKey.insert_or_assign(keys.stock(), keys.market());
+    }
+}
+
+void fill(NodeKeySets& sets, const Records& records) {
+    Keyer keys;
+    for (const InstrumentPtr& record : records) {
+        keys.take(*record);
+        sets[keys.market()].insert(keys.stock());
+    }
+}
+
 void fill(TextRival& rival, const Records& records) {
     rival.records.reserve(records.size());
     for (const InstrumentPtr& record : records) {

@@ -2,11 +2,15 @@
 
 #include <boost/thread/shared_mutex.hpp>
 #include <boost/unordered_map.hpp>
+#include <boost/unordered_set.hpp>
 
+#include <array>
+#include <cstring>
 #include <map>
 #include <mutex>
 #include <shared_mutex>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 #include "MarketDay.h"
@@ -34,6 +38,22 @@ struct BareIndexes {
     }
 };
 
+/// The hash of a key text with its connect market's name replaced by the one it is filed under, as a center must do it.
+inline std::uint64_t foldedHash(std::string_view text) {
+    constexpr std::size_t kPrefix = 3;
+    constexpr std::size_t kLongestText = 64;  // those that are asked for are shorter
+    const std::string_view market = text.substr(0, kPrefix);
+    if (market != "HGT" && market != "SGT") {
+        return utils::hashBytes(text);
+    }
+    const std::string_view filed = kListedMarket;
+    std::array<char, kLongestText> folded;
+    const std::size_t size = filed.size() + text.size() - kPrefix;
+    std::memcpy(folded.data(), filed.data(), filed.size());
+    std::memcpy(folded.data() + filed.size(), text.data() + kPrefix, text.size() - kPrefix);
+    return utils::hashBytes({folded.data(), size});
+}
+
 /// Hashes and inserts the records in their order into containers reserved for them.
 void fill(BareIndexes& indexes, const Records& records);
 
@@ -57,6 +77,12 @@ struct NodeRival {
 };
 
 void fill(NodeRival& rival, const Records& records);
+/// The same for records whose keys are there: in place, with the lock held until all are in.
+void reload(NodeRival& rival, const Records& records);
+
+/// The keys of each market in node containers, the third table of a center that grows with the catalogue.
+using NodeKeySets = boost::unordered_map<std::uint64_t, boost::unordered_set<std::uint64_t>>;
+void fill(NodeKeySets& sets, const Records& records);
 
 /// Records by key text, nothing but the standard library.
 struct TextRival {

@@ -16,6 +16,7 @@ namespace {
 /// Above this many records a load takes seconds and is repeated a few times only.
 constexpr std::size_t kManyRecords = 1000000;
 constexpr int kFewRepetitions = 3;
+constexpr double kLoadAtMost = 2;
 
 using InstrumentMap = std::map<std::string, InstrumentPtr>;
 using InstrumentList = std::list<InstrumentPtr>;
@@ -122,22 +123,26 @@ void addMarketLists(Suite& suite, Workload& workload) {
     }
 }
 
-void addLoads(Suite& suite, Workload& workload) {
+void addLoads(Suite& suite, Workload& workload, Extent extent) {
     const Records* const records = &workload.records;
     suite.add(loadSeries(kCenter, workload),
               timeLoads([] { return std::make_unique<mxservice::CServerInstrumentCenter>("bench"); },
                         [records](mxservice::CServerInstrumentCenter& center) {
                             center.initInstruments(kLoadedMarkets, *records);
                         }));
-    suite.add(loadSeries(kFloor, workload), timeLoads([] { return std::make_unique<BareIndexes>(); },
-                                                      [records](BareIndexes& bare) { fill(bare, *records); }));
+    Series floor = loadSeries(kFloor, workload);
+    floor.centerAtMost = extent == Extent::Whole ? kLoadAtMost : 0;
+    suite.add(floor, timeLoads([] { return std::make_unique<BareIndexes>(); },
+                               [records](BareIndexes& bare) { fill(bare, *records); }));
 }
 
-void addDerivations(Suite& suite, Workload& workload) {
+void addDerivations(Suite& suite, Workload& workload, bool each) {
     constexpr double kAllAtMost = 0.2;
     const auto grouped = std::make_shared<const GroupedRecords>(group(workload.records));
-    for (const auto& [name, step] : SteppedCenter::derivations()) {
-        addDerivation(suite, workload, grouped, name, step, 0);
+    if (each) {
+        for (const auto& [name, step] : SteppedCenter::derivations()) {
+            addDerivation(suite, workload, grouped, name, step, 0);
+        }
     }
     addDerivation(
         suite, workload, grouped, "everything",

@@ -13,6 +13,12 @@ namespace {
 using Texts = std::vector<std::string>;
 using Hashes = std::vector<std::uint64_t>;
 
+/// Times that the center may take where a floor does the same work, and where a rival does.
+constexpr double kFloorAtMost = 1.3;
+constexpr double kLeastScaling = 1.9;
+constexpr double kNodeAtMost[] = {1.0 / 4, 1.0 / 8};  // by one and by two threads
+constexpr double kTextAtMost[] = {1.0 / 2, 1.0 / 3};
+
 /// The hash of every text.
 Hashes hashed(const Texts& texts) {
     Hashes hashes(texts.size());
@@ -56,27 +62,45 @@ Body askEach(std::shared_ptr<const std::vector<Key>> keys, Ask ask) {
     };
 }
 
-/// Adds the same questions to the center and to the floor.
-class Pairs {
+/// Puts the same questions to the center, to the floor and to rivals.
+class Askers {
 public:
-    Pairs(Suite& suite, std::size_t size, KeyChoice choice, int threads)
-        : suite_(suite), size_(size), keys_(nameOf(choice)), threads_(threads) {}
+    /// With one thread and `floorAtMost`, floors have that target.
+    Askers(Suite& suite, std::size_t size, KeyChoice choice, int threads, double floorAtMost)
+        : suite_(suite), size_(size), keys_(nameOf(choice)), threads_(threads), floorAtMost_(floorAtMost) {}
 
-    void add(const char* what, const char* who, Body body) {
+    void addCenter(const char* what, Body body, double leastScaling = 0) {
+        Series series = seriesOf(what, kCenter);
+        series.leastScaling = threads_ == 1 ? leastScaling : 0;
+        suite_.add(series, std::move(body));
+    }
+    void addFloor(const char* what, Body body) {
+        Series series = seriesOf(what, kFloor);
+        series.centerAtMost = threads_ == 1 ? floorAtMost_ : 0;
+        suite_.add(series, std::move(body));
+    }
+    void addRival(const char* what, const char* who, const double (&atMost)[2], Body body) {
+        Series series = seriesOf(what, who);
+        series.centerAtMost = atMost[threads_ - 1];
+        suite_.add(series, std::move(body));
+    }
+
+private:
+    Series seriesOf(const char* what, const char* who) const {
         Series series;
         series.what = what;
         series.who = who;
         series.size = size_;
         series.keys = keys_;
         series.threads = threads_;
-        suite_.add(series, std::move(body));
+        return series;
     }
 
-private:
     Suite& suite_;
     std::size_t size_;
     std::string keys_;
     int threads_;
+    double floorAtMost_;
 };
 
 /// What is asked for, drawn once for all thread counts.
@@ -84,21 +108,18 @@ struct Questions {
     std::shared_ptr<const Texts> texts;
     std::shared_ptr<const Hashes> hashes;
     std::shared_ptr<const Texts> unlisted;
-    std::shared_ptr<const Texts> connectTexts;  // the same keys as connectFiled
-    std::shared_ptr<const Texts> connectFiled;
+    std::shared_ptr<const Texts> connectTexts;
 };
 
 Questions drawQuestions(const Records& records, KeyChoice choice) {
     Texts all;
     Texts unlisted;
-    Texts filed;
     Texts connect;
     for (const InstrumentPtr& record : records) {
         all.push_back(filedKeyText(*record));
         unlisted.push_back(all.back() + "X");
         if (record->market == "HGT" || record->market == "SGT") {
-            filed.push_back(all.back());
-            connect.push_back(connectKeyText(all.back(), filed.size() % 2 == 0));
+            connect.push_back(connectKeyText(all.back(), connect.size() % 2 == 0));
         }
     }
     Questions questions;
@@ -106,57 +127,75 @@ Questions drawQuestions(const Records& records, KeyChoice choice) {
     questions.hashes = std::make_shared<Hashes>(hashed(*questions.texts));
     questions.unlisted = drawn(unlisted, choice);
     questions.connectTexts = drawn(connect, choice);
-    questions.connectFiled = drawn(filed, choice);
     return questions;
 }
 
-void addRecordLookups(Pairs& pairs, const Questions& questions, Workload& workload) {
+void addTextLookups(Askers& askers, const Questions& questions, Workload& workload) {
     mxservice::IInstrumentCenter* const center = &workload.center;
     const BareIndexes* const bare = &workload.bare;
-    const auto ask = [center](const std::string& text) { return center->getInstrument(text); };
-    const auto askBare = [bare](const std::string& text) { return bare->find(utils::hashBytes(text)); };
-
-    pairs.add(kTextLookup, kCenter, askEach(questions.texts, ask));
-    pairs.add(kTextLookup, kFloor, askEach(questions.texts, askBare));
-    pairs.add(kTextLookup, NodeRival::kName,
-              askEach(questions.texts, [&workload](const std::string& text) { return workload.node.find(text); }));
-    pairs.add(kTextLookup, TextRival::kName,
-              askEach(questions.texts, [&workload](const std::string& text) { return workload.text.find(text); }));
-
-    pairs.add(kHashLookup, kCenter,
-              askEach(questions.hashes, [center](std::uint64_t key) { return center->getInstrument(key); }));
-    pairs.add(kHashLookup, kFloor, askEach(questions.hashes, [bare](std::uint64_t key) { return bare->find(key); }));
-
-    pairs.add(kMiss, kCenter, askEach(questions.unlisted, ask));
-    pairs.add(kMiss, kFloor, askEach(questions.unlisted, [bare](const std::string& text) {
-                  return bare->has(utils::hashBytes(text));
-              }));
+    askers.addCenter(
+        kTextLookup,
+        askEach(questions.texts, [center](const std::string& text) { return center->getInstrument(text); }),
+        kLeastScaling);
+    askers.addFloor(kTextLookup, askEach(questions.texts, [bare](const std::string& text) {
+                        return bare->find(utils::hashBytes(text));
+                    }));
 }
 
-void addPredicates(Pairs& pairs, const Questions& questions, Workload& workload) {
+void addTextRivals(Askers& askers, const Questions& questions, Workload& workload) {
+    askers.addRival(
+        kTextLookup, NodeRival::kName, kNodeAtMost,
+        askEach(questions.texts, [&workload](const std::string& text) { return workload.node.find(text); }));
+    askers.addRival(
+        kTextLookup, TextRival::kName, kTextAtMost,
+        askEach(questions.texts, [&workload](const std::string& text) { return workload.text.find(text); }));
+}
+
+void addHashLookupsAndMisses(Askers& askers, const Questions& questions, Workload& workload) {
     mxservice::IInstrumentCenter* const center = &workload.center;
     const BareIndexes* const bare = &workload.bare;
-    const auto askBare = [bare](const std::string& text) { return bare->marketOf(utils::hashBytes(text)); };
+    askers.addCenter(kHashLookup,
+                     askEach(questions.hashes, [center](std::uint64_t key) { return center->getInstrument(key); }),
+                     kLeastScaling);
+    askers.addFloor(kHashLookup, askEach(questions.hashes, [bare](std::uint64_t key) { return bare->find(key); }));
 
-    pairs.add(kHasStock, kCenter,
-              askEach(questions.texts, [center](const std::string& text) { return center->hasStock(text); }));
-    pairs.add(kHasStock, kFloor, askEach(questions.texts, askBare));
+    askers.addCenter(
+        kMiss, askEach(questions.unlisted, [center](const std::string& text) { return center->getInstrument(text); }));
+    askers.addFloor(kMiss, askEach(questions.unlisted,
+                                   [bare](const std::string& text) { return bare->has(utils::hashBytes(text)); }));
+}
 
-    // The floor is spared the folding: it is asked for the text as filed.
-    pairs.add(kHasConnectCode, kCenter,
-              askEach(questions.connectTexts, [center](const std::string& text) { return center->hasCode(text); }));
-    pairs.add(kHasConnectCode, kFloor, askEach(questions.connectFiled, askBare));
+void addPredicates(Askers& askers, const Questions& questions, Workload& workload) {
+    mxservice::IInstrumentCenter* const center = &workload.center;
+    const BareIndexes* const bare = &workload.bare;
+
+    askers.addCenter(kHasStock,
+                     askEach(questions.texts, [center](const std::string& text) { return center->hasStock(text); }));
+    askers.addFloor(kHasStock, askEach(questions.texts, [bare](const std::string& text) {
+                        return bare->marketOf(utils::hashBytes(text));
+                    }));
+
+    askers.addCenter(kHasConnectCode, askEach(questions.connectTexts,
+                                              [center](const std::string& text) { return center->hasCode(text); }));
+    askers.addFloor(kHasConnectCode, askEach(questions.connectTexts, [bare](const std::string& text) {
+                        return bare->marketOf(foldedHash(text));
+                    }));
 }
 
 }  // namespace
 
-void addLookups(Suite& suite, Workload& workload) {
+void addLookups(Suite& suite, Workload& workload, Extent extent) {
     for (const KeyChoice choice : {KeyChoice::Uniform, KeyChoice::Zipf}) {
         const Questions questions = drawQuestions(workload.records, choice);
         for (const int threads : {1, 2}) {
-            Pairs pairs(suite, workload.records.size(), choice, threads);
-            addRecordLookups(pairs, questions, workload);
-            addPredicates(pairs, questions, workload);
+            Askers askers(suite, workload.records.size(), choice, threads, extent == Extent::Whole ? kFloorAtMost : 0);
+            addTextLookups(askers, questions, workload);
+            if (extent == Extent::Curve) {
+                break;  // after one thread
+            }
+            addTextRivals(askers, questions, workload);
+            addHashLookupsAndMisses(askers, questions, workload);
+            addPredicates(askers, questions, workload);
         }
     }
 }

@@ -7,145 +7,80 @@
 #include <fstream>
 #include <iterator>
 #include <ostream>
-#include <thread>
-
-#include "Workload.h"
+#include <vector>
 
 namespace bench {
 namespace {
 
-constexpr double kMostTimesFloor = 1.5;
-constexpr double kLeastScaling = 1.8;
-constexpr double kLeastLoadsPerSecond = 1e6;
-constexpr double kNanosecondsPerSecond = 1e9;
-
-bool isLookup(const std::string& what) {
-    return what == kTextLookup || what == kHashLookup;
-}
-
-std::string verdict(bool met, bool disturbed) {
-    return fmt::format("{}{}", met ? "ok" : "MISSED", disturbed ? ", disturbed" : "");
-}
-
-std::string ratioTarget(double ratio, double most, bool disturbed) {
-    return most == 0 ? "" : fmt::format("at most {:.2f}  {}", most, verdict(ratio <= most, disturbed));
-}
-
-std::string ratioTarget(const Result& center, const Result& other, double ratio) {
-    return ratioTarget(ratio, other.series.centerAtMost, center.disturbed() || other.disturbed());
-}
-
-std::string floorTarget(const Result& center, const Result& floor, double ratio) {
-    const Series& series = center.series;
-    if (isLookup(series.what) && series.threads == 1) {
-        return fmt::format("at most {:.1f}  {}", kMostTimesFloor,
-                           verdict(ratio <= kMostTimesFloor, center.disturbed() || floor.disturbed()));
-    }
-    if (series.what == kLoad && series.size == kTargetSize) {
-        const double perSecond = kNanosecondsPerSecond / center.median();
-        return fmt::format("{:.2f} M/s, at least {:.0f}  {}", perSecond / 1e6, kLeastLoadsPerSecond / 1e6,
-                           verdict(perSecond >= kLeastLoadsPerSecond, center.disturbed()));
-    }
-    return ratioTarget(center, floor, ratio);
-}
-
-std::string timeColumns(const Result& result) {
-    return fmt::format("{:>9.1f}{:>7.0f}%{:>7}", result.median(), result.spread() * 100,
-                       fmt::format("{}/{}", result.undisturbed(), result.runs.size()));
-}
-
-void printAgainstFloor(std::ostream& out, const std::vector<Result>& results) {
-    fmt::print(
-        out,
-        "\nAgainst the floor: median wall nanoseconds of one item (two threads: of one item of either), distance of\n"
-        "the quartiles, and how many of the runs had the processors to themselves\n\n");
-    fmt::print(out, "{:<28}{:>9}{:>9}  {:<9}{:>9}{:>8}{:>7}{:>9}{:>8}{:>7}{:>8}  {}\n", "what", "size", "threads",
-               "keys", "center", "spread", "runs", "floor", "spread", "runs", "ratio", "target");
-    for (const Result& result : results) {
-        const Series& series = result.series;
-        const Result* const floor = findResult(results, series, kFloor, series.threads);
-        if (series.who != kCenter || floor == nullptr) {
-            continue;
-        }
-        const double ratio = result.median() / floor->median();
-        fmt::print(out, "{:<28}{:>9}{:>9}  {:<9}{}{}{:>8.2f}  {}\n", series.what, series.size, series.threads,
-                   series.keys, timeColumns(result), timeColumns(*floor), ratio, floorTarget(result, *floor, ratio));
-    }
-}
-
-/// How many times the items of one thread two threads get through; 0 when either was not run.
-double scaling(const std::vector<Result>& results, const Series& series, const char* who) {
-    const Result* const one = findResult(results, series, who, 1);
-    const Result* const two = findResult(results, series, who, 2);
-    return one == nullptr || two == nullptr ? 0 : one->median() / two->median();
-}
-
-std::string scalingTarget(const std::vector<Result>& results, const Result& one, double center) {
-    const double least = isLookup(one.series.what) ? kLeastScaling : one.series.leastScaling;
-    if (least == 0) {
+std::string targetText(const Comparison& comparison) {
+    if (comparison.target == 0) {
         return "";
     }
-    const Result* const two = findResult(results, one.series, kCenter, 2);
-    return fmt::format("at least {:.1f}  {}", least, verdict(center >= least, one.disturbed() || two->disturbed()));
+    return fmt::format("{} {:.3g}  {}{}", comparison.topic == Topic::Scaling ? "at least" : "at most",
+                       comparison.target, comparison.met() ? "ok" : "MISSED",
+                       comparison.disturbed ? ", disturbed" : "");
 }
 
-void printScaling(std::ostream& out, const std::vector<Result>& results) {
-    fmt::print(out, "\nThroughput of two threads, times that of one\n\n");
-    fmt::print(out, "{:<28}{:>9}  {:<9}{:>9}{:>9}  {}\n", "what", "size", "keys", "center", "floor", "target");
-    for (const Result& result : results) {
-        const Series& series = result.series;
-        const double center = scaling(results, series, kCenter);
-        if (series.who == kCenter && series.threads == 1 && center != 0) {
-            fmt::print(out, "{:<28}{:>9}  {:<9}{:>9.2f}{:>9.2f}  {}\n", series.what, series.size, series.keys, center,
-                       scaling(results, series, kFloor), scalingTarget(results, result, center));
-        }
-    }
-}
-
-bool isRival(const Result& result) {
-    return result.series.who != kCenter && result.series.who != kFloor;
-}
-
-void printAgainstRivals(std::ostream& out, const std::vector<Result>& results) {
-    if (std::none_of(results.begin(), results.end(), isRival)) {
-        return;
-    }
-    fmt::print(out, "\nAgainst what would be written in its place\n\n");
-    fmt::print(out, "{:<28}{:>9}{:>9}  {:<9}{:>9}{:>9}{:>8}  {}\n", "what", "size", "threads", "keys", "center",
-               "rival", "ratio", "rival");
-    for (const Result& rival : results) {
-        const Series& series = rival.series;
-        const Result* const center = findResult(results, series, kCenter, series.threads);
-        if (!isRival(rival) || center == nullptr) {
+/// The table of one topic; nothing where it has no rows.
+void printTopic(std::ostream& out, const std::vector<Comparison>& comparisons, Topic topic, const char* title) {
+    bool begun = false;
+    for (const Comparison& comparison : comparisons) {
+        if (comparison.topic != topic) {
             continue;
         }
-        const double ratio = center->median() / rival.median();
-        fmt::print(out, "{:<28}{:>9}{:>9}  {:<9}{:>9.1f}{:>9.1f}{:>8.2f}  {}  {}\n", series.what, series.size,
-                   series.threads, series.keys, center->median(), rival.median(), ratio, series.who,
-                   ratioTarget(*center, rival, ratio));
+        if (!begun) {
+            fmt::print(out, "\n{}\n\n{:<40}{:>8}{:>8}  {:<9}{:>13}{:>13}{:>10}  {:<20}{:<32}{}\n", title, "what",
+                       "size", "threads", "keys", "center", "other", "value", "quartiles", "target", "other");
+            begun = true;
+        }
+        fmt::print(out, "{:<40}{:>8}{:>8}  {:<9}{:>13.1f}{:>13.1f}{:>10.3g}  {:<20}{:<32}{}\n", comparison.what,
+                   comparison.size, comparison.threads, comparison.keys, comparison.center, comparison.other,
+                   comparison.value, fmt::format("{:.3g} to {:.3g}", comparison.low, comparison.high),
+                   targetText(comparison), comparison.against);
+    }
+}
+
+const char* nameOf(Beside beside) {
+    switch (beside) {
+        case Beside::Nothing:
+            return "no load";
+        case Beside::Reload:
+            return "reloading";
+        case Beside::Other:
+            return "load elsewhere";
+    }
+    return "";
+}
+
+void printLatencies(std::ostream& out, const std::vector<Latency>& latencies) {
+    if (latencies.empty()) {
+        return;
+    }
+    fmt::print(out,
+               "\nLatency of single lookups in nanoseconds, clock included: medians of the rounds, and the longest of\n"
+               "all; only lookups during a load count where one runs\n\n");
+    fmt::print(out, "{:<22}{:<44}{:<16}{:>9}{:>9}{:>9}{:>10}{:>12}{:>12}{:>11}{:>10}\n", "what", "who", "beside",
+               "reloaded", "p50", "p99", "p99.9", "longest", "of all", "lookups", "answered");
+    for (const Latency& latency : latencies) {
+        std::uint64_t lookups = 0;
+        for (const Percentiles& round : latency.rounds) {
+            lookups += round.lookups;
+        }
+        fmt::print(out, "{:<22}{:<44}{:<16}{:>9}{:>9.0f}{:>9.0f}{:>10.0f}{:>12.0f}{:>12.0f}{:>11}{:>9.0f}%\n",
+                   latency.what, latency.who, nameOf(latency.beside), latency.reloaded,
+                   latency.median(&Percentiles::p50), latency.median(&Percentiles::p99),
+                   latency.median(&Percentiles::p999), latency.median(&Percentiles::longest), latency.worst(), lookups,
+                   latency.median(&Percentiles::answered) * 100);
     }
 }
 
 void printMemory(std::ostream& out, const std::vector<Memory>& memories) {
-    fmt::print(out, "\nHeap bytes of one record\n\n");
-    fmt::print(out, "{:>9}{:>10}{:>16}{:>14}{:>8}{:>15}{:>10}\n", "size", "record", "center adds", "bare indexes",
-               "ratio", "node indexes", "of those");
     for (const Memory& memory : memories) {
-        fmt::print(out, "{:>9}{:>10.0f}{:>16.1f}{:>14.1f}{:>8.2f}{:>15.1f}{:>10.2f}\n", memory.size, memory.record,
-                   memory.center, memory.bareIndexes, memory.center / memory.bareIndexes, memory.nodeIndexes,
-                   memory.center / memory.nodeIndexes);
-    }
-}
-
-void printFootprints(std::ostream& out, const std::vector<Footprint>& footprints) {
-    fmt::print(out, "\nMegabytes of what the persisted center keeps\n\n");
-    fmt::print(out, "{:<28}{:>9}{:>9}{:>9}{:>8}  {}\n", "what", "size", "center", "other", "ratio", "other");
-    constexpr double kMegabyte = 1e6;
-    for (const Footprint& footprint : footprints) {
-        const double ratio = footprint.center / footprint.otherBytes;
-        fmt::print(out, "{:<28}{:>9}{:>9.1f}{:>9.1f}{:>8.3f}  {}  {}\n", footprint.what, footprint.size,
-                   footprint.center / kMegabyte, footprint.otherBytes / kMegabyte, ratio, footprint.other,
-                   ratioTarget(ratio, footprint.atMost, false));
+        fmt::print(
+            out,
+            "\nA record of {}: {:.0f} bytes of heap; {:.1f} of its texts stand in the record, {:.1f} take a block "
+            "each\n",
+            memory.size, memory.record, memory.shortTexts, memory.longTexts);
     }
 }
 
@@ -157,20 +92,39 @@ std::string asJson(const Result& result) {
                    [](const Run& run) { return fmt::format("[{:.3f},{:.3f}]", run.nanoseconds, run.processorShare); });
     return fmt::format(
         R"({{"what":"{}","who":"{}","size":{},"threads":{},"keys":"{}","items":{},"median_ns":{:.3f},"spread":{:.3f},)"
-        R"("runs_ns_share":[{}]}})",
+        R"("undisturbed":{},"runs_ns_share":[{}]}})",
         series.what, series.who, series.size, series.threads, series.keys, series.items, result.median(),
-        result.spread(), fmt::join(runs, ","));
+        result.spread(), result.undisturbed(), fmt::join(runs, ","));
+}
+
+std::string asJson(const Comparison& comparison) {
+    return fmt::format(
+        R"({{"topic":"{}","what":"{}","size":{},"keys":"{}","threads":{},"against":"{}","center":{:.4f},"other":{:.4f},)"
+        R"("value":{:.4f},"low":{:.4f},"high":{:.4f},"target":{:.4f},"met":{},"disturbed":{}}})",
+        nameOf(comparison.topic), comparison.what, comparison.size, comparison.keys, comparison.threads,
+        comparison.against, comparison.center, comparison.other, comparison.value, comparison.low, comparison.high,
+        comparison.target, comparison.met(), comparison.disturbed);
+}
+
+std::string asJson(const Latency& latency) {
+    std::vector<std::string> rounds;
+    std::transform(latency.rounds.begin(), latency.rounds.end(), std::back_inserter(rounds),
+                   [](const Percentiles& round) {
+                       return fmt::format("[{:.0f},{:.0f},{:.0f},{:.0f},{}]", round.p50, round.p99, round.p999,
+                                          round.longest, round.lookups);
+                   });
+    return fmt::format(
+        R"({{"what":"{}","who":"{}","size":{},"reloaded":{},"beside":"{}","p50":{:.0f},"p99":{:.0f},"p999":{:.0f},)"
+        R"("longest":{:.0f},"worst":{:.0f},"answered":{:.4f},"rounds_p50_p99_p999_longest_lookups":[{}]}})",
+        latency.what, latency.who, latency.size, latency.reloaded, nameOf(latency.beside),
+        latency.median(&Percentiles::p50), latency.median(&Percentiles::p99), latency.median(&Percentiles::p999),
+        latency.median(&Percentiles::longest), latency.worst(), latency.median(&Percentiles::answered),
+        fmt::join(rounds, ","));
 }
 
 std::string asJson(const Memory& memory) {
-    return fmt::format(
-        R"({{"size":{},"record_bytes":{},"center_bytes":{},"bare_index_bytes":{},"node_index_bytes":{}}})", memory.size,
-        memory.record, memory.center, memory.bareIndexes, memory.nodeIndexes);
-}
-
-std::string asJson(const Footprint& footprint) {
-    return fmt::format(R"({{"what":"{}","size":{},"center_bytes":{},"other":"{}","other_bytes":{}}})", footprint.what,
-                       footprint.size, footprint.center, footprint.other, footprint.otherBytes);
+    return fmt::format(R"({{"size":{},"record_bytes":{},"short_texts":{:.3f},"long_texts":{:.3f}}})", memory.size,
+                       memory.record, memory.shortTexts, memory.longTexts);
 }
 
 template <class Values>
@@ -178,30 +132,36 @@ std::string jsonLines(const Values& values) {
     std::vector<std::string> lines;
     std::transform(values.begin(), values.end(), std::back_inserter(lines),
                    [](const auto& value) { return asJson(value); });
-    return fmt::format("{}", fmt::join(lines, ",\n"));
+    return fmt::format("[\n{}\n]", fmt::join(lines, ",\n"));
 }
 
 }  // namespace
 
-void printReport(std::ostream& out, const std::vector<Result>& results, const std::vector<Memory>& memories,
-                 const std::vector<Footprint>& footprints) {
-    if (!results.empty()) {
-        printAgainstFloor(out, results);
-        printScaling(out, results);
-        printAgainstRivals(out, results);
-    }
-    printMemory(out, memories);
-    printFootprints(out, footprints);
+void printReport(std::ostream& out, const Measurements& measured) {
+    const std::vector<Comparison> comparisons = compare(measured);
+    fmt::print(out,
+               "\nThe center's time or size over the other's: ratio of the medians, quartiles over all pairs of runs.\n"
+               "Times are wall nanoseconds of one item; with two threads, of one item of either.\n");
+    printTopic(out, comparisons, Topic::Floor, "Against the floor");
+    printTopic(out, comparisons, Topic::Rival,
+               "Against what would be written in its place, or a part against the whole");
+    printTopic(out, comparisons, Topic::Scaling, "Throughput of two threads over that of one; other: the floor's");
+    printTopic(out, comparisons, Topic::Reload, "p99.9 of lookups during a load over that without one");
+    printTopic(out, comparisons, Topic::Stall, "The longest lookup of a round during a load, in milliseconds");
+    printLatencies(out, measured.latencies);
+    printTopic(out, comparisons, Topic::Bytes, "Bytes of one record");
+    printMemory(out, measured.memories);
 }
 
-bool writeJson(const std::string& path, const Conditions& conditions, const std::vector<Result>& results,
-               const std::vector<Memory>& memories, const std::vector<Footprint>& footprints) {
+bool writeJson(const std::string& path, const Conditions& conditions, const Measurements& measured) {
     std::ofstream file(path);
     fmt::print(file,
-               "{{\"processors\":{},\"quick\":{},\"build\":\"{}\",\n\"results\":[\n{}\n],\n\"memory\":[\n{}\n],\n"
-               "\"footprints\":[\n{}\n]}}\n",
-               std::thread::hardware_concurrency(), conditions.quick, conditions.build, jsonLines(results),
-               jsonLines(memories), jsonLines(footprints));
+               R"({{"quick":{},"build":"{}","day":"{}","processor":"{}","processors":{},"memory_bytes":{:.0f},)"
+               R"("system":"{}",)"
+               "\n\"comparisons\":{},\n\"latencies\":{},\n\"memory\":{},\n\"results\":{}}}\n",
+               conditions.quick, conditions.build, conditions.day, conditions.processor, conditions.processors,
+               conditions.memoryBytes, conditions.system, jsonLines(compare(measured)), jsonLines(measured.latencies),
+               jsonLines(measured.memories), jsonLines(measured.results));
     file.close();
     return !file.fail();
 }

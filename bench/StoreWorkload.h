@@ -4,12 +4,13 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "BareStore.h"
+#include "Comparison.h"
 #include "MarketDay.h"
-#include "Report.h"
 #include "Suite.h"
 #include "base/instrumentcenter/CClientInstrumentCenter.h"
 #include "base/instrumentcenter/CServerInstrumentCenter.h"
@@ -84,13 +85,14 @@ public:
     explicit StoreLoads(std::size_t size);
 
     void add(Suite& suite) const;
-    /// Bytes of the files that are left behind.
-    Footprint fileBytes() const;
+    /// Bytes of the files that are left behind; nothing before the unordered ones were written.
+    std::optional<Footprint> fileBytes() const;
 
 private:
     const Records records_;
     StoredDay day_;
     double centerBytes_ = 0;
+    const std::shared_ptr<double> unorderedBytes_ = std::make_shared<double>(0);
 };
 
 /// The same for a day of funds.

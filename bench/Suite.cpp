@@ -17,21 +17,6 @@ bool isUndisturbed(const Run& run) {
     return run.processorShare >= kUndisturbedShare;
 }
 
-double quantile(const Result& result, double share) {
-    const bool all = result.disturbed();
-    std::vector<double> values;
-    for (const Run& run : result.runs) {
-        if (all || isUndisturbed(run)) {
-            values.push_back(run.nanoseconds);
-        }
-    }
-    std::sort(values.begin(), values.end());
-    const double place = share * static_cast<double>(values.size() - 1);
-    const auto below = static_cast<std::size_t>(place);
-    const std::size_t above = std::min(below + 1, values.size() - 1);
-    return values[below] + (values[above] - values[below]) * (place - static_cast<double>(below));
-}
-
 /// Collects every single run under its benchmark's name; aggregates are computed from them later.
 class Collector : public benchmark::BenchmarkReporter {
 public:
@@ -83,12 +68,32 @@ void enroll(const std::string& name, const Series& series, Body body) {
 
 }  // namespace
 
+double quantile(const std::vector<double>& ascending, double share) {
+    const double place = share * static_cast<double>(ascending.size() - 1);
+    const auto below = static_cast<std::size_t>(place);
+    const std::size_t above = std::min(below + 1, ascending.size() - 1);
+    return ascending[below] + (ascending[above] - ascending[below]) * (place - static_cast<double>(below));
+}
+
+std::vector<double> Result::counted() const {
+    const bool all = disturbed();
+    std::vector<double> values;
+    for (const Run& run : runs) {
+        if (all || isUndisturbed(run)) {
+            values.push_back(run.nanoseconds);
+        }
+    }
+    std::sort(values.begin(), values.end());
+    return values;
+}
+
 double Result::median() const {
-    return quantile(*this, 0.5);
+    return quantile(counted(), 0.5);
 }
 
 double Result::spread() const {
-    return (quantile(*this, 0.75) - quantile(*this, 0.25)) / median();
+    const std::vector<double> values = counted();
+    return (quantile(values, 0.75) - quantile(values, 0.25)) / quantile(values, 0.5);
 }
 
 std::size_t Result::undisturbed() const {

@@ -47,6 +47,8 @@ struct Result {
     Series series;
     std::vector<Run> runs;
 
+    /// The nanoseconds of the runs that count, ascending.
+    std::vector<double> counted() const;
     double median() const;
     /// Distance of the quartiles over the median.
     double spread() const;
@@ -55,6 +57,9 @@ struct Result {
     /// Whether there are too few of them to speak of, so that the disturbed ones were counted as well.
     bool disturbed() const;
 };
+
+/// The value at that share of ascending values, between two of them where need be.
+double quantile(const std::vector<double>& ascending, double share);
 
 using Body = std::function<void(benchmark::State&)>;
 

@@ -27,19 +27,21 @@ constexpr const char* kMarketMap = "market as map, per record";
 constexpr const char* kMarketList = "market as list, per record";
 constexpr const char* kLoad = "load, per record";
 
-/// Adds lookups, misses and predicates with 1 and 2 threads. `workload` must outlive the suite's run.
-void addLookups(Suite& suite, Workload& workload);
+/// How much is asked of a day: everything, or only what is drawn as a curve over the sizes of days.
+enum class Extent { Whole, Curve };
+
+/// Adds lookups, misses and predicates with 1 and 2 threads; for the curve, lookups by text with one thread. `workload`
+/// must outlive the suite's run.
+void addLookups(Suite& suite, Workload& workload, Extent extent);
 
 /// Adds the lists of one market with 1 and 2 threads. `workload` must outlive the suite's run.
 void addMarketLists(Suite& suite, Workload& workload);
 
 /// Adds loads of ready records into an empty center. `workload` must outlive the suite's run.
-void addLoads(Suite& suite, Workload& workload);
+void addLoads(Suite& suite, Workload& workload, Extent extent);
 
-/// The size that the targets of loads speak of.
-constexpr std::size_t kTargetSize = 300000;
-
-/// Adds what each derived catalogue takes of a load. `workload` must outlive the suite's run.
-void addDerivations(Suite& suite, Workload& workload);
+/// Adds what the derived catalogues take of a load: all of them together and, with `each`, one by one. `workload` must
+/// outlive the suite's run.
+void addDerivations(Suite& suite, Workload& workload, bool each);
 
 }  // namespace bench

@@ -10,10 +10,12 @@
 #include <string>
 #include <vector>
 
+#include "Latency.h"
 #include "Report.h"
 #include "StoreWorkload.h"
 #include "Suite.h"
 #include "Workload.h"
+#include "platform/record/RecordType.h"
 
 // center_bench: measures both centers against floors and rivals and prints the ratios.
 
@@ -23,14 +25,15 @@ namespace {
 struct Options {
     bool quick = false;
     std::string json;
-    std::vector<std::size_t> sizes;       // of the in-memory center's days
-    std::vector<std::size_t> storeSizes;  // of the persisted center's
+    std::vector<std::size_t> sizes;       // of the days of which everything is asked
+    std::vector<std::size_t> curveSizes;  // of further days of the in-memory center
+    std::vector<std::size_t> storeSizes;  // of the persisted center's days
     std::vector<std::string> rest;        // Google Benchmark's
 };
 
 constexpr const char* kUsage =
     "center_bench [--quick] [--json FILE] [--size N]... [options of Google Benchmark]\n"
-    "  --quick      no day of 3,000,000 instruments, no stores of other makes, shorter runs\n"
+    "  --quick      the ratios at 300,000 instruments; no other sizes, no stores of other makes, shorter runs\n"
     "  --json FILE  every run, for scripts\n"
     "  --size N     this many instruments instead; may be repeated\n"
     "  --benchmark_filter=REGEX matches what/who/size/keys/threads, as in 'lookup by text/.*/300000/Zipf/1'\n"
@@ -71,11 +74,12 @@ Options parse(int count, char** arguments) {
         }
     }
     if (options.sizes.empty()) {
-        options.sizes = {10000, 300000};
+        options.sizes = {300000};
+        options.storeSizes = options.sizes;
         if (!options.quick) {
-            options.sizes.push_back(3000000);
+            options.curveSizes = {10000, 3000000};
+            options.storeSizes.insert(options.storeSizes.begin(), 30000);
         }
-        options.storeSizes = {30000, 300000};
     }
     return options;
 }
@@ -86,7 +90,7 @@ void initializeLibrary(const Options& options) {
         "center_bench", "--benchmark_enable_random_interleaving=true",
         // Many short runs rather than a few long ones: on a shared machine some of them are undisturbed.
         options.quick ? "--benchmark_min_time=0.02" : "--benchmark_min_time=0.03",
-        options.quick ? "--benchmark_repetitions=11" : "--benchmark_repetitions=25"};
+        options.quick ? "--benchmark_repetitions=9" : "--benchmark_repetitions=25"};
     arguments.insert(arguments.end(), options.rest.begin(), options.rest.end());
     std::vector<char*> pointers;
     for (std::string& argument : arguments) {
@@ -112,43 +116,94 @@ double bytesPerRecord(std::size_t records, Step step) {
     return (heapBytes() - before) / static_cast<double>(records);
 }
 
+/// Counts the texts of the records by where they stand.
+void countTexts(const Records& records, Memory& memory) {
+    constexpr std::size_t kLongestInPlace = 15;
+    for (const InstrumentPtr& record : records) {
+        for (const mxservice::Field& field : record->recordType().fields()) {
+            if (field.kind() == mxservice::FieldKind::Text) {
+                const std::size_t size = field.in<std::string>(*record).size();
+                memory.longTexts += size > kLongestInPlace ? 1 : 0;
+                memory.shortTexts += size > 0 && size <= kLongestInPlace ? 1 : 0;
+            }
+        }
+    }
+    memory.longTexts /= static_cast<double>(records.size());
+    memory.shortTexts /= static_cast<double>(records.size());
+}
+
+/// What the two large tables of the center take, as it says itself.
+double largeIndexBytes(mxservice::CServerInstrumentCenter& center) {
+    double bytes = 0;
+    for (const mxservice::IndexSize& index : center.statistics().indexes) {
+        if (index.name == "records" || index.name == "market by key") {
+            bytes += static_cast<double>(index.bytes);
+        }
+    }
+    return bytes;
+}
+
 /// Fills the workload and weighs each of its parts.
-Memory prepare(Workload& workload, std::size_t size) {
+void prepare(Workload& workload, std::size_t size, Extent extent, Measurements& measured) {
     Memory memory;
     memory.size = size;
     memory.record = bytesPerRecord(size, [&] { workload.records = makeMarketDay(size); });
-    memory.center = bytesPerRecord(size, [&] { workload.center.initInstruments(kLoadedMarkets, workload.records); });
-    memory.bareIndexes = bytesPerRecord(size, [&] { fill(workload.bare, workload.records); });
-    memory.nodeIndexes = bytesPerRecord(size, [&] { fill(workload.node, workload.records); });
-    fill(workload.text, workload.records);
-    return memory;
+    countTexts(workload.records, memory);
+    measured.memories.push_back(memory);
+
+    const double center =
+        bytesPerRecord(size, [&] { workload.center.initInstruments(kLoadedMarkets, workload.records); });
+    const double indexes = largeIndexBytes(workload.center) / static_cast<double>(size);
+    const double nodes = bytesPerRecord(size, [&] { fill(workload.node, workload.records); });
+    NodeKeySets sets;
+    const double nodeSets = bytesPerRecord(size, [&] { fill(sets, workload.records); });
+    constexpr double kIndexesAtMost = 0.65;
+    measured.footprints.push_back({"both large indexes", "the same in boost::unordered_map", size, indexes, nodes,
+                                   extent == Extent::Whole ? kIndexesAtMost : 0});
+    measured.footprints.push_back({"all that a center adds",
+                                   "both indexes and the markets' keys in boost::unordered_map", size, center,
+                                   nodes + nodeSets, 0});
+    fill(workload.bare, workload.records);
+    if (extent == Extent::Whole) {
+        fill(workload.text, workload.records);
+    }
 }
 
-void runSuite(Suite& suite, std::vector<Result>& results) {
-    std::vector<Result> measured = suite.run();
-    std::move(measured.begin(), measured.end(), std::back_inserter(results));
+void runSuite(Suite& suite, Measurements& measured) {
+    std::vector<Result> results = suite.run();
+    std::move(results.begin(), results.end(), std::back_inserter(measured.results));
 }
 
-void measure(std::size_t size, std::vector<Result>& results, std::vector<Memory>& memories) {
+/// Whether a day of this size can be held as often as the benchmarks need it; says so if not.
+bool fits(std::size_t size) {
+    constexpr double kBytesPerInstrument = 4000;
+    const double needed = kBytesPerInstrument * static_cast<double>(size);
+    const double available = availableBytes();
+    if (needed > available) {
+        constexpr double kGigabyte = 1e9;
+        std::cerr << fmt::format("{} instruments: left out, {:.1f} GB of memory are needed and {:.1f} available\n",
+                                 size, needed / kGigabyte, available / kGigabyte);
+    }
+    return needed <= available;
+}
+
+void measure(std::size_t size, Extent extent, bool quick, Measurements& measured) {
     std::cerr << fmt::format("{} instruments: making and loading them\n", size);
     const auto workload = std::make_unique<Workload>();
-    memories.push_back(prepare(*workload, size));
+    prepare(*workload, size, extent, measured);
     Suite suite;
-    addLookups(suite, *workload);
-    addMarketLists(suite, *workload);
-    addLoads(suite, *workload);
-    if (size == kTargetSize) {
-        addDerivations(suite, *workload);
+    addLookups(suite, *workload, extent);
+    addLoads(suite, *workload, extent);
+    if (extent == Extent::Whole) {
+        addMarketLists(suite, *workload);
+        addDerivations(suite, *workload, !quick);
     }
     std::cerr << fmt::format("{} instruments: measuring\n", size);
-    runSuite(suite, results);
+    runSuite(suite, measured);
 }
 
-/// How full pages are does not depend on the size of the day.
-constexpr std::size_t kLargestFileSample = 100000;
-
 /// Reads and loads take turns, because the process has one store.
-void measureStore(std::size_t size, bool rivals, std::vector<Result>& results, std::vector<Footprint>& footprints) {
+void measureStore(std::size_t size, bool rivals, Measurements& measured) {
     std::cerr << fmt::format("{} instruments: storing and reading them\n", size);
     {
         StoreWorkload workload(size);
@@ -157,23 +212,23 @@ void measureStore(std::size_t size, bool rivals, std::vector<Result>& results, s
         if (rivals) {
             addRivalReads(suite, workload);
         }
-        runSuite(suite, results);
+        runSuite(suite, measured);
     }
     malloc_trim(0);
     const StoreLoads loads(size);
     Suite suite;
     loads.add(suite);
-    runSuite(suite, results);
-    if (size <= kLargestFileSample) {
-        footprints.push_back(loads.fileBytes());
+    runSuite(suite, measured);
+    if (const auto bytes = loads.fileBytes()) {
+        measured.footprints.push_back(*bytes);
     }
 }
 
-void measureEtfLoads(std::vector<Result>& results) {
+void measureEtfLoads(Measurements& measured) {
     const EtfLoads loads;
     Suite suite;
     loads.add(suite);
-    runSuite(suite, results);
+    runSuite(suite, measured);
 }
 
 /// Stores go to the memory file system where that is large enough and nothing else is asked for: what is compared is
@@ -188,37 +243,42 @@ void chooseStoreDirectory() {
     }
 }
 
-std::string buildDescription() {
-#ifdef NDEBUG
-    return fmt::format("{}, no asserts", __VERSION__);
-#else
-    std::cerr << "center_bench: built with asserts; the numbers say little\n";
-    return fmt::format("{}, asserts", __VERSION__);
-#endif
+Measurements measureAll(const Options& options) {
+    Measurements measured;
+    for (const std::size_t size : options.storeSizes) {
+        measured.footprints.push_back(clientMemory(size));
+    }
+    for (const std::size_t size : options.sizes) {
+        measure(size, Extent::Whole, options.quick, measured);
+        malloc_trim(0);
+        std::cerr << fmt::format("{} instruments: latencies beside loads\n", size);
+        const Watch watch = options.quick ? Watch{0.3, 3, false} : Watch{1.0, 7, true};
+        std::vector<Latency> latencies = measureReloads(size, watch);
+        std::move(latencies.begin(), latencies.end(), std::back_inserter(measured.latencies));
+        malloc_trim(0);
+    }
+    for (const std::size_t size : options.curveSizes) {
+        if (fits(size)) {
+            measure(size, Extent::Curve, options.quick, measured);
+            malloc_trim(0);
+        }
+    }
+    for (const std::size_t size : options.storeSizes) {
+        measureStore(size, !options.quick, measured);
+        malloc_trim(0);
+    }
+    measureEtfLoads(measured);
+    return measured;
 }
 
 int run(int count, char** arguments) {
     const Options options = parse(count, arguments);
     initializeLibrary(options);
-    const Conditions conditions{options.quick, buildDescription()};
-    std::vector<Result> results;
-    std::vector<Memory> memories;
-    std::vector<Footprint> footprints;
+    const Conditions conditions = conditionsOfNow(options.quick);
     chooseStoreDirectory();
-    for (const std::size_t size : options.storeSizes) {
-        footprints.push_back(clientMemory(size));
-    }
-    for (const std::size_t size : options.sizes) {
-        measure(size, results, memories);
-        malloc_trim(0);
-    }
-    for (const std::size_t size : options.storeSizes) {
-        measureStore(size, !options.quick, results, footprints);
-        malloc_trim(0);
-    }
-    measureEtfLoads(results);
-    printReport(std::cout, results, memories, footprints);
-    if (!options.json.empty() && !writeJson(options.json, conditions, results, memories, footprints)) {
+    const Measurements measured = measureAll(options);
+    printReport(std::cout, measured);
+    if (!options.json.empty() && !writeJson(options.json, conditions, measured)) {
         std::cerr << "center_bench: " << options.json << ": cannot be written\n";
         return 1;
     }

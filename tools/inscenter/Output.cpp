@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "platform/record/Records.h"
+#include "tools/inscenter/Interruption.h"
 #include "tools/inscenter/RecordText.h"
 #include "tools/inscenter/Utf8.h"
 
@@ -141,7 +142,11 @@ Output::~Output() {
     out_.flush();
 }
 
-void Output::flushIfLarge() {
+void Output::lineDone() {
+    if (Interruption::happened()) {
+        text_.clear();
+        throw Interrupted();
+    }
     if (text_.size() >= kFlushBytes) {
         out_ << text_;
         text_.clear();
@@ -168,7 +173,7 @@ void Output::line(std::string_view text) {
     text_ += text;
     text_ += '\n';
     first_ = false;
-    flushIfLarge();
+    lineDone();
 }
 
 void Output::csvLine(const std::vector<std::string>& cells) {
@@ -179,7 +184,7 @@ void Output::csvLine(const std::vector<std::string>& cells) {
         separator = ",";
     }
     text_ += "\r\n";
-    flushIfLarge();
+    lineDone();
 }
 
 void Output::records(const std::vector<RecordPtr>& records, std::string_view nothing, const Fields& fields) {
@@ -218,7 +223,7 @@ void Output::recordTable(const std::vector<RecordPtr>& records, const Fields& fi
 }
 
 void Output::textTable(const TextTable& table) {
-    const std::vector<std::string> missing = table.append(text_, screen_, [this] { flushIfLarge(); });
+    const std::vector<std::string> missing = table.append(text_, screen_, [this] { lineDone(); });
     first_ = false;
     if (!missing.empty()) {
         note("(no room for: " + joined(missing, ", ") + ")");
@@ -239,7 +244,7 @@ void Output::recordLine(const IData& record, const Fields& fields) {
         separator = ',';
     }
     text_ += "}\n";
-    flushIfLarge();
+    lineDone();
 }
 
 void Output::csvRecord(const IData& record, const Fields& fields) {
@@ -258,7 +263,7 @@ void Output::details(const std::vector<RecordPtr>& records) {
     }
     for (const RecordPtr& record : records) {
         recordDetail(*record);
-        flushIfLarge();
+        lineDone();
     }
 }
 
@@ -308,7 +313,7 @@ void Output::blocks(const Table& table) {
             }
         }
         block(lines);
-        flushIfLarge();
+        lineDone();
     }
 }
 
@@ -334,7 +339,7 @@ void Output::table(const Table& table, std::string_view nothing) {
                 appendJsonCell(text_, row[i]);
             }
             text_ += "}\n";
-            flushIfLarge();
+            lineDone();
         }
         return;
     }

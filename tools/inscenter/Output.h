@@ -35,7 +35,8 @@ void appendJsonCell(std::string& out, const Cell& cell);
 using RecordPtr = boost::shared_ptr<mxservice::IData>;
 
 /// Writes answers in one format. Tables are aligned by the columns that a terminal gives each character, and control
-/// characters are shown in a harmless form; JSON and CSV hold whole texts.
+/// characters are shown in a harmless form; JSON and CSV hold whole texts. Throws Interrupted when an Interruption
+/// happened meanwhile.
 class Output {
 public:
     Output(std::ostream& out, Format format, const Screen& screen = {});
@@ -85,7 +86,7 @@ private:
     void csvRecord(const mxservice::IData& record, const Fields& fields);
     void textTable(const TextTable& table);
     void block(const std::vector<std::pair<std::string, std::string>>& lines);
-    void flushIfLarge();
+    void lineDone();
 
     std::ostream& out_;
     const Format format_;

@@ -1,6 +1,8 @@
 #include "tools/inscenter/Prompt.h"
 
 #include <editline/readline.h>
+#include <termios.h>
+#include <unistd.h>
 
 #include <clocale>
 #include <cstdlib>
@@ -14,6 +16,7 @@ namespace {
 
 constexpr const char* kPrompt = "inscenter> ";
 constexpr int kKeptLines = 1000;
+constexpr int kControlC = 3;
 
 // The line editor calls back without an argument of ours.
 Prompt::Completer& currentCompleter() {
@@ -44,6 +47,31 @@ char** complete(const char* word, int /*begin*/, int /*end*/) {
     return rl_completion_matches(word, nextCandidate);
 }
 
+bool givenUp = false;
+
+int giveUpLine(int /*count*/, int /*key*/) {
+    givenUp = true;
+    rl_done = 1;
+    return 0;
+}
+
+/// While it lives, Ctrl-C is a key of the editor's: a signal between two of its reads would be lost.
+class TypedControlC {
+public:
+    TypedControlC() {
+        tcgetattr(STDIN_FILENO, &before_);
+        termios typed = before_;
+        typed.c_cc[VINTR] = _POSIX_VDISABLE;
+        tcsetattr(STDIN_FILENO, TCSADRAIN, &typed);
+    }
+    ~TypedControlC() { tcsetattr(STDIN_FILENO, TCSADRAIN, &before_); }
+    TypedControlC(const TypedControlC&) = delete;
+    TypedControlC& operator=(const TypedControlC&) = delete;
+
+private:
+    termios before_{};
+};
+
 }  // namespace
 
 bool PlainLines::next(std::string& line) {
@@ -59,6 +87,8 @@ Prompt::Prompt(Completer completer) {
     rl_basic_word_break_characters = separators;
     rl_completer_word_break_characters = separators;
     rl_attempted_completion_function = complete;
+    rl_initialize();
+    rl_add_defun("give-up-line", giveUpLine, kControlC);
     using_history();
     stifle_history(kKeptLines);
     if (!historyFile().empty()) {
@@ -71,15 +101,23 @@ Prompt::~Prompt() {
 }
 
 bool Prompt::next(std::string& line) {
-    const std::unique_ptr<char, void (*)(void*)> read(readline(kPrompt), std::free);
+    std::unique_ptr<char, void (*)(void*)> read(nullptr, std::free);
+    do {
+        Interruption::forget();
+        givenUp = false;
+        const TypedControlC typed;
+        read.reset(readline(kPrompt));
+        if (!read) {
+            std::cout << (givenUp ? "^C\n" : "\n") << std::flush;
+        }
+    } while (givenUp);
     if (!read) {
-        std::cout << '\n' << std::flush;
         return false;
     }
     line = read.get();
     if (line.find_first_not_of(" \t") != std::string::npos) {
         add_history(line.c_str());
-        // At once: Ctrl-C ends the process.
+        // At once: a closed terminal ends the process.
         if (!historyFile().empty()) {
             write_history(historyFile().c_str());
         }

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/inscenter/Interruption.h"
+
 namespace inscenter {
 
 /// Where the lines of a shell come from.
@@ -25,8 +27,8 @@ public:
     bool next(std::string& line) override;
 };
 
-/// A prompt on the terminal, with a history that outlives the process (~/.inscenter_history) and completion. One at a
-/// time.
+/// A prompt on the terminal, with a history that outlives the process (~/.inscenter_history) and completion. Ctrl-C
+/// gives up the line that is being typed; Ctrl-D on an empty one is the end. One at a time.
 class Prompt : public LineSource {
 public:
     /// Answers what the word at the end of `line` may become.
@@ -38,6 +40,9 @@ public:
     Prompt& operator=(const Prompt&) = delete;
 
     bool next(std::string& line) override;
+
+private:
+    Interruption interruption_;
 };
 
 }  // namespace inscenter

@@ -1,0 +1,165 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "TemporaryStore.h"
+
+// The tool's program at a terminal of its own.
+
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+constexpr int kRecords = 20000;
+
+/// A process at the other end of a pseudo terminal.
+class Terminal {
+public:
+    Terminal(std::vector<std::string> command, unsigned short columns) {
+        winsize size{};
+        size.ws_col = columns;
+        size.ws_row = 24;
+        process_ = ::forkpty(&descriptor_, nullptr, nullptr, &size);
+        if (process_ == 0) {
+            std::vector<char*> argv;
+            for (std::string& word : command) {
+                argv.push_back(word.data());
+            }
+            argv.push_back(nullptr);
+            ::execvp(argv[0], argv.data());
+            ::_exit(127);
+        }
+    }
+    ~Terminal() {
+        ::close(descriptor_);
+        if (process_ > 0) {
+            ::kill(process_, SIGKILL);
+            ::waitpid(process_, nullptr, 0);
+        }
+    }
+    Terminal(const Terminal&) = delete;
+    Terminal& operator=(const Terminal&) = delete;
+
+    void type(const std::string& keys) {
+        EXPECT_EQ(::write(descriptor_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+    }
+
+    /// What is shown up to and with `text`; everything when the process ends before.
+    std::string readTo(const std::string& text) {
+        std::size_t end = shown_.find(text);
+        while (end == std::string::npos && readMore()) {
+            end = shown_.find(text);
+        }
+        end = end == std::string::npos ? shown_.size() : end + text.size();
+        std::string before = shown_.substr(0, end);
+        shown_.erase(0, end);
+        return before;
+    }
+
+    /// What is shown up to the shell's prompt, when the line editor has begun to read keys: it writes the prompt first.
+    std::string readToPrompt() {
+        const std::string prompt = "inscenter> ";
+        const std::string before = readTo(prompt);
+        termios mode{};
+        while (before.ends_with(prompt) && ::tcgetattr(descriptor_, &mode) == 0 && (mode.c_lflag & ICANON) != 0) {
+            ::usleep(1000);
+        }
+        return before;
+    }
+
+    /// What is shown until the process ends, and its exit code.
+    std::pair<std::string, int> finish() {
+        while (readMore()) {
+        }
+        int status = -1;
+        ::waitpid(process_, &status, 0);
+        process_ = -1;
+        return {shown_, WIFEXITED(status) ? WEXITSTATUS(status) : -1};
+    }
+
+private:
+    bool readMore() {
+        std::array<char, 4096> buffer{};
+        const ssize_t count = ::read(descriptor_, buffer.data(), buffer.size());
+        shown_.append(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        return count > 0;
+    }
+
+    std::string shown_;
+    pid_t process_ = -1;
+    int descriptor_ = -1;
+};
+
+class ToolTerminalTest : public ::testing::Test {
+protected:
+    ToolTerminalTest() {
+        std::ofstream file(day_.path() / "instruments.ndjson");
+        for (int i = 0; i < kRecords; ++i) {
+            file << R"({"market":"SH","code":")" << 600000 + i << R"(","name":"名称"})" << '\n';
+        }
+        ::setenv("HOME", home_.path().c_str(), 1);
+        ::setenv("TERM", "xterm", 1);
+        ::unsetenv("NO_COLOR");
+    }
+
+    Terminal start(const std::vector<std::string>& arguments, unsigned short columns = 80) const {
+        std::vector<std::string> command{PM_INSCENTER, "--data", day_.path()};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        return {command, columns};
+    }
+
+    TemporaryDirectory day_;
+    TemporaryDirectory home_;
+};
+
+TEST_F(ToolTerminalTest, ControlCGivesUpTheLineAndControlDEndsTheShell) {
+    Terminal shell = start({"shell"});
+    shell.readToPrompt();
+    shell.type("has SH600000 SH99");
+    shell.readTo("SH99");
+    shell.type("\x03");
+    shell.readTo("^C");
+    shell.readToPrompt();
+    shell.type("has SH600001\r");
+    EXPECT_THAT(shell.readTo("hasStock"), AllOf(HasSubstr("SH600001"), Not(HasSubstr("SH600000"))));
+    shell.readToPrompt();
+    shell.type("\x04");
+    EXPECT_EQ(shell.finish().second, 0);
+    std::ifstream history(home_.path() / ".inscenter_history");
+    EXPECT_THAT(std::string(std::istreambuf_iterator<char>(history), {}),
+                AllOf(HasSubstr("600001"), Not(HasSubstr("SH99"))));
+}
+
+TEST_F(ToolTerminalTest, ControlCStopsALongAnswer) {
+    Terminal shell = start({"shell"});
+    shell.readToPrompt();
+    shell.type("list --market SH\r");
+    shell.readTo("600100");  // the rest waits to be read
+    shell.type("\x03");
+    const std::string rest = shell.readToPrompt();
+    EXPECT_TRUE(rest.ends_with("stopped\r\ninscenter> ")) << rest.substr(rest.size() - 200);
+    EXPECT_EQ(rest.find("619999"), std::string::npos);
+    shell.type("has SH600001\r");
+    EXPECT_THAT(shell.readTo("hasStock"), HasSubstr("SH600001"));
+    shell.readToPrompt();
+    shell.type("\x04");
+    EXPECT_EQ(shell.finish().second, 0);
+}
+
+}  // namespace

@@ -1,0 +1,32 @@
+#include "tools/inscenter/Interruption.h"
+
+#include <csignal>
+
+namespace inscenter {
+namespace {
+
+volatile std::sig_atomic_t interrupted = 0;
+
+extern "C" void noteInterruption(int /*signal*/) {
+    interrupted = 1;
+}
+
+}  // namespace
+
+Interruption::Interruption() {
+    std::signal(SIGINT, noteInterruption);
+}
+
+Interruption::~Interruption() {
+    std::signal(SIGINT, SIG_DFL);
+}
+
+bool Interruption::happened() {
+    return interrupted != 0;
+}
+
+void Interruption::forget() {
+    interrupted = 0;
+}
+
+}  // namespace inscenter

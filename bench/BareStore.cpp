@@ -28,11 +28,11 @@ std::string_view viewOf(const MDB_val& value) {
 
 }  // namespace
 
-BareStore::BareStore(const std::filesystem::path& directory) {
+BareStore::BareStore(const std::filesystem::path& directory, unsigned flags) {
     std::filesystem::create_directories(directory);
     must(mdb_env_create(&environment_), "create environment");
     must(mdb_env_set_mapsize(environment_, kMapBytes), "set map size");
-    must(mdb_env_open(environment_, directory.c_str(), MDB_NOTLS, kFileMode), "open environment");
+    must(mdb_env_open(environment_, directory.c_str(), MDB_NOTLS | flags, kFileMode), "open environment");
     MDB_txn* transaction = nullptr;
     must(mdb_txn_begin(environment_, nullptr, 0, &transaction), "begin");
     must(mdb_dbi_open(transaction, nullptr, 0, &tree_), "open tree");

@@ -14,7 +14,8 @@ namespace bench {
 /// that fails ends the program.
 class BareStore {
 public:
-    explicit BareStore(const std::filesystem::path& directory);
+    /// `flags` are LMDB's, say for another durability than its default.
+    explicit BareStore(const std::filesystem::path& directory, unsigned flags = 0);
     ~BareStore();
     BareStore(const BareStore&) = delete;
     BareStore& operator=(const BareStore&) = delete;

@@ -30,9 +30,10 @@ constexpr double kUnorderedLoadAtMost = 0.6;
 constexpr double kEtfLoadAtMost = 2;
 constexpr double kFileBytesAtMost = 0.7;
 constexpr double kMemoryAtMost = 0.1;
-/// Above this many records a load takes a second and is repeated a few times only.
-constexpr std::size_t kManyRecords = 100000;
+/// Above this many records a load takes a second and is repeated fewer times.
+constexpr std::size_t kManyRecords = 50000;
 constexpr int kFewRepetitions = 3;
+constexpr int kRepetitions = 7;
 
 /// A persisted center on an empty store of its own.
 struct FreshCenter {
@@ -142,9 +143,7 @@ Series loadSeries(const char* what, const char* who, std::size_t items, double c
     series.manualTime = true;
     series.centerAtMost = centerAtMost;
     series.iterations = 1;
-    if (items > kManyRecords) {
-        series.repetitions = kFewRepetitions;
-    }
+    series.repetitions = items > kManyRecords ? kFewRepetitions : kRepetitions;
     return series;
 }
 

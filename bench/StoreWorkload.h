@@ -107,6 +107,10 @@ private:
     StoredDay day_;
 };
 
+/// Adds what a commit costs: of the store as it is used, and of LMDB for each of its durability settings. The stores
+/// are made where temporary files go at the time; the settings differ on a disk only.
+void addCommits(Suite& suite);
+
 /// Memory of a persisted center against that of an in-memory one for the same day.
 Footprint clientMemory(std::size_t size);
 

@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 #include <malloc.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
@@ -24,6 +25,7 @@ namespace {
 
 struct Options {
     bool quick = false;
+    bool filtered = false;  // only some series are wanted
     std::string json;
     std::vector<std::size_t> sizes;       // of the days of which everything is asked
     std::vector<std::size_t> curveSizes;  // of further days of the in-memory center
@@ -33,10 +35,12 @@ struct Options {
 
 constexpr const char* kUsage =
     "center_bench [--quick] [--json FILE] [--size N]... [options of Google Benchmark]\n"
-    "  --quick      the ratios at 300,000 instruments; no other sizes, no stores of other makes, shorter runs\n"
+    "  --quick      the ratios at 300,000 instruments (store loads: 100,000); no other sizes, no stores of other\n"
+    "               makes, shorter runs\n"
     "  --json FILE  every run, for scripts\n"
     "  --size N     this many instruments instead; may be repeated\n"
-    "  --benchmark_filter=REGEX matches what/who/size/keys/threads, as in 'lookup by text/.*/300000/Zipf/1'\n"
+    "  --benchmark_filter=REGEX matches what/who/size/keys/threads, as in 'lookup by text/.*/300000/Zipf/1';\n"
+    "               latencies beside loads are left out then\n"
     "Stores go beneath $TMPDIR, else to the memory file system.\n";
 
 [[noreturn]] void refuse(const std::string& reason) {
@@ -70,6 +74,7 @@ Options parse(int count, char** arguments) {
             std::cout << kUsage;
             std::exit(0);
         } else {
+            options.filtered = options.filtered || argument.rfind("--benchmark_filter", 0) == 0;
             options.rest.push_back(argument);
         }
     }
@@ -90,7 +95,7 @@ void initializeLibrary(const Options& options) {
         "center_bench", "--benchmark_enable_random_interleaving=true",
         // Many short runs rather than a few long ones: on a shared machine some of them are undisturbed.
         options.quick ? "--benchmark_min_time=0.02" : "--benchmark_min_time=0.03",
-        options.quick ? "--benchmark_repetitions=9" : "--benchmark_repetitions=25"};
+        options.quick ? "--benchmark_repetitions=9" : "--benchmark_repetitions=17"};
     arguments.insert(arguments.end(), options.rest.begin(), options.rest.end());
     std::vector<char*> pointers;
     for (std::string& argument : arguments) {
@@ -101,6 +106,17 @@ void initializeLibrary(const Options& options) {
     if (count > 1) {
         refuse(fmt::format("unknown option {}", pointers[1]));
     }
+}
+
+/// Says what comes next and when.
+void tell(const std::string& step) {
+    static const auto begin = std::chrono::steady_clock::now();
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - begin;
+    std::cerr << fmt::format("{:4.0f} s  {}\n", elapsed.count(), step);
+}
+
+void tell(std::size_t size, const char* step) {
+    tell(fmt::format("{} instruments: {}", size, step));
 }
 
 double heapBytes() {
@@ -188,7 +204,7 @@ bool fits(std::size_t size) {
 }
 
 void measure(std::size_t size, Extent extent, bool quick, Measurements& measured) {
-    std::cerr << fmt::format("{} instruments: making and loading them\n", size);
+    tell(size, "making and loading them");
     const auto workload = std::make_unique<Workload>();
     prepare(*workload, size, extent, measured);
     Suite suite;
@@ -198,23 +214,23 @@ void measure(std::size_t size, Extent extent, bool quick, Measurements& measured
         addMarketLists(suite, *workload);
         addDerivations(suite, *workload, !quick);
     }
-    std::cerr << fmt::format("{} instruments: measuring\n", size);
+    tell(size, "lookups and loads");
     runSuite(suite, measured);
 }
 
-/// Reads and loads take turns, because the process has one store.
-void measureStore(std::size_t size, bool rivals, Measurements& measured) {
-    std::cerr << fmt::format("{} instruments: storing and reading them\n", size);
-    {
-        StoreWorkload workload(size);
-        Suite suite;
-        addStoreReads(suite, workload);
-        if (rivals) {
-            addRivalReads(suite, workload);
-        }
-        runSuite(suite, measured);
+void measureStoreReads(std::size_t size, bool rivals, Measurements& measured) {
+    tell(size, "storing them and reading from the store");
+    StoreWorkload workload(size);
+    Suite suite;
+    addStoreReads(suite, workload);
+    if (rivals) {
+        addRivalReads(suite, workload);
     }
-    malloc_trim(0);
+    runSuite(suite, measured);
+}
+
+void measureStoreLoads(std::size_t size, Measurements& measured) {
+    tell(size, "loads into the store");
     const StoreLoads loads(size);
     Suite suite;
     loads.add(suite);
@@ -243,19 +259,52 @@ void chooseStoreDirectory() {
     }
 }
 
+void measureLatencies(std::size_t size, bool quick, Measurements& measured) {
+    tell(size, "latencies beside loads");
+    const Watch watch = quick ? Watch{0.2, 3, false} : Watch{0.5, 7, true};
+    std::vector<Latency> latencies = measureReloads(size, watch);
+    std::move(latencies.begin(), latencies.end(), std::back_inserter(measured.latencies));
+    malloc_trim(0);
+}
+
+/// Temporary files go to a disk rather than to memory while it lives.
+class OnDisk {
+public:
+    OnDisk() {
+        const char* const directory = std::getenv("TMPDIR");
+        before_ = directory == nullptr ? "/tmp" : directory;
+        ::setenv("TMPDIR", "/var/tmp", 1);
+    }
+    ~OnDisk() { ::setenv("TMPDIR", before_.c_str(), 1); }
+    OnDisk(const OnDisk&) = delete;
+    OnDisk& operator=(const OnDisk&) = delete;
+
+private:
+    std::string before_;
+};
+
+void measureCommits(Measurements& measured) {
+    const OnDisk onDisk;
+    Suite suite;
+    addCommits(suite);
+    runSuite(suite, measured);
+}
+
+/// Writing a whole day unordered takes ten seconds, too long for every day.
+constexpr std::size_t kQuickLoad = 100000;
+
 Measurements measureAll(const Options& options) {
     Measurements measured;
     for (const std::size_t size : options.storeSizes) {
+        tell(size, "memory of both centers");
         measured.footprints.push_back(clientMemory(size));
     }
     for (const std::size_t size : options.sizes) {
         measure(size, Extent::Whole, options.quick, measured);
         malloc_trim(0);
-        std::cerr << fmt::format("{} instruments: latencies beside loads\n", size);
-        const Watch watch = options.quick ? Watch{0.3, 3, false} : Watch{1.0, 7, true};
-        std::vector<Latency> latencies = measureReloads(size, watch);
-        std::move(latencies.begin(), latencies.end(), std::back_inserter(measured.latencies));
-        malloc_trim(0);
+        if (!options.filtered) {
+            measureLatencies(size, options.quick, measured);
+        }
     }
     for (const std::size_t size : options.curveSizes) {
         if (fits(size)) {
@@ -264,10 +313,18 @@ Measurements measureAll(const Options& options) {
         }
     }
     for (const std::size_t size : options.storeSizes) {
-        measureStore(size, !options.quick, measured);
+        // One after the other, because the process has one store.
+        measureStoreReads(size, !options.quick, measured);
+        malloc_trim(0);
+        measureStoreLoads(options.quick ? std::min(size, kQuickLoad) : size, measured);
         malloc_trim(0);
     }
+    tell("loads of ETFs");
     measureEtfLoads(measured);
+    if (!options.quick) {
+        tell("commits");
+        measureCommits(measured);
+    }
     return measured;
 }
 
@@ -277,6 +334,7 @@ int run(int count, char** arguments) {
     const Conditions conditions = conditionsOfNow(options.quick);
     chooseStoreDirectory();
     const Measurements measured = measureAll(options);
+    tell("done");
     printReport(std::cout, measured);
     if (!options.json.empty() && !writeJson(options.json, conditions, measured)) {
         std::cerr << "center_bench: " << options.json << ": cannot be written\n";

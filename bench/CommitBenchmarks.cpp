@@ -1,0 +1,103 @@
+#include <fmt/format.h>
+
+#include <memory>
+#include <utility>
+
+#include "StoreWorkload.h"
+#include "platform/persist/CPersistService.h"
+
+// What it costs to have a transaction on disk.
+
+namespace bench {
+namespace {
+
+constexpr int kRepetitions = 7;
+constexpr int kIterations = 15;
+constexpr std::size_t kBatch = 1000;
+constexpr const char* kDatabase = "commits";
+
+struct Setting {
+    const char* name;
+    unsigned flags;
+};
+constexpr Setting kSettings[] = {
+    {kFloor, 0}, {"LMDB, MDB_NOMETASYNC", MDB_NOMETASYNC}, {"LMDB, MDB_NOSYNC", MDB_NOSYNC}};
+
+/// Documents of ascending keys, and the entries that point to them.
+struct Batch {
+    std::vector<std::string> keys;
+    std::vector<std::string> documents;
+    std::vector<persist::StoreEntry> entries;
+};
+
+std::shared_ptr<const Batch> makeBatch(std::size_t count) {
+    constexpr std::size_t kLeastDay = 1000;
+    const Records records = makeMarketDay(kLeastDay);
+    auto batch = std::make_shared<Batch>();
+    for (std::size_t i = 0; i < count; ++i) {
+        batch->keys.push_back(fmt::format("{:020}", i));
+        records[i]->appendDocument(batch->documents.emplace_back());
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        batch->entries.push_back({batch->keys[i], batch->documents[i]});
+    }
+    return batch;
+}
+
+Series commitSeries(const char* what, const char* who) {
+    Series series;
+    series.what = what;
+    series.who = who;
+    series.repetitions = kRepetitions;
+    series.iterations = kIterations;
+    return series;
+}
+
+struct BareTarget {
+    explicit BareTarget(unsigned flags) : store(directory.path() / kDatabase, flags) {}
+    TemporaryDirectory directory;
+    BareStore store;
+};
+
+void write(BareStore& store, const Batch& batch) {
+    auto next = batch.entries.begin();
+    store.write(false, [&](std::string_view& key, std::string_view& value) {
+        if (next == batch.entries.end()) {
+            return false;
+        }
+        key = next->key;
+        value = next->value;
+        ++next;
+        return true;
+    });
+}
+
+void addBatch(Suite& suite, const char* what, const std::shared_ptr<TemporaryStore>& store, std::size_t count) {
+    const std::shared_ptr<const Batch> batch = makeBatch(count);
+    suite.add(commitSeries(what, kCenter), [store, batch](benchmark::State& state) {
+        TemporaryStore::service().initDb(kDatabase, false);
+        for (auto _ : state) {
+            if (!TemporaryStore::service().writeDocuments(kDatabase, batch->entries, false)) {
+                state.SkipWithError("a write failed");
+            }
+        }
+    });
+    for (const Setting& setting : kSettings) {
+        const auto target = std::make_shared<BareTarget>(setting.flags);
+        suite.add(commitSeries(what, setting.name), [target, batch](benchmark::State& state) {
+            for (auto _ : state) {
+                write(target->store, *batch);
+            }
+        });
+    }
+}
+
+}  // namespace
+
+void addCommits(Suite& suite) {
+    const auto store = std::make_shared<TemporaryStore>();
+    addBatch(suite, "commit of one document", store, 1);
+    addBatch(suite, "commit of 1,000 documents", store, kBatch);
+}
+
+}  // namespace bench

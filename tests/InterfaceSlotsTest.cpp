@@ -36,10 +36,10 @@ std::size_t slotOf(Operation operation) {
 template <class Result, class... Arguments>
 using Operation = Result (IInstrumentCenter::*)(Arguments...);
 
-TEST(InterfaceSlots, StandInTheFixedOrder) {
-    using I = IInstrumentCenter;
-    std::vector<std::size_t> slots;
-    const auto add = [&](auto operation) { slots.push_back(slotOf(operation)); };
+using I = IInstrumentCenter;
+
+template <class Add>
+void addLoadsAndPredicates(const Add& add) {
     add(Operation<void, const std::vector<std::string>&, const All<CInstrumentDetail>&>(&I::initInstruments));
     add(Operation<void, const All<CETFDetail>&>(&I::initEtfs));
     add(Operation<void, const ByKey<CBondInfoDetail>&>(&I::initBonds));
@@ -59,6 +59,10 @@ TEST(InterfaceSlots, StandInTheFixedOrder) {
           &I::hasOuterFuture, &I::hasOuterStock}) {
         add(predicate);
     }
+}
+
+template <class Add>
+void addInstrumentQuestions(const Add& add) {
     add(Operation<boost::shared_ptr<CInstrumentDetail>, std::uint64_t>(&I::getInstrument));
     add(Operation<boost::shared_ptr<CInstrumentDetail>, Text>(&I::getInstrument));
     add(Operation<boost::shared_ptr<CInstrumentDetail>, Text, Text>(&I::getInstrument));
@@ -78,6 +82,10 @@ TEST(InterfaceSlots, StandInTheFixedOrder) {
     add(Operation<std::string, Text>(&I::getProductName));
     add(&I::getDceCrossProduct);
     add(&I::getDceCrossPeriod);
+}
+
+template <class Add>
+void addOtherQuestions(const Add& add) {
     add(Operation<boost::shared_ptr<CETFDetail>, Text>(&I::getEtf));
     add(Operation<boost::shared_ptr<CETFDetail>, Text, Text>(&I::getEtf));
     add(Operation<ByKey<CETFDetail>>(&I::getEtfs));
@@ -104,6 +112,14 @@ TEST(InterfaceSlots, StandInTheFixedOrder) {
     add(&I::isCommodityProduct);
     add(&I::isInterestProduct);
     add(&I::clearPersist);
+}
+
+TEST(InterfaceSlots, StandInTheFixedOrder) {
+    std::vector<std::size_t> slots;
+    const auto add = [&](auto operation) { slots.push_back(slotOf(operation)); };
+    addLoadsAndPredicates(add);
+    addInstrumentQuestions(add);
+    addOtherQuestions(add);
     ASSERT_EQ(slots.size(), 73U);
     for (std::size_t i = 0; i < slots.size(); ++i) {
         EXPECT_EQ(slots[i], i);

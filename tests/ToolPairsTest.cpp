@@ -19,6 +19,7 @@ using ::testing::AllOf;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::SizeIs;
 using ::testing::StartsWith;
@@ -107,6 +108,10 @@ TEST_F(ToolPairsTest, DiffSaysWhatItCannotUse) {
     EXPECT_EQ(run({"diff", day_.path(), later_.path(), "--data", day_.path()}).code, 2);
     writeLater("instruments2.ndjson", "{\n");
     EXPECT_EQ(diff().code, 3);
+    ASSERT_EQ(askClient({"summary"}).code, 0);
+    const Result store = run({"summary", "--data", store_.path() / "db"});
+    EXPECT_EQ(store.code, 2);
+    EXPECT_THAT(linesOf(store.err), ElementsAre(HasSubstr("db: is a store, not a snapshot")));
 }
 
 TEST_F(ToolPairsTest, TourShowsWhatEachCenterKeepsOfEveryCatalogue) {
@@ -161,6 +166,14 @@ TEST_F(ToolPairsTest, ReportHoldsTheDayAsJsonThatNoRecordCanEnd) {
     EXPECT_EQ(tables.count("changes"), 0U);
     EXPECT_THAT(tablesOf({"--against", later_.path()})["changes"],
                 ElementsAre(StartsWith(R"(["listed","instruments","SH600009",)")));
+    // The store holds what the day had, and is open for the center that answers here.
+    ASSERT_EQ(askClient({"summary"}).code, 0);
+    write("instruments3.ndjson", R"({"market":"HK","code":"00009","name":"九"})");
+    const std::string store = store_.path() / "db";
+    EXPECT_THAT(tablesOf({"--against", store})["changes"],
+                ElementsAre(StartsWith(R"(["listed","instruments","HK00009",)")));
+    EXPECT_THAT(tablesOf({"--against", store, "--center", "client", "--store", store})["changes"], SizeIs(1));
+    EXPECT_THAT(tablesOf({"--against", store})["changes"], IsEmpty());
     EXPECT_EQ(ask({"report"}).code, 2);
     const Result unwritable = ask({"report", "--html", later_.path() / "no/day.html"});
     EXPECT_EQ(unwritable.code, 2);

@@ -62,10 +62,9 @@ boost::shared_ptr<IData> copyOf(const Record& record) {
     return boost::make_shared<Record>(record);
 }
 
-const RecordType& instrumentTable() {
+void addInstrumentTexts(Table<CInstrumentDetail>& table) {
     using R = CInstrumentDetail;
-    return Table<R>()
-        .field("market", &R::market)
+    table.field("market", &R::market)
         .field("code", &R::code)
         .field("name", &R::name)
         .field("platformCode", &R::platformCode)
@@ -86,8 +85,12 @@ const RecordType& instrumentTable() {
         .field("startDeliveryDate", &R::startDeliveryDate)
         .field("endDeliveryDate", &R::endDeliveryDate)
         .field("exerciseDate", &R::exerciseDate)
-        .field("tradingDay", &R::tradingDay)
-        .field("mainContractFlag", &R::mainContractFlag)
+        .field("tradingDay", &R::tradingDay);
+}
+
+void addInstrumentNumbers(Table<CInstrumentDetail>& table) {
+    using R = CInstrumentDetail;
+    table.field("mainContractFlag", &R::mainContractFlag)
         .field("issueState", &R::issueState)
         .field("securityClass", &R::securityClass)
         .field("connectFlagValue", &R::connectFlagValue)
@@ -109,8 +112,12 @@ const RecordType& instrumentTable() {
         .field("minMarketOrderVolume", &R::minMarketOrderVolume)
         .field("maxMarketOrderVolume", &R::maxMarketOrderVolume)
         .field("orderVolumeStep", &R::orderVolumeStep)
-        .field("pricePrecision", &R::pricePrecision)
-        .field("priceTick", &R::priceTick)
+        .field("pricePrecision", &R::pricePrecision);
+}
+
+void addInstrumentAmounts(Table<CInstrumentDetail>& table) {
+    using R = CInstrumentDetail;
+    table.field("priceTick", &R::priceTick)
         .field("preClosePrice", &R::preClosePrice)
         .field("preSettlementPrice", &R::preSettlementPrice)
         .field("upperLimitPrice", &R::upperLimitPrice)
@@ -126,8 +133,15 @@ const RecordType& instrumentTable() {
         .field("totalShares", &R::totalShares)
         .field("floatShares", &R::floatShares)
         .field("preOpenInterest", &R::preOpenInterest)
-        .field("preVolume", &R::preVolume)
-        .named("CInstrumentDetail", "platformCode");
+        .field("preVolume", &R::preVolume);
+}
+
+const RecordType& instrumentTable() {
+    Table<CInstrumentDetail> table;
+    addInstrumentTexts(table);
+    addInstrumentNumbers(table);
+    addInstrumentAmounts(table);
+    return table.named("CInstrumentDetail", "platformCode");
 }
 
 const RecordType& componentTable() {

@@ -149,7 +149,7 @@ private:
                 sub->add_option("--html", command_.query.page, "File to write")->type_name("FILE")->required();
                 if (place_ == Place::CommandLine) {
                     sub->add_option("--against", command_.query.against,
-                                    "Snapshot of another day, to show what changed since")
+                                    "Snapshot or store of another day, to show what changed\nsince")
                         ->type_name("OLD");
                 }
                 break;

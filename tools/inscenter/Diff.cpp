@@ -18,21 +18,6 @@
 namespace inscenter {
 namespace {
 
-/// One of the two days.
-struct Side {
-    Snapshot records;
-    std::size_t skipped = 0;
-    bool store = false;
-};
-
-Side readSide(const std::string& path, Console& console) {
-    Side side;
-    side.store = looksLikeStore(path);
-    side.skipped = side.store ? readStoredSnapshot(path, side.records, console)
-                              : readSnapshot(path, side.records, console).skipped;
-    return side;
-}
-
 Tone toneOf(ChangeKind kind) {
     return kind == ChangeKind::Listed ? Tone::Good : kind == ChangeKind::Delisted ? Tone::Bad : Tone::Changed;
 }
@@ -77,6 +62,24 @@ std::vector<std::string> ignoredFields(const std::string& text) {
 
 }  // namespace
 
+Side readSide(const std::string& path, Console& console) {
+    Side side;
+    side.store = looksLikeStore(path);
+    side.skipped = side.store ? readStoredSnapshot(path, side.records, console)
+                              : readSnapshot(path, side.records, console).skipped;
+    return side;
+}
+
+Comparison compareSides(const Side& before, const Side& after, const std::vector<std::string>& ignored,
+                        Console& console) {
+    if (before.store == after.store) {
+        return {changesBetween(before.records, after.records, ignored), ""};
+    }
+    const Snapshot stored = storedForm(before.store ? after.records : before.records, console);
+    return {changesBetween(before.store ? before.records : stored, after.store ? after.records : stored, ignored),
+            "Compared as a store keeps it: instruments, ETFs, interbank bonds and OTC fund plans."};
+}
+
 Table changeTable(const Changes& changes) {
     Table table{{"change", "catalogue", "key", "name", "field", "old", "new"}, {}};
     const auto add = [&](const Change& change, Cell field, Cell before, Cell after) {
@@ -113,14 +116,12 @@ Table changeCountTable(const Changes& changes) {
 
 bool showDiff(const DiffQuery& query, Output& output, Console& console) {
     const std::vector<std::string> ignored = ignoredFields(query.ignored);
-    Side before = readSide(query.before, console);
-    Side after = readSide(query.after, console);
-    if (before.store != after.store) {
-        Side& snapshot = before.store ? after : before;
-        snapshot.records = storedForm(snapshot.records, console);
-        output.note("Compared as a store keeps it: instruments, ETFs, interbank bonds and OTC fund plans.");
+    const Side before = readSide(query.before, console);
+    const Side after = readSide(query.after, console);
+    const auto [changes, note] = compareSides(before, after, ignored, console);
+    if (*note != '\0') {
+        output.note(note);
     }
-    const Changes changes = changesBetween(before.records, after.records, ignored);
     if (output.format() == Format::Table) {
         output.table(changeCountTable(changes), "neither has any record");
         output.note("");

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
 #include "tools/inscenter/Changes.h"
 #include "tools/inscenter/Console.h"
 #include "tools/inscenter/Output.h"
+#include "tools/inscenter/Snapshot.h"
 
 namespace inscenter {
 
@@ -14,6 +16,27 @@ Table changeTable(const Changes& changes);
 /// How many records of each catalogue were listed, delisted, changed and left alone.
 Table changeCountTable(const Changes& changes);
 
+/// One of two days to compare.
+struct Side {
+    Snapshot records;
+    std::size_t skipped = 0;  ///< lines, files and documents that were passed over
+    bool store = false;
+};
+
+/// Reads a day from a snapshot's directory, "-" for standard input, or from a store. Throws UnreadableInput when it
+/// cannot be read at all.
+Side readSide(const std::string& path, Console& console);
+
+struct Comparison {
+    Changes changes;
+    const char* note;  ///< for people, on what was compared; empty when that was everything
+};
+
+/// Where one side is a store and the other is not, that one is compared in the form in which it would be stored, and
+/// catalogues that stores do not keep are left out. `ignored` fields make no change.
+Comparison compareSides(const Side& before, const Side& after, const std::vector<std::string>& ignored,
+                        Console& console);
+
 /// What is compared with what.
 struct DiffQuery {
     std::string before;  ///< a snapshot's directory, "-" for standard input, or a store's
@@ -21,9 +44,8 @@ struct DiffQuery {
     std::string ignored;  ///< field names separated by commas
 };
 
-/// Writes what was listed, delisted and changed. Where one side is a store and the other is not, that one is compared
-/// in the form in which it would be stored, and catalogues that stores do not keep are left out. Answers whether both
-/// sides were read whole. Throws UnreadableInput when a side cannot be read at all.
+/// Writes what was listed, delisted and changed. Answers whether both sides were read whole. Throws UnreadableInput
+/// when a side cannot be read at all.
 bool showDiff(const DiffQuery& query, Output& output, Console& console);
 
 }  // namespace inscenter

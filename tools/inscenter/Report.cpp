@@ -225,10 +225,11 @@ void addTables(Session& session, Page& page) {
     mxservice::IInstrumentCenter& center = session.center;
     const Table markets = marketTable(session);
     page.add({"markets", "Markets", "", "instruments/filed", true}, markets);
-    if (session.day.changes) {
-        page.add({"changecounts", "Changes by catalogue", "", "", true}, changeCountTable(*session.day.changes));
-        page.add({"changes", "Changes", "Since the other day, without the trading day itself.", "", false},
-                 changeTable(*session.day.changes));
+    if (const auto& comparison = session.day.comparison) {
+        const std::string note =
+            fmt::format("Since the other day, without the trading day itself. {}", comparison->note);
+        page.add({"changecounts", "Changes by catalogue", "", "", true}, changeCountTable(comparison->changes));
+        page.add({"changes", "Changes", note.c_str(), "", false}, changeTable(comparison->changes));
     }
     page.add({"instruments", "Instruments",
               "Of several words all must occur, in any column; market=SH asks for a whole cell.", "", false},

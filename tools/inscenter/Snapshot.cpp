@@ -13,6 +13,7 @@
 #include "tools/inscenter/CsvRecordReader.h"
 #include "tools/inscenter/JsonRecordReader.h"
 #include "tools/inscenter/LineReader.h"
+#include "tools/inscenter/StoreDirectory.h"
 
 namespace inscenter {
 namespace {
@@ -202,6 +203,7 @@ std::vector<CatalogueFile> listFiles(const std::filesystem::path& directory, Con
     }
     std::sort(paths.begin(), paths.end());
     std::vector<CatalogueFile> files;
+    std::vector<std::filesystem::path> others;
     for (const std::filesystem::path& path : paths) {
         const std::string name = path.filename().string();
         const auto found = std::find_if(kKinds.begin(), kKinds.end(),
@@ -210,10 +212,18 @@ std::vector<CatalogueFile> listFiles(const std::filesystem::path& directory, Con
         if (found != kKinds.end() && (json || name.ends_with(".csv"))) {
             files.push_back({path, static_cast<std::size_t>(found - kKinds.begin()), json ? Form::Json : Form::Csv});
         } else if (!isIgnoredSilently(name)) {
-            console.message(fmt::format("{}: no catalogue file, skipped", path.string()));
-            ++skipped;
+            others.push_back(path);
         }
     }
+    if (files.empty() && looksLikeStore(directory)) {
+        throw UnreadableInput(
+            fmt::format("{}: is a store, not a snapshot; the commands \"store\" look into it, and \"diff\" compares it",
+                        directory.string()));
+    }
+    for (const std::filesystem::path& path : others) {
+        console.message(fmt::format("{}: no catalogue file, skipped", path.string()));
+    }
+    skipped += others.size();
     return files;
 }
 

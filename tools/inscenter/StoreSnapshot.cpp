@@ -38,7 +38,7 @@ std::optional<Catalogue> catalogueOf(const DatabaseDirectory& directory) {
                                             : Catalogue::Instruments;
 }
 
-/// A store of its own, gone with the object.
+/// A store of its own, gone with the object; the process's own is back then.
 class ScratchStore {
 public:
     ScratchStore() {
@@ -50,7 +50,7 @@ public:
         persist::CPersistService::instance()->setRootPath(root_);
     }
     ~ScratchStore() {
-        close();
+        persist::CPersistService::instance()->setRootPath(before_);
         std::error_code ignored;
         fs::remove_all(root_, ignored);
     }
@@ -61,6 +61,7 @@ public:
     const std::string& root() const { return root_; }
 
 private:
+    const std::string before_ = persist::CPersistService::instance()->rootPath();
     std::string root_;
 };
 

@@ -78,16 +78,16 @@ private:
 /// Reads the snapshot into the center and lets go of its records: from here on the center alone holds them.
 Day loadDay(const Command& command, mxservice::IInstrumentCenter& center, Console& console) {
     Day day;
-    Snapshot snapshot;
-    day.read = readSnapshot(command.data, snapshot, console);
+    Side today;
+    day.read = readSnapshot(command.data, today.records, console);
     if (!command.query.against.empty()) {
-        Snapshot before;
-        day.read.skipped += readSnapshot(command.query.against, before, console).skipped;
+        const Side before = readSide(command.query.against, console);
+        day.read.skipped += before.skipped;
         // Before the load, which changes records. The day that a record describes differs in all of them.
-        day.changes = changesBetween(before, snapshot, {"tradingDay", "tradingday"});
+        day.comparison = compareSides(before, today, {"tradingDay", "tradingday"}, console);
     }
-    day.markets = marketsOf(snapshot);
-    day.steps = load(center, snapshot, console);
+    day.markets = marketsOf(today.records);
+    day.steps = load(center, today.records, console);
     return day;
 }
 

@@ -9,8 +9,8 @@
 
 #include "base/instrumentcenter/IInstrumentCenter.h"
 #include "tools/inscenter/Center.h"
-#include "tools/inscenter/Changes.h"
 #include "tools/inscenter/Console.h"
+#include "tools/inscenter/Diff.h"
 #include "tools/inscenter/Output.h"
 #include "tools/inscenter/RecordSelection.h"
 #include "tools/inscenter/Snapshot.h"
@@ -22,7 +22,7 @@ struct Day {
     std::vector<std::pair<std::string, std::size_t>> markets;  ///< as the records name them
     ReadReport read;
     std::vector<LoadStep> steps;
-    std::optional<Changes> changes;  ///< since the day that the query names
+    std::optional<Comparison> comparison;  ///< with the day that the query names
 };
 
 /// What a verb is asked.
@@ -35,7 +35,7 @@ struct Query {
     std::string text;                  ///< to look for
     std::optional<std::size_t> limit;  ///< of what is found
     std::string page;                  ///< file to write
-    std::string against;               ///< snapshot of another day
+    std::string against;               ///< snapshot or store of another day
     RecordSelection selection;         ///< of verbs that list records
 };
 

@@ -8,7 +8,7 @@ function(pm_target_defaults target)
     # builds with the thread sanitizer.
     "$<$<CXX_COMPILER_ID:GNU>:-Wno-restrict;-Wno-tsan>")
   # Behind a sanitizer's checks GCC loses sight of what is initialized, in std::regex among others.
-  if(CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+  if(CMAKE_CXX_FLAGS MATCHES "-fsanitize" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(${target} PRIVATE -Wno-maybe-uninitialized)
   endif()
   if(PM_WARNINGS_AS_ERRORS)

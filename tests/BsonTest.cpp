@@ -128,6 +128,16 @@ TEST(BSONObj, JsonOfBytesThatAreNotUtf8IsStillGiven) {
     builder.append("name", "\xC6\xBD\xB0\xB2").append("code", "000001");
     const std::string json = builder.obj().toJson();
     EXPECT_NE(json.find("000001"), std::string::npos) << json;
+
+    // Forms that only other programs write: a symbol, code and a pattern with its options.
+    const std::string elements(
+        "\x0Es\0\2\0\0\0\xC6\0\x0D"
+        "c\0\2\0\0\0\xBD\0\x0Bp\0\xB0\0\xB2\0",
+        25);
+    const std::string foreign = std::string("\x1E\0\0\0", 4) + elements + '\0';
+    const BSONObj read = BSONObj::fromBytes(foreign.data(), foreign.size());
+    EXPECT_EQ(read.fieldNames().size(), 3U);
+    EXPECT_NE(read.toJson().find("$symbol"), std::string::npos) << read.toJson();
 }
 
 /// Whether libbson walks to the end of the document and of everything nested in it.

@@ -69,10 +69,21 @@ void sanitise(char* document, std::size_t size) {
     ElementCursor cursor(document, size);
     for (Element element; cursor.next(element);) {
         replaceInvalidUtf8(writable(element.name.data()), element.name.size());
-        if (element.isText()) {
-            replaceInvalidUtf8(writable(element.text().data()), element.text().size());
-        } else if (element.type == ElementType::Document || element.type == ElementType::Array) {
-            sanitise(writable(element.value), element.valueSize);
+        switch (element.type) {
+            case ElementType::Text:
+            case ElementType::Code:
+            case ElementType::Symbol:
+                replaceInvalidUtf8(writable(element.text().data()), element.text().size());
+                break;
+            case ElementType::Regex:  // two texts, each with its NUL
+                replaceInvalidUtf8(writable(element.value), element.valueSize);
+                break;
+            case ElementType::Document:
+            case ElementType::Array:
+                sanitise(writable(element.value), element.valueSize);
+                break;
+            default:
+                break;
         }
     }
 }

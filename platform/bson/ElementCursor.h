@@ -9,13 +9,16 @@
 
 namespace bson {
 
-/// Element types of bsonspec.org that the platform writes or converts.
+/// Element types of bsonspec.org that the platform writes, converts or prints.
 enum class ElementType : std::uint8_t {
     Double = 0x01,
     Text = 0x02,
     Document = 0x03,
     Array = 0x04,
     Bool = 0x08,
+    Regex = 0x0B,
+    Code = 0x0D,    // laid out as a text
+    Symbol = 0x0E,  // laid out as a text
     Int32 = 0x10,
     Int64 = 0x12,
 };

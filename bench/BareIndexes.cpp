@@ -50,16 +50,6 @@ void fill(BareIndexes& indexes, const Records& records) {
     fillKeyed(indexes, records);
 }
 
-GroupedRecords group(const Records& records) {
-    GroupedRecords grouped;
-    Keyer keys;
-    for (const InstrumentPtr& record : records) {
-        keys.take(*record);
-        grouped[keys.market()][keys.stock()] = record;
-    }
-    return grouped;
-}
-
 void fill(NodeRival& rival, const Records& records) {
     fillKeyed(rival, records);
 }

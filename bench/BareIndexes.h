@@ -6,7 +6,6 @@
 
 #include <array>
 #include <cstring>
-#include <map>
 #include <mutex>
 #include <shared_mutex>
 #include <string>
@@ -56,10 +55,6 @@ inline std::uint64_t foldedHash(std::string_view text) {
 
 /// Hashes and inserts the records in their order into containers reserved for them.
 void fill(BareIndexes& indexes, const Records& records);
-
-/// Records by stock key by market key, as the steps of a load receive them.
-using GroupedRecords = std::map<std::uint64_t, std::map<std::uint64_t, InstrumentPtr>>;
-GroupedRecords group(const Records& records);
 
 /// Both indexes in node containers behind one lock.
 struct NodeRival {

@@ -1,4 +1,6 @@
-#include <functional>
+#include <algorithm>
+#include <array>
+#include <chrono>
 #include <list>
 #include <map>
 #include <memory>
@@ -7,6 +9,7 @@
 
 #include "Timing.h"
 #include "Workload.h"
+#include "base/instrumentcenter/catalogue/LoadLedger.h"
 
 // Questions about whole markets, and loads.
 
@@ -48,43 +51,42 @@ Series loadSeries(const char* who, const Workload& workload) {
     return series;
 }
 
-/// The center with the steps of its load within reach.
-struct SteppedCenter : mxservice::CServerInstrumentCenter {
-    SteppedCenter() : CServerInstrumentCenter("bench") {}
+constexpr std::array kDerivations{mxservice::kMainsStep,      mxservice::kProductsStep, mxservice::kSpreadsStep,
+                                  mxservice::kStockCodesStep, mxservice::kNeeqStep,     mxservice::kOptionsStep};
 
-    using Step = std::function<void(SteppedCenter&, const GroupedRecords&)>;
+using Center = mxservice::CServerInstrumentCenter;
 
-    static const std::vector<std::pair<const char*, Step>>& derivations() {
-        using Center = SteppedCenter;
-        using Grouped = GroupedRecords;
-        static const std::vector<std::pair<const char*, Step>> steps{
-            {"main contracts", [](Center& center, const Grouped& grouped) { center.createFutureMainDatas(grouped); }},
-            {"products", [](Center& center, const Grouped& grouped) { center.createFutureProdcutDatas(grouped); }},
-            {"Dalian spreads", [](Center& center, const Grouped& grouped) { center.createFutureDceDatas(grouped); }},
-            {"stock code sets",
-             [](Center& center, const Grouped& grouped) { center.createStockCodes(kLoadedMarkets, grouped); }},
-            {"NEEQ inquiry set", [](Center& center, const Grouped& grouped) { center.createNeeqCodes(grouped); }},
-            {"option underlyings",
-             [](Center& center, const Grouped& grouped) { center.createStkOptionCodes(grouped); }}};
-        return steps;
+std::unique_ptr<Center> freshCenter() {
+    return std::make_unique<Center>("bench");
+}
+
+/// What the steps that `wanted` accepts took of the load that `center` ended last, in seconds.
+template <class Wanted>
+double secondsOf(const Center& center, const Wanted& wanted) {
+    std::chrono::duration<double> time{};
+    for (const mxservice::LoadStep& step : center.statistics().lastLoad.steps) {
+        time += wanted(step.name) ? step.time : std::chrono::nanoseconds();
     }
-};
+    return time.count();
+}
 
-/// Adds what one derivation takes of a load, or all of them together.
-void addDerivation(Suite& suite, Workload& workload, const std::shared_ptr<const GroupedRecords>& grouped,
-                   const std::string& name, const SteppedCenter::Step& step, double shareAtMost) {
+/// Adds what one derivation takes within a load, or all of them together.
+template <class Wanted>
+void addDerivation(Suite& suite, Workload& workload, const std::string& name, const Wanted& wanted,
+                   double shareAtMost) {
+    const Records* const records = &workload.records;
     Series series = loadSeries(kCenter, workload);
     series.what = "derive " + name;
     series.repetitions = kFewRepetitions;
     series.iterations = 1;
-    suite.add(series, timeLoads([] { return std::make_unique<SteppedCenter>(); },
-                                [grouped, step](SteppedCenter& center) { step(center, *grouped); }));
+    suite.add(series, timeLoadsBy(freshCenter, [records, wanted](Center& center) {
+                  center.initInstruments(kLoadedMarkets, *records);
+                  return secondsOf(center, wanted);
+              }));
     series.who = "the whole load";
     series.centerAtMost = shareAtMost;
-    const Records* const records = &workload.records;
     suite.add(series,
-              timeLoads([] { return std::make_unique<SteppedCenter>(); },
-                        [records](SteppedCenter& center) { center.initInstruments(kLoadedMarkets, *records); }));
+              timeLoads(freshCenter, [records](Center& center) { center.initInstruments(kLoadedMarkets, *records); }));
 }
 
 }  // namespace
@@ -126,10 +128,7 @@ void addMarketLists(Suite& suite, Workload& workload) {
 void addLoads(Suite& suite, Workload& workload, Extent extent) {
     const Records* const records = &workload.records;
     suite.add(loadSeries(kCenter, workload),
-              timeLoads([] { return std::make_unique<mxservice::CServerInstrumentCenter>("bench"); },
-                        [records](mxservice::CServerInstrumentCenter& center) {
-                            center.initInstruments(kLoadedMarkets, *records);
-                        }));
+              timeLoads(freshCenter, [records](Center& center) { center.initInstruments(kLoadedMarkets, *records); }));
     Series floor = loadSeries(kFloor, workload);
     floor.centerAtMost = extent == Extent::Whole ? kLoadAtMost : 0;
     suite.add(floor, timeLoads([] { return std::make_unique<BareIndexes>(); },
@@ -138,18 +137,16 @@ void addLoads(Suite& suite, Workload& workload, Extent extent) {
 
 void addDerivations(Suite& suite, Workload& workload, bool each) {
     constexpr double kAllAtMost = 0.2;
-    const auto grouped = std::make_shared<const GroupedRecords>(group(workload.records));
     if (each) {
-        for (const auto& [name, step] : SteppedCenter::derivations()) {
-            addDerivation(suite, workload, grouped, name, step, 0);
+        for (const char* const derivation : kDerivations) {
+            addDerivation(
+                suite, workload, derivation, [derivation](const std::string& step) { return step == derivation; }, 0);
         }
     }
     addDerivation(
-        suite, workload, grouped, "everything",
-        [](SteppedCenter& center, const GroupedRecords& records) {
-            for (const auto& [name, step] : SteppedCenter::derivations()) {
-                step(center, records);
-            }
+        suite, workload, "everything",
+        [](const std::string& step) {
+            return std::find(kDerivations.begin(), kDerivations.end(), step) != kDerivations.end();
         },
         kAllAtMost);
 }

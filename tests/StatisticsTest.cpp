@@ -66,6 +66,12 @@ TYPED_TEST(Statistics, ALoadAccountsForEveryRecord) {
     EXPECT_EQ(statistics.lastLoad.records, 9U);
     EXPECT_EQ(statistics.lastLoad.empty, 1U);
     EXPECT_EQ(statistics.lastLoad.waiting, 0U);
+    std::chrono::nanoseconds inSteps{};
+    for (const LoadStep& step : statistics.lastLoad.steps) {
+        inSteps += step.time;
+    }
+    EXPECT_GT(inSteps.count(), 0);
+    EXPECT_LE(inSteps, statistics.lastLoad.time) << "steps are parts of the load";
     EXPECT_EQ(statistics.markets.size(), 2U);
     EXPECT_THAT(statistics.failedWrites, IsEmpty());
     EXPECT_EQ(keysIn(statistics, "market by key"), 5U);

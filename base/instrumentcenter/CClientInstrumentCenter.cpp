@@ -147,21 +147,24 @@ void CClientInstrumentCenter::doInitInstruments(const std::vector<std::string>& 
                                                 const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) {
     const Stopwatch watch;
     LoadReport report = reportOn(instruments);
+    StepWatch steps;
     {
         Replacement replacement(client_->replaced);
         forgetMarkets(markets, replacement);
-        loadInstruments(markets, instruments, replacement);
+        loadInstruments(markets, instruments, replacement, steps);
     }
+    steps.done(kReleaseStep);
+    report.steps = steps.take();
     if (instruments.size() >= kLargeLoad) {
         utils::releaseFreeMemory();
     }
     report.time = watch.elapsed();
-    state().loads.write()->finish(report);
+    state().loads.write()->finish(std::move(report));
 }
 
 void CClientInstrumentCenter::loadInstruments(const std::vector<std::string>& markets,
                                               const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
-                                              Replacement& replacement) {
+                                              Replacement& replacement, StepWatch& steps) {
     GroupedSnapshot datas;
     ConnectListings listings;
     doProcessInstrument(instruments, datas, listings);
@@ -179,15 +182,24 @@ void CClientInstrumentCenter::loadInstruments(const std::vector<std::string>& ma
         state().loads.write()->noteRestored(marketKey(market::kShanghai), shanghaiExtra.size());
     }
     combineConnectFlags(datas, listings);
+    steps.done(kGroupingStep);
     writeMarkets(datas, "", replacement);
     replacement.dropRest();
+    steps.done(kFilingStep);
     createFutureMainDatas(datas);
+    steps.done(kMainsStep);
     createFutureProdcutDatas(datas);
+    steps.done(kProductsStep);
     createFutureDceDatas(datas);
+    steps.done(kSpreadsStep);
     createStockCodes(markets, datas);
+    steps.done(kStockCodesStep);
     createNeeqCodes(datas);
+    steps.done(kNeeqStep);
     createStkOptionCodes(datas);
+    steps.done(kOptionsStep);
     createOutterProductDatas(datas);
+    steps.done(kOuterStep);
 }
 
 void CClientInstrumentCenter::doProcessInstrument(

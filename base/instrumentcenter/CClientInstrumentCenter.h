@@ -21,6 +21,7 @@
 namespace mxservice {
 
 class Replacement;
+class StepWatch;
 struct ClientState;
 
 /// The center of client processes: records live in the local store (persist::CPersistService, whose root path the host
@@ -213,8 +214,8 @@ private:
     /// The records that getInstrument answers for the keys.
     std::vector<boost::shared_ptr<CInstrumentDetail>> recordsOf(const std::vector<uint64>& keys);
     void loadInstruments(const std::vector<std::string>& markets,
-                         const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
-                         Replacement& replacement);
+                         const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments, Replacement& replacement,
+                         StepWatch& steps);
     /// Unfiles the keys of whole markets and leaves dropping their documents to `replacement`.
     void forgetMarkets(const std::vector<std::string>& markets, Replacement& replacement);
     /// createExchangeDatas; databases of `replacement` are emptied in the step that writes them.

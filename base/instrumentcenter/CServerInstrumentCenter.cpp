@@ -62,26 +62,39 @@ void CServerInstrumentCenter::doInitInstruments(const std::vector<std::string>& 
             report.waiting = report.records - report.empty - report.foreign;
         }
         report.time = watch.elapsed();
-        state().loads.write()->finish(report);
+        state().loads.write()->finish(std::move(report));
         return;
     }
-    GroupedSnapshot grouped;
-    ConnectListings listings;
-    const ReceivedByMarket received = groupRecords(instruments, grouped, listings);
-    state().loads.write()->receive(received);
-    markConnectEligibility(grouped, listings);
-    createExchangeDatas(grouped);
-    createFutureMainDatas(grouped);
-    createFutureProdcutDatas(grouped);
-    createFutureDceDatas(grouped);
-    createStockCodes(markets, grouped);
-    createNeeqCodes(grouped);
-    createStkOptionCodes(grouped);
-    for (auto& [market, group] : grouped) {
-        releaseAhead(group);
+    StepWatch steps;
+    {
+        GroupedSnapshot grouped;
+        ConnectListings listings;
+        const ReceivedByMarket received = groupRecords(instruments, grouped, listings);
+        state().loads.write()->receive(received);
+        markConnectEligibility(grouped, listings);
+        steps.done(kGroupingStep);
+        createExchangeDatas(grouped);
+        steps.done(kFilingStep);
+        createFutureMainDatas(grouped);
+        steps.done(kMainsStep);
+        createFutureProdcutDatas(grouped);
+        steps.done(kProductsStep);
+        createFutureDceDatas(grouped);
+        steps.done(kSpreadsStep);
+        createStockCodes(markets, grouped);
+        steps.done(kStockCodesStep);
+        createNeeqCodes(grouped);
+        steps.done(kNeeqStep);
+        createStkOptionCodes(grouped);
+        steps.done(kOptionsStep);
+        for (auto& [market, group] : grouped) {
+            releaseAhead(group);
+        }
     }
+    steps.done(kReleaseStep);
+    report.steps = steps.take();
     report.time = watch.elapsed();
-    state().loads.write()->finish(report);
+    state().loads.write()->finish(std::move(report));
 }
 
 void CServerInstrumentCenter::doInitGgtInstruments() {

@@ -24,6 +24,12 @@ struct MarketLoad {
     std::chrono::nanoseconds time{};
 };
 
+/// A part of the work of a load.
+struct LoadStep {
+    std::string name;
+    std::chrono::nanoseconds time{};
+};
+
 /// One call of initInstruments. Records that are neither empty, foreign nor waiting stand in their markets' MarketLoad.
 struct LoadReport {
     std::uint64_t number = 0;         ///< counts the calls of this center; 0 before the first
@@ -32,6 +38,7 @@ struct LoadReport {
     std::uint64_t foreign = 0;        ///< dropped: not of Hong Kong, in a load of one connect market alone
     std::uint64_t waiting = 0;        ///< kept until both connect markets have arrived; the in-memory center alone
     std::chrono::nanoseconds time{};  ///< the whole call, derived catalogues included
+    std::vector<LoadStep> steps;      ///< of that, in their order; empty after a load of one connect market alone
 };
 
 /// A record cache of the persisted center. Counts run from its construction.

@@ -26,33 +26,10 @@ public:
     std::string getKey() const override;
     boost::shared_ptr<IData> copy() const override;
 
-    // Identity
-    std::string market;            ///< market name: "SH", "HK", "CFFEX", ...
-    std::string code;              ///< code within the market
-    std::string name;              ///< display name, UTF-8
-    std::string platformCode;      ///< a second code; continuous-contract aliases and foreign codes differ from `code`
-    std::string productId;         ///< futures product id; of a stock option "NAME(UNDERLYING)"
-    std::string productName;       ///< display name of the futures product
-    std::string englishName;       ///< display name in English
-    std::string spellName;         ///< initials for typing ahead
-    std::string isin;              ///< ISO 6166
-    std::string currency;          ///< ISO 4217
-    std::string industry;          ///< industry class as delivered
-    std::string outerMarketName;   ///< display name of an outer futures market
-    std::string statusString;      ///< one status character a position, as the exchange sends it
-    std::string underlyingMarket;  ///< market of the underlying of an option or future
-    std::string underlyingCode;    ///< code of the underlying
-
-    // Dates
-    std::string listingDate;        ///< first trading day; of outer futures records the outer market key
-    std::string delistingDate;      ///< last day of the listing
-    std::string expireDate;         ///< expiry of an option, last trading day of a future, maturity of a bond
-    std::string startDeliveryDate;  ///< first day of delivery
-    std::string endDeliveryDate;    ///< last day of delivery
-    std::string exerciseDate;       ///< day on which an option is exercised
-    std::string tradingDay;         ///< the day that this record describes
-
-    // Classification
+    // What loads and derived catalogues look at, side by side: a load then waits for memory once a record. The order of
+    // the documents is the field table's own.
+    std::string market;                      ///< market name: "SH", "HK", "CFFEX", ...
+    std::string code;                        ///< code within the market
     std::int32_t mainContractFlag = 0;       ///< 1: main contract of its product
     std::int32_t issueState = 0;             ///< as delivered; -1 belongs to a Shenzhen issue of today
     std::int32_t securityClass = 0;          ///< as delivered; 5: NEEQ inquiry, Beijing issue
@@ -61,13 +38,39 @@ public:
     std::int32_t optionType = 0;             ///< 0 none, 1 call, 2 put
     std::int32_t productGroup = 0;           ///< 0 none, 1 commodity, 2 interest rate, 3 index, 4 currency
     std::int32_t additionalIssueFlag = 0;    ///< 1: additional issue of a listed stock
-    std::int32_t tradingStatus = 0;          ///< phase code as delivered
-    std::int32_t suspendedFlag = 0;          ///< 1: suspended from trading
-    std::int32_t marginTradingFlag = 0;      ///< may be bought on margin
-    std::int32_t shortSellingFlag = 0;       ///< may be sold short
-    std::int32_t exerciseStyle = 0;          ///< 0 none, 1 European, 2 American
-    std::int32_t deliveryYear = 0;           ///< four digits
-    std::int32_t deliveryMonth = 0;          ///< 1 to 12
+    std::string productId;                   ///< futures product id; of a stock option "NAME(UNDERLYING)"
+    std::string listingDate;                 ///< first trading day; of outer futures records the outer market key
+    std::string statusString;                ///< one status character a position, as the exchange sends it
+
+    // Names and other codes
+    std::string name;              ///< display name, UTF-8
+    std::string platformCode;      ///< a second code; continuous-contract aliases and foreign codes differ from `code`
+    std::string productName;       ///< display name of the futures product
+    std::string englishName;       ///< display name in English
+    std::string spellName;         ///< initials for typing ahead
+    std::string isin;              ///< ISO 6166
+    std::string currency;          ///< ISO 4217
+    std::string industry;          ///< industry class as delivered
+    std::string outerMarketName;   ///< display name of an outer futures market
+    std::string underlyingMarket;  ///< market of the underlying of an option or future
+    std::string underlyingCode;    ///< code of the underlying
+
+    // Dates
+    std::string delistingDate;      ///< last day of the listing
+    std::string expireDate;         ///< expiry of an option, last trading day of a future, maturity of a bond
+    std::string startDeliveryDate;  ///< first day of delivery
+    std::string endDeliveryDate;    ///< last day of delivery
+    std::string exerciseDate;       ///< day on which an option is exercised
+    std::string tradingDay;         ///< the day that this record describes
+
+    // Status and delivery
+    std::int32_t tradingStatus = 0;      ///< phase code as delivered
+    std::int32_t suspendedFlag = 0;      ///< 1: suspended from trading
+    std::int32_t marginTradingFlag = 0;  ///< may be bought on margin
+    std::int32_t shortSellingFlag = 0;   ///< may be sold short
+    std::int32_t exerciseStyle = 0;      ///< 0 none, 1 European, 2 American
+    std::int32_t deliveryYear = 0;       ///< four digits
+    std::int32_t deliveryMonth = 0;      ///< 1 to 12
 
     // Trading units and order sizes, in the instrument's own units (shares, lots, contracts)
     std::int32_t volumeMultiple = 0;        ///< underlying units a contract

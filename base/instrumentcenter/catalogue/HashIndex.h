@@ -5,6 +5,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <utility>
+
+#include "platform/utils/Memory.h"
 
 namespace mxservice {
 
@@ -17,7 +21,8 @@ struct KeyHash {
 /// The large indexes. The containers are flat: a lookup touches two cache lines. A first bucket count or load factor
 /// cannot be observed from outside and is the container's own.
 template <class Value>
-using HashIndex = boost::unordered_flat_map<std::uint64_t, Value, KeyHash>;
+using HashIndex = boost::unordered_flat_map<std::uint64_t, Value, KeyHash, std::equal_to<>,
+                                            utils::TableAllocator<std::pair<const std::uint64_t, Value>>>;
 
 /// What a flat container has allocated: groups of 15 slots, each with 16 bytes that say what its slots hold. The last
 /// slot of all is left out.

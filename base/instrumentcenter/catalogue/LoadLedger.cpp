@@ -64,7 +64,7 @@ void LoadLedger::finish(LoadReport report) {
         }
     }
     report.number = lastLoad_.number + 1;
-    lastLoad_ = report;
+    lastLoad_ = std::move(report);
 }
 
 void LoadLedger::report(CenterStatistics& statistics) const {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/instrumentcenter/CenterStatistics.h"
@@ -19,6 +20,35 @@ public:
 
 private:
     std::chrono::steady_clock::time_point began_ = std::chrono::steady_clock::now();
+};
+
+/// The steps of a load, as reports name them.
+constexpr const char* kGroupingStep = "grouping";
+constexpr const char* kFilingStep = "records and keys";
+constexpr const char* kMainsStep = "main contracts";
+constexpr const char* kProductsStep = "products";
+constexpr const char* kSpreadsStep = "Dalian spreads";
+constexpr const char* kStockCodesStep = "stock code sets";
+constexpr const char* kNeeqStep = "NEEQ inquiry set";
+constexpr const char* kOptionsStep = "option underlyings";
+constexpr const char* kOuterStep = "outer markets";
+constexpr const char* kReleaseStep = "clearing up";
+
+/// Times the parts of a load.
+class StepWatch {
+public:
+    /// What was done since the step before, or since construction.
+    void done(const char* step) {
+        const auto time = watch_.elapsed();
+        steps_.push_back({step, time - told_});
+        told_ = time;
+    }
+    std::vector<LoadStep> take() { return std::move(steps_); }
+
+private:
+    Stopwatch watch_;
+    std::chrono::nanoseconds told_{};
+    std::vector<LoadStep> steps_;
 };
 
 /// What the loads of a center did. What is noted of a market before its records are stored waits for settle.

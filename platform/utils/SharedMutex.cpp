@@ -17,13 +17,19 @@ constexpr int kSpins = 200;
 /// How often a writer looks whether a long read has ended. Readers wake nobody, so that leaving costs them one store.
 constexpr std::chrono::microseconds kWriterSleep{50};
 
+void relax() {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#endif
+}
+
 /// Waits until a door opens, first awake, then asleep.
 void waitUntilOpen(const std::atomic<std::uint32_t>& closed) {
     for (int i = 0; i < kSpins; ++i) {
         if (closed.load(std::memory_order_relaxed) == 0) {
             return;
         }
-        relaxProcessor();
+        relax();
     }
     closed.wait(1, std::memory_order_seq_cst);
 }
@@ -32,7 +38,7 @@ void waitUntilOpen(const std::atomic<std::uint32_t>& closed) {
 void waitUntilEmpty(const std::atomic<std::uint32_t>& inside) {
     for (int i = 0; inside.load(std::memory_order_seq_cst) != 0; ++i) {
         if (i < kSpins) {
-            relaxProcessor();
+            relax();
         } else {
             std::this_thread::sleep_for(kWriterSleep);
         }

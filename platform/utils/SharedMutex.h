@@ -10,13 +10,6 @@
 
 namespace utils {
 
-/// To be called in loops that wait awake: lets the processor's other thread go ahead.
-inline void relaxProcessor() {
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#endif
-}
-
 /// A reader-writer lock made for many short reads and few writes.
 ///
 /// Readers of different threads count themselves in on different cache lines, so they do not slow each other. A writer

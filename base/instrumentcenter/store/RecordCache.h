@@ -103,31 +103,16 @@ private:
         std::list<int>::iterator use;  // its place in byUse_, once the slot is in use
     };
 
-    /// One of the center's locks, counted with the others in debug builds. It is held for some ten nanoseconds, while
-    /// going to sleep takes thousands: so it is tried a while before.
+    /// One of the center's locks, counted with the others in debug builds.
     class Lock {
     public:
-        explicit Lock(std::mutex& mutex) : mutex_(mutex) {
-            constexpr int kTries = 100;
-            int tries = 0;
-            while (tries < kTries && !mutex_.try_lock()) {
-                utils::relaxProcessor();
-                ++tries;
-            }
-            if (tries == kTries) {
-                mutex_.lock();
-            }
-            noteLockTaken();
-        }
-        ~Lock() {
-            noteLockReleased();
-            mutex_.unlock();
-        }
+        explicit Lock(std::mutex& mutex) : guard_(mutex) { noteLockTaken(); }
+        ~Lock() { noteLockReleased(); }
         Lock(const Lock&) = delete;
         Lock& operator=(const Lock&) = delete;
 
     private:
-        std::mutex& mutex_;
+        const std::lock_guard<std::mutex> guard_;
     };
 
     Slot& at(int slot) { return slots_[static_cast<std::size_t>(slot)]; }

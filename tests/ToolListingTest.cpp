@@ -93,7 +93,8 @@ TEST_F(ToolListingTest, WrongFieldsAndValuesAreUsageErrors) {
         {{"--sort", "-tick"}, "no field \"tick\"; did you mean priceTick?"},
         {{"--where", "lotSize>many"}, "field lotSize holds numbers: \"many\" is none"},
         {{"--where", "code"}, "\"code\" is no condition"},
-        {{"--limit", "-1"}, "--limit"},
+        {{"--limit", "-1"}, "inscenter: --limit: -1 is no number from 0 up\n"},
+        {{"--today", "20260302", "--today", "20260302"}, "inscenter: --today may stand only once\n"},
         {{"--jsonl", "--format", "csv"}, "--jsonl"}};
     for (const auto& [options, message] : cases) {
         std::vector<std::string> arguments{"list", "--market", "SH"};

@@ -13,6 +13,7 @@
 
 namespace {
 
+using ::testing::AllOf;
 using ::testing::AnyOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -156,6 +157,17 @@ TEST_F(ToolTest, ExitCodeTellsWhatHappened) {
         EXPECT_THAT(bad.err, StartsWith("inscenter: "));
     }
     EXPECT_EQ(run({"get", "SH600000"}).code, 2) << "no snapshot given";
+    for (const std::vector<std::string>& lone : {std::vector<std::string>{}, {"store"}}) {
+        EXPECT_THAT(run(lone).err, StartsWith("inscenter: a command is required\n"));
+    }
+}
+
+TEST_F(ToolTest, AStoreThatCannotBeWrittenIsNamedAndAnswersComeFromMemory) {
+    std::ofstream(store_.path() / "db") << "a file";
+    const Result found = askClient({"get", "SH600000"});
+    EXPECT_EQ(found.code, 0);
+    EXPECT_THAT(found.out, HasSubstr("浦发银行"));
+    EXPECT_THAT(found.err, AllOf(HasSubstr("db: "), HasSubstr(" databases could not be written, among them OvIns_")));
 }
 
 TEST_F(ToolTest, RulesAndDayHoldForOneRunOnly) {

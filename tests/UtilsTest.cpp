@@ -28,7 +28,9 @@ TEST(Calendar, PinnedDayDecidesWhatIsToday) {
     for (const char* const other : {"20260303", "2026032", "", "2026-3-2", "202603020", "CME"}) {
         EXPECT_FALSE(utils::isToday(other)) << other;
     }
-    EXPECT_THROW(utils::setToday("2 March"), std::invalid_argument);
+    for (const char* const none : {"2 March", "20261301", "20260229", "00000000"}) {
+        EXPECT_THROW(utils::setToday(none), std::invalid_argument) << none;
+    }
     EXPECT_EQ(utils::today(), "20260302");
     utils::setToday("");
     EXPECT_FALSE(utils::isToday("20260302"));

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <ctime>
 #include <stdexcept>
@@ -18,6 +19,13 @@ std::atomic<std::int32_t> pinnedDay{0};
 std::int32_t dayOf(const std::string& date) {
     const bool digits = std::all_of(date.begin(), date.end(), [](char c) { return c >= '0' && c <= '9'; });
     return date.size() == 8 && digits ? std::stoi(date) : 0;
+}
+
+bool isDate(std::int32_t day) {
+    const std::chrono::year_month_day parts(std::chrono::year(day / 10000),
+                                            std::chrono::month(static_cast<unsigned>(day / 100 % 100)),
+                                            std::chrono::day(static_cast<unsigned>(day % 100)));
+    return parts.ok();
 }
 
 std::int32_t currentDay() {
@@ -39,7 +47,7 @@ bool isToday(const std::string& date) {
 
 void setToday(const std::string& date) {
     const std::int32_t day = dayOf(date);
-    if (day == 0 && !date.empty()) {
+    if (!date.empty() && !isDate(day)) {
         throw std::invalid_argument(fmt::format("not a date of the form YYYYMMDD: \"{}\"", date));
     }
     pinnedDay.store(day, std::memory_order_relaxed);

@@ -11,7 +11,7 @@ namespace utils {
 PM_PLATFORM_API bool isToday(const std::string& date);
 
 /// Pins the day that isToday compares with, so that a snapshot of another day is classified as on its own day. An
-/// empty text returns to the clock. Throws std::invalid_argument when `date` is neither empty nor eight digits.
+/// empty text returns to the clock. Throws std::invalid_argument when `date` is neither empty nor a date.
 /// Safe from any thread; loads that run at the same time see either day.
 PM_PLATFORM_API void setToday(const std::string& date);
 

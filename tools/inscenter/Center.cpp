@@ -57,6 +57,11 @@ std::shared_ptr<IInstrumentCenter> makeCenter(CenterKind kind) {
     return std::make_shared<mxservice::CServerInstrumentCenter>(kStrand);
 }
 
+mxservice::CenterStatistics statisticsOf(IInstrumentCenter& center, CenterKind kind) {
+    return kind == CenterKind::Client ? static_cast<mxservice::CClientInstrumentCenter&>(center).statistics()
+                                      : static_cast<mxservice::CServerInstrumentCenter&>(center).statistics();
+}
+
 std::vector<std::pair<std::string, std::size_t>> marketsOf(const Snapshot& snapshot) {
     std::vector<std::pair<std::string, std::size_t>> markets;
     std::unordered_map<std::string, std::size_t> positions;

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/instrumentcenter/CenterStatistics.h"
 #include "base/instrumentcenter/IInstrumentCenter.h"
 #include "tools/inscenter/Console.h"
 #include "tools/inscenter/Snapshot.h"
@@ -17,6 +18,9 @@ enum class CenterKind { Server, Client };
 /// A fresh center. The pointer destroys it through its own class, as centers ask for. The client's store must have its
 /// root path by then.
 std::shared_ptr<mxservice::IInstrumentCenter> makeCenter(CenterKind kind);
+
+/// The statistics of a center of that kind.
+mxservice::CenterStatistics statisticsOf(mxservice::IInstrumentCenter& center, CenterKind kind);
 
 /// One catalogue handed to a center.
 struct LoadStep {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -40,6 +41,10 @@ std::string explain(const CLI::App& app, const CLI::Error& error) {
     if (app.get_subcommands().empty() && !unknown.empty()) {
         text = "unknown command " + printable(unknown.front()) +
                didYouMean(unknown.front(), namesOf(app.get_subcommands([](const CLI::App*) { return true; })));
+    } else if (text == CLI::RequiredError::Subcommand(1).what()) {
+        text = "a command is required";
+    } else if (text.find(": At Most 1 required") != std::string::npos) {
+        text = text.substr(0, text.find(':')) + " may stand only once";
     }
     return "inscenter: " + text + "\n";
 }
@@ -54,6 +59,12 @@ public:
           place_(place),
           app_(place == Place::Shell ? "" : kAbout, place == Place::Shell ? "" : "inscenter") {
         app_.require_subcommand(1);
+        const auto formatter = std::make_shared<CLI::Formatter>();
+        formatter->label("SUBCOMMAND", "COMMAND");
+        formatter->label("Positionals", "Arguments");
+        formatter->label("REQUIRED", "(required)");
+        formatter->label("TEXT", "");
+        app_.formatter(formatter);
         app_.fallthrough();  // global options may stand behind the command; inherited by commands added from here on
         app_.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::Throw);
         app_.failure_message([place](const CLI::App* app, const CLI::Error& error) {
@@ -180,9 +191,10 @@ private:
     }
 
     static void addLimit(CLI::App& app, std::optional<std::size_t>& limit) {
-        app.add_option("--limit", limit, "No more than so many")
-            ->type_name("N")
-            ->check(CLI::NonNegativeNumber.description(""));
+        app.add_option("--limit", limit, "No more than so many")->type_name("N")->check([](const std::string& text) {
+            const bool digits = text.find_first_not_of("0123456789") == std::string::npos;
+            return digits ? "" : printable(text) + " is no number from 0 up";
+        });
     }
 
     /// What every verb takes that lists records.
@@ -234,7 +246,7 @@ private:
     void addStoreVerb(CLI::App& store, const StoreVerbLine& verb) {
         StoreQuery& query = command_.storeQuery;
         CLI::App* const sub = store.add_subcommand(verb.name, verb.about)->group("Commands");
-        sub->footer(exampleLines("inscenter store ", verb.examples) + "\n" + kStoreFooter);
+        sub->footer(exampleLines("inscenter store ", verb.examples) + "\n\n" + kStoreFooter);
         sub->callback([this, run = verb.verb] {
             command_.task = Task::Store;
             command_.storeVerb = run;
@@ -246,7 +258,7 @@ private:
             sub->add_flag("--keys-only", query.keysOnly, "Leave the documents out");
             sub->add_option("--prefix", query.prefix,
                             "Only documents whose key, or sub-documents whose field, begins so")
-                ->type_name("TEXT");
+                ->type_name("BEGINNING");
             addLimit(*sub, query.limit);
         }
     }

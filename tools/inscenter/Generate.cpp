@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "platform/utils/Calendar.h"
+#include "tools/inscenter/Snapshot.h"
 #include "tools/inscenter/generate/Segments.h"
 
 namespace inscenter {
@@ -64,7 +65,11 @@ void writeFile(const std::filesystem::path& path, const Write& write, std::ostre
 
 void writeSnapshot(const MarketDay& day, const GenerateOptions& options, std::ostream& out) {
     const std::filesystem::path directory(options.directory);
-    std::filesystem::create_directories(directory);
+    std::error_code error;
+    std::filesystem::create_directories(directory, error);
+    if (error) {
+        throw UnreadableInput(options.directory + ": cannot be made: " + error.message());
+    }
     writeFile(
         directory / "instruments.ndjson", [&](RecordFile& file) { writeInstruments(day, file); }, out);
     for (const CatalogueFile& catalogue : kCatalogueFiles) {
@@ -81,18 +86,18 @@ int runGenerate(const GenerateOptions& options, std::ostream& out, std::ostream&
     const std::string text = options.date.empty() ? utils::today() : options.date;
     const auto date = generate::parseDate(text);
     if (!date) {
-        err << "generate: \"" << text << "\" is no date of the form YYYYMMDD\n";
+        err << "inscenter: \"" << text << "\" is no date of the form YYYYMMDD\n";
         return kNotWritten;
     }
     if (options.size > generate::largestSize()) {
-        err << "generate: " << options.size << " instruments are more than there are codes for, at most "
+        err << "inscenter: " << options.size << " instruments are more than there are codes for, at most "
             << generate::largestSize() << "\n";
         return kNotWritten;
     }
     try {
         writeSnapshot(MarketDay(options.seed, *date, generate::planSegments(options.size)), options, out);
     } catch (const std::exception& error) {
-        err << "generate: " << error.what() << "\n";
+        err << "inscenter: " << error.what() << "\n";
         return kNotWritten;
     }
     return kWritten;

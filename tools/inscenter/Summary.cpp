@@ -168,12 +168,6 @@ double memoryMb(std::string_view name) {
     return 0;
 }
 
-mxservice::CenterStatistics statisticsOf(const Session& session) {
-    return session.kind == CenterKind::Client
-               ? static_cast<mxservice::CClientInstrumentCenter&>(session.center).statistics()
-               : static_cast<mxservice::CServerInstrumentCenter&>(session.center).statistics();
-}
-
 std::int64_t number(std::uint64_t count) {
     return static_cast<std::int64_t>(count);
 }
@@ -262,7 +256,8 @@ Table marketTable(Session& session) {
 
 void showSummary(Session& session, const Query& /*query*/) {
     const Table cost = costTable(session.day);
-    const mxservice::CenterStatistics statistics = statisticsOf(session);  // before the questions below count
+    const mxservice::CenterStatistics statistics =
+        statisticsOf(session.center, session.kind);  // before the questions below count
     const Table markets = marketTable(session);
     std::int64_t instruments = 0;
     for (const auto& row : markets.rows) {

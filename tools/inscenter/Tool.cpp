@@ -1,5 +1,6 @@
 #include "tools/inscenter/Tool.h"
 
+#include <fmt/format.h>
 #include <log4cxx/consoleappender.h>
 #include <log4cxx/level.h>
 #include <log4cxx/patternlayout.h>
@@ -88,6 +89,10 @@ Day loadDay(const Command& command, mxservice::IInstrumentCenter& center, Consol
     }
     day.markets = marketsOf(today.records);
     day.steps = load(center, today.records, console);
+    if (const auto failed = statisticsOf(center, command.center).failedWrites; !failed.empty()) {
+        console.message(fmt::format("{}: {} databases could not be written, among them {}; --log says why",
+                                    command.store, failed.size(), failed.front().database));
+    }
     return day;
 }
 

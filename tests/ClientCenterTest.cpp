@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <fstream>
 
 #include "tests/CenterFixture.h"
@@ -211,39 +210,6 @@ TEST_F(ClientCenter, UnsafeMarketNamesAreServedFromMemoryToo) {
         EXPECT_THAT(asked().getInstruments(market), SizeIs(1));
     }
     EXPECT_FALSE(std::filesystem::exists(store_.path("../escape")));
-}
-
-/// Every call to the store fails in turn, once and from then on: no crash, every record answers from memory or store,
-/// and the next load heals.
-TEST_F(ClientCenter, EveryFailingCallLeavesARecordForEveryKey) {
-    const auto engine = std::make_shared<FailingEngine>();
-    service().setEngine(engine);
-    const auto day = [] {
-        return Instruments{instrument("SH", "1"), instrument("SHFI", "2"), instrument("HK", "3"),
-                           instrument("HGT", "4"), instrument("DCE", "5")};
-    };
-    const std::vector<std::string> markets{"SH", "HK", "DCE"};
-    load(markets, day());
-    const int callsOfALoad = engine->calls();
-    ASSERT_GT(callsOfALoad, 10);
-    for (const bool forever : {false, true}) {
-        for (int call = 0; call < callsOfALoad; ++call) {
-            SCOPED_TRACE(call);
-            OpenClientCenter center;
-            IInstrumentCenter& asked = center;
-            engine->failAt(call, forever);
-            center.initInstruments(markets, day());
-            engine->failAt(-1000000, false);
-            for (const char* const key : {"SH1", "SH2", "HK3", "HK4", "DCE5"}) {
-                const InstrumentPtr record = asked.getInstrument(key);
-                ASSERT_TRUE(record) << key;
-                ASSERT_EQ(record->code, std::string(1, key[std::strlen(key) - 1]));
-            }
-            ASSERT_THAT(asked.getInstruments(), SizeIs(5));
-            center.initInstruments(markets, day());
-            ASSERT_THAT(asked.getInstruments(), SizeIs(5));
-        }
-    }
 }
 
 TEST_F(ClientCenter, ARecordTooLargeForADocumentIsStillServed) {

@@ -42,7 +42,8 @@ public:
     TemporaryStore& operator=(const TemporaryStore&) = delete;
 
     static persist::CPersistService& service() { return *persist::CPersistService::instance(); }
-    std::filesystem::path path(const std::string& db = {}) const { return directory_.path() / "store" / db; }
+    std::filesystem::path path() const { return directory_.path() / "store"; }
+    std::filesystem::path path(const std::string& db) const { return path() / db; }
 
 private:
     TemporaryDirectory directory_;
@@ -56,8 +57,11 @@ public:
         forever_ = forever;
         left_ = call;
     }
+    void failNever() { failAt(kNever, false); }
     /// Fails every changing call on the databases of this name, without counting.
     void failWritesOf(const std::string& db) { broken_ = db; }
+    /// What this gives is kept for the length of each call of the real engine.
+    void surround(std::function<std::shared_ptr<void>()> scope) { scope_ = std::move(scope); }
     /// Called with the database's name ahead of every changing call.
     void onWrite(std::function<void(const std::string& db)> call) { onWrite_ = std::move(call); }
     int calls() const { return calls_; }
@@ -70,6 +74,7 @@ public:
             status = persist::StoreStatus::failure("injected");
             return nullptr;
         }
+        const std::shared_ptr<void> scope = enter();
         std::shared_ptr<persist::StoreDatabase> real = real_->open(directory, mode, status);
         const std::string name = std::filesystem::path(directory).filename();
         return real ? std::make_shared<Database>(shared_from_this(), std::move(real), name) : nullptr;
@@ -83,6 +88,7 @@ private:
         failed_ += failing ? 1 : 0;
         return failing;
     }
+    std::shared_ptr<void> enter() const { return scope_ ? scope_() : nullptr; }
     bool writeFails(const std::string& db) {
         if (onWrite_) {
             onWrite_(db);
@@ -97,15 +103,19 @@ private:
 
         persist::StoreStatus put(const std::vector<persist::StoreEntry>& entries, bool onlyNew,
                                  const std::vector<std::string>& erased) override {
+            const std::shared_ptr<void> scope = engine_->enter();
             return engine_->writeFails(name_) ? injected() : real_->put(entries, onlyNew, erased);
         }
         persist::StoreStatus get(std::string_view key, const Visitor& visit) override {
+            const std::shared_ptr<void> scope = engine_->enter();
             return engine_->fails() ? injected() : real_->get(key, visit);
         }
         persist::StoreStatus scan(std::string_view prefix, const Visitor& visit) override {
+            const std::shared_ptr<void> scope = engine_->enter();
             return engine_->fails() ? injected() : real_->scan(prefix, visit);
         }
         persist::StoreStatus replace(const std::vector<persist::StoreEntry>& entries) override {
+            const std::shared_ptr<void> scope = engine_->enter();
             return engine_->writeFails(name_) ? injected() : real_->replace(entries);
         }
         bool isCurrent() const override { return real_->isCurrent(); }
@@ -123,6 +133,7 @@ private:
     std::shared_ptr<persist::StoreEngine> real_ = persist::makeLmdbEngine();
     std::string broken_;
     std::function<void(const std::string& db)> onWrite_;
+    std::function<std::shared_ptr<void>()> scope_;
     std::atomic<int> calls_{0};
     std::atomic<int> failed_{0};
     std::atomic<int> left_{kNever};

@@ -263,7 +263,7 @@ void CClientInstrumentCenter::writeMarkets(
         }
         load.stored = keys.size();
         load.removed = former.size() - load.replaced;
-        const bool saved = replacement.save(db, documentsOf(records));
+        const bool saved = !isCatalogueName(folded) && replacement.save(db, documentsOf(records));
         // The cache is refreshed once more, for a reader that met the old document between the first time and now.
         if (saved) {
             client_->failedDatas.write()->current.erase(marketHash);

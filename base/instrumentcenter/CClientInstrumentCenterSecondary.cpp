@@ -43,12 +43,13 @@ std::set<std::uint64_t> keysOf(const std::map<std::uint64_t, boost::shared_ptr<R
     return keys;
 }
 
-/// Writes the records, all in one step; gives back those that are not stored: the ones that are too large for a
-/// document, or all of them when the write fails. The documents of the keys `removed` go in the same step.
+enum class Others { Keep, Drop };
+
+/// Writes the records, all in one step, in which the database's other documents are kept or dropped; gives back those
+/// that are not stored: the ones that are too large for a document, or all of them when the write fails.
 template <class Record>
 std::map<std::uint64_t, boost::shared_ptr<Record>> saveApart(
-    const std::string& db, const std::map<std::uint64_t, boost::shared_ptr<Record>>& records,
-    const std::vector<std::string>& removed = {}) {
+    const std::string& db, const std::map<std::uint64_t, boost::shared_ptr<Record>>& records, Others others) {
     std::map<std::uint64_t, boost::shared_ptr<Record>> unsaved;
     DocumentBatch batch(records.size());
     for (const auto& [key, record] : records) {
@@ -57,18 +58,9 @@ std::map<std::uint64_t, boost::shared_ptr<Record>> saveApart(
             unsaved.emplace(key, record);
         }
     }
-    return store().writeDocuments(db, batch.documents(), false, removed) ? unsaved : records;
-}
-
-/// The document keys of what `before` holds and `after` does not.
-std::vector<std::string> vanished(const std::set<std::uint64_t>& before, const std::set<std::uint64_t>& after) {
-    std::vector<std::string> keys;
-    for (const std::uint64_t key : before) {
-        if (after.count(key) == 0) {
-            keys.push_back(std::to_string(key));
-        }
-    }
-    return keys;
+    const bool saved = others == Others::Drop ? store().replaceDocuments(db, batch.documents())
+                                              : store().writeDocuments(db, batch.documents(), false);
+    return saved ? unsaved : records;
 }
 
 /// The record of a key: cached, else not written to the store, else stored there.
@@ -112,7 +104,7 @@ void CClientInstrumentCenter::doInitEtfs(const std::vector<boost::shared_ptr<CET
         }
     }
     std::set<std::uint64_t> keys = keysOf(etfByKey);
-    if (auto unsaved = saveApart(db, etfByKey); !unsaved.empty()) {
+    if (auto unsaved = saveApart(db, etfByKey, Others::Keep); !unsaved.empty()) {
         PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kEtfInstruments));
         state().loads.write()->noteFailedWrite(db);
         // Records that an earlier load could not write are kept until a later one fails: deliberate.
@@ -193,7 +185,7 @@ void CClientInstrumentCenter::doInitBonds(const std::map<std::string, boost::sha
     }
     fresh.keys = keysOf(bondByKey);
     store().initDb(db, false);
-    fresh.unsaved = saveApart(db, bondByKey);
+    fresh.unsaved = saveApart(db, bondByKey, Others::Keep);
     if (!fresh.unsaved.empty()) {
         PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kBankBonds));
         state().loads.write()->noteFailedWrite(db);
@@ -295,9 +287,7 @@ void CClientInstrumentCenter::doInitOtcInstruments(const std::vector<boost::shar
     StoredCatalogue<COTCFundPlanInfo> fresh;
     fresh.keys = keysOf(planByKey);
     store().initDb(db, false);
-    // Plans that are no more go in the same step, so that readers see the old plans or the new ones.
-    const std::vector<std::string> removed = vanished(client_->otc.read()->keys, fresh.keys);
-    fresh.unsaved = saveApart(db, planByKey, removed);
+    fresh.unsaved = saveApart(db, planByKey, Others::Drop);
     if (!fresh.unsaved.empty()) {
         PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kOtcInstruments));
         state().loads.write()->noteFailedWrite(db);

@@ -28,6 +28,12 @@ constexpr const char* kAllEtfs = "ALLETF";
 constexpr const char* kBankBonds = "BANKBOND";
 constexpr const char* kOtcInstruments = "OTCINS";
 
+/// Whether a market of that name would have its documents among a catalogue's own. Not so with the derived catalogues:
+/// theirs lie beneath fields, where no market's documents are.
+inline bool isCatalogueName(std::string_view market) {
+    return market == kAllEtfs || market == kBankBonds || market == kOtcInstruments;
+}
+
 /// What memory knows of a catalogue whose records live in the store: the keys, and the records that could not be
 /// written.
 template <class Record>

@@ -131,28 +131,45 @@ CPersistService::State::Handle CPersistService::State::handle(const std::string&
     return database ? database : open(name, mode, status);
 }
 
+namespace {
+
+/// Whether the call is a success; an exception, with memory short it may even be that of naming the failure, is none.
+template <class Call>
+bool absorbing(Call call) noexcept {
+    try {
+        return call();
+    } catch (...) {
+        return false;
+    }
+}
+
+}  // namespace
+
 /// Runs `use` on the database. A failure is logged once and absorbed; a database or key that is not there is neither
 /// logged nor a success.
 template <class Use>
 bool CPersistService::State::run(const char* what, const std::string& name, StoreEngine::Mode mode, Use use) {
-    StoreStatus status;
-    if (!isSafeName(name)) {
-        status = StoreStatus::failure("not a safe database name");
-    } else if (const Handle database = handle(name, mode, status)) {
-        if (!status.reason.empty()) {
-            PM_LOG(utils::kLogError, kSource, fmt::format("[persist] database {} {}", shown(name), status.reason));
-        }
+    return absorbing([&] {
+        StoreStatus status;
         try {
-            status = use(*database);
+            if (!isSafeName(name)) {
+                status = StoreStatus::failure("not a safe database name");
+            } else if (const Handle database = handle(name, mode, status)) {
+                if (!status.reason.empty()) {
+                    PM_LOG(utils::kLogError, kSource,
+                           fmt::format("[persist] database {} {}", shown(name), status.reason));
+                }
+                status = use(*database);
+            }
         } catch (const std::exception& error) {
             status = StoreStatus::failure(error.what());
         }
-    }
-    if (status.failed()) {
-        PM_LOG(utils::kLogError, kSource,
-               fmt::format("[persist] {} failed, db = {}, reason = {}", what, shown(name), status.reason));
-    }
-    return status.ok();
+        if (status.failed()) {
+            PM_LOG(utils::kLogError, kSource,
+                   fmt::format("[persist] {} failed, db = {}, reason = {}", what, shown(name), status.reason));
+        }
+        return status.ok();
+    });
 }
 
 CPersistService::CPersistService() : state_(std::make_unique<State>()) {}
@@ -185,7 +202,7 @@ bool CPersistService::initDb(const std::string& db, bool empty) {
 
 bool CPersistService::writeData(const std::string& db, const std::string& key, const bson::BSONObj& value,
                                 bool onlyNew) {
-    return writeDatas(db, {key}, {value}, onlyNew);
+    return absorbing([&] { return writeDocuments(db, {{key, bytesOf(value)}}, onlyNew); });
 }
 
 namespace {
@@ -242,14 +259,13 @@ bool CPersistService::writeDatas(const std::string& db, const std::vector<std::s
         return state_->run("write", db, StoreEngine::Mode::WriteExisting,
                            [&](StoreDatabase&) { return differingSizes(keys.size(), values.size()); });
     }
-    return writeDocuments(db, entriesOf(keys, values), onlyNew);
+    return absorbing([&] { return writeDocuments(db, entriesOf(keys, values), onlyNew); });
 }
 
-bool CPersistService::writeDocuments(const std::string& db, const std::vector<StoreEntry>& documents, bool onlyNew,
-                                     const std::vector<std::string>& removed) {
+bool CPersistService::writeDocuments(const std::string& db, const std::vector<StoreEntry>& documents, bool onlyNew) {
     return state_->run("write", db, StoreEngine::Mode::WriteExisting, [&](StoreDatabase& database) {
         const StoreStatus status = checkDocuments(documents);
-        return status.ok() ? stillThere(database, database.put(documents, onlyNew, removed)) : status;
+        return status.ok() ? stillThere(database, database.put(documents, onlyNew, {})) : status;
     });
 }
 
@@ -367,7 +383,7 @@ bool CPersistService::writeHashDatas(const std::string& db, const std::vector<st
         return state_->run("write", db, StoreEngine::Mode::WriteExisting,
                            [&](StoreDatabase&) { return differingSizes(keys.size(), values.size()); });
     }
-    return state_->writeFields(db, {{field, entriesOf(keys, values)}}, onlyNew, replace);
+    return absorbing([&] { return state_->writeFields(db, {{field, entriesOf(keys, values)}}, onlyNew, replace); });
 }
 
 bool CPersistService::replaceHashDatas(const std::string& db, const std::vector<Field>& fields) {
@@ -385,9 +401,8 @@ bool CPersistService::readHashDatas(const std::string& db, std::map<std::string,
                     [&](StoreDatabase& database) { return readInto(database, prefixOf(field), isSafeKey, found); });
     }
     const bool any = !found.empty();
-    for (auto& [key, object] : found) {
-        out.insert_or_assign(key, std::move(object));
-    }
+    found.merge(out);  // of two documents with one key the one just read counts
+    out.swap(found);
     return any;
 }
 

@@ -17,12 +17,13 @@ namespace persist {
 /// The local document store: databases of documents by text key, each database one directory beneath the root.
 ///
 /// Safe from any thread, and for several processes on one root. A call that changes a database is one transaction: it
-/// is done whole, on disk when the call returns, or not at all. Nothing throws; a call that fails answers false or
-/// nothing and writes one line to the log.
+/// is done whole, on disk when the call returns, or not at all. No call on a database throws; one that fails answers
+/// false or nothing and writes one line to the log, unless memory lacks even for that.
 ///
 /// A database's name becomes its directory's name. Names that are empty or longer than 64 bytes, begin with a dot, or
 /// hold a path separator, a control character or ".." are refused before the disk is touched. Nothing outside the root
-/// is ever created or removed.
+/// is ever created or removed. Where the file system takes two names for one, because it ignores case or blanks and
+/// dots at the end, the database that was there first keeps its directory, and the other cannot be created.
 ///
 /// A directory that is removed or replaced while the service has it open is noticed: reads find nothing, writes fail,
 /// and the next initDb begins a fresh database. A damaged database is never read; the next initDb moves it aside (the
@@ -53,10 +54,8 @@ public:
                     const std::vector<bson::BSONObj>& values, bool onlyNew);
 
     /// The same for documents whose bytes the caller has built himself (IData::appendDocument); not copied before the
-    /// store takes them. Bytes that hold no document at all are refused. The documents of the keys `removed` go in the
-    /// same transaction, before the others are stored.
-    bool writeDocuments(const std::string& db, const std::vector<StoreEntry>& documents, bool onlyNew,
-                        const std::vector<std::string>& removed = {});
+    /// store takes them. Bytes that hold no document at all are refused.
+    bool writeDocuments(const std::string& db, const std::vector<StoreEntry>& documents, bool onlyNew);
 
     /// Removes every document and sub-document and stores these in their place, in one transaction: whoever reads, also
     /// after a crash, finds what was there before or these, all of them.

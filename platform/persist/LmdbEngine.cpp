@@ -1,3 +1,4 @@
+#include <dirent.h>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <lmdb.h>
@@ -88,6 +89,34 @@ bool startsWith(std::string_view text, std::string_view prefix) {
     return text.substr(0, prefix.size()) == prefix;
 }
 
+class Descriptor {
+public:
+    explicit Descriptor(int fd) : fd_(fd) {}
+    ~Descriptor() {
+        if (fd_ >= 0) {
+            ::close(fd_);
+        }
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int get() const { return fd_; }
+    bool valid() const { return fd_ >= 0; }
+
+private:
+    const int fd_;
+};
+
+StoreStatus lastError(const char* step) {
+    return StoreStatus::failure(fmt::format("{}: {}", step, std::strerror(errno)));
+}
+
+/// Has the names in a directory on disk: without, a power cut could take a fresh file away, however well its bytes were
+/// flushed.
+bool syncDirectory(const std::string& directory) {
+    const Descriptor opened(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return opened.valid() && ::fsync(opened.get()) == 0;
+}
+
 class Cursor {
 public:
     Cursor(MDB_txn* transaction, MDB_dbi tree) : code_(mdb_cursor_open(transaction, tree, &cursor_)) {}
@@ -146,8 +175,9 @@ public:
         closeEnvironment();
     }
 
-    /// Opens and checks the database; to be called once, before anything else.
-    StoreStatus open();
+    /// Opens and checks the database; to be called once, before anything else. Without `create`, a file that is empty
+    /// or not there is no database.
+    StoreStatus open(bool create);
 
     bool readOnly() const { return readOnly_; }
     bool inherited() const { return forks_ != forkCount.load(); }
@@ -191,7 +221,7 @@ private:
         return idle_[std::hash<std::thread::id>()(std::this_thread::get_id()) % idle_.size()];
     }
     int beginReading(Reader& reader);
-    void endReading(Reader reader);
+    void endReading(Reader reader) noexcept;
     void dropIdleReaders();
     void dropDeadReaders();
 
@@ -225,6 +255,8 @@ private:
         MDB_txn* transaction_;
     };
 
+    StoreStatus create();
+    StoreStatus finishOpening();
     int openEnvironment(std::size_t fileBytes, bool forWriting);
     void closeEnvironment();
     void dropEnvironment();
@@ -265,45 +297,59 @@ private:
     std::array<IdleReaders, 16> idle_;
 };
 
-StoreStatus LmdbDatabase::open() {
-    const int fd = ::open(dataPath_.c_str(), O_RDONLY | O_CLOEXEC);
-    struct stat file {};
-    if (fd >= 0) {
-        const bool known = ::fstat(fd, &file) == 0;
-        const std::string problem = known && file.st_size > 0 ? checkMetaPages(fd) : std::string();
-        if (!problem.empty()) {
-            ::close(fd);
-            return StoreStatus::damage(problem);
-        }
-    } else if (errno != ENOENT) {
-        return StoreStatus::failure(fmt::format("open: {}", std::strerror(errno)));
+StoreStatus LmdbDatabase::open(bool create) {
+    const Descriptor file(::open(dataPath_.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat found {};
+    if (!file.valid() && errno != ENOENT) {
+        return lastError("open");
     }
-    const auto finish = [fd](StoreStatus status) {
-        if (fd >= 0) {
-            ::close(fd);
-        }
-        return status;
-    };
-    const int code = openEnvironment(static_cast<std::size_t>(file.st_size), !readOnly_ && file.st_size == 0);
+    if (file.valid() && ::fstat(file.get(), &found) != 0) {
+        return lastError("stat");
+    }
+    if (found.st_size == 0) {
+        return create ? this->create() : StoreStatus::notFound();
+    }
+    const std::string problem = checkMetaPages(file.get());
+    if (!problem.empty()) {
+        return StoreStatus::damage(problem);
+    }
+    const int code = openEnvironment(static_cast<std::size_t>(found.st_size), false);
     if (code != MDB_SUCCESS) {
-        return finish(code == ENOENT ? StoreStatus::notFound() : statusOf(code, "open"));
+        return code == ENOENT ? StoreStatus::notFound() : statusOf(code, "open");
     }
     int dead = 0;
     mdb_reader_check(environment_, &dead);
-    const StoreStatus pages = fd >= 0 && file.st_size > 0 ? checkPages(fd) : StoreStatus();
-    if (!pages.ok()) {
-        return finish(pages);
+    const StoreStatus pages = checkPages(file.get());
+    return pages.ok() ? finishOpening() : pages;
+}
+
+StoreStatus LmdbDatabase::create() {
+    const int code = openEnvironment(0, true);
+    if (code != MDB_SUCCESS) {
+        // What was written of the first pages is no database, and no damaged one either.
+        static_cast<void>(::truncate(dataPath_.c_str(), 0));
+        return statusOf(code, "create");
     }
+    const std::filesystem::path root = std::filesystem::path(directory_).parent_path();
+    for (const std::string& directory : {directory_, root.string(), root.parent_path().string()}) {
+        if (!syncDirectory(directory)) {
+            return lastError("sync directory");
+        }
+    }
+    return finishOpening();
+}
+
+StoreStatus LmdbDatabase::finishOpening() {
+    struct stat file {};
     if (::stat(dataPath_.c_str(), &file) != 0) {
-        return finish(StoreStatus::failure(fmt::format("stat: {}", std::strerror(errno))));
+        return lastError("stat");
     }
     dataFile_ = idOf(file);
     sizeSeen_ = file.st_size;
     const std::string root = std::filesystem::path(directory_).parent_path();
     FileWatch& watch = FileWatch::instance();
     watched_ = forks_ == 0 && watch.add(dataPath_) && watch.add(directory_) && watch.add(root);
-    return finish(
-        reading("open", [this](MDB_txn* transaction) { return mdb_dbi_open(transaction, nullptr, 0, &tree_); }));
+    return reading("open", [this](MDB_txn* transaction) { return mdb_dbi_open(transaction, nullptr, 0, &tree_); });
 }
 
 int LmdbDatabase::openEnvironment(std::size_t fileBytes, bool forWriting) {
@@ -436,11 +482,15 @@ int LmdbDatabase::beginReading(Reader& reader) {
     return code;
 }
 
-void LmdbDatabase::endReading(Reader reader) {
+void LmdbDatabase::endReading(Reader reader) noexcept {
     mdb_txn_reset(reader);
     IdleReaders& idle = idleReaders();
     const std::lock_guard guard(idle.lock);
-    idle.transactions.push_back(reader);
+    try {
+        idle.transactions.push_back(reader);
+    } catch (const std::bad_alloc&) {
+        mdb_txn_abort(reader);
+    }
 }
 
 void LmdbDatabase::dropIdleReaders() {
@@ -741,23 +791,29 @@ struct Registry {
 /// Keeps other processes from creating, checking or moving aside databases of the same root meanwhile.
 class RootLock {
 public:
-    RootLock(const std::string& directory, bool exclusive) {
-        const std::string root = std::filesystem::path(directory).parent_path();
-        fd_ = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        while (fd_ >= 0 && ::flock(fd_, exclusive ? LOCK_EX : LOCK_SH) != 0 && errno == EINTR) {
+    RootLock(const std::string& root, bool exclusive)
+        : root_(::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+        while (root_.valid() && ::flock(root_.get(), exclusive ? LOCK_EX : LOCK_SH) != 0 && errno == EINTR) {
         }
     }
-    ~RootLock() {
-        if (fd_ >= 0) {
-            ::close(fd_);
-        }
-    }
-    RootLock(const RootLock&) = delete;
-    RootLock& operator=(const RootLock&) = delete;
 
 private:
-    int fd_;
+    const Descriptor root_;
 };
+
+/// Whether the directory bears this very name. Where a file system ignores case, or blanks and dots at a name's end,
+/// the path of one market's database leads to another's.
+bool hasExactName(const std::filesystem::path& directory) {
+    const std::string root = directory.parent_path();
+    const std::string name = directory.filename();
+    // Not the standard library's iterator: it ends the process when there is no memory for it.
+    const std::unique_ptr<DIR, int (*)(DIR*)> listed(::opendir(root.c_str()), ::closedir);
+    bool found = !listed;  // what cannot be listed is taken on trust
+    for (const dirent* entry = nullptr; !found && (entry = ::readdir(listed.get())) != nullptr;) {
+        found = name == entry->d_name;
+    }
+    return found;
+}
 
 class LmdbEngine final : public StoreEngine {
 public:
@@ -775,7 +831,13 @@ public:
             status = StoreStatus::notFound();
             return nullptr;
         }
-        const RootLock rootLock(directory, mode == Mode::Create);
+        const RootLock rootLock(std::filesystem::path(directory).parent_path(), mode == Mode::Create);
+        if (!hasExactName(directory)) {
+            status = mode == Mode::Create
+                         ? StoreStatus::failure("another database has a name that is taken for this one")
+                         : StoreStatus::notFound();
+            return nullptr;
+        }
         std::shared_ptr<LmdbDatabase> database = openDirectory(directory, mode, status);
         if (status.kind == StoreStatus::Kind::Damaged && mode == Mode::Create) {
             database = replaceDamaged(directory, status);
@@ -804,15 +866,15 @@ private:
         }
         struct stat file {};
         if (::stat(directory.c_str(), &file) != 0) {
-            status = StoreStatus::failure(fmt::format("stat: {}", std::strerror(errno)));
+            status = lastError("stat");
             return nullptr;
         }
         if (std::shared_ptr<LmdbDatabase> open = registry_.find(idOf(file), mode == Mode::Create)) {
             return open;
         }
-        std::shared_ptr<LmdbDatabase> database = openFresh(directory, mode == Mode::ReadExisting, status);
+        std::shared_ptr<LmdbDatabase> database = openFresh(directory, mode, status);
         if (!database && mode == Mode::WriteExisting && status.failed() && ::access(directory.c_str(), W_OK) != 0) {
-            database = openFresh(directory, true, status);
+            database = openFresh(directory, Mode::ReadExisting, status);
         }
         struct stat after {};
         if (database && (::stat(directory.c_str(), &after) != 0 || !(idOf(after) == idOf(file)))) {
@@ -826,9 +888,10 @@ private:
         return database;
     }
 
-    static std::shared_ptr<LmdbDatabase> openFresh(const std::string& directory, bool readOnly, StoreStatus& status) {
-        std::shared_ptr<LmdbDatabase> database(new LmdbDatabase(directory, readOnly), Registry::close);
-        status = database->open();
+    static std::shared_ptr<LmdbDatabase> openFresh(const std::string& directory, Mode mode, StoreStatus& status) {
+        std::shared_ptr<LmdbDatabase> database(new LmdbDatabase(directory, mode == Mode::ReadExisting),
+                                               Registry::close);
+        status = database->open(mode == Mode::Create);
         return status.ok() ? database : nullptr;
     }
 
@@ -839,7 +902,7 @@ private:
                 continue;
             }
             if (::rename(directory.c_str(), target.c_str()) != 0) {
-                return StoreStatus::failure(fmt::format("move aside: {}", std::strerror(errno)));
+                return lastError("move aside");
             }
             moved = std::filesystem::path(target).filename().string();
             return {};

@@ -38,7 +38,7 @@ struct Failing {
 Failing failing;
 thread_local int memoryScopes = 0;
 
-bool failsNow(Kind kind) {
+bool fails(Kind kind) {
     if (!failing.armed.load() || failing.kind != kind) {
         return false;
     }
@@ -74,14 +74,6 @@ std::string pathOf(int fd) {
     return size < 0 ? std::string() : std::string(path.data(), static_cast<std::size_t>(size));
 }
 
-bool isDatabaseFile(const std::string& path) {
-    return path.size() > 4 && path.compare(path.size() - 4, 4, ".mdb") == 0;
-}
-
-bool fails(Kind kind, int fd) {
-    return failing.armed.load() && failing.kind == kind && isDatabaseFile(pathOf(fd)) && failsNow(kind);
-}
-
 void record(Event event) {
     if ((event.path + "/").compare(0, recordedRoot.size(), recordedRoot) == 0) {
         const std::lock_guard guard(eventsLock);
@@ -102,7 +94,7 @@ void recordWrite(int fd, std::uint64_t offset, const iovec* parts, int count, ss
 }
 
 int sync(int fd, const char* name) {
-    if (fails(Kind::Sync, fd)) {
+    if (fails(Kind::Sync)) {
         return -1;
     }
     if (recording.load()) {
@@ -190,7 +182,7 @@ void ignoreCaseBeneath(const std::filesystem::path& directory) {
 #define PM_OURS extern "C" __attribute__((visibility("default")))
 
 PM_OURS ssize_t pwrite(int fd, const void* bytes, size_t size, off_t offset) {
-    if (faulty::fails(faulty::Kind::Write, fd)) {
+    if (faulty::fails(faulty::Kind::Write)) {
         if (errno != 0) {
             return -1;
         }
@@ -203,7 +195,7 @@ PM_OURS ssize_t pwrite(int fd, const void* bytes, size_t size, off_t offset) {
 }
 
 PM_OURS ssize_t writev(int fd, const iovec* parts, int count) {
-    if (faulty::fails(faulty::Kind::Write, fd)) {
+    if (faulty::fails(faulty::Kind::Write)) {
         if (errno != 0) {
             return -1;
         }
@@ -224,7 +216,7 @@ PM_OURS int fsync(int fd) {
 }
 
 PM_OURS int ftruncate(int fd, off_t size) noexcept {
-    return faulty::fails(faulty::Kind::Truncate, fd) ? -1 : faulty::real<int(int, off_t)>("ftruncate")(fd, size);
+    return faulty::fails(faulty::Kind::Truncate) ? -1 : faulty::real<int(int, off_t)>("ftruncate")(fd, size);
 }
 
 PM_OURS int open(const char* path, int flags, ...) {
@@ -277,24 +269,27 @@ extern "C" void* __libc_calloc(size_t count, size_t size);
 extern "C" void* __libc_realloc(void* block, size_t size);
 
 PM_OURS void* malloc(size_t size) {
-    return faulty::memoryScopes > 0 && faulty::failsNow(faulty::Kind::Memory) ? nullptr : __libc_malloc(size);
+    return faulty::memoryScopes > 0 && faulty::fails(faulty::Kind::Memory) ? nullptr : __libc_malloc(size);
 }
 
 PM_OURS void* calloc(size_t count, size_t size) {
-    return faulty::memoryScopes > 0 && faulty::failsNow(faulty::Kind::Memory) ? nullptr : __libc_calloc(count, size);
+    return faulty::memoryScopes > 0 && faulty::fails(faulty::Kind::Memory) ? nullptr : __libc_calloc(count, size);
 }
 
 PM_OURS void* realloc(void* block, size_t size) {
-    return faulty::memoryScopes > 0 && faulty::failsNow(faulty::Kind::Memory) ? nullptr : __libc_realloc(block, size);
+    return faulty::memoryScopes > 0 && faulty::fails(faulty::Kind::Memory) ? nullptr : __libc_realloc(block, size);
 }
 
 #elif defined(__SANITIZE_ADDRESS__)
 
 // The sanitizer keeps malloc to itself; what C++ code asks for can fail here as well.
 
+void* operator new(std::size_t size, const std::nothrow_t& /*none*/) noexcept {
+    return faulty::memoryScopes > 0 && faulty::fails(faulty::Kind::Memory) ? nullptr : std::malloc(size);
+}
+
 void* operator new(std::size_t size) {
-    void* const block =
-        faulty::memoryScopes > 0 && faulty::failsNow(faulty::Kind::Memory) ? nullptr : std::malloc(size);
+    void* const block = operator new(size, std::nothrow);
     if (block == nullptr) {
         throw std::bad_alloc();
     }

@@ -8,8 +8,7 @@
 #include <vector>
 
 /// The system calls beneath the store, failing or recorded on demand. A test program that is built with FaultyCalls.cpp
-/// has them in its own name, ahead of the C library's, for every library in the process. Calls on files that are not a
-/// database's go through untouched.
+/// has them in its own name, ahead of the C library's, for every library in the process.
 namespace faulty {
 
 enum class Kind { Write, Sync, Truncate, Memory };

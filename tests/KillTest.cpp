@@ -6,10 +6,9 @@
 
 #include <array>
 #include <csignal>
-#include <cstdlib>
 #include <optional>
-#include <random>
 
+#include "tests/FromEnvironment.h"
 #include "tests/LogCapture.h"
 #include "tests/StoredDay.h"
 #include "tests/TemporaryStore.h"
@@ -73,14 +72,6 @@ private:
 
 class Kill : public testing::Test {
 protected:
-    void SetUp() override {
-        const char* const kills = std::getenv("PM_KILLS");
-        const char* const seed = std::getenv("PM_SEED");
-        kills_ = kills == nullptr ? 50 : std::atoi(kills);
-        seed_ = seed == nullptr ? std::random_device()() : static_cast<unsigned>(std::atoi(seed));
-        random_.seed(seed_);
-    }
-
     /// Lets the workers work on for a while; how long is of no importance, only that it differs.
     void letWork(unsigned atMostMicroseconds) {
         timespec time{0, static_cast<long>(random_() % atMostMicroseconds) * 1000L};
@@ -112,9 +103,9 @@ protected:
     }
 
     TemporaryStore store_;
-    int kills_ = 0;
-    unsigned seed_ = 0;
-    std::mt19937_64 random_;
+    const int kills_ = fromEnvironment("PM_KILLS", 25);
+    const unsigned seed_ = seedOfRun();
+    std::mt19937_64 random_{seed_};
 
 private:
     int centers_ = 0;

@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <deque>
 #include <unordered_map>
 
 #include "tests/CenterFixture.h"
+#include "tests/FromEnvironment.h"
 #include "tests/RandomRecords.h"
 #include "tests/model/ClientModel.h"
 #include "tests/model/ServerModel.h"
@@ -31,11 +31,6 @@ const std::vector<std::string> kPlatformCodes{"mL8", "L8", "ml8", "m00", "100", 
 const std::vector<int> kTraderTypes{0,      1,       2,       4,       8,        16,   32,    64,
                                     128,    256,     512,     1024,    2048,     4096, 16384, 65536,
                                     810495, 1048576, 2097152, 8388608, 16777216, -1,   3,     2146762751};
-
-int fromEnvironment(const char* name, int otherwise) {
-    const char* const text = std::getenv(name);
-    return text == nullptr ? otherwise : std::atoi(text);
-}
 
 /// A record of the host and the model's own copy of it. Handing a twin in twice is handing the same record in twice.
 template <class Record>
@@ -694,7 +689,7 @@ using Sides = testing::Types<ServerSide, ClientSide>;
 TYPED_TEST_SUITE(AgainstTheModel, Sides);
 
 TYPED_TEST(AgainstTheModel, EveryAnswerIsTheModels) {
-    const auto seed = static_cast<unsigned>(fromEnvironment("PM_SEED", static_cast<int>(std::random_device()())));
+    const unsigned seed = seedOfRun();
     const int steps = fromEnvironment("PM_STEPS", std::is_same_v<TypeParam, ServerSide> ? 1500 : 250);
     std::string history;
     Walk<TypeParam> walk(seed);

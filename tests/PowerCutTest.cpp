@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <fstream>
 #include <random>
 
 #include "tests/FaultyCalls.h"
+#include "tests/FromEnvironment.h"
 #include "tests/StoredDay.h"
 #include "tests/TemporaryStore.h"
 
@@ -46,12 +46,12 @@ public:
                 write(event, synced, random);
             }
         }
-        std::erase_if(files_, [&](const auto& file) {
-            return lost.count(file.first) != 0 || lost.count(fs::path(file.first).parent_path()) != 0;
-        });
-        for (const std::string& directory : lost) {
-            directories_.erase(directory);
-        }
+        const auto isLost = [&](const std::string& path) {
+            return std::any_of(lost.begin(), lost.end(),
+                               [&](const std::string& gone) { return (path + "/").rfind(gone + "/", 0) == 0; });
+        };
+        std::erase_if(files_, [&](const auto& file) { return isLost(file.first); });
+        std::erase_if(directories_, isLost);
     }
 
     void writeTo(const fs::path& from, const fs::path& to) const {
@@ -103,55 +103,80 @@ private:
     std::set<std::string> directories_;
 };
 
-TEST(PowerCut, LeavesTheOldOrTheNewBatchInEachDatabase) {
-    const char* const cutsWanted = std::getenv("PM_CUTS");
-    const char* const seedWanted = std::getenv("PM_SEED");
-    const int cuts = cutsWanted == nullptr ? 120 : std::atoi(cutsWanted);
-    const unsigned seed = seedWanted == nullptr ? std::random_device()() : static_cast<unsigned>(std::atoi(seedWanted));
-    SCOPED_TRACE("PM_SEED=" + std::to_string(seed));
-    std::mt19937_64 random(seed);
-    constexpr int kLoads = 5;
-    TemporaryStore store;
-    fs::create_directories(store.path());
-    faulty::skipSyncs(true);
-    CClientInstrumentCenter center("test", 10, 10, 10);
-    for (int number = 0; number < kLoads; ++number) {
-        const Disk before(store.path());
-        faulty::startRecording(store.path());
-        load(center, number);
+class PowerCut : public testing::Test {
+protected:
+    PowerCut() {
+        fs::create_directories(store_.path());
+        TemporaryStore::service().setRootPath(rootBeneath(store_.path()));
+        faulty::skipSyncs(true);
+    }
+    ~PowerCut() override { faulty::skipSyncs(false); }
+
+    /// Loads make the root themselves, and the way to it.
+    static fs::path rootBeneath(const fs::path& disk) { return disk / "way" / "root"; }
+
+    /// Loads the next day, and cuts the power several times on the way.
+    void loadAndCut(int number, int cuts) {
+        const Disk before(store_.path());
+        faulty::startRecording(store_.path());
+        load(center_, number);
         const std::vector<Event> events = faulty::stopRecording();
         ASSERT_GT(events.size(), 4U);
-        for (int cut = 0; cut < cuts / kLoads && !testing::Test::HasFailure(); ++cut) {
-            const std::size_t count = cut == 0 ? events.size() : random() % (events.size() + 1);
+        for (int cut = 0; cut < cuts && !HasFailure(); ++cut) {
+            const bool returned = cut % 4 == 0;  // the load had
+            const std::size_t count = returned ? events.size() : random_() % events.size();
             SCOPED_TRACE(testing::Message() << "load " << number << ", cut after " << count << " of " << events.size());
             Disk disk = before;
-            disk.replay(events, count, random);
+            disk.replay(events, count, random_);
             const TemporaryDirectory after;
-            disk.writeTo(store.path(), after.path());
-            for (const std::string& db : storedDatabases()) {
-                const std::optional<StoredLoads> loads = storedLoads(after.path(), db);
-                std::set<int> allowed{lastLoadOf(db, number)};
-                if (count < events.size() && number > 0) {
-                    allowed.insert(lastLoadOf(db, number - 1));
-                }
-                const bool nothing = !loads || loads->documents.empty();
-                if (count == events.size() || number > 0 || !nothing) {
-                    EXPECT_EQ(notOneOf(allowed, db, loads.value_or(StoredLoads{})), "");
-                }
+            disk.writeTo(store_.path(), after.path());
+            const fs::path root = rootBeneath(after.path());
+            expectOldOrNew(root, number, returned);
+            if (cut % 4 == 1) {
+                expectTheDayAfter(root);
             }
-            if (cut % 4 == 1) {  // and the day after
-                TemporaryStore::service().setRootPath(after.path());
-                CClientInstrumentCenter next("test", 10, 10, 10);
-                load(next, kLoadsOfACenter);
-                for (const std::string& db : storedDatabases()) {
-                    const auto loads = storedLoads(after.path(), db);
-                    EXPECT_EQ(notOneOf({kLoadsOfACenter}, db, loads.value_or(StoredLoads{})), "");
-                }
-            }
-            TemporaryStore::service().setRootPath(store.path());
         }
     }
-    faulty::skipSyncs(false);
+
+    static void expectOldOrNew(const fs::path& root, int number, bool returned) {
+        for (const std::string& db : storedDatabases()) {
+            const std::optional<StoredLoads> loads = storedLoads(root, db);
+            std::set<int> allowed{lastLoadOf(db, number)};
+            if (!returned && number > 0) {
+                allowed.insert(lastLoadOf(db, number - 1));
+            }
+            const bool nothing = !loads || loads->documents.empty();
+            if (returned || number > 0 || !nothing) {
+                EXPECT_EQ(notOneOf(allowed, db, loads.value_or(StoredLoads{})), "");
+            }
+        }
+    }
+
+    /// A new process loads on what is left.
+    void expectTheDayAfter(const fs::path& root) {
+        TemporaryStore::service().setRootPath(root);
+        CClientInstrumentCenter next("test", 10, 10, 10);
+        load(next, kLoadsOfACenter);
+        for (const std::string& db : storedDatabases()) {
+            const auto loads = storedLoads(root, db);
+            EXPECT_EQ(notOneOf({kLoadsOfACenter}, db, loads.value_or(StoredLoads{})), "");
+        }
+        TemporaryStore::service().setRootPath(rootBeneath(store_.path()));
+    }
+
+    const unsigned seed_ = seedOfRun();
+    std::mt19937_64 random_{seed_};
+    TemporaryStore store_;
+    CClientInstrumentCenter center_{"test", 10, 10, 10};
+};
+
+TEST_F(PowerCut, LeavesTheOldOrTheNewBatchInEachDatabase) {
+    SCOPED_TRACE("PM_SEED=" + std::to_string(seed_));
+    constexpr int kLoads = 5;
+    const int cuts = fromEnvironment("PM_CUTS", 120);
+    for (int number = 0; number < kLoads && !HasFailure(); ++number) {
+        loadAndCut(number, cuts / kLoads);
+    }
 }
 
 }  // namespace

@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <functional>
 #include <mutex>
 #include <thread>
 
 #include "tests/CenterFixture.h"
+#include "tests/FromEnvironment.h"
 #include "tests/SecondaryRecords.h"
 
 // Writers reload and change everything, each load one generation further; readers ask everything meanwhile. A record
@@ -20,11 +20,6 @@ constexpr int kStable = 60;  // codes of every generation
 constexpr int kPassing = 9;  // codes that only each third generation has
 constexpr int kClasses = 3;
 constexpr int kGroups = 2;
-
-int wantedGenerations(int otherwise) {
-    const char* const text = std::getenv("PM_GENERATIONS");
-    return text == nullptr ? otherwise : std::atoi(text);
-}
 
 /// What readers found wrong; the first few in words.
 class Faults {
@@ -114,7 +109,7 @@ class Stress : public CenterTest<Kind> {
 protected:
     static constexpr bool kClient = std::is_same_v<Kind, ClientKind>;
     // Each generation of the persisted center waits for the disk some forty times.
-    const int last_ = wantedGenerations(kClient ? 40 : 150);
+    const int last_ = fromEnvironment("PM_GENERATIONS", kClient ? 40 : 150);
 
     /// One reading thread: what it saw last, so that it notices when time runs backwards.
     class Reader {

@@ -307,11 +307,12 @@ bson::BSONObj CPersistService::readData(const std::string& db, const std::string
 namespace {
 
 /// Reads the documents beneath `prefix` whose remaining key `wanted` accepts; what is no document is passed over and
-/// named in the status.
+/// named in the status. When reading fails half way, `out` is left as it was.
 template <class Wanted>
 StoreStatus readInto(StoreDatabase& database, const std::string& prefix, const Wanted& wanted,
                      std::map<std::string, bson::BSONObj>& out) {
     std::string problem;
+    std::map<std::string, bson::BSONObj> found;
     const StoreStatus status = database.scan(prefix, [&](std::string_view key, std::string_view bytes) {
         key.remove_prefix(prefix.size());
         if (!wanted(key)) {
@@ -320,12 +321,15 @@ StoreStatus readInto(StoreDatabase& database, const std::string& prefix, const W
         std::string error;
         bson::BSONObj object = bson::BSONObj::fromBytes(bytes.data(), bytes.size(), &error);
         if (error.empty()) {
-            out.insert_or_assign(out.end(), std::string(key), std::move(object));
+            found.insert_or_assign(found.end(), std::string(key), std::move(object));
         } else if (problem.empty()) {
             problem = fmt::format("document {}: {}", shown(std::string(key)), error);
         }
         return true;
     });
+    if (status.ok()) {
+        out.swap(found);
+    }
     return problem.empty() ? status : StoreStatus::damage(problem);
 }
 

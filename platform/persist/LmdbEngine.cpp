@@ -111,10 +111,26 @@ StoreStatus lastError(const char* step) {
 }
 
 /// Has the names in a directory on disk: without, a power cut could take a fresh file away, however well its bytes were
-/// flushed.
-bool syncDirectory(const std::string& directory) {
+/// flushed. One that may not be listed, and a file system that has no such flush, are left at that.
+bool syncDirectory(const std::filesystem::path& directory) {
     const Descriptor opened(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return opened.valid() && ::fsync(opened.get()) == 0;
+    return opened.valid() ? ::fsync(opened.get()) == 0 || errno == EINVAL : errno == EACCES;
+}
+
+/// Makes the directory of a database and what is missing on the way to it. The names above the root are on disk then;
+/// the others are when a database is created.
+StoreStatus makeDirectories(const std::filesystem::path& directory) {
+    std::error_code error;
+    std::vector<std::filesystem::path> extended;
+    std::filesystem::path way = directory.parent_path().parent_path();
+    for (; way.has_relative_path() && !std::filesystem::exists(way, error); way = way.parent_path()) {
+        extended.push_back(way.parent_path());
+    }
+    std::filesystem::create_directories(directory, error);
+    if (error) {
+        return StoreStatus::failure(fmt::format("create directory: {}", error.message()));
+    }
+    return std::all_of(extended.begin(), extended.end(), syncDirectory) ? StoreStatus() : lastError("sync directory");
 }
 
 class Cursor {
@@ -323,18 +339,21 @@ StoreStatus LmdbDatabase::open(bool create) {
     return pages.ok() ? finishOpening() : pages;
 }
 
+/// The file's name is on disk before the file holds anything, so one that does needs no such care any more.
 StoreStatus LmdbDatabase::create() {
+    if (!Descriptor(::open(dataPath_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kFileMode)).valid()) {
+        return lastError("create");
+    }
+    const std::filesystem::path directory(directory_);
+    const std::filesystem::path root = directory.parent_path();
+    if (!syncDirectory(directory) || !syncDirectory(root) || !syncDirectory(root.parent_path())) {
+        return lastError("sync directory");
+    }
     const int code = openEnvironment(0, true);
     if (code != MDB_SUCCESS) {
         // What was written of the first pages is no database, and no damaged one either.
         static_cast<void>(::truncate(dataPath_.c_str(), 0));
         return statusOf(code, "create");
-    }
-    const std::filesystem::path root = std::filesystem::path(directory_).parent_path();
-    for (const std::string& directory : {directory_, root.string(), root.parent_path().string()}) {
-        if (!syncDirectory(directory)) {
-            return lastError("sync directory");
-        }
     }
     return finishOpening();
 }
@@ -821,10 +840,8 @@ public:
         const std::lock_guard guard(registry_.lock);
         status = {};
         if (mode == Mode::Create) {
-            std::error_code error;
-            std::filesystem::create_directories(directory, error);
-            if (error) {
-                status = StoreStatus::failure(fmt::format("create directory: {}", error.message()));
+            status = makeDirectories(directory);
+            if (!status.ok()) {
                 return nullptr;
             }
         } else if (::access((directory + "/" + kDataFile).c_str(), F_OK) != 0) {

@@ -95,18 +95,20 @@ boost::shared_ptr<Record> readRecord(const std::string& db, std::uint64_t key,
     return record;
 }
 
-/// Every record in a database, in the order of the document keys. What is no such record is left out.
+/// Every record in a database, in the order of the document keys. What is no such record is left out; nothing when the
+/// database cannot be read to its end.
 template <class Record>
 std::vector<boost::shared_ptr<Record>> readRecords(const std::string& db,
                                                    DocumentReader<Record> read = recordOf<Record>) {
     std::vector<boost::shared_ptr<Record>> records;
-    if (!db.empty()) {
-        store().visitAllData(db, [&](std::string_view, std::string_view bytes) {
-            if (boost::shared_ptr<Record> record = read(bytes)) {
-                records.push_back(std::move(record));
-            }
-            return true;
-        });
+    const auto keep = [&](std::string_view, std::string_view bytes) {
+        if (boost::shared_ptr<Record> record = read(bytes)) {
+            records.push_back(std::move(record));
+        }
+        return true;
+    };
+    if (db.empty() || !store().visitAllData(db, keep)) {
+        records.clear();
     }
     return records;
 }

@@ -173,7 +173,7 @@ protected:
 TEST_F(PowerCut, LeavesTheOldOrTheNewBatchInEachDatabase) {
     SCOPED_TRACE("PM_SEED=" + std::to_string(seed_));
     constexpr int kLoads = 5;
-    const int cuts = fromEnvironment("PM_CUTS", 120);
+    const int cuts = fromEnvironment("PM_CUTS", 60);
     for (int number = 0; number < kLoads && !HasFailure(); ++number) {
         loadAndCut(number, cuts / kLoads);
     }

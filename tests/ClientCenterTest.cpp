@@ -13,9 +13,11 @@ namespace {
 
 using testing::Contains;
 using testing::ElementsAre;
+using testing::Eq;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
+using testing::Pointee;
 using testing::SizeIs;
 
 class ClientCenter : public CenterTest<ClientKind> {
@@ -306,7 +308,9 @@ TEST_F(ClientCenter, FuturesCataloguesAreReadBackFromTheStore) {
     engine->failWritesOf("OvIns_FUPROD");
     load({"DCE"}, {main});
     EXPECT_EQ(capture.count("[clientIns] save to persist failed, market = FUPROD"), 1U);
-    EXPECT_THAT(asked().getProductInstruments("m"), IsEmpty()) << "not the contracts of an earlier load";
+    EXPECT_THAT(asked().getProductInstruments("m"), ElementsAre(Pointee(Eq(*main)))) << "not an earlier load's";
+    load({"SH"}, {instrument("SH", "600000")});
+    EXPECT_EQ(capture.count("[clientIns] save to persist failed, market = FUPROD"), 1U) << "nothing to write";
 
     engine->failWritesOf("");
     load({"DCE"}, {main});
@@ -314,6 +318,23 @@ TEST_F(ClientCenter, FuturesCataloguesAreReadBackFromTheStore) {
     next.initInstruments({"SH"}, {instrument("SH", "600000")});
     EXPECT_THAT(static_cast<IInstrumentCenter&>(next).getFutureMainInstruments("DCE"), IsEmpty());
     EXPECT_THAT(static_cast<IInstrumentCenter&>(next).getProductInstruments("m"), IsEmpty());
+}
+
+TEST_F(ClientCenter, LoadsOfOneFamilyAtOnceLoseNoDocument) {
+    load({"HK"}, {instrument("HK", "00700")});
+    const auto engine = std::make_shared<FailingEngine>();
+    service().setEngine(engine);
+    bool other = false;
+    engine->onWrite([&](const std::string& db) {
+        if (db == "OvRawHGT" && !std::exchange(other, true)) {
+            load({"SGT"}, {instrument("SGT", "02800")});
+        }
+    });
+    load({"HGT"}, {instrument("HGT", "00005")});
+    ASSERT_TRUE(other);
+    for (const char* const key : {"HK00005", "HK02800", "HK00700"}) {
+        EXPECT_TRUE(asked().hasCode(key) && asked().getInstrument(key)) << key;
+    }
 }
 
 TEST_F(ClientCenter, OuterTablesKeepNamesAndReplaceTheRest) {

@@ -149,7 +149,7 @@ void CClientInstrumentCenter::doInitInstruments(const std::vector<std::string>& 
     LoadReport report = reportOn(instruments);
     StepWatch steps;
     {
-        Replacement replacement(client_->replaced);
+        Replacement replacement(client_->databases);
         forgetMarkets(markets, replacement);
         loadInstruments(markets, instruments, replacement, steps);
     }
@@ -238,7 +238,7 @@ void CClientInstrumentCenter::tryMergeSHExchangeDatas(
 void CClientInstrumentCenter::createExchangeDatas(
     // NOLINTNEXTLINE(performance-unnecessary-value-param): hosts compile against the signature
     std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& datas, std::string market) {
-    Replacement none(client_->replaced);
+    Replacement none(client_->databases);
     writeMarkets(datas, market, none);
 }
 
@@ -306,7 +306,7 @@ bool CClientInstrumentCenter::getCachedDatas(uint64 marketHash,
 }
 
 void CClientInstrumentCenter::clearDatas(const std::vector<std::string>& markets) {
-    Replacement byNothing(client_->replaced);
+    Replacement byNothing(client_->databases);
     forgetMarkets(markets, byNothing);
 }
 

@@ -1,7 +1,8 @@
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <iterator>
 #include <list>
-
 #include <utility>
 
 #include "base/instrumentcenter/CClientInstrumentCenter.h"
@@ -50,13 +51,15 @@ void CClientInstrumentCenter::createFutureMainDatas(
         fields.push_back({std::to_string(market), batch.documents()});
     }
     store().initDb(db, false);
-    const bool saved = store().replaceHashDatas(db, fields);
-    if (!saved) {
-        state().loads.write()->noteFailedWrite(db);
-    }
+    // All in one step; where that fails, market by market, so that one cannot keep the others out.
+    const bool allSaved = fields.empty() || store().replaceHashDatas(db, fields);
+    auto field = fields.begin();
     for (auto& [market, mains] : mainsByMarket) {
+        const bool saved = allSaved || store().replaceHashDatas(db, {*field});
+        ++field;
         if (!saved) {
             PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kFutureMains));
+            state().loads.write()->noteFailedWrite(db);
         }
         const auto futures = client_->futures.write();
         installMainContracts(market, mains, *futures);
@@ -83,7 +86,7 @@ void CClientInstrumentCenter::createFutureProdcutDatas(
         fields.push_back({fieldOf(product), batch.documents()});
     }
     const std::string db = DBBuilder::buildDbName(kFutureProducts);
-    const bool saved = store().initDb(db, false) && store().replaceHashDatas(db, fields);
+    const bool saved = (store().initDb(db, false) && store().replaceHashDatas(db, fields)) || fields.empty();
     if (!saved) {
         PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kFutureProducts));
         state().loads.write()->noteFailedWrite(db);
@@ -91,11 +94,13 @@ void CClientInstrumentCenter::createFutureProdcutDatas(
     {
         const auto futures = client_->futures.write();
         for (const auto& [product, contracts] : contractsByProduct) {
-            if (saved) {
-                futures->savedProducts.insert(product);
-            } else {
-                futures->savedProducts.erase(product);
+            std::vector<StockKey> keys;
+            if (!saved) {
+                std::transform(
+                    contracts.begin(), contracts.end(), std::back_inserter(keys),
+                    [](const InstrumentPtr& contract) { return stockKey(contract->market, contract->code); });
             }
+            futures->products[product] = {saved, std::move(keys)};
         }
     }
     client_->names.updateDbName(kFutureProducts, db);
@@ -191,11 +196,17 @@ CClientInstrumentCenter::getProductMainInstruments() {
 
 std::list<boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCenter::getProductInstruments(
     const std::string& productId) {
-    // A field that an earlier run left is not looked into.
-    if (client_->futures.read()->savedProducts.count(productId) == 0) {
-        return {};
+    StoredProduct product;
+    {
+        const auto futures = client_->futures.read();
+        const auto found = futures->products.find(productId);
+        if (found == futures->products.end()) {
+            return {};  // also for a field that an earlier run left
+        }
+        product = found->second;
     }
-    const auto records = readField(client_->names.getDbName(kFutureProducts), fieldOf(productId));
+    const auto records = product.saved ? readField(client_->names.getDbName(kFutureProducts), fieldOf(productId))
+                                       : recordsOf(product.unsaved);
     return {records.begin(), records.end()};
 }
 

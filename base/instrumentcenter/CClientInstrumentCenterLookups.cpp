@@ -141,7 +141,7 @@ void CClientInstrumentCenter::addMarket(uint64 marketHash, const std::string& ma
         return;
     }
     // What a load is about to replace counts as dropped.
-    const bool dropped = client_->replaced.read()->count(db) != 0;
+    const bool dropped = client_->databases.dropped.read()->count(db) != 0;
     const auto records = dropped ? std::vector<InstrumentPtr>() : readRecords<CInstrumentDetail>(db);
     if (records.empty()) {
         getCachedDatas(marketHash, out);

@@ -118,7 +118,7 @@ void CClientInstrumentCenter::doInitEtfs(const std::vector<boost::shared_ptr<CET
 void CClientInstrumentCenter::replaceMarket(
     const std::string& market, std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped,
     std::size_t received) {
-    Replacement replacement(client_->replaced);
+    Replacement replacement(client_->databases);
     forgetMarkets({market}, replacement);
     state().loads.write()->receive({{marketKey(market), received}});
     writeMarkets(grouped, market, replacement);

@@ -92,7 +92,7 @@ struct ClientState {
     CodeIndex codeIndex;
     const Classifier classifier;
     Guarded<ParkedRecords> failedDatas;
-    Guarded<DroppedDatabases> replaced;
+    SharedDatabases databases;
     RecordCache<CInstrumentDetail> instruments;
     RecordCache<CBondInfoDetail> bonds;
     RecordCache<COTCFundPlanInfo> plans;

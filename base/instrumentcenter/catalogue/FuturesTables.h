@@ -38,14 +38,21 @@ struct DceSpreads {
 /// The spread contracts of "DCE"; nothing when the snapshot has no such market. Codes of another form are passed over.
 std::optional<DceSpreads> deriveDceSpreads(const GroupedSnapshot& grouped);
 
+/// What the persisted center knows of the contracts of a product that it has derived.
+struct StoredProduct {
+    bool saved = false;             // in the store; else the last write failed
+    std::vector<StockKey> unsaved;  // the contracts, where they could not be written
+};
+
 /// The futures catalogues of a center; keys are stock keys.
 struct FuturesCatalogue {
     std::map<MarketKey, KeySet> mainCodesByMarket;
     std::map<std::string, KeySet> mainCodesByProduct;
     DceSpreads spreads;
-    // The persisted center alone: what it has written since its construction, and which markets it could not write.
+    // The persisted center alone: the markets whose main contracts it could not write, and every product since its
+    // construction.
     std::set<MarketKey> unsavedMarkets;
-    std::set<std::string> savedProducts;
+    std::map<std::string, StoredProduct> products;
 };
 
 /// Replaces the market's main contracts, also by none, and those of every product that has any; products that do not

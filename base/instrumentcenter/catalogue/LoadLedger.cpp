@@ -92,7 +92,8 @@ std::string filedMarketName(MarketKey market, const MarketRecords& records) {
     if (market == marketKey(kEtfInstruments)) {
         return kEtfInstruments;
     }
-    return records.empty() ? std::string() : std::string(foldedMarket(records.begin()->second->market));
+    const auto any = std::find_if(records.begin(), records.end(), [](const auto& entry) { return entry.second; });
+    return any == records.end() ? std::string() : std::string(foldedMarket(any->second->market));
 }
 
 }  // namespace mxservice

@@ -1,31 +1,43 @@
 #pragma once
 
+#include <map>
+#include <mutex>
 #include <set>
 #include <string>
-#include <utility>
 
 #include "base/instrumentcenter/catalogue/Guarded.h"
 #include "base/instrumentcenter/store/Documents.h"
 
 namespace mxservice {
 
-/// The databases that loads under way have dropped for their callers and not yet written; one for each load.
-using DroppedDatabases = std::multiset<std::string>;
+/// What the loads of a center do to the databases they share.
+struct SharedDatabases {
+    /// Dropped, as far as this center's callers can tell, by loads under way, and not written since.
+    Guarded<std::set<std::string>> dropped;
+
+    /// Held while a database is emptied or written. One mutex a database: loads of different markets do not wait for
+    /// each other.
+    std::mutex& writeLock(const std::string& db) { return (*writeLocks_.write())[db]; }
+
+private:
+    Guarded<std::map<std::string, std::mutex>> writeLocks_;
+};
 
 /// The databases that one load drops. To readers of this center they are empty at once. On disk each one's documents
 /// stay until the load writes the database, and go in the step that brings the new ones, so that a crash leaves either;
-/// what the load does not write, or fails to, is emptied at the end.
+/// what the load does not write, or fails to, is emptied at the end. Loads that drop a database at the same time keep
+/// what either writes afterwards: the first write takes the old documents away, the second one adds.
 class Replacement {
 public:
-    explicit Replacement(Guarded<DroppedDatabases>& dropped) : dropped_(dropped) {}
+    explicit Replacement(SharedDatabases& databases) : databases_(databases) {}
     ~Replacement() { dropRest(); }
     Replacement(const Replacement&) = delete;
     Replacement& operator=(const Replacement&) = delete;
 
     /// Drops a database; nothing for an empty name.
     void add(const std::string& db) {
-        if (!db.empty() && pending_.insert(db).second) {
-            dropped_.write()->insert(db);
+        if (!db.empty() && dropped_.insert(db).second) {
+            databases_.dropped.write()->insert(db);
         }
     }
 
@@ -34,35 +46,35 @@ public:
         if (!store().initDb(db, false)) {
             return false;
         }
-        if (pending_.count(db) == 0) {
+        const std::lock_guard guard(databases_.writeLock(db));
+        if (!isDropped(db)) {
             return store().writeDocuments(db, batch.documents(), false);
         }
         if (!store().replaceDocuments(db, batch.documents())) {
             return false;
         }
-        pending_.erase(db);
-        forget(db);
+        databases_.dropped.write()->erase(db);
         return true;
     }
 
     /// Empties what was not written. Before anything is derived from the load: a host may name a database that the
     /// derived catalogues write, and what they write must stay.
     void dropRest() {
-        for (const std::string& db : pending_) {
-            store().dropAllData(db);
-            forget(db);
+        for (const std::string& db : dropped_) {
+            const std::lock_guard guard(databases_.writeLock(db));
+            if (isDropped(db)) {
+                store().dropAllData(db);
+                databases_.dropped.write()->erase(db);
+            }
         }
-        pending_.clear();
+        dropped_.clear();
     }
 
 private:
-    void forget(const std::string& db) {
-        const auto dropped = dropped_.write();
-        dropped->erase(dropped->find(db));
-    }
+    bool isDropped(const std::string& db) const { return databases_.dropped.read()->count(db) != 0; }
 
-    Guarded<DroppedDatabases>& dropped_;
-    std::set<std::string> pending_;
+    SharedDatabases& databases_;
+    std::set<std::string> dropped_;  // by this load
 };
 
 }  // namespace mxservice

@@ -13,8 +13,8 @@
 /// A directory of its own, gone with the object.
 class TemporaryDirectory {
 public:
-    TemporaryDirectory() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "pmtest-XXXXXX").string();
+    explicit TemporaryDirectory(const std::filesystem::path& parent = std::filesystem::temp_directory_path()) {
+        std::string pattern = (parent / "pmtest-XXXXXX").string();
         path_ = ::mkdtemp(pattern.data());
     }
     ~TemporaryDirectory() {
@@ -25,6 +25,12 @@ public:
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
 
     const std::filesystem::path& path() const { return path_; }
+
+    /// A place that needs no disk, where there is one: for tests that flush often and do not ask for durability.
+    static std::filesystem::path inMemory() {
+        const char* const memory = "/dev/shm";
+        return ::access(memory, W_OK) == 0 ? memory : std::filesystem::temp_directory_path();
+    }
 
 private:
     std::filesystem::path path_;

@@ -257,9 +257,14 @@ void CClientInstrumentCenter::writeMarkets(
         load.market = folded;
         KeySet keys;
         keys.reserve(records.size());
+        bool oddlyKeyed = false;
         for (const auto& [key, record] : records) {
             keys.insert(key);
             load.replaced += former.count(key);
+            oddlyKeyed = oddlyKeyed || isOfAnother(key, *record);
+        }
+        if (oddlyKeyed) {
+            client_->oddlyKeyed.write()->insert(marketHash);
         }
         load.stored = keys.size();
         load.removed = former.size() - load.replaced;

@@ -93,7 +93,9 @@ boost::shared_ptr<CInstrumentDetail> CClientInstrumentCenter::getInstrument(uint
     const bool parkedFirst = client_->parkedIsCurrent(*market);
     InstrumentPtr record = parkedFirst ? client_->parkedRecord(*market, key) : nullptr;
     if (!record) {
-        record = readRecord<CInstrumentDetail>(client_->names.getDbName(*market), key);
+        const bool oddlyKeyed = client_->oddlyKeyed.read()->count(*market) != 0;
+        const auto read = oddlyKeyed ? readRecord<CInstrumentDetail> : readOwnRecord<CInstrumentDetail>;
+        record = read(client_->names.getDbName(*market), key, recordOf<CInstrumentDetail>);
     }
     if (!record && !parkedFirst) {
         record = client_->parkedRecord(*market, key);

@@ -73,7 +73,7 @@ boost::shared_ptr<Record> readThrough(RecordCache<Record>& cache, const Guarded<
     const std::uint64_t generation = cache.generation();
     boost::shared_ptr<Record> record = unsavedRecord(catalogue, key);
     if (!record) {
-        record = readRecord<Record>(db, key);
+        record = readOwnRecord<Record>(db, key);
     }
     if (record) {
         cache.insert(key, record, generation);
@@ -137,7 +137,7 @@ boost::shared_ptr<CETFDetail> CClientInstrumentCenter::getEtf(const std::string&
         return unsaved;
     }
     // A known key whose document is lost answers a record of defaults: deliberate.
-    const auto stored = readRecord(DBBuilder::buildDbName(kAllEtfs), key, knownRecordOf<CETFDetail>);
+    const auto stored = readOwnRecord(DBBuilder::buildDbName(kAllEtfs), key, knownRecordOf<CETFDetail>);
     return stored ? stored : boost::make_shared<CETFDetail>();
 }
 

@@ -93,6 +93,8 @@ struct ClientState {
     const Classifier classifier;
     Guarded<ParkedRecords> failedDatas;
     SharedDatabases databases;
+    /// Markets that a host's own class has filed under keys other than those of the records.
+    Guarded<std::set<MarketKey>> oddlyKeyed;
     RecordCache<CInstrumentDetail> instruments;
     RecordCache<CBondInfoDetail> bonds;
     RecordCache<COTCFundPlanInfo> plans;

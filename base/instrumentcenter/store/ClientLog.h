@@ -21,4 +21,7 @@ std::string formatted(const char* text, const Arguments&... arguments) {
 /// The text of a failed write of a market or pseudo-market.
 constexpr const char* kSaveFailed = "[clientIns] save to persist failed, market = %1%";
 
+/// The text of a document that is not of the record whose key it stands under.
+constexpr const char* kNotItsOwn = "[clientIns] document of another record, db = %1%, key = %2%";
+
 }  // namespace mxservice

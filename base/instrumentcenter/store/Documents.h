@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "base/instrumentcenter/catalogue/Guarded.h"
+#include "base/instrumentcenter/catalogue/PseudoInstruments.h"
+#include "base/instrumentcenter/store/ClientLog.h"
 #include "platform/bson/BSONObj.h"
 #include "platform/persist/CPersistService.h"
 #include "platform/record/Records.h"
@@ -91,6 +93,33 @@ boost::shared_ptr<Record> readRecord(const std::string& db, std::uint64_t key,
             record = read(bytes);
             return false;
         });
+    }
+    return record;
+}
+
+/// Whether a record stands under the key of another, as it may in a damaged file. One that lacks a part of its key says
+/// nothing about that: any field may be missing from a document.
+inline bool isOfAnother(StockKey key, const CInstrumentDetail& record) {
+    return !record.market.empty() && !record.code.empty() &&
+           key != stockKey(foldedMarket(record.market), record.code) && key != stockKey(record.market, record.code) &&
+           key != stockKey(kEtfInstruments, record.code);
+}
+inline bool isOfAnother(StockKey key, const CETFDetail& etf) {
+    return !etf.market.empty() && !etf.etfCode.empty() && !etf.prCode.empty() && key != etfKey(etf) &&
+           key != creationKey(etf);
+}
+inline bool isOfAnother(StockKey key, const CBondInfoDetail& bond) {
+    return !bond.bondCode.empty() && key != bondKey(bond);
+}
+
+/// readRecord, but another's record counts as missing.
+template <class Record>
+boost::shared_ptr<Record> readOwnRecord(const std::string& db, std::uint64_t key,
+                                        DocumentReader<Record> read = recordOf<Record>) {
+    boost::shared_ptr<Record> record = readRecord(db, key, read);
+    if (record && isOfAnother(key, *record)) {
+        PM_LOG(utils::kLogError, kClientSource, formatted(kNotItsOwn, db, key));
+        record = nullptr;
     }
     return record;
 }

@@ -180,7 +180,10 @@ void watchForks() {
 class LmdbDatabase final : public StoreDatabase {
 public:
     LmdbDatabase(std::string directory, bool readOnly)
-        : directory_(std::move(directory)), dataPath_(directory_ + "/" + kDataFile), readOnly_(readOnly) {}
+        : directory_(std::move(directory)),
+          dataPath_(directory_ + "/" + kDataFile),
+          lockPath_(directory_ + "/lock.mdb"),
+          readOnly_(readOnly) {}
 
     ~LmdbDatabase() override { retire(); }
 
@@ -298,6 +301,7 @@ private:
 
     const std::string directory_;
     const std::string dataPath_;
+    const std::string lockPath_;
     const bool readOnly_;
     const unsigned forks_ = forkCount.load();
     MDB_env* environment_ = nullptr;
@@ -371,6 +375,24 @@ StoreStatus LmdbDatabase::finishOpening() {
     return reading("open", [this](MDB_txn* transaction) { return mdb_dbi_open(transaction, nullptr, 0, &tree_); });
 }
 
+namespace {
+
+/// The library writes its lock file through a map; a page of it that finds no room on the disk would end the process.
+/// So the room is taken beforehand. The file's size stays the library's to set.
+int reserveLockFile(const std::string& path) {
+    constexpr std::size_t kSlotBytes = 64;
+    constexpr auto kBytes = static_cast<off_t>((kMaxReaders + kSlotBytes) * kSlotBytes);
+    const Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kFileMode));
+    if (!file.valid()) {
+        return MDB_SUCCESS;  // the library will tell what is wrong
+    }
+    // Not every file system can reserve room.
+    const bool full = ::fallocate(file.get(), FALLOC_FL_KEEP_SIZE, 0, kBytes) != 0 && errno == ENOSPC;
+    return full ? ENOSPC : MDB_SUCCESS;
+}
+
+}  // namespace
+
 int LmdbDatabase::openEnvironment(std::size_t fileBytes, bool forWriting) {
     MDB_env* fresh = nullptr;
     int code = mdb_env_create(&fresh);
@@ -379,6 +401,9 @@ int LmdbDatabase::openEnvironment(std::size_t fileBytes, bool forWriting) {
     }
     if (code == MDB_SUCCESS) {
         code = mdb_env_set_mapsize(fresh, std::max(kFirstMapBytes, fileBytes));
+    }
+    if (code == MDB_SUCCESS) {
+        code = reserveLockFile(lockPath_);
     }
     if (code == MDB_SUCCESS) {
         const unsigned flags = MDB_NOTLS | (forWriting ? 0U : static_cast<unsigned>(MDB_RDONLY));

@@ -26,8 +26,8 @@ struct MarketLoad {
 
 /// A part of the work of a load.
 struct LoadStep {
-    std::string name;
-    std::chrono::nanoseconds time{};
+    std::string name;                 ///< what is done in it
+    std::chrono::nanoseconds time{};  ///< by the clock on the wall
 };
 
 /// One call of initInstruments. Records that are neither empty, foreign nor waiting stand in their markets' MarketLoad.

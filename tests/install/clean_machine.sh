@@ -7,9 +7,10 @@ set -euo pipefail
 packages=$(readlink -f "$1")
 source=$(readlink -f "$(dirname "$0")/../..")
 root=$(mktemp -d /var/tmp/clean-machine-XXXXXX)
-trap 'rm -rf "$root"' EXIT
+trap 'rm -rf "$root" "$root.log"' EXIT
 
-debootstrap --variant=minbase bookworm "$root" "${DEBIAN_MIRROR:-http://deb.debian.org/debian}" >/dev/null
+debootstrap --variant=minbase bookworm "$root" "${DEBIAN_MIRROR:-http://deb.debian.org/debian}" \
+    >"$root.log" 2>&1 || { tail -n 20 "$root.log" >&2; exit 1; }
 for file in /etc/apt/apt.conf.d/*proxy* /etc/apt/apt.conf.d/*cert*; do
     [ ! -e "$file" ] || cp "$file" "$root/etc/apt/apt.conf.d/"
 done

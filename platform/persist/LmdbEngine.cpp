@@ -117,12 +117,12 @@ bool syncDirectory(const std::filesystem::path& directory) {
     return opened.valid() ? ::fsync(opened.get()) == 0 || errno == EINVAL : errno == EACCES;
 }
 
-/// Makes the directory of a database and what is missing on the way to it. The names above the root are on disk then;
-/// the others are when a database is created.
+/// Makes the directory of a database and what is missing on the way to it. The names on the way are on disk then; the
+/// directory's own is when the database is created.
 StoreStatus makeDirectories(const std::filesystem::path& directory) {
     std::error_code error;
     std::vector<std::filesystem::path> extended;
-    std::filesystem::path way = directory.parent_path().parent_path();
+    std::filesystem::path way = directory.parent_path();
     for (; way.has_relative_path() && !std::filesystem::exists(way, error); way = way.parent_path()) {
         extended.push_back(way.parent_path());
     }
@@ -349,8 +349,7 @@ StoreStatus LmdbDatabase::create() {
         return lastError("create");
     }
     const std::filesystem::path directory(directory_);
-    const std::filesystem::path root = directory.parent_path();
-    if (!syncDirectory(directory) || !syncDirectory(root) || !syncDirectory(root.parent_path())) {
+    if (!syncDirectory(directory) || !syncDirectory(directory.parent_path())) {
         return lastError("sync directory");
     }
     const int code = openEnvironment(0, true);

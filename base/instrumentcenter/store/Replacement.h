@@ -37,6 +37,7 @@ public:
     /// Drops a database; nothing for an empty name.
     void add(const std::string& db) {
         if (!db.empty() && dropped_.insert(db).second) {
+            databases_.writeLock(db);  // made now: to drop the rest takes no memory
             databases_.dropped.write()->insert(db);
         }
     }

@@ -13,8 +13,8 @@ namespace inscenter {
 std::size_t readStoredSnapshot(const std::string& root, Snapshot& snapshot, Console& console);
 
 /// The snapshot as a persisted center would store it, listings merged and connect flags set. Goes through a store in
-/// the directory for temporary files; no center of the process may be in use meanwhile. Throws UnreadableInput when that
-/// cannot be written.
+/// the directory for temporary files; no center of the process may be in use meanwhile. Throws UnreadableInput when
+/// that cannot be written.
 Snapshot storedForm(const Snapshot& snapshot, Console& console);
 
 }  // namespace inscenter

@@ -162,6 +162,22 @@ TEST_F(ToolTest, ExitCodeTellsWhatHappened) {
     }
 }
 
+TEST_F(ToolTest, BothCentersTakeOneArgumentList) {
+    const std::string store = store_.path() / "db";
+    const Result alone = ask({"get", "SH600000"});
+    for (const std::vector<std::string>& center : {std::vector<std::string>{}, {"--center", "server"}}) {
+        std::vector<std::string> arguments{"get", "SH600000", "--store", store};
+        arguments.insert(arguments.end(), center.begin(), center.end());
+        const Result result = ask(arguments);
+        EXPECT_EQ(result.code, 0);
+        EXPECT_EQ(result.out, alone.out);
+        EXPECT_THAT(result.err, HasSubstr("in-memory center does not use --store"));
+    }
+    EXPECT_EQ(ask({"get", "SH999999", "--store", store}).code, 1);
+    EXPECT_FALSE(std::filesystem::exists(store));
+    EXPECT_THAT(ask({"get", "SH600000", "--center", "client"}).err, HasSubstr("needs --store DIR"));
+}
+
 TEST_F(ToolTest, AStoreThatCannotBeWrittenIsNamedAndAnswersComeFromMemory) {
     std::ofstream(store_.path() / "db") << "a file";
     const Result found = askClient({"get", "SH600000"});

@@ -103,7 +103,8 @@ private:
                 "server (in memory) or client (persisted); server by default")
             ->check(CLI::IsMember({"server", "client"}).description(""))
             ->type_name("KIND");
-        app_.add_option("--store", command_.store, "Directory of the client's databases, made when missing")
+        app_.add_option("--store", command_.store,
+                        "Directory of the client's databases, made when missing; the server uses none")
             ->type_name("DIR");
         app_.add_option("--rules", command_.rulesFile, "JSON file with the market rules to use")->type_name("FILE");
         app_.add_option("--today", command_.today, "Day that counts as today, for the codes of new issues")
@@ -252,9 +253,8 @@ private:
             command_.storeVerb = run;
         });
         sub->add_option("DIR", query.root, "Directory that holds the databases")->required();
-        auto* const database = sub->add_option("DB", query.database, "Name of a database; all by default");
+        sub->add_option("DB", query.database, "Name of a database; all by default");
         if (verb.verb == dumpStore) {
-            database->required()->description("Name of the database");
             sub->add_flag("--keys-only", query.keysOnly, "Leave the documents out");
             sub->add_option("--prefix", query.prefix,
                             "Only documents whose key, or sub-documents whose field, begins so")
@@ -349,9 +349,6 @@ std::string contradiction(const Command& command) {
     if (command.center == CenterKind::Client && command.store.empty()) {
         return "--center client needs --store DIR";
     }
-    if (command.center == CenterKind::Server && !command.store.empty()) {
-        return "--store belongs to --center client";
-    }
     return {};
 }
 
@@ -390,6 +387,11 @@ std::optional<Command> parseCommand(int argc, const char* const* argv, std::ostr
         err << "inscenter: " << problem << '\n' << kSeeHelp;
         exitCode = kBadUsage;
         return std::nullopt;
+    }
+    const bool oneCenter = command.task == Task::Ask || command.task == Task::Shell;
+    if (oneCenter && command.center == CenterKind::Server && !command.store.empty()) {
+        err << "inscenter: the in-memory center does not use --store; --center client does\n";
+        command.store.clear();
     }
     return command;
 }

@@ -91,9 +91,10 @@ std::vector<Cell> measureRow(const DatabaseDirectory& directory, const Measures*
     return row;
 }
 
-/// One document as a line: {"key":...,"field":...,"document":...}, "field" of sub-documents only. False when the bytes
-/// are no document; "problem" stands in its place.
-bool dumpDocument(std::string_view stored, std::string_view bytes, bool keysOnly, Output& output) {
+/// One document as a line: {"database":...,"key":...,"field":...,"document":...}, "database" where `database` is not
+/// empty, "field" of sub-documents only. False when the bytes are no document; "problem" stands in its place.
+bool dumpDocument(std::string_view database, std::string_view stored, std::string_view bytes, bool keysOnly,
+                  Output& output) {
     const DocumentKey key(stored);
     std::string error;
     std::string json;
@@ -105,10 +106,19 @@ bool dumpDocument(std::string_view stored, std::string_view bytes, bool keysOnly
     if (output.format() == Format::Csv) {
         std::vector<std::string> cells{std::string(key.key), std::string(key.field)};
         cells.resize(keysOnly ? 2 : 3, json);
+        if (!database.empty()) {
+            cells.emplace(cells.begin(), database);
+        }
         output.csvLine(cells);
         return error.empty();
     }
-    std::string line = "{\"key\":";
+    std::string line = "{";
+    if (!database.empty()) {
+        line += "\"database\":";
+        appendJsonString(line, database);
+        line += ',';
+    }
+    line += "\"key\":";
     appendJsonString(line, key.key);
     if (key.isSub) {
         line += ",\"field\":";
@@ -125,10 +135,9 @@ bool dumpDocument(std::string_view stored, std::string_view bytes, bool keysOnly
     return error.empty();
 }
 
-/// The stored keys, in order.
+/// The first `most` of the stored keys, in order.
 std::vector<std::string> keysOf(const StoreQuery& query, const DatabaseDirectory& directory, StoreDatabase& database,
-                                StoreReader& reader) {
-    const std::size_t most = query.limit.value_or(std::numeric_limits<std::size_t>::max());
+                                StoreReader& reader, std::size_t most) {
     std::vector<std::string> keys;
     if (most > 0) {
         reader.scan(directory, database, query.prefix, [&](std::string_view key, std::string_view) {
@@ -137,6 +146,31 @@ std::vector<std::string> keysOf(const StoreQuery& query, const DatabaseDirectory
         });
     }
     return keys;
+}
+
+/// Dumps no more than `left` documents and takes their number off it; false when some bytes are no document.
+bool dumpDatabase(const StoreQuery& query, const DatabaseDirectory& directory, StoreDatabase& database,
+                  StoreReader& reader, Output& output, std::size_t& left) {
+    bool good = true;
+    const std::vector<std::string> keys = keysOf(query, directory, database, reader, left);
+    left -= keys.size();
+    // One read a document: whoever reads the answer may stop for as long as he likes.
+    for (const std::string& key : keys) {
+        std::string document;
+        const auto keep = [&](std::string_view, std::string_view bytes) {
+            document = bytes;
+            return true;
+        };
+        const StoreStatus status = query.keysOnly ? StoreStatus() : database.get(key, keep);
+        if (!reader.check(directory, status)) {
+            break;
+        }
+        const std::string_view shown = query.database.empty() ? std::string_view(directory.name) : std::string_view();
+        if (status.ok() && !dumpDocument(shown, key, document, query.keysOnly, output)) {
+            good = false;
+        }
+    }
+    return good;
 }
 
 }  // namespace
@@ -167,38 +201,33 @@ bool listStore(const StoreQuery& query, Output& output, Console& console) {
 }
 
 bool dumpStore(const StoreQuery& query, Output& output, Console& console) {
-    const DatabaseDirectory directory = directoryOf(query.root, query.database);
+    const bool all = query.database.empty();
+    const std::vector<DatabaseDirectory> directories = asked(query);
     StoreReader reader(console);
     if (output.format() == Format::Csv) {
-        output.csvLine(query.keysOnly ? std::vector<std::string>{"key", "field"}
-                                      : std::vector<std::string>{"key", "field", "document"});
-    }
-    const auto database = reader.open(directory);
-    if (!database) {
-        if (!reader.failed()) {
-            console.message(directory.name + ": holds no database yet");
-        }
-        return !reader.failed();
+        std::vector<std::string> columns{"database", "key", "field", "document"};
+        columns.resize(query.keysOnly ? 3 : 4);
+        columns.erase(columns.begin(), columns.begin() + (all ? 0 : 1));
+        output.csvLine(columns);
     }
     bool good = true;
-    // One read a document: whoever reads the answer may stop for as long as he likes.
-    for (const std::string& key : keysOf(query, directory, *database, reader)) {
-        std::string document;
-        const auto keep = [&](std::string_view, std::string_view bytes) {
-            document = bytes;
-            return true;
-        };
-        const StoreStatus status = query.keysOnly ? StoreStatus() : database->get(key, keep);
-        if (!reader.check(directory, status)) {
-            break;
+    std::size_t left = query.limit.value_or(std::numeric_limits<std::size_t>::max());
+    for (const DatabaseDirectory& directory : directories) {
+        const auto database = isRead(directory, query) ? reader.open(directory) : nullptr;
+        if (!database) {
+            if (!all && !reader.failed()) {
+                console.message(directory.name + ": holds no database yet");
+            }
+            continue;
         }
-        if (status.ok() && !dumpDocument(key, document, query.keysOnly, output)) {
+        if (!dumpDatabase(query, directory, *database, reader, output, left)) {
             good = false;
+            console.message(
+                fmt::format("{}: holds bytes that are no document; \"store verify\" names them all", directory.name));
         }
     }
-    if (!good) {
-        console.message(
-            fmt::format("{}: holds bytes that are no document; \"store verify\" names them all", directory.name));
+    if (directories.empty()) {
+        output.note(kEmptyStore);
     }
     return good && !reader.failed();
 }

@@ -99,7 +99,7 @@ inline constexpr std::array kStoreVerbs{
     StoreVerbLine{"ls", "The databases of a store: kind, documents, sub-documents, size of the file", "ls db",
                   listStore},
     StoreVerbLine{"dump", "Documents as canonical extended JSON, one a line in the order of the keys",
-                  "dump db OvIns_SH --limit 10\ndump db OvIns_FUMAIN --keys-only", dumpStore},
+                  "dump db OvIns_SH --limit 10\ndump db OvIns_FUMAIN --keys-only\ndump db > store.ndjson", dumpStore},
     StoreVerbLine{"verify", "Reads every document and names those that are damaged, of a wrong class or misplaced",
                   "verify db", verifyStore},
     StoreVerbLine{"stat", "Numbers and sizes of the documents of each database, and their classes", "stat db OvIns_SH",

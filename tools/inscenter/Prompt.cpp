@@ -74,8 +74,8 @@ private:
 
 }  // namespace
 
-bool PlainLines::next(std::string& line) {
-    return static_cast<bool>(std::getline(std::cin, line));
+const char* Prompt::keys() {
+    return "Tab completes, Ctrl-C stops.";
 }
 
 Prompt::Prompt(Completer completer) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -24,11 +25,12 @@ protected:
 /// Standard input as it stands, for scripts.
 class PlainLines : public LineSource {
 public:
-    bool next(std::string& line) override;
+    bool next(std::string& line) override { return static_cast<bool>(std::getline(std::cin, line)); }
 };
 
-/// A prompt on the terminal, with a history that outlives the process (~/.inscenter_history) and completion. Ctrl-C
-/// gives up the line that is being typed; Ctrl-D on an empty one is the end. One at a time.
+/// A prompt on the terminal. Ctrl-C gives up the line that is being typed; Ctrl-D on an empty one is the end. With
+/// libedit it has completion, and a history that outlives the process (~/.inscenter_history); a build without that
+/// library takes PlainPrompt.cpp instead. One at a time.
 class Prompt : public LineSource {
 public:
     /// Answers what the word at the end of `line` may become.
@@ -40,6 +42,9 @@ public:
     Prompt& operator=(const Prompt&) = delete;
 
     bool next(std::string& line) override;
+
+    /// What the keys do, in a sentence.
+    static const char* keys();
 
 private:
     Interruption interruption_;

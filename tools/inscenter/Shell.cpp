@@ -188,7 +188,7 @@ int runShell(const Command& settings, mxservice::IInstrumentCenter& center, cons
     const bool prompt = isatty(STDIN_FILENO) == 1 && isTerminal(out);
     std::unique_ptr<LineSource> lines;
     if (prompt) {
-        out << "Type a command, \"help\" for the list, or \"quit\". Tab completes, Ctrl-C stops." << std::endl;
+        out << "Type a command, \"help\" for the list, or \"quit\". " << Prompt::keys() << std::endl;
         lines = std::make_unique<Prompt>([&](const std::string& line, const std::string& word) {
             return shellCompletions(line, word, center, day);
         });

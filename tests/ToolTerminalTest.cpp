@@ -12,11 +12,13 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "TemporaryStore.h"
+#include "tools/inscenter/Utf8.h"
 
 // The tool's program at a terminal of its own.
 
@@ -160,6 +162,30 @@ TEST_F(ToolTerminalTest, ControlCStopsALongAnswer) {
     shell.readToPrompt();
     shell.type("\x04");
     EXPECT_EQ(shell.finish().second, 0);
+}
+
+TEST_F(ToolTerminalTest, HelpIsBrokenBetweenWords) {
+    const auto wordsOf = [](const std::string& text) {
+        std::istringstream words(text);
+        return std::vector<std::string>(std::istream_iterator<std::string>(words), {});
+    };
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"--help"}, {"list", "--help"}, {"mains", "--help"}, {"store", "dump", "--help"}}) {
+        const std::vector<std::string> words = wordsOf(start(arguments, 200).finish().first);
+        EXPECT_GT(words.size(), 50U);
+        for (const unsigned short columns : std::array<unsigned short, 3>{32, 60, 80}) {
+            const std::string help = start(arguments, columns).finish().first;
+            EXPECT_EQ(wordsOf(help), words) << columns;
+            std::istringstream lines(help);
+            for (std::string line; std::getline(lines, line);) {
+                const std::size_t begin = line.find_first_not_of(' ');
+                const bool oneWord = begin != std::string::npos && line.find(' ', begin) == std::string::npos;
+                EXPECT_TRUE(oneWord || inscenter::displayWidth(line.substr(0, line.find('\r'))) <= columns) << line;
+            }
+        }
+    }
+    Terminal shell = start({"shell"}, 40);
+    EXPECT_THAT(shell.readToPrompt(), HasSubstr("or\r\n\"quit\". "));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <array>
 #include <memory>
 #include <ostream>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -14,6 +15,7 @@
 #include "tools/inscenter/HelpTexts.h"
 #include "tools/inscenter/NearNames.h"
 #include "tools/inscenter/RecordSelection.h"
+#include "tools/inscenter/Terminal.h"
 #include "tools/inscenter/Utf8.h"
 #include "tools/inscenter/VerbList.h"
 
@@ -21,6 +23,8 @@ namespace inscenter {
 namespace {
 
 constexpr int kBadUsage = 2;
+constexpr std::size_t kUsualColumns = 80;  // of help that goes to no terminal
+constexpr std::size_t kNameColumns = 24;   // of options and commands, before what is said of them
 
 /// The options of addListing.
 constexpr std::array kListing{"--where", "--fields", "--sort", "--limit"};
@@ -54,9 +58,10 @@ enum class Place { CommandLine, Shell };
 
 class Parser {
 public:
-    Parser(Command& command, Place place)
+    Parser(Command& command, Place place, std::size_t columns = kUsualColumns)
         : command_(command),
           place_(place),
+          columns_(columns),
           app_(place == Place::Shell ? "" : kAbout, place == Place::Shell ? "" : "inscenter") {
         app_.require_subcommand(1);
         const auto formatter = std::make_shared<CLI::Formatter>();
@@ -64,6 +69,7 @@ public:
         formatter->label("Positionals", "Arguments");
         formatter->label("REQUIRED", "(required)");
         formatter->label("TEXT", "");
+        formatter->column_width(kNameColumns);
         app_.formatter(formatter);
         app_.fallthrough();  // global options may stand behind the command; inherited by commands added from here on
         app_.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::Throw);
@@ -89,6 +95,14 @@ public:
     }
 
     CLI::App& app() { return app_; }
+
+    /// Writes the help that was asked for, or what is wrong; answers the exit code.
+    int stop(const CLI::ParseError& reason, std::ostream& out, std::ostream& err) {
+        std::ostringstream help;
+        const int code = app_.exit(reason, help, err);
+        out << wrapped(help.str(), columns_);
+        return code == 0 ? 0 : kBadUsage;
+    }
 
 private:
     void addLoading() {
@@ -161,7 +175,7 @@ private:
                 sub->add_option("--html", command_.query.page, "File to write")->type_name("FILE")->required();
                 if (place_ == Place::CommandLine) {
                     sub->add_option("--against", command_.query.against,
-                                    "Snapshot or store of another day, to show what changed\nsince")
+                                    "Snapshot or store of another day, to show what changed since")
                         ->type_name("OLD");
                 }
                 break;
@@ -201,7 +215,7 @@ private:
     /// What every verb takes that lists records.
     void addListing(CLI::App& app) {
         app.add_option("--where", selection_.conditions,
-                       "Only records whose FIELD=VALUE; also !=, <, <=, >, >=\nand ~ (holds the text); all must hold")
+                       "Only records whose FIELD=VALUE; also !=, <, <=, >, >= and ~ (holds the text); all must hold")
             ->type_name("CONDITION")
             ->expected(1)
             ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
@@ -220,10 +234,9 @@ private:
 
     void addSelection(CLI::App& app, const VerbLine& verb) {
         auto* const markets = addMarkets(app, "Market names");
-        app.add_option(
-               "--trader-type", command_.query.traderType,
-               "1 stocks, 2 futures, 16 gold, 32 stock options,\n128 Hong Kong, 256 NEEQ, 1024 futures options,\n"
-               "4096 bonds, 1048576 funds, 4 everything")
+        app.add_option("--trader-type", command_.query.traderType,
+                       "1 stocks, 2 futures, 16 gold, 32 stock options, 128 Hong Kong, 256 NEEQ, 1024 futures options, "
+                       "4096 bonds, 1048576 funds, 4 everything")
             ->type_name("NUMBER")
             ->excludes(markets);
         app.callback([this, &verb] {
@@ -318,9 +331,15 @@ private:
 
     Command& command_;
     const Place place_;
+    const std::size_t columns_;
     SelectionTexts selection_;
     CLI::App app_;
 };
+
+std::size_t columnsOf(const std::ostream& out) {
+    const std::size_t columns = screenOf(out).columns;
+    return columns == 0 ? kUsualColumns : columns;
+}
 
 /// What the options say together; empty when that makes sense.
 std::string contradiction(const Command& command) {
@@ -375,11 +394,11 @@ void describe(const CLI::App& app, const std::string& name, std::vector<VerbHelp
 std::optional<Command> parseCommand(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
                                     int& exitCode) {
     Command command;
-    Parser parser(command, Place::CommandLine);
+    Parser parser(command, Place::CommandLine, columnsOf(out));
     try {
         parser.app().parse(argc, argv);
     } catch (const CLI::ParseError& stop) {
-        exitCode = parser.app().exit(stop, out, err) == 0 ? 0 : kBadUsage;
+        exitCode = parser.stop(stop, out, err);
         return std::nullopt;
     }
     const std::string problem = contradiction(command);
@@ -400,11 +419,11 @@ std::optional<Command> parseQuestion(const std::vector<std::string>& words, cons
                                      std::ostream& err, int& exitCode) {
     Command command = settings;
     command.task = Task::Ask;
-    Parser parser(command, Place::Shell);
+    Parser parser(command, Place::Shell, columnsOf(out));
     try {
         parser.app().parse(std::vector<std::string>(words.rbegin(), words.rend()));  // taken from the end
     } catch (const CLI::ParseError& stop) {
-        exitCode = parser.app().exit(stop, out, err) == 0 ? 0 : kBadUsage;
+        exitCode = parser.stop(stop, out, err);
         return std::nullopt;
     }
     return command;

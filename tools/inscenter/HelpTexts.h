@@ -8,14 +8,15 @@ namespace inscenter {
 
 constexpr const char* kSeeHelp = "Run with --help for more information.\n";
 
+// Their lines are broken where they are shown.
+
 constexpr const char* kAbout =
-    "Loads a snapshot of a market day into an instrument center and asks it questions.\n"
-    "A snapshot is a directory of files, one record a line (.ndjson, or .csv with a header line), named by their\n"
-    "catalogue: instruments*, etfs*, bonds*, tenderbonds*, counterparties*, otcfundplans*, issuances*,\n"
-    "issuanceprices*.\n";
+    "Loads a snapshot of a market day into an instrument center and asks it questions. A snapshot is a directory of "
+    "files, one record a line (.ndjson, or .csv with a header line), named by their catalogue: instruments*, etfs*, "
+    "bonds*, tenderbonds*, counterparties*, otcfundplans*, issuances*, issuanceprices*.\n";
 
 constexpr const char* kFooter =
-    "Exit codes: 0 answered; 1 a key was not found, or the centers differ; 2 bad usage, unreadable input or a store\n"
+    "Exit codes: 0 answered; 1 a key was not found, or the centers differ; 2 bad usage, unreadable input or a store "
     "with bad documents; 3 answered, but lines or files of the snapshot were skipped.\n"
     "\nExamples:\n"
     "  inscenter generate --size 1000 day\n"
@@ -23,9 +24,9 @@ constexpr const char* kFooter =
     "  inscenter --data day get SH600000 HK00700 --format json";
 
 constexpr const char* kStoreFooter =
-    "Databases are opened for reading only, also beside a running host, and never changed. The one file that may\n"
-    "be made is the engine's lock.mdb where a database has none; hosts must be able to write to it, so run this as\n"
-    "their user. Unless the file system is read-only, lock.mdb must be writable for this, too.";
+    "Databases are opened for reading only, also beside a running host, and never changed. The one file that may be "
+    "made is the engine's lock.mdb where a database has none; hosts must be able to write to it, so run this as their "
+    "user. Unless the file system is read-only, lock.mdb must be writable for this, too.";
 
 /// The examples of a help text: each of the lines behind `begin`.
 inline std::string exampleLines(std::string_view begin, std::string_view lines) {

@@ -14,6 +14,7 @@
 #include "tools/inscenter/RecordText.h"
 #include "tools/inscenter/ShellWords.h"
 #include "tools/inscenter/Terminal.h"
+#include "tools/inscenter/TextTable.h"
 #include "tools/inscenter/VerbList.h"
 
 namespace inscenter {
@@ -188,7 +189,9 @@ int runShell(const Command& settings, mxservice::IInstrumentCenter& center, cons
     const bool prompt = isatty(STDIN_FILENO) == 1 && isTerminal(out);
     std::unique_ptr<LineSource> lines;
     if (prompt) {
-        out << "Type a command, \"help\" for the list, or \"quit\". " << Prompt::keys() << std::endl;
+        const std::size_t columns = screenOf(out).columns;
+        const std::string banner = std::string("Type a command, \"help\" for the list, or \"quit\". ") + Prompt::keys();
+        out << (columns == 0 ? banner + '\n' : wrapped(banner, columns)) << std::flush;
         lines = std::make_unique<Prompt>([&](const std::string& line, const std::string& word) {
             return shellCompletions(line, word, center, day);
         });

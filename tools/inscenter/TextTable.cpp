@@ -63,6 +63,19 @@ std::string takeLine(std::string_view& text, std::size_t columns) {
     return line;
 }
 
+/// The column, or a smaller one where it leaves too little room.
+std::size_t roomy(std::size_t column, std::size_t columns) {
+    return column + kLeastWrapped <= columns ? column : std::min(column, 2 * kGap.size());
+}
+
+/// Where the lines begin in which a line goes on: under what stands behind its gap.
+std::size_t hangOf(std::string_view line, std::size_t indent, std::size_t columns) {
+    const std::size_t gap = line.find(kGap, indent);
+    const std::size_t behind = gap == std::string_view::npos ? gap : line.find_first_not_of(' ', gap);
+    const std::size_t usual = indent <= kGap.size() ? 2 * indent : indent;
+    return roomy(behind == std::string_view::npos ? usual : behind, columns);
+}
+
 /// How the columns share the screen.
 class Layout {
 public:
@@ -173,6 +186,25 @@ std::string cutText(const std::string& text, std::size_t columns) {
         return text;
     }
     return text.substr(0, fitting(text, columns == 0 ? 0 : columns - 1)) + std::string(kEllipsis);
+}
+
+std::string wrapped(std::string_view text, std::size_t columns) {
+    std::string out;
+    while (!text.empty()) {
+        const std::size_t end = std::min(text.find('\n'), text.size());
+        std::string_view line = text.substr(0, end);
+        text.remove_prefix(std::min(end + 1, text.size()));
+        const std::size_t indent = std::min(line.find_first_not_of(' '), line.size());
+        const std::size_t hang = hangOf(line, indent, columns);
+        line.remove_prefix(indent);
+        for (std::size_t begin = roomy(indent, columns); !line.empty(); begin = hang) {
+            out.append(begin, ' ') += takeLine(line, columns - std::min(begin, columns - 1));
+            out.erase(out.find_last_not_of(' ') + 1);
+            out += line.empty() ? "" : "\n";
+        }
+        out += '\n';
+    }
+    return out;
 }
 
 void appendPadded(std::string& out, std::string_view text, std::size_t width, bool right) {

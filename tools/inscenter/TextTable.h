@@ -39,6 +39,10 @@ struct TextTable {
 /// Cut to so many terminal columns, the last of them showing that something is missing.
 std::string cutText(const std::string& text, std::size_t columns);
 
+/// The text in lines of at most so many columns, broken between words. A line goes on under what stands behind its
+/// first gap of two blanks, as the descriptions of a list do.
+std::string wrapped(std::string_view text, std::size_t columns);
+
 /// Appends the text and blanks up to the width, or the blanks first.
 void appendPadded(std::string& out, std::string_view text, std::size_t width, bool right);
 

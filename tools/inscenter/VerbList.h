@@ -49,8 +49,9 @@ inline constexpr std::array kVerbs{
              showPredicates, Arguments::Keys},
     VerbLine{verbgroup::kInstruments, "list", "The instruments of markets, or of a trader type",
              "list --market DCE CZCE --where mainContractFlag=1\n"
-             "list --trader-type 1 --where 'name~银行' --where 'listingDate>=20200101' --sort -listingDate --limit 10\n"
-             "list --market SH --fields code,name,priceTick --format csv",
+             "list --trader-type 2 --sort -listingDate --limit 10\n"
+             "list --market SH --where 'name~银行' --where lotSize=100\n"
+             "list --market SH --fields code,name --format csv",
              listInstruments, Arguments::Selection, mxservice::CInstrumentDetail::table},
     VerbLine{verbgroup::kInstruments, "find", "What has a code that begins so, or a name that holds it, in any market",
              "find 银行\nfind 6000 --limit 20\nfind 'spc a26'", findText, Arguments::Text},

@@ -25,8 +25,9 @@ struct ServerState;
 /// The center of server processes: every record stays in memory and a lookup costs little more than the cache misses
 /// of one probe. Nothing is read from or written to disk. About 1.4 kB a record beside the host's own reference.
 ///
-/// Threads, ownership and misses are as IInstrumentCenter says. Two loads may run at the same time; each index changes
-/// market by market, so a reader meanwhile sees a record whose key hasCode does not know yet.
+/// Threads, ownership and misses are as IInstrumentCenter says. Two loads may run at the same time. A load brings all
+/// its markets into the records at once and then all their keys, so a reader may meanwhile see a record whose key
+/// hasCode does not know yet.
 ///
 /// What this center leaves out on purpose: price settings, outer-market tables, interbank codes, product contract
 /// lists and product names answer empty; counterparty updates do nothing.
@@ -156,8 +157,8 @@ protected:
     /// What initOtcInstruments does.
     void doInitOtcInstruments(const std::vector<boost::shared_ptr<COTCFundPlanInfo>>& plans);
 
-    /// Writes the indexes, market by market. Keys of an earlier load that `grouped` lacks still answer getInstrument
-    /// and hasCode; only the market's own list forgets them.
+    /// Writes the indexes: the records of all markets together, then their keys. Keys of an earlier load that `grouped`
+    /// lacks still answer getInstrument and hasCode; only the market's own list forgets them.
     void createExchangeDatas(const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
     /// Main contracts of each futures exchange and of each product.
     void createFutureMainDatas(const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);

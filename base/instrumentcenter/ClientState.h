@@ -63,7 +63,9 @@ struct IssuanceCatalogue {
 };
 
 /// Everything the persisted center keeps in memory. `strand` and the two market sets are constant after construction;
-/// every other member guards itself. No operation holds two of their locks at once, or one while it calls the store.
+/// every other member guards itself. No operation holds two of their locks at once, or one while it calls the store,
+/// but for the write mutex of one database (SharedDatabases): a load holds it while it empties or writes that database,
+/// and locks `dropped` beneath it. Lookups never take it.
 struct ClientState {
     ClientState(const std::string& strandName, int instrumentCacheSize, int bondCacheSize, int otcCacheSize)
         : strand(net::RPCEngine::instance()->getStrand(strandName)),

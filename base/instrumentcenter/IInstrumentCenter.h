@@ -30,8 +30,7 @@ struct InterfaceState;
 /// Absence is a value: an empty pointer, an empty text, an empty container or false. Nothing throws for missing data.
 ///
 /// Threads. Every operation may be called from any thread at any time. Loads and updates run on the caller's thread
-/// and return when what they brought can be seen. Lookups wait for a load only while it puts one market's finished
-/// table in.
+/// and return when what they brought can be seen. Lookups wait for a load only while it puts a finished table in.
 ///
 /// Ownership. Records are shared with the host, never copied (one exception, getInstrument of the persisted center for
 /// connect keys). A host must not change a record that it has handed in or received. Result containers are the
@@ -46,40 +45,49 @@ struct InterfaceState;
 class PM_CENTER_API IInstrumentCenter {
 public:
     /// @name Loads
-    /// Each replaces what its catalogue held, instruments by market; the others stay. Empty pointers are skipped. A
-    /// load answers nothing: what became of its records is in the center's statistics(), failed writes are in the log.
+    /// Each replaces what its catalogue held, instruments by market; the others stay. Empty pointers in vectors are
+    /// skipped; maps of counterparties, tender bonds and price settings should hold none, since some are kept as they
+    /// are. A load answers nothing: what became of instruments is in the center's statistics(), failed writes are in
+    /// the log.
     /// I/O: none in the in-memory center. In the persisted one instruments, ETFs, bonds and OTC plans are written to
     /// the store, flushed to disk before the call returns; the rest stays in memory. Cost: with the number of records;
     /// docs/persistence.md has numbers for the store.
     /// @{
 
-    /// Loads the snapshot of instrument records of `markets`. Markets that the records name are replaced, others stay.
-    /// The derived catalogues are rebuilt. In the in-memory center a call for exactly one of "HGT", "SGT" or "HK" only
-    /// keeps the records; Hong Kong is indexed once both connect markets have arrived.
+    /// Loads the snapshot of instrument records of `markets`. Markets that the records name are replaced; others stay,
+    /// but the persisted center empties those of `markets` without a record. In the in-memory center the keys that a
+    /// market's new records lack leave its lists and still answer getInstrument and hasCode. Of two records with one
+    /// key the later counts; for Hong Kong a connect listing goes before a plain one. The derived catalogues are
+    /// rebuilt. In the in-memory center a call for exactly one of "HGT", "SGT" or "HK" only keeps the records; Hong
+    /// Kong is indexed once both connect markets have arrived.
     virtual void initInstruments(const std::vector<std::string>& markets,
                                  const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) = 0;
-    /// Loads the funds, and files the instruments that stand for their creation and redemption under "ETFINSTS".
+    /// Loads the funds, and files the instruments that stand for their creation and redemption under "ETFINSTS". Of two
+    /// funds with one key the first stays in the in-memory center, the last in the persisted one, where getEtfs also
+    /// lists the funds of earlier loads.
     virtual void initEtfs(const std::vector<boost::shared_ptr<CETFDetail>>& etfs) = 0;
-    /// Loads the interbank bonds, by bond code, and files the instruments that stand for them under "BANK".
+    /// Loads the interbank bonds, by bond code, and files the instruments that stand for them under "BANK". getBond and
+    /// getBonds of the persisted center also answer with the bonds of earlier loads.
     virtual void initBonds(const std::map<std::string, boost::shared_ptr<CBondInfoDetail>>& bonds) = 0;
-    /// Loads the counterparties, by id.
+    /// Loads the counterparties, by the map's keys, their ids.
     virtual void initCounterpartys(
         const std::map<std::string, boost::shared_ptr<CCounterpartyDetail>>& counterparties) = 0;
     /// Loads the OTC fund plans, by market and code; of two with one key the first stays.
     virtual void initOtcInstruments(const std::vector<boost::shared_ptr<COTCFundPlanInfo>>& plans) = 0;
-    /// Loads the OTC issuance records, by code.
+    /// Loads the OTC issuance records, by code; of two with one code the later stays.
     virtual void initIssuanceInfos(const std::vector<boost::shared_ptr<COTCSecuritiesIssuanceInfo>>& issuances) = 0;
-    /// Loads the price settings of OTC issuances, by code. The in-memory center keeps none and does nothing.
+    /// Loads the price settings of OTC issuances, by the map's keys, the codes of the issuances. The in-memory center
+    /// keeps none and does nothing.
     virtual void initIssuancePriceInfos(
         const std::map<std::string, boost::shared_ptr<COTCStockEnquiryPriceSetting>>& settings) = 0;
-    /// Loads the tender bonds, by code.
+    /// Loads the tender bonds, by the map's keys, their codes.
     virtual void initTenderBondInfos(
         const std::map<std::string, boost::shared_ptr<CTenderBondInfoDetail>>& tenderBonds) = 0;
     /// @}
 
     /// @name Changes
     /// A batch is applied record by record; readers may see part of it. Empty pointers are skipped; removing what is
-    /// not there changes nothing. No I/O in either center. Cost: one probe of an index a record, under its exclusive
+    /// not there changes nothing. No I/O in either center. Cost: one search of a table a record, under its exclusive
     /// lock.
     /// @{
 
@@ -258,7 +266,7 @@ public:
     virtual std::map<std::string, boost::shared_ptr<COTCStockEnquiryPriceSetting>> getIssuancePriceInfos() = 0;
     /// By the code of its issuance.
     virtual boost::shared_ptr<COTCStockEnquiryPriceSetting> getIssuancePriceInfo(const std::string& code) = 0;
-    /// All tender bonds, keyed by code.
+    /// All tender bonds, keyed by code; in the persisted center by the keys they were loaded with.
     virtual std::map<std::string, boost::shared_ptr<CTenderBondInfoDetail>> getTrenderBondInfos() = 0;
     /// By the tender bond's code itself.
     virtual boost::shared_ptr<CTenderBondInfoDetail> getTenderBondInfo(const std::string& code) = 0;
@@ -286,8 +294,9 @@ public:
     virtual bool isInterestProduct(const std::string& productId);
     /// @}
 
-    /// Removes every catalogue database beneath the directory `path` from disk; nothing in the in-memory center. To be
-    /// called while no center uses the store. Throws boost::filesystem::filesystem_error when the directory cannot be
+    /// Removes the catalogue databases, which are the directories beneath `path` with "OvIns" in their names, from
+    /// disk; raw ones stay, and what cannot be removed is logged. Nothing in the in-memory center. To be called while
+    /// no center uses the store, from any one thread. Throws boost::filesystem::filesystem_error when `path` cannot be
     /// read.
     virtual void clearPersist(const std::string& path);
 

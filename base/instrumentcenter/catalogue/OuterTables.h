@@ -18,7 +18,8 @@ struct OuterTables {
     std::set<std::string> interestProducts;
 };
 
-/// What the main-contract records of the outer markets say. A product is of one group at most; commodity goes first.
+/// What the main-contract records of the outer markets say. A record puts its product
+/// into one group at most, commodity before interest; a product whose records say both stands in both sets.
 OuterTables deriveOuterTables(const GroupedSnapshot& grouped, const std::set<MarketKey>& outerMarkets);
 
 /// Adds the names to those that are there and replaces everything else. `fresh` leaves with what was replaced.

@@ -164,7 +164,7 @@ TEST_F(ToolTerminalTest, ControlCStopsALongAnswer) {
     EXPECT_EQ(shell.finish().second, 0);
 }
 
-TEST_F(ToolTerminalTest, HelpIsBrokenBetweenWords) {
+TEST_F(ToolTerminalTest, LongTextsAreBrokenBetweenWords) {
     const auto wordsOf = [](const std::string& text) {
         std::istringstream words(text);
         return std::vector<std::string>(std::istream_iterator<std::string>(words), {});
@@ -184,6 +184,10 @@ TEST_F(ToolTerminalTest, HelpIsBrokenBetweenWords) {
             }
         }
     }
+    // A last column of texts goes on in further lines, also beside a cell that is empty.
+    const auto [summary, code] = start({"summary"}, 60).finish();
+    EXPECT_EQ(code, 0);
+    EXPECT_THAT(summary, AllOf(HasSubstr("stocks, funds, bonds\r\n   "), HasSubstr("   and indices\r\ntotal  ")));
     Terminal shell = start({"shell"}, 40);
     EXPECT_THAT(shell.readToPrompt(), HasSubstr("or\r\n\"quit\". "));
 }

@@ -14,12 +14,14 @@ namespace {
 constexpr auto kPatience = std::chrono::seconds(1);
 constexpr auto kRedraw = std::chrono::milliseconds(100);
 constexpr std::size_t kBarColumns = 30;
+constexpr std::string_view kName = "inscenter:";
 /// Return to the first column, erase the line (ECMA-48, EL).
 constexpr const char* kEraseLine = "\r\x1B[K";
 
 }  // namespace
 
-Console::Console(std::ostream& err, bool terminal, bool colours) : err_(err), terminal_(terminal), colours_(colours) {}
+Console::Console(std::ostream& err, bool terminal, const Screen& screen)
+    : err_(err), terminal_(terminal), screen_(screen) {}
 
 Console::~Console() {
     end();
@@ -27,9 +29,13 @@ Console::~Console() {
 
 void Console::message(std::string_view text) {
     end();
-    std::string line;
-    appendToned(line, "inscenter: ", Tone::Bad, {0, colours_});
-    err_ << line << printable(text) << '\n';
+    std::string line = fmt::format("{} {}\n", kName, printable(text));
+    if (screen_.columns > 0) {
+        line = wrapped(line, screen_.columns);
+    }
+    std::string name;
+    appendToned(name, kName, Tone::Bad, screen_);
+    err_ << line.replace(0, kName.size(), name);
 }
 
 void Console::begin(std::string step, std::uint64_t total) {

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "tools/inscenter/TextTable.h"
+
 namespace inscenter {
 
 /// Standard error: messages, and on a terminal a progress bar once a step takes longer than a second. Not for several
@@ -13,13 +15,14 @@ namespace inscenter {
 class Console {
 public:
     /// `terminal`: the stream is a terminal, so that a bar may be drawn.
-    Console(std::ostream& err, bool terminal, bool colours = false);
+    Console(std::ostream& err, bool terminal, const Screen& screen = {});
     /// Takes the bar away.
     ~Console();
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
 
-    /// Writes one line. Bytes and control characters that could upset a terminal are shown in a harmless form.
+    /// Writes one line, on a terminal broken between words. Bytes and control characters that could upset a terminal
+    /// are shown in a harmless form.
     void message(std::string_view text);
 
     /// Begins a step of `total` units; 0 when it cannot be told how far the step is.
@@ -35,7 +38,7 @@ private:
 
     std::ostream& err_;
     const bool terminal_;
-    const bool colours_;
+    const Screen screen_;
     Clock::time_point began_ = Clock::now();
     Clock::time_point drawn_;
     std::string step_;

@@ -155,16 +155,20 @@ void Output::lineDone() {
 
 void Output::note(std::string_view text) {
     if (format_ == Format::Table) {
-        text_ += printable(text);
-        text_ += '\n';
+        text_ += onScreen(text);
         first_ = false;
     }
+}
+
+std::string Output::onScreen(std::string_view text) const {
+    const std::string line = printable(text) + '\n';
+    return screen_.columns == 0 ? line : wrapped(line, screen_.columns);
 }
 
 void Output::heading(std::string_view text) {
     if (format_ == Format::Table) {
         text_ += first_ ? "" : "\n";
-        appendBold(text_, printable(text) + '\n', screen_);
+        appendBold(text_, onScreen(text), screen_);
         first_ = false;
     }
 }

@@ -87,6 +87,8 @@ private:
     void textTable(const TextTable& table);
     void block(const std::vector<std::pair<std::string, std::string>>& lines);
     void lineDone();
+    /// The remark as lines of the screen.
+    std::string onScreen(std::string_view text) const;
 
     std::ostream& out_;
     const Format format_;

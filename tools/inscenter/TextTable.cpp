@@ -10,8 +10,8 @@ namespace {
 
 constexpr std::string_view kGap = "  ";
 constexpr std::string_view kEllipsis = "\xE2\x80\xA6";  // U+2026
-constexpr std::size_t kLeastText = 8;                   // texts are not cut to less
-constexpr std::size_t kLeastWrapped = 24;               // a last column is not wrapped into less
+constexpr std::size_t kLeastText = 12;                  // texts are not cut to less
+constexpr std::size_t kLeastWrapped = 20;               // a last column is not wrapped into less
 // Colours by ECMA-48, SGR.
 constexpr const char* kBold = "\x1B[1m";
 constexpr const char* kRed = "\x1B[31m";
@@ -50,7 +50,7 @@ std::size_t fitting(std::string_view text, std::size_t columns) {
 
 /// Takes the next line of at most so many columns off the text, at a blank where there is one.
 std::string takeLine(std::string_view& text, std::size_t columns) {
-    std::size_t end = std::max<std::size_t>(fitting(text, columns), 1);
+    std::size_t end = std::min(std::max<std::size_t>(fitting(text, columns), 1), text.size());
     if (end < text.size()) {
         const std::size_t blank = text.substr(0, end + 1).rfind(' ');
         if (blank != std::string_view::npos && blank > 0) {
@@ -140,27 +140,36 @@ private:
         return std::accumulate(widths_.begin(), widths_.begin() + static_cast<std::ptrdiff_t>(count), gaps);
     }
 
-    void fit() {
-        const std::size_t before = widthOf(widths_.size() - 1) + kGap.size();
-        if (!table_.columns.back().right && before + kLeastWrapped <= columns_) {
-            widths_.back() = columns_ - before;
-            wrapped_ = true;
-            return;
+    /// The widest column of texts that may be cut, or null.
+    std::size_t* widest() {
+        std::size_t* found = nullptr;
+        for (std::size_t i = 0; i < widths_.size(); ++i) {
+            if (!table_.columns[i].right && widths_[i] > (found == nullptr ? kLeastText : *found)) {
+                found = &widths_[i];
+            }
         }
-        while (widthOf(widths_.size()) > columns_) {
-            std::size_t* widest = nullptr;
-            for (std::size_t i = 0; i < widths_.size(); ++i) {
-                if (!table_.columns[i].right && (widest == nullptr || widths_[i] > *widest)) {
-                    widest = &widths_[i];
-                }
-            }
-            if (widest != nullptr && *widest > kLeastText) {
-                --*widest;
-            } else if (widths_.size() > 1) {
-                widths_.pop_back();
-            } else {
-                break;
-            }
+        return found;
+    }
+
+    void fit() {
+        const std::size_t last = widths_.back();
+        if (!table_.columns.back().right && last > kLeastWrapped) {
+            widths_.back() = 0;
+            cut(columns_ - std::min(kLeastWrapped, columns_));
+            const std::size_t before = widthOf(widths_.size());
+            wrapped_ = before + kLeastWrapped <= columns_;
+            widths_.back() = wrapped_ ? std::min(last, columns_ - before) : last;
+        }
+        cut(columns_);
+        while (widthOf(widths_.size()) > columns_ && widths_.size() > 1) {
+            widths_.pop_back();
+        }
+    }
+
+    /// Cuts texts, the longest first, until the columns fit or none can be cut.
+    void cut(std::size_t columns) {
+        for (std::size_t* text = widest(); text != nullptr && widthOf(widths_.size()) > columns; text = widest()) {
+            --*text;
         }
     }
 

@@ -146,7 +146,7 @@ int diff(const Command& command, std::ostream& out, Console& console) {
 }
 
 int run(const Command& command, std::ostream& out, std::ostream& err) {
-    Console console(err, isTerminal(err), screenOf(err).colours);
+    Console console(err, isTerminal(err), screenOf(err));
     try {
         switch (command.task) {
             case Task::Ask:

@@ -148,6 +148,17 @@ TEST_F(ToolTerminalTest, ControlCGivesUpTheLineAndControlDEndsTheShell) {
                 AllOf(HasSubstr("600001"), Not(HasSubstr("SH99"))));
 }
 
+TEST_F(ToolTerminalTest, CompletesBehindWideLetters) {
+    ::setenv("LC_ALL", "C.UTF-8", 1);
+    Terminal shell = start({"shell"});
+    shell.readToPrompt();
+    shell.type("list --market SH --where 'name~名称' --limit 1 --fields code,na\t\r");
+    EXPECT_THAT(shell.readTo("600000"), HasSubstr("code    name"));
+    shell.readToPrompt();
+    shell.type("\x04");
+    EXPECT_EQ(shell.finish().second, 0);
+}
+
 TEST_F(ToolTerminalTest, ControlCStopsALongAnswer) {
     Terminal shell = start({"shell"});
     shell.readToPrompt();

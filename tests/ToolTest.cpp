@@ -149,6 +149,7 @@ TEST_F(ToolTest, ExitCodeTellsWhatHappened) {
                                                {"list", "--trader-type", "two"},
                                                {"summary", "extra"},
                                                {"summary", "--format", "xml"},
+                                               {"generate", "--size", "-5", "day"},
                                                {"summary", "--today", "today"},
                                                {"get", "X", "--center", "client"}}) {
         const Result bad = ask(usage);

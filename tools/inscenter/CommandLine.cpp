@@ -206,10 +206,12 @@ private:
     }
 
     static void addLimit(CLI::App& app, std::optional<std::size_t>& limit) {
-        app.add_option("--limit", limit, "No more than so many")->type_name("N")->check([](const std::string& text) {
-            const bool digits = text.find_first_not_of("0123456789") == std::string::npos;
-            return digits ? "" : printable(text) + " is no number from 0 up";
-        });
+        app.add_option("--limit", limit, "No more than so many")->type_name("N")->check(notNegative);
+    }
+
+    static std::string notNegative(const std::string& text) {
+        const bool digits = text.find_first_not_of("0123456789") == std::string::npos;
+        return digits ? "" : printable(text) + " is no number from 0 up";
     }
 
     /// What every verb takes that lists records.
@@ -322,9 +324,13 @@ private:
             app_.add_subcommand("generate", "Write an invented market day as a snapshot")->group(verbgroup::kSnapshots);
         sub->footer(exampleLines("inscenter ", "generate --size 300000 --seed 7 day"));
         sub->callback([this] { command_.task = Task::Generate; });
-        sub->add_option("--size", command_.generate.size, "Number of instruments")->type_name("N")->required();
+        sub->add_option("--size", command_.generate.size, "Number of instruments")
+            ->type_name("N")
+            ->required()
+            ->check(notNegative);
         sub->add_option("--seed", command_.generate.seed, "The same seed gives the same bytes; 1 by default")
-            ->type_name("N");
+            ->type_name("N")
+            ->check(notNegative);
         sub->add_option("--date", command_.generate.date, "Trading day; today by default")->type_name("YYYYMMDD");
         sub->add_option("DIR", command_.generate.directory, "Directory to write to, made when missing")->required();
     }

@@ -7,6 +7,7 @@
 #include <clocale>
 #include <cstdlib>
 #include <cstring>
+#include <cwchar>
 #include <iostream>
 #include <memory>
 #include <utility>
@@ -29,12 +30,26 @@ std::string historyFile() {
     return home == nullptr || *home == '\0' ? "" : std::string(home) + "/.inscenter_history";
 }
 
+/// The bytes before the cursor; rl_point counts characters.
+std::string beforeCursor() {
+    const std::string line = rl_line_buffer;
+    std::mbstate_t state{};
+    std::size_t bytes = 0;
+    for (int i = 0; i < rl_point && bytes < line.size(); ++i) {
+        const std::size_t length = std::mbrlen(&line[bytes], line.size() - bytes, &state);
+        const bool character = length > 0 && length <= line.size() - bytes;
+        bytes += character ? length : 1;
+        state = character ? state : std::mbstate_t{};
+    }
+    return line.substr(0, bytes);
+}
+
 char* nextCandidate(const char* /*word*/, int state) {
     static std::vector<std::string> candidates;
     static std::size_t position = 0;
     if (state == 0) {
         position = 0;
-        const std::string line(rl_line_buffer, static_cast<std::size_t>(rl_point));
+        const std::string line = beforeCursor();
         const std::size_t blank = line.find_last_of(" \t");
         const std::size_t begin = blank == std::string::npos ? 0 : blank + 1;
         candidates = currentCompleter()(line.substr(0, begin), line.substr(begin));

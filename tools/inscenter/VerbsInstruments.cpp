@@ -18,7 +18,7 @@ std::string joined(const std::vector<std::string>& texts) {
 }  // namespace
 
 void Session::reportMissing(const std::string& key, const char* what) {
-    console.message(fmt::format("{}: {}", key, what));
+    console.message(fmt::format("{}: {}", key.empty() ? "\"\"" : key, what));
     missing = true;
 }
 

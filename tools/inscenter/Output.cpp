@@ -19,6 +19,7 @@ using mxservice::RecordType;
 
 constexpr std::size_t kFlushBytes = std::size_t{1} << 16U;
 constexpr std::size_t kListFields = 9;
+constexpr std::size_t kLeastText = 12;  // in lists of records, of which any field can be asked for by its name
 
 /// What a list of instruments shows, where any record of the list has it; other classes show their first fields.
 constexpr std::array kInstrumentColumns{
@@ -218,6 +219,7 @@ void Output::records(const std::vector<RecordPtr>& records, std::string_view not
 
 void Output::recordTable(const std::vector<RecordPtr>& records, const Fields& fields) {
     TextTable table;
+    table.leastText = kLeastText;
     for (const Field* const field : fields) {
         table.columns.push_back({field->name(), isNumber(*field)});
     }

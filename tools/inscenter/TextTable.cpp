@@ -10,7 +10,6 @@ namespace {
 
 constexpr std::string_view kGap = "  ";
 constexpr std::string_view kEllipsis = "\xE2\x80\xA6";  // U+2026
-constexpr std::size_t kLeastText = 12;                  // texts are not cut to less
 constexpr std::size_t kLeastWrapped = 20;               // a last column is not wrapped into less
 // Colours by ECMA-48, SGR.
 constexpr const char* kBold = "\x1B[1m";
@@ -144,7 +143,7 @@ private:
     std::size_t* widest() {
         std::size_t* found = nullptr;
         for (std::size_t i = 0; i < widths_.size(); ++i) {
-            if (!table_.columns[i].right && widths_[i] > (found == nullptr ? kLeastText : *found)) {
+            if (!table_.columns[i].right && widths_[i] > (found == nullptr ? table_.leastText : *found)) {
                 found = &widths_[i];
             }
         }

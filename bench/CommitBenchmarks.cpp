@@ -23,23 +23,15 @@ struct Setting {
 constexpr Setting kSettings[] = {
     {kFloor, 0}, {"LMDB, MDB_NOMETASYNC", MDB_NOMETASYNC}, {"LMDB, MDB_NOSYNC", MDB_NOSYNC}};
 
-/// Documents of ascending keys, and the entries that point to them.
-struct Batch {
-    std::vector<std::string> keys;
-    std::vector<std::string> documents;
-    std::vector<persist::StoreEntry> entries;
-};
-
-std::shared_ptr<const Batch> makeBatch(std::size_t count) {
+/// Documents of ascending keys.
+std::shared_ptr<const ReadyBatch> makeBatch(std::size_t count) {
     constexpr std::size_t kLeastDay = 1000;
     const Records records = makeMarketDay(kLeastDay);
-    auto batch = std::make_shared<Batch>();
+    auto batch = std::make_shared<ReadyBatch>(ReadyBatch{});
     for (std::size_t i = 0; i < count; ++i) {
-        batch->keys.push_back(fmt::format("{:020}", i));
-        records[i]->appendDocument(batch->documents.emplace_back());
-    }
-    for (std::size_t i = 0; i < count; ++i) {
-        batch->entries.push_back({batch->keys[i], batch->documents[i]});
+        std::string document;
+        records[i]->appendDocument(document);
+        batch->add(fmt::format("{:020}", i), std::move(document));
     }
     return batch;
 }
@@ -59,25 +51,25 @@ struct BareTarget {
     BareStore store;
 };
 
-void write(BareStore& store, const Batch& batch) {
-    auto next = batch.entries.begin();
+void write(BareStore& store, const ReadyBatch& batch) {
+    std::size_t next = 0;
     store.write(false, [&](std::string_view& key, std::string_view& value) {
-        if (next == batch.entries.end()) {
+        if (next == batch.size()) {
             return false;
         }
-        key = next->key;
-        value = next->value;
+        key = batch.key(next);
+        value = batch.value(next);
         ++next;
         return true;
     });
 }
 
 void addBatch(Suite& suite, const char* what, const std::shared_ptr<TemporaryStore>& store, std::size_t count) {
-    const std::shared_ptr<const Batch> batch = makeBatch(count);
+    const std::shared_ptr<const ReadyBatch> batch = makeBatch(count);
     suite.add(commitSeries(what, kCenter), [store, batch](benchmark::State& state) {
         TemporaryStore::service().initDb(kDatabase, false);
         for (auto _ : state) {
-            if (!TemporaryStore::service().writeDocuments(kDatabase, batch->entries, false)) {
+            if (!TemporaryStore::service().writeDocuments(kDatabase, *batch, false)) {
                 state.SkipWithError("a write failed");
             }
         }

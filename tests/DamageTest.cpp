@@ -304,7 +304,7 @@ private:
         persist::StoreStatus status;
         const auto database =
             persist::makeLmdbEngine()->open(root_ / harm_.db, persist::StoreEngine::Mode::WriteExisting, status);
-        database->put({{chosen->first, bad}}, false, {});
+        database->put(ReadyBatch{{chosen->first, bad}}, false, {});
     }
 
     static Bytes nested(std::size_t depth) {

@@ -222,8 +222,8 @@ protected:
                 {"writeData", [&] { service().writeData(db_, keys_[0], new_[0], false); }, true},
                 {"writeDatas", [&] { service().writeDatas(db_, keys_, new_, false); }},
                 {"writeDatas, refused", [&] { service().writeDatas(db_, keys_, {}, false); }},
-                {"writeDocuments", [&] { service().writeDocuments(db_, entries_, false); }},
-                {"replaceDocuments", [&] { service().replaceDocuments(db_, entries_); }},
+                {"writeDocuments", [&] { service().writeDocuments(db_, batch_, false); }},
+                {"replaceDocuments", [&] { service().replaceDocuments(db_, batch_); }},
                 {"visitData", [&] { service().visitData(db_, keys_[0], visitor_); }},
                 {"visitAllData", [&] { service().visitAllData(db_, visitor_); }},
                 {"readData", [&] { service().readData(db_, keys_[0]); }},
@@ -265,10 +265,14 @@ protected:
                                          "key of the second, long enough for the heap"};
     const std::vector<bson::BSONObj> old_ = documents("old");
     const std::vector<bson::BSONObj> new_ = documents("new");
-    const std::vector<persist::StoreEntry> entries_{
-        {keys_[0], {new_[0].objdata(), static_cast<std::size_t>(new_[0].objsize())}},
-        {keys_[1], {new_[1].objdata(), static_cast<std::size_t>(new_[1].objsize())}}};
-    const std::vector<persist::CPersistService::Field> fields_{{field_, entries_}};
+    const ReadyBatch batch_ = [this] {
+        ReadyBatch batch{};
+        for (std::size_t i = 0; i < keys_.size(); ++i) {
+            batch.add(keys_[i], {new_[i].objdata(), static_cast<std::size_t>(new_[i].objsize())});
+        }
+        return batch;
+    }();
+    const std::vector<persist::CPersistService::Field> fields_{{field_, &batch_}};
     const persist::CPersistService::Visitor visitor_ = [](std::string_view, std::string_view) { return true; };
     std::map<std::string, bson::BSONObj> out_;
 };

@@ -195,7 +195,7 @@ TEST_F(Persist, GrowthByAnotherProcessIsAdopted) {
         const auto database = engine->open(store_.path("A"), persist::StoreEngine::Mode::Create, status);
         const BSONObj big = document(std::string(8U << 20U, 'x'));
         const std::string_view bytes(big.objdata(), static_cast<std::size_t>(big.objsize()));
-        ::_exit(database && database->put({{"big", bytes}}, false, {}).ok() ? 0 : 1);
+        ::_exit(database && database->put(ReadyBatch{{"big", std::string(bytes)}}, false, {}).ok() ? 0 : 1);
     }
     int result = 0;
     ASSERT_EQ(::waitpid(child, &result, 0), child);
@@ -308,7 +308,7 @@ TEST_F(Persist, ADocumentThatIsNoneIsNotServed) {
     {
         const auto database =
             persist::makeLmdbEngine()->open(store_.path("A"), persist::StoreEngine::Mode::WriteExisting, status);
-        ASSERT_TRUE(database && database->put({{"bad", "\x05 garbage"}}, false, {}).ok());
+        ASSERT_TRUE(database && database->put(ReadyBatch{{"bad", "\x05 garbage"}}, false, {}).ok());
     }
     restart();
     const LogCapture capture;

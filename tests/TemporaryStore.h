@@ -5,7 +5,11 @@
 #include <atomic>
 #include <filesystem>
 #include <functional>
+#include <initializer_list>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "platform/persist/CPersistService.h"
 #include "platform/persist/StoreEngine.h"
@@ -53,6 +57,19 @@ public:
 
 private:
     TemporaryDirectory directory_;
+};
+
+/// Entries that are ready.
+class ReadyBatch : public persist::StoreBatch {
+public:
+    ReadyBatch(std::initializer_list<std::pair<std::string, std::string>> entries) : entries_(entries) {}
+    void add(std::string key, std::string value) { entries_.emplace_back(std::move(key), std::move(value)); }
+    std::size_t size() const override { return entries_.size(); }
+    std::string_view key(std::size_t entry) const override { return entries_[entry].first; }
+    std::string_view value(std::size_t entry) const override { return entries_[entry].second; }
+
+private:
+    std::vector<std::pair<std::string, std::string>> entries_;
 };
 
 /// The real engine, failing on demand: every call whose database name `fails` accepts, or the n-th call.
@@ -107,10 +124,10 @@ private:
         Database(std::shared_ptr<FailingEngine> engine, std::shared_ptr<persist::StoreDatabase> real, std::string name)
             : engine_(std::move(engine)), real_(std::move(real)), name_(std::move(name)) {}
 
-        persist::StoreStatus put(const std::vector<persist::StoreEntry>& entries, bool onlyNew,
+        persist::StoreStatus put(const persist::StoreBatch& batch, bool onlyNew,
                                  const std::vector<std::string>& erased) override {
             const std::shared_ptr<void> scope = engine_->enter();
-            return engine_->writeFails(name_) ? injected() : real_->put(entries, onlyNew, erased);
+            return engine_->writeFails(name_) ? injected() : real_->put(batch, onlyNew, erased);
         }
         persist::StoreStatus get(std::string_view key, const Visitor& visit) override {
             const std::shared_ptr<void> scope = engine_->enter();
@@ -120,9 +137,9 @@ private:
             const std::shared_ptr<void> scope = engine_->enter();
             return engine_->fails() ? injected() : real_->scan(prefix, visit);
         }
-        persist::StoreStatus replace(const std::vector<persist::StoreEntry>& entries) override {
+        persist::StoreStatus replace(const persist::StoreBatch& batch) override {
             const std::shared_ptr<void> scope = engine_->enter();
-            return engine_->writeFails(name_) ? injected() : real_->replace(entries);
+            return engine_->writeFails(name_) ? injected() : real_->replace(batch);
         }
         bool isCurrent() const override { return real_->isCurrent(); }
 

@@ -47,14 +47,6 @@ RecordsByMarket ofMarkets(const std::set<std::string>& family, const std::vector
     return records;
 }
 
-DocumentBatch documentsOf(const MarketRecords& records) {
-    DocumentBatch batch(records.size());
-    for (const auto& [key, record] : records) {
-        batch.add(key, *record);
-    }
-    return batch;
-}
-
 void restoreRaw(const std::string& market, std::vector<InstrumentPtr>& extra) {
     const std::vector<InstrumentPtr> records =
         readRecords<CInstrumentDetail>(DBBuilder::buildRawDbName(market), knownRecordOf<CInstrumentDetail>);
@@ -65,10 +57,10 @@ void restoreRaw(const std::string& market, std::vector<InstrumentPtr>& extra) {
 
 /// A failed raw write is deliberately not reported but counted: the next load of the sub-market writes it again.
 void saveRaw(const std::string& market, const MarketRecords& records, Guarded<LoadLedger>& loads) {
-    const DocumentBatch batch = documentsOf(records);
+    const DocumentBatch batch(records);
     const std::string db = DBBuilder::buildRawDbName(market);
     store().initDb(db, false);
-    if (!store().writeDocuments(db, batch.documents(), false)) {
+    if (!store().writeDocuments(db, batch, false)) {
         loads.write()->noteFailedWrite(db);
     }
 }
@@ -268,7 +260,7 @@ void CClientInstrumentCenter::writeMarkets(
         }
         load.stored = keys.size();
         load.removed = former.size() - load.replaced;
-        const bool saved = !isCatalogueName(folded) && replacement.save(db, documentsOf(records));
+        const bool saved = !isCatalogueName(folded) && replacement.save(db, DocumentBatch(records));
         // The cache is refreshed once more, for a reader that met the old document between the first time and now.
         if (saved) {
             client_->failedDatas.write()->current.erase(marketHash);

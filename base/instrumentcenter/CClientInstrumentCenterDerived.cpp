@@ -41,14 +41,14 @@ void CClientInstrumentCenter::createFutureMainDatas(
     PM_LOG(utils::kLogInfo, kClientSource, "[inscenter] create future main datas");
     const std::string db = DBBuilder::buildDbName(kFutureMains);
     auto mainsByMarket = deriveMainContracts(grouped, client_->futureMarkets);
-    std::list<DocumentBatch> batches;  // of the fields, which refer to them
+    std::list<DocumentBatch<CInstrumentDetail>> batches;  // of the fields, which refer to them
     std::vector<persist::CPersistService::Field> fields;
     for (const auto& [market, mains] : mainsByMarket) {
-        DocumentBatch& batch = batches.emplace_back(mains.all.size());
+        std::vector<DocumentBatch<CInstrumentDetail>::Source> records;
         for (const StockKey key : mains.all) {
-            batch.add(key, *grouped.at(market).at(key));
+            records.emplace_back(key, grouped.at(market).at(key).get());
         }
-        fields.push_back({std::to_string(market), batch.documents()});
+        fields.push_back({std::to_string(market), &batches.emplace_back(records)});
     }
     store().initDb(db, false);
     // All in one step; where that fails, market by market, so that one cannot keep the others out.
@@ -75,15 +75,16 @@ void CClientInstrumentCenter::createFutureMainDatas(
 void CClientInstrumentCenter::createFutureProdcutDatas(
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
     PM_LOG(utils::kLogInfo, kClientSource, "[inscenter] create future product datas");
-    std::list<DocumentBatch> batches;  // of the fields, which refer to them
+    std::list<DocumentBatch<CInstrumentDetail>> batches;  // of the fields, which refer to them
     std::vector<persist::CPersistService::Field> fields;
     const auto contractsByProduct = deriveProductContracts(grouped, client_->futureMarkets);
     for (const auto& [product, contracts] : contractsByProduct) {
-        DocumentBatch& batch = batches.emplace_back(contracts.size());
+        std::vector<DocumentBatch<CInstrumentDetail>::Source> records;
+        records.reserve(contracts.size());
         for (const InstrumentPtr& contract : contracts) {
-            batch.add(stockKey(contract->market, contract->code), *contract);
+            records.emplace_back(stockKey(contract->market, contract->code), contract.get());
         }
-        fields.push_back({fieldOf(product), batch.documents()});
+        fields.push_back({fieldOf(product), &batches.emplace_back(records)});
     }
     const std::string db = DBBuilder::buildDbName(kFutureProducts);
     const bool saved = (store().initDb(db, false) && store().replaceHashDatas(db, fields)) || fields.empty();

@@ -49,18 +49,23 @@ enum class Others { Keep, Drop };
 /// that are not stored: the ones that are too large for a document, or all of them when the write fails.
 template <class Record>
 std::map<std::uint64_t, boost::shared_ptr<Record>> saveApart(
-    const std::string& db, const std::map<std::uint64_t, boost::shared_ptr<Record>>& records, Others others) {
-    std::map<std::uint64_t, boost::shared_ptr<Record>> unsaved;
-    DocumentBatch batch(records.size());
+    const std::string& db, const std::map<std::uint64_t, boost::shared_ptr<Record>>& records, Others rest) {
+    const auto save = [&](const persist::StoreBatch& batch) {
+        return rest == Others::Drop ? store().replaceDocuments(db, batch) : store().writeDocuments(db, batch, false);
+    };
+    if (save(DocumentBatch(records))) {
+        return {};
+    }
+    std::map<std::uint64_t, boost::shared_ptr<Record>> tooLarge;
+    std::vector<std::pair<std::uint64_t, const Record*>> others;
     for (const auto& [key, record] : records) {
-        if (!batch.add(key, *record)) {
-            batch.dropLast();
-            unsaved.emplace(key, record);
+        if (std::string bytes; record->appendDocument(bytes)) {
+            others.emplace_back(key, record.get());
+        } else {
+            tooLarge.emplace(key, record);
         }
     }
-    const bool saved = others == Others::Drop ? store().replaceDocuments(db, batch.documents())
-                                              : store().writeDocuments(db, batch.documents(), false);
-    return saved ? unsaved : records;
+    return !tooLarge.empty() && save(DocumentBatch<Record>(others)) ? tooLarge : records;
 }
 
 /// The record of a key: cached, else not written to the store, else stored there.

@@ -21,6 +21,7 @@ constexpr const char* kSource = "platform/persist/CPersistService";
 constexpr std::size_t kMaxNameBytes = 64;
 constexpr std::size_t kMaxKeyBytes = 511;  // LMDB's limit
 constexpr const char* kEveryKey = ".*";
+constexpr const char* kBadKey = "a field or key is empty, too long or holds a NUL";
 
 bool isSafeName(const std::string& name) {
     const auto unsafe = [](char c) {
@@ -44,9 +45,33 @@ std::string shown(const std::string& name) {
     return name.size() > kMost ? text + "..." : text;
 }
 
-std::string_view bytesOf(const bson::BSONObj& object) {
-    return {object.objdata(), static_cast<std::size_t>(object.objsize())};
-}
+/// Keys and documents that the caller has in two lists of one length. An empty document stands for one that could not
+/// be built.
+class ObjectBatch final : public StoreBatch {
+public:
+    ObjectBatch(const std::vector<std::string>& keys, const std::vector<bson::BSONObj>& objects)
+        : keys_(keys), objects_(objects) {}
+    std::size_t size() const override { return keys_.size(); }
+    std::string_view key(std::size_t entry) const override { return keys_[entry]; }
+    std::string_view value(std::size_t entry) const override {
+        const bson::BSONObj& object = objects_[entry];
+        return object.isEmpty() ? std::string_view()
+                                : std::string_view(object.objdata(), static_cast<std::size_t>(object.objsize()));
+    }
+
+private:
+    const std::vector<std::string>& keys_;
+    const std::vector<bson::BSONObj>& objects_;
+};
+
+/// Nothing at all.
+class EmptyBatch final : public StoreBatch {
+public:
+    std::size_t size() const override { return 0; }
+    std::string_view key(std::size_t /*entry*/) const override { return {}; }
+    std::string_view value(std::size_t /*entry*/) const override { return {}; }
+};
+const EmptyBatch kNothing;
 
 std::string prefixOf(const std::string& field) {
     return field + kFieldSeparator;
@@ -197,12 +222,12 @@ void CPersistService::setEngine(std::shared_ptr<StoreEngine> engine) {
 
 bool CPersistService::initDb(const std::string& db, bool empty) {
     return state_->run("open", db, StoreEngine::Mode::Create,
-                       [&](StoreDatabase& database) { return empty ? database.replace({}) : StoreStatus(); });
+                       [&](StoreDatabase& database) { return empty ? database.replace(kNothing) : StoreStatus(); });
 }
 
 bool CPersistService::writeData(const std::string& db, const std::string& key, const bson::BSONObj& value,
                                 bool onlyNew) {
-    return absorbing([&] { return writeDocuments(db, {{key, bytesOf(value)}}, onlyNew); });
+    return absorbing([&] { return writeDatas(db, {key}, {value}, onlyNew); });
 }
 
 namespace {
@@ -212,43 +237,18 @@ StoreStatus stillThere(const StoreDatabase& database, const StoreStatus& status)
     return status.ok() && !database.isCurrent() ? StoreStatus::failure("removed while it was written") : status;
 }
 
-/// The entries of a batch of keys and documents. Both must outlive the entries.
-std::vector<StoreEntry> entriesOf(const std::vector<std::string>& keys, const std::vector<bson::BSONObj>& values) {
-    std::vector<StoreEntry> entries;
-    entries.reserve(keys.size());
-    for (std::size_t i = 0; i < keys.size(); ++i) {
-        entries.push_back({keys[i], bytesOf(values[i])});
-    }
-    return entries;
-}
-
-/// Why the entries cannot be written, if so. An empty document stands for one that could not be built.
-StoreStatus checkEntries(const std::vector<StoreEntry>& entries) {
-    constexpr std::size_t kEmptyDocumentBytes = 5;
-    for (std::size_t i = 0; i < entries.size(); ++i) {
-        if (entries[i].key.empty() || entries[i].key.size() > kMaxKeyBytes) {
-            return StoreStatus::failure(fmt::format("the key of document {} is empty or too long", i));
-        }
-        if (entries[i].value.size() <= kEmptyDocumentBytes) {
-            return StoreStatus::failure(fmt::format("document {} is empty", i));
+/// Why no document can be written under the keys of a batch, if so.
+StoreStatus checkKeys(const StoreBatch& batch) {
+    for (std::size_t i = 0; i < batch.size(); ++i) {
+        if (!isSafeKey(batch.key(i))) {
+            return StoreStatus::failure(kBadKey);
         }
     }
     return {};
 }
 
-bool areSafeKeys(const std::vector<StoreEntry>& entries) {
-    return std::all_of(entries.begin(), entries.end(), [](const StoreEntry& entry) { return isSafeKey(entry.key); });
-}
-
 StoreStatus differingSizes(std::size_t keys, std::size_t values) {
     return StoreStatus::failure(fmt::format("{} keys for {} documents", keys, values));
-}
-
-constexpr const char* kBadKey = "a field or key is empty, too long or holds a NUL";
-
-/// Why a batch of documents cannot be written, if so.
-StoreStatus checkDocuments(const std::vector<StoreEntry>& documents) {
-    return areSafeKeys(documents) ? checkEntries(documents) : StoreStatus::failure(kBadKey);
 }
 
 }  // namespace
@@ -259,19 +259,19 @@ bool CPersistService::writeDatas(const std::string& db, const std::vector<std::s
         return state_->run("write", db, StoreEngine::Mode::WriteExisting,
                            [&](StoreDatabase&) { return differingSizes(keys.size(), values.size()); });
     }
-    return absorbing([&] { return writeDocuments(db, entriesOf(keys, values), onlyNew); });
+    return writeDocuments(db, ObjectBatch(keys, values), onlyNew);
 }
 
-bool CPersistService::writeDocuments(const std::string& db, const std::vector<StoreEntry>& documents, bool onlyNew) {
+bool CPersistService::writeDocuments(const std::string& db, const StoreBatch& documents, bool onlyNew) {
     return state_->run("write", db, StoreEngine::Mode::WriteExisting, [&](StoreDatabase& database) {
-        const StoreStatus status = checkDocuments(documents);
+        const StoreStatus status = checkKeys(documents);
         return status.ok() ? stillThere(database, database.put(documents, onlyNew, {})) : status;
     });
 }
 
-bool CPersistService::replaceDocuments(const std::string& db, const std::vector<StoreEntry>& documents) {
+bool CPersistService::replaceDocuments(const std::string& db, const StoreBatch& documents) {
     return state_->run("write", db, StoreEngine::Mode::WriteExisting, [&](StoreDatabase& database) {
-        const StoreStatus status = checkDocuments(documents);
+        const StoreStatus status = checkKeys(documents);
         return status.ok() ? stillThere(database, database.replace(documents)) : status;
     });
 }
@@ -354,29 +354,56 @@ std::map<std::string, bson::BSONObj> CPersistService::readAllData(const std::str
     return documents;
 }
 
+namespace {
+
+/// The sub-documents of several fields under their full keys.
+class FieldBatch final : public StoreBatch {
+public:
+    /// Adds those of one more field; not when their keys, with the field's before them, cannot be written.
+    StoreStatus add(const CPersistService::Field& field) {
+        const StoreStatus status = checkKeys(*field.documents);
+        for (std::size_t i = 0; status.ok() && i < field.documents->size(); ++i) {
+            std::string key = prefixOf(field.name).append(field.documents->key(i));
+            if (key.size() > kMaxKeyBytes) {
+                return StoreStatus::failure(kBadKey);
+            }
+            entries_.push_back({std::move(key), field.documents, i});
+        }
+        return status;
+    }
+
+    std::size_t size() const override { return entries_.size(); }
+    std::string_view key(std::size_t entry) const override { return entries_[entry].key; }
+    std::string_view value(std::size_t entry) const override {
+        return entries_[entry].documents->value(entries_[entry].place);
+    }
+
+private:
+    struct Entry {
+        std::string key;
+        const StoreBatch* documents;
+        std::size_t place;
+    };
+    std::vector<Entry> entries_;
+};
+
+}  // namespace
+
 bool CPersistService::State::writeFields(const std::string& db, const std::vector<Field>& fields, bool onlyNew,
                                          bool replace) {
     return run("write", db, StoreEngine::Mode::WriteExisting, [&](StoreDatabase& database) {
-        std::vector<std::string> keys;  // of the entries, which refer to them
+        FieldBatch batch;
         std::vector<std::string> erased;
-        std::vector<StoreEntry> entries;
         for (const Field& field : fields) {
-            if (!isSafeKey(field.name) || !areSafeKeys(field.documents)) {
-                return StoreStatus::failure(kBadKey);
-            }
-            for (const StoreEntry& document : field.documents) {
-                keys.push_back(prefixOf(field.name).append(document.key));
-                entries.push_back({{}, document.value});
+            StoreStatus status = isSafeKey(field.name) ? batch.add(field) : StoreStatus::failure(kBadKey);
+            if (!status.ok()) {
+                return status;
             }
             if (replace) {
                 erased.push_back(field.name);
             }
         }
-        for (std::size_t i = 0; i < keys.size(); ++i) {
-            entries[i].key = keys[i];
-        }
-        const StoreStatus status = checkEntries(entries);
-        return status.ok() ? stillThere(database, database.put(entries, onlyNew, erased)) : status;
+        return stillThere(database, database.put(batch, onlyNew, erased));
     });
 }
 
@@ -387,7 +414,8 @@ bool CPersistService::writeHashDatas(const std::string& db, const std::vector<st
         return state_->run("write", db, StoreEngine::Mode::WriteExisting,
                            [&](StoreDatabase&) { return differingSizes(keys.size(), values.size()); });
     }
-    return absorbing([&] { return state_->writeFields(db, {{field, entriesOf(keys, values)}}, onlyNew, replace); });
+    const ObjectBatch batch(keys, values);
+    return absorbing([&] { return state_->writeFields(db, {{field, &batch}}, onlyNew, replace); });
 }
 
 bool CPersistService::replaceHashDatas(const std::string& db, const std::vector<Field>& fields) {
@@ -412,14 +440,14 @@ bool CPersistService::readHashDatas(const std::string& db, std::map<std::string,
 
 bool CPersistService::removeData(const std::string& db, const std::string& key) {
     return state_->run("remove", db, StoreEngine::Mode::WriteExisting, [&](StoreDatabase& database) {
-        return isSafeKey(key) ? database.put({}, false, {key}) : StoreStatus::failure(kBadKey);
+        return isSafeKey(key) ? database.put(kNothing, false, {key}) : StoreStatus::failure(kBadKey);
     });
 }
 
 void CPersistService::dropAllData(const std::string& db) {
     if (!db.empty()) {
         state_->run("drop", db, StoreEngine::Mode::WriteExisting,
-                    [](StoreDatabase& database) { return database.replace({}); });
+                    [](StoreDatabase& database) { return database.replace(kNothing); });
     }
 }
 

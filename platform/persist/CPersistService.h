@@ -53,13 +53,12 @@ public:
     bool writeDatas(const std::string& db, const std::vector<std::string>& keys,
                     const std::vector<bson::BSONObj>& values, bool onlyNew);
 
-    /// The same for documents whose bytes the caller has built himself (IData::appendDocument); not copied before the
-    /// store takes them. Bytes that hold no document at all are refused.
-    bool writeDocuments(const std::string& db, const std::vector<StoreEntry>& documents, bool onlyNew);
+    /// The same for documents whose bytes the caller builds himself (IData::appendDocument), one at a time.
+    bool writeDocuments(const std::string& db, const StoreBatch& documents, bool onlyNew);
 
     /// Removes every document and sub-document and stores these in their place, in one transaction: whoever reads, also
     /// after a crash, finds what was there before or these, all of them.
-    bool replaceDocuments(const std::string& db, const std::vector<StoreEntry>& documents);
+    bool replaceDocuments(const std::string& db, const StoreBatch& documents);
 
     /// Given the key and the bytes of a document, which are valid only during the call and not yet checked; answers
     /// whether to go on. Must not call the service again.
@@ -83,8 +82,8 @@ public:
                         const std::vector<bson::BSONObj>& values, bool onlyNew, const std::string& field, bool replace);
     /// A field with its sub-documents.
     struct Field {
-        std::string name;                   ///< any text without a NUL
-        std::vector<StoreEntry> documents;  ///< by key beneath the field
+        std::string name;             ///< any text without a NUL
+        const StoreBatch* documents;  ///< by key beneath the field; the caller's
     };
     /// Replaces the sub-documents of several fields in one transaction.
     bool replaceHashDatas(const std::string& db, const std::vector<Field>& fields);

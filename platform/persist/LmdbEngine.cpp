@@ -25,6 +25,7 @@
 #include "platform/persist/FileWatch.h"
 #include "platform/persist/LmdbFileCheck.h"
 #include "platform/persist/StoreEngine.h"
+#include "platform/utils/Prefetch.h"
 #include "platform/utils/SharedMutex.h"
 
 namespace persist {
@@ -223,11 +224,10 @@ public:
         return !broken_.load();
     }
 
-    StoreStatus put(const std::vector<StoreEntry>& entries, bool onlyNew,
-                    const std::vector<std::string>& erased) override;
+    StoreStatus put(const StoreBatch& batch, bool onlyNew, const std::vector<std::string>& erased) override;
     StoreStatus get(std::string_view key, const Visitor& visit) override;
     StoreStatus scan(std::string_view prefix, const Visitor& visit) override;
-    StoreStatus replace(const std::vector<StoreEntry>& entries) override;
+    StoreStatus replace(const StoreBatch& batch) override;
 
 private:
     using Reader = MDB_txn*;
@@ -288,7 +288,7 @@ private:
     int makeRoom(std::size_t bytes);
     int erase(MDB_txn* transaction, const std::string& name);
     template <class Prepare>
-    StoreStatus write(const std::vector<StoreEntry>& entries, bool onlyNew, Prepare prepare);
+    StoreStatus write(const StoreBatch& batch, bool onlyNew, Prepare prepare);
     StoreStatus ended(int code, const char* step);
     StoreStatus checkPages(int fd);
 
@@ -714,43 +714,92 @@ int LmdbDatabase::erase(MDB_txn* transaction, const std::string& name) {
     return code;
 }
 
+namespace {
+
+/// The entries of a batch in the order of their keys; of several with one key only the last.
+std::vector<std::size_t> inKeyOrder(const StoreBatch& batch) {
+    // Keys lie anywhere in memory. Most comparisons are decided by their first bytes, which lie side by side here.
+    struct Place {
+        std::uint64_t begin;
+        std::size_t entry;
+    };
+    std::vector<Place> places(batch.size());
+    for (std::size_t i = 0; i < places.size(); ++i) {
+        std::array<unsigned char, sizeof places[i].begin> bytes{};
+        const std::string_view key = batch.key(i);
+        std::copy_n(key.begin(), std::min(key.size(), bytes.size()), bytes.begin());
+        places[i] = {std::accumulate(bytes.begin(), bytes.end(), std::uint64_t{0},
+                                     [](std::uint64_t sum, unsigned char byte) { return sum << 8U | byte; }),
+                     i};
+    }
+    std::sort(places.begin(), places.end(), [&](const Place& a, const Place& b) {
+        if (a.begin != b.begin) {
+            return a.begin < b.begin;
+        }
+        const int order = batch.key(a.entry).compare(batch.key(b.entry));
+        return order != 0 ? order < 0 : a.entry < b.entry;
+    });
+    std::vector<std::size_t> order;
+    order.reserve(places.size());
+    for (const Place& place : places) {
+        if (!order.empty() && batch.key(order.back()) == batch.key(place.entry)) {
+            order.back() = place.entry;
+        } else {
+            order.push_back(place.entry);
+        }
+    }
+    return order;
+}
+
+/// About how many bytes the batch has, told from its keys and some of its values.
+std::size_t roughSize(const StoreBatch& batch) {
+    constexpr std::size_t kSamples = 16;
+    std::size_t keys = 0;
+    for (std::size_t i = 0; i < batch.size(); ++i) {
+        keys += batch.key(i).size();
+    }
+    const std::size_t samples = std::min(kSamples, batch.size());
+    std::size_t values = 0;
+    for (std::size_t i = 0; i < samples; ++i) {
+        values += batch.value(i * batch.size() / samples).size();
+    }
+    return samples == 0 ? 0 : keys + values * (batch.size() / samples + 1);
+}
+
+}  // namespace
+
 /// One transaction: `prepare`, which is given the transaction, then the entries.
 template <class Prepare>
-StoreStatus LmdbDatabase::write(const std::vector<StoreEntry>& entries, bool onlyNew, Prepare prepare) {
+StoreStatus LmdbDatabase::write(const StoreBatch& batch, bool onlyNew, Prepare prepare) {
     // In key order each page is visited once; into an empty tree, pages are filled to the brim without a search.
-    std::vector<std::size_t> order(entries.size());
-    std::iota(order.begin(), order.end(), std::size_t{0});
-    std::stable_sort(order.begin(), order.end(),
-                     [&](std::size_t a, std::size_t b) { return entries[a].key < entries[b].key; });
-    const std::size_t bytes = std::accumulate(
-        entries.begin(), entries.end(), std::size_t{0},
-        [](std::size_t sum, const StoreEntry& entry) { return sum + entry.key.size() + entry.value.size(); });
-    return writing("write", bytes, [&](MDB_txn* transaction) {
+    const std::vector<std::size_t> order = inKeyOrder(batch);
+    std::size_t refused = batch.size();
+    const StoreStatus status = writing("write", roughSize(batch), [&](MDB_txn* transaction) {
         int code = prepare(transaction);
         MDB_stat stat{};
         code = code == MDB_SUCCESS ? mdb_stat(transaction, tree_, &stat) : code;
         const unsigned flags = (onlyNew ? static_cast<unsigned>(MDB_NOOVERWRITE) : 0U) |
                                (stat.ms_entries == 0 ? static_cast<unsigned>(MDB_APPEND) : 0U);
-        for (std::size_t i = 0; code == MDB_SUCCESS && i < order.size(); ++i) {
-            const StoreEntry& entry = entries[order[i]];
-            if (i + 1 < order.size() && entries[order[i + 1]].key == entry.key) {
-                continue;
+        for (auto entry = order.begin(); code == MDB_SUCCESS && entry != order.end(); ++entry) {
+            MDB_val key = valueOf(batch.key(*entry));
+            MDB_val value = valueOf(batch.value(*entry));
+            if (value.mv_size == 0) {
+                refused = *entry;
+                return EINVAL;
             }
-            MDB_val key = valueOf(entry.key);
-            MDB_val value = valueOf(entry.value);
             code = mdb_put(transaction, tree_, &key, &value, flags);
             code = code == MDB_KEYEXIST && onlyNew ? MDB_SUCCESS : code;
         }
         return code;
     });
+    return refused == batch.size() ? status : StoreStatus::failure(fmt::format("document {} is empty", refused));
 }
 
-StoreStatus LmdbDatabase::put(const std::vector<StoreEntry>& entries, bool onlyNew,
-                              const std::vector<std::string>& erased) {
-    if (entries.empty() && erased.empty()) {
+StoreStatus LmdbDatabase::put(const StoreBatch& batch, bool onlyNew, const std::vector<std::string>& erased) {
+    if (batch.size() == 0 && erased.empty()) {
         return {};
     }
-    return write(entries, onlyNew, [&](MDB_txn* transaction) {
+    return write(batch, onlyNew, [&](MDB_txn* transaction) {
         int code = MDB_SUCCESS;
         for (std::size_t i = 0; code == MDB_SUCCESS && i < erased.size(); ++i) {
             code = erase(transaction, erased[i]);
@@ -765,6 +814,7 @@ StoreStatus LmdbDatabase::get(std::string_view key, const Visitor& visit) {
         MDB_val value{};
         const int code = mdb_get(transaction, tree_, &wanted, &value);
         if (code == MDB_SUCCESS) {
+            utils::prefetch(value.mv_data, value.mv_size);
             visit(key, viewOf(value));
         }
         return code;
@@ -782,8 +832,8 @@ StoreStatus LmdbDatabase::scan(std::string_view prefix, const Visitor& visit) {
     });
 }
 
-StoreStatus LmdbDatabase::replace(const std::vector<StoreEntry>& entries) {
-    return write(entries, false, [&](MDB_txn* transaction) { return mdb_drop(transaction, tree_, 0); });
+StoreStatus LmdbDatabase::replace(const StoreBatch& batch) {
+    return write(batch, false, [&](MDB_txn* transaction) { return mdb_drop(transaction, tree_, 0); });
 }
 
 /// Every environment that this process has open, whichever engine opened it: the library allows one per directory, and
@@ -955,6 +1005,8 @@ private:
 };
 
 }  // namespace
+
+StoreBatch::~StoreBatch() = default;
 
 StoreDatabase::~StoreDatabase() = default;
 

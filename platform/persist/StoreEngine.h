@@ -36,10 +36,19 @@ struct StoreStatus {
     static StoreStatus damage(std::string why) { return {Kind::Damaged, std::move(why)}; }
 };
 
-/// One key with its value; both belong to the caller.
-struct StoreEntry {
-    std::string_view key;    ///< any bytes
-    std::string_view value;  ///< any bytes
+/// The entries of one write. Each value is made when it is its turn, so that a large batch needs no memory for all of
+/// them at once.
+class PM_PLATFORM_API StoreBatch {
+public:
+    virtual ~StoreBatch();
+
+    /// How many.
+    virtual std::size_t size() const = 0;
+    /// The key of one; valid as long as the batch.
+    virtual std::string_view key(std::size_t entry) const = 0;
+    /// The value of one; valid until the next call. May be asked for in any order and more than once. Empty when it
+    /// cannot be made; the write then fails.
+    virtual std::string_view value(std::size_t entry) const = 0;
 };
 
 /// Stands between a field and the key of a sub-document; no other key holds it. Stored; never change.
@@ -57,14 +66,13 @@ public:
 
     /// Removes the entries of the keys `erased` and of the fields of those names, then puts all entries; of two with
     /// one key the later counts. With `onlyNew`, keys that exist keep their value.
-    virtual StoreStatus put(const std::vector<StoreEntry>& entries, bool onlyNew,
-                            const std::vector<std::string>& erased) = 0;
+    virtual StoreStatus put(const StoreBatch& batch, bool onlyNew, const std::vector<std::string>& erased) = 0;
     /// Visits the entry of that key.
     virtual StoreStatus get(std::string_view key, const Visitor& visit) = 0;
     /// Visits the entries whose key begins with `prefix`, in ascending order of their keys.
     virtual StoreStatus scan(std::string_view prefix, const Visitor& visit) = 0;
     /// Removes every entry and puts these, which may be none, in one step: readers see all of the old or of the new.
-    virtual StoreStatus replace(const std::vector<StoreEntry>& entries) = 0;
+    virtual StoreStatus replace(const StoreBatch& batch) = 0;
 
     /// Whether the directory that the database was opened from still leads to it.
     virtual bool isCurrent() const = 0;

@@ -4,8 +4,15 @@
 #include <boost/pointer_cast.hpp>
 #include <boost/shared_ptr.hpp>
 
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdint>
+#include <limits>
+#include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "base/instrumentcenter/catalogue/Guarded.h"
@@ -14,50 +21,64 @@
 #include "platform/bson/BSONObj.h"
 #include "platform/persist/CPersistService.h"
 #include "platform/record/Records.h"
+#include "platform/utils/Prefetch.h"
 
 namespace mxservice {
 
-/// Documents with their keys, in one order; what a batch write takes. All bytes stand in one block.
-class DocumentBatch {
+/// Records as documents under the decimal texts of their keys, in the order of those. Each document is built when the
+/// store takes it, so the records must outlive the batch and stay as they are until the write has ended.
+template <class Record>
+class DocumentBatch final : public persist::StoreBatch {
 public:
-    explicit DocumentBatch(std::size_t size) { ends_.reserve(size); }
+    using Source = std::pair<std::uint64_t, const Record*>;
 
-    /// Adds a record under the decimal text of its key. False for one that is too large for a document: it leaves a
-    /// gap, which the store refuses with the whole batch.
-    bool add(std::uint64_t key, const IData& record) {
-        bytes_ += std::to_string(key);
-        const std::size_t keyEnd = bytes_.size();
-        const bool fits = record.appendDocument(bytes_);
-        ends_.push_back({keyEnd, bytes_.size()});
-        return fits;
-    }
-
-    void dropLast() {
-        ends_.pop_back();
-        bytes_.resize(ends_.empty() ? 0 : ends_.back().document);
-    }
-
-    /// Valid until the next change.
-    std::vector<persist::StoreEntry> documents() const {
-        std::vector<persist::StoreEntry> entries;
-        entries.reserve(ends_.size());
-        const std::string_view all = bytes_;
-        std::size_t begin = 0;
-        for (const Ends& ends : ends_) {
-            entries.push_back({all.substr(begin, ends.key - begin), all.substr(ends.key, ends.document - ends.key)});
-            begin = ends.document;
+    explicit DocumentBatch(const std::vector<Source>& records) {
+        entries_.reserve(records.size());
+        for (const auto& [key, record] : records) {
+            Entry& entry = entries_.emplace_back();
+            const char* const end = std::to_chars(entry.digits.data(), entry.digits.data() + kMostDigits, key).ptr;
+            entry.size = static_cast<std::size_t>(end - entry.digits.data());
+            entry.record = record;
         }
-        return entries;
+        std::sort(entries_.begin(), entries_.end(),
+                  [](const Entry& left, const Entry& right) { return left.key() < right.key(); });
+    }
+
+    /// None of the records may be null.
+    explicit DocumentBatch(const std::map<std::uint64_t, boost::shared_ptr<Record>>& records)
+        : DocumentBatch(sourcesOf(records)) {}
+
+    std::size_t size() const override { return entries_.size(); }
+    std::string_view key(std::size_t entry) const override { return entries_[entry].key(); }
+    /// Empty for a record that is too large for a document; the store refuses the whole batch then.
+    std::string_view value(std::size_t entry) const override {
+        if (entry + 1 < entries_.size()) {
+            utils::prefetch(entries_[entry + 1].record, sizeof(Record));
+        }
+        bytes_.clear();
+        return entries_[entry].record->appendDocument(bytes_) ? bytes_ : std::string_view();
     }
 
 private:
-    struct Ends {
-        std::size_t key;
-        std::size_t document;
+    static constexpr std::size_t kMostDigits = std::numeric_limits<std::uint64_t>::digits10 + 1;
+    struct Entry {
+        std::array<char, kMostDigits> digits;
+        std::size_t size = 0;
+        const Record* record = nullptr;
+        std::string_view key() const { return {digits.data(), size}; }
     };
 
-    std::string bytes_;
-    std::vector<Ends> ends_;
+    static std::vector<Source> sourcesOf(const std::map<std::uint64_t, boost::shared_ptr<Record>>& records) {
+        std::vector<Source> sources;
+        sources.reserve(records.size());
+        for (const auto& [key, record] : records) {
+            sources.emplace_back(key, record.get());
+        }
+        return sources;
+    }
+
+    std::vector<Entry> entries_;
+    mutable std::string bytes_;  // of the last document that was asked for
 };
 
 /// The store, for callers that hold none of the center's locks.

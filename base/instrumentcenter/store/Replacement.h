@@ -43,15 +43,15 @@ public:
     }
 
     /// Opens the database and writes the batch; false when either fails.
-    bool save(const std::string& db, const DocumentBatch& batch) {
+    bool save(const std::string& db, const persist::StoreBatch& batch) {
         if (!store().initDb(db, false)) {
             return false;
         }
         const std::lock_guard guard(databases_.writeLock(db));
         if (!isDropped(db)) {
-            return store().writeDocuments(db, batch.documents(), false);
+            return store().writeDocuments(db, batch, false);
         }
-        if (!store().replaceDocuments(db, batch.documents())) {
+        if (!store().replaceDocuments(db, batch)) {
             return false;
         }
         databases_.dropped.write()->erase(db);

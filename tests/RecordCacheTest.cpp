@@ -102,6 +102,24 @@ TEST(RecordCache, FollowsTheRulesOfALiteralModel) {
     }
 }
 
+/// A hit on the entry that filled the cache must not leave others there for ever.
+TEST(RecordCache, NothingStaysThatNobodyAsksFor) {
+    for (const int capacity : {2, 4, 100}) {
+        Cache cache(capacity);
+        const auto entries = static_cast<std::uint64_t>(capacity);
+        for (std::uint64_t key = 1; key <= entries; ++key) {
+            put(cache, key);
+        }
+        ASSERT_TRUE(cache.find(entries));
+        for (std::uint64_t key = 1000; key < 1000 + 2 * entries; ++key) {
+            put(cache, key);
+        }
+        for (std::uint64_t key = 1; key <= entries; ++key) {
+            EXPECT_FALSE(cache.find(key)) << key << " of " << capacity;
+        }
+    }
+}
+
 /// Hits on the oldest entry leave the rules' list in pieces; the cache must still keep what is asked for again.
 TEST(RecordCache, StillCachesAfterHitsOnTheOldest) {
     Cache cache(100);

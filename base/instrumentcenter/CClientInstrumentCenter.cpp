@@ -93,16 +93,20 @@ void combineConnectFlags(GroupedSnapshot& datas, const ConnectListings& listings
     static const MarketKey shenzhenConnect = marketKey(market::kShenzhenConnect);
     constexpr unsigned kShenzhenShift = 2;
     for (const auto& [key, flagByMarket] : listings) {
-        std::uint32_t& combined = datas[hongKong][key]->combinedConnectFlags;
-        if (combined != 0) {
+        const InstrumentPtr& record = datas[hongKong][key];
+        if (record->combinedConnectFlags != 0) {
             continue;
         }
+        std::uint32_t combined = 0;
         for (const auto& [market, flag] : flagByMarket) {
             if (market == shanghaiConnect) {
                 combined |= static_cast<std::uint32_t>(flag);
             } else if (market == shenzhenConnect) {
                 combined |= static_cast<std::uint32_t>(flag) << kShenzhenShift;
             }
+        }
+        if (combined != 0) {  // else the record, which readers may share by now, stays untouched
+            record->combinedConnectFlags = combined;
         }
     }
 }
@@ -119,6 +123,10 @@ boost::system::error_code removeWhole(const boost::filesystem::path& directory) 
         fs::rename(directory, aside, error);
     }
     fs::remove_all(error ? directory : aside, error);
+    if (error && aside != directory) {
+        boost::system::error_code ignored;
+        fs::rename(aside, directory, ignored);
+    }
     return error;
 }
 

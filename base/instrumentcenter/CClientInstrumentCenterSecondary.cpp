@@ -322,10 +322,12 @@ std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCen
         plans.emplace(plan->getKey(), plan);
     }
     std::vector<InstrumentPtr> stored = readRecords<CInstrumentDetail>(client_->names.getDbName(kOtcInstruments));
-    // Documents that an earlier run left are no plans of today.
-    std::erase_if(stored, [&](const InstrumentPtr& plan) {
-        return catalogue.keys.count(stockKey(plan->market, plan->code)) == 0;
-    });
+    if (!catalogue.unsaved.empty()) {
+        // Documents of plans that a load could not replace are no plans of today.
+        std::erase_if(stored, [&](const InstrumentPtr& plan) {
+            return catalogue.keys.count(stockKey(plan->market, plan->code)) == 0;
+        });
+    }
     addByKeyText(stored, plans);
     return plans;
 }

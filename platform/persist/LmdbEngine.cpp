@@ -25,7 +25,6 @@
 #include "platform/persist/FileWatch.h"
 #include "platform/persist/LmdbFileCheck.h"
 #include "platform/persist/StoreEngine.h"
-#include "platform/utils/Prefetch.h"
 #include "platform/utils/SharedMutex.h"
 
 namespace persist {
@@ -814,7 +813,6 @@ StoreStatus LmdbDatabase::get(std::string_view key, const Visitor& visit) {
         MDB_val value{};
         const int code = mdb_get(transaction, tree_, &wanted, &value);
         if (code == MDB_SUCCESS) {
-            utils::prefetch(value.mv_data, value.mv_size);
             visit(key, viewOf(value));
         }
         return code;

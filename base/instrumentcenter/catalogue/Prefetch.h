@@ -29,6 +29,17 @@ void prefetch(const boost::shared_ptr<Record>& record) {
 template <class Value>
 void prefetch(const Value& /*value*/) {}
 
+/// Fetches all of a record, which is then walked through.
+template <class Record>
+void prefetchWhole(const Record& record) {
+#ifdef __GNUC__
+    constexpr std::size_t kLineBytes = 64;
+    for (std::size_t at = 0; at < sizeof(Record); at += kLineBytes) {
+        __builtin_prefetch(reinterpret_cast<const char*>(&record) + at);
+    }
+#endif
+}
+
 /// Calls `visit` with every entry (a key and a record pointer) of a container, in its order, and `fetch` with the
 /// pointer some entries before that.
 template <class Container, class Visit, class Fetch>

@@ -16,12 +16,12 @@
 #include <vector>
 
 #include "base/instrumentcenter/catalogue/Guarded.h"
+#include "base/instrumentcenter/catalogue/Prefetch.h"
 #include "base/instrumentcenter/catalogue/PseudoInstruments.h"
 #include "base/instrumentcenter/store/ClientLog.h"
 #include "platform/bson/BSONObj.h"
 #include "platform/persist/CPersistService.h"
 #include "platform/record/Records.h"
-#include "platform/utils/Prefetch.h"
 
 namespace mxservice {
 
@@ -53,7 +53,7 @@ public:
     /// Empty for a record that is too large for a document; the store refuses the whole batch then.
     std::string_view value(std::size_t entry) const override {
         if (entry + 1 < entries_.size()) {
-            utils::prefetch(entries_[entry + 1].record, sizeof(Record));
+            prefetchWhole(*entries_[entry + 1].record);
         }
         bytes_.clear();
         return entries_[entry].record->appendDocument(bytes_) ? bytes_ : std::string_view();

@@ -18,7 +18,8 @@ namespace mxservice {
 /// The recency rules are given and two of them are odd on purpose. While the cache fills, a new record enters at the
 /// old end, so the record that filled it is the first to go. A hit moves its record to the young end but leaves the
 /// mark of the old end where it was, so after a hit on the oldest record the next insert replaces that very record.
-/// Where these rules leave the mark without a neighbour to go to, it goes to the record that was used least recently.
+/// Where these rules leave the mark without a neighbour to go to, records have come loose from the chain; all are then
+/// chained anew in the order of their last use.
 template <class Record>
 class RecordCache {
 public:
@@ -68,7 +69,7 @@ public:
         at(slot).record.swap(record);
         slotByKey_[key] = slot;
         if (oldest_ == kNone) {
-            oldest_ = byUse_.back();
+            chainByUse();
         }
     }
 
@@ -78,11 +79,23 @@ public:
         std::vector<Pointer> replaced;  // destroyed after the lock
         const Lock guard(lock_);
         ++generation_;
+        const auto replace = [&](int slot, const Pointer& record) {
+            replaced.push_back(record);
+            at(slot).record.swap(replaced.back());
+        };
+        if (records.size() < slotByKey_.size()) {
+            for (const auto& [key, record] : records) {
+                const auto found = slotByKey_.find(key);
+                if (found != slotByKey_.end()) {
+                    replace(found->second, record);
+                }
+            }
+            return;
+        }
         for (const auto& [key, slot] : slotByKey_) {
             const auto found = records.find(key);
             if (found != records.end()) {
-                replaced.push_back(found->second);
-                at(slot).record.swap(replaced.back());
+                replace(slot, found->second);
             }
         }
     }
@@ -143,6 +156,21 @@ private:
             at(newest_).younger = slot;
         }
         newest_ = slot;
+    }
+
+    /// Takes a step for every record, but only after a hit on the oldest one.
+    void chainByUse() {
+        newest_ = byUse_.front();
+        oldest_ = byUse_.back();
+        int younger = kNone;
+        for (const int slot : byUse_) {
+            at(slot).younger = younger;
+            at(slot).older = kNone;
+            if (younger != kNone) {
+                at(younger).older = slot;
+            }
+            younger = slot;
+        }
     }
 
     /// The next unused slot, linked in as the oldest.

@@ -49,12 +49,16 @@ public:
         }
         const std::lock_guard guard(databases_.writeLock(db));
         if (!isDropped(db)) {
-            return store().writeDocuments(db, batch, false);
+            if (!store().writeDocuments(db, batch, false)) {
+                return false;
+            }
+        } else {
+            if (!store().replaceDocuments(db, batch)) {
+                return false;
+            }
+            databases_.dropped.write()->erase(db);
         }
-        if (!store().replaceDocuments(db, batch)) {
-            return false;
-        }
-        databases_.dropped.write()->erase(db);
+        dropped_.erase(db);  // who drops it from now on is another load, which will write it or empty it itself
         return true;
     }
 

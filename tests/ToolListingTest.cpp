@@ -188,7 +188,7 @@ TEST(Screen, NarrowOnesWrapTheLastTextCutOthersAndLeaveColumnsOut) {
         {"code", "name", "tick", "lot"},
         {{std::string("600000"), std::string("浦发银行股份有限公司"), 0.25, std::int64_t{100}}}};
     EXPECT_EQ(shown(numbers, 30), "code    name         tick  lot\n600000  浦发银行股…  0.25  100\n");
-    EXPECT_EQ(shown(numbers, 20), "code    name\n600000  浦发银…\n(no room for: tick, lot)\n");
+    EXPECT_EQ(shown(numbers, 20), "code    name\n600000  浦发银…\n(no room for: tick,\nlot)\n");
     for (std::size_t columns = 1; columns < 50; ++columns) {
         EXPECT_THAT(shown(numbers, columns), HasSubstr("6")) << columns;
     }

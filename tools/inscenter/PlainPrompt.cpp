@@ -4,6 +4,7 @@
 
 namespace inscenter {
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the other prompt keeps it
 Prompt::Prompt(Completer /*completer*/) {}
 
 Prompt::~Prompt() = default;

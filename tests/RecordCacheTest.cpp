@@ -4,10 +4,13 @@
 #include <boost/make_shared.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <list>
 #include <map>
 #include <random>
 #include <string>
+#include <thread>
+#include <vector>
 
 namespace mxservice {
 namespace {
@@ -161,6 +164,45 @@ TEST(RecordCache, EveryKeyAnswersItsOwnRecordWhateverHappens) {
             if (random() % 50 == 0) {
                 put(cache, key);  // two threads that missed on the same key
             }
+        }
+    }
+}
+
+TEST(RecordCache, ThreadsMeetNothingButTheirOwnRecords) {
+    constexpr int kThreads = 4;
+    constexpr int kSteps = 20000;
+    for (const int capacity : {1, 3, 50}) {
+        Cache cache(capacity);
+        std::atomic<int> strangers{0};
+        std::vector<std::thread> threads;
+        for (unsigned thread = 0; thread < kThreads; ++thread) {
+            threads.emplace_back([&, thread] {
+                std::mt19937_64 random(thread);
+                for (int step = 0; step < kSteps; ++step) {
+                    const std::uint64_t key = random() % 100 << 30U;
+                    const auto record = cache.find(key);
+                    if (!record) {
+                        put(cache, key);
+                    } else if (*record != std::to_string(key)) {
+                        ++strangers;
+                    }
+                    if (step % 1000 == 0) {
+                        cache.refresh(
+                            std::map<std::uint64_t, boost::shared_ptr<std::string>>{{key, text(std::to_string(key))}});
+                    }
+                }
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_EQ(strangers, 0);
+        const CacheUse use = cache.use("");
+        EXPECT_EQ(use.hits + use.misses, std::uint64_t{kThreads} * kSteps);
+        EXPECT_EQ(use.used, static_cast<std::uint64_t>(capacity));
+        for (std::uint64_t key = 1; key <= 3; ++key) {
+            put(cache, key);
+            EXPECT_TRUE(cache.find(key));
         }
     }
 }

@@ -228,9 +228,14 @@ TEST_F(ClientSecondary, BondsAndPlansThatCouldNotBeWrittenAnswerFromMemory) {
     EXPECT_EQ(capture.count("[clientIns] save to persist failed, market = OTCINS"), 1U);
     EXPECT_TRUE(asked().getOtcInstrument("SOTCP1"));
     EXPECT_THAT(asked().getOtcInstruments(), SizeIs(1));
+    asked().initOtcInstruments({});
+    EXPECT_EQ(capture.count("[clientIns] save to persist failed, market = OTCINS"), 2U) << "also of a load of nothing";
     engine->failWritesOf("");
     asked().initOtcInstruments({plan("P2", 1)});
     EXPECT_THAT(keysOf(asked().getOtcInstruments()), ElementsAre("SOTCP2")) << "the next load heals";
+    engine->failWritesOf("OvIns_OTCINS");
+    asked().initOtcInstruments({});
+    EXPECT_THAT(asked().getOtcInstruments(), IsEmpty()) << "what could not be removed is no plan of today";
 }
 
 TEST_F(ClientSecondary, AFundTooLargeForADocumentDoesNotKeepTheOthersOut) {

@@ -1,6 +1,8 @@
 #include <boost/make_shared.hpp>
 
+#include <optional>
 #include <utility>
+#include <vector>
 
 #include "base/instrumentcenter/CClientInstrumentCenter.h"
 #include "base/instrumentcenter/ClientState.h"
@@ -45,16 +47,17 @@ std::set<std::uint64_t> keysOf(const std::map<std::uint64_t, boost::shared_ptr<R
 
 enum class Others { Keep, Drop };
 
-/// Writes the records, all in one step, in which the database's other documents are kept or dropped; gives back those
-/// that are not stored: the ones that are too large for a document, or all of them when the write fails.
+/// Writes the records, all in one step, in which the database's other documents are kept or dropped. Nothing when they
+/// are stored; else those that are not: the ones that are too large for a document, or all of them, which may be none,
+/// when the write fails.
 template <class Record>
-std::map<std::uint64_t, boost::shared_ptr<Record>> saveApart(
+std::optional<std::map<std::uint64_t, boost::shared_ptr<Record>>> saveApart(
     const std::string& db, const std::map<std::uint64_t, boost::shared_ptr<Record>>& records, Others rest) {
     const auto save = [&](const persist::StoreBatch& batch) {
         return rest == Others::Drop ? store().replaceDocuments(db, batch) : store().writeDocuments(db, batch, false);
     };
     if (save(DocumentBatch(records))) {
-        return {};
+        return std::nullopt;
     }
     std::map<std::uint64_t, boost::shared_ptr<Record>> tooLarge;
     std::vector<std::pair<std::uint64_t, const Record*>> others;
@@ -109,11 +112,11 @@ void CClientInstrumentCenter::doInitEtfs(const std::vector<boost::shared_ptr<CET
         }
     }
     std::set<std::uint64_t> keys = keysOf(etfByKey);
-    if (auto unsaved = saveApart(db, etfByKey, Others::Keep); !unsaved.empty()) {
+    if (auto unsaved = saveApart(db, etfByKey, Others::Keep)) {
         PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kEtfInstruments));
         state().loads.write()->noteFailedWrite(db);
         // Records that an earlier load could not write are kept until a later one fails: deliberate.
-        std::swap(client_->etfs.write()->unsaved, unsaved);
+        std::swap(client_->etfs.write()->unsaved, *unsaved);
     }
     std::swap(client_->etfs.write()->keys, keys);
     replaceMarket(kEtfInstruments, grouped, received);
@@ -190,8 +193,8 @@ void CClientInstrumentCenter::doInitBonds(const std::map<std::string, boost::sha
     }
     fresh.keys = keysOf(bondByKey);
     store().initDb(db, false);
-    fresh.unsaved = saveApart(db, bondByKey, Others::Keep);
-    if (!fresh.unsaved.empty()) {
+    if (auto unsaved = saveApart(db, bondByKey, Others::Keep)) {
+        fresh.unsaved = std::move(*unsaved);
         PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kBankBonds));
         state().loads.write()->noteFailedWrite(db);
     }
@@ -292,8 +295,9 @@ void CClientInstrumentCenter::doInitOtcInstruments(const std::vector<boost::shar
     StoredCatalogue<COTCFundPlanInfo> fresh;
     fresh.keys = keysOf(planByKey);
     store().initDb(db, false);
-    fresh.unsaved = saveApart(db, planByKey, Others::Drop);
-    if (!fresh.unsaved.empty()) {
+    if (auto unsaved = saveApart(db, planByKey, Others::Drop)) {
+        fresh.unsaved = std::move(*unsaved);
+        fresh.isBehind = true;
         PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kOtcInstruments));
         state().loads.write()->noteFailedWrite(db);
     }
@@ -322,8 +326,7 @@ std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCen
         plans.emplace(plan->getKey(), plan);
     }
     std::vector<InstrumentPtr> stored = readRecords<CInstrumentDetail>(client_->names.getDbName(kOtcInstruments));
-    if (!catalogue.unsaved.empty()) {
-        // Documents of plans that a load could not replace are no plans of today.
+    if (catalogue.isBehind) {  // documents that the load could not replace are no plans of today
         std::erase_if(stored, [&](const InstrumentPtr& plan) {
             return catalogue.keys.count(stockKey(plan->market, plan->code)) == 0;
         });

@@ -40,6 +40,7 @@ template <class Record>
 struct StoredCatalogue {
     std::set<std::uint64_t> keys;
     std::map<std::uint64_t, boost::shared_ptr<Record>> unsaved;
+    bool isBehind = false;  // the database may hold what an earlier load brought
 };
 
 /// The record among those that could not be written, or null.

@@ -57,7 +57,8 @@ public:
     /// Loads the snapshot of instrument records of `markets`. Markets that the records name are replaced; others stay,
     /// but the persisted center empties those of `markets` without a record. In the in-memory center the keys that a
     /// market's new records lack leave its lists and still answer getInstrument and hasCode. Of two records with one
-    /// key the later counts; for Hong Kong a connect listing goes before a plain one. The derived catalogues are
+    /// key the later counts, but of two plain ones of "HK" the first, a connect listing before a plain one, and "SH"
+    /// before "SHFI", of which the first counts. The derived catalogues are
     /// rebuilt. In the in-memory center a call for exactly one of "HGT", "SGT" or "HK" only keeps the records; Hong
     /// Kong is indexed once both connect markets have arrived.
     virtual void initInstruments(const std::vector<std::string>& markets,

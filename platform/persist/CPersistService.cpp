@@ -361,6 +361,9 @@ class FieldBatch final : public StoreBatch {
 public:
     /// Adds those of one more field; not when their keys, with the field's before them, cannot be written.
     StoreStatus add(const CPersistService::Field& field) {
+        if (field.documents == nullptr) {
+            return {};
+        }
         StoreStatus status = checkKeys(*field.documents);
         for (std::size_t i = 0; status.ok() && i < field.documents->size(); ++i) {
             std::string key = prefixOf(field.name).append(field.documents->key(i));

@@ -53,7 +53,8 @@ public:
     bool writeDatas(const std::string& db, const std::vector<std::string>& keys,
                     const std::vector<bson::BSONObj>& values, bool onlyNew);
 
-    /// The same for documents whose bytes the caller builds himself (IData::appendDocument), one at a time.
+    /// The same for documents whose bytes the caller builds himself (IData::appendDocument), one at a time, while the
+    /// store is writing.
     bool writeDocuments(const std::string& db, const StoreBatch& documents, bool onlyNew);
 
     /// Removes every document and sub-document and stores these in their place, in one transaction: whoever reads, also
@@ -82,8 +83,8 @@ public:
                         const std::vector<bson::BSONObj>& values, bool onlyNew, const std::string& field, bool replace);
     /// A field with its sub-documents.
     struct Field {
-        std::string name;             ///< any text without a NUL
-        const StoreBatch* documents;  ///< by key beneath the field; the caller's
+        std::string name;                       ///< any text without a NUL
+        const StoreBatch* documents = nullptr;  ///< by key beneath the field; the caller's, for the call; null: none
     };
     /// Replaces the sub-documents of several fields in one transaction.
     bool replaceHashDatas(const std::string& db, const std::vector<Field>& fields);

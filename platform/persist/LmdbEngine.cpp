@@ -35,6 +35,7 @@ constexpr std::size_t kLargestMapBytes = std::size_t{1} << 38U;
 constexpr unsigned kMaxReaders = 2048;  // slots of the lock file, for all processes together
 constexpr int kMaxAttempts = 1000;
 constexpr mode_t kFileMode = 0644;
+constexpr std::size_t kEmptyDocumentBytes = 5;
 constexpr const char* kDataFile = "data.mdb";
 /// What no watch sees, such as a link on the way to the directory that leads elsewhere now, is noticed this late.
 constexpr std::int64_t kTrustedNanoseconds = 10'000'000;
@@ -254,6 +255,18 @@ private:
     private:
         LmdbDatabase& database_;
         const Reader reader_;
+    };
+
+    /// Ends writing, also when a value cannot be made for want of memory.
+    class WritingGuard {
+    public:
+        explicit WritingGuard(LmdbDatabase& database) : database_(database) {}
+        ~WritingGuard() { database_.endWriting(); }
+        WritingGuard(const WritingGuard&) = delete;
+        WritingGuard& operator=(const WritingGuard&) = delete;
+
+    private:
+        LmdbDatabase& database_;
     };
 
     /// Aborts a write transaction that is not committed.
@@ -616,6 +629,7 @@ StoreStatus LmdbDatabase::writing(const char* step, std::size_t bytes, Use use) 
     if (readOnly_) {
         return StoreStatus::failure(fmt::format("{}: opened for reading only", step));
     }
+    const WritingGuard guard(*this);
     int code = MDB_SUCCESS;
     bool again = true;
     for (int attempt = 0; again && attempt < kMaxAttempts; ++attempt) {
@@ -639,7 +653,6 @@ StoreStatus LmdbDatabase::writing(const char* step, std::size_t bytes, Use use) 
             again = false;
         }
     }
-    endWriting();
     return ended(code, step);
 }
 
@@ -782,7 +795,7 @@ StoreStatus LmdbDatabase::write(const StoreBatch& batch, bool onlyNew, Prepare p
         for (auto entry = order.begin(); code == MDB_SUCCESS && entry != order.end(); ++entry) {
             MDB_val key = valueOf(batch.key(*entry));
             MDB_val value = valueOf(batch.value(*entry));
-            if (value.mv_size == 0) {
+            if (value.mv_size <= kEmptyDocumentBytes) {
                 refused = *entry;
                 return EINVAL;
             }
@@ -791,7 +804,13 @@ StoreStatus LmdbDatabase::write(const StoreBatch& batch, bool onlyNew, Prepare p
         }
         return code;
     });
-    return refused == batch.size() ? status : StoreStatus::failure(fmt::format("document {} is empty", refused));
+    if (refused == batch.size()) {
+        return status;
+    }
+    std::string key(batch.key(refused));  // on its way into the log
+    std::replace_if(
+        key.begin(), key.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; }, '?');
+    return StoreStatus::failure(fmt::format("the document of key {} is empty", key));
 }
 
 StoreStatus LmdbDatabase::put(const StoreBatch& batch, bool onlyNew, const std::vector<std::string>& erased) {

@@ -37,7 +37,7 @@ struct StoreStatus {
 };
 
 /// The entries of one write. Each value is made when it is its turn, so that a large batch needs no memory for all of
-/// them at once.
+/// them at once. Making one must not call the store: it is in the middle of the write.
 class PM_PLATFORM_API StoreBatch {
 public:
     virtual ~StoreBatch();
@@ -46,8 +46,8 @@ public:
     virtual std::size_t size() const = 0;
     /// The key of one; valid as long as the batch.
     virtual std::string_view key(std::size_t entry) const = 0;
-    /// The value of one; valid until the next call. May be asked for in any order and more than once. Empty when it
-    /// cannot be made; the write then fails.
+    /// The value of one; valid until the next is asked for. May be asked for in any order and more than once. Empty
+    /// when it cannot be made; the engine then writes nothing and fails.
     virtual std::string_view value(std::size_t entry) const = 0;
 };
 

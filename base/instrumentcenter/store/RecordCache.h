@@ -19,7 +19,7 @@ namespace mxservice {
 /// old end, so the record that filled it is the first to go. A hit moves its record to the young end but leaves the
 /// mark of the old end where it was, so after a hit on the oldest record the next insert replaces that very record.
 /// Where these rules leave the mark without a neighbour to go to, records have come loose from the chain; all are then
-/// chained anew in the order of their last use.
+/// chained anew in the order of their last use. While the mark still has a neighbour, loose records stay.
 template <class Record>
 class RecordCache {
 public:

@@ -786,7 +786,7 @@ StoreStatus LmdbDatabase::write(const StoreBatch& batch, bool onlyNew, Prepare p
     // In key order each page is visited once; into an empty tree, pages are filled to the brim without a search.
     const std::vector<std::size_t> order = inKeyOrder(batch);
     std::size_t refused = batch.size();
-    const StoreStatus status = writing("write", roughSize(batch), [&](MDB_txn* transaction) {
+    StoreStatus status = writing("write", roughSize(batch), [&](MDB_txn* transaction) {
         int code = prepare(transaction);
         MDB_stat stat{};
         code = code == MDB_SUCCESS ? mdb_stat(transaction, tree_, &stat) : code;

@@ -76,8 +76,12 @@ public:
     }
     static void leave(Inside* inside) { inside->store(0, std::memory_order_release); }
 
-private:
+    /// Threads with a number below this share it with no other living thread.
     static constexpr std::uint32_t kOwnedLines = 32;
+    /// The calling thread's number, from the first time that it took any such lock until it ends.
+    static std::uint32_t numberOfThread() { return lineOfThread_; }
+
+private:
     static constexpr std::uint32_t kSharedLines = 8;
     static constexpr std::uint32_t kNoLine = kOwnedLines + kSharedLines;  // not given yet
     static constexpr std::size_t kCacheLineBytes = 64;

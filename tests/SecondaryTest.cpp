@@ -204,6 +204,8 @@ TEST_F(ClientSecondary, FundsThatCouldNotBeWrittenAnswerFromMemoryUntilALaterFai
     EXPECT_EQ(asked().getEtf("SH3")->etfCode, "3");
     EXPECT_THAT(keysIn(asked().getEtfs()), ElementsAre("SH1", "SH3"));
     engine->failWritesOf("OvIns_ALLETF");
+    asked().initEtfs({});
+    EXPECT_THAT(keysIn(asked().getEtfs()), ElementsAre("SH1", "SH3")) << "nothing was written, so no write failed";
     asked().initEtfs({etf("SH", "5", "6")});
     EXPECT_FALSE(asked().getEtf("SH1"));
 }

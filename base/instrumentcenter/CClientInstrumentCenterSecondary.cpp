@@ -56,7 +56,8 @@ std::optional<std::map<std::uint64_t, boost::shared_ptr<Record>>> saveApart(
     const auto save = [&](const persist::StoreBatch& batch) {
         return rest == Others::Drop ? store().replaceDocuments(db, batch) : store().writeDocuments(db, batch, false);
     };
-    if (save(DocumentBatch(records))) {
+    const bool nothingToDo = rest == Others::Keep && records.empty();
+    if (nothingToDo || save(DocumentBatch(records))) {
         return std::nullopt;
     }
     std::map<std::uint64_t, boost::shared_ptr<Record>> tooLarge;

@@ -55,13 +55,28 @@ public:
     std::string_view key(std::size_t entry) const override { return keys_[entry]; }
     std::string_view value(std::size_t entry) const override {
         const bson::BSONObj& object = objects_[entry];
-        return object.isEmpty() ? std::string_view()
-                                : std::string_view(object.objdata(), static_cast<std::size_t>(object.objsize()));
+        return {object.objdata(), static_cast<std::size_t>(object.objsize())};
     }
 
 private:
     const std::vector<std::string>& keys_;
     const std::vector<bson::BSONObj>& objects_;
+};
+
+/// A batch of documents, of which those that hold nothing count as not made.
+class CheckedBatch final : public StoreBatch {
+public:
+    explicit CheckedBatch(const StoreBatch& batch) : batch_(batch) {}
+    std::size_t size() const override { return batch_.size(); }
+    std::string_view key(std::size_t entry) const override { return batch_.key(entry); }
+    std::string_view value(std::size_t entry) const override {
+        constexpr std::size_t kEmptyDocumentBytes = 5;
+        const std::string_view document = batch_.value(entry);
+        return document.size() <= kEmptyDocumentBytes ? std::string_view() : document;
+    }
+
+private:
+    const StoreBatch& batch_;
 };
 
 /// Nothing at all.
@@ -265,14 +280,14 @@ bool CPersistService::writeDatas(const std::string& db, const std::vector<std::s
 bool CPersistService::writeDocuments(const std::string& db, const StoreBatch& documents, bool onlyNew) {
     return state_->run("write", db, StoreEngine::Mode::WriteExisting, [&](StoreDatabase& database) {
         const StoreStatus status = checkKeys(documents);
-        return status.ok() ? stillThere(database, database.put(documents, onlyNew, {})) : status;
+        return status.ok() ? stillThere(database, database.put(CheckedBatch(documents), onlyNew, {})) : status;
     });
 }
 
 bool CPersistService::replaceDocuments(const std::string& db, const StoreBatch& documents) {
     return state_->run("write", db, StoreEngine::Mode::WriteExisting, [&](StoreDatabase& database) {
         const StoreStatus status = checkKeys(documents);
-        return status.ok() ? stillThere(database, database.replace(documents)) : status;
+        return status.ok() ? stillThere(database, database.replace(CheckedBatch(documents))) : status;
     });
 }
 
@@ -406,7 +421,7 @@ bool CPersistService::State::writeFields(const std::string& db, const std::vecto
                 erased.push_back(field.name);
             }
         }
-        return stillThere(database, database.put(batch, onlyNew, erased));
+        return stillThere(database, database.put(CheckedBatch(batch), onlyNew, erased));
     });
 }
 

@@ -54,7 +54,7 @@ public:
                     const std::vector<bson::BSONObj>& values, bool onlyNew);
 
     /// The same for documents whose bytes the caller builds himself (IData::appendDocument), one at a time, while the
-    /// store is writing.
+    /// store is writing. Bytes that hold no more than an empty document are refused.
     bool writeDocuments(const std::string& db, const StoreBatch& documents, bool onlyNew);
 
     /// Removes every document and sub-document and stores these in their place, in one transaction: whoever reads, also

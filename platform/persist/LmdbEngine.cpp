@@ -35,7 +35,6 @@ constexpr std::size_t kLargestMapBytes = std::size_t{1} << 38U;
 constexpr unsigned kMaxReaders = 2048;  // slots of the lock file, for all processes together
 constexpr int kMaxAttempts = 1000;
 constexpr mode_t kFileMode = 0644;
-constexpr std::size_t kEmptyDocumentBytes = 5;
 constexpr const char* kDataFile = "data.mdb";
 /// What no watch sees, such as a link on the way to the directory that leads elsewhere now, is noticed this late.
 constexpr std::int64_t kTrustedNanoseconds = 10'000'000;
@@ -795,7 +794,7 @@ StoreStatus LmdbDatabase::write(const StoreBatch& batch, bool onlyNew, Prepare p
         for (auto entry = order.begin(); code == MDB_SUCCESS && entry != order.end(); ++entry) {
             MDB_val key = valueOf(batch.key(*entry));
             MDB_val value = valueOf(batch.value(*entry));
-            if (value.mv_size <= kEmptyDocumentBytes) {
+            if (value.mv_size == 0) {
                 refused = *entry;
                 return EINVAL;
             }

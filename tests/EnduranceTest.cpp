@@ -17,13 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kMemoryIsOurs = false;  // sanitizers keep freed memory
-constexpr std::uint64_t kTimes = 14;
-#else
-constexpr bool kMemoryIsOurs = true;
-constexpr std::uint64_t kTimes = 60;
-#endif
+constexpr std::uint64_t kTimes = kSanitized ? 14 : 60;
 
 /// What the process takes of the system.
 struct Taken {
@@ -55,7 +49,7 @@ void expectLevel(const Taken& before, const Taken& after) {
     EXPECT_EQ(after.files, before.files);
     EXPECT_EQ(after.threads, before.threads);
     EXPECT_LE(after.store, before.store + before.store / 10);
-    if (kMemoryIsOurs) {
+    if (!kSanitized) {
         constexpr std::uint64_t kNoise = 3U << 20U;
         EXPECT_LE(after.memory, before.memory + before.memory / 20 + kNoise);
     }

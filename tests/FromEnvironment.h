@@ -3,6 +3,13 @@
 #include <cstdlib>
 #include <random>
 
+/// Whether a sanitizer looks on, which keeps freed memory and takes ten times as long.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+
 /// A number that may be set in the environment, so that the same test runs short or long.
 template <class Number>
 Number fromEnvironment(const char* name, Number otherwise) {

@@ -17,13 +17,6 @@ namespace {
 
 using namespace model;
 
-// A sanitizer looks at how things are done, not at what comes out, and takes ten times as long over it.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
-
 const std::vector<std::string> kMarkets{"SH",  "SZ",   "BJ",  "HK",   "HGT",  "SGT",  "SHFI", "SHO",   "SZO",
                                         "DCE", "CZCE", "INE", "NEEQ", "SHGE", "BANK", "WP",   "NYSE",  "NASDAQ",
                                         "S",   "",     "a/b", "SOTC", "sh",   "SHFE", "GFEX", "CFFEX", "ETFINSTS"};

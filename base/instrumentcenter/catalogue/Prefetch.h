@@ -2,6 +2,7 @@
 
 #include <boost/shared_ptr.hpp>
 
+#include <array>
 #include <cstddef>
 
 // Walking containers of record pointers. Records lie anywhere in memory; touching them one after the other waits for
@@ -41,19 +42,24 @@ void prefetchWhole(const Record& record) {
 }
 
 /// Calls `visit` with every entry (a key and a record pointer) of a container, in its order, and `fetch` with the
-/// pointer some entries before that.
+/// pointer some entries before that. The container is walked once: trees are slow to walk, too.
 template <class Container, class Visit, class Fetch>
 void visitAhead(Container& container, const Visit& visit, const Fetch& fetch) {
-    auto ahead = container.begin();
-    for (std::size_t i = 0; i < kRecordsAhead && ahead != container.end(); ++i, ++ahead) {
-        fetch(ahead->second);
-    }
+    std::array<decltype(&*container.begin()), kRecordsAhead> fetched;  // a ring
+    std::size_t count = 0;
+    std::size_t oldest = 0;
     for (auto& entry : container) {
-        if (ahead != container.end()) {
-            fetch(ahead->second);
-            ++ahead;
+        fetch(entry.second);
+        if (count < kRecordsAhead) {
+            fetched[count++] = &entry;
+            continue;
         }
-        visit(entry);
+        visit(*fetched[oldest]);
+        fetched[oldest] = &entry;
+        oldest = oldest + 1 == kRecordsAhead ? 0 : oldest + 1;
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        visit(*fetched[(oldest + i) % count]);
     }
 }
 template <class Container, class Visit>

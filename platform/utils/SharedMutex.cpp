@@ -139,7 +139,7 @@ void SharedMutex::lockSlowly() {
 
 void SharedMutex::shutDoor() {
     closed_.store(1, std::memory_order_seq_cst);
-    if (Lines::areOwned()) {
+    if (barrier_ == Barrier::OfProcess && Lines::areOwned()) {
         processBarrier();
     }
 }

@@ -10,6 +10,8 @@ namespace mxservice {
 
 /// The lock of every table; named here alone.
 using SharedMutex = utils::SharedMutex;
+/// The lock of tables that lookups themselves change.
+using EvenSharedMutex = utils::EvenSharedMutex;
 
 #ifdef NDEBUG
 inline void noteLockTaken() {}
@@ -33,7 +35,7 @@ inline void noteLockReleased() {
 
 /// A value and the lock that guards it. The value is reachable only through a proxy that holds the lock for the
 /// proxy's life: read() shared and const, write() exclusive.
-template <class Value>
+template <class Value, class Mutex = SharedMutex>
 class Guarded {
 public:
     class ReadProxy {
@@ -100,7 +102,7 @@ public:
 
     private:
         struct Opener {
-            SharedMutex& lock;
+            Mutex& lock;
             ~Opener() { lock.open(); }
         };
 
@@ -122,10 +124,10 @@ public:
     template <class Ask>
     auto answer(Ask ask) const {
         static_assert(std::is_nothrow_invocable_v<Ask, const Value&>, "nothing would give the lock back");
-        if (SharedMutex::Inside* const inside = lock_.tryEnter()) [[likely]] {
+        if (typename Mutex::Inside* const inside = lock_.tryEnter()) [[likely]] {
             noteLockTaken();
             auto result = ask(value_);
-            SharedMutex::leave(inside);
+            Mutex::leave(inside);
             noteLockReleased();
             return result;
         }
@@ -139,7 +141,7 @@ private:
         return ask(*proxy);
     }
 
-    mutable SharedMutex lock_;
+    mutable Mutex lock_;
     Value value_;
 };
 

@@ -2,12 +2,13 @@
 
 #include <boost/shared_ptr.hpp>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <list>
 #include <mutex>
+#include <numeric>
 #include <utility>
 #include <vector>
 
@@ -37,24 +38,22 @@ public:
     explicit RecordCache(int capacity) {
         if (capacity > 0) {
             slots_.resize(static_cast<std::size_t>(capacity));
+            byUse_.resize(slots_.size());
         }
     }
 
     /// The record, made the youngest; empty when the key is not cached.
     Pointer find(std::uint64_t key) {
-        Entry entry;
-        {
-            Part& part = partOf(key);
-            const Lock guard(part.lock);
-            const auto found = part.entries.find(key);
-            if (found == part.entries.end()) {
-                ++part.misses;
-                return nullptr;
-            }
-            ++part.hits;
-            entry = found->second;
+        Entry entry = entries_.answer([key](const HashIndex<Entry>& entries) noexcept {
+            const auto found = entries.find(key);
+            return found == entries.end() ? Entry() : found->second;
+        });
+        if (entry.slot == kNone) {
+            count(&Noter::misses);
+        } else {
+            count(&Noter::hits);
+            note({key, entry.slot});
         }
-        note({key, entry.slot});
         return std::move(entry.record);
     }
 
@@ -64,75 +63,80 @@ public:
     /// Caches a record after a miss, unless a load has come between the reading of `generation` and now: the record
     /// may be older than what the load brought.
     void insert(std::uint64_t key, Pointer record, std::uint64_t generation) {
-        Pointer evicted;  // destroyed after the lock
-        const Lock guard(lock_);
+        Pointer evicted;  // destroyed after the locks
+        const std::lock_guard guard(lock_);
         if (slots_.empty() || generation != generation_.load()) {
             return;
         }
         takeNotes();
-        const int slot = used_ < static_cast<int>(slots_.size()) ? appendSlot() : recycleOldest(evicted);
+        const bool full = used_ == static_cast<int>(slots_.size());
+        const int slot = full ? recycleOldest() : appendSlot();
         touch(slot);
-        at(slot).key = key;
-        {
-            Part& part = partOf(key);
-            const std::lock_guard<std::mutex> partGuard(part.lock);
-            Entry& entry = part.entries[key];
-            entry.slot = slot;
-            entry.record.swap(record);  // of two threads that missed on one key the later has its way
-        }
         if (oldest_ == kNone) {
             chainByUse();
+        }
+        const std::uint64_t formerKey = std::exchange(at(slot).key, key);
+        {
+            const auto entries = entries_.write();
+            if (full) {
+                const auto former = entries->find(formerKey);
+                // Of two slots with one key, the other may have taken it along.
+                if (former != entries->end()) {
+                    former->second.record.swap(evicted);
+                    entries->erase(former);
+                }
+            }
+            Entry& entry = (*entries)[key];
+            entry.slot = slot;
+            entry.record.swap(record);  // of two threads that missed on one key the later has its way
         }
     }
 
     /// Replaces the cached records of the keys that `records` (a map from keys to pointers) holds; recency stays.
     template <class Records>
     void refresh(const Records& records) {
-        std::vector<Pointer> replaced;  // destroyed after the lock
-        const Lock guard(lock_);
+        std::vector<std::pair<std::uint64_t, Pointer>> fresh;  // then what they replaced, destroyed after the locks
+        const std::lock_guard guard(lock_);
         ++generation_;
-        const auto replace = [&](Pointer& cached, const Pointer& record) {
-            replaced.push_back(record);
-            cached.swap(replaced.back());
-        };
         if (records.size() < static_cast<std::size_t>(used_)) {
-            for (const auto& [key, record] : records) {
-                Part& part = partOf(key);
-                const std::lock_guard<std::mutex> partGuard(part.lock);
-                const auto found = part.entries.find(key);
-                if (found != part.entries.end()) {
-                    replace(found->second.record, record);
+            fresh.assign(records.begin(), records.end());
+        } else {
+            for (int slot = 0; slot < used_; ++slot) {
+                const auto found = records.find(at(slot).key);
+                if (found != records.end()) {
+                    fresh.emplace_back(found->first, found->second);
                 }
             }
-            return;
         }
-        for (Part& part : parts_) {
-            const std::lock_guard<std::mutex> partGuard(part.lock);
-            for (auto& [key, entry] : part.entries) {
-                const auto found = records.find(key);
-                if (found != records.end()) {
-                    replace(entry.record, found->second);
+        for (std::size_t next = 0; next < fresh.size();) {
+            const auto entries = entries_.write();
+            for (const std::size_t end = std::min(next + kSlice, fresh.size()); next < end; ++next) {
+                const auto cached = entries->find(fresh[next].first);
+                if (cached != entries->end()) {
+                    cached->second.record.swap(fresh[next].second);
                 }
             }
         }
     }
 
     CacheUse use(const char* name) const {
-        const Lock guard(lock_);
+        const std::lock_guard guard(lock_);
         CacheUse use{name, slots_.size(), static_cast<std::uint64_t>(used_), 0, 0, evictions_};
-        for (const Part& part : parts_) {
-            const std::lock_guard<std::mutex> partGuard(part.lock);
-            use.hits += part.hits;
-            use.misses += part.misses;
+        for (const Noter& noter : noters_) {
+            use.hits += noter.hits.load(std::memory_order_relaxed);
+            use.misses += noter.misses.load(std::memory_order_relaxed);
         }
         return use;
     }
 
 private:
     static constexpr int kNone = -1;
-    static constexpr std::size_t kParts = 16;
     static constexpr std::uint32_t kNoters = 16;
-    static constexpr std::uint32_t kNotes = 64;
+    static constexpr std::uint32_t kNotes = 256;
+    /// So many notes are worth taking the lock for, if nobody has it.
+    static constexpr std::uint32_t kManyNotes = 64;
+    /// So many records are replaced while lookups wait: some microseconds.
+    static constexpr std::size_t kSlice = 256;
     static_assert(kNoters <= SharedMutex::kOwnedLines);
     static constexpr std::size_t kLineBytes = 64;
 
@@ -141,23 +145,20 @@ private:
         int slot = kNone;
     };
 
-    /// The records of some of the keys.
-    struct alignas(kLineBytes) Part {
-        mutable std::mutex lock;
-        HashIndex<Entry> entries;
-        std::uint64_t hits = 0;
-        std::uint64_t misses = 0;
-    };
-
     /// A hit. The slot may have gone to another key since.
     struct Note {
         std::uint64_t key;
         int slot;
     };
 
-    /// The hits of one thread that the chain has not heard of. Written by that thread, taken under `lock_`.
+    using Counter = std::atomic<std::uint64_t>;
+
+    /// What one thread asked for, and those of its hits that the chain has not heard of. Written by that thread; notes
+    /// are taken under `lock_`. The last of all is shared by the threads that have none and holds no notes.
     struct Noter {
         alignas(kLineBytes) std::atomic<std::uint32_t> written{0};
+        Counter hits{0};
+        Counter misses{0};
         std::array<Note, kNotes> notes;
         alignas(kLineBytes) std::atomic<std::uint32_t> taken{0};
     };
@@ -165,43 +166,39 @@ private:
     /// A key's place in the chain of recency.
     struct Slot {
         std::uint64_t key = 0;
+        std::uint64_t lastUse = 0;  // by clock_
         int younger = kNone;
         int older = kNone;
-        bool inUse = false;
-        std::list<int>::iterator use;  // its place in byUse_, once the slot is in use
     };
 
-    /// One of the center's locks, counted with the others in debug builds. Beneath lock_ a part's may be taken; that
-    /// counts as one.
-    class Lock {
-    public:
-        explicit Lock(std::mutex& mutex) : guard_(mutex) { noteLockTaken(); }
-        ~Lock() { noteLockReleased(); }
-        Lock(const Lock&) = delete;
-        Lock& operator=(const Lock&) = delete;
-
-    private:
-        const std::lock_guard<std::mutex> guard_;
-    };
-
-    /// By bits of the key that the container within makes little of.
-    Part& partOf(std::uint64_t key) {
-        constexpr unsigned kShift = 32;
-        return parts_[(key >> kShift) % kParts];
+    void count(Counter Noter::*counter) {
+        const std::uint32_t thread = SharedMutex::numberOfThread();
+        if (thread >= kNoters) {
+            (noters_.back().*counter).fetch_add(1, std::memory_order_relaxed);
+            return;
+        }
+        Counter& own = noters_[thread].*counter;
+        own.store(own.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
     }
 
     void note(const Note& note) {
         const std::uint32_t thread = SharedMutex::numberOfThread();
         if (thread >= kNoters) {
-            const Lock guard(lock_);
+            const std::lock_guard guard(lock_);
             take(note);
             return;
         }
         Noter& noter = noters_[thread];
         const std::uint32_t written = noter.written.load(std::memory_order_relaxed);
-        if (written - noter.taken.load(std::memory_order_acquire) == kNotes) {
-            const Lock guard(lock_);
+        const std::uint32_t waiting = written - noter.taken.load(std::memory_order_acquire);
+        if (waiting == kNotes) {
+            const std::lock_guard guard(lock_);
             takeNotes();
+        } else if (waiting != 0 && waiting % kManyNotes == 0) {
+            const std::unique_lock guard(lock_, std::try_to_lock);
+            if (guard.owns_lock()) {
+                takeNotes();
+            }
         }
         noter.notes[written % kNotes] = note;
         noter.written.store(written + 1, std::memory_order_release);
@@ -239,15 +236,7 @@ private:
     }
 
     /// Notes that the slot was used just now.
-    void touch(int slot) {
-        if (at(slot).inUse) {
-            byUse_.splice(byUse_.begin(), byUse_, at(slot).use);
-        } else {
-            byUse_.push_front(slot);
-            at(slot).use = byUse_.begin();
-            at(slot).inUse = true;
-        }
-    }
+    void touch(int slot) { at(slot).lastUse = ++clock_; }
 
     void unlink(int slot) {
         if (at(slot).younger != kNone) {
@@ -267,8 +256,10 @@ private:
         newest_ = slot;
     }
 
-    /// Takes a step for every record, but only after a hit on the oldest one.
+    /// Sorts all records, but only after a hit on the oldest one.
     void chainByUse() {
+        std::iota(byUse_.begin(), byUse_.end(), 0);  // the chain loses its end only once all slots are used
+        std::sort(byUse_.begin(), byUse_.end(), [this](int a, int b) { return at(a).lastUse > at(b).lastUse; });
         newest_ = byUse_.front();
         oldest_ = byUse_.back();
         int younger = kNone;
@@ -296,19 +287,9 @@ private:
         return slot;
     }
 
-    /// The oldest slot, freed of its key and made the youngest.
-    int recycleOldest(Pointer& evicted) {
+    /// The oldest slot, made the youngest.
+    int recycleOldest() {
         const int slot = oldest_;
-        {
-            Part& part = partOf(at(slot).key);
-            const std::lock_guard<std::mutex> guard(part.lock);
-            const auto found = part.entries.find(at(slot).key);
-            // Of two slots with one key, the other may have taken it along.
-            if (found != part.entries.end()) {
-                found->second.record.swap(evicted);
-                part.entries.erase(found);
-            }
-        }
         ++evictions_;
         oldest_ = at(slot).younger;
         if (oldest_ != kNone) {
@@ -320,11 +301,12 @@ private:
         return slot;
     }
 
-    std::array<Part, kParts> parts_;
-    std::array<Noter, kNoters> noters_;
-    mutable std::mutex lock_;  // guards the rest; never taken beneath a part's
+    Guarded<HashIndex<Entry>, EvenSharedMutex> entries_;
+    std::array<Noter, kNoters + 1> noters_;
+    mutable std::mutex lock_;  // guards the rest; taken before that of the entries
     std::vector<Slot> slots_;
-    std::list<int> byUse_;  // slots in use, the most recently used first
+    std::vector<int> byUse_;   // room for sorting, so that nothing is allocated while the chain has no end
+    std::uint64_t clock_ = 0;  // counts uses
     std::atomic<std::uint64_t> generation_{0};
     std::uint64_t evictions_ = 0;
     int used_ = 0;

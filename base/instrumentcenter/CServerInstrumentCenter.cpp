@@ -116,41 +116,43 @@ void CServerInstrumentCenter::createExchangeDatas(
     PM_LOG(utils::kLogInfo, kServerSource, "[inscenter] create exchange datas");
     const Stopwatch watch;
     std::size_t count = 0;
+    std::map<MarketKey, KeySet> keysByMarket;
+    std::map<MarketKey, std::uint64_t> replacedByMarket;
     for (const auto& [market, records] : grouped) {
         count += records.size();
-    }
-    std::vector<std::pair<StockKey, InstrumentPtr>> entries;  // what goes in, then what it replaced
-    entries.reserve(count);
-    std::map<MarketKey, KeySet> keysByMarket;
-    for (const auto& [market, records] : grouped) {
+        replacedByMarket[market] = 0;
         KeySet& keys = keysByMarket[market];
         keys.reserve(records.size());
-        visitAhead(records, [&](const auto& entry) {
-            keys.insert(entry.first);
-            entries.push_back(entry);
-        });
+        for (const auto& [key, record] : records) {
+            keys.insert(key);
+        }
     }
+    std::vector<InstrumentPtr> replaced;  // destroyed after the lock
+    replaced.reserve(std::min(count, kFewKeys));
     updateIndex(server_->records, count, [&](HashIndex<InstrumentPtr>& index) {
-        for (auto& [key, record] : entries) {
-            index[key].swap(record);
+        for (const auto& [market, records] : grouped) {
+            const std::size_t before = replaced.size();
+            visitAhead(records, [&](const auto& entry) {
+                InstrumentPtr& place = index[entry.first];
+                if (place) {
+                    replaced.push_back(std::move(place));
+                }
+                place = entry.second;
+            });
+            replacedByMarket[market] = replaced.size() - before;
         }
     });
     server_->codeIndex.install(std::move(keysByMarket));
 
     const auto time = watch.elapsed();
-    auto former = entries.begin();
     for (const auto& [market, records] : grouped) {
-        const auto next = former + static_cast<std::ptrdiff_t>(records.size());
         MarketLoad load;
         load.market = filedMarketName(market, records);
         load.stored = records.size();
-        load.replaced = static_cast<std::uint64_t>(
-            std::count_if(former, next, [](const auto& entry) { return entry.second != nullptr; }));
+        load.replaced = replacedByMarket[market];
         load.time = time;
-        former = next;
         state().loads.write()->settle(market, std::move(load));
     }
-    releaseAhead(entries);
 }
 
 void CServerInstrumentCenter::clearDatas(const std::vector<std::string>& markets) {

@@ -16,6 +16,13 @@ function(pm_target_defaults target)
   endif()
 endfunction()
 
+# For tool and tests, of which most of the time goes into the same headers again and again.
+function(pm_join_units target)
+  if(PM_JOIN_UNITS)
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 6)
+  endif()
+endfunction()
+
 function(pm_library target)
   add_library(${target} ${ARGN})
   add_library(PmInstrumentCenter::${target} ALIAS ${target})

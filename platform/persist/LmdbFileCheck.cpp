@@ -21,8 +21,8 @@ constexpr std::size_t kHeaderBytes = 16;
 constexpr std::size_t kNodeBytes = 8;
 constexpr std::uint32_t kMagic = 0xBEEFC0DE;
 constexpr std::uint32_t kVersion = 1;
-constexpr std::uint64_t kLargestMapBytes = std::uint64_t{1} << 40U;  // four times what the engine grows a map to
-constexpr int kMaxDepth = 31;                                        // one less than the library's cursor stack
+constexpr std::uint64_t kPlausibleMapBytes = std::uint64_t{1} << 40U;  // four times what the engine grows a map to
+constexpr int kMaxDepth = 31;                                          // one less than the library's cursor stack
 
 constexpr std::uint16_t kBranchPage = 0x01;
 constexpr std::uint16_t kLeafPage = 0x02;
@@ -99,7 +99,7 @@ std::optional<Meta> readMeta(int fd, std::size_t pageBytes, int index) {
     const auto meta = copyFrom<Meta>(bytes.data() + kHeaderBytes);
     const bool plausible = (header.flags & kMetaPage) != 0 && meta.magic == kMagic && meta.version == kVersion &&
                            meta.freePages.pad == pageBytes && meta.freePages.flags == kIntegerKeys &&
-                           meta.main.flags == 0 && meta.address == 0 && meta.mapSize <= kLargestMapBytes;
+                           meta.main.flags == 0 && meta.address == 0 && meta.mapSize <= kPlausibleMapBytes;
     return plausible ? std::optional(meta) : std::nullopt;
 }
 

@@ -230,6 +230,18 @@ constexpr std::size_t kMaxFields = 128;
 
 const RecordType* classByTelltale(std::string_view key) {
     const std::vector<const RecordType*>& types = TypeManager::instance()->types();
+    // Of the names before a telltale, few are as long as any telltale; the others need no comparison.
+    constexpr std::size_t kLongest = 64;
+    static const std::bitset<kLongest> sizes = [&types] {
+        std::bitset<kLongest> found;
+        for (const RecordType* const type : types) {
+            found.set(type->telltale().size());
+        }
+        return found;
+    }();
+    if (key.size() >= kLongest || !sizes.test(key.size())) {
+        return nullptr;
+    }
     const auto found =
         std::find_if(types.begin(), types.end(), [&](const RecordType* type) { return type->telltale() == key; });
     return found == types.end() ? nullptr : *found;

@@ -17,7 +17,7 @@ using mxservice::ComponentMap;
 using mxservice::Field;
 using mxservice::FieldKind;
 using mxservice::IData;
-using RecordMap = std::map<std::string, const IData*>;
+using RecordsByKey = std::map<std::string, const IData*>;
 
 /// What names a record, in the class that has it.
 constexpr std::array kNameFields{"name", "bondName"};
@@ -95,8 +95,8 @@ private:
     std::vector<FieldChange> found_;
 };
 
-RecordMap byKey(const std::vector<boost::shared_ptr<IData>>& records) {
-    RecordMap map;
+RecordsByKey byKey(const std::vector<boost::shared_ptr<IData>>& records) {
+    RecordsByKey map;
     for (const auto& record : records) {
         map[record->getKey()] = record.get();
     }
@@ -122,8 +122,8 @@ Changes changesBetween(const Snapshot& before, const Snapshot& after, const std:
         const auto catalogue = static_cast<Catalogue>(i);
         const auto oldRecords = recordsOf(before, catalogue);
         const auto newRecords = recordsOf(after, catalogue);
-        const RecordMap was = byKey(oldRecords);
-        const RecordMap is = byKey(newRecords);
+        const RecordsByKey was = byKey(oldRecords);
+        const RecordsByKey is = byKey(newRecords);
         const auto begin = static_cast<std::ptrdiff_t>(found.changes.size());
         for (const auto& [key, record] : is) {
             const auto former = was.find(key);

@@ -62,10 +62,10 @@ RecordMap<CInstrumentDetail> byKeyText(const std::list<shared_ptr<CInstrumentDet
 }
 
 /// Asks both centers all questions.
-class Comparison {
+class CenterComparison {
 public:
-    Comparison(IInstrumentCenter& server, IInstrumentCenter& client, const Questions& questions,
-               const RecordComparison& records, Tally& tally)
+    CenterComparison(IInstrumentCenter& server, IInstrumentCenter& client, const Questions& questions,
+                     const RecordComparison& records, Tally& tally)
         : server_(server), client_(client), questions_(questions), records_(records), tally_(tally) {}
 
     void askAll(Console& console);
@@ -129,7 +129,7 @@ private:
 };
 
 template <class Record>
-std::string Comparison::mapDifference(const RecordMap<Record>& server, const RecordMap<Record>& client) {
+std::string CenterComparison::mapDifference(const RecordMap<Record>& server, const RecordMap<Record>& client) {
     std::set<std::string> keys;
     for (const auto* const records : {&server, &client}) {
         for (const auto& [key, record] : *records) {
@@ -149,8 +149,8 @@ std::string Comparison::mapDifference(const RecordMap<Record>& server, const Rec
 
 /// Lists of everything hold one record a key text. A listed fund and the instrument of its creation may have the same,
 /// and which of them is met first is not fixed.
-std::string Comparison::entryDifference(const std::string& key, const CInstrumentDetail* server,
-                                        const CInstrumentDetail* client) {
+std::string CenterComparison::entryDifference(const std::string& key, const CInstrumentDetail* server,
+                                              const CInstrumentDetail* client) {
     std::string found = records_.difference(server, client);
     if (found.empty() || server == nullptr || questions_.fundsByKey.count(key) == 0) {
         return found;
@@ -164,19 +164,19 @@ std::string Comparison::entryDifference(const std::string& key, const CInstrumen
     return found;
 }
 
-void Comparison::askAll(Console& console) {
+void CenterComparison::askAll(Console& console) {
     struct Step {
         const char* group;
-        void (Comparison::*ask)();
+        void (CenterComparison::*ask)();
     };
-    constexpr std::array kSteps{Step{"single instruments", &Comparison::askInstruments},
-                                Step{"predicates of keys", &Comparison::askPredicates},
-                                Step{"lists of instruments", &Comparison::askLists},
-                                Step{"futures", &Comparison::askFutures},
-                                Step{"code sets", &Comparison::askCodeSets},
-                                Step{"ETFs", &Comparison::askFunds},
-                                Step{"bonds and counterparties", &Comparison::askBonds},
-                                Step{"OTC", &Comparison::askOtc}};
+    constexpr std::array kSteps{Step{"single instruments", &CenterComparison::askInstruments},
+                                Step{"predicates of keys", &CenterComparison::askPredicates},
+                                Step{"lists of instruments", &CenterComparison::askLists},
+                                Step{"futures", &CenterComparison::askFutures},
+                                Step{"code sets", &CenterComparison::askCodeSets},
+                                Step{"ETFs", &CenterComparison::askFunds},
+                                Step{"bonds and counterparties", &CenterComparison::askBonds},
+                                Step{"OTC", &CenterComparison::askOtc}};
     for (const Step& step : kSteps) {
         console.begin(fmt::format("comparing {}", step.group), 0);
         tally_.begin(step.group);
@@ -185,7 +185,7 @@ void Comparison::askAll(Console& console) {
     console.end();
 }
 
-void Comparison::askInstruments() {
+void CenterComparison::askInstruments() {
     const auto byText = [](IInstrumentCenter& center, const std::string& key) { return center.getInstrument(key); };
     const auto byHash = [](IInstrumentCenter& center, std::uint64_t key) { return center.getInstrument(key); };
     const auto byCode = [](IInstrumentCenter& center, const std::string& market, const std::string& code) {
@@ -201,7 +201,7 @@ void Comparison::askInstruments() {
     }
 }
 
-void Comparison::askPredicates() {
+void CenterComparison::askPredicates() {
     for (const std::string& text : questions_.texts) {
         for (const Predicate& predicate : kPredicates) {
             if (predicate.ask != &IInstrumentCenter::hasHkstock) {
@@ -211,7 +211,7 @@ void Comparison::askPredicates() {
     }
 }
 
-void Comparison::askLists() {
+void CenterComparison::askLists() {
     const auto ofMarket = [](IInstrumentCenter& center, const std::string& market) {
         return center.getInstruments(market);
     };
@@ -229,7 +229,7 @@ void Comparison::askLists() {
     map("getInstruments", [](IInstrumentCenter& center) { return center.getInstruments(); });
 }
 
-void Comparison::askFutures() {
+void CenterComparison::askFutures() {
     for (const std::string& market : questions_.markets) {
         map("getFutureMainInstruments", &IInstrumentCenter::getFutureMainInstruments, market);
     }
@@ -247,7 +247,7 @@ void Comparison::askFutures() {
     value("getDceCrossPeriod", &IInstrumentCenter::getDceCrossPeriod);
 }
 
-void Comparison::askCodeSets() {
+void CenterComparison::askCodeSets() {
     value("getStockIpoCodes", &IInstrumentCenter::getStockIpoCodes);
     value("getStockCdrCodes", &IInstrumentCenter::getStockCdrCodes);
     value("getNeeqInquiryCodes", &IInstrumentCenter::getNeeqInquiryCodes);
@@ -256,7 +256,7 @@ void Comparison::askCodeSets() {
     }
 }
 
-void Comparison::askFunds() {
+void CenterComparison::askFunds() {
     const auto byText = [](IInstrumentCenter& center, const std::string& key) { return center.getEtf(key); };
     const auto byCode = [](IInstrumentCenter& center, const std::string& market, const std::string& code) {
         return center.getEtf(market, code);
@@ -274,7 +274,7 @@ void Comparison::askFunds() {
     map("getEtfs", &IInstrumentCenter::getEtfs);
 }
 
-void Comparison::askBonds() {
+void CenterComparison::askBonds() {
     const auto byText = [](IInstrumentCenter& center, const std::string& key) { return center.getBond(key); };
     for (const std::string& text : questions_.texts) {
         record("getBond", "", byText, text);
@@ -286,7 +286,7 @@ void Comparison::askBonds() {
     map("getCounterpartys", &IInstrumentCenter::getCounterpartys);
 }
 
-void Comparison::askOtc() {
+void CenterComparison::askOtc() {
     for (const std::string& text : questions_.texts) {
         record("getOtcInstrument", "", &IInstrumentCenter::getOtcInstrument, text);
         record("getIssuanceInfo", "", &IInstrumentCenter::getIssuanceInfo, text);
@@ -306,7 +306,7 @@ bool compareCenters(const Snapshot& snapshot, Output& output, Console& console) 
     load(*server, copyOf(snapshot), console);
     load(*client, copyOf(snapshot), console);
     Tally tally;
-    Comparison(*server, *client, questions, records, tally).askAll(console);
+    CenterComparison(*server, *client, questions, records, tally).askAll(console);
     tally.write(output);
     for (const Difference& difference : kDeliberateDifferences) {
         output.note(fmt::format("differs on purpose: {}", difference.text));

@@ -17,13 +17,19 @@ struct Pair {
     std::uint64_t second = 0;
 };
 
+/// Both kinds of the lock keep the same promises.
+template <class Mutex>
+class AnyLock : public testing::Test {};
+using Locks = testing::Types<SharedMutex, EvenSharedMutex>;
+TYPED_TEST_SUITE(AnyLock, Locks);
+
 /// More threads than the lock has lines, so that lines are shared; readers must never see half a write, and no write
 /// may be lost.
-TEST(SharedMutex, ReadersSeeWholeWritesAndNoWriteIsLost) {
+TYPED_TEST(AnyLock, ReadersSeeWholeWritesAndNoWriteIsLost) {
     constexpr int kReaders = 40;
     constexpr int kWriters = 3;
     constexpr int kWrites = 2000;
-    Guarded<Pair> guarded;
+    Guarded<Pair, TypeParam> guarded;
     std::atomic<bool> done{false};
     std::atomic<int> torn{0};
     std::vector<std::thread> threads;
@@ -60,8 +66,8 @@ TEST(SharedMutex, ReadersSeeWholeWritesAndNoWriteIsLost) {
 }
 
 /// Readers that come and go without a pause must not keep a writer out: this test ends only if the writer gets in.
-TEST(SharedMutex, AWriterGetsInWhileReadersNeverPause) {
-    SharedMutex mutex;
+TYPED_TEST(AnyLock, AWriterGetsInWhileReadersNeverPause) {
+    TypeParam mutex;
     std::atomic<bool> written{false};
     std::atomic<int> started{0};
     std::vector<std::thread> readers;
@@ -89,8 +95,8 @@ TEST(SharedMutex, AWriterGetsInWhileReadersNeverPause) {
 }
 
 /// A reader inside does not keep another one out: both must be inside at once for either to leave.
-TEST(SharedMutex, ReadersAreInsideTogether) {
-    SharedMutex mutex;
+TYPED_TEST(AnyLock, ReadersAreInsideTogether) {
+    TypeParam mutex;
     std::atomic<int> inside{0};
     const auto read = [&] {
         mutex.lock_shared();
@@ -109,9 +115,9 @@ TEST(SharedMutex, ReadersAreInsideTogether) {
 
 /// Two threads raise a value in two steps, what they read being the ground of what they commit: a writer let in between
 /// would be lost. Readers go on all the time and see a value only rise.
-TEST(SharedMutex, AnUpdateKeepsWritersOutAndReadersIn) {
+TYPED_TEST(AnyLock, AnUpdateKeepsWritersOutAndReadersIn) {
     constexpr std::uint64_t kUpdates = 2000;
-    Guarded<std::uint64_t> guarded(0);
+    Guarded<std::uint64_t, TypeParam> guarded(0);
     std::atomic<bool> done{false};
     std::atomic<int> fallen{0};
     std::thread reader([&] {
@@ -143,10 +149,10 @@ TEST(SharedMutex, AnUpdateKeepsWritersOutAndReadersIn) {
     EXPECT_EQ(guarded.copy(), 2 * kUpdates);
 }
 
-TEST(SharedMutex, ManyShortLivedThreadsAndLocksWork) {
+TYPED_TEST(AnyLock, ManyShortLivedThreadsAndLocksWork) {
     std::uint64_t total = 0;
     for (int round = 0; round < 50; ++round) {
-        const auto guarded = std::make_unique<Guarded<std::uint64_t>>();
+        const auto guarded = std::make_unique<Guarded<std::uint64_t, TypeParam>>();
         std::vector<std::thread> threads;
         for (int i = 0; i < 20; ++i) {
             threads.emplace_back([&, i] {

@@ -83,8 +83,10 @@ TEST(RecordCache, ALoadReplacesCachedRecordsAndKeepsLateOldOnesOut) {
     EXPECT_FALSE(cache.find(3));
 }
 
-/// The recency rules as they read, over a plain list from the youngest to the oldest, for as long as a hit never falls
-/// on the entry that carries the old end's mark (from then on only the promise of the next test holds).
+/// The recency rules as they read, over plain lists from the youngest to the oldest. A hit on the entry that carries
+/// the old end's mark is followed by an insert at once, which chains all anew by their last use; with other hits
+/// between, only the promises of the next tests hold. Now and then there are more hits than the cache notes before it
+/// sorts them.
 TEST(RecordCache, FollowsTheRulesOfALiteralModel) {
     const unsigned seed = std::random_device()();
     SCOPED_TRACE(seed);
@@ -92,23 +94,39 @@ TEST(RecordCache, FollowsTheRulesOfALiteralModel) {
     for (int round = 0; round < 200; ++round) {
         const int capacity = 2 + static_cast<int>(random() % 6);
         Cache cache(capacity);
-        std::list<std::uint64_t> model;
-        for (int step = 0; step < 60; ++step) {
-            const std::uint64_t key = random() % 12;
-            const auto found = std::find(model.begin(), model.end(), key);
-            if (found != model.end() && std::next(found) == model.end() && model.size() > 1) {
-                continue;
+        std::list<std::uint64_t> chain;
+        std::list<std::uint64_t> byUse;
+        const auto use = [&](std::uint64_t key) {
+            byUse.remove(key);
+            byUse.push_front(key);
+        };
+        std::uint64_t fresh = 1000;
+        for (int step = 0; step < 100; ++step) {
+            const auto hits = random() % 20 == 0 ? 300 : 1;
+            for (int hit = 0; hit < hits && chain.size() > 1; ++hit) {
+                const auto key = std::next(chain.begin(), static_cast<int>(random() % (chain.size() - 1)));
+                ASSERT_TRUE(cache.find(*key)) << "step " << step;
+                use(*key);
+                chain.splice(chain.begin(), chain, key);
             }
-            ASSERT_EQ(static_cast<bool>(cache.find(key)), found != model.end()) << "step " << step;
-            if (found != model.end()) {
-                model.splice(model.begin(), model, found);
-            } else if (static_cast<int>(model.size()) < capacity) {
-                put(cache, key);
-                model.push_back(key);
+            const bool full = static_cast<int>(chain.size()) == capacity;
+            const bool onTheMark = full && random() % 4 == 0;
+            const std::uint64_t oldest = full ? chain.back() : 0;
+            if (onTheMark) {
+                ASSERT_TRUE(cache.find(oldest)) << "step " << step;
+            }
+            put(cache, ++fresh);
+            use(fresh);
+            if (full) {
+                ASSERT_FALSE(cache.find(oldest)) << "step " << step;
+                byUse.remove(oldest);
+                chain.pop_back();
+                chain.push_front(fresh);
             } else {
-                put(cache, key);
-                model.pop_back();
-                model.push_front(key);
+                chain.push_back(fresh);
+            }
+            if (onTheMark) {
+                chain = byUse;
             }
         }
     }

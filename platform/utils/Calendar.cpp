@@ -28,14 +28,22 @@ bool isDate(std::int32_t day) {
     return parts.ok();
 }
 
+/// The local date at a time. A load asks for every stock; converting the time anew for each would cost more than the
+/// rest of their classification, so a thread converts it once a second.
+std::int32_t localDay(std::time_t now) {
+    thread_local std::time_t lastTime = -1;
+    thread_local std::int32_t lastDay = 0;
+    if (now != lastTime) {
+        const std::tm local = fmt::localtime(now);
+        lastDay = (local.tm_year + 1900) * 10000 + (local.tm_mon + 1) * 100 + local.tm_mday;
+        lastTime = now;
+    }
+    return lastDay;
+}
+
 std::int32_t currentDay() {
     const std::int32_t pinned = pinnedDay.load(std::memory_order_relaxed);
-    if (pinned != 0) {
-        return pinned;
-    }
-    const std::time_t now = std::time(nullptr);
-    const std::tm local = fmt::localtime(now);
-    return (local.tm_year + 1900) * 10000 + (local.tm_mon + 1) * 100 + local.tm_mday;
+    return pinned != 0 ? pinned : localDay(std::time(nullptr));
 }
 
 }  // namespace

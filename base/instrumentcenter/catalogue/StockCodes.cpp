@@ -25,10 +25,10 @@ bool anyHolds(const std::array<MarketRule, N>& rules, const CInstrumentDetail& r
     return std::any_of(rules.begin(), rules.end(), [&](MarketRule rule) { return rule(record.market, record.code); });
 }
 
-bool isShanghaiIssue(const CInstrumentDetail& record, const std::string& today) {
+bool isShanghaiIssue(const CInstrumentDetail& record) {
     constexpr std::array<MarketRule, 4> rules{utils::isShanghaiStockIPO, utils::isShanghaiLoanIPO,
                                               utils::isShanghaiLoanCbbScbIPO, utils::isShanghaiSubscriptionTechBoard};
-    return record.listingDate == today && anyHolds(rules, record);
+    return utils::isToday(record.listingDate) && anyHolds(rules, record);
 }
 
 bool isShanghaiReceipt(const CInstrumentDetail& record) {
@@ -43,8 +43,8 @@ bool isShanghaiReceipt(const CInstrumentDetail& record) {
     return anyHolds(rules, record);
 }
 
-bool isShenzhenIssue(const CInstrumentDetail& record, const std::string& today) {
-    return record.listingDate == today &&
+bool isShenzhenIssue(const CInstrumentDetail& record) {
+    return utils::isToday(record.listingDate) &&
            ((record.issueState == kShenzhenIssueState && utils::isShenzhenStockA(record.market, record.code)) ||
             utils::isShenzhenLoanCbbScbIPO(record.market, record.code));
 }
@@ -54,7 +54,7 @@ bool isShenzhenReceipt(const CInstrumentDetail& record) {
            isSpecifiedValue(record.statusString, kReceiptStatusIndex, '0');
 }
 
-bool isBeijingIssue(const CInstrumentDetail& record, const std::string& /*today*/) {
+bool isBeijingIssue(const CInstrumentDetail& record) {
     return record.securityClass == kIssueSecurityClass;
 }
 
@@ -64,7 +64,7 @@ bool isNoReceipt(const CInstrumentDetail& /*record*/) {
 
 struct StockMarket {
     const char* name;
-    bool (*isIssue)(const CInstrumentDetail& record, const std::string& today);
+    bool (*isIssue)(const CInstrumentDetail& record);
     bool (*isReceipt)(const CInstrumentDetail& record);
 };
 
@@ -83,7 +83,6 @@ bool touchesStockCodes(const std::vector<std::string>& markets) {
 
 StockCodes deriveStockCodes(const GroupedSnapshot& grouped) {
     StockCodes codes;
-    const std::string today = utils::today();  // asking for every record would cost more than all the rest
     for (const StockMarket& market : kStockMarkets) {
         const auto found = grouped.find(marketKey(market.name));
         if (found == grouped.end()) {
@@ -95,7 +94,7 @@ StockCodes deriveStockCodes(const GroupedSnapshot& grouped) {
                 if (isIssueAdditionalStock(record)) {
                     return;
                 }
-                if (market.isIssue(*record, today)) {
+                if (market.isIssue(*record)) {
                     codes.ipo[market.name].insert(record->getKey());
                 }
                 if (market.isReceipt(*record)) {

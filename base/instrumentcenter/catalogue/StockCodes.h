@@ -20,8 +20,8 @@ struct StockCodes {
 /// Whether a load of these markets may change the stock code sets: one of them is "SH", "SZ" or "BJ".
 bool touchesStockCodes(const std::vector<std::string>& markets);
 
-/// Classifies the records of "SH", "SZ" and "BJ" by the day (utils::today) and the market rules. Additional issues of
-/// listed stocks belong to neither set.
+/// Classifies the records of "SH", "SZ" and "BJ" by utils::isToday and the market rules. Additional issues of listed
+/// stocks belong to neither set.
 StockCodes deriveStockCodes(const GroupedSnapshot& grouped);
 
 /// The records of "NEEQ" with security class 5.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <boost/shared_ptr.hpp>
+#include <boost/sort/pdqsort/pdqsort.hpp>
 
 #include <algorithm>
 #include <array>
@@ -8,7 +9,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
-#include <numeric>
 #include <utility>
 #include <vector>
 
@@ -28,7 +28,8 @@ namespace mxservice {
 ///
 /// Threads that find their records seldom wait for each other: a hit is noted by the thread that had it, and the chain
 /// hears of it before the next insert, which alone depends on it. So the hits of one thread count in their order; of
-/// hits of different threads since the last insert it is left open which came first.
+/// hits of different threads since the last insert it is left open which came first. Sixteen threads at once have notes
+/// of their own; a hit of any further one waits for the chain.
 template <class Record>
 class RecordCache {
 public:
@@ -39,6 +40,7 @@ public:
         if (capacity > 0) {
             slots_.resize(static_cast<std::size_t>(capacity));
             byUse_.resize(slots_.size());
+            entries_.write()->reserve(slots_.size() + 1);  // growing would make every lookup wait
         }
     }
 
@@ -70,25 +72,28 @@ public:
         }
         takeNotes();
         const bool full = used_ == static_cast<int>(slots_.size());
-        const int slot = full ? recycleOldest() : appendSlot();
+        const int slot = full ? oldest_ : used_;
+        {
+            const auto entries = entries_.write();
+            Entry& entry = (*entries)[key];  // nothing has changed if there is no memory for it
+            entry.slot = slot;
+            entry.record.swap(record);  // of two threads that missed on one key the later has its way
+            // Of two slots with one key, the other may have taken the entry along.
+            const auto former = full && at(slot).key != key ? entries->find(at(slot).key) : entries->end();
+            if (former != entries->end()) {
+                former->second.record.swap(evicted);
+                entries->erase(former);
+            }
+        }
+        at(slot).key = key;
+        if (full) {
+            recycleOldest();
+        } else {
+            appendSlot();
+        }
         touch(slot);
         if (oldest_ == kNone) {
             chainByUse();
-        }
-        const std::uint64_t formerKey = std::exchange(at(slot).key, key);
-        {
-            const auto entries = entries_.write();
-            if (full) {
-                const auto former = entries->find(formerKey);
-                // Of two slots with one key, the other may have taken it along.
-                if (former != entries->end()) {
-                    former->second.record.swap(evicted);
-                    entries->erase(former);
-                }
-            }
-            Entry& entry = (*entries)[key];
-            entry.slot = slot;
-            entry.record.swap(record);  // of two threads that missed on one key the later has its way
         }
     }
 
@@ -135,7 +140,7 @@ private:
     static constexpr std::uint32_t kNotes = 256;
     /// So many notes are worth taking the lock for, if nobody has it.
     static constexpr std::uint32_t kManyNotes = 64;
-    /// So many records are replaced while lookups wait: some microseconds.
+    /// So many records are replaced while all lookups wait: some microseconds.
     static constexpr std::size_t kSlice = 256;
     static_assert(kNoters <= SharedMutex::kOwnedLines);
     static constexpr std::size_t kLineBytes = 64;
@@ -169,6 +174,11 @@ private:
         std::uint64_t lastUse = 0;  // by clock_
         int younger = kNone;
         int older = kNone;
+    };
+
+    struct Use {
+        std::uint64_t time = 0;
+        int slot = kNone;
     };
 
     void count(Counter Noter::*counter) {
@@ -258,12 +268,15 @@ private:
 
     /// Sorts all records, but only after a hit on the oldest one.
     void chainByUse() {
-        std::iota(byUse_.begin(), byUse_.end(), 0);  // the chain loses its end only once all slots are used
-        std::sort(byUse_.begin(), byUse_.end(), [this](int a, int b) { return at(a).lastUse > at(b).lastUse; });
-        newest_ = byUse_.front();
-        oldest_ = byUse_.back();
+        for (std::size_t slot = 0; slot < slots_.size(); ++slot) {  // the chain loses its end only once all are used
+            byUse_[slot] = {slots_[slot].lastUse, static_cast<int>(slot)};
+        }
+        boost::sort::pdqsort_branchless(byUse_.begin(), byUse_.end(),
+                                        [](const Use& a, const Use& b) { return a.time > b.time; });
+        newest_ = byUse_.front().slot;
+        oldest_ = byUse_.back().slot;
         int younger = kNone;
-        for (const int slot : byUse_) {
+        for (const auto& [time, slot] : byUse_) {
             at(slot).younger = younger;
             at(slot).older = kNone;
             if (younger != kNone) {
@@ -274,7 +287,7 @@ private:
     }
 
     /// The next unused slot, linked in as the oldest.
-    int appendSlot() {
+    void appendSlot() {
         const int slot = used_++;
         at(slot).younger = oldest_;
         at(slot).older = kNone;
@@ -284,11 +297,10 @@ private:
             at(oldest_).older = slot;
         }
         oldest_ = slot;
-        return slot;
     }
 
     /// The oldest slot, made the youngest.
-    int recycleOldest() {
+    void recycleOldest() {
         const int slot = oldest_;
         ++evictions_;
         oldest_ = at(slot).younger;
@@ -298,14 +310,13 @@ private:
         if (slot != newest_) {
             putInFront(slot);
         }
-        return slot;
     }
 
     Guarded<HashIndex<Entry>, EvenSharedMutex> entries_;
     std::array<Noter, kNoters + 1> noters_;
     mutable std::mutex lock_;  // guards the rest; taken before that of the entries
     std::vector<Slot> slots_;
-    std::vector<int> byUse_;   // room for sorting, so that nothing is allocated while the chain has no end
+    std::vector<Use> byUse_;   // room for sorting, so that nothing is allocated while the chain has no end
     std::uint64_t clock_ = 0;  // counts uses
     std::atomic<std::uint64_t> generation_{0};
     std::uint64_t evictions_ = 0;

@@ -235,9 +235,7 @@ private:
         std::vector<Reader> transactions;
     };
 
-    IdleReaders& idleReaders() {
-        return idle_[std::hash<std::thread::id>()(std::this_thread::get_id()) % idle_.size()];
-    }
+    IdleReaders& idleReaders() { return idle_[utils::SharedMutex::numberOfThread() % idle_.size()]; }
     int beginReading(Reader& reader);
     void endReading(Reader reader) noexcept;
     void dropIdleReaders();

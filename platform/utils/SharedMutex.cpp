@@ -3,6 +3,8 @@
 #include <chrono>
 #include <thread>
 
+#include "platform/utils/Spin.h"
+
 #ifdef __linux__
 #include <linux/membarrier.h>
 #include <sys/syscall.h>
@@ -12,16 +14,8 @@
 namespace utils {
 namespace {
 
-/// Short reads end within a few hundred nanoseconds; going to sleep and being woken costs several microseconds.
-constexpr int kSpins = 200;
 /// How often a writer looks whether a long read has ended. Readers wake nobody, so that leaving costs them one store.
 constexpr std::chrono::microseconds kWriterSleep{50};
-
-void relax() {
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#endif
-}
 
 /// Waits until a door opens, first awake, then asleep.
 void waitUntilOpen(const std::atomic<std::uint32_t>& closed) {

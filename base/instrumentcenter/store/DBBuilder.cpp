@@ -25,22 +25,20 @@ std::string DBBuilder::buildRawDbName(const std::string& market) {
 void DBBuilder::updateDbName(const std::string& market, const std::string& db) {
     const std::uint64_t hash = marketKey(market);
     {
-        const std::lock_guard guard(lock_);
-        nameByMarket_[market] = db;
-        nameByHash_[hash] = db;
+        const auto names = names_.write();
+        names->byMarket[market] = db;
+        names->byHash[hash] = db;
     }
     PM_LOG(utils::kLogInfo, kClientSource,
            formatted("[clientIns] update db, market=%1%, db=%2%, hash=%3%", market, db, hash));
 }
 
 std::string DBBuilder::getDbName(const std::string& market) const {
-    const std::lock_guard guard(lock_);
-    return nameOf(nameByMarket_, market);
+    return nameOf(names_.read()->byMarket, market);
 }
 
 std::string DBBuilder::getDbName(std::uint64_t marketHash) const {
-    const std::lock_guard guard(lock_);
-    return nameOf(nameByHash_, marketHash);
+    return nameOf(names_.read()->byHash, marketHash);
 }
 
 }  // namespace mxservice

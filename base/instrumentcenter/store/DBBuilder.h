@@ -2,8 +2,9 @@
 
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <string>
+
+#include "base/instrumentcenter/catalogue/Guarded.h"
 
 namespace mxservice {
 
@@ -24,9 +25,11 @@ public:
     std::string getDbName(std::uint64_t marketHash) const;
 
 private:
-    mutable std::mutex lock_;  // guards both maps
-    std::map<std::string, std::string> nameByMarket_;
-    std::map<std::uint64_t, std::string> nameByHash_;
+    struct Names {
+        std::map<std::string, std::string> byMarket;
+        std::map<std::uint64_t, std::string> byHash;
+    };
+    Guarded<Names> names_;
 };
 
 }  // namespace mxservice

@@ -15,6 +15,7 @@
 #include "base/instrumentcenter/CenterStatistics.h"
 #include "base/instrumentcenter/catalogue/Guarded.h"
 #include "base/instrumentcenter/catalogue/HashIndex.h"
+#include "platform/utils/Spin.h"
 
 namespace mxservice {
 
@@ -66,7 +67,7 @@ public:
     /// may be older than what the load brought.
     void insert(std::uint64_t key, Pointer record, std::uint64_t generation) {
         Pointer evicted;  // destroyed after the locks
-        const std::lock_guard guard(lock_);
+        const auto guard = utils::lockAwake(lock_);
         if (slots_.empty() || generation != generation_.load()) {
             return;
         }
@@ -101,7 +102,7 @@ public:
     template <class Records>
     void refresh(const Records& records) {
         std::vector<std::pair<std::uint64_t, Pointer>> fresh;  // then what they replaced, destroyed after the locks
-        const std::lock_guard guard(lock_);
+        const auto guard = utils::lockAwake(lock_);
         ++generation_;
         if (records.size() < static_cast<std::size_t>(used_)) {
             fresh.assign(records.begin(), records.end());
@@ -125,7 +126,7 @@ public:
     }
 
     CacheUse use(const char* name) const {
-        const std::lock_guard guard(lock_);
+        const auto guard = utils::lockAwake(lock_);
         CacheUse use{name, slots_.size(), static_cast<std::uint64_t>(used_), 0, 0, evictions_};
         for (const Noter& noter : noters_) {
             use.hits += noter.hits.load(std::memory_order_relaxed);
@@ -161,9 +162,9 @@ private:
     /// What one thread asked for, and those of its hits that the chain has not heard of. Written by that thread; notes
     /// are taken under `lock_`. The last of all is shared by the threads that have none and holds no notes.
     struct Noter {
-        alignas(kLineBytes) std::atomic<std::uint32_t> written{0};
-        Counter hits{0};
+        alignas(kLineBytes) Counter hits{0};
         Counter misses{0};
+        alignas(kLineBytes) std::atomic<std::uint32_t> written{0};
         std::array<Note, kNotes> notes;
         alignas(kLineBytes) std::atomic<std::uint32_t> taken{0};
     };
@@ -194,7 +195,7 @@ private:
     void note(const Note& note) {
         const std::uint32_t thread = SharedMutex::numberOfThread();
         if (thread >= kNoters) {
-            const std::lock_guard guard(lock_);
+            const auto guard = utils::lockAwake(lock_);
             take(note);
             return;
         }
@@ -202,7 +203,7 @@ private:
         const std::uint32_t written = noter.written.load(std::memory_order_relaxed);
         const std::uint32_t waiting = written - noter.taken.load(std::memory_order_acquire);
         if (waiting == kNotes) {
-            const std::lock_guard guard(lock_);
+            const auto guard = utils::lockAwake(lock_);
             takeNotes();
         } else if (waiting != 0 && waiting % kManyNotes == 0) {
             const std::unique_lock guard(lock_, std::try_to_lock);
@@ -314,11 +315,11 @@ private:
 
     Guarded<HashIndex<Entry>, EvenSharedMutex> entries_;
     std::array<Noter, kNoters + 1> noters_;
-    mutable std::mutex lock_;  // guards the rest; taken before that of the entries
+    alignas(kLineBytes) std::atomic<std::uint64_t> generation_{0};
+    alignas(kLineBytes) mutable std::mutex lock_;  // guards the rest; taken before that of the entries
     std::vector<Slot> slots_;
     std::vector<Use> byUse_;   // room for sorting, so that nothing is allocated while the chain has no end
     std::uint64_t clock_ = 0;  // counts uses
-    std::atomic<std::uint64_t> generation_{0};
     std::uint64_t evictions_ = 0;
     int used_ = 0;
     int newest_ = kNone;

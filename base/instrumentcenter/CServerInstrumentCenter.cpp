@@ -127,7 +127,7 @@ void CServerInstrumentCenter::createExchangeDatas(
             keys.insert(key);
         }
     }
-    std::vector<InstrumentPtr> replaced;  // destroyed after the lock
+    std::vector<std::pair<StockKey, InstrumentPtr>> replaced;  // destroyed after the lock
     replaced.reserve(std::min(count, kFewKeys));
     updateIndex(server_->records, count, [&](HashIndex<InstrumentPtr>& index) {
         for (const auto& [market, records] : grouped) {
@@ -135,7 +135,7 @@ void CServerInstrumentCenter::createExchangeDatas(
             visitAhead(records, [&](const auto& entry) {
                 InstrumentPtr& place = index[entry.first];
                 if (place) {
-                    replaced.push_back(std::move(place));
+                    replaced.emplace_back(entry.first, std::move(place));
                 }
                 place = entry.second;
             });
@@ -153,6 +153,7 @@ void CServerInstrumentCenter::createExchangeDatas(
         load.time = time;
         state().loads.write()->settle(market, std::move(load));
     }
+    releaseAhead(replaced);
 }
 
 void CServerInstrumentCenter::clearDatas(const std::vector<std::string>& markets) {

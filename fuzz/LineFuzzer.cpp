@@ -52,7 +52,7 @@ void jsonAndBack(const IData& record) {
     LineError error;
     require(JsonRecordReader(record.recordType()).readLine({padded.data(), padded.size()}, *again, notes, error),
             "what was written as JSON can be read");
-    require(*again == record && notes.texts().empty(), "what was written as JSON is read back equal");
+    require(*again == record && notes.notes().empty(), "what was written as JSON is read back equal");
 }
 
 /// A cell of a CSV line holds neither a line break nor a NUL.
@@ -83,7 +83,7 @@ void csvAndBack(const IData& record) {
     LineError error;
     require(reader.readHeader(header, notes, error) && reader.readLine(line, *again, notes, error),
             "what was written as CSV can be read");
-    require(*again == record && notes.texts().empty(), "what was written as CSV is read back equal");
+    require(*again == record && notes.notes().empty(), "what was written as CSV is read back equal");
 }
 
 void readFile(const RecordType& type, bool csv, const std::string& path) {
@@ -119,8 +119,8 @@ void readFile(const RecordType& type, bool csv, const std::string& path) {
             csvAndBack(*record);
         }
     }
-    for (const std::string& text : notes.texts()) {
-        require(inscenter::isUtf8(text), "what is said of a file is UTF-8");
+    for (const inscenter::FileNote& note : notes.notes()) {
+        require(inscenter::isUtf8(note.text), "what is said of a file is UTF-8");
     }
 }
 

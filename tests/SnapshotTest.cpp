@@ -107,7 +107,7 @@ TEST(RecordText, EveryRecordClassComesBackFromItsJsonLine) {
             << type->name() << ": " << error.text();
         EXPECT_EQ(*back, *record) << line;
         EXPECT_THAT(line, Not(HasSubstr("\n")));
-        EXPECT_THAT(notes.texts(), IsEmpty());
+        EXPECT_THAT(notes.notes(), IsEmpty());
     }
 }
 
@@ -194,6 +194,18 @@ TEST_F(SnapshotTest, BadJsonLineIsReportedAndTheRestIsRead) {
         {R"({"market":"SH","code":"X","priceTick":1e999})", "field priceTick: number out of range"},
         {R"({"market":"SH","code":"X","priceTick":1.2.3})", "field priceTick: not a valid number"},
         {R"({"market":"SH","code":"X","name":"\ud800"})", "field name: not a valid text"},
+        {R"({"market":"SH","code":"X","listingDate":"20220426.0"})",
+         "field listingDate: a day of the form YYYYMMDD expected, \"20220426.0\" found"},
+        {R"({"market":"SH","code":"X","delistingDate":20220426.0})",
+         "field delistingDate: a text expected, a number found"},
+        {R"({"market":"SH","code":"X","tradingDay":20261301})",
+         "field tradingDay: a day of the form YYYYMMDD expected, \"20261301\" found"},
+        {R"({"market":"SH","code":"X","expireDate":"20260229"})",
+         "field expireDate: a day of the form YYYYMMDD expected, \"20260229\" found"},
+        {R"({"listingDate":"NYMEX","code":"X","market":"NYSE"})",
+         "field listingDate: a day of the form YYYYMMDD expected, \"NYMEX\" found"},
+        {R"({"market":"WP","code":"X","listingDate":"NYMEX","expireDate":"NYMEX"})",
+         "field expireDate: a day of the form YYYYMMDD expected, \"NYMEX\" found"},
         {R"({"market":"SH","name":"no code"})", "field code: missing"},
         {R"({"market":"","code":"X"})", "field market: missing"},
         {R"(["SH","X"])", "a JSON object expected"},
@@ -219,26 +231,30 @@ TEST_F(SnapshotTest, BadJsonLineIsReportedAndTheRestIsRead) {
 
 TEST_F(SnapshotTest, BadCsvLineIsReportedAndTheRestIsRead) {
     const std::vector<BadLine> lines{
-        {"SH,2,3,x,", "field reportunit: a number expected"},
-        {"SH,2,3,nan,", "field reportunit: a number expected"},
-        {"SH,2,3,99999999999,", "field reportunit: number out of range"},
-        {"SH,2,3,1", "4 cells under 5 columns"},
-        {"SH,\"2,3,1,", "not valid CSV: a quotation mark is not closed or stands where none may"},
-        {"SH,2,3,1,\"{}\"", "field stocks: a JSON array expected"},
-        {"SH,2,3,1,[7]", "field stocks: component 1 is no object"},
-        {"SH,2,3,1,\"[{\"\"name\"\":\"\"n\"\"}]\"", "field stocks[1].code: missing"},
-        {"SH,2,3,1,\"[{\"\"code\"\":\"\"n\"\",\"\"quantity\"\":\"\"\"\"}]\"",
+        {"SH,2,,x,", "field reportunit: a number expected"},
+        {"SH,2,,nan,", "field reportunit: a number expected"},
+        {"SH,2,,99999999999,", "field reportunit: number out of range"},
+        {"SH,2,2026-03-02,1,", "field tradingday: a day of the form YYYYMMDD expected, \"2026-03-02\" found"},
+        {"SH,2,00000101,1,", "field tradingday: a day of the form YYYYMMDD expected, \"00000101\" found"},
+        {"SH,2,,1", "4 cells under 5 columns"},
+        {"SH,\"2,,1,", "not valid CSV: a quotation mark is not closed or stands where none may"},
+        {"SH,2,,1,\"{}\"", "field stocks: a JSON array expected"},
+        {"SH,2,,1,[7]", "field stocks: component 1 is no object"},
+        {"SH,2,,1,\"[{\"\"name\"\":\"\"n\"\"}]\"", "field stocks[1].code: missing"},
+        {"SH,2,,1,\"[{\"\"code\"\":\"\"n\"\",\"\"quantity\"\":\"\"\"\"}]\"",
          "field stocks[1].quantity: a number expected, a text found"},
-        {"SH,,3,1,", "field etfcode: missing"},
-        {"SH,2\xff,3,1,", "not UTF-8"}};
+        {"SH,,,1,", "field etfcode: missing"},
+        {"SH,2\xff,,1,", "not UTF-8"}};
     for (const BadLine& bad : lines) {
-        const std::string path = write("etfs.csv", "exchid,etfcode,prcode,reportunit,stocks\nSH,1,2, 1.0 ,[]\n" +
-                                                       bad.line + "\nSZ,159915,\"159,916\",1,");
+        const std::string path =
+            write("etfs.csv", "exchid,etfcode,tradingday,reportunit,stocks\nSH,1,20240229, 1.0 ,[]\n" + bad.line +
+                                  "\nSZ,\"159,915\",,1,");
         snapshot_ = {};
         EXPECT_EQ(read().skipped, 1U) << bad.line;
         ASSERT_EQ(snapshot_.etfs.size(), 2U) << bad.line;
         EXPECT_EQ(snapshot_.etfs[0]->reportUnit, 1);
-        EXPECT_EQ(snapshot_.etfs[1]->prCode, "159,916");
+        EXPECT_EQ(snapshot_.etfs[0]->tradingDay, "20240229");
+        EXPECT_EQ(snapshot_.etfs[1]->etfCode, "159,915");
         EXPECT_THAT(messages_.str(), HasSubstr(path + ":3: " + bad.message + "\n"));
     }
 }
@@ -247,14 +263,17 @@ TEST_F(SnapshotTest, LineFormsThatAreNoFaultAreRead) {
     write("instruments.ndjson",
           "\xEF\xBB\xBF{\"market\":\"SH\",\"code\":\"1\"}\r\n\r\n  \n"
           "{\"lotSize\":1e2,\"code\":\"2\",\"market\":\"SH\",\"name\":null,\"c\\u006fde\":\"3\"}\n"
-          "{\"market\":\"SH\",\"code\":\"n\\u0000l\"}");
+          "{\"market\":\"SH\",\"code\":\"n\\u0000l\",\"listingDate\":20220426,\"tradingDay\":null}\n"
+          "{\"listingDate\":\"NYMEX\",\"code\":\"CL\",\"market\":\"WP\"}");
     write("instruments2.csv", "code,market,name\r\n4,SH,\"a \"\"b\"\"\"\r\n\r\n5,SH,\r\n");
     const auto report = read();
     EXPECT_EQ(report.skipped, 0U);
-    EXPECT_EQ(report.records[static_cast<std::size_t>(Catalogue::Instruments)], 5U);
-    EXPECT_THAT(codes(), ElementsAre("1", "3", std::string("n\0l", 3), "4", "5"));
+    EXPECT_EQ(report.records[static_cast<std::size_t>(Catalogue::Instruments)], 6U);
+    EXPECT_THAT(codes(), ElementsAre("1", "3", std::string("n\0l", 3), "CL", "4", "5"));
     EXPECT_EQ(snapshot_.instruments[1]->lotSize, 100);
-    EXPECT_EQ(snapshot_.instruments[3]->name, "a \"b\"");
+    EXPECT_EQ(snapshot_.instruments[2]->listingDate, "20220426");
+    EXPECT_EQ(snapshot_.instruments[3]->listingDate, "NYMEX") << "of outer futures a market key";
+    EXPECT_EQ(snapshot_.instruments[4]->name, "a \"b\"");
     EXPECT_EQ(messages_.str(), "");
 }
 
@@ -267,26 +286,35 @@ TEST_F(SnapshotTest, LinesLongerThanTheBufferAreRead) {
     EXPECT_EQ(snapshot_.instruments[1]->name, name);
 }
 
-TEST_F(SnapshotTest, TellsOnceAFileWhatItIgnoredOrCut) {
-    const std::string path = write("instruments.ndjson", R"({"market":"WP","code":"1","volumeMultiple":0.5,"extra":{}}
-{"market":"WP","code":"2","volumeMultiple":-27.5,"extra":[1,"x"],"\u001b[2J":1})");
+TEST_F(SnapshotTest, TellsWhatItIgnoredOrCut) {
+    const std::string path = write("instruments.ndjson", R"({"market":"WP","code":"1","volumeMultiple":-0.5,"extra":{}}
+{"market":"WP","code":"2","volumeMultiple":27.5,"extra":[1,"x"],"\u001b[2J":1})");
     EXPECT_EQ(read().skipped, 0U);
     EXPECT_EQ(snapshot_.instruments[0]->volumeMultiple, 0);
-    EXPECT_EQ(snapshot_.instruments[1]->volumeMultiple, -27);
-    EXPECT_EQ(messages_.str(), "inscenter: " + path + ": unknown keys ignored: extra, \\x1B[2J\ninscenter: " + path +
-                                   ": field volumeMultiple: 2 fractions cut to whole numbers\n");
+    EXPECT_EQ(snapshot_.instruments[1]->volumeMultiple, 27);
+    EXPECT_EQ(messages_.str(), "inscenter: " + path + ":1: field volumeMultiple: -0.5 cut to 0\ninscenter: " + path +
+                                   ":2: field volumeMultiple: 27.5 cut to 27\ninscenter: " + path +
+                                   ": unknown keys ignored: extra, \\x1B[2J\n");
 }
 
-TEST_F(SnapshotTest, ManyBadLinesAreCounted) {
+TEST_F(SnapshotTest, ManyBadLinesAndCutNumbersAreCounted) {
     std::string lines = R"({"market":"SH","code":"1"})";
     for (int i = 0; i < 1234; ++i) {
         lines += "\n{";
+    }
+    for (int i = 0; i < 21; ++i) {
+        lines +=
+            "\n"
+            R"({"market":"SH","code":"1","lotSize":1.5})";
     }
     const std::string path = write("instruments.ndjson", lines);
     EXPECT_EQ(read().skipped, 1234U);
     EXPECT_THAT(messages_.str(), HasSubstr(path + ":21: not valid JSON"));
     EXPECT_THAT(messages_.str(), Not(HasSubstr(path + ":22:")));
     EXPECT_THAT(messages_.str(), HasSubstr(path + ": ... and 1214 more lines skipped\n"));
+    EXPECT_THAT(messages_.str(), HasSubstr(path + ":1255: field lotSize: 1.5 cut to 1\n"));
+    EXPECT_THAT(messages_.str(), Not(HasSubstr(path + ":1256:")));
+    EXPECT_THAT(messages_.str(), HasSubstr(path + ": ... and 1 more numbers cut to whole ones\n"));
 }
 
 TEST_F(SnapshotTest, FilesGoToTheirCatalogueByTheBeginningOfTheirName) {

@@ -1,5 +1,5 @@
-// The field tables: one line a field, in the order of the documents. Keys and order are stored; never change a line,
-// add new ones at the end of a table.
+// The field tables: one line a field, in the order of the documents; dates are said to be such. Keys and order are
+// stored; never change a line, add new ones at the end of a table.
 
 #include <boost/make_shared.hpp>
 
@@ -37,9 +37,12 @@ class Table {
 public:
     template <class Member>
     Table& field(const char* key, Member Record::*member) {
-        const auto* const start = reinterpret_cast<const char*>(static_cast<const IData*>(&sample_));
-        const auto* const at = reinterpret_cast<const char*>(&(sample_.*member));
-        fields_.emplace_back(key, kindOf<Member>(), static_cast<std::size_t>(at - start));
+        fields_.emplace_back(key, kindOf<Member>(), offsetOf(member));
+        return *this;
+    }
+    /// A text that is a date.
+    Table& date(const char* key, std::string Record::*member) {
+        fields_.emplace_back(key, FieldKind::Text, offsetOf(member), true);
         return *this;
     }
     Table& fieldsOf(const RecordType& base) {
@@ -53,6 +56,12 @@ public:
     }
 
 private:
+    template <class Member>
+    std::size_t offsetOf(Member Record::*member) const {
+        const auto* const start = reinterpret_cast<const char*>(static_cast<const IData*>(&sample_));
+        return static_cast<std::size_t>(reinterpret_cast<const char*>(&(sample_.*member)) - start);
+    }
+
     Record sample_;
     std::vector<Field> fields_;
 };
@@ -79,13 +88,13 @@ void addInstrumentTexts(Table<CInstrumentDetail>& table) {
         .field("statusString", &R::statusString)
         .field("underlyingMarket", &R::underlyingMarket)
         .field("underlyingCode", &R::underlyingCode)
-        .field("listingDate", &R::listingDate)
-        .field("delistingDate", &R::delistingDate)
-        .field("expireDate", &R::expireDate)
-        .field("startDeliveryDate", &R::startDeliveryDate)
-        .field("endDeliveryDate", &R::endDeliveryDate)
-        .field("exerciseDate", &R::exerciseDate)
-        .field("tradingDay", &R::tradingDay);
+        .date("listingDate", &R::listingDate)
+        .date("delistingDate", &R::delistingDate)
+        .date("expireDate", &R::expireDate)
+        .date("startDeliveryDate", &R::startDeliveryDate)
+        .date("endDeliveryDate", &R::endDeliveryDate)
+        .date("exerciseDate", &R::exerciseDate)
+        .date("tradingDay", &R::tradingDay);
 }
 
 void addInstrumentNumbers(Table<CInstrumentDetail>& table) {
@@ -178,8 +187,8 @@ const RecordType& etfTable() {
         .field("enableredemption", &R::enableRedemption)
         .field("creationlimit", &R::creationLimit)
         .field("redemptionlimit", &R::redemptionLimit)
-        .field("tradingday", &R::tradingDay)
-        .field("pretradingday", &R::preTradingDay)
+        .date("tradingday", &R::tradingDay)
+        .date("pretradingday", &R::preTradingDay)
         .field("stocks", &R::components)
         .named("CETFDetail", "etfcode");
 }
@@ -194,9 +203,9 @@ const RecordType& bondTable() {
         .field("bondType", &R::bondType)
         .field("issuer", &R::issuer)
         .field("currency", &R::currency)
-        .field("issueDate", &R::issueDate)
-        .field("valueDate", &R::valueDate)
-        .field("maturityDate", &R::maturityDate)
+        .date("issueDate", &R::issueDate)
+        .date("valueDate", &R::valueDate)
+        .date("maturityDate", &R::maturityDate)
         .field("creditRating", &R::creditRating)
         .field("issuerRating", &R::issuerRating)
         .field("couponType", &R::couponType)
@@ -215,8 +224,8 @@ const RecordType& tenderBondTable() {
     return Table<R>()
         .field("code", &R::code)
         .field("name", &R::name)
-        .field("tenderDate", &R::tenderDate)
-        .field("paymentDate", &R::paymentDate)
+        .date("tenderDate", &R::tenderDate)
+        .date("paymentDate", &R::paymentDate)
         .field("bondType", &R::bondType)
         .field("issuer", &R::issuer)
         .field("tenderMethod", &R::tenderMethod)
@@ -250,8 +259,8 @@ const RecordType& fundPlanTable() {
         .field("planType", &R::planType)
         .field("riskLevel", &R::riskLevel)
         .field("manager", &R::manager)
-        .field("openDate", &R::openDate)
-        .field("closeDate", &R::closeDate)
+        .date("openDate", &R::openDate)
+        .date("closeDate", &R::closeDate)
         .field("minSubscribeAmount", &R::minSubscribeAmount)
         .field("subscribeStep", &R::subscribeStep)
         .field("expectedYield", &R::expectedYield)
@@ -267,10 +276,10 @@ const RecordType& issuanceTable() {
         .field("name", &R::name)
         .field("issuanceState", &R::issuanceState)
         .field("issuer", &R::issuer)
-        .field("startDate", &R::startDate)
-        .field("endDate", &R::endDate)
-        .field("valueDate", &R::valueDate)
-        .field("maturityDate", &R::maturityDate)
+        .date("startDate", &R::startDate)
+        .date("endDate", &R::endDate)
+        .date("valueDate", &R::valueDate)
+        .date("maturityDate", &R::maturityDate)
         .field("issueAmount", &R::issueAmount)
         .field("issuePrice", &R::issuePrice)
         .field("couponRate", &R::couponRate)
@@ -287,7 +296,7 @@ const RecordType& priceSettingTable() {
         .field("lowestPrice", &R::lowestPrice)
         .field("highestPrice", &R::highestPrice)
         .field("priceStep", &R::priceStep)
-        .field("tradingDay", &R::tradingDay)
+        .date("tradingDay", &R::tradingDay)
         .named("COTCStockEnquiryPriceSetting", "enquiryState");
 }
 

@@ -76,8 +76,8 @@ std::string headerOf(const std::string& name, FieldKind kind) {
 
 }  // namespace
 
-Field::Field(std::string name, FieldKind kind, std::size_t offset)
-    : name_(std::move(name)), header_(headerOf(name_, kind)), kind_(kind), offset_(offset) {}
+Field::Field(std::string name, FieldKind kind, std::size_t offset, bool date)
+    : name_(std::move(name)), header_(headerOf(name_, kind)), kind_(kind), date_(date), offset_(offset) {}
 
 std::size_t Field::size() const {
     return withMemberType(kind_, [](auto* type) { return sizeof *type; });

@@ -24,13 +24,16 @@ enum class FieldKind : std::uint8_t { Text, Int8, Int32, UInt32, Int64, Double, 
 /// One field of a record class: its document key, what it holds and where.
 class PM_PLATFORM_API Field {
 public:
-    /// A field of that document key, `offset` bytes from the start of the record.
-    Field(std::string name, FieldKind kind, std::size_t offset);
+    /// A field of that document key, `offset` bytes from the start of the record. `date` is for texts only.
+    Field(std::string name, FieldKind kind, std::size_t offset, bool date = false);
 
     /// The document key.
     const std::string& name() const { return name_; }
     /// What the member is.
     FieldKind kind() const { return kind_; }
+    /// Whether the text is a date, YYYYMMDD or empty. One field is a date in most records only: the listingDate of an
+    /// outer futures record is a market key.
+    bool isDate() const { return date_; }
     /// What stands before the field's value in a document: type, name, NUL.
     const std::string& header() const { return header_; }
     /// Bytes from the start of the record to the member.
@@ -60,6 +63,7 @@ private:
     std::string name_;
     std::string header_;
     FieldKind kind_;
+    bool date_;
     std::size_t offset_;
 };
 

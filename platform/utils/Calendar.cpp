@@ -21,13 +21,6 @@ std::int32_t dayOf(const std::string& date) {
     return date.size() == 8 && digits ? std::stoi(date) : 0;
 }
 
-bool isDate(std::int32_t day) {
-    const std::chrono::year_month_day parts(std::chrono::year(day / 10000),
-                                            std::chrono::month(static_cast<unsigned>(day / 100 % 100)),
-                                            std::chrono::day(static_cast<unsigned>(day % 100)));
-    return parts.ok();
-}
-
 /// The local date at a time. A load asks for every stock; converting the time anew for each would cost more than the
 /// rest of their classification, so a thread converts it once a second.
 std::int32_t localDay(std::time_t now) {
@@ -53,12 +46,19 @@ bool isToday(const std::string& date) {
     return day != 0 && day == currentDay();
 }
 
-void setToday(const std::string& date) {
+bool isDay(const std::string& date) {
     const std::int32_t day = dayOf(date);
-    if (!date.empty() && !isDate(day)) {
+    const std::chrono::year_month_day parts(std::chrono::year(day / 10000),
+                                            std::chrono::month(static_cast<unsigned>(day / 100 % 100)),
+                                            std::chrono::day(static_cast<unsigned>(day % 100)));
+    return day >= 10000 && parts.ok();  // there is no year 0
+}
+
+void setToday(const std::string& date) {
+    if (!date.empty() && !isDay(date)) {
         throw std::invalid_argument(fmt::format("not a date of the form YYYYMMDD: \"{}\"", date));
     }
-    pinnedDay.store(day, std::memory_order_relaxed);
+    pinnedDay.store(dayOf(date), std::memory_order_relaxed);
 }
 
 std::string today() {

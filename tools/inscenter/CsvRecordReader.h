@@ -16,7 +16,7 @@ namespace inscenter {
 
 /// Makes records of one class from lines of CSV (RFC 4180, except that a quoted cell ends on its line). The first line
 /// names the fields; a column of another name is noted and ignored. An empty cell leaves the default. A basket is a
-/// cell that holds a JSON array. Not for several threads at once.
+/// cell that holds a JSON array. Whether dates are days is left to hasDays. Not for several threads at once.
 class CsvRecordReader {
 public:
     explicit CsvRecordReader(const mxservice::RecordType& type);

@@ -6,7 +6,10 @@
 #include <cmath>
 #include <limits>
 
+#include "base/instrumentcenter/vocabulary/Markets.h"
 #include "platform/record/Records.h"
+#include "platform/utils/Calendar.h"
+#include "tools/inscenter/RecordText.h"
 #include "tools/inscenter/Utf8.h"
 
 namespace inscenter {
@@ -18,7 +21,8 @@ using mxservice::IData;
 using mxservice::RecordType;
 
 constexpr std::size_t kMaxUnknownKeys = 20;
-constexpr std::size_t kMaxKeyBytes = 60;
+constexpr std::size_t kMaxCutNumbers = 20;
+constexpr std::size_t kMaxShownBytes = 60;  // of a key or value in a message
 
 bool refuseRange(const Field& field, LineError& error) {
     error = {field.name(), "number out of range"};
@@ -34,6 +38,19 @@ bool assign(const Field& field, IData& record, std::int64_t value, LineError& er
     return true;
 }
 
+bool refuseDay(const Field& field, std::string_view found, LineError& error) {
+    const std::string shown = printable(found.substr(0, kMaxShownBytes));
+    error = {field.name(), fmt::format("a day of the form YYYYMMDD expected, \"{}\" found", shown)};
+    return false;
+}
+
+/// Outer futures records carry the key of their market where others have the day of their listing.
+bool isMarketKey(const Field& field, const IData& record) {
+    const auto* const instrument = dynamic_cast<const mxservice::CInstrumentDetail*>(&record);
+    return instrument != nullptr && &field.in<std::string>(record) == &instrument->listingDate &&
+           instrument->market == mxservice::market::kOuterFuture;
+}
+
 }  // namespace
 
 std::string LineError::text() const {
@@ -41,7 +58,7 @@ std::string LineError::text() const {
 }
 
 void FileNotes::addUnknownKey(std::string_view key) {
-    const std::string shown = printable(key.substr(0, kMaxKeyBytes));
+    const std::string shown = printable(key.substr(0, kMaxShownBytes));
     if (std::find(unknownKeys_.begin(), unknownKeys_.end(), shown) != unknownKeys_.end()) {
         return;
     }
@@ -52,21 +69,26 @@ void FileNotes::addUnknownKey(std::string_view key) {
     unknownKeys_.push_back(shown);
 }
 
-void FileNotes::addCutNumber(const std::string& field) {
-    ++cutNumbers_[field];
+void FileNotes::addCutNumber(const std::string& field, double number) {
+    if (cuts_++ < kMaxCutNumbers) {
+        std::string text = "field " + field + ": ";
+        appendNumber(text, number);
+        text += " cut to ";
+        appendNumber(text, std::trunc(number) + 0.0);  // of -0.5 remains 0, without a sign
+        cutNumbers_.push_back({line_, std::move(text)});
+    }
 }
 
-std::vector<std::string> FileNotes::texts() const {
-    std::vector<std::string> lines;
+std::vector<FileNote> FileNotes::notes() const {
+    std::vector<FileNote> notes = cutNumbers_;
+    if (cuts_ > kMaxCutNumbers) {
+        notes.push_back({0, fmt::format("... and {} more numbers cut to whole ones", cuts_ - kMaxCutNumbers)});
+    }
     if (!unknownKeys_.empty()) {
-        lines.push_back(fmt::format("unknown {} ignored: {}{}", unknownKeys_.size() == 1 ? "key" : "keys",
-                                    fmt::join(unknownKeys_, ", "), moreUnknownKeys_ ? ", ..." : ""));
+        notes.push_back({0, fmt::format("unknown {} ignored: {}{}", unknownKeys_.size() == 1 ? "key" : "keys",
+                                        fmt::join(unknownKeys_, ", "), moreUnknownKeys_ ? ", ..." : "")});
     }
-    for (const auto& [field, count] : cutNumbers_) {
-        lines.push_back(
-            fmt::format("field {}: {} {} cut to whole numbers", field, count, count == 1 ? "fraction" : "fractions"));
-    }
-    return lines;
+    return notes;
 }
 
 bool assignInteger(const Field& field, IData& record, std::int64_t value, LineError& error) {
@@ -99,7 +121,36 @@ bool assignNumber(const Field& field, IData& record, double value, FileNotes& no
         return false;
     }
     if (whole != value) {
-        notes.addCutNumber(field.name());
+        notes.addCutNumber(field.name(), value);
+    }
+    return true;
+}
+
+bool assignDay(const Field& field, IData& record, std::int64_t value, LineError& error) {
+    std::string day = std::to_string(value);
+    if (!utils::isDay(day)) {
+        return refuseDay(field, day, error);
+    }
+    field.in<std::string>(record) = std::move(day);
+    return true;
+}
+
+std::vector<const Field*> dateFields(const RecordType& type) {
+    std::vector<const Field*> dates;
+    for (const Field& field : type.fields()) {
+        if (field.isDate()) {
+            dates.push_back(&field);
+        }
+    }
+    return dates;
+}
+
+bool hasDays(const IData& record, const std::vector<const Field*>& dates, LineError& error) {
+    for (const Field* const field : dates) {
+        const std::string& day = field->in<std::string>(record);
+        if (!day.empty() && !utils::isDay(day) && !isMarketKey(*field, record)) {
+            return refuseDay(*field, day, error);
+        }
     }
     return true;
 }

@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,21 +20,31 @@ struct LineError {
     std::string text() const;
 };
 
-/// What is worth a word about a file although its lines were taken.
+/// Something worth a word about a file although its lines were taken.
+struct FileNote {
+    std::size_t line;  ///< 0: the file as a whole
+    std::string text;
+};
+
+/// Collects such notes, the first few of each kind in full.
 class FileNotes {
 public:
-    /// A key that no field has. The first few names are kept.
+    /// Numbers cut from here on stand in that line.
+    void beginLine(std::size_t number) { line_ = number; }
+    /// A key that no field has.
     void addUnknownKey(std::string_view key);
     /// A number whose fraction was cut off because the field holds whole numbers.
-    void addCutNumber(const std::string& field);
+    void addCutNumber(const std::string& field, double number);
 
-    /// One line for each kind of note; empty when there is nothing to say.
-    std::vector<std::string> texts() const;
+    /// In the order of the lines, then what goes for the whole file.
+    std::vector<FileNote> notes() const;
 
 private:
+    std::size_t line_ = 0;
     std::vector<std::string> unknownKeys_;
     bool moreUnknownKeys_ = false;
-    std::map<std::string, std::size_t> cutNumbers_;
+    std::vector<FileNote> cutNumbers_;
+    std::size_t cuts_ = 0;
 };
 
 /// Puts a number into a field that holds numbers. False, with the reason in `error`, when it is out of the field's
@@ -44,6 +53,15 @@ bool assignInteger(const mxservice::Field& field, mxservice::IData& record, std:
 /// The same; a field of whole numbers takes the number truncated toward zero, as reading a document does.
 bool assignNumber(const mxservice::Field& field, mxservice::IData& record, double value, FileNotes& notes,
                   LineError& error);
+
+/// Puts the number YYYYMMDD into a field that holds a date, as text. False, with the reason in `error`, when it is
+/// none.
+bool assignDay(const mxservice::Field& field, mxservice::IData& record, std::int64_t value, LineError& error);
+
+/// The fields of the class that hold dates.
+std::vector<const mxservice::Field*> dateFields(const mxservice::RecordType& type);
+/// False, with the reason in `error`, when one of them is neither empty nor a day of the calendar.
+bool hasDays(const mxservice::IData& record, const std::vector<const mxservice::Field*>& dates, LineError& error);
 
 /// The fields without which a record of the class could not be told from others: its code, of instruments and ETFs its
 /// market too.

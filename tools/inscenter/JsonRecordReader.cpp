@@ -219,6 +219,10 @@ private:
                     field.in<std::string>(record).assign(text);
                     return true;
                 }
+                std::int64_t day = 0;
+                if (field.isDate() && found.get_int64().get(day) == simdjson::SUCCESS) {
+                    return assignDay(field, record, day, error_);
+                }
                 return isNull(found) || refuseValue(error_, field, found, json_type::string);
             }
             case FieldKind::Components: {

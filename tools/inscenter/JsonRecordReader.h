@@ -11,7 +11,8 @@ namespace inscenter {
 
 /// Makes records of one class from JSON. Fields are expected in the order of the class's table and found there without
 /// a search; others are looked up by name. A key that is missing or null leaves the default; of a repeated key the last
-/// value counts. Not for several threads at once.
+/// value counts. A date may be a number, 20260302. Whether other dates are days is left to hasDays: only the whole
+/// record tells which fields are dates. Not for several threads at once.
 class JsonRecordReader {
 public:
     explicit JsonRecordReader(const mxservice::RecordType& type);

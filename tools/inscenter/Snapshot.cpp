@@ -74,22 +74,25 @@ std::string nameOf(const CatalogueFile& file) {
     return file.path == kStandardInput ? "standard input" : file.path.string();
 }
 
-/// Reports the lines of one file that were passed over, the first few in full.
+/// Reports what is to be said of one file; of the lines that were passed over, the first few in full.
 class SkippedLines {
 public:
     SkippedLines(Console& console, std::string file) : console_(console), file_(std::move(file)) {}
 
     void add(std::size_t line, const LineError& error) {
         if (count_++ < kShownLines) {
-            console_.message(fmt::format("{}:{}: {}", file_, line, error.text()));
+            say({line, error.text()});
         }
     }
-    void say(std::string_view text) const { console_.message(fmt::format("{}: {}", file_, text)); }
+    void say(const FileNote& note) const {
+        const std::string place = note.line == 0 ? file_ : fmt::format("{}:{}", file_, note.line);
+        console_.message(fmt::format("{}: {}", place, note.text));
+    }
     std::size_t count() const { return count_; }
     /// Says how many lines went unmentioned.
     void finish() const {
         if (count_ > kShownLines) {
-            say(fmt::format("... and {} more lines skipped", count_ - kShownLines));
+            say({0, fmt::format("... and {} more lines skipped", count_ - kShownLines)});
         }
     }
 
@@ -111,6 +114,7 @@ public:
           kind_(kKinds[file.catalogue]),
           type_(kind_.table()),
           identity_(identityFields(type_)),
+          dates_(dateFields(type_)),
           json_(type_),
           csv_(type_),
           skipped_(console, nameOf(file)),
@@ -142,8 +146,8 @@ public:
     /// Reports what was not worth stopping for.
     void finish() const {
         skipped_.finish();
-        for (const std::string& text : notes_.texts()) {
-            skipped_.say(text);
+        for (const FileNote& note : notes_.notes()) {
+            skipped_.say(note);
         }
     }
 
@@ -160,10 +164,11 @@ private:
 
     void readRecord(const LineReader& lines) {
         LineError error;
+        notes_.beginLine(lines.number());
         shared_ptr<IData> record = type_.make();
         const bool read = file_.form == Form::Json ? json_.readLine(lines.line(), *record, notes_, error)
                                                    : csv_.readLine(lines.line(), *record, notes_, error);
-        if (!read || !hasIdentity(*record, identity_, error)) {
+        if (!read || !hasIdentity(*record, identity_, error) || !hasDays(*record, dates_, error)) {
             skipped_.add(lines.number(), error);
             return;
         }
@@ -175,6 +180,7 @@ private:
     const CatalogueKind& kind_;
     const RecordType& type_;
     const std::vector<const mxservice::Field*> identity_;
+    const std::vector<const mxservice::Field*> dates_;
     JsonRecordReader json_;
     CsvRecordReader csv_;
     SkippedLines skipped_;

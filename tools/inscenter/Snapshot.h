@@ -73,6 +73,7 @@ struct ReadReport {
 ///
 /// What cannot be used is reported on `console` and passed over: a line as "FILE:LINE: field NAME: REASON", up to 20
 /// lines a file and then their number; unknown keys once a file; files of other names, except hidden ones and READMEs.
+/// Fractions of whole numbers are cut off, the line is taken and reported likewise.
 /// Throws UnreadableInput when the directory cannot be read, or none of its files can.
 ReadReport readSnapshot(const std::filesystem::path& directory, Snapshot& snapshot, Console& console);
 

@@ -59,6 +59,8 @@ TEST_F(ToolPairsTest, DiffNamesWhatWasListedDelistedAndChanged) {
                               R"({"market":"SH","code":"600000","name":"浦发银行","quantity":200},)"
                               R"({"market":"SH","code":"600009"}]})");
     writeLater("bonds.ndjson", R"({"bondCode":"220002","bondName":"22国债02"})");
+    EXPECT_THAT(diff().out, StartsWith("From " + std::string(day_.path()) + " to " + std::string(later_.path()) +
+                                       " (2026-03-03).\n"));
     const Result found = diff({"--ignore", "tradingDay", "--format", "csv"});
     EXPECT_EQ(found.code, 0);
     std::vector<std::string> lines = linesOf(found.out);
@@ -133,8 +135,9 @@ TEST_F(ToolPairsTest, TourShowsWhatEachCenterKeepsOfEveryCatalogue) {
 TEST_F(ToolPairsTest, ReportHoldsTheDayAsJsonThatNoRecordCanEnd) {
     write("instruments2.ndjson", R"-({"market":"SH","code":"600009","name":"</script><b>\"&<!--"})-");
     const std::string file = store_.path() / "day.html";
+    std::string heading;
     const auto tablesOf = [&](std::vector<std::string> options) {
-        options.insert(options.begin(), {"report", "--html", file, "--today", "20260302"});
+        options.insert(options.begin(), {"report", "--html", file});
         const Result result = ask(options);
         EXPECT_EQ(result.code, 0) << result.err;
         std::ifstream stream(file, std::ios::binary);
@@ -144,9 +147,13 @@ TEST_F(ToolPairsTest, ReportHoldsTheDayAsJsonThatNoRecordCanEnd) {
         const std::string json = page.substr(at, page.find('<', at) - at);
         EXPECT_EQ(page.substr(at + json.size(), 9), "</script>");
         std::map<std::string, std::vector<std::string>> rowsByTable;
+        heading.clear();
         simdjson::dom::parser parser;
         simdjson::dom::element data;
         EXPECT_EQ(parser.parse(json).get(data), simdjson::SUCCESS);
+        for (const char* const part : {"title", "subtitle"}) {
+            heading += std::string(data[part].get_string().value()) + '\n';
+        }
         for (const simdjson::dom::element table : data["tables"].get_array()) {
             auto& rows = rowsByTable[std::string(table["id"].get_string().value())];
             for (const simdjson::dom::element row : table["rows"].get_array()) {
@@ -156,7 +163,11 @@ TEST_F(ToolPairsTest, ReportHoldsTheDayAsJsonThatNoRecordCanEnd) {
         }
         return rowsByTable;
     };
-    auto tables = tablesOf({});
+    tablesOf({});
+    const std::string day = day_.path();
+    EXPECT_EQ(heading, "Instruments of " + day + "\n" + day + ", as the in-memory center answers.\n");
+    auto tables = tablesOf({"--today", "20260302"});
+    EXPECT_THAT(heading, StartsWith("Instruments of 2026-03-02\n"));
     EXPECT_THAT(tables["instruments"], SizeIs(16));  // with those that stand for the fund and the bond
     EXPECT_THAT(tables["instruments"], Contains(HasSubstr(R"("</script><b>\"&<!--")")));
     EXPECT_THAT(tables["connect"], ElementsAre(R"(["00005","HSBC","yes","",1])"));
@@ -164,8 +175,11 @@ TEST_F(ToolPairsTest, ReportHoldsTheDayAsJsonThatNoRecordCanEnd) {
     EXPECT_THAT(tables["codes"], Contains(R"(["ipo","SH730001","申购"])"));
     EXPECT_THAT(tables["baskets"], ElementsAre(R"(["SH510050","","SH600000","浦发银行",100,0,0])"));
     EXPECT_EQ(tables.count("changes"), 0U);
+    write("issuanceprices.ndjson", R"({"code":"I1","enquiryPrice":10.5,"tradingDay":"20260302"})");
     EXPECT_THAT(tablesOf({"--against", later_.path()})["changes"],
                 ElementsAre(StartsWith(R"(["listed","instruments","SH600009",)")));
+    EXPECT_EQ(heading, "Instruments of 2026-03-02\n" + day + " (2026-03-02) compared with " +
+                           std::string(later_.path()) + ", as the in-memory center answers.\n");
     // The store holds what the day had, and is open for the center that answers here.
     ASSERT_EQ(askClient({"summary"}).code, 0);
     write("instruments3.ndjson", R"({"market":"HK","code":"00009","name":"九"})");

@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 #include <simdjson.h>
 
+#include <algorithm>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -194,6 +196,31 @@ TEST_F(ToolTest, RulesAndDayHoldForOneRunOnly) {
     EXPECT_THAT(other.out, Not(HasSubstr("SH730001")));
     EXPECT_THAT(ask({"codes", "--today", "20260302"}).out, HasSubstr("SH730001"));
     EXPECT_THAT(ask({"codes", "--today", "20260303"}).out, Not(HasSubstr("SH730001")));
+}
+
+TEST_F(ToolTest, TodayIsTheTradingDayThatAllRecordsName) {
+    write("instruments2.ndjson", R"({"market":"SH","code":"730002","listingDate":"20260303","tradingDay":"20260303"})");
+    const Result agreed = ask({"codes"});
+    EXPECT_THAT(agreed.out, AllOf(HasSubstr("SH730002"), Not(HasSubstr("SH730001"))));
+    EXPECT_EQ(agreed.err, "inscenter: today is 20260303, the trading day of the records; --today names another\n");
+    const Result named = ask({"codes", "--today", "20260302"});
+    EXPECT_THAT(named.out, AllOf(HasSubstr("SH730001"), Not(HasSubstr("SH730002"))));
+    EXPECT_EQ(named.err, "");
+    EXPECT_THAT(ask({"tour", "--store", store_.path() / "db"}).out, HasSubstr("  both        1: SH730002\n"));
+    for (const auto& [file, record] : std::map<std::string, std::string>{
+             {"instruments3.ndjson", R"({"market":"SH","code":"600009","tradingDay":"20260304"})"},
+             {"etfs3.ndjson", R"({"exchid":"SH","etfcode":"510090","tradingday":"20260304"})"},
+             {"otcfundplans3.ndjson", R"({"market":"SOTC","code":"P2","tradingDay":"20260304"})"},
+             {"issuanceprices3.ndjson", R"({"code":"I2","tradingDay":"20260304"})"}}) {
+        write(file, record);
+        const Result split = ask({"codes"});
+        EXPECT_THAT(split.out, Not(HasSubstr("SH730002"))) << file;
+        EXPECT_EQ(split.err, "") << file;
+        std::filesystem::remove(day_.path() / file);
+    }
+    const std::vector<std::string> samples = tooltest::linesOf(run({"--data", PM_SAMPLES, "codes"}).out);
+    EXPECT_EQ(std::count_if(samples.begin(), samples.end(), [](const auto& line) { return line.starts_with("ipo "); }),
+              24);
 }
 
 TEST_F(ToolTest, HongKongAloneIsAnOrdinaryMarket) {

@@ -121,7 +121,9 @@ private:
                         "Directory of the client's databases, made when missing; the server uses none")
             ->type_name("DIR");
         app_.add_option("--rules", command_.rulesFile, "JSON file with the market rules to use")->type_name("FILE");
-        app_.add_option("--today", command_.today, "Day that counts as today, for the codes of new issues")
+        app_.add_option("--today", command_.today,
+                        "Day that counts as today, for the codes of new issues; by default the trading day of the "
+                        "records, if they agree on one")
             ->type_name("YYYYMMDD");
         app_.add_flag("--log", command_.log, "Write the library's log to standard error");
     }

@@ -25,7 +25,7 @@ struct Command {
     std::string store;      ///< where the client's databases live
     std::string data;       ///< the snapshot's directory
     std::string rulesFile;  ///< empty: the built-in market rules
-    std::string today;      ///< YYYYMMDD; empty: the clock's day
+    std::string today;      ///< YYYYMMDD; empty: the records' trading day, else the clock's day
     bool log = false;
 
     Verb verb = nullptr;  ///< of Task::Ask

@@ -42,6 +42,11 @@ std::vector<std::string> noisyFields(const Changes& changes) {
     return noisy;
 }
 
+std::string titleOf(const Side& side) {
+    const std::string day = tradingDayOf(side.records);
+    return day.empty() ? side.name : fmt::format("{} ({})", side.name, shownDay(day));
+}
+
 std::vector<std::string> ignoredFields(const std::string& text) {
     std::vector<std::string> known;
     for (const mxservice::RecordType* const type : mxservice::TypeManager::instance()->types()) {
@@ -62,8 +67,13 @@ std::vector<std::string> ignoredFields(const std::string& text) {
 
 }  // namespace
 
+std::string shownDay(const std::string& day) {
+    return fmt::format("{}-{}-{}", day.substr(0, 4), day.substr(4, 2), day.substr(6));
+}
+
 Side readSide(const std::string& path, Console& console) {
     Side side;
+    side.name = snapshotName(path);
     side.store = looksLikeStore(path);
     side.skipped = side.store ? readStoredSnapshot(path, side.records, console)
                               : readSnapshot(path, side.records, console).skipped;
@@ -72,12 +82,16 @@ Side readSide(const std::string& path, Console& console) {
 
 Comparison compareSides(const Side& before, const Side& after, const std::vector<std::string>& ignored,
                         Console& console) {
+    Comparison found{{}, titleOf(before), titleOf(after), ""};
     if (before.store == after.store) {
-        return {changesBetween(before.records, after.records, ignored), ""};
+        found.changes = changesBetween(before.records, after.records, ignored);
+        return found;
     }
     const Snapshot stored = storedForm(before.store ? after.records : before.records, console);
-    return {changesBetween(before.store ? before.records : stored, after.store ? after.records : stored, ignored),
-            "Compared as a store keeps it: instruments, ETFs, interbank bonds and OTC fund plans."};
+    found.changes =
+        changesBetween(before.store ? before.records : stored, after.store ? after.records : stored, ignored);
+    found.note = "Compared as a store keeps it: instruments, ETFs, interbank bonds and OTC fund plans.";
+    return found;
 }
 
 Table changeTable(const Changes& changes) {
@@ -118,7 +132,8 @@ bool showDiff(const DiffQuery& query, Output& output, Console& console) {
     const std::vector<std::string> ignored = ignoredFields(query.ignored);
     const Side before = readSide(query.before, console);
     const Side after = readSide(query.after, console);
-    const auto [changes, note] = compareSides(before, after, ignored, console);
+    const auto [changes, from, to, note] = compareSides(before, after, ignored, console);
+    output.note(fmt::format("From {} to {}.", from, to));
     if (*note != '\0') {
         output.note(note);
     }

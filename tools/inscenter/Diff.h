@@ -18,10 +18,14 @@ Table changeCountTable(const Changes& changes);
 
 /// One of two days to compare.
 struct Side {
+    std::string name;  ///< for people: where it was read from
     Snapshot records;
     std::size_t skipped = 0;  ///< lines, files and documents that were passed over
     bool store = false;
 };
+
+/// A day as people write it, 2026-03-02, from YYYYMMDD.
+std::string shownDay(const std::string& day);
 
 /// Reads a day from a snapshot's directory, "-" for standard input, or from a store. Throws UnreadableInput when it
 /// cannot be read at all.
@@ -29,7 +33,9 @@ Side readSide(const std::string& path, Console& console);
 
 struct Comparison {
     Changes changes;
-    const char* note;  ///< for people, on what was compared; empty when that was everything
+    std::string before;  ///< for people: the older side with its trading day
+    std::string after;   ///< the newer one
+    const char* note;    ///< for people, on what was compared; empty when that was everything
 };
 
 /// Where one side is a store and the other is not, that one is compared in the form in which it would be stored, and

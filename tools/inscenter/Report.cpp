@@ -10,7 +10,6 @@
 #include <utility>
 
 #include "base/instrumentcenter/vocabulary/Markets.h"
-#include "platform/utils/Utils.h"
 #include "tools/inscenter/DayTables.h"
 #include "tools/inscenter/Diff.h"
 #include "tools/inscenter/RecordText.h"
@@ -227,7 +226,7 @@ void addTables(Session& session, Page& page) {
     page.add({"markets", "Markets", "", "instruments/filed", true}, markets);
     if (const auto& comparison = session.day.comparison) {
         const std::string note =
-            fmt::format("Since the other day, without the trading day itself. {}", comparison->note);
+            fmt::format("Since {}, without the trading day itself. {}", comparison->before, comparison->note);
         page.add({"changecounts", "Changes by catalogue", "", "", true}, changeCountTable(comparison->changes));
         page.add({"changes", "Changes", note.c_str(), "", false}, changeTable(comparison->changes));
     }
@@ -255,13 +254,19 @@ void addTables(Session& session, Page& page) {
     }
 }
 
+std::string subtitleOf(const Session& session) {
+    const auto& comparison = session.day.comparison;
+    return fmt::format("{}{}, as the {} center answers.", comparison ? comparison->after : session.day.name,
+                       comparison ? " compared with " + comparison->before : "",
+                       session.kind == CenterKind::Server ? "in-memory" : "persisted");
+}
+
 }  // namespace
 
 void writeReport(Session& session, const Query& query) {
-    const std::string day = utils::today();
-    Page page(
-        fmt::format("Instruments of {}-{}-{}", day.substr(0, 4), day.substr(4, 2), day.substr(6)),
-        session.kind == CenterKind::Server ? "As the in-memory center answers." : "As the persisted center answers.");
+    const Day& day = session.day;
+    // Not the clock's day: a page is opened, and often made, long after the day that it shows.
+    Page page("Instruments of " + (day.today.empty() ? day.name : shownDay(day.today)), subtitleOf(session));
     addTables(session, page);
     const std::string html = std::move(page).finish();
     errno = 0;

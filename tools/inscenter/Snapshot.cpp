@@ -70,10 +70,6 @@ struct CatalogueFile {
     Form form;
 };
 
-std::string nameOf(const CatalogueFile& file) {
-    return file.path == kStandardInput ? "standard input" : file.path.string();
-}
-
 /// Reports what is to be said of one file; of the lines that were passed over, the first few in full.
 class SkippedLines {
 public:
@@ -117,7 +113,7 @@ public:
           dates_(dateFields(type_)),
           json_(type_),
           csv_(type_),
-          skipped_(console, nameOf(file)),
+          skipped_(console, snapshotName(file.path)),
           snapshot_(snapshot),
           console_(console) {}
 
@@ -260,6 +256,10 @@ const char* catalogueName(Catalogue catalogue) {
     return kKinds[static_cast<std::size_t>(catalogue)].name;
 }
 
+std::string snapshotName(const std::filesystem::path& path) {
+    return path == kStandardInput ? "standard input" : path.string();
+}
+
 Snapshot copyOf(const Snapshot& snapshot) {
     return {copiesOf(snapshot.instruments), copiesOf(snapshot.etfs),           copiesOf(snapshot.bonds),
             copiesOf(snapshot.tenderBonds), copiesOf(snapshot.counterparties), copiesOf(snapshot.otcFundPlans),
@@ -268,6 +268,19 @@ Snapshot copyOf(const Snapshot& snapshot) {
 
 std::vector<shared_ptr<IData>> recordsOf(const Snapshot& snapshot, Catalogue catalogue) {
     return kKinds[static_cast<std::size_t>(catalogue)].all(snapshot);
+}
+
+std::string tradingDayOf(const Snapshot& snapshot) {
+    std::string day;
+    const auto agree = [&day](const auto& records) {
+        return std::all_of(records.begin(), records.end(), [&day](const auto& record) {
+            day = day.empty() ? record->tradingDay : day;
+            return record->tradingDay.empty() || record->tradingDay == day;
+        });
+    };
+    const bool agreed = agree(snapshot.instruments) && agree(snapshot.etfs) && agree(snapshot.otcFundPlans) &&
+                        agree(snapshot.issuancePrices);
+    return agreed ? day : std::string();
 }
 
 void addRecord(Snapshot& snapshot, Catalogue catalogue, shared_ptr<IData> record) {
@@ -291,7 +304,7 @@ ReadReport readSnapshot(const std::filesystem::path& directory, Snapshot& snapsh
             reader.read(done);
             readable = true;
         } catch (const std::runtime_error& failure) {
-            console.message(fmt::format("{}: {}", nameOf(file), failure.what()));
+            console.message(fmt::format("{}: {}", snapshotName(file.path), failure.what()));
             ++report.skipped;
         }
         reader.finish();

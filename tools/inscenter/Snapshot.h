@@ -55,6 +55,9 @@ Snapshot copyOf(const Snapshot& snapshot);
 /// The records of one catalogue.
 std::vector<boost::shared_ptr<mxservice::IData>> recordsOf(const Snapshot& snapshot, Catalogue catalogue);
 
+/// The trading day that all records name which name one, YYYYMMDD; empty when none does or two differ.
+std::string tradingDayOf(const Snapshot& snapshot);
+
 /// Puts the record, which must be of the catalogue's class, behind those of its catalogue.
 void addRecord(Snapshot& snapshot, Catalogue catalogue, boost::shared_ptr<mxservice::IData> record);
 
@@ -64,6 +67,9 @@ struct ReadReport {
     std::size_t skipped = 0;                         ///< lines and files that were passed over
     double seconds = 0;
 };
+
+/// The directory or file as messages name it: "standard input" for "-".
+std::string snapshotName(const std::filesystem::path& path);
 
 /// Reads every file of the directory `directory` whose name begins with the name of a catalogue and ends in ".ndjson"
 /// (a JSON object a line) or ".csv" (a header line and a record a line), in the order of the names. Keys are the

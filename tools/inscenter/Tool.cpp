@@ -76,11 +76,27 @@ private:
     bool storeOpen_ = false;
 };
 
+/// Pins the records' trading day as today, unless the user did so. What a day's file calls an issue of today is one on
+/// that day alone, whenever the file is looked at. Answers the day; empty when the clock's has to do.
+std::string settleToday(const Command& command, const Snapshot& snapshot, Console& console) {
+    if (!command.today.empty()) {
+        return command.today;
+    }
+    std::string day = tradingDayOf(snapshot);
+    if (!day.empty()) {
+        utils::setToday(day);
+        console.message(fmt::format("today is {}, the trading day of the records; --today names another", day));
+    }
+    return day;
+}
+
 /// Reads the snapshot into the center and lets go of its records: from here on the center alone holds them.
 Day loadDay(const Command& command, mxservice::IInstrumentCenter& center, Console& console) {
     Day day;
     Side today;
+    day.name = today.name = snapshotName(command.data);
     day.read = readSnapshot(command.data, today.records, console);
+    day.today = settleToday(command, today.records, console);
     if (!command.query.against.empty()) {
         const Side before = readSide(command.query.against, console);
         day.read.skipped += before.skipped;
@@ -126,6 +142,7 @@ int askBoth(const Command& command, std::ostream& out, Console& console) {
     }
     Snapshot snapshot;
     const ReadReport read = readSnapshot(command.data, snapshot, console);
+    settleToday(command, snapshot, console);
     Output output(out, command.format, screenOf(out));
     if (command.task == Task::Tour) {
         showTour(snapshot, output, console);

@@ -19,6 +19,8 @@ namespace inscenter {
 
 /// What was read and handed to the center.
 struct Day {
+    std::string name;   ///< of the snapshot, for people
+    std::string today;  ///< YYYYMMDD: what --today or the records say; empty: nobody does, so the clock's day counts
     std::vector<std::pair<std::string, std::size_t>> markets;  ///< as the records name them
     ReadReport read;
     std::vector<LoadStep> steps;

@@ -2,9 +2,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <zlib.h>
 
 #include <cmath>
 #include <fstream>
+#include <iterator>
 #include <limits>
 #include <sstream>
 #include <string>
@@ -346,6 +348,59 @@ TEST_F(SnapshotTest, FilesGoToTheirCatalogueByTheBeginningOfTheirName) {
     EXPECT_THAT(messages_.str(), HasSubstr(stray + ": no catalogue file, skipped\n"));
     EXPECT_THAT(messages_.str(), HasSubstr(headless + ": cannot be read: the first line names no field\n"));
     EXPECT_THAT(messages_.str(), HasSubstr("instruments-3.ndjson: cannot be read: Is a directory\n"));
+}
+
+/// The bytes as gzip packs them.
+std::string packed(const std::string& bytes) {
+    const TemporaryDirectory directory;
+    const std::string path = directory.path() / "packed";
+    const gzFile file = gzopen(path.c_str(), "wb");
+    EXPECT_EQ(gzwrite(file, bytes.data(), static_cast<unsigned>(bytes.size())), static_cast<int>(bytes.size()));
+    EXPECT_EQ(gzclose(file), Z_OK);
+    std::ifstream stream(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+TEST_F(SnapshotTest, PackedFilesAreReadAsTheirContents) {
+    const std::string first = packed(R"({"market":"SH","code":"1"})"
+                                     "\n{\n");
+    const std::string path = write("instruments.ndjson.gz", first + packed(R"({"market":"SH","code":"3"})"));
+    write("etfs.csv.gz", packed("exchid,etfcode\r\nSH,510050\r\n"));
+    EXPECT_EQ(read().skipped, 1U);
+    EXPECT_THAT(codes(), ElementsAre("1", "3"));
+    EXPECT_EQ(snapshot_.etfs.at(0)->etfCode, "510050");
+    EXPECT_THAT(messages_.str(), HasSubstr(path + ":2: not valid JSON"));
+}
+
+TEST_F(SnapshotTest, PackedFilesThatAreNotWholeAreReported) {
+    std::string lines;
+    for (int i = 0; lines.size() < 3'000'000; ++i) {
+        lines += R"({"market":"SH","code":")" + std::to_string(i) + "\"}\n";
+    }
+    const std::string good = packed(lines);
+    std::string sum = good;
+    sum[sum.size() - 5] ^= 1;  // of the check sum, which stands before the length
+    struct Case {
+        std::string bytes;
+        std::string reason;
+        bool begun;  // records were read before the fault
+    };
+    const std::vector<Case> cases{{good.substr(0, good.size() / 2), "the packed data end too early", true},
+                                  {good.substr(0, good.size() - 1), "the packed data end too early", true},
+                                  {sum, "the packed data are damaged", true},
+                                  {lines, "not packed with gzip", false},
+                                  {"", "not packed with gzip", false}};
+    for (const auto& [bytes, reason, begun] : cases) {
+        const std::string path = write("instruments.ndjson.gz", bytes);
+        write("instruments2.ndjson", R"({"market":"SZ","code":"whole"})");
+        snapshot_ = {};
+        EXPECT_EQ(read().skipped, 1U);
+        EXPECT_EQ(messages_.str(), "inscenter: " + path + ": cannot be read: " + reason + "\n");
+        EXPECT_EQ(codes().back(), "whole");
+        EXPECT_EQ(codes().size() > 1, begun) << reason;
+    }
+    std::filesystem::remove(directory_.path() / "instruments2.ndjson");
+    EXPECT_THROW(read(), inscenter::UnreadableInput);
 }
 
 TEST_F(SnapshotTest, ThrowsWhenThereIsNothingToRead) {

@@ -1,9 +1,12 @@
 #include "tools/inscenter/LineReader.h"
 
 #include <unistd.h>
+#include <zlib.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <stdexcept>
 #include <system_error>
 
@@ -11,24 +14,50 @@ namespace inscenter {
 namespace {
 
 constexpr std::size_t kFirstBytes = std::size_t{1} << 20U;
+constexpr unsigned kPackedBytes = 1U << 17U;  // read from the disk at once
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
-[[noreturn]] void fail(int reason) {
-    throw std::runtime_error("cannot be read: " + std::generic_category().message(reason));
+[[noreturn]] void fail(const std::string& reason) {
+    throw std::runtime_error("cannot be read: " + reason);
+}
+
+/// Throws unless the file was read to its end.
+void expectGood(gzFile file) {
+    const std::string systemReason = std::generic_category().message(errno);
+    int state = Z_OK;
+    gzerror(file, &state);
+    switch (state) {
+        case Z_OK:
+        case Z_STREAM_END:
+            return;
+        case Z_BUF_ERROR:
+            fail("the packed data end too early");
+        case Z_ERRNO:
+            fail(systemReason);
+        case Z_MEM_ERROR:
+            throw std::bad_alloc();
+        default:
+            fail("the packed data are damaged");
+    }
 }
 
 }  // namespace
 
-LineReader::LineReader(std::FILE* file) : file_(file), buffer_(kFirstBytes + kPadding) {
-    if (!file_) {
-        fail(errno);
-    }
-    std::setvbuf(file_.get(), nullptr, _IONBF, 0);
+void LineReader::Closer::operator()(gzFile_s* file) const {
+    gzclose_r(file);
 }
 
-LineReader::LineReader(const std::filesystem::path& path) : LineReader(std::fopen(path.c_str(), "rb")) {}
+LineReader::LineReader(gzFile_s* file, bool packed) : file_(file), packed_(packed), buffer_(kFirstBytes + kPadding) {
+    if (!file_) {
+        fail(std::generic_category().message(errno));
+    }
+    gzbuffer(file_.get(), kPackedBytes);
+}
 
-LineReader::LineReader() : LineReader(fdopen(dup(STDIN_FILENO), "rb")) {}
+LineReader::LineReader(const std::filesystem::path& path)
+    : LineReader(gzopen(path.c_str(), "rb"), path.extension() == kPackedEnding) {}
+
+LineReader::LineReader() : LineReader(gzdopen(dup(STDIN_FILENO), "rb"), false) {}
 
 bool LineReader::next() {
     for (;;) {
@@ -70,13 +99,17 @@ void LineReader::takeLine(std::size_t end) {
 void LineReader::fill() {
     makeRoom();
     const std::size_t room = buffer_.size() - kPadding - end_;
-    const std::size_t count = std::fread(buffer_.data() + end_, 1, room, file_.get());
-    if (count < room && std::ferror(file_.get()) != 0) {
-        fail(errno);
+    const int read = gzread(file_.get(), buffer_.data() + end_, static_cast<unsigned>(room));
+    const std::size_t count = static_cast<std::size_t>(std::max(read, 0));
+    if (count < room) {
+        expectGood(file_.get());
+    }
+    if (packed_ && gzdirect(file_.get()) == 1) {
+        fail("not packed with gzip");
     }
     atEnd_ = count < room;
     end_ += count;
-    bytesRead_ += count;
+    bytesRead_ = static_cast<std::uint64_t>(std::max<z_off_t>(gzoffset(file_.get()), 0));
 }
 
 void LineReader::makeRoom() {

@@ -186,7 +186,7 @@ private:
     std::size_t records_ = 0;
 };
 
-bool isIgnoredSilently(const std::string& name) {
+bool isIgnoredSilently(std::string_view name) {
     return name.starts_with('.') || name.starts_with("README");
 }
 
@@ -207,7 +207,11 @@ std::vector<CatalogueFile> listFiles(const std::filesystem::path& directory, Con
     std::vector<CatalogueFile> files;
     std::vector<std::filesystem::path> others;
     for (const std::filesystem::path& path : paths) {
-        const std::string name = path.filename().string();
+        const std::string fileName = path.filename().string();
+        std::string_view name = fileName;
+        if (name.ends_with(LineReader::kPackedEnding)) {
+            name.remove_suffix(LineReader::kPackedEnding.size());
+        }
         const auto found = std::find_if(kKinds.begin(), kKinds.end(),
                                         [&](const CatalogueKind& kind) { return name.starts_with(kind.name); });
         const bool json = name.ends_with(".ndjson");

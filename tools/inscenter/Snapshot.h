@@ -72,10 +72,10 @@ struct ReadReport {
 std::string snapshotName(const std::filesystem::path& path);
 
 /// Reads every file of the directory `directory` whose name begins with the name of a catalogue and ends in ".ndjson"
-/// (a JSON object a line) or ".csv" (a header line and a record a line), in the order of the names. Keys are the
-/// records' document keys.
+/// (a JSON object a line) or ".csv" (a header line and a record a line), in the order of the names; packed with gzip,
+/// behind that in ".gz". Keys are the records' document keys.
 ///
-/// The directory "-" stands for standard input, which holds instruments, a JSON object a line.
+/// The directory "-" stands for standard input, which holds instruments, a JSON object a line, packed or not.
 ///
 /// What cannot be used is reported on `console` and passed over: a line as "FILE:LINE: field NAME: REASON", up to 20
 /// lines a file and then their number; unknown keys once a file; files of other names, except hidden ones and READMEs.

@@ -164,19 +164,25 @@ TEST_F(GenerateTest, RecordsReferToListedOnes) {
     EXPECT_GT(twins, 0U);
     EXPECT_LT(twins, codes["SHFI"].size());
 
+    std::size_t underlyings = 0;
     for (const std::string& line : instruments) {
         // Options, and convertible bonds. Options on indexes name a series of the index, which is no instrument.
         const std::string market = valueOf(line, "underlyingMarket");
         if (!market.empty() && market != "CFFEX") {
             EXPECT_TRUE(codes[market].count(valueOf(line, "underlyingCode"))) << line;
+            ++underlyings;
         }
     }
+    EXPECT_GT(underlyings, 100U);
+    std::size_t listedBonds = 0;
     for (const std::string& line : records(directory / "bonds.ndjson")) {
         const std::string shanghai = valueOf(line, "shanghaiCode");
         const std::string shenzhen = valueOf(line, "shenzhenCode");
         EXPECT_TRUE(shanghai.empty() || codes["SH"].count(shanghai)) << line;
         EXPECT_TRUE(shenzhen.empty() || codes["SZ"].count(shenzhen)) << line;
+        listedBonds += shanghai.empty() && shenzhen.empty() ? 0U : 1U;
     }
+    EXPECT_GT(listedBonds, 0U);
     std::size_t nameless = 0;
     for (const std::string& line : records(directory / "etfs.ndjson")) {
         const std::string market = valueOf(line, "exchid");
@@ -248,6 +254,7 @@ TEST_F(GenerateTest, MarketRulesAcceptTodaysIssues) {
 
 TEST_F(GenerateTest, PricesStayWithinTheirLimits) {
     std::size_t limited = 0;
+    std::size_t mainBoard = 0;
     for (const std::string& line : records(generate(5'000) + "/instruments.ndjson")) {
         const double upper = numberOf(line, "upperLimitPrice");
         if (upper == 0) {
@@ -260,11 +267,13 @@ TEST_F(GenerateTest, PricesStayWithinTheirLimits) {
         // Shares of the main boards move ten per cent, rounded to a cent.
         const std::string start = valueOf(line, "market") + valueOf(line, "code").substr(0, 2);
         if ((start == "SH60" || start == "SZ00") && valueOf(line, "name").find("ST") == std::string::npos) {
+            ++mainBoard;
             EXPECT_NEAR(upper, close * 1.1, 0.0051) << line;
             EXPECT_NEAR(numberOf(line, "lowerLimitPrice"), close * 0.9, 0.0051) << line;
         }
     }
     EXPECT_GT(limited, 1'000U);
+    EXPECT_GT(mainBoard, 100U);
 }
 
 TEST_F(GenerateTest, EveryFutureProductHasAMainContract) {
@@ -301,12 +310,9 @@ TEST_F(GenerateTest, WhatCannotBeWrittenIsSaid) {
     std::filesystem::create_directories(full);
     std::filesystem::create_symlink("/dev/full", full / "instruments.ndjson");
     const std::vector<std::pair<GenerateOptions, std::string>> cases{
-        {{600, 1, kDate, blocked}, "file"},
-        {{600, 1, kDate, "/dev/null/day"}, "/dev/null"},
-        {{600, 1, kDate, full}, "instruments.ndjson"},
-        {{600, 1, "20260230", root_}, "20260230"},
-        {{600, 1, "today", root_}, "today"},
-        {{static_cast<std::size_t>(-1), 1, kDate, root_}, "at most"}};
+        {{600, 1, kDate, blocked}, blocked},           {{600, 1, kDate, "/dev/null/day"}, "/dev/null"},
+        {{600, 1, kDate, full}, "instruments.ndjson"}, {{600, 1, "20260230", root_}, "20260230"},
+        {{600, 1, "today", root_}, "today"},           {{static_cast<std::size_t>(-1), 1, kDate, root_}, "at most"}};
     for (const auto& [options, words] : cases) {
         std::ostringstream out;
         std::ostringstream err;

@@ -139,15 +139,18 @@ TEST(RecordText, LeavesDefaultsOutAndStaysValidWhateverTheBytes) {
     std::string line;
     inscenter::appendJson(line, record);
     EXPECT_EQ(line, "{}");
-    record.code = "a\xff\xed\xa0\x80z";  // a stray byte and a surrogate
+    record.code = "a\xff\xed\xa0\x80z\x7f";  // a stray byte, a surrogate and a control character
     record.priceTick = 0.05;
     record.strikePrice = std::nan("");
     record.totalShares = 100;
     line.clear();
     inscenter::appendJson(line, record);
     EXPECT_EQ(line,
-              "{\"code\":\"a\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBDz\",\"priceTick\":0.05,"
+              "{\"code\":\"a\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBDz\\u007f\",\"priceTick\":0.05,"
               "\"strikePrice\":null,\"totalShares\":100}");
+    line.clear();
+    inscenter::appendCsvCell(line, "a\rb");
+    EXPECT_EQ(line, "\"a\rb\"") << "a lone carriage return ends a line for some readers";
 }
 
 /// A snapshot in a directory of its own, and what reading it brings.
@@ -233,9 +236,10 @@ TEST_F(SnapshotTest, BadJsonLineIsReportedAndTheRestIsRead) {
 
 TEST_F(SnapshotTest, BadCsvLineIsReportedAndTheRestIsRead) {
     const std::vector<BadLine> lines{
-        {"SH,2,,x,", "field reportunit: a number expected"},
-        {"SH,2,,nan,", "field reportunit: a number expected"},
-        {"SH,2,,99999999999,", "field reportunit: number out of range"},
+        {"SH,2,,x,", "field creationlimit: a number expected"},
+        {"SH,2,,nan,", "field creationlimit: a number expected"},
+        {"SH,2,,9223372036854775808,", "field creationlimit: number out of range"},
+        {"SH,2,,-9223372036854777856,", "field creationlimit: number out of range"},
         {"SH,2,2026-03-02,1,", "field tradingday: a day of the form YYYYMMDD expected, \"2026-03-02\" found"},
         {"SH,2,00000101,1,", "field tradingday: a day of the form YYYYMMDD expected, \"00000101\" found"},
         {"SH,2,,1", "4 cells under 5 columns"},
@@ -249,12 +253,12 @@ TEST_F(SnapshotTest, BadCsvLineIsReportedAndTheRestIsRead) {
         {"SH,2\xff,,1,", "not UTF-8"}};
     for (const BadLine& bad : lines) {
         const std::string path =
-            write("etfs.csv", "exchid,etfcode,tradingday,reportunit,stocks\nSH,1,20240229, 1.0 ,[]\n" + bad.line +
+            write("etfs.csv", "exchid,etfcode,tradingday,creationlimit,stocks\nSH,1,20240229, 1.0 ,[]\n" + bad.line +
                                   "\nSZ,\"159,915\",,1,");
         snapshot_ = {};
         EXPECT_EQ(read().skipped, 1U) << bad.line;
         ASSERT_EQ(snapshot_.etfs.size(), 2U) << bad.line;
-        EXPECT_EQ(snapshot_.etfs[0]->reportUnit, 1);
+        EXPECT_EQ(snapshot_.etfs[0]->creationLimit, 1);
         EXPECT_EQ(snapshot_.etfs[0]->tradingDay, "20240229");
         EXPECT_EQ(snapshot_.etfs[1]->etfCode, "159,915");
         EXPECT_THAT(messages_.str(), HasSubstr(path + ":3: " + bad.message + "\n"));
@@ -267,7 +271,9 @@ TEST_F(SnapshotTest, LineFormsThatAreNoFaultAreRead) {
           "{\"lotSize\":1e2,\"code\":\"2\",\"market\":\"SH\",\"name\":null,\"c\\u006fde\":\"3\"}\n"
           "{\"market\":\"SH\",\"code\":\"n\\u0000l\",\"listingDate\":20220426,\"tradingDay\":null}\n"
           "{\"listingDate\":\"NYMEX\",\"code\":\"CL\",\"market\":\"WP\"}");
-    write("instruments2.csv", "code,market,name\r\n4,SH,\"a \"\"b\"\"\"\r\n\r\n5,SH,\r\n");
+    write("instruments2.csv",
+          "code,market,name,totalShares\r\n4,SH,\"a "
+          "\"\"b\"\"\",9223372036854775807\r\n\r\n5,SH,,-9223372036854775808.0\r\n");
     const auto report = read();
     EXPECT_EQ(report.skipped, 0U);
     EXPECT_EQ(report.records[static_cast<std::size_t>(Catalogue::Instruments)], 6U);
@@ -276,6 +282,8 @@ TEST_F(SnapshotTest, LineFormsThatAreNoFaultAreRead) {
     EXPECT_EQ(snapshot_.instruments[2]->listingDate, "20220426");
     EXPECT_EQ(snapshot_.instruments[3]->listingDate, "NYMEX") << "of outer futures a market key";
     EXPECT_EQ(snapshot_.instruments[4]->name, "a \"b\"");
+    EXPECT_EQ(snapshot_.instruments[4]->totalShares, std::numeric_limits<std::int64_t>::max());
+    EXPECT_EQ(snapshot_.instruments[5]->totalShares, std::numeric_limits<std::int64_t>::min());
     EXPECT_EQ(messages_.str(), "");
 }
 

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -38,6 +40,14 @@ inline std::vector<std::string> linesOf(const std::string& text) {
         lines.push_back(line);
     }
     return lines;
+}
+
+/// The text with one blank where several stand: what a table says, however wide its columns are.
+inline std::string squeezed(const std::string& text) {
+    std::string narrow;
+    std::unique_copy(text.begin(), text.end(), std::back_inserter(narrow),
+                     [](char left, char right) { return left == ' ' && right == ' '; });
+    return narrow;
 }
 
 /// A day of a few records in all catalogues.

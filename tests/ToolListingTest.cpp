@@ -21,6 +21,7 @@ using ::testing::SizeIs;
 using tooltest::linesOf;
 using tooltest::Result;
 using tooltest::run;
+using tooltest::squeezed;
 
 class ToolListingTest : public tooltest::ToolTest {
 protected:
@@ -132,18 +133,17 @@ TEST_F(ToolListingTest, FindsCodesByTheirBeginningAndNamesByAnyPart) {
 }
 
 TEST_F(ToolListingTest, ExplainsEveryMarketOfACode) {
-    const std::string both = ask({"explain", "600001"}).out;
-    EXPECT_THAT(
-        both, AllOf(HasSubstr("keyText     SH600001\nname        甲 银行\n"), HasSubstr("\n\nkeyText     SZ600001\n")));
+    const std::string both = squeezed(ask({"explain", "600001"}).out);
+    EXPECT_THAT(both, AllOf(HasSubstr("keyText SH600001\nname 甲 银行\n"), HasSubstr("\n\nkeyText SZ600001\n")));
     EXPECT_THAT(ask({"explain", "SH600000"}).code, 1);
     // Known numbers, which stores and other programs rely on.
-    const std::string hongKong = ask({"explain", "00001"}).out;
-    EXPECT_THAT(hongKong, AllOf(HasSubstr("keyText       HK00001"), HasSubstr("recordMarket  HGT"),
-                                HasSubstr("alsoKeyTexts  HGT00001, SGT00001"), HasSubstr("(0x3f34329ce3e707f8)")));
-    const std::string connect = ask({"explain", "SGT00001"}).out;
-    EXPECT_THAT(connect, AllOf(HasSubstr("keyText       SGT00001"), HasSubstr("foldedText    HK00001")));
-    const std::string folded = connect.substr(connect.find("foldedKey     ") + 14, 19);
-    EXPECT_THAT(hongKong, HasSubstr("key           " + folded));
+    const std::string hongKong = squeezed(ask({"explain", "00001"}).out);
+    EXPECT_THAT(hongKong, AllOf(HasSubstr("keyText HK00001"), HasSubstr("recordMarket HGT"),
+                                HasSubstr("alsoKeyTexts HGT00001, SGT00001"), HasSubstr("(0x3f34329ce3e707f8)")));
+    const std::string connect = squeezed(ask({"explain", "SGT00001"}).out);
+    EXPECT_THAT(connect, AllOf(HasSubstr("keyText SGT00001"), HasSubstr("foldedText HK00001")));
+    const std::string folded = connect.substr(connect.find("foldedKey ") + 10, 19);
+    EXPECT_THAT(hongKong, HasSubstr("key " + folded));
 
     EXPECT_THAT(ask({"explain", "510051"}).out,
                 AllOf(HasSubstr("SH510051"), HasSubstr("hasEtf"), HasSubstr("ETFINSTS510051")));

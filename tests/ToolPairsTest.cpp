@@ -2,10 +2,13 @@
 #include <gtest/gtest.h>
 #include <simdjson.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,6 +29,24 @@ using ::testing::StartsWith;
 using tooltest::linesOf;
 using tooltest::Result;
 using tooltest::run;
+using tooltest::squeezed;
+
+/// Sets a variable of the environment for as long as it lives.
+class Setting {
+public:
+    Setting(const char* name, const std::string& value) : name_(name) {
+        const char* const before = std::getenv(name);
+        before_ = before == nullptr ? std::nullopt : std::optional<std::string>(before);
+        ::setenv(name, value.c_str(), 1);
+    }
+    ~Setting() { before_ ? ::setenv(name_, before_->c_str(), 1) : ::unsetenv(name_); }
+    Setting(const Setting&) = delete;
+    Setting& operator=(const Setting&) = delete;
+
+private:
+    const char* name_;
+    std::optional<std::string> before_;
+};
 
 class ToolPairsTest : public tooltest::ToolTest {
 protected:
@@ -79,21 +100,23 @@ TEST_F(ToolPairsTest, DiffNamesWhatWasListedDelistedAndChanged) {
                                  HasSubstr(R"(stocks[600009],,"{""market"":""SH"",""code"":""600009""}")")));
     EXPECT_THAT(found.out, AllOf(HasSubstr("listed,bonds,220002,22国债02,,,\r\n"),
                                  HasSubstr("delisted,bonds,220001,22国债01,,,\r\n")));
-    EXPECT_THAT(diff().out, AllOf(HasSubstr("instruments          1        12        1          0\n"),
-                                  HasSubstr("counterparties       0         0        0          1\n")));
+    EXPECT_THAT(squeezed(diff().out),
+                AllOf(HasSubstr("instruments 1 12 1 0\n"), HasSubstr("counterparties 0 0 0 1\n")));
 }
 
 TEST_F(ToolPairsTest, DiffOfASnapshotAndItsStoreIsEmptyAlthoughListingsWereMerged) {
     ASSERT_EQ(askClient({"summary"}).code, 0);
     const std::string store = store_.path() / "db";
+    const TemporaryDirectory scratch;
+    const Setting temporaryFiles("TMPDIR", scratch.path());
     for (const auto& [before, after] :
          {std::pair<std::string, std::string>{store, day_.path()}, {day_.path(), store}}) {
         const Result same = run({"diff", before, after});
         EXPECT_EQ(same.code, 0) << same.err;
-        EXPECT_THAT(same.out,
-                    AllOf(HasSubstr("no difference"), HasSubstr("instruments        0         0        0         13\n"),
-                          Not(HasSubstr("counterparties"))));
+        EXPECT_THAT(squeezed(same.out), AllOf(HasSubstr("no difference"), HasSubstr("instruments 0 0 0 13\n"),
+                                              Not(HasSubstr("counterparties"))));
     }
+    EXPECT_TRUE(std::filesystem::is_empty(scratch.path())) << "stores of the comparison's own";
     write("instruments2.ndjson", R"({"market":"HK","code":"00009","name":"九"})");
     EXPECT_THAT(
         linesOf(run({"diff", store, day_.path(), "--jsonl"}).out),
@@ -110,6 +133,7 @@ TEST_F(ToolPairsTest, DiffSaysWhatItCannotUse) {
     EXPECT_EQ(run({"diff", day_.path(), later_.path(), "--data", day_.path()}).code, 2);
     writeLater("instruments2.ndjson", "{\n");
     EXPECT_EQ(diff().code, 3);
+    EXPECT_EQ(run({"diff", later_.path(), day_.path()}).code, 3) << "of the older day, too";
     ASSERT_EQ(askClient({"summary"}).code, 0);
     const Result store = run({"summary", "--data", store_.path() / "db"});
     EXPECT_EQ(store.code, 2);
@@ -120,12 +144,12 @@ TEST_F(ToolPairsTest, TourShowsWhatEachCenterKeepsOfEveryCatalogue) {
     const std::vector<std::string> arguments{"tour", "--store", store_.path() / "db", "--today", "20260302"};
     const Result tour = ask(arguments);
     EXPECT_EQ(tour.code, 0) << tour.err;
-    EXPECT_THAT(tour.out, AllOf(HasSubstr("Price settings of OTC enquiries  (inscenter issuanceprices)\n"
-                                          "  in memory   nothing\n  persisted   1: I1 at 10.5\n  on purpose  price"),
-                                HasSubstr("  in memory   1: group 2: 1\n  persisted   nothing\n"),
-                                HasSubstr("New issues of the day  (inscenter codes)\n  both        1: SH730001\n"),
-                                HasSubstr("  persisted   1: SH019547 is 220001\n"),
-                                HasSubstr("  both        1: SH510050  of 1\n")));
+    EXPECT_THAT(squeezed(tour.out),
+                AllOf(HasSubstr("Price settings of OTC enquiries (inscenter issuanceprices)\n"
+                                " in memory nothing\n persisted 1: I1 at 10.5\n on purpose price"),
+                      HasSubstr(" in memory 1: group 2: 1\n persisted nothing\n"),
+                      HasSubstr("New issues of the day (inscenter codes)\n both 1: SH730001\n"),
+                      HasSubstr(" persisted 1: SH019547 is 220001\n"), HasSubstr(" both 1: SH510050 of 1\n")));
     std::vector<std::string> json = arguments;
     json.emplace_back("--jsonl");
     EXPECT_THAT(ask(json).out, HasSubstr(R"({"catalogue":"Outer futures products","inMemory":0,"persisted":1,)"));

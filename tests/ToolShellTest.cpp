@@ -67,8 +67,11 @@ TEST_F(ToolShellTest, AnswersLineByLineAndOutlivesBadOnes) {
                                HasSubstr("a quotation is not closed"), HasSubstr("SH999999: not found")));
     EXPECT_EQ(talk("has SH999999\nfrob\n").code, 1);
     EXPECT_EQ(talk("summary\nhelp\nhelp get\n").code, 0);
-    EXPECT_THAT(talk("help").out, Not(HasSubstr("generate")));
+    EXPECT_THAT(talk("help").out, AllOf(HasSubstr("\n  mains "), Not(HasSubstr("generate"))));
     EXPECT_THAT(talk("etfs", {"--format", "json"}).out, HasSubstr("{\"exchid\""));
+    write("instruments2.ndjson", "{\n");
+    EXPECT_EQ(talk("has SH600000\n").code, 3) << "a line of the snapshot was skipped";
+    EXPECT_EQ(talk("has SH999999\n").code, 1);
 }
 
 TEST_F(ToolShellTest, LeavesWhatIsNoQuestionToTheCommandLine) {

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <simdjson.h>
 
+#include <boost/make_shared.hpp>
+
 #include <algorithm>
 #include <fstream>
 #include <map>
@@ -12,6 +14,7 @@
 #include "ToolFixture.h"
 #include "tools/inscenter/Output.h"
 #include "tools/inscenter/Utf8.h"
+#include "tools/inscenter/Verbs.h"
 
 namespace {
 
@@ -22,6 +25,7 @@ using ::testing::Not;
 using ::testing::StartsWith;
 using tooltest::Result;
 using tooltest::run;
+using tooltest::squeezed;
 using tooltest::ToolTest;
 
 TEST_F(ToolTest, AnswersFromEitherCenter) {
@@ -31,19 +35,19 @@ TEST_F(ToolTest, AnswersFromEitherCenter) {
         std::string client;
     };
     const std::vector<Case> cases{
-        {{"get", "SH600000"}, "name         浦发银行\n", "name         浦发银行\n"},
+        {{"get", "SH600000"}, "name 浦发银行\n", "name 浦发银行\n"},
         {{"has", "DCEa2705"}, "hasCode, hasFuture, hasFutureOption\n", "hasCode, hasFuture, hasFutureOption\n"},
         {{"has", "HGT00005"}, "hasCode\n", "hasCode, hasHkstock\n"},
         {{"has", "SH510050"}, "hasEtf, isStkOptionUndlCode\n", "hasEtf, isStkOptionUndlCode\n"},
         {{"list", "--market", "DCE"}, "a2705-C-100", "a2705-C-100"},
         {{"list", "--trader-type", "1024"}, "a2705-C-100", "a2705-C-100"},
         {{"mains", "--market", "DCE"}, "a2705", "a2705"},
-        {{"mains", "--by-product"}, "a          DCEa2705\n", "a          DCEa2705\n"},
-        {{"products"}, "a          DCE     豆一       1              1          0\n", "1          1\n"},
-        {{"spreads"}, "inter-commodity  a2705     m2705\n", "inter-commodity  a2705     m2705\n"},
-        {{"codes", "--today", "20260302"}, "ipo         SH730001    申购\n", "neeq        NEEQ430001\n"},
-        {{"outer"}, "keeps no outer-market tables", "NYMEX   Nymex       CL         Crude        commodity\n"},
-        {{"etf", "SH510051"}, "SH      浦发银行  600000       100\n", "SH      浦发银行  600000       100\n"},
+        {{"mains", "--by-product"}, "a DCEa2705\n", "a DCEa2705\n"},
+        {{"products"}, "a DCE 豆一 1 1 0\n", "a DCE 豆一 1 1 1\n"},
+        {{"spreads"}, "inter-commodity a2705 m2705\n", "inter-commodity a2705 m2705\n"},
+        {{"codes", "--today", "20260302"}, "ipo SH730001 申购\n", "neeq NEEQ430001\n"},
+        {{"outer"}, "keeps no outer-market tables", "NYMEX Nymex CL Crude commodity\n"},
+        {{"etf", "SH510051"}, "SH 浦发银行 600000 100\n", "SH 浦发银行 600000 100\n"},
         {{"etfs"}, "510050", "510050"},
         {{"bond", "220001"}, "22国债01", "22国债01"},
         {{"bonds"}, "22国债01", "22国债01"},
@@ -54,18 +58,18 @@ TEST_F(ToolTest, AnswersFromEitherCenter) {
         {{"issuances"}, "收益凭证", "收益凭证"},
         {{"issuanceprices"}, "keeps no price settings", "10.5"},
         {{"summary"},
-         "DCE       Dalian Commodity Exchange                3  futures 2, futures options 1\n",
-         "HK        Hong Kong                                2  HK 1, HGT 1, SGT 0\n"},
-        {{"summary"}, "\nmarket by key   ", "\ninstruments      4096 "}};
+         "DCE Dalian Commodity Exchange 3 futures 2, futures options 1\n",
+         "HK Hong Kong 2 HK 1, HGT 1, SGT 0\n"},
+        {{"summary"}, "\nmarket by key ", "\ninstruments 4096 "}};
     for (const Case& test : cases) {
         const Result server = ask(test.arguments);
-        EXPECT_THAT(server.out, HasSubstr(test.server));
+        EXPECT_THAT(squeezed(server.out), HasSubstr(test.server));
         EXPECT_EQ(server.code, 0) << server.err;
         const Result client = askClient(test.arguments);
-        EXPECT_THAT(client.out, HasSubstr(test.client));
+        EXPECT_THAT(squeezed(client.out), HasSubstr(test.client));
         EXPECT_EQ(client.code, 0) << client.err;
     }
-    EXPECT_THAT(askClient({"interbank", "SH019547"}).out, HasSubstr("SH019547  220001\n"));
+    EXPECT_THAT(squeezed(askClient({"interbank", "SH019547"}).out), HasSubstr("SH019547 220001\n"));
     EXPECT_EQ(ask({"interbank", "SH019547"}).code, 1);
 }
 
@@ -206,7 +210,7 @@ TEST_F(ToolTest, TodayIsTheTradingDayThatAllRecordsName) {
     const Result named = ask({"codes", "--today", "20260302"});
     EXPECT_THAT(named.out, AllOf(HasSubstr("SH730001"), Not(HasSubstr("SH730002"))));
     EXPECT_EQ(named.err, "");
-    EXPECT_THAT(ask({"tour", "--store", store_.path() / "db"}).out, HasSubstr("  both        1: SH730002\n"));
+    EXPECT_THAT(squeezed(ask({"tour", "--store", store_.path() / "db"}).out), HasSubstr(" both 1: SH730002\n"));
     for (const auto& [file, record] : std::map<std::string, std::string>{
              {"instruments3.ndjson", R"({"market":"SH","code":"600009","tradingDay":"20260304"})"},
              {"etfs3.ndjson", R"({"exchid":"SH","etfcode":"510090","tradingday":"20260304"})"},
@@ -223,6 +227,30 @@ TEST_F(ToolTest, TodayIsTheTradingDayThatAllRecordsName) {
               24);
 }
 
+TEST_F(ToolTest, SummaryTellsWhatAReloadReplacedAndRemoved) {
+    const TemporaryStore open;
+    const auto center = inscenter::makeCenter(inscenter::CenterKind::Client);
+    std::ostringstream out;
+    inscenter::Console console(out, false);
+    inscenter::Snapshot snapshot;
+    inscenter::readSnapshot(day_.path(), snapshot, console);
+    const auto other = boost::make_shared<mxservice::CInstrumentDetail>(*snapshot.instruments.front());
+    other->code = "600009";
+    inscenter::load(*center, snapshot, console);
+    inscenter::Snapshot next;
+    next.instruments = {snapshot.instruments.front(), other};
+    inscenter::load(*center, next, console);
+    {
+        const inscenter::Day day;
+        inscenter::Output output(out, inscenter::Format::Csv);
+        inscenter::Session session{*center, inscenter::CenterKind::Client, day, output, console};
+        inscenter::showSummary(session, {});
+    }
+    for (const char* const line : {"received,2", "stored,2", "replaced,1", "removed,2", "outranked,0"}) {
+        EXPECT_THAT(out.str(), HasSubstr(std::string("\nload,SH,") + line + "\r\n"));
+    }
+}
+
 TEST_F(ToolTest, HongKongAloneIsAnOrdinaryMarket) {
     for (const char* const market : {"HK", "HGT", "SGT"}) {
         write("instruments.ndjson", std::string(R"({"market":")") + market + R"(","code":"00700","name":"TENCENT"})");
@@ -235,7 +263,7 @@ TEST_F(ToolTest, EmptyAnswersSaySoInTables) {
     std::filesystem::remove(day_.path() / "etfs.ndjson");
     EXPECT_EQ(ask({"etfs"}).out, "no ETFs\n");
     EXPECT_EQ(ask({"etfs", "--format", "json"}).out, "");
-    EXPECT_EQ(ask({"list", "--market", "XX\x1b[2J"}).out, "no instruments of market XX\\x1B[2J\n");
+    EXPECT_EQ(ask({"list", "--market", "XX\x1b[2J\x7f"}).out, "no instruments of market XX\\x1B[2J\\x7F\n");
     EXPECT_EQ(ask({"list", "--trader-type", "64"}).code, 0);
 }
 

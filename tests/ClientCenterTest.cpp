@@ -1,7 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <barrier>
 #include <fstream>
+#include <thread>
 
 #include "tests/CenterFixture.h"
 #include "tests/LogCapture.h"
@@ -172,6 +175,98 @@ TEST_F(ClientCenter, AMarketWhoseWriteFailsIsServedFromMemory) {
     EXPECT_TRUE(center().getCachedDatas(utils::hash("CFFEX"), cached)) << "the parked batch is kept";
 }
 
+TEST_F(ClientCenter, ParkedRecordsOfAFormerDayDoNotComeBack) {
+    const auto engine = std::make_shared<FailingEngine>();
+    service().setEngine(engine);
+    engine->failWritesOf("OvIns_SZ");
+    load({"SZ"}, {instrument("SZ", "yesterday"), instrument("SZ", "both")});
+    engine->failWritesOf("");
+    const InstrumentPtr today = instrument("SZ", "both");
+    today->name = "today";
+    load({"SZ"}, {today});
+    EXPECT_THAT(keysOf(asked().getInstruments("SZ")), ElementsAre("SZboth"));
+
+    bool looked = false;
+    engine->onWrite([&](const std::string& db) {
+        if (db == "OvIns_SZ") {
+            looked = true;
+            EXPECT_THAT(asked().getInstruments("SZ"), IsEmpty()) << "while a later load replaces the market";
+        }
+    });
+    load({"SZ"}, {today});
+    EXPECT_TRUE(looked);
+    engine->onWrite(nullptr);
+
+    service().removeData("OvIns_SZ", keyText("SZ", "both"));
+    EXPECT_EQ(asked().getInstruments("SZ")["SZboth"]->name, "name of SZboth")
+        << "of a key that the market has and its database lost the parked record is better than none";
+    load({"SZ"}, {});
+    EXPECT_THAT(asked().getInstruments("SZ"), IsEmpty()) << "after an empty load";
+    EXPECT_THAT(asked().getInstruments(), IsEmpty());
+    InstrumentMap kept;
+    EXPECT_TRUE(center().getCachedDatas(utils::hash("SZ"), kept)) << "kept all the same";
+
+    engine->failWritesOf("OvIns_SZ");
+    load({"SZ"}, {today});
+    load({"SZ"}, {});
+    EXPECT_THAT(asked().getInstruments("SZ"), IsEmpty()) << "the newest batch is that of the empty load";
+}
+
+TEST_F(ClientCenter, TwoLoadsOfOneMarketAtOnceLeaveCacheAndStoreAlike) {
+    constexpr int kPairs = 4000;
+    const TemporaryDirectory memory(TemporaryDirectory::inMemory());
+    service().setRootPath(memory.path());
+    std::barrier<> both(2);
+    const auto loads = [&](const std::string& who, const auto& afterwards) {
+        for (int pair = 0; pair < kPairs; ++pair) {
+            const InstrumentPtr record = instrument("SZ", "1");
+            record->name = who;
+            both.arrive_and_wait();
+            load({"SZ"}, {record});
+            both.arrive_and_wait();
+            afterwards(pair);
+            both.arrive_and_wait();
+        }
+    };
+    load({"SZ"}, {instrument("SZ", "1")});
+    asked().getInstrument("SZ1");
+    std::thread other([&] { loads("other", [](int) {}); });
+    int differing = 0;
+    loads("one", [&](int) {
+        const InstrumentPtr cached = asked().getInstrument("SZ1");
+        const InstrumentPtr stored = asked().getInstruments("SZ")["SZ1"];
+        differing += !cached || !stored || cached->name != stored->name ? 1 : 0;
+    });
+    other.join();
+    EXPECT_EQ(differing, 0);
+}
+
+/// An appender is the host's own code: it may load from within a line.
+TEST_F(ClientCenter, NothingIsLoggedWhileADatabaseIsWritten) {
+    const auto engine = std::make_shared<FailingEngine>();
+    service().setEngine(engine);
+    load({"SZ"}, {instrument("SZ", "1")});
+    int reloads = 0;
+    LogCapture capture;
+    capture.onLine([&](const std::string& text) {
+        if (text.find("[persist] write failed") == 0 && reloads++ == 0) {
+            engine->failWritesOf("");
+            load({"SZ"}, {instrument("SZ", "2")});
+        }
+    });
+    engine->failWritesOf("OvIns_SZ");
+    load({"SZ"}, {instrument("SZ", "1")});
+    EXPECT_EQ(reloads, 1);
+    EXPECT_TRUE(asked().getInstrument("SZ1")) << "its load ended last";
+    const auto texts = capture.texts();
+    const auto at = [&](const char* text) {
+        return std::find_if(texts.begin(), texts.end(), [&](const auto& line) { return line.find(text) == 0; }) -
+               texts.begin();
+    };
+    EXPECT_LT(at("[persist] write failed, db = OvIns_SZ, reason = injected"),
+              at("[clientIns] save to persist failed, market = SZ"));
+}
+
 /// Readers see nothing from the drop on, while the disk keeps the old documents until the new ones are there.
 TEST_F(ClientCenter, AReloadDropsForReadersAtOnceAndOnDiskWithTheNewDocuments) {
     const auto engine = std::make_shared<FailingEngine>();
@@ -249,6 +344,8 @@ TEST_F(ClientCenter, ParkedRecordsAreExchangedAndAnswerFirst) {
 TEST_F(ClientCenter, ClearPersistRemovesCatalogueDirectoriesOnly) {
     load({"SH", "HGT"}, {instrument("SH", "1"), instrument("HGT", "2")});
     std::ofstream(store_.path("OvIns_x.log")) << "a file";
+    std::ofstream(store_.path(".OvIns_SH.cleared")) << "a file that has the name to clear under";
+    std::filesystem::create_directories(store_.path(".OvIns_HK.cleared") / "left by a clearing that died");
     const TemporaryDirectory outside;
     std::filesystem::create_directory(outside.path() / "kept");
     std::filesystem::create_directory_symlink(outside.path(), store_.path("OvIns_link"));
@@ -256,6 +353,8 @@ TEST_F(ClientCenter, ClearPersistRemovesCatalogueDirectoriesOnly) {
     EXPECT_FALSE(std::filesystem::exists(store_.path("OvIns_SH")) || std::filesystem::exists(store_.path("OvIns_HK")));
     EXPECT_TRUE(std::filesystem::exists(store_.path("OvRawHGT")) &&
                 std::filesystem::exists(store_.path("OvIns_x.log")));
+    EXPECT_EQ(std::filesystem::file_size(store_.path(".OvIns_SH.cleared")), 39U) << "plain files are never touched";
+    EXPECT_FALSE(std::filesystem::exists(store_.path(".OvIns_HK.cleared")));
     EXPECT_TRUE(std::filesystem::exists(outside.path() / "kept")) << "no link is followed out of the root";
     EXPECT_ANY_THROW(asked().clearPersist(store_.path("nowhere")));
     EXPECT_FALSE(asked().getInstrument("SH1"));

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/CenterFixture.h"
+#include "tests/SecondaryRecords.h"
 
 // What both centers answer alike.
 
@@ -301,6 +302,199 @@ TYPED_TEST(Contract, OptionUnderlyingsAreKeyedByTheirOwnExchange) {
                  center.isStkOptionUndlCode("SH", "SH510050"));
     this->load({"SHO"}, {instrument("SHO", "10000002")});
     EXPECT_TRUE(center.isStkOptionUndlCode("SH", "510050")) << "an empty result keeps the underlyings";
+}
+
+/// A host's own record, which calls itself something else, and its thread asks the center whenever it is asked.
+class Renamed : public CInstrumentDetail {
+public:
+    explicit Renamed(const CInstrumentDetail& record) : CInstrumentDetail(record) {}
+    std::string getKey() const override { return code + "." + market; }
+};
+class RenamedFund : public CETFDetail {
+public:
+    explicit RenamedFund(const CETFDetail& fund) : CETFDetail(fund) {}
+    std::string getKey() const override { return "a fund"; }
+};
+class RenamedPlan : public COTCFundPlanInfo {
+public:
+    explicit RenamedPlan(const COTCFundPlanInfo& plan) : COTCFundPlanInfo(plan) {}
+    std::string getKey() const override { return "a plan"; }
+};
+
+TYPED_TEST(Contract, KeysAreOfMarketAndCodeWhateverARecordCallsItself) {
+    const PinnedDay day;
+    const auto renamed = [](const std::string& market, const std::string& code) {
+        auto record = boost::make_shared<Renamed>(*instrument(market, code));
+        record->listingDate = "20260302";
+        record->securityClass = 5;
+        return record;
+    };
+    const auto engine = std::make_shared<FailingEngine>();
+    TemporaryStore::service().setEngine(engine);
+    engine->failWritesOf("OvIns_DCE");  // served as the host handed it in
+    this->load({"SH", "NEEQ", "DCE"},
+               {renamed("SH", "730001"), renamed("SH", "689009"), renamed("NEEQ", "430001"), renamed("DCE", "m2601")});
+    IInstrumentCenter& center = this->asked();
+    EXPECT_THAT(keysOf(center.getInstruments("DCE")), ElementsAre("DCEm2601"));
+    EXPECT_THAT(keysOf(center.getInstruments("SH")), ElementsAre("SH689009", "SH730001"));
+    EXPECT_THAT(center.getStockIpoCodes(), ElementsAre("SH730001"));
+    EXPECT_THAT(center.getStockCdrCodes(), ElementsAre("SH689009"));
+    EXPECT_THAT(center.getNeeqInquiryCodes(), ElementsAre("NEEQ430001"));
+
+    engine->failWritesOf("OvIns_ALLETF");
+    center.initEtfs({boost::make_shared<RenamedFund>(*etf("SH", "510050", "510051"))});
+    EXPECT_THAT(center.getEtfs(), ElementsAre(testing::Key("SH510050")));
+    engine->failWritesOf("OvIns_OTCINS");
+    center.initOtcInstruments({boost::make_shared<RenamedPlan>(*plan("1", 1))});
+    EXPECT_THAT(keysOf(center.getOtcInstruments()), ElementsAre("SOTC1"));
+}
+
+/// A host's own issuance, whose key takes a look at the center.
+class Asking : public COTCSecuritiesIssuanceInfo {
+public:
+    explicit Asking(IInstrumentCenter& center) : center_(center) {}
+    std::string getKey() const override { return center_.hasIssuance("none") ? "unexpected" : "asked"; }
+
+private:
+    IInstrumentCenter& center_;
+};
+
+TYPED_TEST(Contract, ARecordMayAskTheCenterForItsOwnKey) {
+    IInstrumentCenter& center = this->asked();
+    const auto asking = boost::make_shared<Asking>(center);
+    center.initIssuanceInfos({asking});
+    center.updateIssuanceInfos(0, {asking});
+    EXPECT_TRUE(center.hasIssuance("asked"));
+    center.updateIssuanceInfos(3, {asking});
+    EXPECT_FALSE(center.hasIssuance("asked"));
+}
+
+/// A host that answers each list by the other form of the base class.
+template <class Center>
+class Crosswise : public Center {
+public:
+    using Names = std::list<std::string>;
+    void getInstruments(InstrumentMap& out) override { out.merge(Center::getInstruments()); }
+    InstrumentMap getInstruments() override {
+        InstrumentMap out;
+        Center::getInstruments(out);
+        return out;
+    }
+    void getInstruments(const Names& markets, InstrumentMap& out) override {
+        out.merge(Center::getInstruments(markets));
+    }
+    InstrumentMap getInstruments(const Names& markets) override {
+        InstrumentMap out;
+        Center::getInstruments(markets, out);
+        return out;
+    }
+    void getInstruments(EOvTraderType type, InstrumentMap& out) override { out.merge(Center::getInstruments(type)); }
+    InstrumentMap getInstruments(EOvTraderType type) override {
+        InstrumentMap out;
+        Center::getInstruments(type, out);
+        return out;
+    }
+    void getInstruments(const std::string& market, std::list<InstrumentPtr>& out) override {
+        for (const auto& [text, record] : Center::getInstruments(market)) {
+            out.push_back(record);
+        }
+    }
+    InstrumentMap getInstruments(const std::string& market) override {
+        InstrumentMap out;
+        std::list<InstrumentPtr> records;
+        if constexpr (std::is_same_v<Center, OpenServerCenter>) {
+            return Center::getInstruments(market);  // its list goes through this very slot, as promised
+        }
+        Center::getInstruments(market, records);
+        for (const InstrumentPtr& record : records) {
+            out.emplace(record->getKey(), record);
+        }
+        return out;
+    }
+};
+
+TYPED_TEST(Contract, AHostMayOverrideEveryListByItsOtherForm) {
+    Crosswise<typename TypeParam::Center> center;
+    center.initInstruments({"SH", "SOTC"}, {instrument("SH", "1"), instrument("SOTC", "2")});
+    IInstrumentCenter& asked = center;
+    InstrumentMap all;
+    asked.getInstruments(all);
+    asked.getInstruments({"SH"}, all);
+    asked.getInstruments(OvTraderAll, all);
+    EXPECT_THAT(keysOf(all), ElementsAre("SH1", "SOTC2"));
+    EXPECT_THAT(asked.getInstruments(), SizeIs(2));
+    EXPECT_THAT(asked.getInstruments(OvTraderAll), SizeIs(2));
+    EXPECT_THAT(asked.getInstruments(OvTraderStock), SizeIs(1));
+    EXPECT_THAT(asked.getInstruments(std::list<std::string>{"SH"}), SizeIs(1));
+    EXPECT_THAT(asked.getInstruments("SH"), SizeIs(1));
+    std::list<InstrumentPtr> list;
+    asked.getInstruments("SOTC", list);
+    EXPECT_THAT(list, SizeIs(1));
+}
+
+TYPED_TEST(Contract, RemovedMarketsAreGoneWithWhatWasDerivedOfThem) {
+    const PinnedDay day;
+    const auto contract = [](const std::string& market, const std::string& code, const std::string& product) {
+        const InstrumentPtr record = instrument(market, code);
+        record->productId = product;
+        record->mainContractFlag = product == "both" ? 0 : 1;
+        return record;
+    };
+    const InstrumentPtr issue = instrument("SH", "730001");
+    issue->listingDate = "20260302";
+    const InstrumentPtr option = instrument("SHO", "1");
+    option->productId = "50ETF(510050)";
+    const InstrumentPtr inquiry = instrument("NEEQ", "1");
+    inquiry->securityClass = 5;
+    this->load({"SH", "SZ", "HK", "DCE", "SHFE", "SHO", "NEEQ"},
+               {instrument("SH", "gone before"), instrument("SZ", "1"), instrument("HK", "1"),
+                contract("DCE", "p1", "p"), contract("SHFE", "q1", "q"), contract("DCE", "b1", "both"),
+                contract("SHFE", "b2", "both"), contract("DCE", "SP p1&p2", "p"), option, inquiry});
+    this->load({"SH"}, {issue});
+    ASSERT_THAT(this->asked().getStockIpoCodes(), SizeIs(1));
+    this->center().removeMarkets({"SH", "HGT", "DCE", "SHO", "NEEQ", "never there"});
+    IInstrumentCenter& center = this->asked();
+    EXPECT_THAT(keysOf(center.getInstruments()), ElementsAre("SHFEb2", "SHFEq1", "SZ1"));
+    for (const char* const key : {"SH730001", "SHgone before", "HK1", "DCEp1", "SHO1", "NEEQ1"}) {
+        EXPECT_FALSE(center.hasCode(key) || center.getInstrument(key)) << key;
+    }
+    EXPECT_THAT(center.getStockIpoCodes(), IsEmpty());
+    EXPECT_THAT(center.getNeeqInquiryCodes(), IsEmpty());
+    EXPECT_FALSE(center.isStkOptionUndlCode("SH", "510050"));
+    EXPECT_THAT(center.getFutureMainInstruments("DCE"), IsEmpty());
+    EXPECT_THAT(center.getProductMainInstruments(), ElementsAre(testing::Key("q")));
+    EXPECT_THAT(center.getProductInstruments("p"), IsEmpty());
+    EXPECT_THAT(center.getProductInstruments("both"),
+                testing::Each(testing::Pointee(testing::Field(&CInstrumentDetail::market, "SHFE"))));
+    EXPECT_THAT(center.getDceCrossPeriod(), IsEmpty());
+    this->load({"SH"}, {issue});
+    EXPECT_THAT(keysOf(center.getInstruments("SH")), ElementsAre("SH730001")) << "and may come back";
+}
+
+/// The sets of a host's own implementation.
+template <class Center>
+class OwnSets : public Center {
+public:
+    using IInstrumentCenter::setLumoCodes;
+    using IInstrumentCenter::setNeeqInquiryCodes;
+    using IInstrumentCenter::setStkOptionUndlCodes;
+    using IInstrumentCenter::setStockCdrCodes;
+    using IInstrumentCenter::setStockIpoCodes;
+};
+
+TYPED_TEST(Contract, AHostsImplementationFillsTheCodeSets) {
+    OwnSets<typename TypeParam::Center> own;
+    own.setStockIpoCodes("SH", {"SH730001"});
+    own.setStockIpoCodes("SZ", {"SZ301001"});
+    own.setStockCdrCodes("SH", {"SH689009"});
+    own.setNeeqInquiryCodes({"NEEQ1"});
+    own.setStkOptionUndlCodes("SH", {"510050"});
+    own.setLumoCodes({{"m1", "m2601"}});
+    EXPECT_THAT(own.getStockIpoCodes(), ElementsAre("SH730001", "SZ301001"));
+    EXPECT_THAT(own.getStockCdrCodes(), ElementsAre("SH689009"));
+    EXPECT_THAT(own.getNeeqInquiryCodes(), ElementsAre("NEEQ1"));
+    EXPECT_TRUE(own.isStkOptionUndlCode("SH", "510050"));
+    EXPECT_EQ(own.getLumoCode("m1"), "m2601");
 }
 
 }  // namespace

@@ -5,9 +5,11 @@
 #include <log4cxx/spi/loggingevent.h>
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/utils/Log.h"
@@ -38,6 +40,9 @@ public:
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
+    /// Called with each line's text once it is kept, on the thread that logs.
+    void onLine(std::function<void(const std::string& text)> call) { appender_->call = std::move(call); }
+
     std::vector<Line> lines() const {
         const std::lock_guard guard(appender_->lock);
         return appender_->lines;
@@ -59,13 +64,19 @@ private:
     public:
         mutable std::mutex lock;
         std::vector<Line> lines;
+        std::function<void(const std::string& text)> call;
 
     protected:
         void append(const log4cxx::spi::LoggingEventPtr& event, log4cxx::helpers::Pool& /*pool*/) override {
             const log4cxx::spi::LocationInfo& where = event->getLocationInformation();
-            const std::lock_guard guard(lock);
-            lines.push_back({event->getLevel()->toInt(), event->getMessage(), where.getFileName(),
-                             where.getMethodName(), where.getLineNumber()});
+            {
+                const std::lock_guard guard(lock);
+                lines.push_back({event->getLevel()->toInt(), event->getMessage(), where.getFileName(),
+                                 where.getMethodName(), where.getLineNumber()});
+            }
+            if (call) {
+                call(event->getMessage());
+            }
         }
         void close() override {}
         bool requiresLayout() const override { return false; }

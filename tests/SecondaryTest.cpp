@@ -303,5 +303,19 @@ TEST_F(ClientSecondary, DoesNothingWhereOnlyTheInMemoryCenterActs) {
     EXPECT_THAT(keysOf(asked().getInstruments(OvTraderOtc)), ElementsAre("SOTCP1"));
 }
 
+TYPED_TEST(Secondary, ABasketKeepsComponentsThatHaveNoCodeOfTheirOwn) {
+    const auto fund = etf("SH", "510050", "510051");
+    addComponent(*fund, "SH", "600000", "first");
+    addComponent(*fund, "SH", "600001", "second");
+    for (const auto& [key, component] : fund->components) {
+        component->code.clear();
+    }
+    this->center().initEtfs({fund});
+    const auto answered = this->asked().getEtf("SH510050");
+    ASSERT_EQ(answered->components.size(), 2U);
+    EXPECT_EQ(answered->components["600001"]->name, "second");
+    EXPECT_EQ(fund->components["600001"]->code, "") << "the host's own record is left alone";
+}
+
 }  // namespace
 }  // namespace mxservice

@@ -124,6 +124,21 @@ TEST_F(ClientStatistics, ReloadReplacesSomeKeysAndRemovesOthers) {
     EXPECT_EQ(counts(center(), "SZ"), Counts(0, 0, 0, 0, 2, 0, 0)) << "named, and nothing came";
 }
 
+TEST_F(ClientStatistics, LoadsAtTheSameTimeDoNotMix) {
+    const auto engine = std::make_shared<FailingEngine>();
+    store_.service().setEngine(engine);
+    load({"SZ"}, {instrument("SZ", "1"), instrument("SZ", "2")});
+    engine->onWrite([&](const std::string& db) {
+        if (db == "OvIns_SZ") {
+            load({"BJ"}, {instrument("BJ", "1")});
+            EXPECT_EQ(counts(center(), "SZ"), Counts(2, 0, 2, 0, 0, 0, 0)) << "its reload has not ended";
+        }
+    });
+    load({"SZ"}, {instrument("SZ", "2"), instrument("SZ", "2"), instrument("SZ", "3")});
+    EXPECT_EQ(counts(center(), "SZ"), Counts(3, 0, 2, 1, 1, 1, 0));
+    EXPECT_EQ(counts(center(), "BJ"), Counts(1, 0, 1, 0, 0, 0, 0));
+}
+
 TEST_F(ClientStatistics, APartialListingIsCompletedFromTheStore) {
     load({"HK"}, {instrument("HK", "1"), instrument("HK", "2")});
     load({"HGT"}, {instrument("HGT", "2")});
@@ -146,6 +161,7 @@ TEST_F(ClientStatistics, FailedWritesAreCountedByDatabase) {
     std::vector<std::pair<std::string, std::uint64_t>> failed;
     for (const FailedWrites& writes : center().statistics().failedWrites) {
         failed.emplace_back(writes.database, writes.writes);
+        EXPECT_EQ(writes.reason, "injected") << writes.database;
     }
     EXPECT_THAT(failed,
                 ElementsAre(std::pair("OvIns_ALLETF", 1U), std::pair("OvIns_SZ", 2U), std::pair("OvRawSH", 1U)));

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -42,12 +41,10 @@ inline std::vector<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
-/// The text with one blank where several stand: what a table says, however wide its columns are.
-inline std::string squeezed(const std::string& text) {
-    std::string narrow;
-    std::unique_copy(text.begin(), text.end(), std::back_inserter(narrow),
-                     [](char left, char right) { return left == ' ' && right == ' '; });
-    return narrow;
+/// A text whose runs of blanks are one blank each: how wide a column is depends on everything else in it.
+inline std::string squeezed(std::string text) {
+    text.erase(std::unique(text.begin(), text.end(), [](char a, char b) { return a == ' ' && b == ' '; }), text.end());
+    return text;
 }
 
 /// A day of a few records in all catalogues.

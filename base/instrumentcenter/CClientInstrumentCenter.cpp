@@ -61,7 +61,7 @@ void saveRaw(const std::string& market, const MarketRecords& records, Guarded<Lo
     const std::string db = DBBuilder::buildRawDbName(market);
     store().initDb(db, false);
     if (!store().writeDocuments(db, batch, false)) {
-        loads.write()->noteFailedWrite(db);
+        loads.write()->noteFailedWrite(db, store().lastFailure());
     }
 }
 
@@ -111,15 +111,28 @@ void combineConnectFlags(GroupedSnapshot& datas, const ConnectListings& listings
     }
 }
 
+/// A name beside the directory's own that nothing has: what bears it already is not ours to take away, be it a plain
+/// file.
+boost::filesystem::path freeNameBeside(const boost::filesystem::path& directory) {
+    namespace fs = boost::filesystem;
+    const std::string name = "." + directory.filename().string() + ".cleared";
+    fs::path free = directory.parent_path() / name;
+    boost::system::error_code error;
+    for (int i = 2; fs::symlink_status(free, error).type() != fs::file_not_found; ++i) {
+        free = directory.parent_path() / (name + "-" + std::to_string(i));
+    }
+    return free;
+}
+
 /// Removes a directory. First it gets a name that is no database's: it vanishes for other processes in one step, and
-/// when this one dies half way, no database is left without one of its files.
+/// when this one dies half way, no database is left without one of its files. What is left then has "OvIns" in its name
+/// still, and goes with the next clearing.
 boost::system::error_code removeWhole(const boost::filesystem::path& directory) {
     namespace fs = boost::filesystem;
     boost::system::error_code error;
     fs::path aside = directory;
     if (directory.filename().string().front() != '.') {
-        aside = directory.parent_path() / ("." + directory.filename().string() + ".cleared");
-        fs::remove_all(aside, error);
+        aside = freeNameBeside(directory);
         fs::rename(directory, aside, error);
     }
     fs::remove_all(error ? directory : aside, error);
@@ -147,44 +160,42 @@ void CClientInstrumentCenter::doInitInstruments(const std::vector<std::string>& 
                                                 const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) {
     const Stopwatch watch;
     LoadReport report = reportOn(instruments);
-    StepWatch steps;
-    {
-        Replacement replacement(client_->databases);
-        forgetMarkets(markets, replacement);
-        loadInstruments(markets, instruments, replacement, steps);
-    }
-    steps.done(kReleaseStep);
-    report.steps = steps.take();
+    ClientLoad load(*client_);
+    forgetMarkets(markets, load);
+    loadInstruments(markets, instruments, load);
+    load.steps.done(kReleaseStep);
+    report.steps = load.steps.take();
     if (instruments.size() >= kLargeLoad) {
         utils::releaseFreeMemory();
     }
     report.time = watch.elapsed();
-    state().loads.write()->finish(std::move(report));
+    state().loads.write()->finish(std::move(report), load.notes);
 }
 
 void CClientInstrumentCenter::loadInstruments(const std::vector<std::string>& markets,
                                               const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
-                                              Replacement& replacement, StepWatch& steps) {
+                                              ClientLoad& load) {
+    StepWatch& steps = load.steps;
     GroupedSnapshot datas;
     ConnectListings listings;
-    doProcessInstrument(instruments, datas, listings);
+    group(instruments, datas, listings, load.notes);
     std::vector<InstrumentPtr> hongKongExtra;
     tryMergeHkExchangeDatas(markets, instruments, hongKongExtra);
     if (!hongKongExtra.empty()) {
-        doProcessInstrument(hongKongExtra, datas, listings);
-        state().loads.write()->noteRestored(marketKey(market::kHongKong), hongKongExtra.size());
+        group(hongKongExtra, datas, listings, load.notes);
+        load.notes.noteRestored(marketKey(market::kHongKong), hongKongExtra.size());
     }
     std::vector<InstrumentPtr> shanghaiExtra;
     tryMergeSHExchangeDatas(markets, instruments, shanghaiExtra);
     if (!shanghaiExtra.empty()) {
         ConnectListings unused;
-        doProcessInstrument(shanghaiExtra, datas, unused);
-        state().loads.write()->noteRestored(marketKey(market::kShanghai), shanghaiExtra.size());
+        group(shanghaiExtra, datas, unused, load.notes);
+        load.notes.noteRestored(marketKey(market::kShanghai), shanghaiExtra.size());
     }
     combineConnectFlags(datas, listings);
     steps.done(kGroupingStep);
-    writeMarkets(datas, "", replacement);
-    replacement.dropRest();
+    writeMarkets(datas, "", load);
+    load.replacement.dropRest();
     steps.done(kFilingStep);
     createFutureMainDatas(datas);
     steps.done(kMainsStep);
@@ -206,8 +217,17 @@ void CClientInstrumentCenter::doProcessInstrument(
     const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
     std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& datas,
     std::map<uint64, std::map<uint64, std::int32_t>>& flags) {
-    const ReceivedByMarket received = groupRecords(instruments, datas, flags);
-    state().loads.write()->receive(received);
+    LoadNotes notes;
+    group(instruments, datas, flags, notes);
+}
+
+void CClientInstrumentCenter::group(const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
+                                    std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& datas,
+                                    std::map<uint64, std::map<uint64, std::int32_t>>& flags, LoadNotes& notes) {
+    notes.receive(groupRecords(instruments, datas, flags));
+    // Noted in one step for the whole batch: a step each would stop every thread of the process for a moment, thousands
+    // of times a load.
+    std::map<std::string, std::string> platformCodes;
     for (const InstrumentPtr& record : instruments) {
         if (!record || record->code == record->platformCode) {
             continue;
@@ -217,9 +237,18 @@ void CClientInstrumentCenter::doProcessInstrument(
             PM_LOG(utils::kLogInfo, kClientSource,
                    fmt::format("[inscenter] continue ins {}, {}", record->code, record->platformCode));
         } else if (futures || utils::isForeignMarket(record->market)) {
-            state().codeSets.write()->lumoCodes[record->code] = record->platformCode;
+            platformCodes[record->code] = record->platformCode;
         }
     }
+    if (platformCodes.empty()) {
+        return;
+    }
+    // Merged beside the readers. Of a code that is known the new one counts; `platformCodes` leaves with the former
+    // table.
+    auto update = state().codeSets.update();
+    std::map<std::string, std::string> known = update->lumoCodes;
+    platformCodes.merge(known);
+    update.commit([&](CodeSets& sets) noexcept { sets.lumoCodes.swap(platformCodes); });
 }
 
 void CClientInstrumentCenter::tryMergeHkExchangeDatas(
@@ -238,13 +267,13 @@ void CClientInstrumentCenter::tryMergeSHExchangeDatas(
 void CClientInstrumentCenter::createExchangeDatas(
     // NOLINTNEXTLINE(performance-unnecessary-value-param): hosts compile against the signature
     std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& datas, std::string market) {
-    Replacement none(client_->databases);
-    writeMarkets(datas, market, none);
+    ClientLoad load(*client_);
+    writeMarkets(datas, market, load);
 }
 
 void CClientInstrumentCenter::writeMarkets(
     std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& datas, const std::string& market,
-    Replacement& replacement) {
+    ClientLoad& load) {
     for (auto& [marketHash, records] : datas) {
         const Stopwatch watch;
         std::erase_if(records, [](const auto& entry) { return !entry.second; });
@@ -252,39 +281,53 @@ void CClientInstrumentCenter::writeMarkets(
         const std::string folded(foldedMarket(market.empty() ? firstMarket : market));
         const std::string db = DBBuilder::buildDbName(folded);
         client_->instruments.refresh(records);
-        const KeySet former = state().loads.write()->takeCleared(marketHash);
-        MarketLoad load;
-        load.market = folded;
+        const KeySet former = load.notes.takeCleared(marketHash);
+        MarketLoad done;
+        done.market = folded;
         KeySet keys;
         keys.reserve(records.size());
         bool oddlyKeyed = false;
         for (const auto& [key, record] : records) {
             keys.insert(key);
-            load.replaced += former.count(key);
+            done.replaced += former.count(key);
             oddlyKeyed = oddlyKeyed || isOfAnother(key, *record);
         }
         if (oddlyKeyed) {
             client_->oddlyKeyed.write()->insert(marketHash);
         }
-        load.stored = keys.size();
-        load.removed = former.size() - load.replaced;
-        const bool saved = !isCatalogueName(folded) && replacement.save(db, DocumentBatch(records));
-        // The cache is refreshed once more, for a reader that met the old document between the first time and now.
-        if (saved) {
-            client_->failedDatas.write()->current.erase(marketHash);
-            client_->instruments.refresh(records);
-        } else {
+        done.stored = keys.size();
+        done.removed = former.size() - done.replaced;
+        const DocumentBatch batch(records);
+        bool saved = false;
+        std::string reason = "a catalogue's own documents have that name";
+        {
+            // Database, parked records and cache change together: of two loads of one market the one that writes last
+            // has its way in all three.
+            const DatabaseWriting writing(client_->databases, db);
+            if (!isCatalogueName(folded)) {
+                saved = load.replacement.save(db, batch);
+                reason = store().lastFailure();
+            }
+            // The cache is refreshed once more, for a reader that met the old document between the first time and now.
+            if (saved) {
+                client_->failedDatas.write()->current.erase(marketHash);
+                client_->instruments.refresh(records);
+            } else {
+                const MarketRecords parked = records;
+                cacheFailedDatas(marketHash, records);
+                client_->instruments.refresh(parked);
+            }
+        }
+        if (!saved) {
             PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, firstMarket));
-            state().loads.write()->noteFailedWrite(db);
-            load.unwritten = load.stored;
-            const MarketRecords parked = records;
-            cacheFailedDatas(marketHash, records);
-            client_->instruments.refresh(parked);
+            state().loads.write()->noteFailedWrite(db, reason);
+            done.unwritten = done.stored;
         }
         client_->codeIndex.install(marketHash, std::move(keys));
         client_->names.updateDbName(folded, db);
-        load.time = watch.elapsed();
-        state().loads.write()->settle(marketHash, std::move(load));
+        done.time = watch.elapsed();
+        done = load.notes.settled(marketHash, std::move(done));
+        state().loads.write()->settle(marketHash, std::move(done));
     }
 }
 
@@ -304,27 +347,31 @@ bool CClientInstrumentCenter::getCachedDatas(uint64 marketHash,
     }
     for (const auto& [key, record] : found->second) {
         if (record) {
-            out[record->getKey()] = record;
+            out[keyTextOf(*record)] = record;
         }
     }
     return !found->second.empty();
 }
 
 void CClientInstrumentCenter::clearDatas(const std::vector<std::string>& markets) {
-    Replacement byNothing(client_->databases);
+    ClientLoad byNothing(*client_);
     forgetMarkets(markets, byNothing);
+    byNothing.replacement.dropRest();
+    state().loads.write()->settleEmptied(byNothing.notes);
 }
 
-void CClientInstrumentCenter::forgetMarkets(const std::vector<std::string>& markets, Replacement& replacement) {
+void CClientInstrumentCenter::forgetMarkets(const std::vector<std::string>& markets, ClientLoad& load) {
     std::set<std::string> names;
     for (const std::string& market : markets) {
         names.emplace(foldedMarket(market));
     }
     for (const std::string& name : names) {
-        replacement.add(client_->names.getDbName(name));
+        load.replacement.add(client_->names.getDbName(name));
         const MarketKey key = marketKey(name);
         KeySet former = client_->codeIndex.clear(key);
-        state().loads.write()->noteCleared(key, name, std::move(former));
+        load.notes.noteCleared(key, name, std::move(former));
+        // From now on the market is empty; what was parked for it is a former day's.
+        client_->failedDatas.write()->current.erase(key);
     }
 }
 

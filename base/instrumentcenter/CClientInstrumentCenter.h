@@ -20,8 +20,8 @@
 
 namespace mxservice {
 
-class Replacement;
-class StepWatch;
+class LoadNotes;
+struct ClientLoad;
 struct ClientState;
 
 /// The center of client processes: records live in the local store (persist::CPersistService, whose root path the host
@@ -141,6 +141,11 @@ public:
     /// In "NASDAQ".
     virtual bool hasNasdaqStock(const std::string& code);
 
+    /// Removes whole markets: keys, documents, lists, and what was derived of them. "HGT" and "SGT" stand for "HK"; raw
+    /// databases, from which a later load may complete Hong Kong or Shanghai, stay. So do funds, bonds and plans, which
+    /// have loads of their own. Not virtual; threads and I/O as in the loads.
+    void removeMarkets(const std::vector<std::string>& markets);
+
     /// What the loads did and how large the tables are. No I/O; walks the tables that own texts, each under its shared
     /// lock, so it is for an operator's page and not for every tick.
     CenterStatistics statistics() const;
@@ -214,19 +219,27 @@ private:
     /// The records that getInstrument answers for the keys.
     std::vector<boost::shared_ptr<CInstrumentDetail>> recordsOf(const std::vector<uint64>& keys);
     void loadInstruments(const std::vector<std::string>& markets,
-                         const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments, Replacement& replacement,
-                         StepWatch& steps);
-    /// Unfiles the keys of whole markets and leaves dropping their documents to `replacement`.
-    void forgetMarkets(const std::vector<std::string>& markets, Replacement& replacement);
-    /// createExchangeDatas; databases of `replacement` are emptied in the step that writes them.
+                         const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments, ClientLoad& load);
+    /// doProcessInstrument of a load that notes what it receives.
+    void group(const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
+               std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& datas,
+               std::map<uint64, std::map<uint64, std::int32_t>>& flags, LoadNotes& notes);
+    /// Unfiles the keys of whole markets and leaves dropping their documents to the load.
+    void forgetMarkets(const std::vector<std::string>& markets, ClientLoad& load);
+    /// createExchangeDatas; databases that the load drops are emptied in the step that writes them.
     void writeMarkets(std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& datas,
-                      const std::string& market, Replacement& replacement);
+                      const std::string& market, ClientLoad& load);
     /// Replaces a pseudo-market by the instruments that stand for `received` records of another kind.
     void replaceMarket(const std::string& market,
                        std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped,
                        std::size_t received);
     void addMarket(uint64 marketHash, const std::string& market, const char* failure,
                    std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out);
+    void removeFromProducts(uint64 market);
+    void addMarkets(const std::list<std::string>& markets, const char* failure,
+                    std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out);
+    void addEverything(const char* failure, std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out);
+    std::map<std::string, boost::shared_ptr<CInstrumentDetail>> ofTraderType(EOvTraderType type);
 
     std::unique_ptr<ClientState> client_;
 };

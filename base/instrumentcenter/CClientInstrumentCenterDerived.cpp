@@ -58,8 +58,9 @@ void CClientInstrumentCenter::createFutureMainDatas(
         const bool saved = allSaved || store().replaceHashDatas(db, {*field});
         ++field;
         if (!saved) {
+            const std::string reason = store().lastFailure();
             PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kFutureMains));
-            state().loads.write()->noteFailedWrite(db);
+            state().loads.write()->noteFailedWrite(db, reason);
         }
         const auto futures = client_->futures.write();
         installMainContracts(market, mains, *futures);
@@ -89,8 +90,9 @@ void CClientInstrumentCenter::createFutureProdcutDatas(
     const std::string db = DBBuilder::buildDbName(kFutureProducts);
     const bool saved = (store().initDb(db, false) && store().replaceHashDatas(db, fields)) || fields.empty();
     if (!saved) {
+        const std::string reason = store().lastFailure();
         PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kFutureProducts));
-        state().loads.write()->noteFailedWrite(db);
+        state().loads.write()->noteFailedWrite(db, reason);
     }
     {
         const auto futures = client_->futures.write();
@@ -101,7 +103,11 @@ void CClientInstrumentCenter::createFutureProdcutDatas(
                     contracts.begin(), contracts.end(), std::back_inserter(keys),
                     [](const InstrumentPtr& contract) { return stockKey(contract->market, contract->code); });
             }
-            futures->products[product] = {saved, std::move(keys)};
+            std::set<MarketKey> markets;
+            for (const InstrumentPtr& contract : contracts) {
+                markets.insert(marketKey(contract->market));
+            }
+            futures->products[product] = {saved, std::move(keys), std::move(markets)};
         }
     }
     client_->names.updateDbName(kFutureProducts, db);
@@ -158,7 +164,7 @@ std::vector<boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCenter::recor
     std::vector<InstrumentPtr> records;
     records.reserve(keys.size());
     for (const StockKey key : keys) {
-        if (InstrumentPtr record = getInstrument(key)) {
+        if (InstrumentPtr record = CClientInstrumentCenter::getInstrument(key)) {
             records.push_back(std::move(record));
         }
     }
@@ -209,6 +215,54 @@ std::list<boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCenter::getProd
     const auto records = product.saved ? readField(client_->names.getDbName(kFutureProducts), fieldOf(productId))
                                        : recordsOf(product.unsaved);
     return {records.begin(), records.end()};
+}
+
+void CClientInstrumentCenter::removeMarkets(const std::vector<std::string>& markets) {
+    for (const std::string& market : markets) {
+        const std::string name(foldedMarket(market));
+        const MarketKey key = marketKey(name);
+        removeMarket(name, state().codeSets);
+        const std::vector<StockKey> listed = client_->codeIndex.keysOf(key);
+        clearDatas({name});
+        // What loads have left that did not name the market.
+        KeySet keys = client_->codeIndex.remove(key);
+        keys.insert(listed.begin(), listed.end());
+        removeMarket(key, keys, *client_->futures.write());
+        removeFromProducts(key);
+        if (client_->outerMarkets.count(key) != 0) {
+            exchange(client_->outer, OuterTables());
+        }
+    }
+}
+
+/// Products whose contracts were all of the market are forgotten. Others keep the rest: their field in the store still
+/// has the market's contracts, so they answer by key from now on.
+void CClientInstrumentCenter::removeFromProducts(uint64 market) {
+    std::vector<std::string> concerned;
+    {
+        const auto futures = client_->futures.read();
+        for (const auto& [product, stored] : futures->products) {
+            if (stored.markets.count(market) != 0) {
+                concerned.push_back(product);
+            }
+        }
+    }
+    for (const std::string& product : concerned) {
+        StoredProduct rest;
+        for (const InstrumentPtr& contract : CClientInstrumentCenter::getProductInstruments(product)) {
+            const MarketKey key = marketKey(contract->market);
+            if (key != market) {
+                rest.unsaved.push_back(stockKey(contract->market, contract->code));
+                rest.markets.insert(key);
+            }
+        }
+        const auto futures = client_->futures.write();
+        if (rest.unsaved.empty()) {
+            futures->products.erase(product);
+        } else {
+            std::swap(futures->products[product], rest);
+        }
+    }
 }
 
 std::string CClientInstrumentCenter::getProductId(const std::string& market, const std::string& code) {

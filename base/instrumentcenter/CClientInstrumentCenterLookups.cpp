@@ -125,8 +125,12 @@ boost::shared_ptr<CInstrumentDetail> CClientInstrumentCenter::getInstrument(cons
     return getInstrument(stockKey(market, code));
 }
 
+// The lists. A host may override any of them in terms of another one of this class, so none calls another through its
+// slot.
+
 /// Adds one loaded market's records to `out`: those parked in memory if its last write failed, else those of its
-/// database. Records read here do not enter the cache: one sweep would push everything else out.
+/// database, and the parked ones of keys that the database lacks. Records read here do not enter the cache: one sweep
+/// would push everything else out.
 void CClientInstrumentCenter::addMarket(uint64 marketHash, const std::string& market, const char* failure,
                                         std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
     if (!client_->codeIndex.knowsMarket(marketHash)) {
@@ -142,79 +146,98 @@ void CClientInstrumentCenter::addMarket(uint64 marketHash, const std::string& ma
         }
         return;
     }
+    // Of what was parked on a former day only keys that today's listing has and its database lost: a document is newer.
+    std::map<std::uint64_t, InstrumentPtr> lost = client_->parkedRecords(marketHash);
+    std::erase_if(lost, [&](const auto& entry) { return client_->codeIndex.marketOf(entry.first) != marketHash; });
     // What a load is about to replace counts as dropped.
-    const bool dropped = client_->databases.dropped.read()->count(db) != 0;
-    const auto records = dropped ? std::vector<InstrumentPtr>() : readRecords<CInstrumentDetail>(db);
-    if (records.empty()) {
-        getCachedDatas(marketHash, out);
+    if (client_->databases.dropped.read()->count(db) == 0) {
+        const auto found = [&](std::string_view keyText) {
+            if (!lost.empty()) {
+                lost.erase(documentKey(keyText));
+            }
+        };
+        addByKeyText(readRecords<CInstrumentDetail>(db, recordOf<CInstrumentDetail>, found), out);
     }
-    addByKeyText(records, out);
+    std::vector<InstrumentPtr> rest;
+    for (const auto& [key, record] : lost) {
+        rest.push_back(record);
+    }
+    addByKeyText(rest, out);
+}
+
+void CClientInstrumentCenter::addMarkets(const std::list<std::string>& markets, const char* failure,
+                                         std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
+    for (const std::string& market : markets) {
+        addMarket(marketKey(foldedMarket(market)), market, failure, out);
+    }
+}
+
+void CClientInstrumentCenter::addEverything(const char* failure,
+                                            std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
+    for (const MarketKey market : client_->codeIndex.markets()) {
+        addMarket(market, std::to_string(market), failure, out);
+    }
+}
+
+std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCenter::ofTraderType(EOvTraderType type) {
+    InstrumentMap out;
+    if (meansAll(type)) {
+        addEverything(nullptr, out);
+    } else if (type == OvTraderOtc) {
+        out = CClientInstrumentCenter::getOtcInstruments();
+    } else {
+        addMarkets(getExchanges(type), kListRefFailed, out);
+        keepOnly(type, out);
+    }
+    return out;
 }
 
 std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCenter::getInstruments(
     const std::string& market) {
     InstrumentMap out;
-    addMarket(marketKey(foldedMarket(market)), market, kMarketFailed, out);
+    addMarkets({market}, kMarketFailed, out);
     return out;
 }
 
 std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCenter::getInstruments() {
     InstrumentMap out;
-    for (const MarketKey market : client_->codeIndex.markets()) {
-        addMarket(market, {}, nullptr, out);
-    }
+    addEverything(nullptr, out);
     return out;
 }
 
 void CClientInstrumentCenter::getInstruments(std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
-    for (const MarketKey market : client_->codeIndex.markets()) {
-        addMarket(market, std::to_string(market), kMarketRefFailed, out);
-    }
+    addEverything(kMarketRefFailed, out);
 }
 
 std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCenter::getInstruments(
     const std::list<std::string>& markets) {
     InstrumentMap out;
-    for (const std::string& market : markets) {
-        addMarket(marketKey(foldedMarket(market)), market, kListFailed, out);
-    }
+    addMarkets(markets, kListFailed, out);
     return out;
 }
 
 void CClientInstrumentCenter::getInstruments(const std::list<std::string>& markets,
                                              std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
-    for (const std::string& market : markets) {
-        addMarket(marketKey(foldedMarket(market)), market, kListRefFailed, out);
-    }
+    addMarkets(markets, kListRefFailed, out);
 }
 
 void CClientInstrumentCenter::getInstruments(const std::string& market,
                                              std::list<boost::shared_ptr<CInstrumentDetail>>& out) {
-    for (const auto& [text, record] : getInstruments(market)) {
+    InstrumentMap records;
+    addMarkets({market}, kMarketFailed, records);
+    for (const auto& [text, record] : records) {
         out.push_back(record);
     }
 }
 
 std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCenter::getInstruments(
     EOvTraderType type) {
-    if (meansAll(type)) {
-        return getInstruments();
-    }
-    if (type == OvTraderOtc) {
-        return getOtcInstruments();
-    }
-    InstrumentMap out;
-    const std::list<std::string> markets = getExchanges(type);
-    if (!markets.empty()) {
-        getInstruments(markets, out);
-        keepOnly(type, out);
-    }
-    return out;
+    return ofTraderType(type);
 }
 
 void CClientInstrumentCenter::getInstruments(EOvTraderType type,
                                              std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
-    out.merge(getInstruments(type));
+    out.merge(ofTraderType(type));
 }
 
 }  // namespace mxservice

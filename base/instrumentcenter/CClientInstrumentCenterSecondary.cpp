@@ -47,29 +47,84 @@ std::set<std::uint64_t> keysOf(const std::map<std::uint64_t, boost::shared_ptr<R
 
 enum class Others { Keep, Drop };
 
-/// Writes the records, all in one step, in which the database's other documents are kept or dropped. Nothing when they
-/// are stored; else those that are not: the ones that are too large for a document, or all of them, which may be none,
-/// when the write fails.
+/// Some of the documents of a batch.
+class PartOfBatch final : public persist::StoreBatch {
+public:
+    PartOfBatch(const persist::StoreBatch& whole, std::vector<std::size_t> entries)
+        : whole_(whole), entries_(std::move(entries)) {}
+    std::size_t size() const override { return entries_.size(); }
+    std::string_view key(std::size_t entry) const override { return whole_.key(entries_[entry]); }
+    std::string_view value(std::size_t entry) const override { return whole_.value(entries_[entry]); }
+
+private:
+    const persist::StoreBatch& whole_;
+    const std::vector<std::size_t> entries_;
+};
+
 template <class Record>
-std::optional<std::map<std::uint64_t, boost::shared_ptr<Record>>> saveApart(
-    const std::string& db, const std::map<std::uint64_t, boost::shared_ptr<Record>>& records, Others rest) {
-    const auto save = [&](const persist::StoreBatch& batch) {
-        return rest == Others::Drop ? store().replaceDocuments(db, batch) : store().writeDocuments(db, batch, false);
+struct Unsaved {
+    std::map<std::uint64_t, boost::shared_ptr<Record>> records;
+    std::string reason;
+};
+
+/// Writes the batch of the records, all in one step, in which the database's other documents are kept or dropped.
+/// Nothing when they are stored; else those that are not: the ones that are too large for a document, or all of them,
+/// which may be none, when the write fails.
+template <class Record>
+std::optional<Unsaved<Record>> saveApart(const std::string& db, const DocumentBatch<Record>& batch,
+                                         const std::map<std::uint64_t, boost::shared_ptr<Record>>& records,
+                                         Others rest) {
+    const auto save = [&](const persist::StoreBatch& part) {
+        return rest == Others::Drop ? store().replaceDocuments(db, part) : store().writeDocuments(db, part, false);
     };
     const bool nothingToDo = rest == Others::Keep && records.empty();
-    if (nothingToDo || save(DocumentBatch(records))) {
+    if (nothingToDo || save(batch)) {
         return std::nullopt;
     }
-    std::map<std::uint64_t, boost::shared_ptr<Record>> tooLarge;
-    std::vector<std::pair<std::uint64_t, const Record*>> others;
-    for (const auto& [key, record] : records) {
-        if (std::string bytes; record->appendDocument(bytes)) {
-            others.emplace_back(key, record.get());
+    Unsaved<Record> unsaved{{}, store().lastFailure()};
+    std::vector<std::size_t> fitting;
+    for (std::size_t entry = 0; entry < batch.size(); ++entry) {
+        if (batch.value(entry).empty()) {
+            const std::uint64_t key = documentKey(batch.key(entry));
+            unsaved.records.emplace(key, records.at(key));
         } else {
-            tooLarge.emplace(key, record);
+            fitting.push_back(entry);
         }
     }
-    return !tooLarge.empty() && save(DocumentBatch<Record>(others)) ? tooLarge : records;
+    if (unsaved.records.empty() || !save(PartOfBatch(batch, std::move(fitting)))) {
+        unsaved.records = records;
+    }
+    return unsaved;
+}
+
+/// Writes a catalogue's records and makes them what memory knows of it: keys, records that could not be written, cache.
+/// All of it while no other load of the catalogue writes: of two at once the one that writes last has its way in the
+/// store and in memory.
+template <class Record>
+void replaceCatalogue(const std::string& db, const char* name, Others rest,
+                      const std::map<std::uint64_t, boost::shared_ptr<Record>>& records, SharedDatabases& databases,
+                      Guarded<StoredCatalogue<Record>>& catalogue, RecordCache<Record>& cache,
+                      Guarded<LoadLedger>& loads) {
+    StoredCatalogue<Record> fresh;  // then what it replaced, destroyed after the locks
+    fresh.keys = keysOf(records);
+    const DocumentBatch batch(records);
+    std::optional<std::string> failure;
+    {
+        const DatabaseWriting writing(databases, db);
+        store().initDb(db, false);
+        if (auto unsaved = saveApart(db, batch, records, rest)) {
+            failure = std::move(unsaved->reason);
+            fresh.unsaved = std::move(unsaved->records);
+            fresh.isBehind = rest == Others::Drop;
+        }
+        std::swap(*catalogue.write(), fresh);
+        // After the write: a reader that met an old document meanwhile has its copy replaced.
+        cache.refresh(records);
+    }
+    if (failure) {
+        PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, name));
+        loads.write()->noteFailedWrite(db, *failure);
+    }
 }
 
 /// The record of a key: cached, else not written to the store, else stored there.
@@ -113,11 +168,11 @@ void CClientInstrumentCenter::doInitEtfs(const std::vector<boost::shared_ptr<CET
         }
     }
     std::set<std::uint64_t> keys = keysOf(etfByKey);
-    if (auto unsaved = saveApart(db, etfByKey, Others::Keep)) {
+    if (auto unsaved = saveApart(db, DocumentBatch(etfByKey), etfByKey, Others::Keep)) {
         PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kEtfInstruments));
-        state().loads.write()->noteFailedWrite(db);
+        state().loads.write()->noteFailedWrite(db, unsaved->reason);
         // Records that an earlier load could not write are kept until a later one fails: deliberate.
-        std::swap(client_->etfs.write()->unsaved, *unsaved);
+        std::swap(client_->etfs.write()->unsaved, unsaved->records);
     }
     std::swap(client_->etfs.write()->keys, keys);
     replaceMarket(kEtfInstruments, grouped, received);
@@ -127,10 +182,10 @@ void CClientInstrumentCenter::doInitEtfs(const std::vector<boost::shared_ptr<CET
 void CClientInstrumentCenter::replaceMarket(
     const std::string& market, std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped,
     std::size_t received) {
-    Replacement replacement(client_->databases);
-    forgetMarkets({market}, replacement);
-    state().loads.write()->receive({{marketKey(market), received}});
-    writeMarkets(grouped, market, replacement);
+    ClientLoad load(*client_);
+    forgetMarkets({market}, load);
+    load.notes.receive({{marketKey(market), received}});
+    writeMarkets(grouped, market, load);
 }
 
 bool CClientInstrumentCenter::hasEtf(const std::string& code) {
@@ -158,10 +213,10 @@ std::map<std::string, boost::shared_ptr<CETFDetail>> CClientInstrumentCenter::ge
     std::map<std::string, boost::shared_ptr<CETFDetail>> etfs;
     const auto unsaved = client_->etfs.read()->unsaved;
     for (const auto& [key, etf] : unsaved) {
-        etfs[etf->getKey()] = etf;
+        etfs[keyTextOf(*etf)] = etf;
     }
     for (auto& etf : readRecords(client_->names.getDbName(kAllEtfs), knownRecordOf<CETFDetail>)) {
-        etfs.emplace(etf->getKey(), std::move(etf));
+        etfs.emplace(keyTextOf(*etf), std::move(etf));
     }
     return etfs;
 }
@@ -173,7 +228,6 @@ void CClientInstrumentCenter::initBonds(const std::map<std::string, boost::share
 void CClientInstrumentCenter::doInitBonds(const std::map<std::string, boost::shared_ptr<CBondInfoDetail>>& bonds) {
     const std::string db = DBBuilder::buildDbName(kBankBonds);
     std::map<std::string, std::string> interbankCodes;
-    StoredCatalogue<CBondInfoDetail> fresh;
     std::map<std::uint64_t, boost::shared_ptr<CBondInfoDetail>> bondByKey;
     GroupedSnapshot grouped;
     MarketRecords& instruments = grouped[marketKey(market::kInterbank)];
@@ -192,15 +246,8 @@ void CClientInstrumentCenter::doInitBonds(const std::map<std::string, boost::sha
         addBondInstrument(*bond, instruments);
         ++received;
     }
-    fresh.keys = keysOf(bondByKey);
-    store().initDb(db, false);
-    if (auto unsaved = saveApart(db, bondByKey, Others::Keep)) {
-        fresh.unsaved = std::move(*unsaved);
-        PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kBankBonds));
-        state().loads.write()->noteFailedWrite(db);
-    }
-    std::swap(*client_->bondCatalogue.write(), fresh);
-    client_->bonds.refresh(bondByKey);
+    replaceCatalogue(db, kBankBonds, Others::Keep, bondByKey, client_->databases, client_->bondCatalogue,
+                     client_->bonds, state().loads);
     std::swap(*client_->interbankCodes.write(), interbankCodes);
     replaceMarket(market::kInterbank, grouped, received);
     client_->names.updateDbName(kBankBonds, db);
@@ -246,7 +293,8 @@ void CClientInstrumentCenter::doInitCounterpartys(
 void CClientInstrumentCenter::updateCounterpartyInfo(const boost::shared_ptr<CCounterpartyDetail>& counterparty) {
     if (counterparty) {
         const Change change = counterparty->removed != 0 ? Change::Remove : Change::Put;
-        const auto former = applyChange(change, counterparty, *client_->counterparties.write());
+        const std::string key = counterparty->getKey();
+        const auto former = applyChange(change, key, counterparty, *client_->counterparties.write());
     }
 }
 
@@ -293,17 +341,8 @@ void CClientInstrumentCenter::doInitOtcInstruments(const std::vector<boost::shar
             planByKey.emplace(stockKey(plan->market, plan->code), plan);
         }
     }
-    StoredCatalogue<COTCFundPlanInfo> fresh;
-    fresh.keys = keysOf(planByKey);
-    store().initDb(db, false);
-    if (auto unsaved = saveApart(db, planByKey, Others::Drop)) {
-        fresh.unsaved = std::move(*unsaved);
-        fresh.isBehind = true;
-        PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kOtcInstruments));
-        state().loads.write()->noteFailedWrite(db);
-    }
-    std::swap(*client_->otc.write(), fresh);
-    client_->plans.refresh(planByKey);
+    replaceCatalogue(db, kOtcInstruments, Others::Drop, planByKey, client_->databases, client_->otc, client_->plans,
+                     state().loads);
     client_->names.updateDbName(kOtcInstruments, db);
 }
 
@@ -324,7 +363,7 @@ std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCen
     InstrumentMap plans;
     const StoredCatalogue<COTCFundPlanInfo> catalogue = client_->otc.copy();
     for (const auto& [key, plan] : catalogue.unsaved) {
-        plans.emplace(plan->getKey(), plan);
+        plans.emplace(keyTextOf(*plan), plan);
     }
     std::vector<InstrumentPtr> stored = readRecords<CInstrumentDetail>(client_->names.getDbName(kOtcInstruments));
     if (catalogue.isBehind) {  // documents that the load could not replace are no plans of today
@@ -357,7 +396,8 @@ void CClientInstrumentCenter::updateIssuanceInfos(
     }
     for (const auto& issuance : issuances) {
         if (issuance) {
-            const auto former = applyChange(change, issuance, client_->issuance.write()->issuances);
+            const std::string key = issuance->getKey();
+            const auto former = applyChange(change, key, issuance, client_->issuance.write()->issuances);
         }
     }
 }
@@ -385,14 +425,15 @@ void CClientInstrumentCenter::updateIssuancePriceInfo(int operation,
     if (!setting) {
         return;
     }
+    const std::string key = setting->getKey();
     switch (changeOf(operation)) {
         case Change::Put: {
-            const auto former = applyChange(Change::Put, setting, client_->issuance.write()->priceSettings);
+            const auto former = applyChange(Change::Put, key, setting, client_->issuance.write()->priceSettings);
             break;
         }
         case Change::Remove: {
             // Deliberately the issuance record of that key goes, and the price setting stays.
-            const auto former = client_->issuance.write()->issuances.extract(setting->getKey());
+            const auto former = client_->issuance.write()->issuances.extract(key);
             break;
         }
         case Change::None:

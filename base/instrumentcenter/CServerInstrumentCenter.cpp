@@ -12,6 +12,7 @@
 #include "base/instrumentcenter/ServerState.h"
 #include "base/instrumentcenter/catalogue/IndexUpdate.h"
 #include "base/instrumentcenter/catalogue/Prefetch.h"
+#include "base/instrumentcenter/catalogue/StockCodes.h"
 #include "base/instrumentcenter/vocabulary/Exchanges.h"
 #include "base/instrumentcenter/vocabulary/Keys.h"
 #include "base/instrumentcenter/vocabulary/Markets.h"
@@ -51,29 +52,29 @@ void CServerInstrumentCenter::doInitInstruments(const std::vector<std::string>& 
            fmt::format("[inscenter] init instruments [{0}] for [{1}] markets", instruments.size(), markets.size()));
     const Stopwatch watch;
     LoadReport report = reportOn(instruments);
+    LoadNotes notes;
     if (isConnectSnapshot(markets)) {
         const std::lock_guard guard(state().connectLock);
         auto& snapshots = state().connectSnapshots;
         snapshots[markets.front()] = instruments;
         report.foreign = countForeign(instruments);
         if (snapshots.count(market::kShanghaiConnect) != 0 && snapshots.count(market::kShenzhenConnect) != 0) {
-            doInitGgtInstruments();
+            buildConnect(notes);
         } else {
             report.waiting = report.records - report.empty - report.foreign;
         }
         report.time = watch.elapsed();
-        state().loads.write()->finish(std::move(report));
+        state().loads.write()->finish(std::move(report), notes);
         return;
     }
     StepWatch steps;
     {
         GroupedSnapshot grouped;
         ConnectListings listings;
-        const ReceivedByMarket received = groupRecords(instruments, grouped, listings);
-        state().loads.write()->receive(received);
+        notes.receive(groupRecords(instruments, grouped, listings));
         markConnectEligibility(grouped, listings);
         steps.done(kGroupingStep);
-        createExchangeDatas(grouped);
+        fileRecords(grouped, notes);
         steps.done(kFilingStep);
         createFutureMainDatas(grouped);
         steps.done(kMainsStep);
@@ -94,25 +95,35 @@ void CServerInstrumentCenter::doInitInstruments(const std::vector<std::string>& 
     steps.done(kReleaseStep);
     report.steps = steps.take();
     report.time = watch.elapsed();
-    state().loads.write()->finish(std::move(report));
+    state().loads.write()->finish(std::move(report), notes);
 }
 
 void CServerInstrumentCenter::doInitGgtInstruments() {
+    LoadNotes notes;
+    buildConnect(notes);
+}
+
+void CServerInstrumentCenter::buildConnect(LoadNotes& notes) {
     GroupedSnapshot grouped;
     {
         const std::lock_guard guard(state().connectLock);
         ConnectListings listings;
         for (const char* const name : {market::kShanghaiConnect, market::kShenzhenConnect, market::kHongKong}) {
-            const ReceivedByMarket received = groupConnectRecords(state().connectSnapshots[name], grouped, listings);
-            state().loads.write()->receive(received);
+            notes.receive(groupConnectRecords(state().connectSnapshots[name], grouped, listings));
         }
         markConnectEligibility(grouped, listings);
     }
-    createExchangeDatas(grouped);
+    fileRecords(grouped, notes);
 }
 
 void CServerInstrumentCenter::createExchangeDatas(
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
+    LoadNotes notes;
+    fileRecords(grouped, notes);
+}
+
+void CServerInstrumentCenter::fileRecords(
+    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped, LoadNotes& notes) {
     PM_LOG(utils::kLogInfo, kServerSource, "[inscenter] create exchange datas");
     const Stopwatch watch;
     std::size_t count = 0;
@@ -151,25 +162,49 @@ void CServerInstrumentCenter::createExchangeDatas(
         load.stored = records.size();
         load.replaced = replacedByMarket[market];
         load.time = time;
+        load = notes.settled(market, std::move(load));
         state().loads.write()->settle(market, std::move(load));
     }
     releaseAhead(replaced);
 }
 
+namespace {
+
+/// Takes the records of the keys out.
+void eraseRecords(const KeySet& keys, Guarded<HashIndex<InstrumentPtr>>& records) {
+    std::vector<InstrumentPtr> removed;  // destroyed after the lock
+    removed.reserve(keys.size());
+    updateIndex(records, keys.size(), [&](HashIndex<InstrumentPtr>& index) {
+        for (const StockKey key : keys) {
+            const auto found = index.find(key);
+            if (found != index.end()) {
+                removed.push_back(std::move(found->second));
+                index.erase(found);
+            }
+        }
+    });
+}
+
+}  // namespace
+
 void CServerInstrumentCenter::clearDatas(const std::vector<std::string>& markets) {
     for (const std::string& name : markets) {
-        const KeySet keys = server_->codeIndex.clear(marketKey(foldedMarket(name)));
-        std::vector<InstrumentPtr> removed;  // destroyed after the lock
-        removed.reserve(keys.size());
-        updateIndex(server_->records, keys.size(), [&](HashIndex<InstrumentPtr>& index) {
-            for (const StockKey key : keys) {
-                const auto found = index.find(key);
-                if (found != index.end()) {
-                    removed.push_back(std::move(found->second));
-                    index.erase(found);
-                }
-            }
-        });
+        eraseRecords(server_->codeIndex.clear(marketKey(foldedMarket(name))), server_->records);
+    }
+}
+
+void CServerInstrumentCenter::removeMarkets(const std::vector<std::string>& markets) {
+    for (const std::string& market : markets) {
+        const std::string name(foldedMarket(market));
+        const MarketKey key = marketKey(name);
+        // What names keys goes before the records: a reader that still meets a name finds its record.
+        removeMarket(name, state().codeSets);
+        const KeySet keys = server_->codeIndex.remove(key);
+        removeMarket(key, keys, *server_->futures.write());
+        eraseRecords(keys, server_->records);
+        LoadNotes notes;
+        notes.noteCleared(key, name, keys);
+        state().loads.write()->settleEmptied(notes);
     }
 }
 

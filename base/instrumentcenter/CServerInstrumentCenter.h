@@ -21,6 +21,7 @@
 namespace mxservice {
 
 struct ServerState;
+class LoadNotes;
 
 /// The center of server processes: every record stays in memory and a lookup costs little more than the cache misses
 /// of one probe. Nothing is read from or written to disk. About 1.4 kB a record beside the host's own reference.
@@ -131,6 +132,12 @@ public:
     /// In "NASDAQ".
     virtual bool hasNasdaqStock(const std::string& code);
 
+    /// Removes whole markets: every key that is filed under them, also those that reloads have left behind, the
+    /// records, the lists, and what was derived of them. "HGT" and "SGT" stand for "HK", whose connect parts stay kept.
+    /// Funds, bonds and plans have loads of their own and stay. Not virtual; threads as in the loads. Cost: one walk of
+    /// the index a market.
+    void removeMarkets(const std::vector<std::string>& markets);
+
     /// What the loads did and how large the tables are. No I/O; walks the tables that own texts, each under its shared
     /// lock, so it is for an operator's page and not for every tick.
     CenterStatistics statistics() const;
@@ -182,6 +189,11 @@ protected:
     /// @}
 
 private:
+    /// createExchangeDatas of a load that has noted what it received.
+    void fileRecords(const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped,
+                     LoadNotes& notes);
+    void buildConnect(LoadNotes& notes);
+
     std::unique_ptr<ServerState> server_;
 };
 

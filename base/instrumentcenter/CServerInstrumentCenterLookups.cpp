@@ -78,16 +78,15 @@ boost::shared_ptr<CInstrumentDetail> CServerInstrumentCenter::getInstrument(cons
     return getInstrument(stockKey(foldedMarket(market), code));
 }
 
-std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CServerInstrumentCenter::getInstruments() {
-    InstrumentMap out;
-    getInstruments(out);
-    return out;
-}
+// The lists. A host may override any of them in terms of another one of this class, so none calls another through its
+// slot, but for the one that is promised to.
 
-void CServerInstrumentCenter::getInstruments(std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
+namespace {
+
+void addEverything(const ServerState& server, InstrumentMap& out) {
     std::vector<InstrumentPtr> records;
     {
-        const auto index = server_->records.read();
+        const auto index = server.records.read();
         records.reserve(index->size());
         for (const auto& [key, record] : *index) {
             if (record) {
@@ -98,29 +97,61 @@ void CServerInstrumentCenter::getInstruments(std::map<std::string, boost::shared
     addByKeyText(records, out);
 }
 
+void addMarket(const ServerState& server, const std::string& market, InstrumentMap& out) {
+    addByKeyText(server.resolve(server.codeIndex.keysOf(marketKey(foldedMarket(market)))), out);
+}
+
+InstrumentMap ofTraderType(const ServerState& server, EOvTraderType type) {
+    InstrumentMap out;
+    if (meansEverything(type)) {
+        addEverything(server, out);
+        return out;
+    }
+    for (const std::string& market : exchangesOf(type)) {
+        addMarket(server, market, out);
+    }
+    keepOnly(type, out);
+    return out;
+}
+
+}  // namespace
+
+std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CServerInstrumentCenter::getInstruments() {
+    InstrumentMap out;
+    addEverything(*server_, out);
+    return out;
+}
+
+void CServerInstrumentCenter::getInstruments(std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
+    addEverything(*server_, out);
+}
+
 std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CServerInstrumentCenter::getInstruments(
     const std::string& market) {
     InstrumentMap out;
-    addByKeyText(server_->resolve(server_->codeIndex.keysOf(marketKey(foldedMarket(market)))), out);
+    addMarket(*server_, market, out);
     return out;
 }
 
 std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CServerInstrumentCenter::getInstruments(
     const std::list<std::string>& markets) {
     InstrumentMap out;
-    getInstruments(markets, out);
+    for (const std::string& market : markets) {
+        addMarket(*server_, market, out);
+    }
     return out;
 }
 
 void CServerInstrumentCenter::getInstruments(const std::list<std::string>& markets,
                                              std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
     for (const std::string& market : markets) {
-        addByKeyText(server_->resolve(server_->codeIndex.keysOf(marketKey(foldedMarket(market)))), out);
+        addMarket(*server_, market, out);
     }
 }
 
 void CServerInstrumentCenter::getInstruments(const std::string& market,
                                              std::list<boost::shared_ptr<CInstrumentDetail>>& out) {
+    // Through the slot, as promised: the list follows a host's own by-market answer.
     for (const auto& [text, record] : getInstruments(market)) {
         out.push_back(record);
     }
@@ -128,21 +159,12 @@ void CServerInstrumentCenter::getInstruments(const std::string& market,
 
 std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CServerInstrumentCenter::getInstruments(
     EOvTraderType type) {
-    if (meansEverything(type)) {
-        return getInstruments();
-    }
-    const std::list<std::string> markets = getExchanges(type);
-    InstrumentMap out;
-    if (!markets.empty()) {
-        out = getInstruments(markets);
-        keepOnly(type, out);
-    }
-    return out;
+    return ofTraderType(*server_, type);
 }
 
 void CServerInstrumentCenter::getInstruments(EOvTraderType type,
                                              std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
-    out.merge(getInstruments(type));
+    out.merge(ofTraderType(*server_, type));
 }
 
 }  // namespace mxservice

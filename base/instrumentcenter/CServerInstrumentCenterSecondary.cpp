@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "base/instrumentcenter/CServerInstrumentCenter.h"
@@ -15,16 +16,25 @@ namespace {
 
 constexpr int kAllGroups = -1;
 
-/// The former plan's group loses every record of that key; the plan's own group holds the plan once.
-void putIntoGroup(const boost::shared_ptr<COTCFundPlanInfo>& plan, const boost::shared_ptr<COTCFundPlanInfo>& former,
-                  OtcCatalogue& catalogue) {
+using Plans = std::vector<boost::shared_ptr<COTCFundPlanInfo>>;
+
+/// The former plan's group loses every record of that key; the plan's own group holds the plan once. Hands back what
+/// the group has lost, so that the caller destroys it with the lock dropped.
+Plans putIntoGroup(const boost::shared_ptr<COTCFundPlanInfo>& plan, const boost::shared_ptr<COTCFundPlanInfo>& former,
+                   OtcCatalogue& catalogue) {
+    Plans lost;
     if (former) {
         const auto group = catalogue.plansByGroup.find(former->planType);
         if (group != catalogue.plansByGroup.end()) {
-            std::erase_if(group->second, [&](const auto& member) { return member->getKey() == plan->getKey(); });
+            const std::string key = keyTextOf(*plan);
+            const auto stays = [&](const auto& member) { return keyTextOf(*member) != key; };
+            const auto end = std::stable_partition(group->second.begin(), group->second.end(), stays);
+            lost.assign(std::make_move_iterator(end), std::make_move_iterator(group->second.end()));
+            group->second.erase(end, group->second.end());
         }
     }
     catalogue.plansByGroup[plan->planType].push_back(plan);
+    return lost;
 }
 
 }  // namespace
@@ -47,8 +57,9 @@ void CServerInstrumentCenter::doInitEtfs(const std::vector<boost::shared_ptr<CET
         }
     }
     index = exchange(server_->etfs, std::move(index));
-    state().loads.write()->receive({{marketKey(kEtfInstruments), received}});
-    createExchangeDatas(grouped);
+    LoadNotes notes;
+    notes.receive({{marketKey(kEtfInstruments), received}});
+    fileRecords(grouped, notes);
 }
 
 bool CServerInstrumentCenter::hasEtf(const std::string& code) {
@@ -67,7 +78,7 @@ std::map<std::string, boost::shared_ptr<CETFDetail>> CServerInstrumentCenter::ge
     std::map<std::string, boost::shared_ptr<CETFDetail>> etfs;
     const auto index = server_->etfs.read();
     for (const auto& [key, etf] : *index) {
-        etfs.emplace(etf->getKey(), etf);
+        etfs.emplace(keyTextOf(*etf), etf);
     }
     return etfs;
 }
@@ -89,8 +100,9 @@ void CServerInstrumentCenter::doInitBonds(const std::map<std::string, boost::sha
         }
     }
     std::swap(server_->bonds.write()->bonds, index);
-    state().loads.write()->receive({{marketKey(market::kInterbank), received}});
-    createExchangeDatas(grouped);
+    LoadNotes notes;
+    notes.receive({{marketKey(market::kInterbank), received}});
+    fileRecords(grouped, notes);
 }
 
 boost::shared_ptr<CBondInfoDetail> CServerInstrumentCenter::getBond(uint64 key) {
@@ -203,10 +215,11 @@ void CServerInstrumentCenter::updateOtcInstruments(const std::vector<boost::shar
             continue;
         }
         const StockKey key = stockKey(plan->market, plan->code);
-        boost::shared_ptr<COTCFundPlanInfo> former = plan;  // destroyed after the lock
+        boost::shared_ptr<COTCFundPlanInfo> former = plan;  // destroyed after the lock, as the next one is
+        Plans lost;
         const auto catalogue = server_->otc.write();
         catalogue->plans[key].swap(former);
-        putIntoGroup(plan, former, *catalogue);
+        lost = putIntoGroup(plan, former, *catalogue);
     }
 }
 
@@ -232,7 +245,7 @@ std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CServerInstrumentCen
     std::map<std::string, boost::shared_ptr<CInstrumentDetail>> plans;
     const auto catalogue = server_->otc.read();
     for (const auto& [key, plan] : catalogue->plans) {
-        plans.emplace(plan->getKey(), plan);
+        plans.emplace(keyTextOf(*plan), plan);
     }
     return plans;
 }
@@ -257,7 +270,8 @@ void CServerInstrumentCenter::updateIssuanceInfos(
     }
     for (const auto& issuance : issuances) {
         if (issuance) {
-            const auto former = applyChange(change, issuance, server_->otc.write()->issuances);
+            const std::string key = issuance->getKey();
+            const auto former = applyChange(change, key, issuance, server_->otc.write()->issuances);
         }
     }
 }

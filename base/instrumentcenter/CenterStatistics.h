@@ -64,10 +64,11 @@ struct IndexSize {
 struct FailedWrites {
     std::string database;      ///< its name in the store
     std::uint64_t writes = 0;  ///< transactions refused
+    std::string reason;        ///< why the last of them was, as the store's line in the log says
 };
 
 /// What a center knows of its own work: a value, the caller's own. Each part is of one moment, the parts are of moments
-/// shortly after one another. Two loads of one market at the same time may share their counts out wrongly.
+/// shortly after one another. Of two loads of one market at the same time the one that ended last is told of.
 struct CenterStatistics {
     LoadReport lastLoad;                     ///< the load of instruments that ended last
     std::vector<MarketLoad> markets;         ///< every market loaded so far, in the order of the names

@@ -86,6 +86,13 @@ struct ClientState {
         return found == records->second.end() ? nullptr : found->second;
     }
 
+    /// Every one of the market's.
+    MarketRecords parkedRecords(MarketKey market) const {
+        const auto parked = failedDatas.read();
+        const auto records = parked->records.find(market);
+        return records == parked->records.end() ? MarketRecords() : records->second;
+    }
+
     /// Whether the market's parked records are newer than its database. After a write that succeeded they are kept,
     /// for what the database gives nothing for.
     bool parkedIsCurrent(MarketKey market) const { return failedDatas.read()->current.count(market) != 0; }
@@ -112,6 +119,15 @@ struct ClientState {
     Guarded<std::map<std::string, boost::shared_ptr<CTenderBondInfoDetail>>> tenderBonds;
     Guarded<StoredCatalogue<COTCFundPlanInfo>> otc;
     Guarded<IssuanceCatalogue> issuance;
+};
+
+/// What one load carries through its steps, on its own thread.
+struct ClientLoad {
+    explicit ClientLoad(ClientState& client) : replacement(client.databases) {}
+
+    Replacement replacement;
+    LoadNotes notes;
+    StepWatch steps;
 };
 
 }  // namespace mxservice

@@ -55,4 +55,30 @@ std::string IInstrumentCenter::getLumoCode(const std::string& code) const {
     return found == sets->lumoCodes.end() ? code : found->second;
 }
 
+// What is replaced is destroyed after the lock.
+
+void IInstrumentCenter::setStockIpoCodes(const std::string& market, std::set<std::string> codes) {
+    state_->codeSets.write()->ipoCodes[market].swap(codes);
+}
+
+void IInstrumentCenter::setStockCdrCodes(const std::string& market, std::set<std::string> codes) {
+    state_->codeSets.write()->cdrCodes[market].swap(codes);
+}
+
+void IInstrumentCenter::setNeeqInquiryCodes(std::set<std::string> codes) {
+    state_->codeSets.write()->neeqInquiryCodes.swap(codes);
+}
+
+void IInstrumentCenter::setStkOptionUndlCodes(const std::string& market, const std::set<std::string>& codes) {
+    std::set<std::uint64_t> keys;
+    for (const std::string& code : codes) {
+        keys.insert(textKey(code));
+    }
+    state_->codeSets.write()->stkOptionUndlCodes[market].swap(keys);
+}
+
+void IInstrumentCenter::setLumoCodes(std::map<std::string, std::string> platformCodeByCode) {
+    state_->codeSets.write()->lumoCodes.swap(platformCodeByCode);
+}
+
 }  // namespace mxservice

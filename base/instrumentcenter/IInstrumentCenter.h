@@ -35,8 +35,9 @@ struct InterfaceState;
 /// Ownership. Records are shared with the host, never copied (one exception, getInstrument of the persisted center for
 /// connect keys). A host must not change a record that it has handed in or received. Result containers are the
 /// caller's own. A load itself writes two fields of the records it is given: the market of "SHFI" records and connect
-/// flags that are still 0; the persisted center also fills empty component names of ETFs. So a host hands the same
-/// record objects in again only while nobody reads those fields.
+/// flags that are still 0; the persisted center also fills empty component names of ETFs. A connect part that the
+/// in-memory center keeps may have its flags written when a later part arrives. So a host hands the same record objects
+/// in again only while nobody reads those fields.
 ///
 /// A center is destroyed through its own class, never through this one: no destructor here is virtual. No operation
 /// may run any more when the destructor begins.
@@ -60,15 +61,19 @@ public:
     /// key the later counts, but of two plain ones of "HK" the first, a connect listing before a plain one, and "SH"
     /// before "SHFI", of which the first counts. The derived catalogues are
     /// rebuilt. In the in-memory center a call for exactly one of "HGT", "SGT" or "HK" only keeps the records; Hong
-    /// Kong is indexed once both connect markets have arrived.
+    /// Kong is indexed once both connect markets have arrived, and of one code's records the last in the order "HGT",
+    /// "SGT", "HK" counts there. Loads may run at the same time when they are of different families: Hong Kong with its
+    /// connect markets is one, "SH" with "SHFI", "SZ" and "BJ" another, every other market its own.
     virtual void initInstruments(const std::vector<std::string>& markets,
                                  const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) = 0;
     /// Loads the funds, and files the instruments that stand for their creation and redemption under "ETFINSTS". Of two
     /// funds with one key the first stays in the in-memory center, the last in the persisted one, where getEtfs also
-    /// lists the funds of earlier loads.
+    /// lists the funds of earlier loads. Funds that the persisted center could not write answer from memory, and go on
+    /// to, ahead of what later loads write, until another load fails.
     virtual void initEtfs(const std::vector<boost::shared_ptr<CETFDetail>>& etfs) = 0;
-    /// Loads the interbank bonds, by bond code, and files the instruments that stand for them under "BANK". getBond and
-    /// getBonds of the persisted center also answer with the bonds of earlier loads.
+    /// Loads the interbank bonds, by bond code, and files the instruments that stand for them under "BANK". Of two with
+    /// one bond code the first in the map's order stays in the in-memory center, the last in the persisted one, where
+    /// getBond and getBonds also answer with the bonds of earlier loads.
     virtual void initBonds(const std::map<std::string, boost::shared_ptr<CBondInfoDetail>>& bonds) = 0;
     /// Loads the counterparties, by the map's keys, their ids.
     virtual void initCounterpartys(
@@ -274,8 +279,9 @@ public:
     /// @}
 
     /// @name Outer (foreign) futures markets
-    /// An empty text or container, or false, on a miss and always in the in-memory center. No I/O; one search in an
-    /// ordered table.
+    /// An empty text or container, or false, on a miss and always in the in-memory center. In the persisted one any
+    /// load of instruments, also one without "WP", replaces what these markets list and which group a product is of;
+    /// names are added to and stay. No I/O; one search in an ordered table.
     /// @{
 
     /// The display name of a product id.
@@ -326,10 +332,30 @@ protected:
     IInstrumentCenter();
     ~IInstrumentCenter();
 
+    /// @name Filling the code sets
+    /// For a host's own implementation of this interface; the two centers fill them from their loads. Each replaces one
+    /// set whole, in one step for readers; from any thread.
+    /// @{
+
+    /// The new issues of one market, as market directly followed by code ("SH730001").
+    void setStockIpoCodes(const std::string& market, std::set<std::string> codes);
+    /// The depositary receipts and innovative enterprises of one market, in the same form.
+    void setStockCdrCodes(const std::string& market, std::set<std::string> codes);
+    /// The inquiry codes of "NEEQ", in the same form.
+    void setNeeqInquiryCodes(std::set<std::string> codes);
+    /// The codes, without market, that underlie stock options of the exchange `market` ("SH" or "SZ").
+    void setStkOptionUndlCodes(const std::string& market, const std::set<std::string>& codes);
+    /// The platform codes by instrument code, of all markets together.
+    void setLumoCodes(std::map<std::string, std::string> platformCodeByCode);
+    /// @}
+
+private:
+    friend class CClientInstrumentCenter;
+    friend class CServerInstrumentCenter;
+
     /// Code sets, translation table and connect snapshots, shared by both centers.
     InterfaceState& state() const { return *state_; }
 
-private:
     std::unique_ptr<InterfaceState> state_;
 };
 

@@ -185,6 +185,16 @@ bool absorbing(Call call) noexcept {
 
 }  // namespace
 
+namespace {
+
+/// Set last in every call, so that what an appender asks the store from within its line does not overwrite it.
+std::string& lastReason() {
+    static thread_local std::string reason;
+    return reason;
+}
+
+}  // namespace
+
 /// Runs `use` on the database. A failure is logged once and absorbed; a database or key that is not there is neither
 /// logged nor a success.
 template <class Use>
@@ -208,8 +218,13 @@ bool CPersistService::State::run(const char* what, const std::string& name, Stor
             PM_LOG(utils::kLogError, kSource,
                    fmt::format("[persist] {} failed, db = {}, reason = {}", what, shown(name), status.reason));
         }
+        lastReason() = status.ok() ? std::string() : status.failed() ? status.reason : "nothing there";
         return status.ok();
     });
+}
+
+const std::string& CPersistService::lastFailure() {
+    return lastReason();
 }
 
 CPersistService::CPersistService() : state_(std::make_unique<State>()) {}

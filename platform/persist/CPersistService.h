@@ -98,6 +98,10 @@ public:
     /// Removes every document and sub-document; nothing for a database that does not exist.
     void dropAllData(const std::string& db);
 
+    /// Why the calling thread's last call on a database did not do what it was asked to, as its line in the log says;
+    /// empty when it did. Valid until the thread's next call.
+    static const std::string& lastFailure();
+
     CPersistService(const CPersistService&) = delete;
     CPersistService& operator=(const CPersistService&) = delete;
 

@@ -23,12 +23,24 @@ using bson::Element;
 using bson::ElementCursor;
 using bson::ElementType;
 
+/// The component as its document tells it. An array has no keys, so what comes back is filed under the component's
+/// code; one that a host has filed under another text would then take the place of its neighbours of the same code.
+boost::shared_ptr<CETFComponentStockInfo> underItsKey(const std::string& key,
+                                                      const boost::shared_ptr<CETFComponentStockInfo>& component) {
+    if (component->code == key) {
+        return component;
+    }
+    auto keyed = boost::static_pointer_cast<CETFComponentStockInfo>(component->copy());
+    keyed->code = key;
+    return keyed;
+}
+
 std::vector<bson::BSONObj> componentDocuments(const ComponentMap& components) {
     std::vector<bson::BSONObj> documents;
     documents.reserve(components.size());
     for (const auto& [code, component] : components) {
         if (component) {
-            documents.push_back(component->toBsonWithBson());
+            documents.push_back(underItsKey(code, component)->toBsonWithBson());
         }
     }
     return documents;
@@ -162,7 +174,7 @@ bool appendFrame(std::string& bytes, const Elements& elements) {
     return true;
 }
 
-bool appendRecord(std::string& bytes, const IData& record);
+bool appendRecord(std::string& bytes, const IData& record, const RecordType& type);
 
 bool appendComponents(std::string& bytes, const ComponentMap& components) {
     return appendFrame(bytes, [&] {
@@ -173,7 +185,7 @@ bool appendComponents(std::string& bytes, const ComponentMap& components) {
             }
             bytes.push_back(static_cast<char>(ElementType::Document));
             bytes.append(std::to_string(index++)).push_back('\0');
-            if (!appendRecord(bytes, *component)) {
+            if (!appendRecord(bytes, *underItsKey(code, component), component->recordType())) {
                 return false;
             }
         }
@@ -213,9 +225,9 @@ bool appendValue(std::string& bytes, const Field& field, const IData& record) {
     return appendComponents(bytes, field.in<ComponentMap>(record));
 }
 
-bool appendRecord(std::string& bytes, const IData& record) {
+bool appendRecord(std::string& bytes, const IData& record, const RecordType& type) {
     return appendFrame(bytes, [&] {
-        for (const Field& field : record.recordType().fields()) {
+        for (const Field& field : type.fields()) {
             bytes.append(field.header());
             if (!appendValue(bytes, field, record)) {
                 return false;
@@ -324,8 +336,12 @@ void IData::appendElements_v2(bson::BSONObjBuilder& builder) const {
 }
 
 bool IData::appendDocument(std::string& bytes) const {
+    return recordType().appendDocument(*this, bytes);
+}
+
+bool RecordType::appendDocument(const IData& record, std::string& bytes) const {
     const std::size_t before = bytes.size();
-    const bool fits = appendRecord(bytes, *this);
+    const bool fits = appendRecord(bytes, record, *this);
     if (!fits) {
         bytes.resize(before);
     }

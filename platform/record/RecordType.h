@@ -95,6 +95,10 @@ public:
     /// A new record with every field at its default.
     boost::shared_ptr<IData> make() const { return maker_(); }
 
+    /// IData::appendDocument of a record of this class, without asking the record for its class: for callers that hold
+    /// a lock, under which nothing of a host's own class may run.
+    bool appendDocument(const IData& record, std::string& bytes) const;
+
 private:
     std::string name_;
     std::string telltale_;

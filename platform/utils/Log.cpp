@@ -79,8 +79,32 @@ bool logReaches(int level) {
     return call.isAllowed() && g_MXStdLogger && g_MXStdLogger->isEnabledFor(log4cxx::Level::toLevel(level));
 }
 
+LogDelay*& LogDelay::ofThread() {
+    static thread_local LogDelay* outermost = nullptr;
+    return outermost;
+}
+
+LogDelay::LogDelay() : outer_(ofThread()) {
+    if (outer_ == nullptr) {
+        ofThread() = this;
+    }
+}
+
+LogDelay::~LogDelay() {
+    if (outer_ == nullptr) {
+        ofThread() = nullptr;  // first: what an appender logs itself from within a line goes straight out
+        for (const Line& line : lines_) {
+            logLine(line.level, line.text, line.file, line.function, line.line);
+        }
+    }
+}
+
 void logLine(int level, const std::string& text, const char* file, const char* function, int line) noexcept {
     try {
+        if (LogDelay* const delay = LogDelay::ofThread()) {
+            delay->lines_.push_back({level, text, file, function, line});
+            return;
+        }
         const Call call;
         if (!call.isAllowed()) {
             return;

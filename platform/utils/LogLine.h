@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "platform/Export.h"
 #include "platform/utils/LogCenter.h"
@@ -20,6 +21,33 @@ PM_PLATFORM_API bool logReaches(int level);
 /// appender throws is swallowed, because a catalogue that cannot log still answers.
 PM_PLATFORM_API void logLine(int level, const std::string& text, const char* file, const char* function,
                              int line) noexcept;
+
+/// While it lives, lines of the calling thread wait; those that came meanwhile are handed to the logger, in their
+/// order, when the outermost one is destroyed. For a thread that takes a lock in between and calls what may log: an
+/// appender is the host's own code, and may ask or load from within the line. A line for which there is no memory is
+/// lost.
+class PM_PLATFORM_API LogDelay {
+public:
+    /// Lines wait from now on.
+    LogDelay();
+    ~LogDelay();
+    LogDelay(const LogDelay&) = delete;
+    LogDelay& operator=(const LogDelay&) = delete;
+
+private:
+    friend void logLine(int, const std::string&, const char*, const char*, int) noexcept;
+    struct Line {
+        int level;
+        std::string text;
+        const char* file;
+        const char* function;
+        int line;
+    };
+    static LogDelay*& ofThread();
+
+    LogDelay* const outer_;
+    std::vector<Line> lines_;
+};
 
 }  // namespace utils
 

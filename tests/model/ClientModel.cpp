@@ -216,6 +216,7 @@ void ClientModel::clearDatas(const Markets& markets) {
             marketByKey_.erase(key);
         }
         keysByMarket_[market].clear();
+        lastWriteFailed_.erase(market);  // the newest batch is none
     }
 }
 
@@ -463,14 +464,21 @@ void ClientModel::addMarket(Key market, ChoiceByText& result) const {
     const bool stored = documents != store_.instruments.end() && !documents->second.empty();
     const auto failed = failed_.find(market);
     const bool parked = failed != failed_.end() && !failed->second.empty();
-    if (parked && (!stored || lastWriteFailed_.count(market) != 0)) {
-        for (const auto& [key, record] : failed->second) {
-            // Of two with one text the parked one may go first or second.
-            result[record->market + record->code].insert(imageOf(record));
-        }
-    } else if (stored) {
+    const bool newest = parked && lastWriteFailed_.count(market) != 0;
+    if (stored && !newest) {
         for (const auto& [key, record] : documents->second) {
             result.insert({record->market + record->code, only(record)});
+        }
+    }
+    if (!parked) {
+        return;
+    }
+    for (const auto& [key, record] : failed->second) {
+        const auto filed = marketByKey_.find(key);
+        const bool today = filed != marketByKey_.end() && filed->second == market;
+        if (newest || (today && !(stored && documents->second.count(decimal(key)) != 0))) {
+            // Of two with one text the parked one may go first or second.
+            result[record->market + record->code].insert(imageOf(record));
         }
     }
 }

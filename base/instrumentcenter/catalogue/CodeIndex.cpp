@@ -72,13 +72,29 @@ void CodeIndex::install(std::map<MarketKey, KeySet> keysByMarket) {
 }
 
 KeySet CodeIndex::clear(MarketKey market) {
-    KeySet keys;
+    return unfile(market, [market](const Tables& tables) {
+        const auto filed = tables.keysByMarket.find(market);
+        return filed == tables.keysByMarket.end() ? KeySet() : filed->second;
+    });
+}
+
+KeySet CodeIndex::remove(MarketKey market) {
+    return unfile(market, [market](const Tables& tables) {
+        KeySet keys;
+        for (const auto& [key, filed] : tables.marketByKey) {
+            if (filed == market) {
+                keys.insert(key);
+            }
+        }
+        return keys;
+    });
+}
+
+template <class Choose>
+KeySet CodeIndex::unfile(MarketKey market, const Choose& choose) {
     HashIndex<MarketKey> former;  // destroyed after the lock
     auto update = tables_.update();
-    const auto filed = update->keysByMarket.find(market);
-    if (filed != update->keysByMarket.end()) {
-        keys = filed->second;
-    }
+    KeySet keys = choose(*update);
     former = updateIndex(
         update, &Tables::marketByKey, keys.size(),
         [&](HashIndex<MarketKey>& marketByKey) {

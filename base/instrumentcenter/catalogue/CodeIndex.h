@@ -52,6 +52,10 @@ public:
     /// Empties the market's set and unfiles its keys, whatever market they are filed under by now. Returns them.
     KeySet clear(MarketKey market);
 
+    /// Unfiles every key that is filed under the market, also those of earlier installs, and empties its set. Returns
+    /// them. Walks the whole index.
+    KeySet remove(MarketKey market);
+
     /// Both tables with their sizes.
     std::vector<IndexSize> sizes() const;
 
@@ -60,6 +64,10 @@ private:
         std::map<MarketKey, KeySet> keysByMarket;
         HashIndex<MarketKey> marketByKey;
     };
+
+    /// Unfiles the keys that `choose` picks of the tables and empties the market's set.
+    template <class Choose>
+    KeySet unfile(MarketKey market, const Choose& choose);
 
     Guarded<Tables> tables_;
 };

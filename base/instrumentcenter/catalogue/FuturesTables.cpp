@@ -1,5 +1,6 @@
 #include "base/instrumentcenter/catalogue/FuturesTables.h"
 
+#include <iterator>
 #include <string_view>
 
 #include "base/instrumentcenter/catalogue/Prefetch.h"
@@ -93,6 +94,20 @@ void installMainContracts(MarketKey market, MainContracts& mains, FuturesCatalog
     std::swap(catalogue.mainCodesByMarket[market], mains.all);
     for (auto& [product, keys] : mains.byProduct) {
         std::swap(catalogue.mainCodesByProduct[product], keys);
+    }
+}
+
+void removeMarket(MarketKey market, const KeySet& keys, FuturesCatalogue& catalogue) {
+    static const MarketKey dalian = marketKey(market::kDalian);
+    catalogue.mainCodesByMarket.erase(market);
+    catalogue.unsavedMarkets.erase(market);
+    auto& products = catalogue.mainCodesByProduct;
+    for (auto product = products.begin(); product != products.end();) {
+        const std::size_t removed = erase_if(product->second, [&](StockKey key) { return keys.contains(key); });
+        product = removed != 0 && product->second.empty() ? products.erase(product) : std::next(product);
+    }
+    if (market == dalian) {
+        catalogue.spreads = {};
     }
 }
 

@@ -42,6 +42,7 @@ std::optional<DceSpreads> deriveDceSpreads(const GroupedSnapshot& grouped);
 struct StoredProduct {
     bool saved = false;             // in the store; else the last write failed
     std::vector<StockKey> unsaved;  // the contracts, where they could not be written
+    std::set<MarketKey> markets;    // of the contracts
 };
 
 /// The futures catalogues of a center; keys are stock keys.
@@ -58,6 +59,10 @@ struct FuturesCatalogue {
 /// Replaces the market's main contracts, also by none, and those of every product that has any; products that do not
 /// occur keep theirs. `mains` leaves with the former sets, to be destroyed after the lock.
 void installMainContracts(MarketKey market, MainContracts& mains, FuturesCatalogue& catalogue);
+
+/// Takes a market with these keys out: its main contracts, as a market and among those of the products, and of Dalian
+/// the spreads. A product that has none left is not listed any more.
+void removeMarket(MarketKey market, const KeySet& keys, FuturesCatalogue& catalogue);
 
 /// A copy of the market's main contracts; empty for a market without entry.
 KeySet mainsOfMarket(const Guarded<FuturesCatalogue>& catalogue, MarketKey market);

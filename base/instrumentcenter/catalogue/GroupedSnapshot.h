@@ -5,14 +5,22 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <string>
 #include <vector>
 
 #include "base/instrumentcenter/vocabulary/Keys.h"
 #include "platform/record/Records.h"
+#include "platform/utils/Utils.h"
 
 namespace mxservice {
 
 using InstrumentPtr = boost::shared_ptr<CInstrumentDetail>;
+
+/// The key text of a record, made of its own market and code. Never its virtual getKey(): a host's class may answer
+/// that with anything, and both centers answer under the same keys whatever it says.
+inline std::string keyTextOf(const CInstrumentDetail& record) {
+    return utils::ovStockKey(record.market, record.code);
+}
 
 /// The records of one market, by stock key.
 using MarketRecords = std::map<std::uint64_t, InstrumentPtr>;

@@ -20,7 +20,7 @@ inline void addByKeyText(const std::vector<InstrumentPtr>& records, InstrumentMa
     std::vector<std::pair<std::string, const InstrumentPtr*>> entries;
     entries.reserve(records.size());
     for (const InstrumentPtr& record : records) {
-        entries.emplace_back(record->getKey(), &record);
+        entries.emplace_back(keyTextOf(*record), &record);
     }
     // Sorted entries go into a map several times faster than entries in random order.
     std::stable_sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return a.first < b.first; });

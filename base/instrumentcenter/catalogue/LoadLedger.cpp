@@ -7,45 +7,61 @@
 
 namespace mxservice {
 
-void LoadLedger::receive(const ReceivedByMarket& received) {
+void LoadNotes::receive(const ReceivedByMarket& received) {
     for (const auto& [market, records] : received) {
-        pending_[market].received += records;
+        noteByMarket_[market].received += records;
     }
 }
 
-void LoadLedger::noteRestored(MarketKey market, std::size_t records) {
-    Pending& pending = pending_[market];
-    const std::uint64_t restored = std::min<std::uint64_t>(records, pending.received);
-    pending.received -= restored;
-    pending.restored += restored;
+void LoadNotes::noteRestored(MarketKey market, std::size_t records) {
+    Note& note = noteByMarket_[market];
+    const std::uint64_t restored = std::min<std::uint64_t>(records, note.received);
+    note.received -= restored;
+    note.restored += restored;
 }
 
-void LoadLedger::noteCleared(MarketKey market, const std::string& name, KeySet former) {
+void LoadNotes::noteCleared(MarketKey market, const std::string& name, KeySet former) {
     if (!former.empty()) {
-        Pending& pending = pending_[market];
-        pending.name = name;
-        std::swap(pending.former, former);
+        Note& note = noteByMarket_[market];
+        note.name = name;
+        std::swap(note.former, former);
     }
 }
 
-KeySet LoadLedger::takeCleared(MarketKey market) {
+KeySet LoadNotes::takeCleared(MarketKey market) {
     KeySet former;
-    const auto found = pending_.find(market);
-    if (found != pending_.end()) {
+    const auto found = noteByMarket_.find(market);
+    if (found != noteByMarket_.end()) {
         std::swap(found->second.former, former);
     }
     return former;
 }
 
-void LoadLedger::settle(MarketKey market, MarketLoad load) {
-    if (const auto found = pending_.find(market); found != pending_.end()) {
+MarketLoad LoadNotes::settled(MarketKey market, MarketLoad load) {
+    if (const auto found = noteByMarket_.find(market); found != noteByMarket_.end()) {
         load.received = found->second.received;
         load.restored = found->second.restored;
-        pending_.erase(found);
+        noteByMarket_.erase(found);
     }
     // A host's derived class may hand in records of its own that nothing has counted on their way.
     load.received = std::max(load.received, load.stored - std::min(load.stored, load.restored));
     load.outranked = load.received + load.restored - load.stored;
+    return load;
+}
+
+std::map<MarketKey, MarketLoad> LoadNotes::emptied() {
+    std::map<MarketKey, MarketLoad> loads;
+    for (const auto& [market, note] : std::exchange(noteByMarket_, {})) {
+        if (!note.former.empty()) {
+            MarketLoad& load = loads[market];
+            load.market = note.name;
+            load.removed = note.former.size();
+        }
+    }
+    return loads;
+}
+
+void LoadLedger::settle(MarketKey market, MarketLoad load) {
     MarketLoad& latest = latest_[market];
     if (load.market.empty()) {
         load.market = latest.market;
@@ -53,18 +69,23 @@ void LoadLedger::settle(MarketKey market, MarketLoad load) {
     latest = std::move(load);
 }
 
-void LoadLedger::finish(LoadReport report) {
-    const auto brought = std::exchange(pending_, {});
-    for (const auto& [market, pending] : brought) {
-        if (!pending.former.empty()) {
-            MarketLoad empty;
-            empty.market = pending.name;
-            empty.removed = pending.former.size();
-            settle(market, std::move(empty));
-        }
+void LoadLedger::settleEmptied(LoadNotes& notes) {
+    for (auto& [market, load] : notes.emptied()) {
+        settle(market, std::move(load));
     }
+}
+
+void LoadLedger::finish(LoadReport report, LoadNotes& notes) {
+    settleEmptied(notes);
     report.number = lastLoad_.number + 1;
     lastLoad_ = std::move(report);
+}
+
+void LoadLedger::noteFailedWrite(const std::string& database, const std::string& reason) {
+    FailedWrites& failed = failedWrites_[database];
+    failed.database = database;
+    ++failed.writes;
+    failed.reason = reason;
 }
 
 void LoadLedger::report(CenterStatistics& statistics) const {
@@ -76,8 +97,8 @@ void LoadLedger::report(CenterStatistics& statistics) const {
     }
     std::sort(statistics.markets.begin(), statistics.markets.end(),
               [](const MarketLoad& a, const MarketLoad& b) { return a.market < b.market; });
-    for (const auto& [database, writes] : failedWrites_) {
-        statistics.failedWrites.push_back({database, writes});
+    for (const auto& [database, failed] : failedWrites_) {
+        statistics.failedWrites.push_back(failed);
     }
 }
 

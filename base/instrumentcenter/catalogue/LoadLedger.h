@@ -51,41 +51,55 @@ private:
     std::vector<LoadStep> steps_;
 };
 
-/// What the loads of a center did. What is noted of a market before its records are stored waits for settle.
-class LoadLedger {
+/// What one load has noted of its markets before their records are stored. Each load has its own, on its own thread:
+/// what loads at the same time note of one another's markets must not mix.
+class LoadNotes {
 public:
     /// Records on their way into markets.
     void receive(const ReceivedByMarket& received);
     /// Of a market's received records, how many were read back from a raw database.
     void noteRestored(MarketKey market, std::size_t records);
 
-    /// Keys that a load took out of a market, to bring the new ones later.
+    /// Keys that the load took out of a market, to bring the new ones later.
     void noteCleared(MarketKey market, const std::string& name, KeySet former);
     /// Hands them over.
     KeySet takeCleared(MarketKey market);
 
-    /// A market's records are stored: takes over `load` and adds what was noted before.
-    void settle(MarketKey market, MarketLoad load);
-
-    /// A load of instruments is complete; markets that it cleared and brought nothing for are empty now.
-    void finish(LoadReport report);
-
-    void noteFailedWrite(const std::string& database) { ++failedWrites_[database]; }
-
-    /// Fills in what is known of loads and writes.
-    void report(CenterStatistics& statistics) const;
+    /// `load`, of a market whose records are stored now, with what was noted of it before.
+    MarketLoad settled(MarketKey market, MarketLoad load);
+    /// The markets that were cleared and brought nothing for: they are empty now.
+    std::map<MarketKey, MarketLoad> emptied();
 
 private:
-    struct Pending {
+    struct Note {
         std::uint64_t received = 0;
         std::uint64_t restored = 0;
         std::string name;  // of a cleared market
         KeySet former;
     };
 
-    std::map<MarketKey, Pending> pending_;
+    std::map<MarketKey, Note> noteByMarket_;
+};
+
+/// What the loads of a center did.
+class LoadLedger {
+public:
+    /// A market's records are stored.
+    void settle(MarketKey market, MarketLoad load);
+    /// So are those of the markets that were cleared and brought nothing for.
+    void settleEmptied(LoadNotes& notes);
+
+    /// A load of instruments is complete.
+    void finish(LoadReport report, LoadNotes& notes);
+
+    void noteFailedWrite(const std::string& database, const std::string& reason);
+
+    /// Fills in what is known of loads and writes.
+    void report(CenterStatistics& statistics) const;
+
+private:
     std::map<MarketKey, MarketLoad> latest_;
-    std::map<std::string, std::uint64_t> failedWrites_;
+    std::map<std::string, FailedWrites> failedWrites_;
     LoadReport lastLoad_;
 };
 

@@ -14,6 +14,10 @@ StockKey creationKey(const CETFDetail& etf) {
     return stockKey(etf.market, etf.prCode);
 }
 
+std::string keyTextOf(const CETFDetail& etf) {
+    return utils::ovStockKey(etf.market, etf.etfCode);
+}
+
 void addEtfInstrument(const CETFDetail& etf, MarketRecords& instruments) {
     const StockKey key = stockKey(kEtfInstruments, etf.prCode);
     if (instruments.count(key) != 0) {

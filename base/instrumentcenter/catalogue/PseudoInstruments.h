@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "base/instrumentcenter/catalogue/GroupedSnapshot.h"
 
 namespace mxservice {
@@ -10,6 +12,9 @@ constexpr const char* kEtfInstruments = "ETFINSTS";
 /// The two keys of a fund: by its trading code and by its creation/redemption code.
 StockKey etfKey(const CETFDetail& etf);
 StockKey creationKey(const CETFDetail& etf);
+
+/// The key text that a fund is listed under, made of its own market and trading code.
+std::string keyTextOf(const CETFDetail& etf);
 
 /// Adds the instrument that stands for a fund's creation and redemption, unless its code is there already. It is named
 /// after the basket's first component, or after its own code when the basket is empty.

@@ -35,12 +35,12 @@ std::map<std::string, boost::shared_ptr<Record>> byOwnKey(const std::vector<boos
     return recordByKey;
 }
 
-/// Puts the record under its own key or removes what is there. Hands back what the table no longer holds, so that the
-/// caller destroys it with the lock dropped.
+/// Puts the record under the key or removes what is there. Hands back what the table no longer holds, so that the
+/// caller destroys it with the lock dropped. The key is the record's own, asked for before the lock was taken: getKey()
+/// may be the host's.
 template <class Record>
-boost::shared_ptr<Record> applyChange(Change change, boost::shared_ptr<Record> record,
+boost::shared_ptr<Record> applyChange(Change change, const std::string& key, boost::shared_ptr<Record> record,
                                       std::map<std::string, boost::shared_ptr<Record>>& recordByKey) {
-    const std::string key = record->getKey();
     if (change == Change::Put) {
         recordByKey[key].swap(record);
         return record;

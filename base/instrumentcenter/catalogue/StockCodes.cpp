@@ -95,10 +95,10 @@ StockCodes deriveStockCodes(const GroupedSnapshot& grouped) {
                     return;
                 }
                 if (market.isIssue(*record)) {
-                    codes.ipo[market.name].insert(record->getKey());
+                    codes.ipo[market.name].insert(keyTextOf(*record));
                 }
                 if (market.isReceipt(*record)) {
-                    codes.cdr[market.name].insert(record->getKey());
+                    codes.cdr[market.name].insert(keyTextOf(*record));
                 }
             },
             &CInstrumentDetail::additionalIssueFlag, &CInstrumentDetail::listingDate, &CInstrumentDetail::statusString,
@@ -118,7 +118,7 @@ std::set<std::string> deriveNeeqInquiryCodes(const GroupedSnapshot& grouped) {
         found->second,
         [&](StockKey /*key*/, const InstrumentPtr& record) {
             if (record->securityClass == kIssueSecurityClass) {
-                codes.insert(record->getKey());
+                codes.insert(keyTextOf(*record));
             }
         },
         &CInstrumentDetail::securityClass);
@@ -165,6 +165,25 @@ void install(StockCodes codes, Guarded<CodeSets>& sets) {
 void installNeeqInquiryCodes(std::set<std::string> codes, Guarded<CodeSets>& sets) {
     if (!codes.empty()) {
         std::swap(sets.write()->neeqInquiryCodes, codes);
+    }
+}
+
+void removeMarket(const std::string& market, Guarded<CodeSets>& sets) {
+    CodeSets removed;  // destroyed after the lock
+    const auto tables = sets.write();
+    const auto take = [](auto& table, const std::string& name, auto& out) {
+        if (const auto found = table.find(name); found != table.end()) {
+            out[name].swap(found->second);
+        }
+    };
+    take(tables->ipoCodes, market, removed.ipoCodes);
+    take(tables->cdrCodes, market, removed.cdrCodes);
+    if (market == market::kNeeq) {
+        removed.neeqInquiryCodes.swap(tables->neeqInquiryCodes);
+    } else if (market == market::kShanghaiOption) {
+        take(tables->stkOptionUndlCodes, market::kShanghai, removed.stkOptionUndlCodes);
+    } else if (market == market::kShenzhenOption) {
+        take(tables->stkOptionUndlCodes, market::kShenzhen, removed.stkOptionUndlCodes);
     }
 }
 

@@ -39,6 +39,10 @@ void install(StockCodes codes, Guarded<CodeSets>& sets);
 /// was there.
 void installNeeqInquiryCodes(std::set<std::string> codes, Guarded<CodeSets>& sets);
 
+/// Takes out what a market has in the sets: issues and receipts of "SH", "SZ" and "BJ", the inquiry codes of "NEEQ",
+/// the underlyings of "SHO" and "SZO".
+void removeMarket(const std::string& market, Guarded<CodeSets>& sets);
+
 /// Replaces the sets of the exchanges present, one after the other.
 void installOptionUnderlyings(std::map<std::string, std::set<std::uint64_t>>&& underlyings, Guarded<CodeSets>& sets);
 

@@ -12,6 +12,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -39,6 +40,7 @@ public:
             const char* const end = std::to_chars(entry.digits.data(), entry.digits.data() + kMostDigits, key).ptr;
             entry.size = static_cast<std::size_t>(end - entry.digits.data());
             entry.record = record;
+            entry.type = &record->recordType();
         }
         std::sort(entries_.begin(), entries_.end(),
                   [](const Entry& left, const Entry& right) { return left.key() < right.key(); });
@@ -56,7 +58,8 @@ public:
             prefetchWhole(*entries_[entry + 1].record);
         }
         bytes_.clear();
-        return entries_[entry].record->appendDocument(bytes_) ? bytes_ : std::string_view();
+        const Entry& asked = entries_[entry];
+        return asked.type->appendDocument(*asked.record, bytes_) ? bytes_ : std::string_view();
     }
 
 private:
@@ -65,6 +68,7 @@ private:
         std::array<char, kMostDigits> digits;
         std::size_t size = 0;
         const Record* record = nullptr;
+        const RecordType* type = nullptr;  // asked for beforehand: the store takes documents with its locks held
         std::string_view key() const { return {digits.data(), size}; }
     };
 
@@ -85,6 +89,13 @@ private:
 inline persist::CPersistService& store() {
     assertNoLockHeld();
     return *persist::CPersistService::instance();
+}
+
+/// The key that the text of a document key stands for; 0 for any other text.
+inline std::uint64_t documentKey(std::string_view text) {
+    std::uint64_t key = 0;
+    const auto end = std::from_chars(text.data(), text.data() + text.size(), key);
+    return end.ec == std::errc() && end.ptr == text.data() + text.size() ? key : 0;
 }
 
 /// How the bytes of a document become a record of a class: null when they do not.
@@ -147,13 +158,15 @@ boost::shared_ptr<Record> readOwnRecord(const std::string& db, std::uint64_t key
 
 /// Every record in a database, in the order of the document keys. What is no such record is left out; nothing when the
 /// database cannot be read to its end.
-template <class Record>
-std::vector<boost::shared_ptr<Record>> readRecords(const std::string& db,
-                                                   DocumentReader<Record> read = recordOf<Record>) {
+/// `seen`, where given, is called with the document key of each of them.
+template <class Record, class Seen>
+std::vector<boost::shared_ptr<Record>> readRecords(const std::string& db, DocumentReader<Record> read,
+                                                   const Seen& seen) {
     std::vector<boost::shared_ptr<Record>> records;
-    const auto keep = [&](std::string_view, std::string_view bytes) {
+    const auto keep = [&](std::string_view key, std::string_view bytes) {
         if (boost::shared_ptr<Record> record = read(bytes)) {
             records.push_back(std::move(record));
+            seen(key);
         }
         return true;
     };
@@ -161,6 +174,12 @@ std::vector<boost::shared_ptr<Record>> readRecords(const std::string& db,
         records.clear();
     }
     return records;
+}
+
+template <class Record>
+std::vector<boost::shared_ptr<Record>> readRecords(const std::string& db,
+                                                   DocumentReader<Record> read = recordOf<Record>) {
+    return readRecords(db, read, [](std::string_view /*key*/) {});
 }
 
 /// The instruments in a map of sub-documents.

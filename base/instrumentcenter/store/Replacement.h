@@ -7,6 +7,7 @@
 
 #include "base/instrumentcenter/catalogue/Guarded.h"
 #include "base/instrumentcenter/store/Documents.h"
+#include "platform/utils/LogLine.h"
 
 namespace mxservice {
 
@@ -21,6 +22,17 @@ struct SharedDatabases {
 
 private:
     Guarded<std::map<std::string, std::mutex>> writeLocks_;
+};
+
+/// Keeps other loads of this center from writing the database, for as long as it lives. Lines of the calling thread
+/// wait meanwhile: from within one an appender may load the same market, and would wait for itself.
+class DatabaseWriting {
+public:
+    DatabaseWriting(SharedDatabases& databases, const std::string& db) : guard_(databases.writeLock(db)) {}
+
+private:
+    const utils::LogDelay delay_;  // ends after the lock is dropped
+    const std::lock_guard<std::mutex> guard_;
 };
 
 /// The databases that one load drops. To readers of this center they are empty at once. On disk each one's documents
@@ -42,12 +54,12 @@ public:
         }
     }
 
-    /// Opens the database and writes the batch; false when either fails.
+    /// Opens the database and writes the batch; false when either fails. The caller has its DatabaseWriting: what
+    /// memory keeps of the market is to change before another load can write it.
     bool save(const std::string& db, const persist::StoreBatch& batch) {
         if (!store().initDb(db, false)) {
             return false;
         }
-        const std::lock_guard guard(databases_.writeLock(db));
         if (!isDropped(db)) {
             if (!store().writeDocuments(db, batch, false)) {
                 return false;
@@ -66,7 +78,7 @@ public:
     /// derived catalogues write, and what they write must stay.
     void dropRest() {
         for (const std::string& db : dropped_) {
-            const std::lock_guard guard(databases_.writeLock(db));
+            const DatabaseWriting writing(databases_, db);
             if (isDropped(db)) {
                 store().dropAllData(db);
                 databases_.dropped.write()->erase(db);

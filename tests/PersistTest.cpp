@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <random>
 #include <thread>
 
 #include "tests/LogCapture.h"
@@ -262,34 +261,6 @@ TEST_F(PersistDamage, IsSetAsideByTheNextInit) {
         EXPECT_EQ(textOf("A", "0"), "fresh0");
         EXPECT_TRUE(fs::exists(store_.path("A.damaged-" + std::to_string(i + 1)))) << i;
         service().setRootPath("");
-    }
-}
-
-/// Whatever bytes change in the file: no crash, and a document that is served is a document that was written or one
-/// whose own bytes were hit.
-TEST_F(PersistDamage, RandomlyDamagedFilesNeverCrash) {
-    const std::string good = bytes();
-    const unsigned seed = std::random_device()();
-    SCOPED_TRACE(seed);
-    std::mt19937_64 random(seed);
-    for (int round = 0; round < 100; ++round) {
-        std::string damaged = good;
-        for (std::uint64_t hits = 1 + random() % 8; hits > 0; --hits) {
-            damaged[random() % damaged.size()] = static_cast<char>(random());
-        }
-        if (random() % 4 == 0) {
-            const std::size_t page = random() % (damaged.size() / 4096);
-            damaged.replace(page * 4096, 4096, 4096, '\0');
-        }
-        replaceBytes(damaged);
-        restart();
-        service().readAllData("A", ".*");
-        service().readData("A", "7");
-        ASSERT_TRUE(writeMany("A", 600, "new"));
-        ASSERT_EQ(textOf("A", "599"), "new599");
-        service().setRootPath("");
-        fs::remove_all(store_.path());
-        fs::create_directories(store_.path("A"));
     }
 }
 

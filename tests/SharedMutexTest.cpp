@@ -65,52 +65,43 @@ TYPED_TEST(AnyLock, ReadersSeeWholeWritesAndNoWriteIsLost) {
     EXPECT_EQ(guarded.read()->first, static_cast<std::uint64_t>(kWriters) * kWrites);
 }
 
-/// Readers that come and go without a pause must not keep a writer out: this test ends only if the writer gets in.
-TYPED_TEST(AnyLock, AWriterGetsInWhileReadersNeverPause) {
+/// A writer that waits for a reader keeps later ones out, so that readers who come and go cannot keep it out for ever.
+TYPED_TEST(AnyLock, AWriterWaitsForTheReaderInsideAndLaterReadersForTheWriter) {
     TypeParam mutex;
+    std::atomic<bool> inside{false};
+    std::atomic<bool> leave{false};
     std::atomic<bool> written{false};
-    std::atomic<int> started{0};
-    std::vector<std::thread> readers;
-    for (int i = 0; i < 4; ++i) {
-        readers.emplace_back([&] {
-            ++started;
-            while (!written.load()) {
-                mutex.lock_shared();
-                mutex.unlock_shared();
-            }
-        });
-    }
-    while (started != 4) {
-        std::this_thread::yield();
-    }
-    for (int i = 0; i < 1000; ++i) {
-        mutex.lock();
-        mutex.unlock();
-    }
-    written = true;
-    for (std::thread& reader : readers) {
-        reader.join();
-    }
-    SUCCEED();
-}
-
-/// A reader inside does not keep another one out: both must be inside at once for either to leave.
-TYPED_TEST(AnyLock, ReadersAreInsideTogether) {
-    TypeParam mutex;
-    std::atomic<int> inside{0};
-    const auto read = [&] {
+    std::thread reader([&] {
         mutex.lock_shared();
-        ++inside;
-        while (inside.load() < 2) {
-            std::this_thread::yield();
-        }
+        inside = true;
+        inside.notify_all();
+        leave.wait(false);
         mutex.unlock_shared();
-    };
-    std::thread first(read);
-    std::thread second(read);
-    first.join();
-    second.join();
-    EXPECT_EQ(inside, 2);
+    });
+    inside.wait(false);
+    mutex.lock_shared();  // together with the other one; gives this thread what tryEnter() needs
+    mutex.unlock_shared();
+    std::thread writer([&] {
+        mutex.lock();
+        written = true;
+        mutex.unlock();
+    });
+    bool shut = false;
+    constexpr int kAttempts = 1'000'000;
+    for (int i = 0; i < kAttempts && !shut; ++i) {
+        if (auto* const entered = mutex.tryEnter()) {
+            TypeParam::leave(entered);
+            std::this_thread::yield();
+        } else {
+            shut = true;
+        }
+    }
+    EXPECT_TRUE(shut) << "readers come and go while a writer waits";
+    EXPECT_FALSE(written);
+    leave = true;
+    leave.notify_all();
+    reader.join();
+    writer.join();
 }
 
 /// Two threads raise a value in two steps, what they read being the ground of what they commit: a writer let in between

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -38,6 +39,12 @@ inline std::vector<std::string> linesOf(const std::string& text) {
         lines.push_back(line);
     }
     return lines;
+}
+
+/// A text whose runs of blanks are one blank each: how wide a column is depends on everything else in it.
+inline std::string squeezed(std::string text) {
+    text.erase(std::unique(text.begin(), text.end(), [](char a, char b) { return a == ' ' && b == ' '; }), text.end());
+    return text;
 }
 
 /// A day of a few records in all catalogues.

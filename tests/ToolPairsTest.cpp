@@ -26,6 +26,7 @@ using ::testing::StartsWith;
 using tooltest::linesOf;
 using tooltest::Result;
 using tooltest::run;
+using tooltest::squeezed;
 
 class ToolPairsTest : public tooltest::ToolTest {
 protected:
@@ -77,8 +78,8 @@ TEST_F(ToolPairsTest, DiffNamesWhatWasListedDelistedAndChanged) {
                                  HasSubstr(R"(stocks[600009],,"{""market"":""SH"",""code"":""600009""}")")));
     EXPECT_THAT(found.out, AllOf(HasSubstr("listed,bonds,220002,22国债02,,,\r\n"),
                                  HasSubstr("delisted,bonds,220001,22国债01,,,\r\n")));
-    EXPECT_THAT(diff().out, AllOf(HasSubstr("instruments          1        12        1          0\n"),
-                                  HasSubstr("counterparties       0         0        0          1\n")));
+    EXPECT_THAT(squeezed(diff().out),
+                AllOf(HasSubstr("instruments 1 12 1 0\n"), HasSubstr("counterparties 0 0 0 1\n")));
 }
 
 TEST_F(ToolPairsTest, DiffOfASnapshotAndItsStoreIsEmptyAlthoughListingsWereMerged) {
@@ -88,9 +89,8 @@ TEST_F(ToolPairsTest, DiffOfASnapshotAndItsStoreIsEmptyAlthoughListingsWereMerge
          {std::pair<std::string, std::string>{store, day_.path()}, {day_.path(), store}}) {
         const Result same = run({"diff", before, after});
         EXPECT_EQ(same.code, 0) << same.err;
-        EXPECT_THAT(same.out,
-                    AllOf(HasSubstr("no difference"), HasSubstr("instruments        0         0        0         13\n"),
-                          Not(HasSubstr("counterparties"))));
+        EXPECT_THAT(squeezed(same.out), AllOf(HasSubstr("no difference"), HasSubstr("instruments 0 0 0 13\n"),
+                                              Not(HasSubstr("counterparties"))));
     }
     write("instruments2.ndjson", R"({"market":"HK","code":"00009","name":"九"})");
     EXPECT_THAT(

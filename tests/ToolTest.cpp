@@ -20,6 +20,7 @@ using ::testing::Not;
 using ::testing::StartsWith;
 using tooltest::Result;
 using tooltest::run;
+using tooltest::squeezed;
 using tooltest::ToolTest;
 
 TEST_F(ToolTest, AnswersFromEitherCenter) {
@@ -57,13 +58,13 @@ TEST_F(ToolTest, AnswersFromEitherCenter) {
         {{"summary"}, "\nmarket by key   ", "\ninstruments      4096 "}};
     for (const Case& test : cases) {
         const Result server = ask(test.arguments);
-        EXPECT_THAT(server.out, HasSubstr(test.server));
+        EXPECT_THAT(squeezed(server.out), HasSubstr(squeezed(test.server)));
         EXPECT_EQ(server.code, 0) << server.err;
         const Result client = askClient(test.arguments);
-        EXPECT_THAT(client.out, HasSubstr(test.client));
+        EXPECT_THAT(squeezed(client.out), HasSubstr(squeezed(test.client)));
         EXPECT_EQ(client.code, 0) << client.err;
     }
-    EXPECT_THAT(askClient({"interbank", "SH019547"}).out, HasSubstr("SH019547  220001\n"));
+    EXPECT_THAT(askClient({"interbank", "SH019547"}).out, HasSubstr("220001\n"));
     EXPECT_EQ(ask({"interbank", "SH019547"}).code, 1);
 }
 

@@ -1,10 +1,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
 
+#include <atomic>
 #include <fstream>
+#include <optional>
 
 #include "tests/CenterFixture.h"
 #include "tests/LogCapture.h"
+#include "tests/WatchedThread.h"
 
 // What only the persisted center does.
 
@@ -335,6 +339,55 @@ TEST_F(ClientCenter, LoadsOfOneFamilyAtOnceLoseNoDocument) {
     for (const char* const key : {"HK00005", "HK02800", "HK00700"}) {
         EXPECT_TRUE(asked().hasCode(key) && asked().getInstrument(key)) << key;
     }
+}
+
+/// The second load comes to the database when the first one is about to write what takes the old documents away.
+TEST_F(ClientCenter, AWriteOfADatabaseWaitsForTheOneUnderWay) {
+    if (!WatchedThread::canBeWatched()) {
+        GTEST_SKIP() << "the system does not tell what threads wait for";
+    }
+    load({"HK"}, {instrument("HK", "00700")});
+    const auto engine = std::make_shared<FailingEngine>();
+    service().setEngine(engine);
+    {
+        std::optional<WatchedThread> other;
+        std::atomic<bool> met{false};
+        engine->onWrite([&](const std::string& db) {
+            if (db == "OvIns_HK" && !met.exchange(true)) {
+                other.emplace([&] { load({"SGT"}, {instrument("SGT", "02800")}); });
+                EXPECT_TRUE(other->waitsIn(SYS_futex)) << "it has written meanwhile";
+            }
+        });
+        load({"HGT"}, {instrument("HGT", "00005")});
+        ASSERT_TRUE(met);
+    }
+    for (const char* const code : {"00005", "02800", "00700"}) {
+        EXPECT_FALSE(service().readData("OvIns_HK", keyText("HK", code)).isEmpty()) << code;
+    }
+}
+
+/// Of a market that the load does not name, so that its keys answer all the time.
+TEST_F(ClientCenter, AWriteLeavesNoOldRecordInTheCache) {
+    const auto day = [&](const std::string& name) {
+        Instruments records{instrument("SZ", "cached"), instrument("SZ", "not cached")};
+        for (const InstrumentPtr& record : records) {
+            record->name = name;
+        }
+        load({"DCE"}, records);
+    };
+    const auto nameOf = [&](const std::string& code) { return asked().getInstrument("SZ", code)->name; };
+    const auto engine = std::make_shared<FailingEngine>();
+    service().setEngine(engine);
+    day("old");
+    EXPECT_EQ(nameOf("cached"), "old");
+    engine->onWrite([&](const std::string& db) {
+        if (db == "OvIns_SZ") {
+            EXPECT_EQ(nameOf("cached"), "new") << "a cached record is replaced ahead of the write";
+            EXPECT_EQ(nameOf("not cached"), "old") << "and this one is cached now";
+        }
+    });
+    day("new");
+    EXPECT_EQ(nameOf("not cached"), "new");
 }
 
 TEST_F(ClientCenter, OuterTablesKeepNamesAndReplaceTheRest) {

@@ -2,12 +2,18 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <memory>
 #include <thread>
 #include <vector>
 
 #include "base/instrumentcenter/catalogue/Guarded.h"
+
+#ifdef __linux__
+#include <sched.h>
+#endif
 
 namespace mxservice {
 namespace {
@@ -102,6 +108,98 @@ TYPED_TEST(AnyLock, AWriterWaitsForTheReaderInsideAndLaterReadersForTheWriter) {
     leave.notify_all();
     reader.join();
     writer.join();
+}
+
+/// Keeps the calling thread on the first or second of the processors it may use, so that two threads run at once.
+void stayOnProcessor([[maybe_unused]] int which) {
+#ifdef __linux__
+    cpu_set_t allowed;
+    if (::sched_getaffinity(0, sizeof allowed, &allowed) != 0 || CPU_COUNT(&allowed) < 2) {
+        return;
+    }
+    std::size_t processor = 0;
+    for (int left = which; !CPU_ISSET(processor, &allowed) || left-- > 0;) {
+        ++processor;
+    }
+    CPU_ZERO(&allowed);
+    CPU_SET(processor, &allowed);
+    ::sched_setaffinity(0, sizeof allowed, &allowed);
+#endif
+}
+
+void await(const std::atomic<int>& value, int wanted) {
+    constexpr int kSpins = 20000;
+    for (int i = 0; value.load() < wanted; ++i) {
+        if (i > kSpins) {
+            std::this_thread::yield();
+        }
+    }
+}
+
+void idle(int steps) {
+    for (int i = 0; i < steps; ++i) {
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+    }
+}
+
+/// A reader marks its line while a writer shuts the door, again and again, the delay before it sought so that either is
+/// first about as often. The reader has just written to memory that the other processor holds, which keeps its mark
+/// waiting in its own: there the writer would overlook it without a barrier.
+TYPED_TEST(AnyLock, AReaderAndAWriterWhoComeAtOnceAreNeverInsideTogether) {
+    constexpr int kRounds = 5000;
+    constexpr int kWriterDelay = 300;
+    constexpr int kReads = 200;
+    struct alignas(64) Line {
+        std::atomic<int> value{0};
+    };
+    TypeParam mutex;
+    Line writing;
+    Line ready;
+    Line begun;
+    std::array<Line, 32> written;
+    int together = 0;
+    std::thread reader([&] {
+        stayOnProcessor(0);
+        mutex.lock_shared();  // gives this thread a line of its own
+        mutex.unlock_shared();
+        int delay = 0;
+        for (int round = 1; round <= kRounds; ++round) {
+            ready.value = round;
+            await(begun.value, round);
+            idle(delay);
+            for (Line& line : written) {
+                line.value.store(round, std::memory_order_relaxed);
+            }
+            if (auto* const inside = mutex.tryEnter()) {
+                for (int i = 0; i < kReads; ++i) {
+                    together += writing.value.load(std::memory_order_relaxed);
+                }
+                TypeParam::leave(inside);
+                ++delay;
+            } else {
+                delay = std::max(delay - 1, 0);
+            }
+        }
+    });
+    std::thread writer([&] {
+        stayOnProcessor(1);
+        for (int round = 1; round <= kRounds; ++round) {
+            await(ready.value, round);
+            for (Line& line : written) {
+                line.value.store(-round, std::memory_order_relaxed);
+            }
+            begun.value = round;
+            idle(kWriterDelay);
+            mutex.lock();
+            writing.value.store(1, std::memory_order_relaxed);
+            idle(2 * kReads);
+            writing.value.store(0, std::memory_order_relaxed);
+            mutex.unlock();
+        }
+    });
+    reader.join();
+    writer.join();
+    EXPECT_EQ(together, 0);
 }
 
 /// Two threads raise a value in two steps, what they read being the ground of what they commit: a writer let in between

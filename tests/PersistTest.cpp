@@ -67,6 +67,18 @@ TEST_F(Persist, DocumentsSurviveARestart) {
     EXPECT_THAT(service().readAllData("A", ".*"), SizeIs(0));
 }
 
+/// Into an empty database entries go by the order of their keys, which must be the library's for any bytes.
+TEST_F(Persist, KeysOfAnyBytesAreStored) {
+    const std::string longer("a beginning of more than eight bytes");
+    const std::vector<std::string> keys{"\xFF",  "\x7F",          "\x80",          "A",   "\xE6\xB2\xAA", "A\x80",
+                                        "A\x7F", longer + "\x80", longer + "\x7F", longer};
+    ASSERT_TRUE(service().initDb("A", false));
+    ASSERT_TRUE(service().writeDatas("A", keys, std::vector<BSONObj>(keys.size(), document("x")), false));
+    for (const std::string& key : keys) {
+        EXPECT_EQ(textOf("A", key), "x") << key;
+    }
+}
+
 TEST_F(Persist, SubDocumentsStandBesideDocuments) {
     ASSERT_TRUE(service().initDb("A", false));
     ASSERT_TRUE(service().writeHashDatas("A", {"1", "2"}, {document("a"), document("b")}, false, "f", false));

@@ -144,10 +144,11 @@ void idle(int steps) {
 
 /// A reader marks its line while a writer shuts the door, again and again, the delay before it sought so that either is
 /// first about as often. The reader has just written to memory that the other processor holds, which keeps its mark
-/// waiting in its own: there the writer would overlook it without a barrier.
+/// waiting in its own, and has the door's state at hand: there either would overlook the other without a barrier.
 TYPED_TEST(AnyLock, AReaderAndAWriterWhoComeAtOnceAreNeverInsideTogether) {
     constexpr int kRounds = 5000;
-    constexpr int kWriterDelay = 300;
+    constexpr int kWriterDelay = 1000;
+    constexpr int kStep = 4;
     constexpr int kReads = 200;
     struct alignas(64) Line {
         std::atomic<int> value{0};
@@ -162,10 +163,13 @@ TYPED_TEST(AnyLock, AReaderAndAWriterWhoComeAtOnceAreNeverInsideTogether) {
         stayOnProcessor(0);
         mutex.lock_shared();  // gives this thread a line of its own
         mutex.unlock_shared();
-        int delay = 0;
+        int delay = kWriterDelay / 2;
         for (int round = 1; round <= kRounds; ++round) {
             ready.value = round;
             await(begun.value, round);
+            if (auto* const inside = mutex.tryEnter()) {
+                TypeParam::leave(inside);
+            }
             idle(delay);
             for (Line& line : written) {
                 line.value.store(round, std::memory_order_relaxed);
@@ -175,9 +179,9 @@ TYPED_TEST(AnyLock, AReaderAndAWriterWhoComeAtOnceAreNeverInsideTogether) {
                     together += writing.value.load(std::memory_order_relaxed);
                 }
                 TypeParam::leave(inside);
-                ++delay;
+                delay += kStep;
             } else {
-                delay = std::max(delay - 1, 0);
+                delay = std::max(delay - kStep, 0);
             }
         }
     });

@@ -202,6 +202,7 @@ TEST(Documents, AreNotReadBeyondTheirEnd) {
     }
     mxservice::CInstrumentDetail record;
     record.market = "SH";
+    record.statusString = "a text after what tells the class";
     std::string bytes;
     ASSERT_TRUE(record.appendDocument(bytes));
     const std::string content = bytes.substr(sizeof(std::int32_t), bytes.size() - sizeof(std::int32_t) - 1);

@@ -1,7 +1,10 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -10,6 +13,7 @@
 
 #include "tests/LogCapture.h"
 #include "tests/TemporaryStore.h"
+#include "tests/WatchedThread.h"
 
 namespace {
 
@@ -213,6 +217,94 @@ TEST_F(Persist, GrowthByAnotherProcessIsAdopted) {
     ASSERT_EQ(result, 0);
     EXPECT_EQ(textOf("A", "big").size(), 8U << 20U);
     EXPECT_TRUE(service().writeData("A", "11", document("after"), false));
+}
+
+/// It reads by itself: pages that it still reads are kept from its parent's writes.
+TEST_F(Persist, AForkedChildDoesNotGoOnWithWhatItsParentOpened) {
+    constexpr int kDocuments = 2000;
+    ASSERT_TRUE(writeMany("A", kDocuments, "old"));
+    ASSERT_EQ(textOf("A", "7"), "old7");
+    int begun[2];
+    int written[2];
+    ASSERT_TRUE(::pipe(begun) == 0 && ::pipe(written) == 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        int sound = 0;
+        service().visitAllData("A", [&](std::string_view key, std::string_view bytes) {
+            char byte = '.';
+            if (sound == 0 && (::write(begun[1], &byte, 1) != 1 || ::read(written[0], &byte, 1) != 1)) {
+                return false;
+            }
+            const BSONObj read = BSONObj::fromBytes(bytes.data(), bytes.size());
+            sound += read.getStringField("text") == "old" + std::string(key) ? 1 : 0;
+            return true;
+        });
+        ::_exit(sound == kDocuments ? 0 : 1);
+    }
+    ::close(begun[1]);
+    char byte = '.';
+    EXPECT_EQ(::read(begun[0], &byte, 1), 1);
+    for (int round = 0; round < 4; ++round) {
+        EXPECT_TRUE(writeMany("A", kDocuments, "new"));
+    }
+    EXPECT_EQ(::write(written[1], &byte, 1), 1);
+    int result = -1;
+    ASSERT_EQ(::waitpid(child, &result, 0), child);
+    EXPECT_EQ(result, 0);
+    for (const int end : {begun[0], written[0], written[1]}) {
+        ::close(end);
+    }
+}
+
+/// What another process creates, checks or moves aside right now is left alone until that is done.
+TEST_F(Persist, OpeningWaitsForAProcessThatCreatesADatabaseOfTheSameRoot) {
+    if (!WatchedThread::canBeWatched()) {
+        GTEST_SKIP() << "the system does not tell what threads wait for";
+    }
+    ASSERT_TRUE(writeMany("A", 1, "a"));
+    restart();
+    const int other = ::open(store_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_EQ(::flock(other, LOCK_SH), 0);
+    EXPECT_EQ(textOf("A", "0"), "a0") << "readers do not wait for each other";
+    {
+        const WatchedThread creator([] { service().initDb("B", false); });
+        EXPECT_TRUE(creator.waitsIn(SYS_flock));
+        EXPECT_FALSE(fs::exists(store_.path("B") / "data.mdb"));
+        ::flock(other, LOCK_UN);
+    }
+    EXPECT_TRUE(fs::exists(store_.path("B") / "data.mdb"));
+    restart();
+    ASSERT_EQ(::flock(other, LOCK_EX), 0);
+    std::string text;
+    {
+        const WatchedThread reader([&] { text = textOf("A", "0"); });
+        EXPECT_TRUE(reader.waitsIn(SYS_flock));
+        ::close(other);
+    }
+    EXPECT_EQ(text, "a0");
+}
+
+/// A pipe in place of the file holds the opening up.
+TEST_F(Persist, ADirectoryReplacedWhileItIsOpenedIsNotTakenForWhatItWas) {
+    if (!WatchedThread::canBeWatched()) {
+        GTEST_SKIP() << "the system does not tell what threads wait for";
+    }
+    ASSERT_TRUE(writeMany("B", 1, "b"));
+    restart();
+    fs::create_directory(store_.path("A"));
+    ASSERT_EQ(::mkfifo((store_.path("A") / "data.mdb").c_str(), 0600), 0);
+    const LogCapture capture;
+    bool opened = true;
+    {
+        const WatchedThread opener([&] { opened = service().initDb("A", false); });
+        ASSERT_TRUE(opener.waitsIn(SYS_openat));
+        fs::rename(store_.path("A"), store_.path("C"));
+        fs::rename(store_.path("B"), store_.path("A"));
+        ::close(::open((store_.path("C") / "data.mdb").c_str(), O_WRONLY | O_CLOEXEC));
+    }
+    EXPECT_FALSE(opened);
+    EXPECT_THAT(capture.texts(), ElementsAre(HasSubstr("removed or replaced while it was opened")));
+    EXPECT_EQ(textOf("A", "0"), "b0");
 }
 
 TEST_F(Persist, AHundredDatabasesAndFiveHundredReadersWork) {

@@ -1,7 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
 #include <sys/syscall.h>
 
+#include <array>
 #include <atomic>
 #include <fstream>
 #include <optional>
@@ -267,6 +269,29 @@ TEST_F(ClientCenter, ClearPersistRemovesCatalogueDirectoriesOnly) {
     EXPECT_TRUE(asked().getInstrument("SH1")) << "the next load begins a fresh database";
 }
 
+/// Whoever looks on, also after a crash, finds a database or none, and none that lacks a file.
+TEST_F(ClientCenter, ClearPersistTakesADatabaseAwayInOneStep) {
+    load({"SH"}, {instrument("SH", "1")});
+    const int events = ::inotify_init1(IN_CLOEXEC);
+    ASSERT_GE(::inotify_add_watch(events, store_.path().c_str(), IN_MOVED_FROM), 0);
+    const int inside = ::inotify_add_watch(events, store_.path("OvIns_SH").c_str(), IN_DELETE);
+    ASSERT_GE(inside, 0);
+    asked().clearPersist(store_.path());
+    alignas(inotify_event) std::array<char, 4096> bytes;
+    const ssize_t size = ::read(events, bytes.data(), bytes.size());
+    ::close(events);
+    std::vector<std::string> seen;
+    for (std::size_t at = 0; at < static_cast<std::size_t>(size);) {
+        const auto& event = *reinterpret_cast<const inotify_event*>(&bytes[at]);
+        at += sizeof event + event.len;
+        if (event.wd == inside || std::string(event.name) == "OvIns_SH") {
+            seen.emplace_back(event.name);
+        }
+    }
+    ASSERT_THAT(seen, Contains("data.mdb"));
+    EXPECT_EQ(seen.front(), "OvIns_SH") << "its files went while it still had its name";
+}
+
 TEST_F(ClientCenter, CacheCapacitiesOfOneAndNoneWork) {
     for (const int capacity : {1, 0, -5}) {
         OpenClientCenter center(capacity);
@@ -322,6 +347,59 @@ TEST_F(ClientCenter, FuturesCataloguesAreReadBackFromTheStore) {
     next.initInstruments({"SH"}, {instrument("SH", "600000")});
     EXPECT_THAT(static_cast<IInstrumentCenter&>(next).getFutureMainInstruments("DCE"), IsEmpty());
     EXPECT_THAT(static_cast<IInstrumentCenter&>(next).getProductInstruments("m"), IsEmpty());
+}
+
+/// One market whose main contracts cannot be written does not keep those of the others out.
+TEST_F(ClientCenter, MainContractsThatCannotBeWrittenTogetherAreWrittenMarketByMarket) {
+    const auto engine = std::make_shared<FailingEngine>();
+    service().setEngine(engine);
+    for (const int failures : {2, 1}) {
+        int writes = 0;
+        engine->onWrite([&](const std::string& db) {
+            const bool fails = db == "OvIns_FUMAIN" && ++writes <= failures;
+            engine->failAt(fails ? 0 : -1, false);
+        });
+        Instruments mains{instrument("CFFEX", "IF2603"), instrument("DCE", "m2601")};
+        for (const InstrumentPtr& main : mains) {
+            main->mainContractFlag = 1;
+        }
+        const LogCapture capture;
+        load({"CFFEX", "DCE"}, mains);
+        EXPECT_EQ(writes, 3) << "both, then each";
+        const int unwritten = failures - 1;
+        EXPECT_EQ(capture.count("[clientIns] save to persist failed, market = FUMAIN"),
+                  static_cast<std::size_t>(unwritten));
+        int written = 0;
+        for (const InstrumentPtr& main : mains) {
+            const std::string& market = main->market;
+            EXPECT_THAT(keysOf(asked().getFutureMainInstruments(market)), ElementsAre(market + main->code));
+            std::map<std::string, bson::BSONObj> documents;
+            const std::string field = std::to_string(utils::hash(market));
+            written += service().readHashDatas("OvIns_FUMAIN", documents, field, true) ? 1 : 0;
+        }
+        EXPECT_EQ(written, 2 - unwritten);
+    }
+}
+
+TEST_F(ClientCenter, AMarketThatWasNamedAndNeverBroughtIsReported) {
+    load({"SZ"}, {});
+    const LogCapture capture;
+    const std::list<std::string> markets{"SZ"};
+    InstrumentMap out;
+    asked().getInstruments("SZ");
+    asked().getInstruments(out);
+    asked().getInstruments(markets);
+    asked().getInstruments(markets, out);
+    EXPECT_THAT(asked().getInstruments(), IsEmpty()) << "and this one says nothing";
+    EXPECT_THAT(capture.texts(),
+                ElementsAre("[clientIns] get market SZ db error ",
+                            "[clientIns] get market ref " + std::to_string(utils::hash("SZ")) + " db error ",
+                            "[clientIns] get marketlist SZ db error ", "[clientIns] get marketlist ref SZ db error "));
+    for (const LogCapture::Line& line : capture.lines()) {
+        EXPECT_EQ(line.level, utils::kLogError);
+    }
+    load({"SZ"}, {instrument("SZ", "1")});
+    EXPECT_THAT(asked().getInstruments("SZ"), SizeIs(1));
 }
 
 TEST_F(ClientCenter, LoadsOfOneFamilyAtOnceLoseNoDocument) {

@@ -211,23 +211,6 @@ TEST_F(ClientCenter, AReloadDropsForReadersAtOnceAndOnDiskWithTheNewDocuments) {
     EXPECT_EQ(documentsIn("OvIns_SH"), 0U) << "outside a load a drop is done at once";
 }
 
-TEST_F(ClientCenter, UnsafeMarketNamesAreServedFromMemoryToo) {
-    for (const std::string& market : {std::string("../escape"), std::string("a\0b", 3), std::string(300, 'm')}) {
-        load({market}, {instrument(market, "1")});
-        EXPECT_TRUE(asked().getInstrument(market, "1"));
-        EXPECT_THAT(asked().getInstruments(market), SizeIs(1));
-    }
-    EXPECT_FALSE(std::filesystem::exists(store_.path("../escape")));
-}
-
-TEST_F(ClientCenter, ARecordTooLargeForADocumentIsStillServed) {
-    const InstrumentPtr huge = instrument("SH", "1");
-    huge->name.assign(bson::kMaxDocumentBytes, 'x');
-    load({"SH"}, {huge, instrument("SH", "2")});
-    EXPECT_EQ(asked().getInstrument("SH1"), huge);
-    EXPECT_THAT(asked().getInstruments("SH"), SizeIs(2));
-}
-
 TEST_F(ClientCenter, ClearingTheDerivedDatabasesComesBeforeTheirNewContents) {
     const InstrumentPtr contract = instrument("DCE", "m2601");
     contract->productId = "m";
@@ -290,17 +273,6 @@ TEST_F(ClientCenter, ClearPersistTakesADatabaseAwayInOneStep) {
     }
     ASSERT_THAT(seen, Contains("data.mdb"));
     EXPECT_EQ(seen.front(), "OvIns_SH") << "its files went while it still had its name";
-}
-
-TEST_F(ClientCenter, CacheCapacitiesOfOneAndNoneWork) {
-    for (const int capacity : {1, 0, -5}) {
-        OpenClientCenter center(capacity);
-        center.initInstruments({"SH"}, {instrument("SH", "1"), instrument("SH", "2")});
-        for (int round = 0; round < 3; ++round) {
-            EXPECT_EQ(static_cast<IInstrumentCenter&>(center).getInstrument("SH1")->code, "1");
-            EXPECT_EQ(static_cast<IInstrumentCenter&>(center).getInstrument("SH2")->code, "2");
-        }
-    }
 }
 
 TEST_F(ClientCenter, ExchangesOfTheTypesThatOnlyItKnows) {

@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -390,29 +389,6 @@ TEST_F(Persist, ADocumentThatIsNoneIsNotServed) {
     EXPECT_TRUE(service().readData("A", "bad").isEmpty());
     EXPECT_THAT(service().readAllData("A", ".*"), ElementsAre(Pair("0", document("a0"))));
     EXPECT_THAT(capture.texts(), SizeIs(2));
-}
-
-TEST_F(Persist, WithoutFileDescriptorsItFailsAndRecovers) {
-#if defined(__SANITIZE_ADDRESS__)
-    GTEST_SKIP() << "the sanitizer needs file descriptors of its own to look at objects";
-#endif
-    ASSERT_TRUE(writeMany("A", 1, "a"));
-    rlimit before{};
-    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-    std::vector<int> taken;
-    rlimit few = before;
-    few.rlim_cur = 64;
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
-    for (int fd = ::open("/dev/null", O_RDONLY); fd >= 0; fd = ::open("/dev/null", O_RDONLY)) {
-        taken.push_back(fd);
-    }
-    EXPECT_FALSE(service().initDb("B", false));
-    EXPECT_EQ(textOf("A", "0"), "a0");
-    for (const int fd : taken) {
-        ::close(fd);
-    }
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
-    EXPECT_TRUE(service().initDb("B", false));
 }
 
 }  // namespace

@@ -400,8 +400,8 @@ TEST_F(ClientCenter, AWriteOfADatabaseWaitsForTheOneUnderWay) {
     const auto engine = std::make_shared<FailingEngine>();
     service().setEngine(engine);
     {
-        std::optional<WatchedThread> other;
         std::atomic<bool> met{false};
+        std::optional<WatchedThread> other;
         engine->onWrite([&](const std::string& db) {
             if (db == "OvIns_HK" && !met.exchange(true)) {
                 other.emplace([&] { load({"SGT"}, {instrument("SGT", "02800")}); });
@@ -410,6 +410,8 @@ TEST_F(ClientCenter, AWriteOfADatabaseWaitsForTheOneUnderWay) {
         });
         load({"HGT"}, {instrument("HGT", "00005")});
         ASSERT_TRUE(met);
+        other.reset();
+        engine->onWrite(nullptr);
     }
     for (const char* const code : {"00005", "02800", "00700"}) {
         EXPECT_FALSE(service().readData("OvIns_HK", keyText("HK", code)).isEmpty()) << code;

@@ -1,13 +1,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
+#include <sys/syscall.h>
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <barrier>
 #include <fstream>
+#include <optional>
 #include <thread>
 
 #include "tests/CenterFixture.h"
 #include "tests/LogCapture.h"
+#include "tests/WatchedThread.h"
 
 // What only the persisted center does.
 
@@ -300,23 +306,6 @@ TEST_F(ClientCenter, AReloadDropsForReadersAtOnceAndOnDiskWithTheNewDocuments) {
     EXPECT_EQ(documentsIn("OvIns_SH"), 0U) << "outside a load a drop is done at once";
 }
 
-TEST_F(ClientCenter, UnsafeMarketNamesAreServedFromMemoryToo) {
-    for (const std::string& market : {std::string("../escape"), std::string("a\0b", 3), std::string(300, 'm')}) {
-        load({market}, {instrument(market, "1")});
-        EXPECT_TRUE(asked().getInstrument(market, "1"));
-        EXPECT_THAT(asked().getInstruments(market), SizeIs(1));
-    }
-    EXPECT_FALSE(std::filesystem::exists(store_.path("../escape")));
-}
-
-TEST_F(ClientCenter, ARecordTooLargeForADocumentIsStillServed) {
-    const InstrumentPtr huge = instrument("SH", "1");
-    huge->name.assign(bson::kMaxDocumentBytes, 'x');
-    load({"SH"}, {huge, instrument("SH", "2")});
-    EXPECT_EQ(asked().getInstrument("SH1"), huge);
-    EXPECT_THAT(asked().getInstruments("SH"), SizeIs(2));
-}
-
 TEST_F(ClientCenter, ClearingTheDerivedDatabasesComesBeforeTheirNewContents) {
     const InstrumentPtr contract = instrument("DCE", "m2601");
     contract->productId = "m";
@@ -362,15 +351,27 @@ TEST_F(ClientCenter, ClearPersistRemovesCatalogueDirectoriesOnly) {
     EXPECT_TRUE(asked().getInstrument("SH1")) << "the next load begins a fresh database";
 }
 
-TEST_F(ClientCenter, CacheCapacitiesOfOneAndNoneWork) {
-    for (const int capacity : {1, 0, -5}) {
-        OpenClientCenter center(capacity);
-        center.initInstruments({"SH"}, {instrument("SH", "1"), instrument("SH", "2")});
-        for (int round = 0; round < 3; ++round) {
-            EXPECT_EQ(static_cast<IInstrumentCenter&>(center).getInstrument("SH1")->code, "1");
-            EXPECT_EQ(static_cast<IInstrumentCenter&>(center).getInstrument("SH2")->code, "2");
+/// Whoever looks on, also after a crash, finds a database or none, and none that lacks a file.
+TEST_F(ClientCenter, ClearPersistTakesADatabaseAwayInOneStep) {
+    load({"SH"}, {instrument("SH", "1")});
+    const int events = ::inotify_init1(IN_CLOEXEC);
+    ASSERT_GE(::inotify_add_watch(events, store_.path().c_str(), IN_MOVED_FROM), 0);
+    const int inside = ::inotify_add_watch(events, store_.path("OvIns_SH").c_str(), IN_DELETE);
+    ASSERT_GE(inside, 0);
+    asked().clearPersist(store_.path());
+    alignas(inotify_event) std::array<char, 4096> bytes;
+    const ssize_t size = ::read(events, bytes.data(), bytes.size());
+    ::close(events);
+    std::vector<std::string> seen;
+    for (std::size_t at = 0; at < static_cast<std::size_t>(size);) {
+        const auto& event = *reinterpret_cast<const inotify_event*>(&bytes[at]);
+        at += sizeof event + event.len;
+        if (event.wd == inside || std::string(event.name) == "OvIns_SH") {
+            seen.emplace_back(event.name);
         }
     }
+    ASSERT_THAT(seen, Contains("data.mdb"));
+    EXPECT_EQ(seen.front(), "OvIns_SH") << "its files went while it still had its name";
 }
 
 TEST_F(ClientCenter, ExchangesOfTheTypesThatOnlyItKnows) {
@@ -419,6 +420,59 @@ TEST_F(ClientCenter, FuturesCataloguesAreReadBackFromTheStore) {
     EXPECT_THAT(static_cast<IInstrumentCenter&>(next).getProductInstruments("m"), IsEmpty());
 }
 
+/// One market whose main contracts cannot be written does not keep those of the others out.
+TEST_F(ClientCenter, MainContractsThatCannotBeWrittenTogetherAreWrittenMarketByMarket) {
+    const auto engine = std::make_shared<FailingEngine>();
+    service().setEngine(engine);
+    for (const int failures : {2, 1}) {
+        int writes = 0;
+        engine->onWrite([&](const std::string& db) {
+            const bool fails = db == "OvIns_FUMAIN" && ++writes <= failures;
+            engine->failAt(fails ? 0 : -1, false);
+        });
+        Instruments mains{instrument("CFFEX", "IF2603"), instrument("DCE", "m2601")};
+        for (const InstrumentPtr& main : mains) {
+            main->mainContractFlag = 1;
+        }
+        const LogCapture capture;
+        load({"CFFEX", "DCE"}, mains);
+        EXPECT_EQ(writes, 3) << "both, then each";
+        const int unwritten = failures - 1;
+        EXPECT_EQ(capture.count("[clientIns] save to persist failed, market = FUMAIN"),
+                  static_cast<std::size_t>(unwritten));
+        int written = 0;
+        for (const InstrumentPtr& main : mains) {
+            const std::string& market = main->market;
+            EXPECT_THAT(keysOf(asked().getFutureMainInstruments(market)), ElementsAre(market + main->code));
+            std::map<std::string, bson::BSONObj> documents;
+            const std::string field = std::to_string(utils::hash(market));
+            written += service().readHashDatas("OvIns_FUMAIN", documents, field, true) ? 1 : 0;
+        }
+        EXPECT_EQ(written, 2 - unwritten);
+    }
+}
+
+TEST_F(ClientCenter, AMarketThatWasNamedAndNeverBroughtIsReported) {
+    load({"SZ"}, {});
+    const LogCapture capture;
+    const std::list<std::string> markets{"SZ"};
+    InstrumentMap out;
+    asked().getInstruments("SZ");
+    asked().getInstruments(out);
+    asked().getInstruments(markets);
+    asked().getInstruments(markets, out);
+    EXPECT_THAT(asked().getInstruments(), IsEmpty()) << "and this one says nothing";
+    EXPECT_THAT(capture.texts(),
+                ElementsAre("[clientIns] get market SZ db error ",
+                            "[clientIns] get market ref " + std::to_string(utils::hash("SZ")) + " db error ",
+                            "[clientIns] get marketlist SZ db error ", "[clientIns] get marketlist ref SZ db error "));
+    for (const LogCapture::Line& line : capture.lines()) {
+        EXPECT_EQ(line.level, utils::kLogError);
+    }
+    load({"SZ"}, {instrument("SZ", "1")});
+    EXPECT_THAT(asked().getInstruments("SZ"), SizeIs(1));
+}
+
 TEST_F(ClientCenter, LoadsOfOneFamilyAtOnceLoseNoDocument) {
     load({"HK"}, {instrument("HK", "00700")});
     const auto engine = std::make_shared<FailingEngine>();
@@ -434,6 +488,57 @@ TEST_F(ClientCenter, LoadsOfOneFamilyAtOnceLoseNoDocument) {
     for (const char* const key : {"HK00005", "HK02800", "HK00700"}) {
         EXPECT_TRUE(asked().hasCode(key) && asked().getInstrument(key)) << key;
     }
+}
+
+/// The second load comes to the database when the first one is about to write what takes the old documents away.
+TEST_F(ClientCenter, AWriteOfADatabaseWaitsForTheOneUnderWay) {
+    if (!WatchedThread::canBeWatched()) {
+        GTEST_SKIP() << "the system does not tell what threads wait for";
+    }
+    load({"HK"}, {instrument("HK", "00700")});
+    const auto engine = std::make_shared<FailingEngine>();
+    service().setEngine(engine);
+    {
+        std::atomic<bool> met{false};
+        std::optional<WatchedThread> other;
+        engine->onWrite([&](const std::string& db) {
+            if (db == "OvIns_HK" && !met.exchange(true)) {
+                other.emplace([&] { load({"SGT"}, {instrument("SGT", "02800")}); });
+                EXPECT_TRUE(other->waitsIn(SYS_futex)) << "it has written meanwhile";
+            }
+        });
+        load({"HGT"}, {instrument("HGT", "00005")});
+        ASSERT_TRUE(met);
+        other.reset();
+        engine->onWrite(nullptr);
+    }
+    for (const char* const code : {"00005", "02800", "00700"}) {
+        EXPECT_FALSE(service().readData("OvIns_HK", keyText("HK", code)).isEmpty()) << code;
+    }
+}
+
+/// Of a market that the load does not name, so that its keys answer all the time.
+TEST_F(ClientCenter, AWriteLeavesNoOldRecordInTheCache) {
+    const auto day = [&](const std::string& name) {
+        Instruments records{instrument("SZ", "cached"), instrument("SZ", "not cached")};
+        for (const InstrumentPtr& record : records) {
+            record->name = name;
+        }
+        load({"DCE"}, records);
+    };
+    const auto nameOf = [&](const std::string& code) { return asked().getInstrument("SZ", code)->name; };
+    const auto engine = std::make_shared<FailingEngine>();
+    service().setEngine(engine);
+    day("old");
+    EXPECT_EQ(nameOf("cached"), "old");
+    engine->onWrite([&](const std::string& db) {
+        if (db == "OvIns_SZ") {
+            EXPECT_EQ(nameOf("cached"), "new") << "a cached record is replaced ahead of the write";
+            EXPECT_EQ(nameOf("not cached"), "old") << "and this one is cached now";
+        }
+    });
+    day("new");
+    EXPECT_EQ(nameOf("not cached"), "new");
 }
 
 TEST_F(ClientCenter, OuterTablesKeepNamesAndReplaceTheRest) {

@@ -47,41 +47,6 @@ Keys kindsOf(IInstrumentCenter& center, const std::string& key) {
     return kinds;
 }
 
-TYPED_TEST(Contract, EmptyCenterAnswersNothing) {
-    IInstrumentCenter& center = this->asked();
-    InstrumentMap map;
-    std::list<InstrumentPtr> list;
-    center.getInstruments("SH", list);
-    center.getInstruments(map);
-    center.getInstruments(std::list<std::string>{"SH", "HK"}, map);
-    center.getInstruments(OvTraderAll, map);
-    EXPECT_THAT(map, IsEmpty());
-    EXPECT_THAT(list, IsEmpty());
-    EXPECT_THAT(kindsOf(center, "SH600000"), IsEmpty());
-    EXPECT_FALSE(center.hasHkstock("HK00700") || center.hasEtf("SH510050") || center.hasOtc("SOTC1") ||
-                 center.hasIssuance("1") || center.hasTenderBond("1"));
-    EXPECT_FALSE(center.getInstrument("SH600000"));
-    EXPECT_FALSE(center.getInstrument(utils::hash("SH600000")));
-    EXPECT_FALSE(center.getInstrument("SGT", "00700"));
-    EXPECT_THAT(center.getInstruments(), IsEmpty());
-    EXPECT_THAT(center.getFutureMainInstruments("DCE"), IsEmpty());
-    EXPECT_THAT(center.getProductMainInstruments(), IsEmpty());
-    EXPECT_THAT(center.getProductInstruments("m"), IsEmpty());
-    EXPECT_THAT(center.getDceCrossProduct(), IsEmpty());
-    EXPECT_THAT(center.getDceCrossPeriod(), IsEmpty());
-    EXPECT_EQ(center.getProductId("DCE", "m2601"), "");
-    EXPECT_THAT(center.getStockIpoCodes(), IsEmpty());
-    EXPECT_THAT(center.getStockCdrCodes(), IsEmpty());
-    EXPECT_THAT(center.getNeeqInquiryCodes(), IsEmpty());
-    EXPECT_FALSE(center.isStkOptionUndlCode("SH", "510050"));
-    EXPECT_EQ(center.getLumoCode("600000"), "600000");
-    EXPECT_FALSE(center.getEtf("SH510050") || center.getBond("BANK1") || center.getCounterparty("1") ||
-                 center.getOtcInstrument("SOTC1") || center.getIssuanceInfo("1") || center.getIssuancePriceInfo("1") ||
-                 center.getTenderBondInfo("1"));
-    EXPECT_THAT(center.getOutterMarket(), IsEmpty());
-    EXPECT_FALSE(center.isCommodityProduct("m") || center.isInterestProduct("TF"));
-}
-
 TYPED_TEST(Contract, EachMarketIsWhatItIsAndNothingElse) {
     Instruments records;
     for (const std::string& market : kEveryMarket) {
@@ -290,21 +255,7 @@ TYPED_TEST(Contract, StockCodeSetsAreClassified) {
     EXPECT_THAT(center.getStockCdrCodes(), IsEmpty());
 }
 
-TYPED_TEST(Contract, OptionUnderlyingsAreKeyedByTheirOwnExchange) {
-    const InstrumentPtr shanghai = instrument("SHO", "10000001");
-    shanghai->productId = "50ETF(510050)";
-    const InstrumentPtr shenzhen = instrument("SZO", "90000001");
-    shenzhen->productId = "no parentheses";
-    this->load({"SHO", "SZO"}, {shanghai, shenzhen});
-    IInstrumentCenter& center = this->asked();
-    EXPECT_TRUE(center.isStkOptionUndlCode("SH", "510050"));
-    EXPECT_FALSE(center.isStkOptionUndlCode("SHO", "510050") || center.isStkOptionUndlCode("SZ", "510050") ||
-                 center.isStkOptionUndlCode("SH", "SH510050"));
-    this->load({"SHO"}, {instrument("SHO", "10000002")});
-    EXPECT_TRUE(center.isStkOptionUndlCode("SH", "510050")) << "an empty result keeps the underlyings";
-}
-
-/// A host's own record, which calls itself something else, and its thread asks the center whenever it is asked.
+/// A host's own records, which call themselves something else.
 class Renamed : public CInstrumentDetail {
 public:
     explicit Renamed(const CInstrumentDetail& record) : CInstrumentDetail(record) {}

@@ -51,6 +51,10 @@ std::vector<InstrumentPtr> randomBatch(std::mt19937_64& random) {
             batch.push_back(nullptr);
             continue;
         }
+        if (random() % 6 == 0 && !batch.empty()) {
+            batch.push_back(batch[random() % batch.size()]);  // its market may have been changed since
+            continue;
+        }
         batch.push_back(instrument(markets[random() % markets.size()], std::to_string(random() % 6)));
         batch.back()->connectFlagValue = static_cast<std::int32_t>(random() % 4);
     }
@@ -59,8 +63,11 @@ std::vector<InstrumentPtr> randomBatch(std::mt19937_64& random) {
 
 std::vector<InstrumentPtr> copies(const std::vector<InstrumentPtr>& records) {
     std::vector<InstrumentPtr> all;
+    std::map<InstrumentPtr, InstrumentPtr> copyOf;  // what comes twice is one record in the copy, too
     for (const InstrumentPtr& record : records) {
-        all.push_back(record ? boost::make_shared<CInstrumentDetail>(*record) : nullptr);
+        InstrumentPtr& copy = copyOf[record];
+        copy = copy || !record ? copy : boost::make_shared<CInstrumentDetail>(*record);
+        all.push_back(copy);
     }
     return all;
 }

@@ -240,6 +240,30 @@ TEST_F(ClientSecondary, BondsAndPlansThatCouldNotBeWrittenAnswerFromMemory) {
     EXPECT_THAT(asked().getOtcInstruments(), IsEmpty()) << "what could not be removed is no plan of today";
 }
 
+/// What is read while the write is under way comes from the old document, and must not stay.
+TEST_F(ClientSecondary, AWriteLeavesNoOldBondOrPlanInTheCache) {
+    const auto day = [&](const std::string& name) {
+        const auto listed = bond("240001");
+        listed->bondName = name;
+        asked().initBonds({{"b", listed}});
+        asked().initOtcInstruments({plan("P1", 1, name)});
+    };
+    day("old");
+    const auto engine = useFailingEngine();
+    int met = 0;
+    engine->onWrite([&](const std::string& db) {
+        if (db == "OvIns_BANKBOND") {
+            met += asked().getBond("BANK240001")->bondName == "old" ? 1 : 0;
+        } else if (db == "OvIns_OTCINS") {
+            met += asked().getOtcInstrument("SOTCP1")->name == "old" ? 1 : 0;
+        }
+    });
+    day("new");
+    EXPECT_EQ(met, 2);
+    EXPECT_EQ(asked().getBond("BANK240001")->bondName, "new");
+    EXPECT_EQ(asked().getOtcInstrument("SOTCP1")->name, "new");
+}
+
 TEST_F(ClientSecondary, AFundTooLargeForADocumentDoesNotKeepTheOthersOut) {
     const auto huge = etf("SH", "1", "2");
     huge->name.assign(bson::kMaxDocumentBytes, 'x');

@@ -29,16 +29,6 @@ TEST_F(ServerCenter, ConnectListingsAreFiledUnderHongKongOnly) {
     EXPECT_EQ(asked().getInstrument("SGT00700")->market, "HGT") << "no relabelled copies here";
 }
 
-TEST_F(ServerCenter, ConnectEligibilityFollowsTheMarketsThatListTheCode) {
-    const InstrumentPtr both = instrument("SGT", "1");
-    const InstrumentPtr first = instrument("HGT", "2");
-    const InstrumentPtr second = instrument("SGT", "3");
-    load({"HGT", "SGT"}, {instrument("HGT", "1"), both, first, second});
-    EXPECT_EQ(both->combinedConnectFlags, 5U);
-    EXPECT_EQ(first->combinedConnectFlags, 1U);
-    EXPECT_EQ(second->combinedConnectFlags, 3U);
-}
-
 TEST_F(ServerCenter, ConnectSnapshotsWaitForBothMarkets) {
     const InstrumentPtr plain = instrument("HK", "00700");
     load({"HGT"}, {instrument("HGT", "00700"), instrument("HGT", "00001"), instrument("SH", "600000"), nullptr});
@@ -79,11 +69,6 @@ TEST_F(ServerCenter, LoadsLogTheirSteps) {
     EXPECT_NE(first.function.find("doInitInstruments"), std::string::npos);
 }
 
-TEST_F(ServerCenter, ExchangesAreTheSharedTable) {
-    EXPECT_THAT(center().getExchanges(OvTraderOption), ElementsAre("SHO", "SZO"));
-    EXPECT_THAT(center().getExchanges(OvTraderForeign), IsEmpty());
-}
-
 /// Virtual slots are asked, not bodies: a host's override is honoured.
 class OverridingCenter : public OpenServerCenter {
 public:
@@ -115,6 +100,7 @@ TEST_F(ServerCenter, LeavesOutWhatItDoesNotKeep) {
     product->productId = "GC";
     load({"WP"}, {product});
     EXPECT_THAT(asked().getOutterProduct(), IsEmpty());
+    EXPECT_THAT(center().getExchanges(OvTraderForeign), IsEmpty());
     EXPECT_FALSE(asked().isCommodityProduct("GC"));
     EXPECT_NO_THROW(asked().clearPersist("/nonexistent"));
 }

@@ -2,12 +2,18 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <memory>
 #include <thread>
 #include <vector>
 
 #include "base/instrumentcenter/catalogue/Guarded.h"
+
+#ifdef __linux__
+#include <sched.h>
+#endif
 
 namespace mxservice {
 namespace {
@@ -65,52 +71,139 @@ TYPED_TEST(AnyLock, ReadersSeeWholeWritesAndNoWriteIsLost) {
     EXPECT_EQ(guarded.read()->first, static_cast<std::uint64_t>(kWriters) * kWrites);
 }
 
-/// Readers that come and go without a pause must not keep a writer out: this test ends only if the writer gets in.
-TYPED_TEST(AnyLock, AWriterGetsInWhileReadersNeverPause) {
+/// A writer that waits for a reader keeps later ones out, so that readers who come and go cannot keep it out for ever.
+TYPED_TEST(AnyLock, AWriterWaitsForTheReaderInsideAndLaterReadersForTheWriter) {
     TypeParam mutex;
+    std::atomic<bool> inside{false};
+    std::atomic<bool> leave{false};
     std::atomic<bool> written{false};
-    std::atomic<int> started{0};
-    std::vector<std::thread> readers;
-    for (int i = 0; i < 4; ++i) {
-        readers.emplace_back([&] {
-            ++started;
-            while (!written.load()) {
-                mutex.lock_shared();
-                mutex.unlock_shared();
-            }
-        });
-    }
-    while (started != 4) {
-        std::this_thread::yield();
-    }
-    for (int i = 0; i < 1000; ++i) {
+    std::thread reader([&] {
+        mutex.lock_shared();
+        inside = true;
+        inside.notify_all();
+        leave.wait(false);
+        mutex.unlock_shared();
+    });
+    inside.wait(false);
+    mutex.lock_shared();  // together with the other one; gives this thread what tryEnter() needs
+    mutex.unlock_shared();
+    std::thread writer([&] {
         mutex.lock();
+        written = true;
         mutex.unlock();
+    });
+    bool shut = false;
+    constexpr int kAttempts = 1'000'000;
+    for (int i = 0; i < kAttempts && !shut; ++i) {
+        if (auto* const entered = mutex.tryEnter()) {
+            TypeParam::leave(entered);
+            std::this_thread::yield();
+        } else {
+            shut = true;
+        }
     }
-    written = true;
-    for (std::thread& reader : readers) {
-        reader.join();
-    }
-    SUCCEED();
+    EXPECT_TRUE(shut) << "readers come and go while a writer waits";
+    EXPECT_FALSE(written);
+    leave = true;
+    leave.notify_all();
+    reader.join();
+    writer.join();
 }
 
-/// A reader inside does not keep another one out: both must be inside at once for either to leave.
-TYPED_TEST(AnyLock, ReadersAreInsideTogether) {
-    TypeParam mutex;
-    std::atomic<int> inside{0};
-    const auto read = [&] {
-        mutex.lock_shared();
-        ++inside;
-        while (inside.load() < 2) {
+/// Keeps the calling thread on the first or second of the processors it may use, so that two threads run at once.
+void stayOnProcessor([[maybe_unused]] int which) {
+#ifdef __linux__
+    cpu_set_t allowed;
+    if (::sched_getaffinity(0, sizeof allowed, &allowed) != 0 || CPU_COUNT(&allowed) < 2) {
+        return;
+    }
+    std::size_t processor = 0;
+    for (int left = which; !CPU_ISSET(processor, &allowed) || left-- > 0;) {
+        ++processor;
+    }
+    CPU_ZERO(&allowed);
+    CPU_SET(processor, &allowed);
+    ::sched_setaffinity(0, sizeof allowed, &allowed);
+#endif
+}
+
+void await(const std::atomic<int>& value, int wanted) {
+    constexpr int kSpins = 20000;
+    for (int i = 0; value.load() < wanted; ++i) {
+        if (i > kSpins) {
             std::this_thread::yield();
         }
-        mutex.unlock_shared();
+    }
+}
+
+void idle(int steps) {
+    for (int i = 0; i < steps; ++i) {
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+    }
+}
+
+/// A reader marks its line while a writer shuts the door, again and again, the delay before it sought so that either is
+/// first about as often. The reader has just written to memory that the other processor holds, which keeps its mark
+/// waiting in its own, and has the door's state at hand: there either would overlook the other without a barrier.
+TYPED_TEST(AnyLock, AReaderAndAWriterWhoComeAtOnceAreNeverInsideTogether) {
+    constexpr int kRounds = 5000;
+    constexpr int kWriterDelay = 1000;
+    constexpr int kStep = 4;
+    constexpr int kReads = 200;
+    struct alignas(64) Line {
+        std::atomic<int> value{0};
     };
-    std::thread first(read);
-    std::thread second(read);
-    first.join();
-    second.join();
-    EXPECT_EQ(inside, 2);
+    TypeParam mutex;
+    Line writing;
+    Line ready;
+    Line begun;
+    std::array<Line, 32> written;
+    int together = 0;
+    std::thread reader([&] {
+        stayOnProcessor(0);
+        mutex.lock_shared();  // gives this thread a line of its own
+        mutex.unlock_shared();
+        int delay = kWriterDelay / 2;
+        for (int round = 1; round <= kRounds; ++round) {
+            ready.value = round;
+            await(begun.value, round);
+            if (auto* const inside = mutex.tryEnter()) {
+                TypeParam::leave(inside);
+            }
+            idle(delay);
+            for (Line& line : written) {
+                line.value.store(round, std::memory_order_relaxed);
+            }
+            if (auto* const inside = mutex.tryEnter()) {
+                for (int i = 0; i < kReads; ++i) {
+                    together += writing.value.load(std::memory_order_relaxed);
+                }
+                TypeParam::leave(inside);
+                delay += kStep;
+            } else {
+                delay = std::max(delay - kStep, 0);
+            }
+        }
+    });
+    std::thread writer([&] {
+        stayOnProcessor(1);
+        for (int round = 1; round <= kRounds; ++round) {
+            await(ready.value, round);
+            for (Line& line : written) {
+                line.value.store(-round, std::memory_order_relaxed);
+            }
+            begun.value = round;
+            idle(kWriterDelay);
+            mutex.lock();
+            writing.value.store(1, std::memory_order_relaxed);
+            idle(2 * kReads);
+            writing.value.store(0, std::memory_order_relaxed);
+            mutex.unlock();
+        }
+    });
+    reader.join();
+    writer.join();
+    EXPECT_EQ(together, 0);
 }
 
 /// Two threads raise a value in two steps, what they read being the ground of what they commit: a writer let in between

@@ -82,6 +82,7 @@ struct StoredLoads {
     std::string problem;
 
     bool isRaw = false;
+    bool isOneOfTwo = false;  // only the records of one futures market are counted
 
     /// The load that wrote the database last. A raw database also keeps what older loads left.
     int newest() const { return documents.empty() ? -1 : documents.rbegin()->first; }
@@ -110,8 +111,16 @@ inline const std::set<std::string>& storedDatabases() {
     return names;
 }
 
-/// Reads every document of a database, past the service; nothing when there is no such database.
-inline std::optional<StoredLoads> storedLoads(const std::filesystem::path& root, const std::string& db) {
+/// The markets of a day whose records the databases of derived futures hold.
+inline const std::set<std::string>& futureMarkets() {
+    static const std::set<std::string> names{"CFFEX", "DCE"};
+    return names;
+}
+
+/// Reads every document of a database, or those of one futures market's records, past the service; nothing when there
+/// is no such database.
+inline std::optional<StoredLoads> storedLoads(const std::filesystem::path& root, const std::string& db,
+                                              const std::string& market = {}) {
     persist::StoreStatus status;
     const auto database = persist::makeLmdbEngine()->open(root / db, persist::StoreEngine::Mode::ReadExisting, status);
     if (!database && !status.failed()) {
@@ -119,12 +128,16 @@ inline std::optional<StoredLoads> storedLoads(const std::filesystem::path& root,
     }
     StoredLoads loads;
     loads.isRaw = db.rfind("OvRaw", 0) == 0;
+    loads.isOneOfTwo = !market.empty();
     if (database) {
         status = database->scan({}, [&](std::string_view, std::string_view bytes) {
             const auto record = TypeManager::instance()->parse(bytes, &loads.problem);
             std::string name = "-1";
             if (const auto instrument = boost::dynamic_pointer_cast<CInstrumentDetail>(record)) {
                 name = instrument->name;
+                if (!market.empty() && instrument->market != market) {
+                    return true;
+                }
             } else if (const auto fund = boost::dynamic_pointer_cast<CETFDetail>(record)) {
                 name = fund->name;
             } else if (const auto listed = boost::dynamic_pointer_cast<CBondInfoDetail>(record)) {
@@ -156,7 +169,7 @@ inline std::string notOneOf(const std::set<int>& allowed, const std::string& db,
     if (!loads.isRaw && loads.documents.size() != 1) {
         return seen + ": a mixture";
     }
-    const std::size_t expected = documentsOf(db, newest);
+    const std::size_t expected = documentsOf(db, newest) / (loads.isOneOfTwo ? futureMarkets().size() : 1);
     return loads.documents.at(newest) == expected ? std::string() : seen + ", not " + std::to_string(expected);
 }
 

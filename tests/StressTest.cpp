@@ -76,6 +76,7 @@ void addMarket(Instruments& records, const std::string& market, int generation) 
         record->productName = record->name;
         record->outerMarketName = record->name;
         record->listingDate = "abroad";
+        record->platformCode = record->name;
         records.push_back(record);
         return record;
     };
@@ -92,7 +93,7 @@ void addMarket(Instruments& records, const std::string& market, int generation) 
 /// Codes of every market of addMarket that the answers of a moment hold: stable, passing, spread, inquiry.
 constexpr std::size_t kMarketSize = kStable + kPassing + 2;
 
-const std::vector<std::string> kStockMarkets{"SH", "SZ"};
+const std::vector<std::string> kStockMarkets{"SH", "SZ", "BJ"};
 const std::vector<std::string> kOtherMarkets{"DCE", "NEEQ", "SHO", "WP"};
 const std::vector<std::string> kHongKong{"HGT", "SGT", "HK"};
 
@@ -124,6 +125,7 @@ protected:
                     bulk(market, center_.getInstruments(market));
                 }
             }
+            bulk("DCE", center_.getInstruments(OvTraderFuture));
             for (const std::string& market : kHongKong) {
                 one("HK", market, code);
             }
@@ -237,7 +239,11 @@ protected:
             expect(inquiries.size() == 1, "inquiries of more than one generation");
             notBack("inquiries", std::atoi(inquiries.begin()->c_str() + 5));
             expect(center_.isStkOptionUndlCode("SH", stable(0)), "no underlying");
+            const std::set<std::string> issues = center_.getStockIpoCodes();
+            expect(issues.size() == 1, "issues of more than one generation");
+            notBack("issues", std::atoi(issues.begin()->c_str() + 3));
             if (kClient) {
+                notBack("platform codes", std::atoi(center_.getLumoCode(stable(0)).c_str()));
                 notBack("outer names", std::atoi(center_.getOutterProductName("product").c_str()));
                 // Any load replaces this table, those without outer markets by an empty one.
                 const auto products = center_.getMarketProductList();

@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 #include <boost/make_shared.hpp>
 
+#include <array>
+#include <atomic>
+#include <ctime>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -9,6 +12,27 @@
 #include "platform/net/RPCEngine.h"
 #include "platform/record/Records.h"
 #include "platform/utils/Utils.h"
+
+namespace {
+
+/// What the clock shows; 0: what it shows by itself.
+std::atomic<std::time_t> shownTime{0};
+
+}  // namespace
+
+/// Stands before the C library's for the libraries, too.
+extern "C" __attribute__((visibility("default"))) std::time_t time(std::time_t* result) noexcept {
+    std::time_t now = shownTime.load();
+    if (now == 0) {
+        timespec real{};
+        ::clock_gettime(CLOCK_REALTIME, &real);
+        now = real.tv_sec;
+    }
+    if (result != nullptr) {
+        *result = now;
+    }
+    return now;
+}
 
 namespace {
 
@@ -22,7 +46,6 @@ TEST(Hash, IsTheStoredOneForAnyBytes) {
 }
 
 TEST(Calendar, PinnedDayDecidesWhatIsToday) {
-    EXPECT_TRUE(utils::isToday(utils::today()));
     utils::setToday("20260302");
     EXPECT_TRUE(utils::isToday("20260302"));
     for (const char* const other : {"20260303", "2026032", "", "2026-3-2", "202603020", "CME"}) {
@@ -34,6 +57,40 @@ TEST(Calendar, PinnedDayDecidesWhatIsToday) {
     EXPECT_EQ(utils::today(), "20260302");
     utils::setToday("");
     EXPECT_FALSE(utils::isToday("20260302"));
+}
+
+TEST(Calendar, FollowsTheLocalDateAndNoticesMidnight) {
+    struct Midnight {
+        std::array<int, 3> day;
+        const char* before;
+        const char* after;
+    };
+    for (const auto& [day, before, after] :
+         {Midnight{{2026, 1, 31}, "20260131", "20260201"}, Midnight{{2028, 2, 28}, "20280228", "20280229"},
+          Midnight{{2026, 12, 31}, "20261231", "20270101"}}) {
+        std::tm lastSecond{};
+        lastSecond.tm_year = day[0] - 1900;
+        lastSecond.tm_mon = day[1] - 1;
+        lastSecond.tm_mday = day[2];
+        lastSecond.tm_hour = 23;
+        lastSecond.tm_min = lastSecond.tm_sec = 59;
+        lastSecond.tm_isdst = -1;
+        shownTime = std::mktime(&lastSecond);
+        EXPECT_EQ(utils::today(), before);
+        EXPECT_TRUE(utils::isToday(before) && !utils::isToday(after));
+        ++shownTime;
+        EXPECT_EQ(utils::today(), after);
+        EXPECT_TRUE(utils::isToday(after) && !utils::isToday(before));
+    }
+    shownTime = 0;
+    const auto localDate = [] {
+        const std::time_t now = std::time(nullptr);
+        std::array<char, 16> text{};
+        return std::string(text.data(), std::strftime(text.data(), text.size(), "%Y%m%d", std::localtime(&now)));
+    };
+    const std::string before = localDate();
+    const std::string today = utils::today();
+    EXPECT_TRUE(today == before || today == localDate()) << today;
 }
 
 TEST(RPCEngine, OneNameGivesOneStrandThatRunsHandlersInTurn) {

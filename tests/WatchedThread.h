@@ -1,0 +1,45 @@
+#pragma once
+
+#include <unistd.h>
+
+#include <atomic>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <thread>
+
+/// A thread of which can be told from outside that it waits; joined with the object.
+class WatchedThread {
+public:
+    explicit WatchedThread(std::function<void()> work)
+        : thread_([this, work = std::move(work)] {
+              id_ = ::gettid();
+              work();
+              done_ = true;
+          }) {}
+    ~WatchedThread() { thread_.join(); }
+    WatchedThread(const WatchedThread&) = delete;
+    WatchedThread& operator=(const WatchedThread&) = delete;
+
+    /// Whether this system tells.
+    static bool canBeWatched() { return std::ifstream("/proc/self/syscall").good(); }
+
+    /// Waits until it is done or inside the system call of that number, where nothing but what it waits for lets it
+    /// go on; whether it is inside.
+    bool waitsIn(long call) const {
+        while (!done_.load()) {
+            std::ifstream state("/proc/self/task/" + std::to_string(id_.load()) + "/syscall");
+            long number = -1;
+            if (state >> number && number == call) {
+                return true;
+            }
+            std::this_thread::yield();
+        }
+        return false;
+    }
+
+private:
+    std::atomic<pid_t> id_{0};
+    std::atomic<bool> done_{false};
+    std::thread thread_;  // last: it uses the others
+};

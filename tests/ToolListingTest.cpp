@@ -66,6 +66,32 @@ TEST_F(ToolListingTest, ConditionsCompareByTheKindOfTheField) {
     EXPECT_EQ(ask({"etfs", "--where", "stocks>1"}).out, "no record meets the conditions\n");
 }
 
+TEST_F(ToolListingTest, ListsHideNoRecordBehindAnotherAndAddUp) {
+    // The instrument of this fund's creation has the fund's own market and code.
+    write("etfs2.ndjson", R"({"exchid":"SZ","etfcode":"600001","prcode":"600001"})");
+    for (const bool client : {false, true}) {
+        const auto out = [&](const std::vector<std::string>& words) {
+            return (client ? askClient(words) : ask(words)).out;
+        };
+        EXPECT_EQ(out({"list", "--market", "ETFINSTS", "SZ", "HGT", "HK", "--fields", "filed,market,code", "--format",
+                       "csv", "--where", "filed!=SH"}),
+                  "filed,market,code\r\nETFINSTS,SH,510051\r\nETFINSTS,SZ,600001\r\nSZ,SZ,600001\r\nHK,HGT,00001\r\n");
+        EXPECT_THAT(out({"list", "--market", "HK"}), HasSubstr("filed  market  code"));
+        EXPECT_THAT(out({"list", "--market", "SH"}), Not(HasSubstr("filed")));
+        EXPECT_THAT(out({"find", "fund"}), AllOf(HasSubstr("fund \"<b>\""), Not(HasSubstr("filed"))));
+        EXPECT_THAT(out({"find", "HK00001"}), HasSubstr("HGT     00001  CKH"));
+        EXPECT_THAT(out({"find", "etfinsts6", "--format", "csv"}), HasSubstr("SZ,600001,600001,,,,ETFINSTS\r\n"));
+        const std::vector<std::string> everything = linesOf(out({"list", "--trader-type", "4", "--jsonl"}));
+        EXPECT_THAT(everything, SizeIs(10));
+        EXPECT_THAT(out({"summary", "--jsonl"}),
+                    HasSubstr(R"({"section":"market","item":"total","property":"records","value":10})"));
+        // The answer is a snapshot again.
+        const TemporaryDirectory again;
+        std::ofstream(again.path() / "instruments.ndjson") << everything.front();
+        EXPECT_EQ(run({"summary", "--data", again.path()}).err, "");
+    }
+}
+
 TEST_F(ToolListingTest, SortsAndLimitsAfterSelecting) {
     EXPECT_THAT(codes({"--sort", "listingDate"}), ElementsAre("600003", "600002", "600001", "600004"));
     EXPECT_THAT(codes({"--sort", "-priceTick"}), ElementsAre("600001", "600003", "600002", "600004"));
@@ -105,6 +131,26 @@ TEST_F(ToolListingTest, WrongFieldsAndValuesAreUsageErrors) {
         EXPECT_THAT(bad.err, HasSubstr(message));
     }
     EXPECT_EQ(ask({"mains", "--by-product", "--limit", "1"}).code, 2);
+}
+
+TEST_F(ToolListingTest, MissesSayWhatMayHaveBeenMeant) {
+    for (const char* const format : {"table", "json", "csv"}) {
+        const Result some = ask({"list", "--market", "sh", "DEC", "SZ", "--fields", "code", "--format", format});
+        EXPECT_EQ(some.code, 1);
+        EXPECT_THAT(some.out, AllOf(HasSubstr("600001"), Not(HasSubstr("600002"))));
+        EXPECT_THAT(some.err, AllOf(HasSubstr("sh: no such market; did you mean SH, "),
+                                    HasSubstr("DEC: no such market; did you mean DCE?\n")));
+        const Result none = ask({"mains", "--market", "X\x1b[2J", "--fields", "code", "--format", format});
+        EXPECT_EQ(none.code, 1);
+        EXPECT_EQ(none.out, format == std::string("csv") ? "code\r\n" : "");
+        EXPECT_THAT(none.err, HasSubstr("X\\x1B[2J: no such market; the day has SH, SZ, HK, DCE, "));
+    }
+    EXPECT_THAT(ask({"get", "600001", "Sh600002", "nothing"}).err,
+                AllOf(HasSubstr("600001: not found; did you mean SH600001 or SZ600001?\n"),
+                      HasSubstr("Sh600002: not found; did you mean SH600002?\n"), HasSubstr("nothing: not found\n")));
+    EXPECT_THAT(ask({"has", "00001"}).err, HasSubstr("no predicate answers true; did you mean HK00001?"));
+    EXPECT_THAT(ask({"etf", "510051"}).err, HasSubstr("not found; did you mean SH510051?\n"));
+    EXPECT_THAT(askClient({"interbank", "019547"}).err, HasSubstr("no interbank code\n"));
 }
 
 TEST_F(ToolListingTest, FindsCodesByTheirBeginningAndNamesByAnyPart) {

@@ -16,6 +16,7 @@
 #include "tools/inscenter/CompareRecords.h"
 #include "tools/inscenter/CompareTally.h"
 #include "tools/inscenter/Differences.h"
+#include "tools/inscenter/MarketNames.h"
 #include "tools/inscenter/Predicates.h"
 
 namespace inscenter {

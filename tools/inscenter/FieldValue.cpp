@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "platform/record/Records.h"
+#include "tools/inscenter/MarketNames.h"
 #include "tools/inscenter/Utf8.h"
 
 namespace inscenter {
@@ -41,6 +42,9 @@ std::string LineError::text() const {
 }
 
 void FileNotes::addUnknownKey(std::string_view key) {
+    if (key == kFiledField) {  // of an answer of this tool that is now read as a snapshot
+        return;
+    }
     const std::string shown = printable(key.substr(0, kMaxKeyBytes));
     if (std::find(unknownKeys_.begin(), unknownKeys_.end(), shown) != unknownKeys_.end()) {
         return;

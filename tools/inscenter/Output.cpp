@@ -6,6 +6,7 @@
 
 #include "platform/record/Records.h"
 #include "tools/inscenter/Interruption.h"
+#include "tools/inscenter/MarketNames.h"
 #include "tools/inscenter/RecordText.h"
 #include "tools/inscenter/Utf8.h"
 
@@ -23,9 +24,9 @@ constexpr std::size_t kLeastText = 12;  // in lists of records, of which any fie
 
 /// What a list of instruments shows, where any record of the list has it; other classes show their first fields.
 constexpr std::array kInstrumentColumns{
-    "market",         "code",           "name",        "productId",        "listingDate",          "expireDate",
-    "optionType",     "underlyingCode", "strikePrice", "mainContractFlag", "combinedConnectFlags", "priceTick",
-    "volumeMultiple", "lotSize",        "planType"};
+    kFiledField,  "market",         "code",           "name",        "productId",        "listingDate",
+    "expireDate", "optionType",     "underlyingCode", "strikePrice", "mainContractFlag", "combinedConnectFlags",
+    "priceTick",  "volumeMultiple", "lotSize",        "planType"};
 
 std::vector<const Field*> candidates(const RecordType& type) {
     std::vector<const Field*> fields;
@@ -127,8 +128,14 @@ void appendJsonCell(std::string& out, const Cell& cell) {
 
 std::vector<const Field*> Output::usualFields(const std::vector<RecordPtr>& records) {
     std::vector<const Field*> columns;
-    for (const Field* const field : candidates(records.front()->recordType())) {
-        const auto given = [&](const RecordPtr& record) { return !field->isDefault(*record); };
+    const RecordType& type = records.front()->recordType();
+    for (const Field* const field : candidates(type)) {
+        const auto given = [&](const RecordPtr& record) {
+            // A market that only repeats the record's own tells nothing.
+            return field->name() == kFiledField
+                       ? field->in<std::string>(*record) != type.find("market")->in<std::string>(*record)
+                       : !field->isDefault(*record);
+        };
         if (columns.size() < kListFields && std::any_of(records.begin(), records.end(), given)) {
             columns.push_back(field);
         }
@@ -195,7 +202,9 @@ void Output::csvLine(const std::vector<std::string>& cells) {
 void Output::records(const std::vector<RecordPtr>& records, std::string_view nothing, const Fields& fields) {
     if (format_ == Format::Table) {
         if (records.empty()) {
-            note(nothing);
+            if (!nothing.empty()) {
+                note(nothing);
+            }
         } else {
             recordTable(records, fields.empty() ? usualFields(records) : fields);
         }

@@ -13,6 +13,8 @@
 #include "platform/utils/Utils.h"
 #include "tools/inscenter/DayTables.h"
 #include "tools/inscenter/Diff.h"
+#include "tools/inscenter/FiledInstruments.h"
+#include "tools/inscenter/MarketNames.h"
 #include "tools/inscenter/RecordText.h"
 #include "tools/inscenter/Verbs.h"
 #include "tools/inscenter/report/ReportPage.h"
@@ -97,15 +99,12 @@ Table byKey(const Map& records) {
 }
 
 /// Every instrument with the market under which it is filed.
-Table instrumentTable(Session& session, const Table& markets) {
+Table instrumentTable(Session& session) {
     std::vector<Line> lines;
-    for (const auto& row : markets.rows) {
-        const auto& market = std::get<std::string>(row[0]);
-        for (const auto& [key, record] : session.center.getInstruments(market)) {
-            lines.push_back({market, record});
-        }
+    for (const Filed& instrument : instrumentsOf(session.center, filedMarkets(session.day.markets))) {
+        lines.push_back({instrument.market, instrument.record});
     }
-    return recordTable("filed", lines);
+    return recordTable(kFiledField, lines);
 }
 
 Table basketTable(Session& session) {
@@ -223,8 +222,7 @@ Table mainsWithNames(Session& session) {
 
 void addTables(Session& session, Page& page) {
     mxservice::IInstrumentCenter& center = session.center;
-    const Table markets = marketTable(session);
-    page.add({"markets", "Markets", "", "instruments/filed", true}, markets);
+    page.add({"markets", "Markets", "", "instruments/filed", true}, marketTable(session));
     if (const auto& comparison = session.day.comparison) {
         const std::string note =
             fmt::format("Since the other day, without the trading day itself. {}", comparison->note);
@@ -233,7 +231,7 @@ void addTables(Session& session, Page& page) {
     }
     page.add({"instruments", "Instruments",
               "Of several words all must occur, in any column; market=SH asks for a whole cell.", "", false},
-             instrumentTable(session, markets));
+             instrumentTable(session));
     page.add({"mains", "Main contracts", "By product.", "", false}, mainsWithNames(session));
     page.add({"codes", "Codes of the day",
               "New issues (ipo), depositary receipts (cdr), NEEQ inquiries (neeq), underlyings of stock options.", "",

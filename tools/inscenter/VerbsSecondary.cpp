@@ -16,7 +16,8 @@ void showEtf(Session& session, const Query& query) {
     for (const std::string& key : query.keys) {
         const auto fund = session.center.getEtf(key);
         if (!fund) {
-            session.reportMissing(key);
+            session.reportMissingKey(key, "not found",
+                                     [&](const std::string& other) { return session.center.hasEtf(other); });
             continue;
         }
         if (session.output.format() != Format::Table) {
@@ -45,7 +46,7 @@ void showBond(Session& session, const Query& query) {
         if (bond) {
             bonds.emplace_back(bond);
         } else {
-            session.reportMissing(key);
+            session.reportMissing(key, "not found");
         }
     }
     session.output.details(bonds);
@@ -92,7 +93,9 @@ void showInterbankCode(Session& session, const Query& query) {
     for (const std::string& key : query.keys) {
         const std::string code = session.center.getInterbankCode(key);
         if (code.empty()) {
-            session.reportMissing(key, "no interbank code");
+            session.reportMissingKey(key, "no interbank code", [&](const std::string& other) {
+                return !session.center.getInterbankCode(other).empty();
+            });
         } else {
             table.rows.push_back({key, code});
         }

@@ -145,6 +145,9 @@ TEST_F(ToolListingTest, MissesSayWhatMayHaveBeenMeant) {
         EXPECT_EQ(none.out, format == std::string("csv") ? "code\r\n" : "");
         EXPECT_THAT(none.err, HasSubstr("X\\x1B[2J: no such market; the day has SH, SZ, HK, DCE, "));
     }
+    const Result type = ask({"list", "--trader-type", "3", "--jsonl"});
+    EXPECT_EQ(type.code, 1);
+    EXPECT_THAT(type.err, HasSubstr("3: no such trader type; there are 1, 2, 4, "));
     EXPECT_THAT(ask({"get", "600001", "Sh600002", "nothing"}).err,
                 AllOf(HasSubstr("600001: not found; did you mean SH600001 or SZ600001?\n"),
                       HasSubstr("Sh600002: not found; did you mean SH600002?\n"), HasSubstr("nothing: not found\n")));

@@ -18,6 +18,7 @@ using ::testing::AnyOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
+using tooltest::linesOf;
 using tooltest::Result;
 using tooltest::run;
 using tooltest::ToolTest;
@@ -220,7 +221,12 @@ TEST_F(ToolTest, HelpStandsOnEveryLevel) {
         const Result help = run({verb, "--help"});
         EXPECT_EQ(help.code, 0);
         EXPECT_THAT(help.out, HasSubstr("Examples:\n  inscenter "));
+        EXPECT_EQ(linesOf(run({"help", verb}).out).at(1), linesOf(help.out).at(1));
     }
+    EXPECT_EQ(run({"help"}).out, top.out);
+    EXPECT_EQ(run({"help", "store", "ls"}).out, run({"store", "ls", "--help"}).out);
+    EXPECT_EQ(run({"help", "frob"}).code, 2);
+    EXPECT_THAT(run({"help", "lst"}).err, HasSubstr("unknown command lst; did you mean list"));
     EXPECT_THAT(run({"--version"}).out, StartsWith("inscenter "));
 }
 

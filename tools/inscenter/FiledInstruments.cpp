@@ -94,6 +94,17 @@ std::vector<Filed> instrumentsOf(IInstrumentCenter& center, const std::vector<st
     return instruments;
 }
 
+const std::vector<int>& traderTypes() {
+    using namespace mxservice;
+    static const std::vector<int> kTypes{
+        OvTraderStock,        OvTraderFuture,        OvTraderAll,       OvTraderMargin,  OvTraderGold,
+        OvTraderOption,       OvTraderForeign,       OvTraderHongKong,  OvTraderNeeq,    OvTraderOtc,
+        OvTraderFutureOption, OvTraderOuterFuture,   OvTraderBond,      OvTraderConnect, OvTraderBasket,
+        OvTraderFund,         OvTraderSecuritiesOtc, OvTraderReference, OvTraderQuote,   OvTraderDomestic,
+        OvTraderEverything};
+    return kTypes;
+}
+
 std::vector<Filed> instrumentsOf(IInstrumentCenter& center, CenterKind kind, EOvTraderType type,
                                  const std::vector<std::string>& markets) {
     if (meansEverything(kind, type)) {

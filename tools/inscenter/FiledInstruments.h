@@ -47,6 +47,9 @@ std::vector<std::string> askedMarkets(const std::vector<std::pair<std::string, s
 /// named twice, also by a name that is folded onto it, is there once.
 std::vector<Filed> instrumentsOf(mxservice::IInstrumentCenter& center, const std::vector<std::string>& markets);
 
+/// The trader types there are, by their values.
+const std::vector<int>& traderTypes();
+
 /// The instruments of a trader type; where it stands for everything, those of `markets`.
 std::vector<Filed> instrumentsOf(mxservice::IInstrumentCenter& center, CenterKind kind, mxservice::EOvTraderType type,
                                  const std::vector<std::string>& markets);

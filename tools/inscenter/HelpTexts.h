@@ -21,7 +21,8 @@ constexpr const char* kFooter =
     "\nExamples:\n"
     "  inscenter generate --size 1000 day\n"
     "  inscenter --data day summary\n"
-    "  inscenter --data day get SH600000 HK00700 --format json";
+    "  inscenter --data day get SH600000 HK00700 --format json\n"
+    "  inscenter help list";
 
 constexpr const char* kStoreFooter =
     "Databases are opened for reading only, also beside a running host, and never changed. The one file that may be "

@@ -1,13 +1,19 @@
 #include "tools/inscenter/Output.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <fstream>
 #include <ostream>
+#include <system_error>
 
 #include "platform/record/Records.h"
 #include "tools/inscenter/Interruption.h"
 #include "tools/inscenter/MarketNames.h"
 #include "tools/inscenter/RecordText.h"
+#include "tools/inscenter/Snapshot.h"
 #include "tools/inscenter/Utf8.h"
 
 namespace inscenter {
@@ -123,6 +129,12 @@ void appendJsonCell(std::string& out, const Cell& cell) {
         out += ']';
     } else {
         out += cellText(cell, {});
+    }
+}
+
+void requireWritten(const std::ofstream& file, const std::string& name) {
+    if (!file) {
+        throw UnreadableInput(fmt::format("{}: cannot be written: {}", name, std::generic_category().message(errno)));
     }
 }
 

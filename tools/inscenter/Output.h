@@ -1,6 +1,7 @@
 #pragma once
 
 #include <boost/shared_ptr.hpp>
+#include <iosfwd>
 
 #include <cstdint>
 #include <iosfwd>
@@ -31,6 +32,9 @@ struct Table {
 
 /// Appends the cell as a JSON value.
 void appendJsonCell(std::string& out, const Cell& cell);
+
+/// Throws UnreadableInput, with the reason that errno holds, when writing the file has failed.
+void requireWritten(const std::ofstream& file, const std::string& name);
 
 using RecordPtr = boost::shared_ptr<mxservice::IData>;
 

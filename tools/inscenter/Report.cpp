@@ -6,7 +6,6 @@
 #include <fstream>
 #include <list>
 #include <string_view>
-#include <system_error>
 #include <utility>
 
 #include "base/instrumentcenter/vocabulary/Markets.h"
@@ -266,10 +265,7 @@ void writeReport(Session& session, const Query& query) {
     std::ofstream file(query.page, std::ios::binary);
     file << html;
     file.close();
-    if (!file) {
-        throw UnreadableInput(
-            fmt::format("{}: cannot be written: {}", query.page, std::generic_category().message(errno)));
-    }
+    requireWritten(file, query.page);
     session.output.table({{"file", "bytes"}, {{query.page, static_cast<std::int64_t>(html.size())}}}, "");
 }
 

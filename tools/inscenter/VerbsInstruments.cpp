@@ -80,7 +80,13 @@ void listInstruments(Session& session, const Query& query) {
     if (query.traderType) {
         const auto type = static_cast<mxservice::EOvTraderType>(*query.traderType);
         found = instrumentsOf(session.center, session.kind, type, all);
-        nothing = fmt::format("no instruments of trader type {}", *query.traderType);
+        const std::vector<int>& types = traderTypes();
+        if (std::find(types.begin(), types.end(), *query.traderType) == types.end()) {
+            session.reportMissing(std::to_string(*query.traderType),
+                                  fmt::format("no such trader type; there are {}", fmt::join(types, ", ")));
+        } else {
+            nothing = fmt::format("no instruments of trader type {}", *query.traderType);
+        }
     } else {
         const std::vector<std::string> markets = session.knownMarkets(query.markets);
         found = instrumentsOf(session.center, markets);

@@ -183,9 +183,17 @@ TEST_F(ToolTest, BothCentersTakeOneArgumentList) {
 TEST_F(ToolTest, AStoreThatCannotBeWrittenIsNamedAndAnswersComeFromMemory) {
     std::ofstream(store_.path() / "db") << "a file";
     const Result found = askClient({"get", "SH600000"});
-    EXPECT_EQ(found.code, 0);
+    EXPECT_EQ(found.code, 4);
     EXPECT_THAT(found.out, HasSubstr("浦发银行"));
-    EXPECT_THAT(found.err, AllOf(HasSubstr("db: "), HasSubstr(" databases could not be written, among them OvIns_")));
+    EXPECT_THAT(found.err,
+                AllOf(HasSubstr("the store could not be written ("), HasSubstr(" databases, the first OvIns_")));
+    EXPECT_EQ(askClient({"get", "SH999999"}).code, 1);
+    const Result tour = ask({"tour", "--store", store_.path() / "db"});
+    EXPECT_EQ(tour.code, 4);
+    EXPECT_THAT(tour.err, HasSubstr("the store could not be written ("));
+    write("instruments2.ndjson", "{\"market\":\"SH\"}\n");
+    EXPECT_EQ(askClient({"get", "SH600000"}).code, 4);
+    EXPECT_EQ(askClient({"get", "SH999999"}).code, 1);
 }
 
 TEST_F(ToolTest, RulesAndDayHoldForOneRunOnly) {

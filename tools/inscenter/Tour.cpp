@@ -300,18 +300,13 @@ void showForPeople(const Stop& stop, const Entries& memory, const Entries& persi
 
 }  // namespace
 
-void showTour(const Snapshot& snapshot, Output& output, Console& console) {
-    const auto server = makeCenter(CenterKind::Server);
-    const auto client = makeCenter(CenterKind::Client);
-    // Loads change records: markets, connect flags, names of components.
-    load(*server, copyOf(snapshot), console);
-    load(*client, copyOf(snapshot), console);
+void showTour(const BothCenters& both, const Snapshot& snapshot, Output& output) {
     output.note(
         "One day in both centers; \"on purpose\" says where hosts of the two kinds are promised other answers.");
     Table table{{"catalogue", "inMemory", "persisted", "firstInMemory", "firstPersisted", "differsOnPurpose"}, {}};
     for (const Stop& stop : stops()) {
-        const Entries memory = stop.ask({*server, CenterKind::Server, snapshot});
-        const Entries persisted = stop.ask({*client, CenterKind::Client, snapshot});
+        const Entries memory = stop.ask({*both.server, CenterKind::Server, snapshot});
+        const Entries persisted = stop.ask({*both.client, CenterKind::Client, snapshot});
         if (output.format() == Format::Table) {
             showForPeople(stop, memory, persisted, output);
             continue;

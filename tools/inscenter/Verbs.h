@@ -23,6 +23,7 @@ struct Day {
     std::vector<std::pair<std::string, std::size_t>> markets;  ///< as the records name them
     ReadReport read;
     std::vector<LoadStep> steps;
+    bool stored = true;                    ///< all of it, in a center with a store
     std::optional<Comparison> comparison;  ///< with the day that the query names
 };
 

@@ -110,6 +110,10 @@ TEST_F(ToolListingTest, NamedFieldsStandAloneAndInTheirOrder) {
     EXPECT_EQ(with("jsonl"), "{\"lotSize\":9,\"isin\":\"\",\"code\":\"600002\"}\n");
     EXPECT_EQ(with("csv"), "lotSize,isin,code\r\n9,,600002\r\n");
     EXPECT_EQ(with("table"), "lotSize  isin  code\n      9        600002\n");
+    const std::string longCode(42, '6');
+    write("instruments2.ndjson", R"({"market":"SHO","code":")" + longCode + R"(","name":")" + longCode + R"("})");
+    EXPECT_EQ(linesOf(ask({"list", "--market", "SHO"}).out).at(1),
+              "SHO     " + longCode + "  " + longCode.substr(3) + "…");  // a name is cut, a code is not
 }
 
 TEST_F(ToolListingTest, WrongFieldsAndValuesAreUsageErrors) {
@@ -236,6 +240,10 @@ TEST(Screen, NarrowOnesWrapTheLastTextCutOthersAndLeaveColumnsOut) {
     const inscenter::Table numbers{
         {"code", "name", "tick", "lot"},
         {{std::string("600000"), std::string("浦发银行股份有限公司"), 0.25, std::int64_t{100}}}};
+    const std::string key = "DCE" + std::string(40, 'x');
+    const inscenter::Table keys{{"key", "name"}, {{key, key}}};
+    EXPECT_THAT(shown(keys, 60), HasSubstr("\n" + key + "  " + key.substr(0, 14) + "…\n"));
+    EXPECT_EQ(shown(keys, 20), "key\n" + key + "\n(no room for: name)\n");
     EXPECT_EQ(shown(numbers, 30), "code    name         tick  lot\n600000  浦发银行股…  0.25  100\n");
     EXPECT_EQ(shown(numbers, 20), "code    name\n600000  浦发银…\n(no room for: tick,\nlot)\n");
     for (std::size_t columns = 1; columns < 50; ++columns) {

@@ -15,6 +15,8 @@ namespace {
 
 using ::testing::AllOf;
 using ::testing::AnyOf;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
@@ -217,6 +219,9 @@ TEST_F(ToolTest, EmptyAnswersSaySoInTables) {
     std::filesystem::remove(day_.path() / "etfs.ndjson");
     EXPECT_EQ(ask({"etfs"}).out, "no ETFs\n");
     EXPECT_EQ(ask({"etfs", "--format", "json"}).out, "");
+    EXPECT_THAT(ask({"etfs", "--format", "csv"}).out, StartsWith("type,exchid,etfcode,"));
+    EXPECT_THAT(linesOf(ask({"list", "--market", "BJ", "--format", "csv"}).out), ElementsAre(EndsWith(",filed\r")));
+    EXPECT_THAT(ask({"get", "SH999999", "--format", "csv"}).out, StartsWith("market,code,name,"));
     EXPECT_EQ(ask({"list", "--market", "NYSE", "BJ"}).out, "no instruments of market NYSE, BJ\n");
     EXPECT_EQ(ask({"list", "--trader-type", "64"}).code, 0);
 }

@@ -86,8 +86,8 @@ bool wroteEverything(IInstrumentCenter& center, CenterKind kind, Console& consol
         return true;
     }
     console.message(
-        fmt::format("the store could not be written ({} {}, the first {}), and answers come from memory; "
-                    "--log says why",
+        fmt::format("the store could not be written ({} {}, the first {}); records come from memory, and derived "
+                    "catalogues may lack them; --log says why",
                     failed.size(), failed.size() == 1 ? "database" : "databases", described(failed.front())));
     return false;
 }

@@ -50,6 +50,17 @@ std::vector<const Field*> candidates(const RecordType& type) {
     return fields;
 }
 
+/// Whether the texts of a column stand for something by every letter, so that a part of one is of no use.
+bool isIdentifier(std::string_view column) {
+    constexpr std::array<std::string_view, 21> kIdentifiers{
+        kFiledField,      "market",       "code",    "key",      "keyText",
+        "platformCode",   "productId",    "product", "isin",     "underlyingMarket",
+        "underlyingCode", "exchid",       "etfcode", "prcode",   "bondCode",
+        "shanghaiCode",   "shenzhenCode", "id",      "firstLeg", "secondLeg",
+        "database"};
+    return std::find(kIdentifiers.begin(), kIdentifiers.end(), column) != kIdentifiers.end();
+}
+
 bool isNumber(const Field& field) {
     return field.kind() != FieldKind::Text;
 }
@@ -65,7 +76,11 @@ std::string shownField(const Field& field, const IData& record) {
 }
 
 std::string listedField(const Field& field, const IData& record) {
-    return field.isDefault(record) ? std::string() : cutText(shownField(field, record), Output::kMaxColumns);
+    if (field.isDefault(record)) {
+        return {};
+    }
+    std::string text = shownField(field, record);
+    return isIdentifier(field.name()) ? text : cutText(text, Output::kMaxColumns);
 }
 
 std::string joined(const std::vector<std::string>& texts, std::string_view separator) {
@@ -211,7 +226,8 @@ void Output::csvLine(const std::vector<std::string>& cells) {
     lineDone();
 }
 
-void Output::records(const std::vector<RecordPtr>& records, std::string_view nothing, const Fields& fields) {
+void Output::records(const RecordType& type, const std::vector<RecordPtr>& records, std::string_view nothing,
+                     const Fields& fields) {
     if (format_ == Format::Table) {
         if (records.empty()) {
             if (!nothing.empty()) {
@@ -223,7 +239,7 @@ void Output::records(const std::vector<RecordPtr>& records, std::string_view not
         return;
     }
     if (fields.empty()) {
-        details(records);
+        details(type, records);
         return;
     }
     if (format_ == Format::Csv) {
@@ -242,7 +258,7 @@ void Output::recordTable(const std::vector<RecordPtr>& records, const Fields& fi
     TextTable table;
     table.leastText = kLeastText;
     for (const Field* const field : fields) {
-        table.columns.push_back({field->name(), isNumber(*field)});
+        table.columns.push_back({field->name(), isNumber(*field), isIdentifier(field->name())});
     }
     table.rows = records.size();
     table.cell = [&](std::size_t row, std::size_t column) { return listedField(*fields[column], *records[row]); };
@@ -284,9 +300,9 @@ void Output::csvRecord(const IData& record, const Fields& fields) {
     csvLine(cells);
 }
 
-void Output::details(const std::vector<RecordPtr>& records) {
-    if (format_ == Format::Csv && !records.empty()) {
-        csvLine(fieldNames(records.front()->recordType()));
+void Output::details(const RecordType& type, const std::vector<RecordPtr>& records) {
+    if (format_ == Format::Csv) {
+        csvLine(fieldNames(type));
     }
     for (const RecordPtr& record : records) {
         recordDetail(*record);
@@ -378,7 +394,7 @@ void Output::table(const Table& table, std::string_view nothing) {
     for (std::size_t i = 0; i < table.columns.size(); ++i) {
         const bool numbers =
             std::any_of(table.rows.begin(), table.rows.end(), [i](const auto& row) { return isNumber(row[i]); });
-        text.columns.push_back({table.columns[i], numbers});
+        text.columns.push_back({table.columns[i], numbers, isIdentifier(table.columns[i])});
     }
     text.rows = table.rows.size();
     text.cell = [&](std::size_t row, std::size_t column) { return shownCell(table.rows[row][column]); };

@@ -94,7 +94,8 @@ RecordSelection::Condition RecordSelection::parse(const RecordType& type, const 
     return condition;
 }
 
-RecordSelection::RecordSelection(const RecordType& type, const SelectionTexts& texts) : limit_(texts.limit) {
+RecordSelection::RecordSelection(const RecordType& type, const SelectionTexts& texts)
+    : type_(&type), limit_(texts.limit) {
     for (const std::string& text : texts.conditions) {
         conditions_.push_back(parse(type, text));
     }

@@ -38,6 +38,9 @@ public:
     /// Takes out what is not wanted and sorts the rest; equal records keep their order.
     void apply(std::vector<RecordPtr>& records) const;
 
+    /// The class that was given, or null.
+    const mxservice::RecordType* type() const { return type_; }
+
     /// The fields to show, in their order; empty for the usual ones.
     const std::vector<const mxservice::Field*>& fields() const { return fields_; }
 
@@ -53,6 +56,7 @@ private:
     static Condition parse(const mxservice::RecordType& type, const std::string& text);
     static bool meets(const mxservice::IData& record, const Condition& condition);
 
+    const mxservice::RecordType* type_ = nullptr;
     std::vector<Condition> conditions_;
     std::vector<const mxservice::Field*> fields_;
     const mxservice::Field* sort_ = nullptr;

@@ -39,7 +39,8 @@ std::vector<std::string> Session::knownMarkets(const std::vector<std::string>& n
 void Session::list(std::vector<RecordPtr> records, const Query& query, std::string_view nothing) {
     const bool empty = records.empty();
     query.selection.apply(records);
-    output.records(records, empty ? nothing : "no record meets the conditions", query.selection.fields());
+    output.records(*query.selection.type(), records, empty ? nothing : "no record meets the conditions",
+                   query.selection.fields());
 }
 
 void showInstruments(Session& session, const Query& query) {
@@ -53,7 +54,7 @@ void showInstruments(Session& session, const Query& query) {
             });
         }
     }
-    session.output.details(found);
+    session.output.details(mxservice::CInstrumentDetail::table(), found);
 }
 
 void showPredicates(Session& session, const Query& query) {

@@ -24,11 +24,11 @@ void showEtf(Session& session, const Query& query) {
             funds.emplace_back(fund);
             continue;
         }
-        session.output.details({fund});
+        session.output.details(mxservice::CETFDetail::table(), {fund});
         session.output.note("");
-        session.output.records(valuesOf(fund->components), "no components");
+        session.output.records(mxservice::CETFComponentStockInfo::table(), valuesOf(fund->components), "no components");
     }
-    session.output.details(funds);
+    session.output.details(mxservice::CETFDetail::table(), funds);
 }
 
 void listEtfs(Session& session, const Query& query) {
@@ -49,7 +49,7 @@ void showBond(Session& session, const Query& query) {
             session.reportMissing(key, "not found");
         }
     }
-    session.output.details(bonds);
+    session.output.details(mxservice::CBondInfoDetail::table(), bonds);
 }
 
 void listBonds(Session& session, const Query& query) {

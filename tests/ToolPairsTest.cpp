@@ -81,11 +81,11 @@ TEST_F(ToolPairsTest, DiffNamesWhatWasListedDelistedAndChanged) {
                                   HasSubstr("counterparties       0         0        0          1\n")));
 
     const auto many = [](const std::string& day) {
-        std::string lines;
+        std::string records;
         for (int code = 830000; code < 830020; ++code) {
-            lines += R"({"market":"BJ","code":")" + std::to_string(code) + R"(","tradingDay":")" + day + "\"}\n";
+            records += R"({"market":"BJ","code":")" + std::to_string(code) + R"(","tradingDay":")" + day + "\"}\n";
         }
-        return lines;
+        return records;
     };
     write("instruments2.ndjson", many("20260302"));
     writeLater("instruments2.ndjson", many("20260303"));

@@ -113,6 +113,9 @@ TEST_F(ToolShellTest, CompletesByThePlaceOfTheWord) {
     EXPECT_THAT(completed("list --fields ", "code,isi"), ElementsAre("code,isin"));
     EXPECT_THAT(completed("list --format ", "j"), ElementsAre("json", "jsonl"));
     EXPECT_THAT(completed("get ", "SH60"), ElementsAre("SH600000"));
+    EXPECT_THAT(completed("get ", "ETFINSTS5"), ElementsAre("ETFINSTS510051"));
+    EXPECT_THAT(completed("get ", "HGT007"), ElementsAre("HGT00700"));
+    EXPECT_THAT(completed("list --market ", "ETF"), ElementsAre("ETFINSTS"));
     EXPECT_THAT(completed("get ", "D"), ElementsAre("DCE"));
     EXPECT_THAT(completed("frob ", ""), IsEmpty());
 }

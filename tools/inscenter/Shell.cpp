@@ -11,7 +11,7 @@
 #include <ostream>
 #include <utility>
 
-#include "tools/inscenter/MarketNames.h"
+#include "tools/inscenter/FiledInstruments.h"
 #include "tools/inscenter/Prompt.h"
 #include "tools/inscenter/RecordText.h"
 #include "tools/inscenter/ShellWords.h"
@@ -117,10 +117,13 @@ std::vector<std::string> verbNames() {
     return names;
 }
 
+/// The markets of the day, by the names of its records and of the lists that hold them.
 std::vector<std::string> marketNames(const Day& day) {
-    std::vector<std::string> names;
+    std::vector<std::string> names = filedMarkets(day.markets);
     for (const auto& [market, count] : day.markets) {
-        names.push_back(market);
+        if (std::find(names.begin(), names.end(), market) == names.end()) {
+            names.push_back(market);
+        }
     }
     return names;
 }
@@ -142,9 +145,10 @@ std::vector<std::string> keysBeginning(const std::string& word, mxservice::IInst
         if (!word.starts_with(market)) {
             continue;
         }
-        for (const auto& [key, record] : center.getInstruments(market)) {
+        for (const Filed& instrument : instrumentsOf(center, {market})) {
+            std::string key = market + instrument.record->code;
             if (key.starts_with(word) && keys.size() < kMostKeys && key.find(' ') == std::string::npos) {
-                keys.push_back(key);
+                keys.push_back(std::move(key));
             }
         }
     }

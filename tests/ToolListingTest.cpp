@@ -97,6 +97,8 @@ TEST_F(ToolListingTest, SortsAndLimitsAfterSelecting) {
     EXPECT_THAT(codes({"--sort", "-priceTick"}), ElementsAre("600001", "600003", "600002", "600004"));
     EXPECT_THAT(codes({"--sort", "lotSize", "--where", "lotSize>0", "--limit", "1"}), ElementsAre("600002"));
     EXPECT_THAT(codes({"--limit", "0"}), SizeIs(0));
+    EXPECT_EQ(ask({"list", "--market", "SH", "--limit", "1", "--fields", "code"}).out,
+              "code\n600001\n... and 3 more\n");
 }
 
 TEST_F(ToolListingTest, NamedFieldsStandAloneAndInTheirOrder) {
@@ -139,7 +141,7 @@ TEST_F(ToolListingTest, WrongFieldsAndValuesAreUsageErrors) {
 
 TEST_F(ToolListingTest, MissesSayWhatMayHaveBeenMeant) {
     for (const char* const format : {"table", "json", "csv"}) {
-        const Result some = ask({"list", "--market", "sh", "DEC", "SZ", "--fields", "code", "--format", format});
+        const Result some = ask({"list", "--market", "sh,DEC", "SZ", "--fields", "code", "--format", format});
         EXPECT_EQ(some.code, 1);
         EXPECT_THAT(some.out, AllOf(HasSubstr("600001"), Not(HasSubstr("600002"))));
         EXPECT_THAT(some.err, AllOf(HasSubstr("sh: no such market; did you mean SH, "),

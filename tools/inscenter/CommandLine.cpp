@@ -210,6 +210,7 @@ private:
     CLI::Option* addMarkets(CLI::App& app, const char* about) {
         return app.add_option("--market", command_.query.markets, about)
             ->type_name("MARKET")
+            ->delimiter(',')
             ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     }
 

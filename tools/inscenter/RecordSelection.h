@@ -35,8 +35,9 @@ public:
     /// Throws BadSelection, naming the fields that may have been meant.
     RecordSelection(const mxservice::RecordType& type, const SelectionTexts& texts);
 
-    /// Takes out what is not wanted and sorts the rest; equal records keep their order.
-    void apply(std::vector<RecordPtr>& records) const;
+    /// Takes out what is not wanted and sorts the rest; equal records keep their order. Answers how many the limit left
+    /// out.
+    std::size_t apply(std::vector<RecordPtr>& records) const;
 
     /// The class that was given, or null.
     const mxservice::RecordType* type() const { return type_; }

@@ -36,6 +36,9 @@ struct Product {
 std::map<std::string, Product> listedProducts(Session& session) {
     std::map<std::string, Product> products;
     for (const auto& [key, record] : session.center.getInstruments(mxservice::OvTraderFuture)) {
+        if (record->productId.empty()) {
+            continue;  // spreads of some exchanges belong to none
+        }
         Product& product = products[record->productId];
         product.market = record->market;
         product.name = record->productName.empty() ? product.name : record->productName;

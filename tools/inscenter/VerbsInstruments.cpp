@@ -38,9 +38,15 @@ std::vector<std::string> Session::knownMarkets(const std::vector<std::string>& n
 
 void Session::list(std::vector<RecordPtr> records, const Query& query, std::string_view nothing) {
     const bool empty = records.empty();
-    query.selection.apply(records);
-    output.records(*query.selection.type(), records, empty ? nothing : "no record meets the conditions",
+    const std::size_t more = query.selection.apply(records);
+    output.records(*query.selection.type(), records,
+                   empty      ? nothing
+                   : more > 0 ? ""
+                              : "no record meets the conditions",
                    query.selection.fields());
+    if (more > 0) {
+        output.note(fmt::format("... and {} more", more));
+    }
 }
 
 void showInstruments(Session& session, const Query& query) {

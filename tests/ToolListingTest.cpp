@@ -157,6 +157,8 @@ TEST_F(ToolListingTest, MissesSayWhatMayHaveBeenMeant) {
     EXPECT_THAT(ask({"get", "600001", "Sh600002", "nothing"}).err,
                 AllOf(HasSubstr("600001: not found; did you mean SH600001 or SZ600001?\n"),
                       HasSubstr("Sh600002: not found; did you mean SH600002?\n"), HasSubstr("nothing: not found\n")));
+    EXPECT_THAT(ask({"get", "600001.sz", "SH 600002"}).err,
+                AllOf(HasSubstr("did you mean SZ600001?\n"), HasSubstr("did you mean SH600002?\n")));
     EXPECT_THAT(ask({"has", "00001"}).err, HasSubstr("no predicate answers true; did you mean HK00001?"));
     EXPECT_THAT(ask({"etf", "510051"}).err, HasSubstr("not found; did you mean SH510051?\n"));
     EXPECT_THAT(askClient({"interbank", "019547"}).err, HasSubstr("no interbank code\n"));

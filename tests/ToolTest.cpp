@@ -68,6 +68,7 @@ TEST_F(ToolTest, AnswersFromEitherCenter) {
     }
     EXPECT_THAT(askClient({"interbank", "SH019547"}).out, HasSubstr("SH019547  220001\n"));
     EXPECT_EQ(ask({"interbank", "SH019547"}).code, 1);
+    EXPECT_THAT(ask({"products", "--jsonl"}).out, Not(HasSubstr(R"("productId":"")")));  // of records without one
 }
 
 /// Cells of a CSV line; quoted cells here hold no quotation marks.

@@ -94,6 +94,26 @@ bool isConnect(const std::string& market) {
     return std::find(kConnectMarkets.begin(), kConnectMarkets.end(), market) != kConnectMarkets.end();
 }
 
+/// The codes that a text with the market's name may mean: behind it, as in "SH600000", "sh600000" or "SH.600000", or
+/// before it, as in "600000.SH".
+std::vector<std::string> codesIn(const std::string& text, const std::string& market) {
+    std::vector<std::string> codes;
+    if (text.size() <= market.size()) {
+        return codes;
+    }
+    const std::size_t rest = text.size() - market.size();
+    if (foldedText(text.substr(0, market.size())) == foldedText(market)) {
+        codes.push_back(text.substr(market.size()));
+        if (std::string_view(" .-_:").find(codes.front().front()) != std::string_view::npos) {
+            codes.push_back(codes.front().substr(1));
+        }
+    }
+    if (text[rest - 1] == '.' && foldedText(text.substr(rest)) == foldedText(market)) {
+        codes.push_back(text.substr(0, rest - 1));
+    }
+    return codes;
+}
+
 /// What a code means, one meaning a row.
 class Meanings {
 public:
@@ -106,9 +126,8 @@ public:
             if (!isConnect(market)) {
                 addCode(market, text);
             }
-            // Whoever writes "sh600000" means "SH600000".
-            if (text.size() > market.size() && foldedText(text).starts_with(foldedText(market))) {
-                addCode(market, text.substr(market.size()));
+            for (const std::string& code : codesIn(text, market)) {
+                addCode(market, code);
             }
         }
         addOthers(text);

@@ -93,7 +93,7 @@ bool wroteEverything(IInstrumentCenter& center, CenterKind kind, Console& consol
 }
 
 BothCenters loadBoth(const Snapshot& snapshot, Console& console) {
-    const BothCenters both{makeCenter(CenterKind::Server), makeCenter(CenterKind::Client)};
+    BothCenters both{makeCenter(CenterKind::Server), makeCenter(CenterKind::Client)};
     load(*both.server, copyOf(snapshot), console);
     load(*both.client, copyOf(snapshot), console);
     return both;

@@ -71,6 +71,7 @@ std::vector<std::string> filedMarkets(const std::vector<std::pair<std::string, s
 
 std::vector<std::string> askedMarkets(const std::vector<std::pair<std::string, std::size_t>>& named) {
     std::vector<std::string> markets;
+    markets.reserve(kMarketNames.size() + named.size());
     for (const MarketName& known : kMarketNames) {
         markets.emplace_back(known.market);
     }

@@ -102,7 +102,7 @@ void listInstruments(Session& session, const Query& query) {
     std::vector<RecordPtr> records;
     records.reserve(found.size());
     for (Filed& instrument : found) {
-        records.push_back(boost::make_shared<FiledInstrument>(instrument));
+        records.emplace_back(boost::make_shared<FiledInstrument>(instrument));
         instrument.record.reset();  // a persisted center made it for this answer alone
     }
     session.list(std::move(records), query, nothing);

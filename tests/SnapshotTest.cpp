@@ -117,7 +117,7 @@ TEST(RecordText, EveryRecordClassComesBackFromItsCsvLine) {
     for (const RecordType* const type : mxservice::TypeManager::instance()->types()) {
         const auto record = awkwardRecord(*type, " 文\"quoted\", é ");
         std::ostringstream out;
-        inscenter::Output(out, inscenter::Format::Csv).records({record}, "");
+        inscenter::Output(out, inscenter::Format::Csv).records(record->recordType(), {record}, "");
         std::istringstream lines(out.str());
         std::string header;
         std::string line;

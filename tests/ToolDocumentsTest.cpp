@@ -12,12 +12,19 @@
 #include <vector>
 
 #include "ToolFixture.h"
+#include "base/instrumentcenter/vocabulary/Markets.h"
 #include "tools/inscenter/CommandLine.h"
+#include "tools/inscenter/MarketNames.h"
+#include "tools/inscenter/RecordText.h"
+#include "tools/inscenter/VerbList.h"
 
 // What is installed beside the tool, against what its command line takes.
 
 namespace {
 
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAreArray;
@@ -63,9 +70,29 @@ TEST(ToolDocuments, CompletionOffersEveryVerbAndOption) {
         options.insert(options.end(), global.begin(), global.end());
         EXPECT_EQ(sorted(offered(verb.name + " --")), sorted(options)) << verb.name;
     }
+    verbs.emplace_back("help");
     EXPECT_THAT(offered("\"\""), UnorderedElementsAreArray(verbs));
+    EXPECT_THAT(offered("help \"\""), UnorderedElementsAreArray(verbs));
     EXPECT_THAT(offered("--data day --format csv \"\""), UnorderedElementsAreArray(verbs));
     EXPECT_THAT(offered("store \"\""), UnorderedElementsAreArray(storeVerbs));
+}
+
+TEST(ToolDocuments, CompletionOffersMarketsAndTheFieldsOfWhatIsListed) {
+    std::vector<std::string> markets;
+    for (const inscenter::MarketName& known : inscenter::kMarketNames) {
+        markets.emplace_back(known.market);
+    }
+    EXPECT_EQ(offered("list --market \"\""), markets);
+    EXPECT_THAT(offered("list --jsonl --market SH S"), Contains("SZ"));
+    EXPECT_THAT(offered("mains --market \"\""), ElementsAreArray(mxservice::market::kFutures));
+    for (const inscenter::VerbLine& verb : inscenter::kVerbs) {
+        if (verb.listed != nullptr) {
+            const std::string words = std::string(verb.name) + " --where \"\"";
+            EXPECT_EQ(offered(words), inscenter::fieldNames(verb.listed())) << verb.name;
+        }
+    }
+    EXPECT_THAT(offered("list --market SH --fields code,isi"), ElementsAre("code,isin"));
+    EXPECT_THAT(offered("bonds --sort -maturityD"), ElementsAre("-maturityDate"));
 }
 
 TEST(ToolDocuments, ManualNamesEveryVerbAndOptionAndNoOther) {

@@ -66,11 +66,39 @@ TEST_F(ToolListingTest, ConditionsCompareByTheKindOfTheField) {
     EXPECT_EQ(ask({"etfs", "--where", "stocks>1"}).out, "no record meets the conditions\n");
 }
 
+TEST_F(ToolListingTest, ListsHideNoRecordBehindAnotherAndAddUp) {
+    // The instrument of this fund's creation has the fund's own market and code.
+    write("etfs2.ndjson", R"({"exchid":"SZ","etfcode":"600001","prcode":"600001"})");
+    for (const bool client : {false, true}) {
+        const auto out = [&](const std::vector<std::string>& words) {
+            return (client ? askClient(words) : ask(words)).out;
+        };
+        EXPECT_EQ(out({"list", "--market", "ETFINSTS", "SZ", "HGT", "HK", "--fields", "filed,market,code", "--format",
+                       "csv", "--where", "filed!=SH"}),
+                  "filed,market,code\r\nETFINSTS,SH,510051\r\nETFINSTS,SZ,600001\r\nSZ,SZ,600001\r\nHK,HGT,00001\r\n");
+        EXPECT_THAT(out({"list", "--market", "HK"}), HasSubstr("filed  market  code"));
+        EXPECT_THAT(out({"list", "--market", "SH"}), Not(HasSubstr("filed")));
+        EXPECT_THAT(out({"find", "fund"}), AllOf(HasSubstr("fund \"<b>\""), Not(HasSubstr("filed"))));
+        EXPECT_THAT(out({"find", "HK00001"}), HasSubstr("HGT     00001  CKH"));
+        EXPECT_THAT(out({"find", "etfinsts6", "--format", "csv"}), HasSubstr("SZ,600001,600001,,,,ETFINSTS\r\n"));
+        const std::vector<std::string> everything = linesOf(out({"list", "--trader-type", "4", "--jsonl"}));
+        EXPECT_THAT(everything, SizeIs(10));
+        EXPECT_THAT(out({"summary", "--jsonl"}),
+                    HasSubstr(R"({"section":"market","item":"total","property":"records","value":10})"));
+        // The answer is a snapshot again.
+        const TemporaryDirectory again;
+        std::ofstream(again.path() / "instruments.ndjson") << everything.front();
+        EXPECT_EQ(run({"summary", "--data", again.path()}).err, "");
+    }
+}
+
 TEST_F(ToolListingTest, SortsAndLimitsAfterSelecting) {
     EXPECT_THAT(codes({"--sort", "listingDate"}), ElementsAre("600003", "600002", "600001", "600004"));
     EXPECT_THAT(codes({"--sort", "-priceTick"}), ElementsAre("600001", "600003", "600002", "600004"));
     EXPECT_THAT(codes({"--sort", "lotSize", "--where", "lotSize>0", "--limit", "1"}), ElementsAre("600002"));
     EXPECT_THAT(codes({"--limit", "0"}), SizeIs(0));
+    EXPECT_EQ(ask({"list", "--market", "SH", "--limit", "1", "--fields", "code"}).out,
+              "code\n600001\n... and 3 more\n");
 }
 
 TEST_F(ToolListingTest, NamedFieldsStandAloneAndInTheirOrder) {
@@ -84,6 +112,10 @@ TEST_F(ToolListingTest, NamedFieldsStandAloneAndInTheirOrder) {
     EXPECT_EQ(with("jsonl"), "{\"lotSize\":9,\"isin\":\"\",\"code\":\"600002\"}\n");
     EXPECT_EQ(with("csv"), "lotSize,isin,code\r\n9,,600002\r\n");
     EXPECT_EQ(with("table"), "lotSize  isin  code\n      9        600002\n");
+    const std::string longCode(42, '6');
+    write("instruments2.ndjson", R"({"market":"SHO","code":")" + longCode + R"(","name":")" + longCode + R"("})");
+    EXPECT_EQ(linesOf(ask({"list", "--market", "SHO"}).out).at(1),
+              "SHO     " + longCode + "  " + longCode.substr(3) + "…");  // a name is cut, a code is not
 }
 
 TEST_F(ToolListingTest, WrongFieldsAndValuesAreUsageErrors) {
@@ -105,6 +137,31 @@ TEST_F(ToolListingTest, WrongFieldsAndValuesAreUsageErrors) {
         EXPECT_THAT(bad.err, HasSubstr(message));
     }
     EXPECT_EQ(ask({"mains", "--by-product", "--limit", "1"}).code, 2);
+}
+
+TEST_F(ToolListingTest, MissesSayWhatMayHaveBeenMeant) {
+    for (const char* const format : {"table", "json", "csv"}) {
+        const Result some = ask({"list", "--market", "sh,DEC", "SZ", "--fields", "code", "--format", format});
+        EXPECT_EQ(some.code, 1);
+        EXPECT_THAT(some.out, AllOf(HasSubstr("600001"), Not(HasSubstr("600002"))));
+        EXPECT_THAT(some.err, AllOf(HasSubstr("sh: no such market; did you mean SH, "),
+                                    HasSubstr("DEC: no such market; did you mean DCE?\n")));
+        const Result none = ask({"mains", "--market", "X\x1b[2J", "--fields", "code", "--format", format});
+        EXPECT_EQ(none.code, 1);
+        EXPECT_EQ(none.out, format == std::string("csv") ? "code\r\n" : "");
+        EXPECT_THAT(none.err, HasSubstr("X\\x1B[2J: no such market; the day has SH, SZ, HK, DCE, "));
+    }
+    const Result type = ask({"list", "--trader-type", "3", "--jsonl"});
+    EXPECT_EQ(type.code, 1);
+    EXPECT_THAT(type.err, HasSubstr("3: no such trader type; there are 1, 2, 4, "));
+    EXPECT_THAT(ask({"get", "600001", "Sh600002", "nothing"}).err,
+                AllOf(HasSubstr("600001: not found; did you mean SH600001 or SZ600001?\n"),
+                      HasSubstr("Sh600002: not found; did you mean SH600002?\n"), HasSubstr("nothing: not found\n")));
+    EXPECT_THAT(ask({"get", "600001.sz", "SH 600002"}).err,
+                AllOf(HasSubstr("did you mean SZ600001?\n"), HasSubstr("did you mean SH600002?\n")));
+    EXPECT_THAT(ask({"has", "00001"}).err, HasSubstr("no predicate answers true; did you mean HK00001?"));
+    EXPECT_THAT(ask({"etf", "510051"}).err, HasSubstr("not found; did you mean SH510051?\n"));
+    EXPECT_THAT(askClient({"interbank", "019547"}).err, HasSubstr("no interbank code\n"));
 }
 
 TEST_F(ToolListingTest, FindsCodesByTheirBeginningAndNamesByAnyPart) {
@@ -186,6 +243,10 @@ TEST(Screen, NarrowOnesWrapTheLastTextCutOthersAndLeaveColumnsOut) {
     const inscenter::Table numbers{
         {"code", "name", "tick", "lot"},
         {{std::string("600000"), std::string("浦发银行股份有限公司"), 0.25, std::int64_t{100}}}};
+    const std::string key = "DCE" + std::string(40, 'x');
+    const inscenter::Table keys{{"key", "name"}, {{key, key}}};
+    EXPECT_THAT(shown(keys, 60), HasSubstr("\n" + key + "  " + key.substr(0, 14) + "…\n"));
+    EXPECT_EQ(shown(keys, 20), "key\n" + key + "\n(no room for: name)\n");
     EXPECT_EQ(shown(numbers, 30), "code    name         tick  lot\n600000  浦发银行股…  0.25  100\n");
     EXPECT_EQ(shown(numbers, 20), "code    name\n600000  浦发银…\n(no room for: tick,\nlot)\n");
     for (std::size_t columns = 1; columns < 50; ++columns) {

@@ -102,6 +102,17 @@ TEST_F(ToolPairsTest, DiffNamesWhatWasListedDelistedAndChanged) {
                                  HasSubstr("delisted,bonds,220001,22国债01,,,\r\n")));
     EXPECT_THAT(squeezed(diff().out),
                 AllOf(HasSubstr("instruments 1 12 1 0\n"), HasSubstr("counterparties 0 0 0 1\n")));
+
+    const auto many = [](const std::string& day) {
+        std::string records;
+        for (int code = 830000; code < 830020; ++code) {
+            records += R"({"market":"BJ","code":")" + std::to_string(code) + R"(","tradingDay":")" + day + "\"}\n";
+        }
+        return records;
+    };
+    write("instruments2.ndjson", many("20260302"));
+    writeLater("instruments2.ndjson", many("20260303"));
+    EXPECT_THAT(diff().out, HasSubstr("\n\nMost changed records differ in tradingDay; --ignore tradingDay leaves"));
 }
 
 TEST_F(ToolPairsTest, DiffOfASnapshotAndItsStoreIsEmptyAlthoughListingsWereMerged) {

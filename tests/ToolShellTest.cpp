@@ -1,7 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <iostream>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -67,11 +69,34 @@ TEST_F(ToolShellTest, AnswersLineByLineAndOutlivesBadOnes) {
                                HasSubstr("a quotation is not closed"), HasSubstr("SH999999: not found")));
     EXPECT_EQ(talk("has SH999999\nfrob\n").code, 1);
     EXPECT_EQ(talk("summary\nhelp\nhelp get\n").code, 0);
+    EXPECT_EQ(talk("help frob\n").code, 2);
     EXPECT_THAT(talk("help").out, AllOf(HasSubstr("\n  mains "), Not(HasSubstr("generate"))));
     EXPECT_THAT(talk("etfs", {"--format", "json"}).out, HasSubstr("{\"exchid\""));
     write("instruments2.ndjson", "{\n");
     EXPECT_EQ(talk("has SH600000\n").code, 3) << "a line of the snapshot was skipped";
     EXPECT_EQ(talk("has SH999999\n").code, 1);
+}
+
+TEST_F(ToolShellTest, WritesAnAnswerToAFileOnceTheLineMakesSense) {
+    const std::string file = store_.path() / "answer";
+    const auto written = [&] {
+        std::ifstream stream(file);
+        return std::string(std::istreambuf_iterator<char>(stream), {});
+    };
+    const std::string codes = "list --market SH --fields code --where listingDate>20000101 ";
+    EXPECT_EQ(talk(codes + ">" + file + "\n" + codes + " >> '" + file + "'\n").out, "");
+    EXPECT_EQ(written(), "code\n730001\ncode\n730001\n");
+    for (const std::string& wrong :
+         std::vector<std::string>{"frob > " + file, "summary > " + file + " b", "summary >", "find x > y > " + file}) {
+        const Result bad = talk(wrong);
+        EXPECT_EQ(bad.code, 2) << wrong;
+        EXPECT_EQ(bad.out, "");
+    }
+    EXPECT_EQ(talk("find '>'").code, 1);
+    EXPECT_EQ(written(), "code\n730001\ncode\n730001\n");
+    EXPECT_THAT(talk("summary > " + file + "/no").err, HasSubstr("/no: cannot be written: Not a directory"));
+    EXPECT_EQ(talk("list --market SH > /dev/full").code, 2);
+    EXPECT_THAT(completed("summary > ", ""), IsEmpty());
 }
 
 TEST_F(ToolShellTest, LeavesWhatIsNoQuestionToTheCommandLine) {
@@ -91,6 +116,9 @@ TEST_F(ToolShellTest, CompletesByThePlaceOfTheWord) {
     EXPECT_THAT(completed("list --fields ", "code,isi"), ElementsAre("code,isin"));
     EXPECT_THAT(completed("list --format ", "j"), ElementsAre("json", "jsonl"));
     EXPECT_THAT(completed("get ", "SH60"), ElementsAre("SH600000"));
+    EXPECT_THAT(completed("get ", "ETFINSTS5"), ElementsAre("ETFINSTS510051"));
+    EXPECT_THAT(completed("get ", "HGT007"), ElementsAre("HGT00700"));
+    EXPECT_THAT(completed("list --market ", "ETF"), ElementsAre("ETFINSTS"));
     EXPECT_THAT(completed("get ", "D"), ElementsAre("DCE"));
     EXPECT_THAT(completed("frob ", ""), IsEmpty());
 }

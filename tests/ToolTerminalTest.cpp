@@ -148,6 +148,22 @@ TEST_F(ToolTerminalTest, ControlCGivesUpTheLineAndControlDEndsTheShell) {
                 AllOf(HasSubstr("600001"), Not(HasSubstr("SH99"))));
 }
 
+TEST_F(ToolTerminalTest, ShellsAtTheSameTimeKeepTheHistoryOfBoth) {
+    std::array<Terminal, 2> shells{start({"shell"}), start({"shell"})};
+    for (Terminal& shell : shells) {
+        shell.readToPrompt();
+    }
+    for (const int code : {0, 1, 2}) {
+        Terminal& shell = shells[static_cast<std::size_t>(code) % 2];
+        shell.type("has SH60000" + std::to_string(code) + "\r");
+        shell.readTo("hasStock");
+        shell.readToPrompt();
+    }
+    std::ifstream history(home_.path() / ".inscenter_history");
+    EXPECT_THAT(std::string(std::istreambuf_iterator<char>(history), {}),
+                AllOf(HasSubstr("600000\n"), HasSubstr("600001\n"), HasSubstr("600002\n")));
+}
+
 TEST_F(ToolTerminalTest, CompletesBehindWideLetters) {
     ::setenv("LC_ALL", "C.UTF-8", 1);
     Terminal shell = start({"shell"});

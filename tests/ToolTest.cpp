@@ -20,9 +20,12 @@ namespace {
 
 using ::testing::AllOf;
 using ::testing::AnyOf;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
+using tooltest::linesOf;
 using tooltest::Result;
 using tooltest::run;
 using tooltest::squeezed;
@@ -71,6 +74,7 @@ TEST_F(ToolTest, AnswersFromEitherCenter) {
     }
     EXPECT_THAT(askClient({"interbank", "SH019547"}).out, HasSubstr("220001\n"));
     EXPECT_EQ(ask({"interbank", "SH019547"}).code, 1);
+    EXPECT_THAT(ask({"products", "--jsonl"}).out, Not(HasSubstr(R"("productId":"")")));  // of records without one
 }
 
 /// Cells of a CSV line; quoted cells here hold no quotation marks.
@@ -188,9 +192,17 @@ TEST_F(ToolTest, BothCentersTakeOneArgumentList) {
 TEST_F(ToolTest, AStoreThatCannotBeWrittenIsNamedAndAnswersComeFromMemory) {
     std::ofstream(store_.path() / "db") << "a file";
     const Result found = askClient({"get", "SH600000"});
-    EXPECT_EQ(found.code, 0);
+    EXPECT_EQ(found.code, 4);
     EXPECT_THAT(found.out, HasSubstr("浦发银行"));
-    EXPECT_THAT(found.err, AllOf(HasSubstr("db: "), HasSubstr(" databases could not be written, among them OvIns_")));
+    EXPECT_THAT(found.err,
+                AllOf(HasSubstr("the store could not be written ("), HasSubstr(" databases, the first OvIns_")));
+    EXPECT_EQ(askClient({"get", "SH999999"}).code, 1);
+    const Result tour = ask({"tour", "--store", store_.path() / "db"});
+    EXPECT_EQ(tour.code, 4);
+    EXPECT_THAT(tour.err, HasSubstr("the store could not be written ("));
+    write("instruments2.ndjson", "{\"market\":\"SH\"}\n");
+    EXPECT_EQ(askClient({"get", "SH600000"}).code, 4);
+    EXPECT_EQ(askClient({"get", "SH999999"}).code, 1);
 }
 
 TEST_F(ToolTest, RulesAndDayHoldForOneRunOnly) {
@@ -263,7 +275,10 @@ TEST_F(ToolTest, EmptyAnswersSaySoInTables) {
     std::filesystem::remove(day_.path() / "etfs.ndjson");
     EXPECT_EQ(ask({"etfs"}).out, "no ETFs\n");
     EXPECT_EQ(ask({"etfs", "--format", "json"}).out, "");
-    EXPECT_EQ(ask({"list", "--market", "XX\x1b[2J\x7f"}).out, "no instruments of market XX\\x1B[2J\\x7F\n");
+    EXPECT_THAT(ask({"etfs", "--format", "csv"}).out, StartsWith("type,exchid,etfcode,"));
+    EXPECT_THAT(linesOf(ask({"list", "--market", "BJ", "--format", "csv"}).out), ElementsAre(EndsWith(",filed\r")));
+    EXPECT_THAT(ask({"get", "SH999999", "--format", "csv"}).out, StartsWith("market,code,name,"));
+    EXPECT_EQ(ask({"list", "--market", "NYSE", "BJ"}).out, "no instruments of market NYSE, BJ\n");
     EXPECT_EQ(ask({"list", "--trader-type", "64"}).code, 0);
 }
 
@@ -275,7 +290,12 @@ TEST_F(ToolTest, HelpStandsOnEveryLevel) {
         const Result help = run({verb, "--help"});
         EXPECT_EQ(help.code, 0);
         EXPECT_THAT(help.out, HasSubstr("Examples:\n  inscenter "));
+        EXPECT_EQ(linesOf(run({"help", verb}).out).at(1), linesOf(help.out).at(1));
     }
+    EXPECT_EQ(run({"help"}).out, top.out);
+    EXPECT_EQ(run({"help", "store", "ls"}).out, run({"store", "ls", "--help"}).out);
+    EXPECT_EQ(run({"help", "frob"}).code, 2);
+    EXPECT_THAT(run({"help", "lst"}).err, HasSubstr("unknown command lst; did you mean list"));
     EXPECT_THAT(run({"--version"}).out, StartsWith("inscenter "));
 }
 

@@ -48,6 +48,11 @@ std::vector<std::string> marketList(const Snapshot& snapshot) {
     return names;
 }
 
+/// A database that could not be written, as a message names it, and why.
+std::string described(const mxservice::FailedWrites& failed) {
+    return failed.reason.empty() ? failed.database : failed.database + ": " + failed.reason;
+}
+
 }  // namespace
 
 std::shared_ptr<IInstrumentCenter> makeCenter(CenterKind kind) {
@@ -73,6 +78,25 @@ std::vector<std::pair<std::string, std::size_t>> marketsOf(const Snapshot& snaps
         ++markets[position->second].second;
     }
     return markets;
+}
+
+bool wroteEverything(IInstrumentCenter& center, CenterKind kind, Console& console) {
+    const auto failed = statisticsOf(center, kind).failedWrites;
+    if (failed.empty()) {
+        return true;
+    }
+    console.message(
+        fmt::format("the store could not be written ({} {}, the first {}); records come from memory, and derived "
+                    "catalogues may lack them; --log says why",
+                    failed.size(), failed.size() == 1 ? "database" : "databases", described(failed.front())));
+    return false;
+}
+
+BothCenters loadBoth(const Snapshot& snapshot, Console& console) {
+    BothCenters both{makeCenter(CenterKind::Server), makeCenter(CenterKind::Client)};
+    load(*both.server, copyOf(snapshot), console);
+    load(*both.client, copyOf(snapshot), console);
+    return both;
 }
 
 std::vector<LoadStep> load(IInstrumentCenter& center, const Snapshot& snapshot, Console& console) {

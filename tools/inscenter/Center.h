@@ -32,7 +32,19 @@ struct LoadStep {
 /// The markets that the records name and how many name each, in the order in which they first occur.
 std::vector<std::pair<std::string, std::size_t>> marketsOf(const Snapshot& snapshot);
 
+/// Reports the databases that what was loaded so far could not be written to. Answers whether there was none.
+bool wroteEverything(mxservice::IInstrumentCenter& center, CenterKind kind, Console& console);
+
 /// Hands every catalogue of the snapshot that has records to the center: the instruments in one batch, then the others.
 std::vector<LoadStep> load(mxservice::IInstrumentCenter& center, const Snapshot& snapshot, Console& console);
+
+/// A center of each kind.
+struct BothCenters {
+    std::shared_ptr<mxservice::IInstrumentCenter> server;
+    std::shared_ptr<mxservice::IInstrumentCenter> client;
+};
+
+/// Both with the snapshot, each with records of its own: loads change them.
+BothCenters loadBoth(const Snapshot& snapshot, Console& console);
 
 }  // namespace inscenter

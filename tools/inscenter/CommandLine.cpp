@@ -96,8 +96,16 @@ public:
 
     CLI::App& app() { return app_; }
 
+    void take(const std::vector<std::string>& words) {
+        app_.parse(std::vector<std::string>(words.rbegin(), words.rend()));  // taken from the end
+    }
+
     /// Writes the help that was asked for, or what is wrong; answers the exit code.
     int stop(const CLI::ParseError& reason, std::ostream& out, std::ostream& err) {
+        if (reason.get_exit_code() == 0 && app_.get_subcommands().empty() && !app_.remaining().empty()) {
+            err << explain(app_, reason);  // help on a command that there is not
+            return kBadUsage;
+        }
         std::ostringstream help;
         const int code = app_.exit(reason, help, err);
         out << wrapped(help.str(), columns_);
@@ -204,6 +212,7 @@ private:
     CLI::Option* addMarkets(CLI::App& app, const char* about) {
         return app.add_option("--market", command_.query.markets, about)
             ->type_name("MARKET")
+            ->delimiter(',')
             ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     }
 
@@ -404,7 +413,7 @@ std::optional<Command> parseCommand(int argc, const char* const* argv, std::ostr
     Command command;
     Parser parser(command, Place::CommandLine, columnsOf(out));
     try {
-        parser.app().parse(argc, argv);
+        parser.take(helpAsOption({argv + std::min(argc, 1), argv + argc}));
     } catch (const CLI::ParseError& stop) {
         exitCode = parser.stop(stop, out, err);
         return std::nullopt;
@@ -429,12 +438,20 @@ std::optional<Command> parseQuestion(const std::vector<std::string>& words, cons
     command.task = Task::Ask;
     Parser parser(command, Place::Shell, columnsOf(out));
     try {
-        parser.app().parse(std::vector<std::string>(words.rbegin(), words.rend()));  // taken from the end
+        parser.take(words);
     } catch (const CLI::ParseError& stop) {
         exitCode = parser.stop(stop, out, err);
         return std::nullopt;
     }
     return command;
+}
+
+std::vector<std::string> helpAsOption(std::vector<std::string> words) {
+    if (!words.empty() && words.front() == "help") {
+        words.erase(words.begin());
+        words.emplace_back("--help");
+    }
+    return words;
 }
 
 std::vector<VerbHelp> describeVerbs() {

@@ -46,6 +46,9 @@ std::optional<Command> parseCommand(int argc, const char* const* argv, std::ostr
 std::optional<Command> parseQuestion(const std::vector<std::string>& words, const Command& settings, std::ostream& out,
                                      std::ostream& err, int& exitCode);
 
+/// "help VERB" as "VERB --help"; other words as they are.
+std::vector<std::string> helpAsOption(std::vector<std::string> words);
+
 /// A verb as the command line takes it.
 struct VerbHelp {
     std::string name;  ///< "store ls" for one beneath another; empty for what every verb takes

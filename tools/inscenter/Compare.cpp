@@ -16,6 +16,7 @@
 #include "tools/inscenter/CompareRecords.h"
 #include "tools/inscenter/CompareTally.h"
 #include "tools/inscenter/Differences.h"
+#include "tools/inscenter/MarketNames.h"
 #include "tools/inscenter/Predicates.h"
 
 namespace inscenter {
@@ -297,16 +298,11 @@ void CenterComparison::askOtc() {
 
 }  // namespace
 
-bool compareCenters(const Snapshot& snapshot, Output& output, Console& console) {
+bool compareCenters(const BothCenters& both, const Snapshot& snapshot, Output& output, Console& console) {
     const Questions questions(snapshot);
     const RecordComparison records(snapshot);
-    const auto server = makeCenter(CenterKind::Server);
-    const auto client = makeCenter(CenterKind::Client);
-    // Loads change records: markets, connect flags, names of components.
-    load(*server, copyOf(snapshot), console);
-    load(*client, copyOf(snapshot), console);
     Tally tally;
-    CenterComparison(*server, *client, questions, records, tally).askAll(console);
+    CenterComparison(*both.server, *both.client, questions, records, tally).askAll(console);
     tally.write(output);
     for (const Difference& difference : kDeliberateDifferences) {
         output.note(fmt::format("differs on purpose: {}", difference.text));

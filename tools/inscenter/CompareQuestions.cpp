@@ -4,6 +4,7 @@
 
 #include "base/instrumentcenter/vocabulary/Markets.h"
 #include "platform/utils/Utils.h"
+#include "tools/inscenter/MarketNames.h"
 
 namespace inscenter {
 namespace {

@@ -11,9 +11,6 @@
 
 namespace inscenter {
 
-/// The pseudo-market of the instruments that stand for ETFs.
-constexpr const char* kEtfInstruments = "ETFINSTS";
-
 /// What the centers are asked: everything that the snapshot names, and for each market codes that it does not name.
 struct Questions {
     std::set<std::pair<std::string, std::string>> codes;  ///< with their markets

@@ -144,8 +144,9 @@ bool showDiff(const DiffQuery& query, Output& output, Console& console) {
     output.table(changeTable(changes), "no difference");
     const std::vector<std::string> noisy = noisyFields(changes);
     if (!noisy.empty()) {
+        output.note("");
         output.note(
-            fmt::format("\nMost changed records differ in {0}; --ignore {0} leaves that out.", fmt::join(noisy, ",")));
+            fmt::format("Most changed records differ in {0}; --ignore {0} leaves that out.", fmt::join(noisy, ",")));
     }
     return before.skipped + after.skipped == 0;
 }

@@ -12,6 +12,7 @@
 #include "platform/record/RecordType.h"
 #include "platform/record/Records.h"
 #include "platform/utils/Utils.h"
+#include "tools/inscenter/MarketNames.h"
 
 namespace inscenter {
 namespace {
@@ -22,8 +23,6 @@ using mxservice::CInstrumentDetail;
 using mxservice::IData;
 using mxservice::RecordType;
 namespace market = mxservice::market;
-
-constexpr const char* kEtfInstruments = "ETFINSTS";
 
 /// The stock key texts that a record may be stored under.
 using KeyTexts = std::vector<std::string>;

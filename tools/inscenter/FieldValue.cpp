@@ -9,6 +9,7 @@
 #include "base/instrumentcenter/vocabulary/Markets.h"
 #include "platform/record/Records.h"
 #include "platform/utils/Calendar.h"
+#include "tools/inscenter/MarketNames.h"
 #include "tools/inscenter/RecordText.h"
 #include "tools/inscenter/Utf8.h"
 
@@ -58,6 +59,9 @@ std::string LineError::text() const {
 }
 
 void FileNotes::addUnknownKey(std::string_view key) {
+    if (key == kFiledField) {  // of an answer of this tool that is now read as a snapshot
+        return;
+    }
     const std::string shown = printable(key.substr(0, kMaxShownBytes));
     if (std::find(unknownKeys_.begin(), unknownKeys_.end(), shown) != unknownKeys_.end()) {
         return;

@@ -16,12 +16,15 @@ constexpr const char* kAbout =
     "bonds*, tenderbonds*, counterparties*, otcfundplans*, issuances*, issuanceprices*.\n";
 
 constexpr const char* kFooter =
-    "Exit codes: 0 answered; 1 a key was not found, or the centers differ; 2 bad usage, unreadable input or a store "
-    "with bad documents; 3 answered, but lines or files of the snapshot were skipped.\n"
+    "Exit codes: 0 answered; 1 a key or market was not found, or the centers differ; 2 bad usage, unreadable input or "
+    "a store "
+    "with bad documents; 3 answered, but lines or files of the snapshot were skipped; 4 answered, but the store could "
+    "not be written (where both hold, 4; where a key was not found, too, 1).\n"
     "\nExamples:\n"
     "  inscenter generate --size 1000 day\n"
     "  inscenter --data day summary\n"
-    "  inscenter --data day get SH600000 HK00700 --format json";
+    "  inscenter --data day get SH600000 HK00700 --format json\n"
+    "  inscenter help list";
 
 constexpr const char* kStoreFooter =
     "Databases are opened for reading only, also beside a running host, and never changed. The one file that may be "

@@ -6,6 +6,11 @@
 
 namespace inscenter {
 
+/// The market under which the centers file the instruments that stand for the creation of funds.
+constexpr const char* kEtfInstruments = "ETFINSTS";
+/// The field of a listed instrument that names the market under which it is filed.
+constexpr const char* kFiledField = "filed";
+
 struct MarketName {
     const char* market;
     const char* name;
@@ -15,6 +20,7 @@ struct MarketName {
 inline constexpr std::array kMarketNames{MarketName{"SH", "Shanghai Stock Exchange"},
                                          MarketName{"SZ", "Shenzhen Stock Exchange"},
                                          MarketName{"BJ", "Beijing Stock Exchange"},
+                                         MarketName{"SHFI", "Shanghai Stock Exchange, special listings"},
                                          MarketName{"HK", "Hong Kong"},
                                          MarketName{"HGT", "Hong Kong, through Shanghai"},
                                          MarketName{"SGT", "Hong Kong, through Shenzhen"},

@@ -14,17 +14,21 @@ namespace {
 constexpr std::size_t kMostNames = 3;
 constexpr std::size_t kLeastPart = 3;  // shorter texts are part of too many names
 
-/// The letters to add, drop or change to get from one text to the other.
+/// The letters to add, drop, change or swap with the next to get from one text to the other.
 std::size_t editDistance(std::string_view from, std::string_view to) {
+    std::vector<std::size_t> before(to.size() + 1);  // the row of two letters ago
+    std::vector<std::size_t> above(to.size() + 1);
     std::vector<std::size_t> row(to.size() + 1);
     std::iota(row.begin(), row.end(), std::size_t{0});
     for (std::size_t i = 0; i < from.size(); ++i) {
-        std::size_t diagonal = row[0];
+        before.swap(above);
+        above.swap(row);
         row[0] = i + 1;
         for (std::size_t j = 0; j < to.size(); ++j) {
-            const std::size_t changed = diagonal + (from[i] == to[j] ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({row[j] + 1, diagonal + 1, changed});
+            row[j + 1] = std::min({row[j] + 1, above[j + 1] + 1, above[j] + (from[i] == to[j] ? 0 : 1)});
+            if (i > 0 && j > 0 && from[i] == to[j - 1] && from[i - 1] == to[j]) {
+                row[j + 1] = std::min(row[j + 1], before[j - 1] + 1);
+            }
         }
     }
     return row.back();
@@ -51,14 +55,17 @@ std::vector<std::string> nearNames(std::string_view wrong, const std::vector<std
     return nearest;
 }
 
-std::string didYouMean(std::string_view wrong, const std::vector<std::string>& names) {
-    std::vector<std::string> near = nearNames(wrong, names);
-    if (near.empty()) {
+std::string didYouMean(std::vector<std::string> names) {
+    if (names.empty()) {
         return {};
     }
-    const std::string last = near.back();
-    near.pop_back();
-    return fmt::format("; did you mean {}{}{}?", fmt::join(near, ", "), near.empty() ? "" : " or ", last);
+    const std::string last = names.back();
+    names.pop_back();
+    return fmt::format("; did you mean {}{}{}?", fmt::join(names, ", "), names.empty() ? "" : " or ", last);
+}
+
+std::string didYouMean(std::string_view wrong, const std::vector<std::string>& names) {
+    return didYouMean(nearNames(wrong, names));
 }
 
 }  // namespace inscenter

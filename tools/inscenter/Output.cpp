@@ -1,12 +1,19 @@
 #include "tools/inscenter/Output.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <fstream>
 #include <ostream>
+#include <system_error>
 
 #include "platform/record/Records.h"
 #include "tools/inscenter/Interruption.h"
+#include "tools/inscenter/MarketNames.h"
 #include "tools/inscenter/RecordText.h"
+#include "tools/inscenter/Snapshot.h"
 #include "tools/inscenter/Utf8.h"
 
 namespace inscenter {
@@ -23,9 +30,9 @@ constexpr std::size_t kLeastText = 12;  // in lists of records, of which any fie
 
 /// What a list of instruments shows, where any record of the list has it; other classes show their first fields.
 constexpr std::array kInstrumentColumns{
-    "market",         "code",           "name",        "productId",        "listingDate",          "expireDate",
-    "optionType",     "underlyingCode", "strikePrice", "mainContractFlag", "combinedConnectFlags", "priceTick",
-    "volumeMultiple", "lotSize",        "planType"};
+    kFiledField,  "market",         "code",           "name",        "productId",        "listingDate",
+    "expireDate", "optionType",     "underlyingCode", "strikePrice", "mainContractFlag", "combinedConnectFlags",
+    "priceTick",  "volumeMultiple", "lotSize",        "planType"};
 
 std::vector<const Field*> candidates(const RecordType& type) {
     std::vector<const Field*> fields;
@@ -43,6 +50,17 @@ std::vector<const Field*> candidates(const RecordType& type) {
     return fields;
 }
 
+/// Whether the texts of a column stand for something by every letter, so that a part of one is of no use.
+bool isIdentifier(std::string_view column) {
+    constexpr std::array<std::string_view, 21> kIdentifiers{
+        kFiledField,      "market",       "code",    "key",      "keyText",
+        "platformCode",   "productId",    "product", "isin",     "underlyingMarket",
+        "underlyingCode", "exchid",       "etfcode", "prcode",   "bondCode",
+        "shanghaiCode",   "shenzhenCode", "id",      "firstLeg", "secondLeg",
+        "database"};
+    return std::find(kIdentifiers.begin(), kIdentifiers.end(), column) != kIdentifiers.end();
+}
+
 bool isNumber(const Field& field) {
     return field.kind() != FieldKind::Text;
 }
@@ -58,7 +76,11 @@ std::string shownField(const Field& field, const IData& record) {
 }
 
 std::string listedField(const Field& field, const IData& record) {
-    return field.isDefault(record) ? std::string() : cutText(shownField(field, record), Output::kMaxColumns);
+    if (field.isDefault(record)) {
+        return {};
+    }
+    std::string text = shownField(field, record);
+    return isIdentifier(field.name()) ? text : cutText(text, Output::kMaxColumns);
 }
 
 std::string joined(const std::vector<std::string>& texts, std::string_view separator) {
@@ -125,10 +147,22 @@ void appendJsonCell(std::string& out, const Cell& cell) {
     }
 }
 
+void requireWritten(const std::ofstream& file, const std::string& name) {
+    if (!file) {
+        throw UnreadableInput(fmt::format("{}: cannot be written: {}", name, std::generic_category().message(errno)));
+    }
+}
+
 std::vector<const Field*> Output::usualFields(const std::vector<RecordPtr>& records) {
     std::vector<const Field*> columns;
-    for (const Field* const field : candidates(records.front()->recordType())) {
-        const auto given = [&](const RecordPtr& record) { return !field->isDefault(*record); };
+    const RecordType& type = records.front()->recordType();
+    for (const Field* const field : candidates(type)) {
+        const auto given = [&](const RecordPtr& record) {
+            // A market that only repeats the record's own tells nothing.
+            return field->name() == kFiledField
+                       ? field->in<std::string>(*record) != type.find("market")->in<std::string>(*record)
+                       : !field->isDefault(*record);
+        };
         if (columns.size() < kListFields && std::any_of(records.begin(), records.end(), given)) {
             columns.push_back(field);
         }
@@ -192,17 +226,20 @@ void Output::csvLine(const std::vector<std::string>& cells) {
     lineDone();
 }
 
-void Output::records(const std::vector<RecordPtr>& records, std::string_view nothing, const Fields& fields) {
+void Output::records(const RecordType& type, const std::vector<RecordPtr>& records, std::string_view nothing,
+                     const Fields& fields) {
     if (format_ == Format::Table) {
         if (records.empty()) {
-            note(nothing);
+            if (!nothing.empty()) {
+                note(nothing);
+            }
         } else {
             recordTable(records, fields.empty() ? usualFields(records) : fields);
         }
         return;
     }
     if (fields.empty()) {
-        details(records);
+        details(type, records);
         return;
     }
     if (format_ == Format::Csv) {
@@ -221,7 +258,7 @@ void Output::recordTable(const std::vector<RecordPtr>& records, const Fields& fi
     TextTable table;
     table.leastText = kLeastText;
     for (const Field* const field : fields) {
-        table.columns.push_back({field->name(), isNumber(*field)});
+        table.columns.push_back({field->name(), isNumber(*field), isIdentifier(field->name())});
     }
     table.rows = records.size();
     table.cell = [&](std::size_t row, std::size_t column) { return listedField(*fields[column], *records[row]); };
@@ -263,9 +300,9 @@ void Output::csvRecord(const IData& record, const Fields& fields) {
     csvLine(cells);
 }
 
-void Output::details(const std::vector<RecordPtr>& records) {
-    if (format_ == Format::Csv && !records.empty()) {
-        csvLine(fieldNames(records.front()->recordType()));
+void Output::details(const RecordType& type, const std::vector<RecordPtr>& records) {
+    if (format_ == Format::Csv) {
+        csvLine(fieldNames(type));
     }
     for (const RecordPtr& record : records) {
         recordDetail(*record);
@@ -357,7 +394,7 @@ void Output::table(const Table& table, std::string_view nothing) {
     for (std::size_t i = 0; i < table.columns.size(); ++i) {
         const bool numbers =
             std::any_of(table.rows.begin(), table.rows.end(), [i](const auto& row) { return isNumber(row[i]); });
-        text.columns.push_back({table.columns[i], numbers});
+        text.columns.push_back({table.columns[i], numbers, isIdentifier(table.columns[i])});
     }
     text.rows = table.rows.size();
     text.cell = [&](std::size_t row, std::size_t column) { return shownCell(table.rows[row][column]); };

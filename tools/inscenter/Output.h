@@ -32,6 +32,9 @@ struct Table {
 /// Appends the cell as a JSON value.
 void appendJsonCell(std::string& out, const Cell& cell);
 
+/// Throws UnreadableInput, with the reason that errno holds, when writing the file has failed.
+void requireWritten(const std::ofstream& file, const std::string& name);
+
 using RecordPtr = boost::shared_ptr<mxservice::IData>;
 
 /// Writes answers in one format. Tables are aligned by the columns that a terminal gives each character, and control
@@ -52,15 +55,14 @@ public:
     /// The title of what follows, for people alike, with an empty line before it unless it is the first.
     void heading(std::string_view text);
 
-    /// Records of one class: a line each, in tables with the columns that tell most and texts cut to kMaxColumns.
-    /// `nothing` is what a table says instead when there is no record. With `fields`, those and no others, in JSON also
-    /// where they are at their default.
-    void records(const std::vector<RecordPtr>& records, std::string_view nothing,
+    /// Records of one class: a line each, in tables with the columns that tell most and texts, but not codes and keys,
+    /// cut to kMaxColumns. `nothing` is what a table says instead when there is no record. With `fields`, those and no
+    /// others, in JSON also where they are at their default.
+    void records(const mxservice::RecordType& type, const std::vector<RecordPtr>& records, std::string_view nothing,
                  const std::vector<const mxservice::Field*>& fields = {});
 
-    /// Every field of a few records that is not at its default, in tables one field a line. The records may be of one
-    /// class only when the format is CSV.
-    void details(const std::vector<RecordPtr>& records);
+    /// Every field of a few records of one class that is not at its default, in tables one field a line.
+    void details(const mxservice::RecordType& type, const std::vector<RecordPtr>& records);
 
     void table(const Table& table, std::string_view nothing);
     /// The same, but in tables one column a line, as details() does.

@@ -1,6 +1,9 @@
 #include "tools/inscenter/Prompt.h"
 
 #include <editline/readline.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -28,6 +31,28 @@ Prompt::Completer& currentCompleter() {
 std::string historyFile() {
     const char* const home = std::getenv("HOME");
     return home == nullptr || *home == '\0' ? "" : std::string(home) + "/.inscenter_history";
+}
+
+/// Adds the line to the history, and to its file at once: a closed terminal ends the process. Another shell may have
+/// written to the file meanwhile, so it is read anew, while no other does the same. A file that cannot be locked or
+/// written leaves the history of this process.
+void remember(const std::string& line) {
+    const std::string name = historyFile();
+    const int file = name.empty() ? -1 : ::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (file < 0 || ::flock(file, LOCK_EX) != 0) {
+        add_history(line.c_str());
+    } else {
+        struct stat written {};
+        if (::fstat(file, &written) == 0 && written.st_size > 0) {
+            clear_history();
+            read_history(name.c_str());
+        }
+        add_history(line.c_str());
+        write_history(name.c_str());
+    }
+    if (file >= 0) {
+        ::close(file);
+    }
 }
 
 /// The bytes before the cursor; rl_point counts characters.
@@ -131,11 +156,7 @@ bool Prompt::next(std::string& line) {
     }
     line = read.get();
     if (line.find_first_not_of(" \t") != std::string::npos) {
-        add_history(line.c_str());
-        // At once: a closed terminal ends the process.
-        if (!historyFile().empty()) {
-            write_history(historyFile().c_str());
-        }
+        remember(line);
     }
     return true;
 }

@@ -94,7 +94,8 @@ RecordSelection::Condition RecordSelection::parse(const RecordType& type, const 
     return condition;
 }
 
-RecordSelection::RecordSelection(const RecordType& type, const SelectionTexts& texts) : limit_(texts.limit) {
+RecordSelection::RecordSelection(const RecordType& type, const SelectionTexts& texts)
+    : type_(&type), limit_(texts.limit) {
     for (const std::string& text : texts.conditions) {
         conditions_.push_back(parse(type, text));
     }
@@ -139,7 +140,7 @@ bool RecordSelection::meets(const IData& record, const Condition& condition) {
     return false;
 }
 
-void RecordSelection::apply(std::vector<RecordPtr>& records) const {
+std::size_t RecordSelection::apply(std::vector<RecordPtr>& records) const {
     const auto unwanted = [this](const RecordPtr& record) {
         return !std::all_of(conditions_.begin(), conditions_.end(),
                             [&](const Condition& condition) { return meets(*record, condition); });
@@ -154,9 +155,10 @@ void RecordSelection::apply(std::vector<RecordPtr>& records) const {
         };
         std::stable_sort(records.begin(), records.end(), before);
     }
-    if (limit_ && records.size() > *limit_) {
-        records.resize(*limit_);
-    }
+    const std::size_t shown = std::min(records.size(), limit_.value_or(records.size()));
+    const std::size_t more = records.size() - shown;
+    records.resize(shown);
+    return more;
 }
 
 }  // namespace inscenter

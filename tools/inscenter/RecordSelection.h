@@ -35,8 +35,12 @@ public:
     /// Throws BadSelection, naming the fields that may have been meant.
     RecordSelection(const mxservice::RecordType& type, const SelectionTexts& texts);
 
-    /// Takes out what is not wanted and sorts the rest; equal records keep their order.
-    void apply(std::vector<RecordPtr>& records) const;
+    /// Takes out what is not wanted and sorts the rest; equal records keep their order. Answers how many the limit left
+    /// out.
+    std::size_t apply(std::vector<RecordPtr>& records) const;
+
+    /// The class that was given, or null.
+    const mxservice::RecordType* type() const { return type_; }
 
     /// The fields to show, in their order; empty for the usual ones.
     const std::vector<const mxservice::Field*>& fields() const { return fields_; }
@@ -53,6 +57,7 @@ private:
     static Condition parse(const mxservice::RecordType& type, const std::string& text);
     static bool meets(const mxservice::IData& record, const Condition& condition);
 
+    const mxservice::RecordType* type_ = nullptr;
     std::vector<Condition> conditions_;
     std::vector<const mxservice::Field*> fields_;
     const mxservice::Field* sort_ = nullptr;

@@ -6,12 +6,13 @@
 #include <fstream>
 #include <list>
 #include <string_view>
-#include <system_error>
 #include <utility>
 
 #include "base/instrumentcenter/vocabulary/Markets.h"
 #include "tools/inscenter/DayTables.h"
 #include "tools/inscenter/Diff.h"
+#include "tools/inscenter/FiledInstruments.h"
+#include "tools/inscenter/MarketNames.h"
 #include "tools/inscenter/RecordText.h"
 #include "tools/inscenter/Verbs.h"
 #include "tools/inscenter/report/ReportPage.h"
@@ -96,15 +97,12 @@ Table byKey(const Map& records) {
 }
 
 /// Every instrument with the market under which it is filed.
-Table instrumentTable(Session& session, const Table& markets) {
+Table instrumentTable(Session& session) {
     std::vector<Line> lines;
-    for (const auto& row : markets.rows) {
-        const auto& market = std::get<std::string>(row[0]);
-        for (const auto& [key, record] : session.center.getInstruments(market)) {
-            lines.push_back({market, record});
-        }
+    for (const Filed& instrument : instrumentsOf(session.center, filedMarkets(session.day.markets))) {
+        lines.push_back({instrument.market, instrument.record});
     }
-    return recordTable("filed", lines);
+    return recordTable(kFiledField, lines);
 }
 
 Table basketTable(Session& session) {
@@ -222,8 +220,7 @@ Table mainsWithNames(Session& session) {
 
 void addTables(Session& session, Page& page) {
     mxservice::IInstrumentCenter& center = session.center;
-    const Table markets = marketTable(session);
-    page.add({"markets", "Markets", "", "instruments/filed", true}, markets);
+    page.add({"markets", "Markets", "", "instruments/filed", true}, marketTable(session));
     if (const auto& comparison = session.day.comparison) {
         const std::string note =
             fmt::format("Since {}, without the trading day itself. {}", comparison->before, comparison->note);
@@ -232,7 +229,7 @@ void addTables(Session& session, Page& page) {
     }
     page.add({"instruments", "Instruments",
               "Of several words all must occur, in any column; market=SH asks for a whole cell.", "", false},
-             instrumentTable(session, markets));
+             instrumentTable(session));
     page.add({"mains", "Main contracts", "By product.", "", false}, mainsWithNames(session));
     page.add({"codes", "Codes of the day",
               "New issues (ipo), depositary receipts (cdr), NEEQ inquiries (neeq), underlyings of stock options.", "",
@@ -273,10 +270,7 @@ void writeReport(Session& session, const Query& query) {
     std::ofstream file(query.page, std::ios::binary);
     file << html;
     file.close();
-    if (!file) {
-        throw UnreadableInput(
-            fmt::format("{}: cannot be written: {}", query.page, std::generic_category().message(errno)));
-    }
+    requireWritten(file, query.page);
     session.output.table({{"file", "bytes"}, {{query.page, static_cast<std::int64_t>(html.size())}}}, "");
 }
 

@@ -3,13 +3,15 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <exception>
+#include <fstream>
 #include <memory>
 #include <new>
 #include <ostream>
 #include <utility>
 
-#include "tools/inscenter/MarketNames.h"
+#include "tools/inscenter/FiledInstruments.h"
 #include "tools/inscenter/Prompt.h"
 #include "tools/inscenter/RecordText.h"
 #include "tools/inscenter/ShellWords.h"
@@ -31,19 +33,20 @@ public:
 
     /// Answers one line; false when it asks to leave.
     bool take(const std::string& line) {
-        const auto words = shellWords(line);
-        if (!words) {
+        auto taken = shellLine(line);
+        if (!taken) {
             console_.message("a quotation is not closed");
             note(kBadLine);
             return true;
         }
-        if (words->empty() || words->front().starts_with('#')) {
+        const std::vector<std::string>& words = taken->words;
+        if (words.empty() || words.front().starts_with('#')) {
             return true;
         }
-        if (*words == std::vector<std::string>{"quit"} || *words == std::vector<std::string>{"exit"}) {
+        if (words == std::vector<std::string>{"quit"} || words == std::vector<std::string>{"exit"}) {
             return false;
         }
-        note(answer(*words));
+        note(answer(std::move(*taken)));
         out_.flush();
         return static_cast<bool>(out_);
     }
@@ -53,27 +56,47 @@ public:
 private:
     void note(int code) { exitCode_ = exitCode_ == 0 ? code : exitCode_; }
 
-    int answer(std::vector<std::string> words) {
-        if (words.front() == "help") {
-            words.erase(words.begin());
-            words.emplace_back("--help");
+    int answer(ShellLine line) {
+        std::string file;
+        if (line.file) {
+            if (line.words.size() != *line.file + 1) {
+                console_.message("behind > stands the name of one file, and nothing else");
+                return kBadLine;
+            }
+            file = std::move(line.words.back());
+            line.words.pop_back();
         }
         int code = 0;
-        const auto command = parseQuestion(words, settings_, out_, err_, code);
+        const auto command = parseQuestion(helpAsOption(std::move(line.words)), settings_, out_, err_, code);
         if (!command) {
             return code;
         }
         try {
-            Output output(out_, command->format, screenOf(out_));
-            Session session{center_, settings_.center, day_, output, console_};
-            command->verb(session, command->query);
-            return session.missing ? 1 : 0;
+            return line.file ? answerInto(file, line.append, *command) : answer(*command, out_);
         } catch (const std::bad_alloc&) {
             console_.message("out of memory");
         } catch (const std::exception& failure) {
             console_.message(failure.what());
         }
         return kBadLine;
+    }
+
+    int answer(const Command& command, std::ostream& out) {
+        Output output(out, command.format, screenOf(out));
+        Session session{center_, settings_.center, day_, output, console_};
+        command.verb(session, command.query);
+        return session.missing ? 1 : 0;
+    }
+
+    /// The file is touched once the line makes sense, so that a slip of the pen does not empty it.
+    int answerInto(const std::string& name, bool append, const Command& command) {
+        errno = 0;
+        std::ofstream file(name, std::ios::binary | (append ? std::ios::app : std::ios::trunc));
+        requireWritten(file, name);
+        const int code = answer(command, file);
+        file.close();
+        requireWritten(file, name);
+        return code;
     }
 
     const Command& settings_;
@@ -94,10 +117,13 @@ std::vector<std::string> verbNames() {
     return names;
 }
 
+/// The markets of the day, by the names of its records and of the lists that hold them.
 std::vector<std::string> marketNames(const Day& day) {
-    std::vector<std::string> names;
+    std::vector<std::string> names = filedMarkets(day.markets);
     for (const auto& [market, count] : day.markets) {
-        names.push_back(market);
+        if (std::find(names.begin(), names.end(), market) == names.end()) {
+            names.push_back(market);
+        }
     }
     return names;
 }
@@ -119,9 +145,10 @@ std::vector<std::string> keysBeginning(const std::string& word, mxservice::IInst
         if (!word.starts_with(market)) {
             continue;
         }
-        for (const auto& [key, record] : center.getInstruments(market)) {
+        for (const Filed& instrument : instrumentsOf(center, {market})) {
+            std::string key = market + instrument.record->code;
             if (key.starts_with(word) && keys.size() < kMostKeys && key.find(' ') == std::string::npos) {
-                keys.push_back(key);
+                keys.push_back(std::move(key));
             }
         }
     }
@@ -174,8 +201,11 @@ std::vector<std::string> candidates(const std::vector<std::string>& before, cons
 std::vector<std::string> shellCompletions(const std::string& line, const std::string& word,
                                           mxservice::IInstrumentCenter& center, const Day& day) {
     std::vector<std::string> fitting;
-    for (std::string& candidate :
-         candidates(shellWords(line).value_or(std::vector<std::string>()), word, center, day)) {
+    const ShellLine taken = shellLine(line).value_or(ShellLine());
+    if (taken.file) {
+        return fitting;
+    }
+    for (std::string& candidate : candidates(taken.words, word, center, day)) {
         if (candidate.starts_with(word)) {
             fitting.push_back(std::move(candidate));
         }

@@ -10,7 +10,8 @@
 namespace inscenter {
 
 /// Answers questions about a loaded center line by line, from a prompt on a terminal, else from standard input: the
-/// verbs with their options, "help", "quit", and comments behind "#". A line that makes no sense or cannot be answered
+/// verbs with their options, "help", "quit", and comments behind "#"; "> FILE" or ">> FILE" at the end of a line writes
+/// or appends the answer to a file. A line that makes no sense or cannot be answered
 /// is reported and does not end it. Answers 0 when every line was answered, else the exit code of the first that was
 /// not; at a prompt always 0.
 int runShell(const Command& settings, mxservice::IInstrumentCenter& center, const Day& day, std::ostream& out,

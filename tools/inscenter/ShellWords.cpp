@@ -5,7 +5,13 @@
 namespace inscenter {
 
 std::optional<std::vector<std::string>> shellWords(std::string_view line) {
-    std::vector<std::string> words;
+    auto taken = shellLine(line);
+    return taken ? std::optional(std::move(taken->words)) : std::nullopt;
+}
+
+std::optional<ShellLine> shellLine(std::string_view line) {
+    ShellLine taken;
+    std::vector<std::string>& words = taken.words;
     std::string word;
     bool begun = false;
     char quote = '\0';
@@ -28,6 +34,10 @@ std::optional<std::vector<std::string>> shellWords(std::string_view line) {
                 words.push_back(std::exchange(word, {}));
             }
             begun = false;
+        } else if (character == '>' && !begun && !taken.file) {
+            taken.file = words.size();
+            taken.append = line.substr(i + 1).starts_with('>');
+            i += taken.append ? 1 : 0;
         } else {
             word += character;
             begun = true;
@@ -39,7 +49,7 @@ std::optional<std::vector<std::string>> shellWords(std::string_view line) {
     if (begun) {
         words.push_back(std::move(word));
     }
-    return words;
+    return taken;
 }
 
 }  // namespace inscenter

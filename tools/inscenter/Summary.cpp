@@ -11,8 +11,10 @@
 
 #include "base/instrumentcenter/CClientInstrumentCenter.h"
 #include "base/instrumentcenter/CServerInstrumentCenter.h"
+#include "base/instrumentcenter/vocabulary/Markets.h"
 #include "platform/utils/MarketRules.h"
 #include "tools/inscenter/DayTables.h"
+#include "tools/inscenter/FiledInstruments.h"
 #include "tools/inscenter/MarketNames.h"
 #include "tools/inscenter/Verbs.h"
 
@@ -24,26 +26,7 @@ using mxservice::CInstrumentDetail;
 using mxservice::IInstrumentCenter;
 using Records = std::list<shared_ptr<CInstrumentDetail>>;
 
-/// Markets that the centers make up for ETFs and interbank bonds.
-constexpr const char* kEtfMarket = "ETFINSTS";
-constexpr const char* kBondMarket = "BANK";
 constexpr const char* kTotal = "total";
-
-/// The markets under which the records are filed, in the order of the input; the pseudo-markets last.
-std::vector<std::string> filedMarkets(const Day& day) {
-    std::vector<std::string> markets;
-    const auto add = [&](const std::string& market) {
-        if (std::find(markets.begin(), markets.end(), market) == markets.end()) {
-            markets.push_back(market);
-        }
-    };
-    for (const auto& [market, count] : day.markets) {
-        add(filedMarket(market));
-    }
-    add(kEtfMarket);
-    add(kBondMarket);
-    return markets;
-}
 
 /// What the records of a futures exchange are, or by which listing Hong Kong records came.
 std::string breakdown(const std::string& market, const Records& records) {
@@ -239,7 +222,7 @@ void addSection(const Table& table, Table& all) {
 Table marketTable(Session& session) {
     Table table{{"market", "name", "records", "kinds"}, {}};
     std::int64_t total = 0;
-    for (const std::string& market : filedMarkets(session.day)) {
+    for (const std::string& market : filedMarkets(session.day.markets)) {
         Records records;
         session.center.getInstruments(market, records);
         if (!records.empty()) {
@@ -262,7 +245,7 @@ void showSummary(Session& session, const Query& /*query*/) {
     std::int64_t instruments = 0;
     for (const auto& row : markets.rows) {
         const auto& market = std::get<std::string>(row[0]);
-        const bool derived = market == kEtfMarket || market == kBondMarket || market == kTotal;
+        const bool derived = market == kEtfInstruments || market == mxservice::market::kInterbank || market == kTotal;
         instruments += derived ? 0 : std::get<std::int64_t>(row[2]);
     }
     std::vector<Table> tables{markets,

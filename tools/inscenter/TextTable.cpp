@@ -143,7 +143,8 @@ private:
     std::size_t* widest() {
         std::size_t* found = nullptr;
         for (std::size_t i = 0; i < widths_.size(); ++i) {
-            if (!table_.columns[i].right && widths_[i] > (found == nullptr ? table_.leastText : *found)) {
+            if (!table_.columns[i].right && !table_.columns[i].whole &&
+                widths_[i] > (found == nullptr ? table_.leastText : *found)) {
                 found = &widths_[i];
             }
         }

@@ -23,6 +23,7 @@ struct TextTable {
     struct Column {
         std::string title;
         bool right = false;  ///< numbers
+        bool whole = false;  ///< texts that are never cut
     };
 
     std::vector<Column> columns;

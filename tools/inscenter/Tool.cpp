@@ -29,6 +29,7 @@ constexpr int kKeyMissing = 1;
 constexpr int kDifferent = 1;
 constexpr int kUnreadable = 2;
 constexpr int kSkipped = 3;
+constexpr int kUnwritten = 4;
 
 /// What a run changes in the process, for as long as it lasts.
 class ProcessSettings {
@@ -105,11 +106,14 @@ Day loadDay(const Command& command, mxservice::IInstrumentCenter& center, Consol
     }
     day.markets = marketsOf(today.records);
     day.steps = load(center, today.records, console);
-    if (const auto failed = statisticsOf(center, command.center).failedWrites; !failed.empty()) {
-        console.message(fmt::format("{}: {} databases could not be written, among them {}; --log says why",
-                                    command.store, failed.size(), failed.front().database));
-    }
+    day.stored = wroteEverything(center, command.center, console);
     return day;
+}
+
+/// What an answer about a day is worth. What is on disk goes before what was skipped: it is the next process that is
+/// misled by it, and the skipped lines are on standard error either way.
+int worthOf(bool stored, const ReadReport& read) {
+    return !stored ? kUnwritten : read.skipped > 0 ? kSkipped : kAnswered;
 }
 
 int answer(const Command& command, std::ostream& out, Console& console) {
@@ -119,10 +123,7 @@ int answer(const Command& command, std::ostream& out, Console& console) {
     Output output(out, command.format, screenOf(out));
     Session session{*center, command.center, day, output, console};
     command.verb(session, command.query);
-    if (session.missing) {
-        return kKeyMissing;
-    }
-    return day.read.skipped > 0 ? kSkipped : kAnswered;
+    return session.missing ? kKeyMissing : worthOf(day.stored, day.read);
 }
 
 int converse(const Command& command, std::ostream& out, Console& console, std::ostream& err) {
@@ -130,7 +131,7 @@ int converse(const Command& command, std::ostream& out, Console& console, std::o
     const auto center = makeCenter(command.center);
     const Day day = loadDay(command, *center, console);
     const int code = runShell(command, *center, day, out, console, err);
-    return code == kAnswered && day.read.skipped > 0 ? kSkipped : code;
+    return code == kAnswered ? worthOf(day.stored, day.read) : code;
 }
 
 /// What loads both centers and then asks them.
@@ -143,13 +144,15 @@ int askBoth(const Command& command, std::ostream& out, Console& console) {
     Snapshot snapshot;
     const ReadReport read = readSnapshot(command.data, snapshot, console);
     settleToday(command, snapshot, console);
+    const BothCenters both = loadBoth(snapshot, console);
+    const bool stored = wroteEverything(*both.client, CenterKind::Client, console);
     Output output(out, command.format, screenOf(out));
     if (command.task == Task::Tour) {
-        showTour(snapshot, output, console);
-    } else if (!compareCenters(snapshot, output, console)) {
+        showTour(both, snapshot, output);
+    } else if (!compareCenters(both, snapshot, output, console)) {
         return kDifferent;
     }
-    return read.skipped > 0 ? kSkipped : kAnswered;
+    return worthOf(stored, read);
 }
 
 int lookIntoStore(const Command& command, std::ostream& out, Console& console) {

@@ -14,7 +14,7 @@
 #include "base/instrumentcenter/vocabulary/Markets.h"
 #include "tools/inscenter/Center.h"
 #include "tools/inscenter/Differences.h"
-#include "tools/inscenter/MarketNames.h"
+#include "tools/inscenter/FiledInstruments.h"
 
 namespace inscenter {
 namespace {
@@ -30,6 +30,7 @@ using Entries = std::vector<std::string>;
 /// What a catalogue is asked for.
 struct Question {
     IInstrumentCenter& center;
+    CenterKind kind;
     const Snapshot& snapshot;
 };
 
@@ -62,12 +63,8 @@ Entries pairs(const std::vector<std::pair<std::string, std::string>>& legs) {
 }
 
 Entries markets(const Question& question) {
-    std::set<std::string> names{"ETFINSTS", market::kInterbank};
-    for (const auto& [name, count] : marketsOf(question.snapshot)) {
-        names.insert(filedMarket(name));
-    }
     Entries entries;
-    for (const std::string& name : names) {
+    for (const std::string& name : filedMarkets(marketsOf(question.snapshot))) {
         const std::size_t count = question.center.getInstruments(name).size();
         if (count > 0) {
             entries.push_back(fmt::format("{} {}", name, count));
@@ -100,7 +97,8 @@ Entries hongKongKeys(const Question& question) {
 Entries traderTypes(const Question& question) {
     Entries entries;
     for (std::uint32_t type = 1; type <= (1U << 30U); type <<= 1U) {
-        const auto records = question.center.getInstruments(static_cast<mxservice::EOvTraderType>(type));
+        const auto records = instrumentsOf(question.center, question.kind, static_cast<mxservice::EOvTraderType>(type),
+                                           filedMarkets(marketsOf(question.snapshot)));
         if (!records.empty()) {
             entries.push_back(fmt::format("{}: {}", type, records.size()));
         }
@@ -302,18 +300,13 @@ void showForPeople(const Stop& stop, const Entries& memory, const Entries& persi
 
 }  // namespace
 
-void showTour(const Snapshot& snapshot, Output& output, Console& console) {
-    const auto server = makeCenter(CenterKind::Server);
-    const auto client = makeCenter(CenterKind::Client);
-    // Loads change records: markets, connect flags, names of components.
-    load(*server, copyOf(snapshot), console);
-    load(*client, copyOf(snapshot), console);
+void showTour(const BothCenters& both, const Snapshot& snapshot, Output& output) {
     output.note(
         "One day in both centers; \"on purpose\" says where hosts of the two kinds are promised other answers.");
     Table table{{"catalogue", "inMemory", "persisted", "firstInMemory", "firstPersisted", "differsOnPurpose"}, {}};
     for (const Stop& stop : stops()) {
-        const Entries memory = stop.ask({*server, snapshot});
-        const Entries persisted = stop.ask({*client, snapshot});
+        const Entries memory = stop.ask({*both.server, CenterKind::Server, snapshot});
+        const Entries persisted = stop.ask({*both.client, CenterKind::Client, snapshot});
         if (output.format() == Format::Table) {
             showForPeople(stop, memory, persisted, output);
             continue;

@@ -5,6 +5,7 @@
 
 #include "platform/record/RecordType.h"
 #include "platform/record/Records.h"
+#include "tools/inscenter/FiledInstruments.h"
 #include "tools/inscenter/StoreVerbs.h"
 #include "tools/inscenter/Verbs.h"
 
@@ -52,7 +53,7 @@ inline constexpr std::array kVerbs{
              "list --trader-type 2 --sort -listingDate --limit 10\n"
              "list --market SH --where 'name~银行' --where lotSize=100\n"
              "list --market SH --fields code,name --format csv",
-             listInstruments, Arguments::Selection, mxservice::CInstrumentDetail::table},
+             listInstruments, Arguments::Selection, FiledInstrument::table},
     VerbLine{verbgroup::kInstruments, "find", "What has a code that begins so, or a name that holds it, in any market",
              "find 银行\nfind 6000 --limit 20\nfind 'spc a26'", findText, Arguments::Text},
     VerbLine{verbgroup::kInstruments, "explain",

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,6 +25,7 @@ struct Day {
     std::vector<std::pair<std::string, std::size_t>> markets;  ///< as the records name them
     ReadReport read;
     std::vector<LoadStep> steps;
+    bool stored = true;                    ///< all of it, in a center with a store
     std::optional<Comparison> comparison;  ///< with the day that the query names
 };
 
@@ -51,7 +53,13 @@ struct Session {
     bool missing = false;  ///< a key was not found
 
     /// Reports the key on the console and remembers that one was missing.
-    void reportMissing(const std::string& key, const char* what = "not found");
+    void reportMissing(const std::string& key, const std::string& what);
+    /// The same, with the keys that may have been meant: of those that "explain" shows for the text, the ones that fit.
+    void reportMissingKey(const std::string& key, const char* what,
+                          const std::function<bool(const std::string&)>& fits);
+
+    /// Those of the names that stand for a market. The others are reported as missing, with what may have been meant.
+    std::vector<std::string> knownMarkets(const std::vector<std::string>& names);
 
     /// Writes those of the records that the query selects; where there was none to select from, tables say `nothing`.
     void list(std::vector<RecordPtr> records, const Query& query, std::string_view nothing);

@@ -36,6 +36,9 @@ struct Product {
 std::map<std::string, Product> listedProducts(Session& session) {
     std::map<std::string, Product> products;
     for (const auto& [key, record] : session.center.getInstruments(mxservice::OvTraderFuture)) {
+        if (record->productId.empty()) {
+            continue;  // spreads of some exchanges belong to none
+        }
         Product& product = products[record->productId];
         product.market = record->market;
         product.name = record->productName.empty() ? product.name : record->productName;
@@ -86,8 +89,10 @@ void showMains(Session& session, const Query& query) {
         session.output.table(mainTable(session), "no main contracts");
         return;
     }
-    std::vector<std::string> markets = query.markets;
-    if (markets.empty()) {
+    std::vector<std::string> markets = session.knownMarkets(query.markets);
+    const std::string nothing =
+        markets.empty() ? "" : fmt::format("no main contracts of market {}", fmt::join(markets, ", "));
+    if (query.markets.empty()) {
         markets.assign(mxservice::market::kFutures.begin(), mxservice::market::kFutures.end());
     }
     std::vector<RecordPtr> mains;
@@ -95,9 +100,7 @@ void showMains(Session& session, const Query& query) {
         const std::vector<RecordPtr> found = valuesOf(session.center.getFutureMainInstruments(market));
         mains.insert(mains.end(), found.begin(), found.end());
     }
-    session.list(std::move(mains), query,
-                 query.markets.empty() ? "no main contracts"
-                                       : fmt::format("no main contracts of market {}", fmt::join(query.markets, ", ")));
+    session.list(std::move(mains), query, query.markets.empty() ? "no main contracts" : nothing);
 }
 
 Table productTable(Session& session) {

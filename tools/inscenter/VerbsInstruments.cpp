@@ -2,30 +2,51 @@
 
 #include <fmt/format.h>
 
-#include <list>
-#include <map>
+#include <boost/make_shared.hpp>
 
+#include <algorithm>
+#include <utility>
+
+#include "tools/inscenter/FiledInstruments.h"
+#include "tools/inscenter/MarketNames.h"
+#include "tools/inscenter/NearNames.h"
 #include "tools/inscenter/Predicates.h"
 #include "tools/inscenter/Verbs.h"
 
 namespace inscenter {
-namespace {
 
-std::string joined(const std::vector<std::string>& texts) {
-    return fmt::format("{}", fmt::join(texts, ", "));
-}
-
-}  // namespace
-
-void Session::reportMissing(const std::string& key, const char* what) {
+void Session::reportMissing(const std::string& key, const std::string& what) {
     console.message(fmt::format("{}: {}", key.empty() ? "\"\"" : key, what));
     missing = true;
 }
 
+std::vector<std::string> Session::knownMarkets(const std::vector<std::string>& names) {
+    const std::vector<std::string> markets = askedMarkets(day.markets);
+    std::vector<std::string> known;
+    for (const std::string& name : names) {
+        if (std::find(markets.begin(), markets.end(), name) != markets.end()) {
+            known.push_back(name);
+        } else {
+            const std::string near = didYouMean(name, markets);
+            reportMissing(name, near.empty() ? fmt::format("no such market; the day has {}",
+                                                           fmt::join(filedMarkets(day.markets), ", "))
+                                             : "no such market" + near);
+        }
+    }
+    return known;
+}
+
 void Session::list(std::vector<RecordPtr> records, const Query& query, std::string_view nothing) {
     const bool empty = records.empty();
-    query.selection.apply(records);
-    output.records(records, empty ? nothing : "no record meets the conditions", query.selection.fields());
+    const std::size_t more = query.selection.apply(records);
+    output.records(*query.selection.type(), records,
+                   empty      ? nothing
+                   : more > 0 ? ""
+                              : "no record meets the conditions",
+                   query.selection.fields());
+    if (more > 0) {
+        output.note(fmt::format("... and {} more", more));
+    }
 }
 
 void showInstruments(Session& session, const Query& query) {
@@ -34,10 +55,12 @@ void showInstruments(Session& session, const Query& query) {
         if (const auto record = session.center.getInstrument(key)) {
             found.emplace_back(record);
         } else {
-            session.reportMissing(key);
+            session.reportMissingKey(key, "not found", [&](const std::string& other) {
+                return session.center.getInstrument(other) != nullptr;
+            });
         }
     }
-    session.output.details(found);
+    session.output.details(mxservice::CInstrumentDetail::table(), found);
 }
 
 void showPredicates(Session& session, const Query& query) {
@@ -45,7 +68,9 @@ void showPredicates(Session& session, const Query& query) {
     for (const std::string& key : query.keys) {
         std::vector<std::string> names = truePredicates(session.center, key);
         if (names.empty()) {
-            session.reportMissing(key, "no predicate answers true");
+            session.reportMissingKey(key, "no predicate answers true", [&](const std::string& other) {
+                return !truePredicates(session.center, other).empty();
+            });
             if (session.output.format() == Format::Table) {
                 names.emplace_back("none");
             }
@@ -56,16 +81,31 @@ void showPredicates(Session& session, const Query& query) {
 }
 
 void listInstruments(Session& session, const Query& query) {
-    std::map<std::string, boost::shared_ptr<mxservice::CInstrumentDetail>> found;
+    const std::vector<std::string> all = filedMarkets(session.day.markets);
+    std::vector<Filed> found;
     std::string nothing;
     if (query.traderType) {
-        session.center.getInstruments(static_cast<mxservice::EOvTraderType>(*query.traderType), found);
-        nothing = fmt::format("no instruments of trader type {}", *query.traderType);
+        const auto type = static_cast<mxservice::EOvTraderType>(*query.traderType);
+        found = instrumentsOf(session.center, session.kind, type, all);
+        const std::vector<int>& types = traderTypes();
+        if (std::find(types.begin(), types.end(), *query.traderType) == types.end()) {
+            session.reportMissing(std::to_string(*query.traderType),
+                                  fmt::format("no such trader type; there are {}", fmt::join(types, ", ")));
+        } else {
+            nothing = fmt::format("no instruments of trader type {}", *query.traderType);
+        }
     } else {
-        session.center.getInstruments(std::list<std::string>(query.markets.begin(), query.markets.end()), found);
-        nothing = fmt::format("no instruments of market {}", joined(query.markets));
+        const std::vector<std::string> markets = session.knownMarkets(query.markets);
+        found = instrumentsOf(session.center, markets);
+        nothing = markets.empty() ? "" : fmt::format("no instruments of market {}", fmt::join(markets, ", "));
     }
-    session.list(valuesOf(found), query, nothing);
+    std::vector<RecordPtr> records;
+    records.reserve(found.size());
+    for (Filed& instrument : found) {
+        records.emplace_back(boost::make_shared<FiledInstrument>(instrument));
+        instrument.record.reset();  // a persisted center made it for this answer alone
+    }
+    session.list(std::move(records), query, nothing);
 }
 
 }  // namespace inscenter

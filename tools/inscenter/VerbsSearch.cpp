@@ -10,8 +10,10 @@
 
 #include "base/instrumentcenter/vocabulary/Markets.h"
 #include "platform/utils/Utils.h"
+#include "tools/inscenter/FiledInstruments.h"
 #include "tools/inscenter/FoldedText.h"
 #include "tools/inscenter/MarketNames.h"
+#include "tools/inscenter/NearNames.h"
 #include "tools/inscenter/Predicates.h"
 #include "tools/inscenter/Verbs.h"
 
@@ -26,6 +28,7 @@ constexpr std::array kConnectMarkets{mxservice::market::kShanghaiConnect, mxserv
 /// Something that a code or name may stand for, in any catalogue.
 struct Entry {
     std::string market;  ///< of catalogues without markets their name
+    std::string filed;   ///< the market under which a center files it; the same where it files under none
     std::string code;
     std::string name;
     RecordPtr record;
@@ -34,17 +37,19 @@ struct Entry {
 template <class Map>
 void addEntries(const char* catalogue, const Map& records, std::vector<Entry>& entries) {
     for (const auto& [key, record] : records) {
-        entries.push_back({catalogue, record->getKey(), record->name, record});
+        entries.push_back({catalogue, catalogue, record->getKey(), record->name, record});
     }
 }
 
 /// Everything that has a code and a name. Funds and interbank bonds are found as the instruments that stand for them.
-std::vector<Entry> allEntries(IInstrumentCenter& center) {
+std::vector<Entry> allEntries(Session& session) {
+    IInstrumentCenter& center = session.center;
     std::vector<Entry> entries;
-    for (const auto& records : {center.getInstruments(), center.getOtcInstruments()}) {
-        for (const auto& [key, record] : records) {
-            entries.push_back({record->market, record->code, record->name, record});
-        }
+    for (const auto& [market, record] : instrumentsOf(center, filedMarkets(session.day.markets))) {
+        entries.push_back({record->market, market, record->code, record->name, record});
+    }
+    for (const auto& [key, plan] : center.getOtcInstruments()) {
+        entries.push_back({plan->market, plan->market, plan->code, plan->name, plan});
     }
     addEntries("tenderbonds", center.getTrenderBondInfos(), entries);
     addEntries("counterparties", center.getCounterpartys(), entries);
@@ -53,19 +58,27 @@ std::vector<Entry> allEntries(IInstrumentCenter& center) {
 }
 
 /// How well the entry fits: 0 its whole code or key, 1 its whole name, 2 the beginning of its code or key, 3 the
-/// beginning of its name, 4 part of its name. Nothing where it does not.
+/// beginning of its name, 4 part of its name. Nothing where it does not. Either of its markets may begin the key.
 std::optional<int> rankOf(const Entry& entry, const std::string& wanted) {
     const std::string code = foldedText(entry.code);
-    const std::string key = foldedText(entry.market) + code;
     const std::string name = foldedText(entry.name);
-    if (code == wanted || key == wanted) {
+    bool begins = code.starts_with(wanted);
+    bool whole = code == wanted;
+    for (const std::string* const market : {&entry.market, &entry.filed}) {
+        // A market's name alone is no beginning of a key: it would find the whole market.
+        if (wanted.size() > market->size()) {
+            const std::string key = foldedText(*market) + code;
+            begins = begins || key.starts_with(wanted);
+            whole = whole || key == wanted;
+        }
+    }
+    if (whole) {
         return 0;
     }
     if (name == wanted) {
         return 1;
     }
-    // A market's name alone is no beginning of a key: it would find the whole market.
-    if (code.starts_with(wanted) || (key.starts_with(wanted) && wanted.size() > entry.market.size())) {
+    if (begins) {
         return 2;
     }
     const std::size_t at = name.find(wanted);
@@ -77,26 +90,34 @@ std::string keyNumbers(std::uint64_t key) {
     return fmt::format("{} (0x{:016x})", key, key);
 }
 
-/// The markets under which a code is asked for: those that the tool knows and those that the snapshot names.
-std::set<std::string> askedMarkets(const Day& day) {
-    std::set<std::string> markets;
-    for (const MarketName& known : kMarketNames) {
-        markets.insert(known.market);
-    }
-    for (const auto& [market, count] : day.markets) {
-        markets.insert(market);
-    }
-    return markets;
-}
-
 bool isConnect(const std::string& market) {
     return std::find(kConnectMarkets.begin(), kConnectMarkets.end(), market) != kConnectMarkets.end();
+}
+
+/// The codes that a text with the market's name may mean: behind it, as in "SH600000", "sh600000" or "SH.600000", or
+/// before it, as in "600000.SH".
+std::vector<std::string> codesIn(const std::string& text, const std::string& market) {
+    std::vector<std::string> codes;
+    if (text.size() <= market.size()) {
+        return codes;
+    }
+    const std::size_t rest = text.size() - market.size();
+    if (foldedText(text.substr(0, market.size())) == foldedText(market)) {
+        codes.push_back(text.substr(market.size()));
+        if (std::string_view(" .-_:").find(codes.front().front()) != std::string_view::npos) {
+            codes.push_back(codes.front().substr(1));
+        }
+    }
+    if (text[rest - 1] == '.' && foldedText(text.substr(rest)) == foldedText(market)) {
+        codes.push_back(text.substr(0, rest - 1));
+    }
+    return codes;
 }
 
 /// What a code means, one meaning a row.
 class Meanings {
 public:
-    explicit Meanings(Session& session) : session_(session), markets_(askedMarkets(session.day)) {}
+    explicit Meanings(Session& session) : session_(session), markets_(askedMarkets(session.day.markets)) {}
 
     /// False when the code means nothing in any market.
     bool add(const std::string& text) {
@@ -105,8 +126,8 @@ public:
             if (!isConnect(market)) {
                 addCode(market, text);
             }
-            if (text.size() > market.size() && text.starts_with(market)) {
-                addCode(market, text.substr(market.size()));
+            for (const std::string& code : codesIn(text, market)) {
+                addCode(market, code);
             }
         }
         addOthers(text);
@@ -175,7 +196,7 @@ private:
     }
 
     Session& session_;
-    std::set<std::string> markets_;
+    const std::vector<std::string> markets_;
     std::set<std::string> seen_;
     Table table_{{"keyText", "name", "market", "marketName", "recordMarket", "is", "alsoKeyTexts", "key", "foldedText",
                   "foldedKey", "marketKey", "platformCode", "interbankCode"},
@@ -184,12 +205,26 @@ private:
 
 }  // namespace
 
+void Session::reportMissingKey(const std::string& key, const char* what,
+                               const std::function<bool(const std::string&)>& fits) {
+    Meanings meanings(*this);
+    meanings.add(key);
+    std::vector<std::string> meant;
+    for (const auto& row : meanings.table().rows) {
+        const auto& text = std::get<std::string>(row.front());
+        if (text != key && fits(text)) {
+            meant.push_back(text);
+        }
+    }
+    reportMissing(key, what + didYouMean(std::move(meant)));
+}
+
 void findText(Session& session, const Query& query) {
     const std::string wanted = foldedText(query.text);
     using Found = std::tuple<int, Entry>;
     std::vector<Found> found;
     if (!wanted.empty()) {
-        for (Entry& entry : allEntries(session.center)) {
+        for (Entry& entry : allEntries(session)) {
             if (const auto rank = rankOf(entry, wanted)) {
                 found.emplace_back(*rank, std::move(entry));
             }
@@ -203,8 +238,9 @@ void findText(Session& session, const Query& query) {
         const auto& [otherRank, other] = right;
         return std::tie(rank, entry.code, entry.market) < std::tie(otherRank, other.code, other.market);
     });
-    Table table{{"market", "code", "name", "product", "listed", "expires"}, {}};
+    Table table{{"market", "code", "name", "product", "listed", "expires", kFiledField}, {}};
     const std::size_t shown = std::min(found.size(), query.limit.value_or(found.size()));
+    bool elsewhere = session.output.format() != Format::Table;
     for (std::size_t i = 0; i < shown; ++i) {
         const Entry& entry = std::get<Entry>(found[i]);
         const auto* const instrument = dynamic_cast<const mxservice::CInstrumentDetail*>(entry.record.get());
@@ -213,7 +249,14 @@ void findText(Session& session, const Query& query) {
         };
         table.rows.push_back({entry.market, entry.code, entry.name, text(&mxservice::CInstrumentDetail::productId),
                               text(&mxservice::CInstrumentDetail::listingDate),
-                              text(&mxservice::CInstrumentDetail::expireDate)});
+                              text(&mxservice::CInstrumentDetail::expireDate), entry.filed});
+        elsewhere = elsewhere || entry.filed != entry.market;
+    }
+    if (!elsewhere) {  // people need no column that repeats another
+        table.columns.pop_back();
+        for (auto& row : table.rows) {
+            row.pop_back();
+        }
     }
     if (!table.rows.empty() || session.output.format() != Format::Table) {
         session.output.table(table, "");

@@ -16,18 +16,19 @@ void showEtf(Session& session, const Query& query) {
     for (const std::string& key : query.keys) {
         const auto fund = session.center.getEtf(key);
         if (!fund) {
-            session.reportMissing(key);
+            session.reportMissingKey(key, "not found",
+                                     [&](const std::string& other) { return session.center.hasEtf(other); });
             continue;
         }
         if (session.output.format() != Format::Table) {
             funds.emplace_back(fund);
             continue;
         }
-        session.output.details({fund});
+        session.output.details(mxservice::CETFDetail::table(), {fund});
         session.output.note("");
-        session.output.records(valuesOf(fund->components), "no components");
+        session.output.records(mxservice::CETFComponentStockInfo::table(), valuesOf(fund->components), "no components");
     }
-    session.output.details(funds);
+    session.output.details(mxservice::CETFDetail::table(), funds);
 }
 
 void listEtfs(Session& session, const Query& query) {
@@ -45,10 +46,10 @@ void showBond(Session& session, const Query& query) {
         if (bond) {
             bonds.emplace_back(bond);
         } else {
-            session.reportMissing(key);
+            session.reportMissing(key, "not found");
         }
     }
-    session.output.details(bonds);
+    session.output.details(mxservice::CBondInfoDetail::table(), bonds);
 }
 
 void listBonds(Session& session, const Query& query) {
@@ -92,7 +93,9 @@ void showInterbankCode(Session& session, const Query& query) {
     for (const std::string& key : query.keys) {
         const std::string code = session.center.getInterbankCode(key);
         if (code.empty()) {
-            session.reportMissing(key, "no interbank code");
+            session.reportMissingKey(key, "no interbank code", [&](const std::string& other) {
+                return !session.center.getInterbankCode(other).empty();
+            });
         } else {
             table.rows.push_back({key, code});
         }

@@ -4,10 +4,35 @@ _inscenter() {
     local word=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
     local global="--help --version --data --center --store --format --jsonl --rules --today --log"
     local listing="--where --fields --sort --limit"
-    local verbs="summary get has list find explain report mains products spreads codes outer etf etfs bond bonds interbank
-        tenderbonds counterparties otc issuances issuanceprices shell store tour compare diff generate"
+    local verbs="help summary get has list find explain report mains products spreads codes outer etf etfs bond bonds
+        interbank tenderbonds counterparties otc issuances issuanceprices shell store tour compare diff generate"
     local storeVerbs="ls dump verify stat"
-    local i verb="" storeVerb="" options=""
+    local markets="SH SZ BJ SHFI HK HGT SGT SHO SZO CFFEX SHFE DCE CZCE INE GFEX NEEQ SHGE BANK ETFINSTS WP NYSE
+        NASDAQ OTC SOTC"
+    local futures="CFFEX SHFE DCE CZCE INE GFEX"
+    local instrument="market code name platformCode productId productName englishName spellName isin currency industry
+        outerMarketName statusString underlyingMarket underlyingCode listingDate delistingDate expireDate
+        startDeliveryDate endDeliveryDate exerciseDate tradingDay mainContractFlag issueState securityClass
+        connectFlagValue combinedConnectFlags optionType productGroup additionalIssueFlag tradingStatus suspendedFlag
+        marginTradingFlag shortSellingFlag exerciseStyle deliveryYear deliveryMonth volumeMultiple lotSize
+        minLimitOrderVolume maxLimitOrderVolume minMarketOrderVolume maxMarketOrderVolume orderVolumeStep
+        pricePrecision priceTick preClosePrice preSettlementPrice upperLimitPrice lowerLimitPrice issuePrice
+        strikePrice longMarginRatio shortMarginRatio marginUnit faceValue accruedInterest couponRate totalShares
+        floatShares preOpenInterest preVolume"
+    local etfs="type exchid etfcode prcode name cashbalance maxcashratio reportunit navpercu nav ecc needpublish
+        enablecreation enableredemption creationlimit redemptionlimit tradingday pretradingday stocks"
+    local bonds="bondCode bondName shanghaiCode shenzhenCode bondType issuer currency issueDate valueDate maturityDate
+        creditRating issuerRating couponType paymentFrequency couponRate faceValue issuePrice accruedInterest
+        issueAmount remainingYears"
+    local tenderbonds="code name tenderDate paymentDate bondType issuer tenderMethod termDays plannedAmount lowerLimit
+        upperLimit couponRate"
+    local counterparties="id name removed shortName counterpartyType contact phone custodyAccount creditLimit"
+    local otc="planType riskLevel manager openDate closeDate minSubscribeAmount subscribeStep expectedYield
+        managementFee $instrument"
+    local issuances="code name issuanceState issuer startDate endDate valueDate maturityDate issueAmount issuePrice
+        couponRate minSubscribeAmount"
+    local issuanceprices="code enquiryState enquiryPrice lowestPrice highestPrice priceStep tradingDay"
+    local i verb="" storeVerb="" options="" fields="" named="" before=""
 
     case $previous in
         --center) COMPREPLY=($(compgen -W "server client" -- "$word")) && return ;;
@@ -27,8 +52,33 @@ _inscenter() {
                 ;;
         esac
     done
+    # The option whose values stand before the cursor, and the fields of what the verb lists.
+    for ((i = COMP_CWORD - 1; i > 0; i--)); do
+        [[ ${COMP_WORDS[i]} == --* ]] && named=${COMP_WORDS[i]} && break
+    done
+    case $verb in
+        list) fields="$instrument filed" ;;
+        mains) fields=$instrument markets=$futures ;;
+        etfs | bonds | tenderbonds | counterparties | otc | issuances | issuanceprices) fields=${!verb} ;;
+    esac
+    if [ "$named" = --market ] && [[ $word != -* ]]; then
+        COMPREPLY=($(compgen -W "$markets" -- "$word"))
+        return
+    fi
+    case $previous in
+        --fields | --sort | --where)
+            case $previous$word in
+                --fields*,*) before=${word%,*}, ;;
+                --sort-*) before=- ;;
+            esac
+            [ "$previous" = --sort ] || compopt -o nospace 2>/dev/null
+            COMPREPLY=($(compgen -P "$before" -W "$fields" -- "${word#"$before"}"))
+            return
+            ;;
+    esac
     case $verb in
         "") options=$verbs ;;
+        help) options=$verbs ;;
         list) options="--market --trader-type $listing" ;;
         mains) options="--market --by-product $listing" ;;
         etfs | bonds | tenderbonds | counterparties | issuances | issuanceprices) options=$listing ;;
@@ -44,7 +94,7 @@ _inscenter() {
             esac
             ;;
     esac
-    if [[ $word == -* || -z $verb || ($verb == store && -z $storeVerb) ]]; then
+    if [[ $word == -* || -z $verb || $verb == help || ($verb == store && -z $storeVerb) ]]; then
         [[ $word == -* ]] && options="$options $global"
         COMPREPLY=($(compgen -W "$options" -- "$word"))
     else

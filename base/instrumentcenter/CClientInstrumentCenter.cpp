@@ -61,7 +61,8 @@ void saveRaw(const std::string& market, const MarketRecords& records, Guarded<Lo
     const std::string db = DBBuilder::buildRawDbName(market);
     store().initDb(db, false);
     if (!store().writeDocuments(db, batch, false)) {
-        loads.write()->noteFailedWrite(db, store().lastFailure());
+        const std::string reason = store().lastFailure();
+        loads.write()->noteFailedWrite(db, reason);
     }
 }
 

@@ -126,6 +126,25 @@ void compareStalls(const std::vector<Latency>& latencies, std::vector<Comparison
     }
 }
 
+/// The longest lookup with a list and loads of the same center beside it, and with those of another one.
+void compareCrowds(const std::vector<Latency>& latencies, std::vector<Comparison>& comparisons) {
+    for (const Latency& crowded : latencies) {
+        const Latency* const elsewhere = findLatency(latencies, crowded, crowded.who, 0, Beside::Elsewhere);
+        if (crowded.beside != Beside::Crowd || elsewhere == nullptr) {
+            continue;
+        }
+        Comparison& comparison = comparisons.emplace_back();
+        comparison.topic = Topic::Crowd;
+        comparison.what = crowded.what + ", longest, a list and loads beside";
+        comparison.size = crowded.size;
+        comparison.against = "list and loads of another center";
+        comparison.center = crowded.median(&Percentiles::longest);
+        comparison.other = elsewhere->median(&Percentiles::longest);
+        setRatio(comparison, crowded.ascending(&Percentiles::longest), elsewhere->ascending(&Percentiles::longest));
+        comparison.target = kCrowdAtMost;
+    }
+}
+
 void compareBytes(const std::vector<Footprint>& footprints, std::vector<Comparison>& comparisons) {
     for (const Footprint& footprint : footprints) {
         Comparison& comparison = comparisons.emplace_back();
@@ -156,6 +175,8 @@ const char* nameOf(Topic topic) {
             return "reload";
         case Topic::Stall:
             return "stall";
+        case Topic::Crowd:
+            return "crowd";
         case Topic::Bytes:
             return "bytes";
     }
@@ -169,6 +190,7 @@ std::vector<Comparison> compare(const Measurements& measured) {
     compareTimes(measured.results, false, comparisons);
     compareReloads(measured.latencies, comparisons);
     compareStalls(measured.latencies, comparisons);
+    compareCrowds(measured.latencies, comparisons);
     compareBytes(measured.footprints, comparisons);
     return comparisons;
 }

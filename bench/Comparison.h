@@ -41,6 +41,7 @@ enum class Topic {
     Scaling,  // throughput of two threads, times that of one
     Reload,   // p99.9 during a load, times that without one
     Stall,    // the longest lookup during a load, in milliseconds
+    Crowd,    // the longest lookup while others list and load
     Bytes,    // times the bytes of something else
 };
 

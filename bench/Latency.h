@@ -37,9 +37,11 @@ private:
 
 /// What a reader waits for meanwhile.
 enum class Beside {
-    Nothing,  // no load runs
-    Reload,   // another thread loads what is read
-    Other,    // the same load goes to an object that nobody reads, or the reader reads nothing
+    Nothing,    // no load runs
+    Reload,     // another thread loads what is read
+    Other,      // the same load goes to an object that nobody reads, or the reader reads nothing
+    Crowd,      // one thread lists everything that is read, another loads one record of it now and then
+    Elsewhere,  // the same two threads are at work on a center that nobody reads
 };
 
 /// Lookup latencies of one reader in one situation, round by round.
@@ -64,6 +66,9 @@ constexpr const char* kNobody = "empty loop";
 /// How long a reader may ever stand, in milliseconds, and how many times its idle p99.9 a load may cost.
 constexpr double kStallAtMostMs = 1;
 constexpr double kReloadAtMost = 5;
+
+/// How many times the longest lookup of a center with a crowd may be that of one whose crowd is elsewhere.
+constexpr double kCrowdAtMost = 3;
 
 /// How long and how often each situation is watched.
 struct Watch {

@@ -9,6 +9,7 @@
 
 #include "Timing.h"
 #include "Workload.h"
+#include "base/instrumentcenter/InstrumentView.h"
 #include "base/instrumentcenter/catalogue/LoadLedger.h"
 
 // Questions about whole markets, and loads.
@@ -19,7 +20,9 @@ namespace {
 /// Above this many records a load takes seconds and is repeated a few times only.
 constexpr std::size_t kManyRecords = 1000000;
 constexpr int kFewRepetitions = 3;
-constexpr double kLoadAtMost = 2;
+constexpr double kLoadAtMost = 1.6;
+constexpr double kListAtMost = 6;
+constexpr double kVisitAtMost = 2;
 
 using InstrumentMap = std::map<std::string, InstrumentPtr>;
 using InstrumentList = std::list<InstrumentPtr>;
@@ -113,7 +116,7 @@ void addMarketLists(Suite& suite, Workload& workload) {
                           benchmark::DoNotOptimize(out.size());
                       }
                   });
-        suite.add(listSeries(kMarketList, kFloor, workload, ready->size(), threads), [ready](benchmark::State& state) {
+        const Body listing = [ready](benchmark::State& state) {
             for (auto _ : state) {
                 InstrumentList out;
                 for (const auto& [text, record] : *ready) {
@@ -121,9 +124,47 @@ void addMarketLists(Suite& suite, Workload& workload) {
                 }
                 benchmark::DoNotOptimize(out.size());
             }
+        };
+        Series floor = listSeries(kMarketList, kFloor, workload, ready->size(), threads);
+        floor.centerAtMost = threads == 1 ? kListAtMost : 0;
+        suite.add(floor, listing);
+        const mxservice::InstrumentView view = workload.center.view();
+        suite.add(listSeries(kMarketVisit, kCenter, workload, ready->size(), threads), [view](benchmark::State& state) {
+            for (auto _ : state) {
+                std::size_t bytes = 0;
+                view.visit(kListedMarket, [&bytes](const InstrumentPtr& record) { bytes += record->code.size(); });
+                benchmark::DoNotOptimize(bytes);
+            }
         });
+        floor.what = kMarketVisit;
+        floor.centerAtMost = threads == 1 ? kVisitAtMost : 0;
+        suite.add(floor, listing);
     }
 }
+
+namespace {
+
+/// A load of one record into a full center: of a market whose list it becomes, so in a center of its own. Beside it the
+/// same into the floor, which is changed in place.
+void addOneRecord(Suite& suite, Workload& workload) {
+    const auto center = std::make_shared<Center>("bench");
+    center->initInstruments(kLoadedMarkets, workload.records);
+    const InstrumentPtr record = workload.records.front();
+    suite.add(listSeries(kOneRecord, kCenter, workload, 1, 1), [center, record](benchmark::State& state) {
+        for (auto _ : state) {
+            center->initInstruments({record->market}, {record});
+        }
+    });
+    const auto bare = std::make_shared<BareIndexes>();
+    fill(*bare, workload.records);
+    suite.add(listSeries(kOneRecord, kFloor, workload, 1, 1), [bare, record](benchmark::State& state) {
+        for (auto _ : state) {
+            fill(*bare, {record});
+        }
+    });
+}
+
+}  // namespace
 
 void addLoads(Suite& suite, Workload& workload, Extent extent) {
     const Records* const records = &workload.records;
@@ -133,6 +174,9 @@ void addLoads(Suite& suite, Workload& workload, Extent extent) {
     floor.centerAtMost = extent == Extent::Whole ? kLoadAtMost : 0;
     suite.add(floor, timeLoads([] { return std::make_unique<BareIndexes>(); },
                                [records](BareIndexes& bare) { fill(bare, *records); }));
+    if (extent == Extent::Whole) {
+        addOneRecord(suite, workload);
+    }
 }
 
 void addDerivations(Suite& suite, Workload& workload, bool each) {

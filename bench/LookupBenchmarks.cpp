@@ -4,6 +4,7 @@
 
 #include "KeySequence.h"
 #include "Workload.h"
+#include "base/instrumentcenter/InstrumentView.h"
 
 // Questions about one key.
 
@@ -14,9 +15,12 @@ using Texts = std::vector<std::string>;
 using Hashes = std::vector<std::uint64_t>;
 
 /// Times that the center may take where a floor does the same work, and where a rival does.
-constexpr double kFloorAtMost = 1.3;
+constexpr double kTextFloorAtMost = 1.15;
+constexpr double kFloorAtMost = 1.4;
+constexpr double kViewAtMost = 0.9;
+constexpr double kBulkAtMost = 0.6;
 constexpr double kLeastScaling = 1.9;
-constexpr double kNodeAtMost[] = {1.0 / 4, 1.0 / 8};  // by one and by two threads
+constexpr double kNodeAtMost[] = {0, 0};  // by one and by two threads; no target, the floor alone would miss one
 constexpr double kTextAtMost[] = {1.0 / 2, 1.0 / 3};
 
 /// The hash of every text.
@@ -66,17 +70,19 @@ Body askEach(std::shared_ptr<const std::vector<Key>> keys, Ask ask) {
 class Askers {
 public:
     /// With one thread and `floorAtMost`, floors have that target.
-    Askers(Suite& suite, std::size_t size, KeyChoice choice, int threads, double floorAtMost)
-        : suite_(suite), size_(size), keys_(nameOf(choice)), threads_(threads), floorAtMost_(floorAtMost) {}
+    Askers(Suite& suite, std::size_t size, KeyChoice choice, int threads, bool targets)
+        : suite_(suite), size_(size), keys_(nameOf(choice)), threads_(threads), targets_(targets && threads == 1) {}
 
-    void addCenter(const char* what, Body body, double leastScaling = 0) {
+    void addCenter(const char* what, Body body, double leastScaling = 0, std::size_t items = 1) {
         Series series = seriesOf(what, kCenter);
+        series.items = items;
         series.leastScaling = threads_ == 1 ? leastScaling : 0;
         suite_.add(series, std::move(body));
     }
-    void addFloor(const char* what, Body body) {
+    void addFloor(const char* what, Body body, double centerAtMost = kFloorAtMost, std::size_t items = 1) {
         Series series = seriesOf(what, kFloor);
-        series.centerAtMost = threads_ == 1 ? floorAtMost_ : 0;
+        series.centerAtMost = targets_ ? centerAtMost : 0;
+        series.items = items;
         suite_.add(series, std::move(body));
     }
     void addRival(const char* what, const char* who, const double (&atMost)[2], Body body) {
@@ -100,7 +106,7 @@ private:
     std::size_t size_;
     std::string keys_;
     int threads_;
-    double floorAtMost_;
+    bool targets_;
 };
 
 /// What is asked for, drawn once for all thread counts.
@@ -137,9 +143,51 @@ void addTextLookups(Askers& askers, const Questions& questions, Workload& worklo
         kTextLookup,
         askEach(questions.texts, [center](const std::string& text) { return center->getInstrument(text); }),
         kLeastScaling);
-    askers.addFloor(kTextLookup, askEach(questions.texts, [bare](const std::string& text) {
-                        return bare->find(utils::hashBytes(text));
-                    }));
+    const Body floor =
+        askEach(questions.texts, [bare](const std::string& text) { return bare->find(utils::hashBytes(text)); });
+    askers.addFloor(kTextLookup, floor, kTextFloorAtMost);
+    const mxservice::InstrumentView view = workload.center.view();
+    askers.addCenter(kViewLookup, askEach(questions.texts, [view](const std::string& text) { return view.find(text); }),
+                     kLeastScaling);
+    askers.addFloor(kViewLookup, floor, kViewAtMost);
+    const std::string hot = questions.texts->front();
+    askers.addCenter(kHotView,
+                     askEach(questions.texts, [view, hot](const std::string& /*text*/) { return view.find(hot); }),
+                     kLeastScaling);
+}
+
+/// Asks for the next `count` keys of the sequence at once.
+template <class Ask>
+Body askTogether(std::shared_ptr<const Hashes> keys, std::size_t count, Ask ask) {
+    return [keys = std::move(keys), count, ask](benchmark::State& state) {
+        std::vector<InstrumentPtr> out(count);
+        std::size_t place = 0;
+        for (auto _ : state) {
+            ask(keys->data() + place, count, out.data());
+            benchmark::DoNotOptimize(out.data());
+            place = (place + count) % keys->size();
+        }
+    };
+}
+
+void addBulk(Askers& askers, const Questions& questions, Workload& workload) {
+    constexpr std::size_t kTogether = 256;
+    const mxservice::CServerInstrumentCenter* const center = &workload.center;
+    const BareIndexes* const bare = &workload.bare;
+    askers.addCenter(kBulk,
+                     askTogether(questions.hashes, kTogether,
+                                 [center](const std::uint64_t* keys, std::size_t count, InstrumentPtr* out) {
+                                     center->resolve(keys, count, out);
+                                 }),
+                     0, kTogether);
+    askers.addFloor(kBulk,
+                    askTogether(questions.hashes, kTogether,
+                                [bare](const std::uint64_t* keys, std::size_t count, InstrumentPtr* out) {
+                                    for (std::size_t i = 0; i < count; ++i) {
+                                        out[i] = bare->find(keys[i]);
+                                    }
+                                }),
+                    kBulkAtMost, kTogether);
 }
 
 void addTextRivals(Askers& askers, const Questions& questions, Workload& workload) {
@@ -188,7 +236,7 @@ void addLookups(Suite& suite, Workload& workload, Extent extent) {
     for (const KeyChoice choice : {KeyChoice::Uniform, KeyChoice::Zipf}) {
         const Questions questions = drawQuestions(workload.records, choice);
         for (const int threads : {1, 2}) {
-            Askers askers(suite, workload.records.size(), choice, threads, extent == Extent::Whole ? kFloorAtMost : 0);
+            Askers askers(suite, workload.records.size(), choice, threads, extent == Extent::Whole);
             addTextLookups(askers, questions, workload);
             if (extent == Extent::Curve) {
                 break;  // after one thread
@@ -196,6 +244,9 @@ void addLookups(Suite& suite, Workload& workload, Extent extent) {
             addTextRivals(askers, questions, workload);
             addHashLookupsAndMisses(askers, questions, workload);
             addPredicates(askers, questions, workload);
+            if (threads == 1) {
+                addBulk(askers, questions, workload);
+            }
         }
     }
 }

@@ -103,12 +103,44 @@ Percentiles askAway(const std::vector<std::string>& texts, const Ask& ask, doubl
     return counts.percentiles();
 }
 
+/// Two threads at work on a center for as long as it lives: one lists everything, the other loads one record again
+/// every seven milliseconds.
+class Crowd {
+public:
+    Crowd(mxservice::IInstrumentCenter& center, const InstrumentPtr& record)
+        : lister_([this, &center] {
+              while (!stopping_) {
+                  lists_ += center.getInstruments().empty() ? 0 : 1;
+              }
+          }),
+          loader_([this, &center, record] {
+              while (!stopping_) {
+                  center.initInstruments({record->market}, {record});
+                  std::this_thread::sleep_for(std::chrono::milliseconds(7));
+              }
+          }) {}
+    ~Crowd() {
+        stopping_ = true;
+        lister_.join();
+        loader_.join();
+    }
+    Crowd(const Crowd&) = delete;
+    Crowd& operator=(const Crowd&) = delete;
+
+private:
+    std::atomic<bool> stopping_{false};
+    int lists_ = 0;
+    std::thread lister_;
+    std::thread loader_;
+};
+
 struct Situation {
     Latency latency;
     const std::vector<std::string>* texts;
     Ask ask;
     const Batch* batch;  // null: no load
     Load load;
+    mxservice::IInstrumentCenter* crowded = nullptr;  // where a crowd is at work
 };
 
 /// Who is asked and loaded in what situations, and what all of them share.
@@ -143,6 +175,10 @@ public:
 
 private:
     Percentiles watched(const Situation& situation) const {
+        if (situation.crowded != nullptr) {
+            const Crowd crowd(*situation.crowded, day_.front());
+            return askAway(*situation.texts, situation.ask, watch_.seconds, nullptr);
+        }
         if (situation.batch == nullptr) {
             return askAway(*situation.texts, situation.ask, watch_.seconds, nullptr);
         }
@@ -183,6 +219,10 @@ private:
             add(kTextLookup, kCenter, Beside::Other, ask, batch,
                 [this](const auto& markets, const Records& records) { other_.initInstruments(markets, records); });
         }
+        add(kTextLookup, kCenter, Beside::Crowd, ask);
+        situations_.back().crowded = &server_;
+        add(kTextLookup, kCenter, Beside::Elsewhere, ask);
+        situations_.back().crowded = &other_;
     }
 
     void addRival() {

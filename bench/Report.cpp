@@ -46,6 +46,10 @@ const char* nameOf(Beside beside) {
             return "no load";
         case Beside::Reload:
             return "reloading";
+        case Beside::Crowd:
+            return "list and loads";
+        case Beside::Elsewhere:
+            return "list and loads elsewhere";
         case Beside::Other:
             return "load elsewhere";
     }
@@ -148,6 +152,7 @@ void printReport(std::ostream& out, const Measurements& measured) {
     printTopic(out, comparisons, Topic::Scaling, "Throughput of two threads over that of one; other: the floor's");
     printTopic(out, comparisons, Topic::Reload, "p99.9 of lookups during a load over that without one");
     printTopic(out, comparisons, Topic::Stall, "The longest lookup of a round during a load, in milliseconds");
+    printTopic(out, comparisons, Topic::Crowd, "The longest lookup of a round beside two other threads");
     printLatencies(out, measured.latencies);
     printTopic(out, comparisons, Topic::Bytes, "Bytes of one record");
     printMemory(out, measured.memories);

@@ -23,6 +23,11 @@ constexpr const char* kHashLookup = "lookup by hash";
 constexpr const char* kMiss = "lookup, miss";
 constexpr const char* kHasStock = "hasStock";
 constexpr const char* kHasConnectCode = "hasCode, connect text";
+constexpr const char* kViewLookup = "lookup by text, view";
+constexpr const char* kHotView = "one key, view";
+constexpr const char* kBulk = "256 keys at once, per key";
+constexpr const char* kMarketVisit = "market visited, per record";
+constexpr const char* kOneRecord = "load of one record";
 constexpr const char* kMarketMap = "market as map, per record";
 constexpr const char* kMarketList = "market as list, per record";
 constexpr const char* kLoad = "load, per record";
@@ -37,7 +42,8 @@ void addLookups(Suite& suite, Workload& workload, Extent extent);
 /// Adds the lists of one market with 1 and 2 threads. `workload` must outlive the suite's run.
 void addMarketLists(Suite& suite, Workload& workload);
 
-/// Adds loads of ready records into an empty center. `workload` must outlive the suite's run.
+/// Adds loads of ready records into an empty center, and of one record into a full one. `workload` must outlive the
+/// suite's run.
 void addLoads(Suite& suite, Workload& workload, Extent extent);
 
 /// Adds what the derived catalogues take of a load: all of them together and, with `each`, one by one. `workload` must

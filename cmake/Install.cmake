@@ -10,6 +10,7 @@ set(PM_PUBLIC_HEADERS
   base/instrumentcenter/CenterStatistics.h
   base/instrumentcenter/Export.h
   base/instrumentcenter/IInstrumentCenter.h
+  base/instrumentcenter/InstrumentView.h
   base/instrumentcenter/vocabulary/TraderType.h
   platform/Export.h
   platform/bson/BSONObj.h

@@ -422,6 +422,17 @@ TYPED_TEST(Contract, RemovedMarketsAreGoneWithWhatWasDerivedOfThem) {
     EXPECT_THAT(keysOf(center.getInstruments("SH")), ElementsAre("SH730001")) << "and may come back";
 }
 
+TYPED_TEST(Contract, ManyKeysAtOnceAreAnsweredInTheirPlaces) {
+    this->load({"SH", "SZ"}, {instrument("SH", "1"), instrument("SZ", "2")});
+    const std::vector<std::uint64_t> keys{utils::hash("SZ2"), 7, utils::hash("SH1"), utils::hash("SH1")};
+    Instruments found(keys.size(), instrument("left", "over"));
+    EXPECT_EQ(this->center().resolve(keys.data(), keys.size(), found.data()), 3U);
+    EXPECT_EQ(found[0]->code, "2");
+    EXPECT_FALSE(found[1]);
+    EXPECT_EQ(found[2]->code + found[3]->code, "11");
+    EXPECT_EQ(this->center().resolve(nullptr, 0, nullptr), 0U);
+}
+
 /// The sets of a host's own implementation.
 template <class Center>
 class OwnSets : public Center {

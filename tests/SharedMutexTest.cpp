@@ -206,42 +206,6 @@ TYPED_TEST(AnyLock, AReaderAndAWriterWhoComeAtOnceAreNeverInsideTogether) {
     EXPECT_EQ(together, 0);
 }
 
-/// Two threads raise a value in two steps, what they read being the ground of what they commit: a writer let in between
-/// would be lost. Readers go on all the time and see a value only rise.
-TYPED_TEST(AnyLock, AnUpdateKeepsWritersOutAndReadersIn) {
-    constexpr std::uint64_t kUpdates = 2000;
-    Guarded<std::uint64_t, TypeParam> guarded(0);
-    std::atomic<bool> done{false};
-    std::atomic<int> fallen{0};
-    std::thread reader([&] {
-        std::uint64_t last = 0;
-        while (!done.load()) {
-            const std::uint64_t seen = guarded.answer([](const std::uint64_t& value) noexcept { return value; });
-            fallen += seen < last ? 1 : 0;
-            last = seen;
-        }
-    });
-    const auto raise = [&] {
-        for (std::uint64_t i = 0; i < kUpdates; ++i) {
-            auto update = guarded.update();
-            const std::uint64_t next = *update + 1;
-            update.commit([next](std::uint64_t& value) { value = next; });
-        }
-    };
-    std::thread other(raise);
-    raise();
-    other.join();
-    {
-        // No commit, no wait: a reader answers while the update is under way.
-        const auto update = guarded.update();
-        std::thread([&] { fallen += guarded.copy() == 2 * kUpdates ? 0 : 1; }).join();
-    }
-    done = true;
-    reader.join();
-    EXPECT_EQ(fallen, 0);
-    EXPECT_EQ(guarded.copy(), 2 * kUpdates);
-}
-
 TYPED_TEST(AnyLock, ManyShortLivedThreadsAndLocksWork) {
     std::uint64_t total = 0;
     for (int round = 0; round < 50; ++round) {

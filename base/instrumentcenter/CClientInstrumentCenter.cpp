@@ -244,12 +244,11 @@ void CClientInstrumentCenter::group(const std::vector<boost::shared_ptr<CInstrum
     if (platformCodes.empty()) {
         return;
     }
-    // Merged beside the readers. Of a code that is known the new one counts; `platformCodes` leaves with the former
-    // table.
-    auto update = state().codeSets.update();
-    std::map<std::string, std::string> known = update->lumoCodes;
-    platformCodes.merge(known);
-    update.commit([&](CodeSets& sets) noexcept { sets.lumoCodes.swap(platformCodes); });
+    state().publish([&](Version& version) {
+        auto& known = version.lumoCodes.own();
+        platformCodes.merge(known);  // of a code that is known the new one counts
+        known.swap(platformCodes);
+    });
 }
 
 void CClientInstrumentCenter::tryMergeHkExchangeDatas(

@@ -146,6 +146,10 @@ public:
     /// have loads of their own. Not virtual; threads and I/O as in the loads.
     void removeMarkets(const std::vector<std::string>& markets);
 
+    /// The records of `count` stock keys into `out`, which has as many places; a miss leaves an empty pointer there.
+    /// Answers how many were found. I/O as getInstrument.
+    std::size_t resolve(const uint64* keys, std::size_t count, boost::shared_ptr<CInstrumentDetail>* out);
+
     /// What the loads did and how large the tables are. No I/O; walks the tables that own texts, each under its shared
     /// lock, so it is for an operator's page and not for every tick.
     CenterStatistics statistics() const;

@@ -129,7 +129,7 @@ void CClientInstrumentCenter::createStockCodes(
         return;
     }
     const StockCodes codes = deriveStockCodes(grouped);
-    install(codes, state().codeSets);
+    state().publish([&](Version& version) { install(codes, version.codeSets.own()); });
     for (const auto& [market, entries] : codes.ipo) {
         for (const std::string& entry : entries) {
             PM_LOG(utils::kLogInfo, kClientSource, fmt::format("[ipo] stk code:{0}", entry));
@@ -145,13 +145,19 @@ void CClientInstrumentCenter::createStockCodes(
 void CClientInstrumentCenter::createNeeqCodes(
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
     PM_LOG(utils::kLogInfo, kClientSource, "[inscenter] create neeq codes");
-    installNeeqInquiryCodes(deriveNeeqInquiryCodes(grouped), state().codeSets);
+    std::set<std::string> codes = deriveNeeqInquiryCodes(grouped);
+    if (!codes.empty()) {  // deliberately unlike the stock codes: none keep what was there
+        state().publish([&](Version& version) { version.codeSets.own().neeqInquiryCodes.swap(codes); });
+    }
 }
 
 void CClientInstrumentCenter::createStkOptionCodes(
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
     PM_LOG(utils::kLogInfo, kClientSource, "[inscenter] create stock option codes");
-    installOptionUnderlyings(deriveOptionUnderlyings(grouped), state().codeSets);
+    auto underlyings = deriveOptionUnderlyings(grouped);
+    if (!underlyings.empty()) {
+        state().publish([&](Version& version) { installOptionUnderlyings(underlyings, version.codeSets.own()); });
+    }
 }
 
 void CClientInstrumentCenter::createOutterProductDatas(
@@ -221,7 +227,7 @@ void CClientInstrumentCenter::removeMarkets(const std::vector<std::string>& mark
     for (const std::string& market : markets) {
         const std::string name(foldedMarket(market));
         const MarketKey key = marketKey(name);
-        removeMarket(name, state().codeSets);
+        state().publish([&](Version& version) { removeMarket(name, version.codeSets.own()); });
         const std::vector<StockKey> listed = client_->codeIndex.keysOf(key);
         clearDatas({name});
         // What loads have left that did not name the market.

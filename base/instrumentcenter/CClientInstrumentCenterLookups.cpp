@@ -5,6 +5,7 @@
 #include "base/instrumentcenter/CClientInstrumentCenter.h"
 #include "base/instrumentcenter/ClientState.h"
 #include "base/instrumentcenter/catalogue/InstrumentMap.h"
+#include "base/instrumentcenter/catalogue/Questions.h"
 #include "base/instrumentcenter/vocabulary/Exchanges.h"
 #include "platform/utils/Utils.h"
 
@@ -23,50 +24,65 @@ bool meansAll(EOvTraderType type) {
     return meansEverything(type) || type == OvTraderQuote;
 }
 
+template <class Question>
+bool isOne(const CodeIndex& index, const std::string& keyText) {
+    return index.isIn(Question::keyOf(keyText), Question::markets());
+}
+
 }  // namespace
 
+std::size_t CClientInstrumentCenter::resolve(const uint64* keys, std::size_t count,
+                                             boost::shared_ptr<CInstrumentDetail>* out) {
+    std::size_t found = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        out[i] = CClientInstrumentCenter::getInstrument(keys[i]);
+        found += out[i] ? 1U : 0U;
+    }
+    return found;
+}
+
 bool CClientInstrumentCenter::hasCode(const std::string& code) {
-    return client_->classifier.isCode(code);
+    return client_->codeIndex.contains(foldedTextKey(code));
 }
 
 bool CClientInstrumentCenter::hasStock(const std::string& code) {
-    return client_->classifier.isStock(code);
+    return isOne<IsStock>(client_->codeIndex, code);
 }
 
 bool CClientInstrumentCenter::hasFuture(const std::string& code) {
-    return client_->classifier.isFuture(code);
+    return isOne<IsFuture>(client_->codeIndex, code);
 }
 
 bool CClientInstrumentCenter::hasHkstock(const std::string& code) {
-    return client_->classifier.isConnectStock(code);
+    return isOne<IsConnectStock>(client_->codeIndex, code);
 }
 
 bool CClientInstrumentCenter::hasSkstock(const std::string& code) {
-    return client_->classifier.isHongKongStock(code);
+    return isOne<IsHongKongStock>(client_->codeIndex, code);
 }
 
 bool CClientInstrumentCenter::hasOption(const std::string& code) {
-    return client_->classifier.isOption(code);
+    return isOne<IsOption>(client_->codeIndex, code);
 }
 
 bool CClientInstrumentCenter::hasFutureOption(const std::string& code) {
-    return client_->classifier.isFuture(code);
+    return isOne<IsFuture>(client_->codeIndex, code);
 }
 
 bool CClientInstrumentCenter::hasNeeq(const std::string& code) {
-    return client_->classifier.isNeeq(code);
+    return isOne<IsNeeq>(client_->codeIndex, code);
 }
 
 bool CClientInstrumentCenter::hasGold(const std::string& code) {
-    return client_->classifier.isGold(code);
+    return isOne<IsGold>(client_->codeIndex, code);
 }
 
 bool CClientInstrumentCenter::hasBond(const std::string& code) {
-    return client_->classifier.isBond(code);
+    return isOne<IsBond>(client_->codeIndex, code);
 }
 
 bool CClientInstrumentCenter::hasOuterFuture(const std::string& code) {
-    return client_->classifier.isOuterFuture(code);
+    return isOne<IsOuterFuture>(client_->codeIndex, code);
 }
 
 bool CClientInstrumentCenter::hasOuterStock(const std::string& code) {
@@ -74,11 +90,11 @@ bool CClientInstrumentCenter::hasOuterStock(const std::string& code) {
 }
 
 bool CClientInstrumentCenter::hasNyseStock(const std::string& code) {
-    return client_->classifier.isNyseStock(code);
+    return isOne<IsNyseStock>(client_->codeIndex, code);
 }
 
 bool CClientInstrumentCenter::hasNasdaqStock(const std::string& code) {
-    return client_->classifier.isNasdaqStock(code);
+    return isOne<IsNasdaqStock>(client_->codeIndex, code);
 }
 
 boost::shared_ptr<CInstrumentDetail> CClientInstrumentCenter::getInstrument(uint64 key) {

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "base/instrumentcenter/ServerState.h"
-#include "base/instrumentcenter/catalogue/IndexUpdate.h"
 #include "base/instrumentcenter/catalogue/Prefetch.h"
 #include "base/instrumentcenter/catalogue/StockCodes.h"
 #include "base/instrumentcenter/vocabulary/Exchanges.h"
@@ -18,7 +17,8 @@
 #include "base/instrumentcenter/vocabulary/Markets.h"
 #include "platform/utils/LogLine.h"
 
-// Construction and the load of instruments.
+// Construction and the load of instruments. A load prepares a ServerChange on its own thread, without a lock, and
+// publishes it once; one that throws before has changed nothing that readers see.
 
 namespace mxservice {
 namespace {
@@ -36,8 +36,44 @@ std::uint64_t countForeign(const std::vector<InstrumentPtr>& snapshot) {
 
 }  // namespace
 
+void ServerChange::file(const GroupedSnapshot& grouped) {
+    grouped_ = &grouped;
+    for (const auto& [market, records] : grouped) {
+        auto keys = std::make_shared<KeySet>();
+        keys->reserve(records.size());
+        for (const auto& [key, record] : records) {
+            keys->insert(key);
+        }
+        keysByMarket_[market] = std::move(keys);
+    }
+}
+
+void ServerChange::applyTo(ServerVersion& version) {
+    if (grouped_ != nullptr) {
+        std::size_t count = 0;
+        for (const auto& [market, records] : *grouped_) {
+            count += records.size();
+        }
+        // In ascending order of the markets: of a key that several bring the last one has it.
+        version.records.put(count, [&](const auto& putOne) {
+            for (const auto& [market, records] : *grouped_) {
+                std::uint64_t& replaced = replacedByMarket_[market];
+                visitAhead(records,
+                           [&](const auto& entry) { replaced += putOne(entry.first, entry.second) ? 1U : 0U; });
+            }
+        });
+        // The former sets alone are forgotten: keys that the new ones lack stay filed, until their market is removed.
+        version.keys.file(keysByMarket_);
+    }
+    for (const auto& step : steps_) {
+        step(version);
+    }
+}
+
 CServerInstrumentCenter::CServerInstrumentCenter(const std::string& strandName)
-    : server_(std::make_unique<ServerState>(strandName)) {}
+    : server_(std::make_unique<ServerState>(strandName)) {
+    state().versions.update([](const Version& /*empty*/) { return std::make_shared<ServerVersion>(); });
+}
 
 CServerInstrumentCenter::~CServerInstrumentCenter() = default;
 
@@ -71,23 +107,25 @@ void CServerInstrumentCenter::doInitInstruments(const std::vector<std::string>& 
     {
         GroupedSnapshot grouped;
         ConnectListings listings;
+        ServerChange change;
         notes.receive(groupRecords(instruments, grouped, listings));
         markConnectEligibility(grouped, listings);
+        file(grouped, change);
         steps.done(kGroupingStep);
-        fileRecords(grouped, notes);
-        steps.done(kFilingStep);
-        createFutureMainDatas(grouped);
+        deriveMains(grouped, change);
         steps.done(kMainsStep);
         createFutureProdcutDatas(grouped);
         steps.done(kProductsStep);
-        createFutureDceDatas(grouped);
+        deriveSpreads(grouped, change);
         steps.done(kSpreadsStep);
-        createStockCodes(markets, grouped);
+        deriveCodes(markets, grouped, change);
         steps.done(kStockCodesStep);
-        createNeeqCodes(grouped);
+        deriveInquiries(grouped, change);
         steps.done(kNeeqStep);
-        createStkOptionCodes(grouped);
+        deriveUnderlyings(grouped, change);
         steps.done(kOptionsStep);
+        publishLoad(grouped, change, notes);
+        steps.done(kFilingStep);
         for (auto& [market, group] : grouped) {
             releaseAhead(group);
         }
@@ -113,99 +151,69 @@ void CServerInstrumentCenter::buildConnect(LoadNotes& notes) {
         }
         markConnectEligibility(grouped, listings);
     }
-    fileRecords(grouped, notes);
+    ServerChange change;
+    file(grouped, change);
+    publishLoad(grouped, change, notes);
 }
 
 void CServerInstrumentCenter::createExchangeDatas(
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
+    ServerChange change;
     LoadNotes notes;
-    fileRecords(grouped, notes);
+    file(grouped, change);
+    publishLoad(grouped, change, notes);
 }
 
-void CServerInstrumentCenter::fileRecords(
-    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped, LoadNotes& notes) {
+void CServerInstrumentCenter::file(
+    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped, ServerChange& change) {
     PM_LOG(utils::kLogInfo, kServerSource, "[inscenter] create exchange datas");
-    const Stopwatch watch;
-    std::size_t count = 0;
-    std::map<MarketKey, KeySet> keysByMarket;
-    std::map<MarketKey, std::uint64_t> replacedByMarket;
-    for (const auto& [market, records] : grouped) {
-        count += records.size();
-        replacedByMarket[market] = 0;
-        KeySet& keys = keysByMarket[market];
-        keys.reserve(records.size());
-        for (const auto& [key, record] : records) {
-            keys.insert(key);
-        }
-    }
-    std::vector<std::pair<StockKey, InstrumentPtr>> replaced;  // destroyed after the lock
-    replaced.reserve(std::min(count, kFewKeys));
-    updateIndex(server_->records, count, [&](HashIndex<InstrumentPtr>& index) {
-        for (const auto& [market, records] : grouped) {
-            const std::size_t before = replaced.size();
-            visitAhead(records, [&](const auto& entry) {
-                InstrumentPtr& place = index[entry.first];
-                if (place) {
-                    replaced.emplace_back(entry.first, std::move(place));
-                }
-                place = entry.second;
-            });
-            replacedByMarket[market] = replaced.size() - before;
-        }
-    });
-    server_->codeIndex.install(std::move(keysByMarket));
+    change.file(grouped);
+}
 
+void CServerInstrumentCenter::publishLoad(
+    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped, ServerChange& change,
+    LoadNotes& notes) {
+    const Stopwatch watch;
+    publishAlone(change);
     const auto time = watch.elapsed();
     for (const auto& [market, records] : grouped) {
         MarketLoad load;
         load.market = filedMarketName(market, records);
         load.stored = records.size();
-        load.replaced = replacedByMarket[market];
+        load.replaced = change.replacedIn(market);
         load.time = time;
         load = notes.settled(market, std::move(load));
         state().loads.write()->settle(market, std::move(load));
     }
-    releaseAhead(replaced);
 }
 
-namespace {
-
-/// Takes the records of the keys out.
-void eraseRecords(const KeySet& keys, Guarded<HashIndex<InstrumentPtr>>& records) {
-    std::vector<InstrumentPtr> removed;  // destroyed after the lock
-    removed.reserve(keys.size());
-    updateIndex(records, keys.size(), [&](HashIndex<InstrumentPtr>& index) {
-        for (const StockKey key : keys) {
-            const auto found = index.find(key);
-            if (found != index.end()) {
-                removed.push_back(std::move(found->second));
-                index.erase(found);
-            }
+void CServerInstrumentCenter::clearDatas(const std::vector<std::string>& markets) {
+    publish(state(), [&](ServerVersion& version) {
+        for (const std::string& name : markets) {
+            version.records.erase(version.keys.unfileListed(marketKey(foldedMarket(name))));
         }
     });
 }
 
-}  // namespace
-
-void CServerInstrumentCenter::clearDatas(const std::vector<std::string>& markets) {
-    for (const std::string& name : markets) {
-        eraseRecords(server_->codeIndex.clear(marketKey(foldedMarket(name))), server_->records);
-    }
-}
-
 void CServerInstrumentCenter::removeMarkets(const std::vector<std::string>& markets) {
-    for (const std::string& market : markets) {
-        const std::string name(foldedMarket(market));
-        const MarketKey key = marketKey(name);
-        // What names keys goes before the records: a reader that still meets a name finds its record.
-        removeMarket(name, state().codeSets);
-        const KeySet keys = server_->codeIndex.remove(key);
-        removeMarket(key, keys, *server_->futures.write());
-        eraseRecords(keys, server_->records);
-        LoadNotes notes;
-        notes.noteCleared(key, name, keys);
-        state().loads.write()->settleEmptied(notes);
+    LoadNotes notes;
+    if (markets.empty()) {
+        return;
     }
+    publish(state(), [&](ServerVersion& version) {
+        FuturesCatalogue& futures = version.futures.own();
+        CodeSets& codeSets = version.codeSets.own();
+        for (const std::string& market : markets) {
+            const std::string name(foldedMarket(market));
+            const MarketKey key = marketKey(name);
+            KeySet keys = version.keys.unfileAll(key);
+            version.records.eraseForGood(keys);
+            removeMarket(key, keys, futures);
+            removeMarket(name, codeSets);
+            notes.noteCleared(key, name, std::move(keys));
+        }
+    });
+    state().loads.write()->settleEmptied(notes);
 }
 
 std::list<std::string> CServerInstrumentCenter::getExchanges(EOvTraderType type) {

@@ -21,14 +21,17 @@
 namespace mxservice {
 
 struct ServerState;
+class InstrumentView;
 class LoadNotes;
+class ServerChange;
 
 /// The center of server processes: every record stays in memory and a lookup costs little more than the cache misses
 /// of one probe. Nothing is read from or written to disk. About 1.4 kB a record beside the host's own reference.
 ///
-/// Threads, ownership and misses are as IInstrumentCenter says. Two loads may run at the same time. A load brings all
-/// its markets into the records at once and then all their keys, so a reader may meanwhile see a record whose key
-/// hasCode does not know yet.
+/// Threads, ownership and misses are as IInstrumentCenter says, and more: the catalogue is one immutable version, which
+/// a load replaces in one step, derived catalogues included. No reader ever waits, for a load or for another reader;
+/// each answer is of one version, and everything asked of one view() is. Two loads may run at the same time, and
+/// neither loses what the other brings.
 ///
 /// What this center leaves out on purpose: price settings, outer-market tables, interbank codes, product contract
 /// lists and product names answer empty; counterparty updates do nothing.
@@ -138,8 +141,17 @@ public:
     /// the index a market.
     void removeMarkets(const std::vector<std::string>& markets);
 
-    /// What the loads did and how large the tables are. No I/O; walks the tables that own texts, each under its shared
-    /// lock, so it is for an operator's page and not for every tick.
+    /// The catalogue of this moment, for questions that belong together and for records without a reference count.
+    /// Cheap; see InstrumentView.
+    InstrumentView view() const;
+    /// Grows by one with every change that readers can see.
+    std::uint64_t version() const;
+    /// The records of `count` stock keys, all of one version, into `out`, which has as many places; a miss leaves an
+    /// empty pointer there. Answers how many were found. Faster than asking one after the other.
+    std::size_t resolve(const uint64* keys, std::size_t count, boost::shared_ptr<CInstrumentDetail>* out) const;
+
+    /// What the loads did and how large the tables are. No I/O; walks the tables that own texts, so it is for an
+    /// operator's page and not for every tick.
     CenterStatistics statistics() const;
 
 protected:
@@ -164,7 +176,7 @@ protected:
     /// What initOtcInstruments does.
     void doInitOtcInstruments(const std::vector<boost::shared_ptr<COTCFundPlanInfo>>& plans);
 
-    /// Writes the indexes: the records of all markets together, then their keys. Keys of an earlier load that `grouped`
+    /// Writes the indexes: the records and keys of all markets together. Keys of an earlier load that `grouped`
     /// lacks still answer getInstrument and hasCode; only the market's own list forgets them.
     void createExchangeDatas(const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
     /// Main contracts of each futures exchange and of each product.
@@ -189,10 +201,18 @@ protected:
     /// @}
 
 private:
-    /// createExchangeDatas of a load that has noted what it received.
-    void fileRecords(const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped,
-                     LoadNotes& notes);
+    using Grouped = std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>;
+
     void buildConnect(LoadNotes& notes);
+    // The steps of a load, each for its part of the change; then the change as one version.
+    void file(const Grouped& grouped, ServerChange& change);
+    void deriveMains(const Grouped& grouped, ServerChange& change);
+    void deriveSpreads(const Grouped& grouped, ServerChange& change);
+    void deriveCodes(const std::vector<std::string>& markets, const Grouped& grouped, ServerChange& change);
+    void deriveInquiries(const Grouped& grouped, ServerChange& change);
+    void deriveUnderlyings(const Grouped& grouped, ServerChange& change);
+    void publishLoad(const Grouped& grouped, ServerChange& change, LoadNotes& notes);
+    void publishAlone(ServerChange& change);
 
     std::unique_ptr<ServerState> server_;
 };

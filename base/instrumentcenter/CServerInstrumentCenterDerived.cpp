@@ -1,22 +1,43 @@
 #include <utility>
 
 #include "base/instrumentcenter/CServerInstrumentCenter.h"
+#include "base/instrumentcenter/InstrumentView.h"
 #include "base/instrumentcenter/ServerState.h"
-#include "base/instrumentcenter/catalogue/InstrumentMap.h"
 #include "base/instrumentcenter/catalogue/StockCodes.h"
 #include "platform/utils/LogLine.h"
 
-// What is derived from a load: futures main contracts and spreads, code sets. Derivation runs without a lock; only the
-// finished table goes in under one.
+// What is derived from a load: futures main contracts and spreads, code sets. Each derivation runs on the loading
+// thread and adds its finished table to the load's change; called alone, by a host's derived class, it is a change by
+// itself.
 
 namespace mxservice {
 
+void CServerInstrumentCenter::publishAlone(ServerChange& change) {
+    if (!change.isEmpty()) {
+        publish(state(), [&](ServerVersion& version) { change.applyTo(version); });
+    }
+}
+
 void CServerInstrumentCenter::createFutureMainDatas(
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
+    ServerChange change;
+    deriveMains(grouped, change);
+    publishAlone(change);
+}
+
+void CServerInstrumentCenter::deriveMains(
+    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped, ServerChange& change) {
     PM_LOG(utils::kLogInfo, kServerSource, "[inscenter] create future main datas");
-    for (auto& [market, mains] : deriveMainContracts(grouped, server_->futureMarkets)) {
-        installMainContracts(market, mains, *server_->futures.write());
+    auto mainsByMarket = deriveMainContracts(grouped, server_->futureMarkets);
+    if (mainsByMarket.empty()) {
+        return;
     }
+    change.add([mainsByMarket = std::move(mainsByMarket)](ServerVersion& version) mutable {
+        FuturesCatalogue& futures = version.futures.own();
+        for (auto& [market, mains] : mainsByMarket) {
+            installMainContracts(market, mains, futures);
+        }
+    });
 }
 
 void CServerInstrumentCenter::createFutureProdcutDatas(
@@ -27,53 +48,83 @@ void CServerInstrumentCenter::createFutureProdcutDatas(
 
 void CServerInstrumentCenter::createFutureDceDatas(
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
+    ServerChange change;
+    deriveSpreads(grouped, change);
+    publishAlone(change);
+}
+
+void CServerInstrumentCenter::deriveSpreads(
+    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped, ServerChange& change) {
     if (std::optional<DceSpreads> spreads = deriveDceSpreads(grouped)) {
-        const auto futures = server_->futures.write();
-        std::swap(futures->spreads, *spreads);
+        change.add([spreads = std::move(*spreads)](ServerVersion& version) mutable {
+            std::swap(version.futures.own().spreads, spreads);
+        });
     }
 }
 
 void CServerInstrumentCenter::createStockCodes(
     const std::vector<std::string>& markets,
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
+    ServerChange change;
+    deriveCodes(markets, grouped, change);
+    publishAlone(change);
+}
+
+void CServerInstrumentCenter::deriveCodes(
+    const std::vector<std::string>& markets,
+    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped, ServerChange& change) {
     PM_LOG(utils::kLogInfo, kServerSource, "[inscenter] create stock codes");
     if (touchesStockCodes(markets)) {
-        install(deriveStockCodes(grouped), state().codeSets);
+        change.add([codes = deriveStockCodes(grouped)](ServerVersion& version) mutable {
+            install(std::move(codes), version.codeSets.own());
+        });
     }
 }
 
 void CServerInstrumentCenter::createNeeqCodes(
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
+    ServerChange change;
+    deriveInquiries(grouped, change);
+    publishAlone(change);
+}
+
+void CServerInstrumentCenter::deriveInquiries(
+    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped, ServerChange& change) {
     PM_LOG(utils::kLogInfo, kServerSource, "[inscenter] create neeq codes");
-    installNeeqInquiryCodes(deriveNeeqInquiryCodes(grouped), state().codeSets);
+    std::set<std::string> codes = deriveNeeqInquiryCodes(grouped);
+    if (!codes.empty()) {  // deliberately unlike the stock codes: none keep what was there
+        change.add([codes = std::move(codes)](ServerVersion& version) mutable {
+            version.codeSets.own().neeqInquiryCodes.swap(codes);
+        });
+    }
 }
 
 void CServerInstrumentCenter::createStkOptionCodes(
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
+    ServerChange change;
+    deriveUnderlyings(grouped, change);
+    publishAlone(change);
+}
+
+void CServerInstrumentCenter::deriveUnderlyings(
+    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped, ServerChange& change) {
     PM_LOG(utils::kLogInfo, kServerSource, "[inscenter] create stock option codes");
-    installOptionUnderlyings(deriveOptionUnderlyings(grouped), state().codeSets);
+    auto underlyings = deriveOptionUnderlyings(grouped);
+    if (!underlyings.empty()) {
+        change.add([underlyings = std::move(underlyings)](ServerVersion& version) mutable {
+            installOptionUnderlyings(underlyings, version.codeSets.own());
+        });
+    }
 }
 
 std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CServerInstrumentCenter::getFutureMainInstruments(
     const std::string& market) {
-    InstrumentMap out;
-    addByKeyText(server_->resolve(mainsOfMarket(server_->futures, marketKey(market))), out);
-    return out;
+    return view().getFutureMainInstruments(market);
 }
 
 std::map<std::string, std::list<boost::shared_ptr<CInstrumentDetail>>>
 CServerInstrumentCenter::getProductMainInstruments() {
-    const std::map<std::string, KeySet> keysByProduct = server_->futures.read()->mainCodesByProduct;
-    std::map<std::string, std::list<boost::shared_ptr<CInstrumentDetail>>> mains;
-    if (keysByProduct.empty()) {
-        return mains;
-    }
-    const auto index = server_->records.read();
-    for (const auto& [product, keys] : keysByProduct) {
-        const std::vector<InstrumentPtr> records = resolve(keys, *index);
-        mains[product].assign(records.begin(), records.end());
-    }
-    return mains;
+    return view().getProductMainInstruments();
 }
 
 std::list<boost::shared_ptr<CInstrumentDetail>> CServerInstrumentCenter::getProductInstruments(
@@ -91,11 +142,11 @@ std::string CServerInstrumentCenter::getProductName(const std::string& /*product
 }
 
 std::vector<std::pair<std::string, std::string>> CServerInstrumentCenter::getDceCrossProduct() {
-    return server_->futures.read()->spreads.crossProduct;
+    return view().getDceCrossProduct();
 }
 
 std::vector<std::pair<std::string, std::string>> CServerInstrumentCenter::getDceCrossPeriod() {
-    return server_->futures.read()->spreads.crossPeriod;
+    return view().getDceCrossPeriod();
 }
 
 // The outer-market tables are the persisted center's alone.

@@ -1,56 +1,82 @@
 #include "base/instrumentcenter/CServerInstrumentCenter.h"
+#include "base/instrumentcenter/InstrumentView.h"
 #include "base/instrumentcenter/ServerState.h"
 #include "base/instrumentcenter/catalogue/InstrumentMap.h"
-#include "base/instrumentcenter/vocabulary/Exchanges.h"
+#include "base/instrumentcenter/catalogue/Questions.h"
 #include "base/instrumentcenter/vocabulary/Keys.h"
-#include "platform/utils/Utils.h"
 
-// What a key is, and the records themselves.
+// What a key is, and the records themselves. Questions about one key are asked of the version of the moment; what takes
+// longer is asked of a view, so that who publishes meanwhile need not wait.
 
 namespace mxservice {
+namespace {
+
+template <class Question>
+bool isOne(const InterfaceState& state, const std::string& keyText) {
+    const StockKey key = Question::keyOf(keyText);
+    const auto& markets = Question::markets();
+    return ask(state,
+               [&](const ServerVersion& version) noexcept { return isAmong(version.keys.marketOf(key), markets); });
+}
+
+}  // namespace
+
+InstrumentView CServerInstrumentCenter::view() const {
+    return InstrumentView(std::static_pointer_cast<const ServerVersion>(state().versions.hold()));
+}
+
+std::uint64_t CServerInstrumentCenter::version() const {
+    return ask(state(), [](const ServerVersion& version) noexcept { return version.number; });
+}
+
+std::size_t CServerInstrumentCenter::resolve(const uint64* keys, std::size_t count,
+                                             boost::shared_ptr<CInstrumentDetail>* out) const {
+    return view().resolve(keys, count, out);
+}
 
 bool CServerInstrumentCenter::hasCode(const std::string& code) {
-    return server_->classifier.isCode(code);
+    const StockKey key = foldedTextKey(code);
+    return ask(state(), [key](const ServerVersion& version) noexcept { return version.keys.marketOf(key) != nullptr; });
 }
 
 bool CServerInstrumentCenter::hasStock(const std::string& code) {
-    return server_->classifier.isStock(code);
+    return isOne<IsStock>(state(), code);
 }
 
 bool CServerInstrumentCenter::hasFuture(const std::string& code) {
-    return server_->classifier.isFuture(code);
+    return isOne<IsFuture>(state(), code);
 }
 
 bool CServerInstrumentCenter::hasHkstock(const std::string& code) {
-    return server_->classifier.isFiledUnderShanghaiConnect(code);
+    return isOne<IsFiledUnderShanghaiConnect>(state(), code);
 }
 
 bool CServerInstrumentCenter::hasSkstock(const std::string& code) {
-    return server_->classifier.isHongKongStock(code);
+    return isOne<IsHongKongStock>(state(), code);
 }
 
 bool CServerInstrumentCenter::hasOption(const std::string& code) {
-    return server_->classifier.isOption(code);
+    return isOne<IsOption>(state(), code);
 }
 
 bool CServerInstrumentCenter::hasFutureOption(const std::string& code) {
-    return server_->classifier.isFuture(code);
+    return isOne<IsFuture>(state(), code);
 }
 
 bool CServerInstrumentCenter::hasNeeq(const std::string& code) {
-    return server_->classifier.isNeeq(code);
+    return isOne<IsNeeq>(state(), code);
 }
 
 bool CServerInstrumentCenter::hasGold(const std::string& code) {
-    return server_->classifier.isGold(code);
+    return isOne<IsGold>(state(), code);
 }
 
 bool CServerInstrumentCenter::hasBond(const std::string& code) {
-    return server_->classifier.isBond(code);
+    return isOne<IsBond>(state(), code);
 }
 
 bool CServerInstrumentCenter::hasOuterFuture(const std::string& code) {
-    return server_->classifier.isOuterFuture(code);
+    return isOne<IsOuterFuture>(state(), code);
 }
 
 bool CServerInstrumentCenter::hasOuterStock(const std::string& code) {
@@ -58,15 +84,15 @@ bool CServerInstrumentCenter::hasOuterStock(const std::string& code) {
 }
 
 bool CServerInstrumentCenter::hasNyseStock(const std::string& code) {
-    return server_->classifier.isNyseStock(code);
+    return isOne<IsNyseStock>(state(), code);
 }
 
 bool CServerInstrumentCenter::hasNasdaqStock(const std::string& code) {
-    return server_->classifier.isNasdaqStock(code);
+    return isOne<IsNasdaqStock>(state(), code);
 }
 
 boost::shared_ptr<CInstrumentDetail> CServerInstrumentCenter::getInstrument(uint64 key) {
-    return lookUp(server_->records, key);
+    return ask(state(), [key](const ServerVersion& version) noexcept { return version.recordOf(key); });
 }
 
 boost::shared_ptr<CInstrumentDetail> CServerInstrumentCenter::getInstrument(const std::string& code) {
@@ -81,72 +107,27 @@ boost::shared_ptr<CInstrumentDetail> CServerInstrumentCenter::getInstrument(cons
 // The lists. A host may override any of them in terms of another one of this class, so none calls another through its
 // slot, but for the one that is promised to.
 
-namespace {
-
-void addEverything(const ServerState& server, InstrumentMap& out) {
-    std::vector<InstrumentPtr> records;
-    {
-        const auto index = server.records.read();
-        records.reserve(index->size());
-        for (const auto& [key, record] : *index) {
-            if (record) {
-                records.push_back(record);
-            }
-        }
-    }
-    addByKeyText(records, out);
-}
-
-void addMarket(const ServerState& server, const std::string& market, InstrumentMap& out) {
-    addByKeyText(server.resolve(server.codeIndex.keysOf(marketKey(foldedMarket(market)))), out);
-}
-
-InstrumentMap ofTraderType(const ServerState& server, EOvTraderType type) {
-    InstrumentMap out;
-    if (meansEverything(type)) {
-        addEverything(server, out);
-        return out;
-    }
-    for (const std::string& market : exchangesOf(type)) {
-        addMarket(server, market, out);
-    }
-    keepOnly(type, out);
-    return out;
-}
-
-}  // namespace
-
 std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CServerInstrumentCenter::getInstruments() {
-    InstrumentMap out;
-    addEverything(*server_, out);
-    return out;
+    return view().getInstruments();
 }
 
 void CServerInstrumentCenter::getInstruments(std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
-    addEverything(*server_, out);
+    out.merge(view().getInstruments());
 }
 
 std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CServerInstrumentCenter::getInstruments(
     const std::string& market) {
-    InstrumentMap out;
-    addMarket(*server_, market, out);
-    return out;
+    return view().getInstruments(market);
 }
 
 std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CServerInstrumentCenter::getInstruments(
     const std::list<std::string>& markets) {
-    InstrumentMap out;
-    for (const std::string& market : markets) {
-        addMarket(*server_, market, out);
-    }
-    return out;
+    return view().getInstruments(markets);
 }
 
 void CServerInstrumentCenter::getInstruments(const std::list<std::string>& markets,
                                              std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
-    for (const std::string& market : markets) {
-        addMarket(*server_, market, out);
-    }
+    out.merge(view().getInstruments(markets));
 }
 
 void CServerInstrumentCenter::getInstruments(const std::string& market,
@@ -159,12 +140,12 @@ void CServerInstrumentCenter::getInstruments(const std::string& market,
 
 std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CServerInstrumentCenter::getInstruments(
     EOvTraderType type) {
-    return ofTraderType(*server_, type);
+    return view().getInstruments(type);
 }
 
 void CServerInstrumentCenter::getInstruments(EOvTraderType type,
                                              std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
-    out.merge(ofTraderType(*server_, type));
+    out.merge(view().getInstruments(type));
 }
 
 }  // namespace mxservice

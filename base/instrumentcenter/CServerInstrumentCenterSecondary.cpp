@@ -1,40 +1,38 @@
 #include <algorithm>
-#include <iterator>
 #include <utility>
 
 #include "base/instrumentcenter/CServerInstrumentCenter.h"
+#include "base/instrumentcenter/InstrumentView.h"
 #include "base/instrumentcenter/ServerState.h"
 #include "base/instrumentcenter/catalogue/PseudoInstruments.h"
 #include "base/instrumentcenter/catalogue/RecordChanges.h"
 #include "base/instrumentcenter/vocabulary/Markets.h"
 #include "platform/utils/Utils.h"
 
-// ETFs, bonds, tender bonds, counterparties, OTC fund plans and issuance records.
+// ETFs, bonds, tender bonds, counterparties, OTC fund plans and issuance records. Each load or batch of changes is one
+// version.
 
 namespace mxservice {
 namespace {
 
-constexpr int kAllGroups = -1;
-
-using Plans = std::vector<boost::shared_ptr<COTCFundPlanInfo>>;
-
-/// The former plan's group loses every record of that key; the plan's own group holds the plan once. Hands back what
-/// the group has lost, so that the caller destroys it with the lock dropped.
-Plans putIntoGroup(const boost::shared_ptr<COTCFundPlanInfo>& plan, const boost::shared_ptr<COTCFundPlanInfo>& former,
-                   OtcCatalogue& catalogue) {
-    Plans lost;
+/// The former plan's group loses every record of that key; the plan's own group holds the plan once.
+void put(const boost::shared_ptr<COTCFundPlanInfo>& plan, PlanCatalogue& plans) {
+    boost::shared_ptr<COTCFundPlanInfo>& place = plans.byKey[stockKey(plan->market, plan->code)];
+    const auto former = std::exchange(place, plan);
     if (former) {
-        const auto group = catalogue.plansByGroup.find(former->planType);
-        if (group != catalogue.plansByGroup.end()) {
+        const auto group = plans.byGroup.find(former->planType);
+        if (group != plans.byGroup.end()) {
             const std::string key = keyTextOf(*plan);
-            const auto stays = [&](const auto& member) { return keyTextOf(*member) != key; };
-            const auto end = std::stable_partition(group->second.begin(), group->second.end(), stays);
-            lost.assign(std::make_move_iterator(end), std::make_move_iterator(group->second.end()));
-            group->second.erase(end, group->second.end());
+            std::erase_if(group->second, [&](const auto& member) { return keyTextOf(*member) == key; });
         }
     }
-    catalogue.plansByGroup[plan->planType].push_back(plan);
-    return lost;
+    plans.byGroup[plan->planType].push_back(plan);
+}
+
+/// Whether a batch has nothing to change; then there is no new version either.
+template <class Record>
+bool holdsNothing(const std::vector<boost::shared_ptr<Record>>& batch) {
+    return std::all_of(batch.begin(), batch.end(), [](const auto& record) { return !record; });
 }
 
 }  // namespace
@@ -56,18 +54,22 @@ void CServerInstrumentCenter::doInitEtfs(const std::vector<boost::shared_ptr<CET
             ++received;
         }
     }
-    index = exchange(server_->etfs, std::move(index));
     LoadNotes notes;
     notes.receive({{marketKey(kEtfInstruments), received}});
-    fileRecords(grouped, notes);
+    ServerChange change;
+    change.add([&](ServerVersion& version) { version.etfs.set(std::move(index)); });
+    file(grouped, change);
+    publishLoad(grouped, change, notes);
 }
 
 bool CServerInstrumentCenter::hasEtf(const std::string& code) {
-    return server_->etfs.read()->contains(textKey(code));
+    const std::uint64_t key = textKey(code);
+    return ask(state(), [key](const ServerVersion& version) noexcept { return version.etfs->contains(key); });
 }
 
 boost::shared_ptr<CETFDetail> CServerInstrumentCenter::getEtf(const std::string& code) {
-    return lookUp(server_->etfs, textKey(code));
+    const std::uint64_t key = textKey(code);
+    return ask(state(), [key](const ServerVersion& version) noexcept { return in(*version.etfs, key); });
 }
 
 boost::shared_ptr<CETFDetail> CServerInstrumentCenter::getEtf(const std::string& market, const std::string& code) {
@@ -75,12 +77,7 @@ boost::shared_ptr<CETFDetail> CServerInstrumentCenter::getEtf(const std::string&
 }
 
 std::map<std::string, boost::shared_ptr<CETFDetail>> CServerInstrumentCenter::getEtfs() {
-    std::map<std::string, boost::shared_ptr<CETFDetail>> etfs;
-    const auto index = server_->etfs.read();
-    for (const auto& [key, etf] : *index) {
-        etfs.emplace(keyTextOf(*etf), etf);
-    }
-    return etfs;
+    return view().getEtfs();
 }
 
 void CServerInstrumentCenter::initBonds(const std::map<std::string, boost::shared_ptr<CBondInfoDetail>>& bonds) {
@@ -99,16 +96,16 @@ void CServerInstrumentCenter::doInitBonds(const std::map<std::string, boost::sha
             ++received;
         }
     }
-    std::swap(server_->bonds.write()->bonds, index);
     LoadNotes notes;
     notes.receive({{marketKey(market::kInterbank), received}});
-    fileRecords(grouped, notes);
+    ServerChange change;
+    change.add([&](ServerVersion& version) { version.bonds.set(std::move(index)); });
+    file(grouped, change);
+    publishLoad(grouped, change, notes);
 }
 
 boost::shared_ptr<CBondInfoDetail> CServerInstrumentCenter::getBond(uint64 key) {
-    const auto catalogue = server_->bonds.read();
-    const auto found = catalogue->bonds.find(key);
-    return found == catalogue->bonds.end() ? nullptr : found->second;
+    return ask(state(), [key](const ServerVersion& version) noexcept { return in(*version.bonds, key); });
 }
 
 boost::shared_ptr<CBondInfoDetail> CServerInstrumentCenter::getBond(const std::string& code) {
@@ -116,12 +113,7 @@ boost::shared_ptr<CBondInfoDetail> CServerInstrumentCenter::getBond(const std::s
 }
 
 std::map<std::string, boost::shared_ptr<CBondInfoDetail>> CServerInstrumentCenter::getBonds() {
-    std::map<std::string, boost::shared_ptr<CBondInfoDetail>> bonds;
-    const auto catalogue = server_->bonds.read();
-    for (const auto& [key, bond] : catalogue->bonds) {
-        bonds.emplace(bond->bondCode, bond);
-    }
-    return bonds;
+    return view().getBonds();
 }
 
 std::string CServerInstrumentCenter::getInterbankCode(const std::string& /*code*/) {
@@ -135,8 +127,7 @@ void CServerInstrumentCenter::initCounterpartys(
 
 void CServerInstrumentCenter::doInitCounterpartys(
     const std::map<std::string, boost::shared_ptr<CCounterpartyDetail>>& counterparties) {
-    auto copy = counterparties;
-    std::swap(server_->bonds.write()->counterparties, copy);
+    publish(state(), [&](ServerVersion& version) { version.counterparties.set(counterparties); });
 }
 
 void CServerInstrumentCenter::updateCounterpartyInfo(const boost::shared_ptr<CCounterpartyDetail>& /*counterparty*/) {
@@ -144,13 +135,11 @@ void CServerInstrumentCenter::updateCounterpartyInfo(const boost::shared_ptr<CCo
 }
 
 boost::shared_ptr<CCounterpartyDetail> CServerInstrumentCenter::getCounterparty(const std::string& id) {
-    const auto catalogue = server_->bonds.read();
-    const auto found = catalogue->counterparties.find(id);
-    return found == catalogue->counterparties.end() ? nullptr : found->second;
+    return ask(state(), [&id](const ServerVersion& version) noexcept { return in(*version.counterparties, id); });
 }
 
 std::map<std::string, boost::shared_ptr<CCounterpartyDetail>> CServerInstrumentCenter::getCounterpartys() {
-    return server_->bonds.read()->counterparties;
+    return view().getCounterpartys();
 }
 
 void CServerInstrumentCenter::initTenderBondInfos(
@@ -162,34 +151,36 @@ void CServerInstrumentCenter::initTenderBondInfos(
             index.emplace(textKey(code), tenderBond);
         }
     }
-    index = exchange(server_->tenderBonds, std::move(index));
+    publish(state(), [&](ServerVersion& version) { version.tenderBonds.set(std::move(index)); });
 }
 
 void CServerInstrumentCenter::updateTenderBondInfos(
     const std::vector<boost::shared_ptr<CTenderBondInfoDetail>>& tenderBonds) {
-    for (auto tenderBond : tenderBonds) {
-        if (tenderBond) {
-            const std::uint64_t key = textKey(tenderBond->code);
-            (*server_->tenderBonds.write())[key].swap(tenderBond);
-        }
+    if (holdsNothing(tenderBonds)) {
+        return;
     }
+    publish(state(), [&](ServerVersion& version) {
+        auto& index = version.tenderBonds.own();
+        for (const auto& tenderBond : tenderBonds) {
+            if (tenderBond) {
+                index[textKey(tenderBond->code)] = tenderBond;
+            }
+        }
+    });
 }
 
 bool CServerInstrumentCenter::hasTenderBond(const std::string& code) {
-    return server_->tenderBonds.read()->contains(textKey(code));
+    const std::uint64_t key = textKey(code);
+    return ask(state(), [key](const ServerVersion& version) noexcept { return version.tenderBonds->contains(key); });
 }
 
 boost::shared_ptr<CTenderBondInfoDetail> CServerInstrumentCenter::getTenderBondInfo(const std::string& code) {
-    return lookUp(server_->tenderBonds, textKey(code));
+    const std::uint64_t key = textKey(code);
+    return ask(state(), [key](const ServerVersion& version) noexcept { return in(*version.tenderBonds, key); });
 }
 
 std::map<std::string, boost::shared_ptr<CTenderBondInfoDetail>> CServerInstrumentCenter::getTrenderBondInfos() {
-    std::map<std::string, boost::shared_ptr<CTenderBondInfoDetail>> tenderBonds;
-    const auto index = server_->tenderBonds.read();
-    for (const auto& [key, tenderBond] : *index) {
-        tenderBonds.emplace(tenderBond->code, tenderBond);
-    }
-    return tenderBonds;
+    return view().getTrenderBondInfos();
 }
 
 void CServerInstrumentCenter::initOtcInstruments(const std::vector<boost::shared_ptr<COTCFundPlanInfo>>& plans) {
@@ -197,97 +188,86 @@ void CServerInstrumentCenter::initOtcInstruments(const std::vector<boost::shared
 }
 
 void CServerInstrumentCenter::doInitOtcInstruments(const std::vector<boost::shared_ptr<COTCFundPlanInfo>>& plans) {
-    OtcCatalogue fresh;
+    PlanCatalogue fresh;
     for (const auto& plan : plans) {
         if (plan) {
-            fresh.plans.emplace(stockKey(plan->market, plan->code), plan);
-            fresh.plansByGroup[plan->planType].push_back(plan);
+            fresh.byKey.emplace(stockKey(plan->market, plan->code), plan);
+            fresh.byGroup[plan->planType].push_back(plan);
         }
     }
-    const auto catalogue = server_->otc.write();
-    std::swap(catalogue->plans, fresh.plans);
-    std::swap(catalogue->plansByGroup, fresh.plansByGroup);
+    publish(state(), [&](ServerVersion& version) { version.plans.set(std::move(fresh)); });
 }
 
 void CServerInstrumentCenter::updateOtcInstruments(const std::vector<boost::shared_ptr<COTCFundPlanInfo>>& plans) {
-    for (const auto& plan : plans) {
-        if (!plan) {
-            continue;
-        }
-        const StockKey key = stockKey(plan->market, plan->code);
-        boost::shared_ptr<COTCFundPlanInfo> former = plan;  // destroyed after the lock, as the next one is
-        Plans lost;
-        const auto catalogue = server_->otc.write();
-        catalogue->plans[key].swap(former);
-        lost = putIntoGroup(plan, former, *catalogue);
+    if (holdsNothing(plans)) {
+        return;
     }
+    publish(state(), [&](ServerVersion& version) {
+        PlanCatalogue& catalogue = version.plans.own();
+        for (const auto& plan : plans) {
+            if (plan) {
+                put(plan, catalogue);
+            }
+        }
+    });
 }
 
 bool CServerInstrumentCenter::hasOtc(const std::string& code) {
-    return server_->otc.read()->plans.contains(textKey(code));
+    const StockKey key = textKey(code);
+    return ask(state(), [key](const ServerVersion& version) noexcept { return version.plans->byKey.contains(key); });
 }
 
 void CServerInstrumentCenter::getOtcInstruments(int group, std::vector<boost::shared_ptr<COTCFundPlanInfo>>& out) {
-    const auto catalogue = server_->otc.read();
-    if (group == kAllGroups) {
-        for (const auto& [key, plan] : catalogue->plans) {
-            out.push_back(plan);
-        }
-        return;
-    }
-    const auto found = catalogue->plansByGroup.find(group);
-    if (found != catalogue->plansByGroup.end()) {
-        out.insert(out.end(), found->second.begin(), found->second.end());
-    }
+    const auto members = view().getOtcInstruments(group);
+    out.insert(out.end(), members.begin(), members.end());
 }
 
 std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CServerInstrumentCenter::getOtcInstruments() {
-    std::map<std::string, boost::shared_ptr<CInstrumentDetail>> plans;
-    const auto catalogue = server_->otc.read();
-    for (const auto& [key, plan] : catalogue->plans) {
-        plans.emplace(keyTextOf(*plan), plan);
-    }
-    return plans;
+    return view().getOtcInstruments();
 }
 
 boost::shared_ptr<COTCFundPlanInfo> CServerInstrumentCenter::getOtcInstrument(const std::string& code) {
-    const auto catalogue = server_->otc.read();
-    const auto found = catalogue->plans.find(textKey(code));
-    return found == catalogue->plans.end() ? nullptr : found->second;
+    const StockKey key = textKey(code);
+    return ask(state(), [key](const ServerVersion& version) noexcept { return in(version.plans->byKey, key); });
 }
 
 void CServerInstrumentCenter::initIssuanceInfos(
     const std::vector<boost::shared_ptr<COTCSecuritiesIssuanceInfo>>& issuances) {
     auto fresh = byOwnKey(issuances);
-    std::swap(server_->otc.write()->issuances, fresh);
+    publish(state(), [&](ServerVersion& version) { version.issuances.set(std::move(fresh)); });
 }
 
 void CServerInstrumentCenter::updateIssuanceInfos(
     int operation, const std::vector<boost::shared_ptr<COTCSecuritiesIssuanceInfo>>& issuances) {
     const Change change = changeOf(operation);
-    if (change == Change::None) {
+    if (change == Change::None || holdsNothing(issuances)) {
         return;
     }
+    // Keys are asked for before the version is made: getKey() may be the host's, and may ask this center.
+    std::vector<std::string> keys;
     for (const auto& issuance : issuances) {
-        if (issuance) {
-            const std::string key = issuance->getKey();
-            const auto former = applyChange(change, key, issuance, server_->otc.write()->issuances);
-        }
+        keys.push_back(issuance ? issuance->getKey() : std::string());
     }
+    publish(state(), [&](ServerVersion& version) {
+        auto& table = version.issuances.own();
+        for (std::size_t i = 0; i < issuances.size(); ++i) {
+            if (issuances[i]) {
+                applyChange(change, keys[i], issuances[i], table);
+            }
+        }
+    });
 }
 
 bool CServerInstrumentCenter::hasIssuance(const std::string& code) {
-    return server_->otc.read()->issuances.count(code) != 0;
+    return ask(state(), [&code](const ServerVersion& version) noexcept { return version.issuances->count(code) != 0; });
 }
 
 boost::shared_ptr<COTCSecuritiesIssuanceInfo> CServerInstrumentCenter::getIssuanceInfo(const std::string& code) {
-    const auto catalogue = server_->otc.read();
-    const auto found = catalogue->issuances.find(code);
-    return found == catalogue->issuances.end() ? nullptr : found->second;
+    return ask(state(), [&code](const ServerVersion& version) noexcept { return in(*version.issuances, code); });
 }
 
 std::map<std::string, boost::shared_ptr<COTCSecuritiesIssuanceInfo>> CServerInstrumentCenter::getIssuanceInfos() {
-    return server_->otc.read()->issuances;
+    return view().getIssuanceInfos();
 }
 
 // Price settings are the persisted center's alone.

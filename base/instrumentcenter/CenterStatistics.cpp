@@ -15,18 +15,6 @@ void add(const char* name, const Guarded<Table>& table, std::vector<IndexSize>& 
     sizes.push_back(sizeOf(name, *table.read()));
 }
 
-/// What both centers have.
-CenterStatistics commonStatistics(const InterfaceState& common, const CodeIndex& codeIndex,
-                                  const Guarded<FuturesCatalogue>& futures) {
-    CenterStatistics statistics;
-    common.loads.read()->report(statistics);
-    statistics.indexes = codeIndex.sizes();
-    const auto catalogue = futures.read();
-    statistics.indexes.push_back(sizeOf("main contracts by market", catalogue->mainCodesByMarket));
-    statistics.indexes.push_back(sizeOf("main contracts by product", catalogue->mainCodesByProduct));
-    return statistics;
-}
-
 template <class Record>
 void add(const char* name, const char* unsaved, const Guarded<StoredCatalogue<Record>>& stored,
          std::vector<IndexSize>& sizes) {
@@ -40,25 +28,34 @@ void add(const char* name, const char* unsaved, const Guarded<StoredCatalogue<Re
 }  // namespace
 
 CenterStatistics CServerInstrumentCenter::statistics() const {
-    CenterStatistics statistics = commonStatistics(state(), server_->codeIndex, server_->futures);
+    CenterStatistics statistics;
+    state().loads.read()->report(statistics);
+    const auto held = std::static_pointer_cast<const ServerVersion>(state().versions.hold());
+    const ServerVersion& version = *held;
     std::vector<IndexSize>& sizes = statistics.indexes;
-    add("records", server_->records, sizes);
-    add("ETFs", server_->etfs, sizes);
-    {
-        const auto catalogue = server_->bonds.read();
-        sizes.push_back(sizeOf("bonds", catalogue->bonds));
-        sizes.push_back(sizeOf("counterparties", catalogue->counterparties));
-    }
-    add("tender bonds", server_->tenderBonds, sizes);
-    const auto catalogue = server_->otc.read();
-    sizes.push_back(sizeOf("OTC plans", catalogue->plans));
-    sizes.push_back(sizeOf("OTC plans by group", catalogue->plansByGroup));
-    sizes.push_back(sizeOf("issuances", catalogue->issuances));
+    sizes = version.keys.sizes();
+    sizes.insert(sizes.end(), {{"records", version.records.size(), version.records.bytes()},
+                               sizeOf("main contracts by market", version.futures->mainCodesByMarket),
+                               sizeOf("main contracts by product", version.futures->mainCodesByProduct),
+                               sizeOf("ETFs", *version.etfs),
+                               sizeOf("bonds", *version.bonds),
+                               sizeOf("counterparties", *version.counterparties),
+                               sizeOf("tender bonds", *version.tenderBonds),
+                               sizeOf("OTC plans", version.plans->byKey),
+                               sizeOf("OTC plans by group", version.plans->byGroup),
+                               sizeOf("issuances", *version.issuances)});
     return statistics;
 }
 
 CenterStatistics CClientInstrumentCenter::statistics() const {
-    CenterStatistics statistics = commonStatistics(state(), client_->codeIndex, client_->futures);
+    CenterStatistics statistics;
+    state().loads.read()->report(statistics);
+    statistics.indexes = client_->codeIndex.sizes();
+    {
+        const auto catalogue = client_->futures.read();
+        statistics.indexes.push_back(sizeOf("main contracts by market", catalogue->mainCodesByMarket));
+        statistics.indexes.push_back(sizeOf("main contracts by product", catalogue->mainCodesByProduct));
+    }
     statistics.caches = {client_->instruments.use("instruments"), client_->bonds.use("bonds"),
                          client_->plans.use("OTC plans")};
     std::vector<IndexSize>& sizes = statistics.indexes;
@@ -81,8 +78,7 @@ CenterStatistics CClientInstrumentCenter::statistics() const {
         sizes.push_back(sizeOf("issuances", catalogue->issuances));
         sizes.push_back(sizeOf("price settings", catalogue->priceSettings));
     }
-    const auto sets = state().codeSets.read();
-    sizes.push_back(sizeOf("platform codes", sets->lumoCodes));
+    sizes.push_back(sizeOf("platform codes", *state().versions.hold()->lumoCodes));
     return statistics;
 }
 

@@ -6,7 +6,6 @@
 
 #include "base/instrumentcenter/CClientInstrumentCenter.h"
 #include "base/instrumentcenter/InterfaceState.h"
-#include "base/instrumentcenter/catalogue/Classifier.h"
 #include "base/instrumentcenter/catalogue/CodeIndex.h"
 #include "base/instrumentcenter/catalogue/FuturesTables.h"
 #include "base/instrumentcenter/catalogue/Guarded.h"
@@ -70,7 +69,6 @@ struct IssuanceCatalogue {
 struct ClientState {
     ClientState(const std::string& strandName, int instrumentCacheSize, int bondCacheSize, int otcCacheSize)
         : strand(net::RPCEngine::instance()->getStrand(strandName)),
-          classifier(codeIndex),
           instruments(instrumentCacheSize),
           bonds(bondCacheSize),
           plans(otcCacheSize) {}
@@ -100,7 +98,6 @@ struct ClientState {
     const boost::shared_ptr<net::Strand> strand;
     DBBuilder names;
     CodeIndex codeIndex;
-    const Classifier classifier;
     Guarded<ParkedRecords> failedDatas;
     SharedDatabases databases;
     /// Markets that a host's own class has filed under keys other than those of the records.

@@ -2,32 +2,83 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "base/instrumentcenter/catalogue/CodeSets.h"
 #include "base/instrumentcenter/catalogue/GroupedSnapshot.h"
 #include "base/instrumentcenter/catalogue/Guarded.h"
 #include "base/instrumentcenter/catalogue/LoadLedger.h"
+#include "platform/utils/Published.h"
 
 namespace mxservice {
 
-/// The code sets of the day. Entries are market directly followed by code.
-struct CodeSets {
-    std::map<std::string, std::set<std::string>> ipoCodes;              // by market "SH", "SZ", "BJ"
-    std::map<std::string, std::set<std::string>> cdrCodes;              // by market "SH", "SZ"
-    std::set<std::string> neeqInquiryCodes;                             //
-    std::map<std::string, std::set<std::uint64_t>> stkOptionUndlCodes;  // hashes, by underlying market
-    std::map<std::string, std::string> lumoCodes;                       // platform code by instrument code
+/// A part of a version that a change may replace: versions share what neither has changed.
+template <class Table>
+class Part {
+public:
+    const Table& operator*() const { return *table_; }
+    const Table* operator->() const { return table_.get(); }
+
+    /// The table to be changed, a copy of the one that other versions share. The reference goes with the next change.
+    Table& own() {
+        auto copy = std::make_shared<Table>(*table_);
+        Table& table = *copy;
+        table_ = std::move(copy);
+        return table;
+    }
+    /// Replaces the table whole.
+    void set(Table table) { table_ = std::make_shared<const Table>(std::move(table)); }
+
+private:
+    std::shared_ptr<const Table> table_ = std::make_shared<const Table>();
+};
+
+/// One state of a catalogue, immutable once it is published: everything asked of one version is of one moment.
+struct Version : std::enable_shared_from_this<Version> {
+    virtual ~Version() = default;
+    /// A version to be changed, which shares its tables with this one.
+    virtual std::shared_ptr<Version> copy() const = 0;
+
+    std::uint64_t number = 0;  // grows by one with every version
+    Part<CodeSets> codeSets;
+    Part<std::map<std::string, std::string>> lumoCodes;  // platform code by instrument code
+
+protected:
+    Version() = default;
+    Version(const Version& other)
+        : std::enable_shared_from_this<Version>(),
+          number(other.number),
+          codeSets(other.codeSets),
+          lumoCodes(other.lumoCodes) {}
+    Version& operator=(const Version&) = delete;
+};
+
+/// A version with nothing but what the interface itself answers from.
+struct PlainVersion final : Version {
+    std::shared_ptr<Version> copy() const override { return std::make_shared<PlainVersion>(*this); }
 };
 
 /// What the interface itself keeps.
 struct InterfaceState {
-    Guarded<CodeSets> codeSets;
+    utils::Published<Version> versions{std::make_shared<const PlainVersion>()};
     Guarded<LoadLedger> loads;
     std::recursive_mutex connectLock;                                    // guards connectSnapshots
     std::map<std::string, std::vector<InstrumentPtr>> connectSnapshots;  // by "HGT", "SGT", "HK"
+
+    /// Publishes a version that `change` has made of the current one.
+    template <class Change>
+    void publish(const Change& change) {
+        versions.update([&](const Version& current) {
+            std::shared_ptr<Version> fresh = current.copy();
+            change(*fresh);
+            ++fresh->number;
+            return fresh;
+        });
+    }
 };
 
 }  // namespace mxservice

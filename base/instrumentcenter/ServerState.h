@@ -1,17 +1,19 @@
 #pragma once
 
+#include <functional>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/instrumentcenter/CServerInstrumentCenter.h"
 #include "base/instrumentcenter/InterfaceState.h"
-#include "base/instrumentcenter/catalogue/Classifier.h"
-#include "base/instrumentcenter/catalogue/CodeIndex.h"
+#include "base/instrumentcenter/catalogue/FiledKeys.h"
 #include "base/instrumentcenter/catalogue/FuturesTables.h"
-#include "base/instrumentcenter/catalogue/Guarded.h"
 #include "base/instrumentcenter/catalogue/HashIndex.h"
+#include "base/instrumentcenter/catalogue/LayeredIndex.h"
 #include "platform/net/RPCEngine.h"
 
 namespace mxservice {
@@ -19,62 +21,99 @@ namespace mxservice {
 /// The source file that every log line of the in-memory center names, whatever unit it comes from.
 constexpr const char* kServerSource = "base/instrumentcenter/CServerInstrumentCenter";
 
-/// A copy of what the index holds under the key, taken while the lock is held; empty when there is nothing.
-template <class Pointer>
-Pointer lookUp(const Guarded<HashIndex<Pointer>>& guarded, std::uint64_t key) {
-    return guarded.answer([key](const HashIndex<Pointer>& index) noexcept {
-        const auto found = index.find(key);
-        return found == index.end() ? Pointer() : found->second;
-    });
-}
-
-struct BondCatalogue {
-    HashIndex<boost::shared_ptr<CBondInfoDetail>> bonds;  // by bond key
-    std::map<std::string, boost::shared_ptr<CCounterpartyDetail>> counterparties;
+struct PlanCatalogue {
+    std::map<std::int32_t, std::vector<boost::shared_ptr<COTCFundPlanInfo>>> byGroup;
+    HashIndex<boost::shared_ptr<COTCFundPlanInfo>> byKey;  // by stock key
 };
 
-struct OtcCatalogue {
-    std::map<std::string, boost::shared_ptr<COTCSecuritiesIssuanceInfo>> issuances;
-    std::map<std::int32_t, std::vector<boost::shared_ptr<COTCFundPlanInfo>>> plansByGroup;
-    HashIndex<boost::shared_ptr<COTCFundPlanInfo>> plans;  // by stock key
-};
+/// Everything that the in-memory center answers from, of one moment.
+struct ServerVersion final : Version {
+    std::shared_ptr<Version> copy() const override { return std::make_shared<ServerVersion>(*this); }
 
-/// The records of the keys, in the order of the keys; a key without a record is passed over.
-template <class Keys>
-std::vector<InstrumentPtr> resolve(const Keys& keys, const HashIndex<InstrumentPtr>& index) {
-    std::vector<InstrumentPtr> found;
-    found.reserve(keys.size());
-    for (const StockKey key : keys) {
-        const auto at = index.find(key);
-        if (at != index.end() && at->second) {
-            found.push_back(at->second);
-        }
-    }
-    return found;
-}
-
-/// Everything the in-memory center keeps. `strand` and `futureMarkets` are constant after construction; every other
-/// member guards itself, and no operation holds two of their locks at once.
-struct ServerState {
-    explicit ServerState(const std::string& strandName)
-        : strand(net::RPCEngine::instance()->getStrand(strandName)), classifier(codeIndex) {}
-
-    /// The same under the record lock.
+    /// The records of the keys, in the order of the keys; a key without a record is passed over.
     template <class Keys>
-    std::vector<InstrumentPtr> resolve(const Keys& keys) const {
-        return mxservice::resolve(keys, *records.read());
+    std::vector<InstrumentPtr> resolve(const Keys& wanted) const {
+        std::vector<InstrumentPtr> found;
+        found.reserve(wanted.size());
+        for (const StockKey key : wanted) {
+            if (InstrumentPtr record = recordOf(key)) {
+                found.push_back(std::move(record));
+            }
+        }
+        return found;
     }
+    /// The records that the market lists.
+    std::vector<InstrumentPtr> recordsOf(MarketKey market) const {
+        const KeySet* const listed = keys.keysOf(market);
+        return listed == nullptr ? std::vector<InstrumentPtr>() : resolve(*listed);
+    }
+
+    /// A copy of the key's record; empty when there is none.
+    InstrumentPtr recordOf(StockKey key) const noexcept {
+        const InstrumentPtr* const record = records.find(key);
+        return record == nullptr ? InstrumentPtr() : *record;
+    }
+
+    // The same stock keys in both: a predicate looks at half the memory that a record's place takes.
+    LayeredIndex<InstrumentPtr> records;  // may be null: a host's derived class may file a key without a record
+    FiledKeys keys;
+    Part<FuturesCatalogue> futures;
+    Part<HashIndex<boost::shared_ptr<CETFDetail>>> etfs;        // both keys of every fund
+    Part<HashIndex<boost::shared_ptr<CBondInfoDetail>>> bonds;  // by bond key
+    Part<std::map<std::string, boost::shared_ptr<CCounterpartyDetail>>> counterparties;
+    Part<PlanCatalogue> plans;
+    Part<std::map<std::string, boost::shared_ptr<COTCSecuritiesIssuanceInfo>>> issuances;
+    Part<HashIndex<boost::shared_ptr<CTenderBondInfoDetail>>> tenderBonds;  // by hash of code
+};
+
+/// What one load changes: prepared step by step without a lock, then made into one version, so that readers see all of
+/// it or nothing.
+class ServerChange {
+public:
+    /// Files the records and makes them what their markets list. They must stay until the change is published.
+    void file(const GroupedSnapshot& grouped);
+    /// What else is changed, in the order of the calls. `step` is run while no other load publishes.
+    void add(std::function<void(ServerVersion&)> step) { steps_.push_back(std::move(step)); }
+
+    bool isEmpty() const { return (grouped_ == nullptr || grouped_->empty()) && steps_.empty(); }
+    void applyTo(ServerVersion& version);
+
+    /// Of the market's records, how many took the place of another one.
+    std::uint64_t replacedIn(MarketKey market) const { return replacedByMarket_.at(market); }
+
+private:
+    const GroupedSnapshot* grouped_ = nullptr;
+    FiledKeys::Sets keysByMarket_;
+    std::map<MarketKey, std::uint64_t> replacedByMarket_;
+    std::vector<std::function<void(ServerVersion&)>> steps_;
+};
+
+/// What the in-memory center keeps beside its versions; constant after construction.
+struct ServerState {
+    explicit ServerState(const std::string& strandName) : strand(net::RPCEngine::instance()->getStrand(strandName)) {}
 
     const boost::shared_ptr<net::Strand> strand;
-    CodeIndex codeIndex;
-    const Classifier classifier;
-    Guarded<HashIndex<InstrumentPtr>> records;               // by stock key
-    Guarded<HashIndex<boost::shared_ptr<CETFDetail>>> etfs;  // both keys of every fund
     const std::set<MarketKey> futureMarkets = futureMarketKeys();
-    Guarded<FuturesCatalogue> futures;
-    Guarded<BondCatalogue> bonds;
-    Guarded<OtcCatalogue> otc;
-    Guarded<HashIndex<boost::shared_ptr<CTenderBondInfoDetail>>> tenderBonds;  // by hash of code
 };
+
+/// What a table holds under the key, or an empty pointer.
+template <class Table, class Key>
+typename Table::mapped_type in(const Table& table, const Key& key) noexcept {
+    const auto found = table.find(key);
+    return found == table.end() ? typename Table::mapped_type() : found->second;
+}
+
+/// What a short question is answered by the version of this moment.
+template <class Question>
+auto ask(const InterfaceState& state, Question question) {
+    return state.versions.ask(
+        [question](const Version& version) noexcept { return question(static_cast<const ServerVersion&>(version)); });
+}
+
+/// Publishes a version changed by `change`.
+template <class Change>
+void publish(InterfaceState& state, const Change& change) {
+    state.publish([&](Version& version) { change(static_cast<ServerVersion&>(version)); });
+}
 
 }  // namespace mxservice

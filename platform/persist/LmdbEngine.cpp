@@ -235,7 +235,7 @@ private:
         std::vector<Reader> transactions;
     };
 
-    IdleReaders& idleReaders() { return idle_[utils::SharedMutex::numberOfThread() % idle_.size()]; }
+    IdleReaders& idleReaders() { return idle_[utils::ThreadLine::ofThread() % idle_.size()]; }
     int beginReading(Reader& reader);
     void endReading(Reader reader) noexcept;
     void dropIdleReaders();

@@ -7,6 +7,7 @@
 #include <mutex>
 
 #include "platform/Export.h"
+#include "platform/utils/ThreadLine.h"
 
 namespace utils {
 
@@ -16,11 +17,8 @@ namespace utils {
 /// shuts the door first: readers that come later wait, those already inside leave, then the writer goes in. So a
 /// writer waits only for readers that were there before it.
 ///
-/// The first threads have a line of their own in every lock, which they mark with plain stores. What
-/// keeps such a reader and a writer from overlooking each other is the writer's to pay: it makes every processor that
-/// runs a thread of this process pass a memory barrier (membarrier(2), about a microsecond). Further threads share
-/// lines and count on them with atomic additions; so do all threads where the system has no such barrier. There is no
-/// limit on threads and nothing to register. Readers must not take the lock again while they hold it.
+/// Threads with a ThreadLine of their own mark it with plain stores, and a writer pays for the barrier; others count on
+/// lines that they share. Readers must not take the lock again while they hold it.
 class PM_PLATFORM_API SharedMutex {
 public:
     SharedMutex() : SharedMutex(Barrier::OfProcess) {}
@@ -32,13 +30,6 @@ public:
     bool try_lock();
     void unlock();
 
-    /// In two steps: from lockUpdate() on other writers wait while readers come and go, so that the holder may read and
-    /// prepare what is to be written; between close() and open() the lock is held as lock() holds it.
-    void lockUpdate() { writers_.lock(); }
-    void unlockUpdate() { writers_.unlock(); }
-    void close();
-    void open();
-
     void lock_shared() {
         if (tryEnter() == nullptr) [[unlikely]] {
             lockSlowly();
@@ -46,8 +37,8 @@ public:
     }
 
     void unlock_shared() {
-        Inside& inside = lines_[lineOfThread_].inside;
-        if (lineOfThread_ < kOwnedLines) [[likely]] {
+        Inside& inside = lines_[ThreadLine::ofThread()].inside;
+        if (ThreadLine::ofThread() < ThreadLine::kOwned) [[likely]] {
             leave(&inside);
         } else {
             inside.fetch_sub(1, std::memory_order_release);
@@ -60,8 +51,8 @@ public:
     /// Goes in as a reader when the calling thread has a line of its own and the door is open, without a call that
     /// leaves this function: what the shortest reads use. To be left with leave(); nullptr says to take lock_shared().
     Inside* tryEnter() {
-        const std::uint32_t line = lineOfThread_;
-        if (line >= kOwnedLines) [[unlikely]] {
+        const std::uint32_t line = ThreadLine::ofThread();
+        if (line >= ThreadLine::kOwned) [[unlikely]] {
             return nullptr;
         }
         Inside& inside = lines_[line].inside;
@@ -76,11 +67,6 @@ public:
     }
     static void leave(Inside* inside) { inside->store(0, std::memory_order_release); }
 
-    /// Threads with a number below this share it with no other living thread.
-    static constexpr std::uint32_t kOwnedLines = 32;
-    /// The calling thread's number, from the first time that it took any such lock until it ends.
-    static std::uint32_t numberOfThread() { return lineOfThread_; }
-
 protected:
     /// What a writer does besides shutting the door, so that readers see it.
     enum class Barrier { OfProcess, None };
@@ -91,26 +77,15 @@ protected:
     void lockSlowly();
 
 private:
-    static constexpr std::uint32_t kSharedLines = 8;
-    static constexpr std::uint32_t kNoLine = kOwnedLines + kSharedLines;  // not given yet
     static constexpr std::size_t kCacheLineBytes = 64;
 
     struct alignas(kCacheLineBytes) Line {
         Inside inside{0};
     };
 
-    /// Gives threads their lines.
-    class Lines;
-
     void shutDoor();
 
-#if defined(__GNUC__) && !defined(_WIN32)
-    // Reached without a call into the loader: the variable stands in every lookup.
-    __attribute__((tls_model("initial-exec")))
-#endif
-    static inline constinit thread_local std::uint32_t lineOfThread_ = kNoLine;  // the same in every lock
-
-    std::array<Line, kNoLine> lines_;                                // those with one owner first
+    std::array<Line, ThreadLine::kNone> lines_;                      // those with one owner first
     alignas(kCacheLineBytes) std::atomic<std::uint32_t> closed_{0};  // 1 while a writer waits or is inside
     std::mutex writers_;                                             // one writer at a time
     const Barrier barrier_;
@@ -122,16 +97,12 @@ class EvenSharedMutex : private SharedMutex {
 public:
     EvenSharedMutex() : SharedMutex(Barrier::None) {}
 
-    using SharedMutex::close;
     using SharedMutex::Inside;
     using SharedMutex::leave;
     using SharedMutex::lock;
-    using SharedMutex::lockUpdate;
-    using SharedMutex::open;
     using SharedMutex::try_lock;
     using SharedMutex::unlock;
     using SharedMutex::unlock_shared;
-    using SharedMutex::unlockUpdate;
 
     void lock_shared() {
         if (tryEnter() == nullptr) [[unlikely]] {
@@ -140,8 +111,8 @@ public:
     }
 
     Inside* tryEnter() {
-        const std::uint32_t line = numberOfThread();
-        if (line >= kOwnedLines) [[unlikely]] {
+        const std::uint32_t line = ThreadLine::ofThread();
+        if (line >= ThreadLine::kOwned) [[unlikely]] {
             return nullptr;
         }
         Inside& inside = insideOf(line);

@@ -2,44 +2,47 @@
 
 #include <utility>
 
-#include "base/instrumentcenter/catalogue/IndexUpdate.h"
-#include "base/instrumentcenter/catalogue/TableBytes.h"
-
 namespace mxservice {
 
 bool CodeIndex::contains(StockKey key) const {
-    return tables_.answer(
-        [key](const Tables& tables) noexcept { return tables.marketByKey.find(key) != tables.marketByKey.end(); });
+    return tables_.ask([key](const Tables& tables) noexcept { return tables.marketOf(key) != nullptr; });
 }
 
 std::optional<MarketKey> CodeIndex::marketOf(StockKey key) const {
-    return tables_.answer([key](const Tables& tables) noexcept {
-        const auto found = tables.marketByKey.find(key);
-        return found == tables.marketByKey.end() ? std::nullopt : std::optional<MarketKey>(found->second);
+    return tables_.ask([key](const Tables& tables) noexcept {
+        const MarketKey* const market = tables.marketOf(key);
+        return market == nullptr ? std::nullopt : std::optional<MarketKey>(*market);
     });
 }
 
 std::vector<StockKey> CodeIndex::keysOf(MarketKey market) const {
-    const auto tables = tables_.read();
-    const auto found = tables->keysByMarket.find(market);
-    if (found == tables->keysByMarket.end()) {
-        return {};
-    }
-    return {found->second.begin(), found->second.end()};
+    const auto tables = tables_.hold();
+    const KeySet* const keys = tables->keysOf(market);
+    return keys == nullptr ? std::vector<StockKey>() : std::vector<StockKey>(keys->begin(), keys->end());
 }
 
 std::vector<MarketKey> CodeIndex::markets() const {
-    const auto tables = tables_.read();
+    const auto tables = tables_.hold();  // for the whole loop
     std::vector<MarketKey> markets;
-    markets.reserve(tables->keysByMarket.size());
-    for (const auto& [market, keys] : tables->keysByMarket) {
+    for (const auto& [market, keys] : tables->sets()) {
         markets.push_back(market);
     }
     return markets;
 }
 
 bool CodeIndex::knowsMarket(MarketKey market) const {
-    return tables_.read()->keysByMarket.count(market) != 0;
+    return tables_.ask([market](const Tables& tables) noexcept { return tables.keysOf(market) != nullptr; });
+}
+
+template <class Change>
+auto CodeIndex::changed(const Change& change) {
+    decltype(change(std::declval<FiledKeys&>())) answer{};
+    tables_.update([&](const Tables& tables) {
+        auto fresh = std::make_shared<Tables>(tables);
+        answer = change(*fresh);
+        return fresh;
+    });
+    return answer;
 }
 
 void CodeIndex::install(MarketKey market, KeySet keys) {
@@ -49,71 +52,26 @@ void CodeIndex::install(MarketKey market, KeySet keys) {
 }
 
 void CodeIndex::install(std::map<MarketKey, KeySet> keysByMarket) {
-    std::size_t count = 0;
-    for (const auto& [market, keys] : keysByMarket) {
-        count += keys.size();
+    FiledKeys::Sets sets;
+    for (auto& [market, keys] : keysByMarket) {
+        sets[market] = std::make_shared<const KeySet>(std::move(keys));
     }
-    HashIndex<MarketKey> former;  // destroyed after the lock, as the former sets are, which leave with the argument
-    auto update = tables_.update();
-    former = updateIndex(
-        update, &Tables::marketByKey, count,
-        [&](HashIndex<MarketKey>& marketByKey) {
-            for (const auto& [market, keys] : keysByMarket) {
-                for (const StockKey key : keys) {
-                    marketByKey[key] = market;
-                }
-            }
-        },
-        [&](Tables& tables) {
-            for (auto& [market, keys] : keysByMarket) {
-                std::swap(tables.keysByMarket[market], keys);
-            }
-        });
+    changed([&](FiledKeys& tables) {
+        tables.file(sets);
+        return true;
+    });
 }
 
 KeySet CodeIndex::clear(MarketKey market) {
-    return unfile(market, [market](const Tables& tables) {
-        const auto filed = tables.keysByMarket.find(market);
-        return filed == tables.keysByMarket.end() ? KeySet() : filed->second;
-    });
+    return changed([market](FiledKeys& tables) { return tables.unfileListed(market); });
 }
 
 KeySet CodeIndex::remove(MarketKey market) {
-    return unfile(market, [market](const Tables& tables) {
-        KeySet keys;
-        for (const auto& [key, filed] : tables.marketByKey) {
-            if (filed == market) {
-                keys.insert(key);
-            }
-        }
-        return keys;
-    });
-}
-
-template <class Choose>
-KeySet CodeIndex::unfile(MarketKey market, const Choose& choose) {
-    HashIndex<MarketKey> former;  // destroyed after the lock
-    auto update = tables_.update();
-    KeySet keys = choose(*update);
-    former = updateIndex(
-        update, &Tables::marketByKey, keys.size(),
-        [&](HashIndex<MarketKey>& marketByKey) {
-            for (const StockKey key : keys) {
-                marketByKey.erase(key);
-            }
-        },
-        [&](Tables& tables) { tables.keysByMarket[market] = KeySet(); });
-    return keys;
+    return changed([market](FiledKeys& tables) { return tables.unfileAll(market); });
 }
 
 std::vector<IndexSize> CodeIndex::sizes() const {
-    const auto tables = tables_.read();
-    IndexSize sets = sizeOf("keys by market", tables->keysByMarket);
-    sets.keys = 0;
-    for (const auto& [market, keys] : tables->keysByMarket) {
-        sets.keys += keys.size();
-    }
-    return {sizeOf("market by key", tables->marketByKey), sets};
+    return tables_.hold()->sizes();
 }
 
 }  // namespace mxservice

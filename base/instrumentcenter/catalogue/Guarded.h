@@ -76,45 +76,11 @@ public:
         Guarded& owner_;
     };
 
-    /// A change in two steps. While the proxy lives, other writers wait and readers go on, so the value may be read
-    /// through it; commit() keeps readers out for as long as its argument takes.
-    class UpdateProxy {
-    public:
-        explicit UpdateProxy(Guarded& owner) : owner_(owner) {
-            noteLockTaken();
-            owner_.lock_.lockUpdate();
-        }
-        ~UpdateProxy() {
-            owner_.lock_.unlockUpdate();
-            noteLockReleased();
-        }
-        UpdateProxy(const UpdateProxy&) = delete;
-        UpdateProxy& operator=(const UpdateProxy&) = delete;
-        const Value* operator->() const { return &owner_.value_; }
-        const Value& operator*() const { return owner_.value_; }
-
-        template <class Change>
-        void commit(const Change& change) {
-            owner_.lock_.close();
-            const Opener opener{owner_.lock_};
-            change(owner_.value_);
-        }
-
-    private:
-        struct Opener {
-            Mutex& lock;
-            ~Opener() { lock.open(); }
-        };
-
-        Guarded& owner_;
-    };
-
     Guarded() = default;
     explicit Guarded(Value value) : value_(std::move(value)) {}
 
     ReadProxy read() const { return ReadProxy(*this); }
     WriteProxy write() { return WriteProxy(*this); }
-    UpdateProxy update() { return UpdateProxy(*this); }
 
     /// A copy of the whole value.
     Value copy() const { return *read(); }

@@ -30,6 +30,17 @@ void prefetch(const boost::shared_ptr<Record>& record) {
 template <class Value>
 void prefetch(const Value& /*value*/) {}
 
+/// Fetches a record's reference count alone.
+template <class Record>
+void prefetchCount(const boost::shared_ptr<Record>& record) {
+#ifdef __GNUC__
+    constexpr std::size_t kBytesBefore = 24;
+    if (record) {
+        __builtin_prefetch(reinterpret_cast<const char*>(record.get()) - kBytesBefore, 1);
+    }
+#endif
+}
+
 /// Fetches all of a record, which is then walked through.
 template <class Record>
 void prefetchWhole(const Record& record) {

@@ -152,44 +152,30 @@ std::map<std::string, std::set<std::uint64_t>> deriveOptionUnderlyings(const Gro
     return underlyings;
 }
 
-void install(StockCodes codes, Guarded<CodeSets>& sets) {
-    const auto tables = sets.write();
+void install(StockCodes codes, CodeSets& sets) {
     for (const StockMarket& market : kStockMarkets) {
-        std::swap(tables->ipoCodes[market.name], codes.ipo[market.name]);
+        sets.ipoCodes[market.name].swap(codes.ipo[market.name]);
     }
     for (const char* const market : {market::kShanghai, market::kShenzhen}) {
-        std::swap(tables->cdrCodes[market], codes.cdr[market]);
+        sets.cdrCodes[market].swap(codes.cdr[market]);
     }
 }
 
-void installNeeqInquiryCodes(std::set<std::string> codes, Guarded<CodeSets>& sets) {
-    if (!codes.empty()) {
-        std::swap(sets.write()->neeqInquiryCodes, codes);
-    }
-}
-
-void removeMarket(const std::string& market, Guarded<CodeSets>& sets) {
-    CodeSets removed;  // destroyed after the lock
-    const auto tables = sets.write();
-    const auto take = [](auto& table, const std::string& name, auto& out) {
-        if (const auto found = table.find(name); found != table.end()) {
-            out[name].swap(found->second);
-        }
-    };
-    take(tables->ipoCodes, market, removed.ipoCodes);
-    take(tables->cdrCodes, market, removed.cdrCodes);
-    if (market == market::kNeeq) {
-        removed.neeqInquiryCodes.swap(tables->neeqInquiryCodes);
-    } else if (market == market::kShanghaiOption) {
-        take(tables->stkOptionUndlCodes, market::kShanghai, removed.stkOptionUndlCodes);
-    } else if (market == market::kShenzhenOption) {
-        take(tables->stkOptionUndlCodes, market::kShenzhen, removed.stkOptionUndlCodes);
-    }
-}
-
-void installOptionUnderlyings(std::map<std::string, std::set<std::uint64_t>>&& underlyings, Guarded<CodeSets>& sets) {
+void installOptionUnderlyings(std::map<std::string, std::set<std::uint64_t>>& underlyings, CodeSets& sets) {
     for (auto& [exchange, codes] : underlyings) {
-        std::swap(sets.write()->stkOptionUndlCodes[exchange], codes);
+        sets.stkOptionUndlCodes[exchange].swap(codes);
+    }
+}
+
+void removeMarket(const std::string& market, CodeSets& sets) {
+    sets.ipoCodes.erase(market);
+    sets.cdrCodes.erase(market);
+    if (market == market::kNeeq) {
+        sets.neeqInquiryCodes.clear();
+    } else if (market == market::kShanghaiOption) {
+        sets.stkOptionUndlCodes.erase(market::kShanghai);
+    } else if (market == market::kShenzhenOption) {
+        sets.stkOptionUndlCodes.erase(market::kShenzhen);
     }
 }
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "base/instrumentcenter/InterfaceState.h"
+#include "base/instrumentcenter/catalogue/CodeSets.h"
 #include "base/instrumentcenter/catalogue/GroupedSnapshot.h"
 
 namespace mxservice {
@@ -31,19 +31,14 @@ std::set<std::string> deriveNeeqInquiryCodes(const GroupedSnapshot& grouped);
 /// underlying's exchange, "SH" or "SZ"; an exchange without any has no entry.
 std::map<std::string, std::set<std::uint64_t>> deriveOptionUnderlyings(const GroupedSnapshot& grouped);
 
-/// Replaces the sets of all three markets, also by empty ones: a load of "SZ" empties "BJ". The former sets are
-/// destroyed after the lock.
-void install(StockCodes codes, Guarded<CodeSets>& sets);
+/// Replaces the sets of all three markets, also by empty ones: a load of "SZ" empties "BJ".
+void install(StockCodes codes, CodeSets& sets);
 
-/// Replaces the inquiry codes, unless there are none: deliberately unlike the stock codes, an empty result keeps what
-/// was there.
-void installNeeqInquiryCodes(std::set<std::string> codes, Guarded<CodeSets>& sets);
+/// Replaces the sets of the exchanges present; `underlyings` leaves with the former ones.
+void installOptionUnderlyings(std::map<std::string, std::set<std::uint64_t>>& underlyings, CodeSets& sets);
 
 /// Takes out what a market has in the sets: issues and receipts of "SH", "SZ" and "BJ", the inquiry codes of "NEEQ",
 /// the underlyings of "SHO" and "SZO".
-void removeMarket(const std::string& market, Guarded<CodeSets>& sets);
-
-/// Replaces the sets of the exchanges present, one after the other.
-void installOptionUnderlyings(std::map<std::string, std::set<std::uint64_t>>&& underlyings, Guarded<CodeSets>& sets);
+void removeMarket(const std::string& market, CodeSets& sets);
 
 }  // namespace mxservice

@@ -143,7 +143,7 @@ private:
     static constexpr std::uint32_t kManyNotes = 64;
     /// So many records are replaced while all lookups wait: some microseconds.
     static constexpr std::size_t kSlice = 256;
-    static_assert(kNoters <= SharedMutex::kOwnedLines);
+    static_assert(kNoters <= utils::ThreadLine::kOwned);
     static constexpr std::size_t kLineBytes = 64;
 
     struct Entry {
@@ -183,7 +183,7 @@ private:
     };
 
     void count(Counter Noter::*counter) {
-        const std::uint32_t thread = SharedMutex::numberOfThread();
+        const std::uint32_t thread = utils::ThreadLine::ofThread();
         if (thread >= kNoters) {
             (noters_.back().*counter).fetch_add(1, std::memory_order_relaxed);
             return;
@@ -193,7 +193,7 @@ private:
     }
 
     void note(const Note& note) {
-        const std::uint32_t thread = SharedMutex::numberOfThread();
+        const std::uint32_t thread = utils::ThreadLine::ofThread();
         if (thread >= kNoters) {
             const auto guard = utils::lockAwake(lock_);
             take(note);

@@ -1,0 +1,59 @@
+#include "base/instrumentcenter/catalogue/FiledKeys.h"
+
+#include <cstddef>
+
+namespace mxservice {
+
+const KeySet* FiledKeys::keysOf(MarketKey market) const {
+    const auto found = sets_.find(market);
+    return found == sets_.end() ? nullptr : found->second.get();
+}
+
+void FiledKeys::file(const Sets& sets) {
+    std::size_t count = 0;
+    for (const auto& [market, keys] : sets) {
+        count += keys->size();
+    }
+    marketByKey_.put(count, [&](const auto& putOne) {
+        for (const auto& [market, keys] : sets) {
+            for (const StockKey key : *keys) {
+                putOne(key, market);
+            }
+        }
+    });
+    for (const auto& [market, keys] : sets) {
+        sets_[market] = keys;
+    }
+}
+
+KeySet FiledKeys::unfileListed(MarketKey market) {
+    const KeySet* const listed = keysOf(market);
+    KeySet keys = listed == nullptr ? KeySet() : *listed;
+    marketByKey_.erase(keys);
+    sets_[market] = std::make_shared<const KeySet>();
+    return keys;
+}
+
+KeySet FiledKeys::unfileAll(MarketKey market) {
+    // Of those that are listed, another market may have some by now; they are its own.
+    KeySet keys;
+    marketByKey_.visitAll([&](StockKey key, MarketKey filed) {
+        if (filed == market) {
+            keys.insert(key);
+        }
+    });
+    marketByKey_.eraseForGood(keys);
+    sets_[market] = std::make_shared<const KeySet>();
+    return keys;
+}
+
+std::vector<IndexSize> FiledKeys::sizes() const {
+    IndexSize listed{"keys by market", 0, 0};
+    for (const auto& [market, keys] : sets_) {
+        listed.keys += keys->size();
+        listed.bytes += flatBytes(*keys);
+    }
+    return {{"market by key", marketByKey_.size(), marketByKey_.bytes()}, listed};
+}
+
+}  // namespace mxservice

@@ -1,0 +1,99 @@
+#include "platform/utils/ThreadLine.h"
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#ifdef __linux__
+#include <linux/membarrier.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+#endif
+
+namespace utils {
+namespace {
+
+/// Prepares this process for barriers that one thread imposes on all; false where the system has none.
+bool registerProcessBarrier() {
+#ifdef __linux__
+    return ::syscall(SYS_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0U, 0) == 0;
+#else
+    return false;
+#endif
+}
+
+}  // namespace
+
+/// Which owned numbers have an owner. A thread gives its number back when it ends.
+class ThreadLine::Numbers {
+public:
+    /// Gives the calling thread a number of its own while there are any, else one that it shares.
+    static void give() {
+        thread_local Owner owner;
+        static_cast<void>(&owner);  // made by being named
+    }
+
+private:
+    struct Owner {
+        Owner() { number_ = areOwned() ? take() : nextShared(); }
+        ~Owner() {
+            const std::uint32_t number = number_;
+            // Objects of the thread that outlive this one may still read.
+            number_ = nextShared();
+            if (number < kOwned) {
+                taken_.fetch_and(~(std::uint32_t{1} << number), std::memory_order_release);
+            }
+        }
+        Owner(const Owner&) = delete;
+        Owner& operator=(const Owner&) = delete;
+    };
+
+    static std::uint32_t take() {
+        std::uint32_t taken = taken_.load(std::memory_order_relaxed);
+        while (~taken != 0) {
+            const auto number = static_cast<std::uint32_t>(__builtin_ctz(~taken));
+            if (taken_.compare_exchange_weak(taken, taken | (std::uint32_t{1} << number), std::memory_order_acquire,
+                                             std::memory_order_relaxed)) {
+                return number;
+            }
+        }
+        return nextShared();
+    }
+
+    static std::uint32_t nextShared() { return kOwned + nextShared_.fetch_add(1, std::memory_order_relaxed) % kShared; }
+
+    static_assert(kOwned == 32, "one bit a number");
+    static inline std::atomic<std::uint32_t> taken_{0};
+    static inline std::atomic<std::uint32_t> nextShared_{0};
+};
+
+std::uint32_t ThreadLine::give() {
+    if (number_ == kNone) {
+        Numbers::give();
+    }
+    return number_;
+}
+
+bool ThreadLine::areOwned() {
+    static const bool owned = registerProcessBarrier();
+    return owned;
+}
+
+void ThreadLine::barrier() {
+    if (!areOwned()) {
+        return;
+    }
+#ifdef __linux__
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        if (::syscall(SYS_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0U, 0) == 0) {
+            return;
+        }
+        registerProcessBarrier();  // lost where a process image was made anew
+    }
+#endif
+    // The call was there when lines were given out and is forbidden now (a filter of system calls). What the barrier
+    // would have hurried, a processor writes back by itself within microseconds.
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+}
+
+}  // namespace utils

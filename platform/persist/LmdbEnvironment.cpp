@@ -79,6 +79,7 @@ void LmdbEnvironment::close() {
 /// Closes for good; `drop` alone is followed by opening anew.
 void LmdbEnvironment::shut() {
     broken_ = true;
+    closed_ = true;
     drop();
 }
 
@@ -94,6 +95,11 @@ void LmdbEnvironment::drop() {
 
 /// When it fails, nothing may be read before it is done again and succeeds.
 int LmdbEnvironment::reopen(bool forWriting) {
+    // A user may write long after the registry closed this and opened another: two of one directory would undo each
+    // other's locks.
+    if (closed_) {
+        return MDB_PANIC;
+    }
     drop();
     // Where the path leads elsewhere now, another database would be opened under this one's name.
     const std::optional<off_t> bytes = file_.size();

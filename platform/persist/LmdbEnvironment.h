@@ -135,8 +135,11 @@ private:
     const DataFile& file_;
     const unsigned forks_ = forkCount();
     utils::SharedMutex map_;
-    MDB_env* environment_ = nullptr;  // under `map_`, as the next is
-    bool canWrite_ = false;           // the environment, as it is open now
+    // Under `map_`.
+    MDB_env* environment_ = nullptr;
+    bool canWrite_ = false;  // the environment, as it is open now
+    bool closed_ = false;    // for good
+
     MDB_dbi tree_ = 0;
     std::atomic<bool> broken_{false};
     LmdbReaders readers_;

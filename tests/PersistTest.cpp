@@ -375,6 +375,26 @@ TEST_F(Persist, AFileCutShortWhileItIsOpenIsNoticed) {
     EXPECT_EQ(textOf("A", "7"), "new7");
 }
 
+/// A second environment of the directory would, when it is closed, take the locks of the first away.
+TEST_F(Persist, AHandleOfWhatWasOpenedAnewDoesNotOpenItAgain) {
+    const auto engine = persist::makeLmdbEngine();
+    persist::StoreStatus status;
+    const auto old = engine->open(store_.path("A"), persist::StoreEngine::Mode::Create, status);
+    ASSERT_TRUE(old && old->put(ReadyBatch{{"1", "a"}}, false, {}).ok());
+    const fs::path file = store_.path("A") / "data.mdb";
+    const auto bytes = fs::file_size(file);
+    const fs::path copy = store_.path("copy");
+    fs::copy_file(file, copy);
+    fs::resize_file(file, bytes / 2);
+    ASSERT_FALSE(old->isCurrent());
+    std::ofstream(file, std::ios::binary) << std::ifstream(copy, std::ios::binary).rdbuf();
+    const auto fresh = engine->open(store_.path("A"), persist::StoreEngine::Mode::Create, status);
+    ASSERT_TRUE(fresh && fresh != old);
+    EXPECT_TRUE(old->put(ReadyBatch{{"2", "b"}}, false, {}).failed());
+    EXPECT_TRUE(old->get("1", [](auto, auto) { return true; }).failed());
+    EXPECT_TRUE(fresh->put(ReadyBatch{{"2", "c"}}, false, {}).ok());
+}
+
 TEST_F(Persist, ADocumentThatIsNoneIsNotServed) {
     ASSERT_TRUE(writeMany("A", 1, "a"));
     persist::StoreStatus status;

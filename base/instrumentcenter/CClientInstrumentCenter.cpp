@@ -61,7 +61,7 @@ void saveRaw(const std::string& market, const MarketRecords& records, Guarded<Lo
     const std::string db = DBBuilder::buildRawDbName(market);
     store().initDb(db, false);
     if (!store().writeDocuments(db, batch, false)) {
-        const std::string reason = store().lastFailure();
+        const std::string reason = persist::CPersistService::lastFailure();
         loads.write()->noteFailedWrite(db, reason);
     }
 }
@@ -306,7 +306,7 @@ void CClientInstrumentCenter::writeMarkets(
             const DatabaseWriting writing(client_->databases, db);
             if (!isCatalogueName(folded)) {
                 saved = load.replacement.save(db, batch);
-                reason = store().lastFailure();
+                reason = persist::CPersistService::lastFailure();
             }
             // The cache is refreshed once more, for a reader that met the old document between the first time and now.
             if (saved) {

@@ -58,7 +58,7 @@ void CClientInstrumentCenter::createFutureMainDatas(
         const bool saved = allSaved || store().replaceHashDatas(db, {*field});
         ++field;
         if (!saved) {
-            const std::string reason = store().lastFailure();
+            const std::string reason = persist::CPersistService::lastFailure();
             PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kFutureMains));
             state().loads.write()->noteFailedWrite(db, reason);
         }
@@ -90,7 +90,7 @@ void CClientInstrumentCenter::createFutureProdcutDatas(
     const std::string db = DBBuilder::buildDbName(kFutureProducts);
     const bool saved = (store().initDb(db, false) && store().replaceHashDatas(db, fields)) || fields.empty();
     if (!saved) {
-        const std::string reason = store().lastFailure();
+        const std::string reason = persist::CPersistService::lastFailure();
         PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kFutureProducts));
         state().loads.write()->noteFailedWrite(db, reason);
     }

@@ -175,6 +175,7 @@ void CClientInstrumentCenter::addMarket(uint64 marketHash, const std::string& ma
         addByKeyText(readRecords<CInstrumentDetail>(db, recordOf<CInstrumentDetail>, found), out);
     }
     std::vector<InstrumentPtr> rest;
+    rest.reserve(lost.size());
     for (const auto& [key, record] : lost) {
         rest.push_back(record);
     }

@@ -81,7 +81,7 @@ std::optional<Unsaved<Record>> saveApart(const std::string& db, const DocumentBa
     if (nothingToDo || save(batch)) {
         return std::nullopt;
     }
-    Unsaved<Record> unsaved{{}, store().lastFailure()};
+    Unsaved<Record> unsaved{{}, persist::CPersistService::lastFailure()};
     std::vector<std::size_t> fitting;
     for (std::size_t entry = 0; entry < batch.size(); ++entry) {
         if (batch.value(entry).empty()) {

@@ -245,6 +245,7 @@ void CServerInstrumentCenter::updateIssuanceInfos(
     }
     // Keys are asked for before the version is made: getKey() may be the host's, and may ask this center.
     std::vector<std::string> keys;
+    keys.reserve(issuances.size());
     for (const auto& issuance : issuances) {
         keys.push_back(issuance ? issuance->getKey() : std::string());
     }

@@ -95,8 +95,8 @@ public:
     /// @name Changes
     /// The in-memory center applies a batch as a whole, the persisted one record by record, of which readers may see
     /// part. Empty pointers are skipped; removing what is not there changes nothing. No I/O in either center. Cost: one
-    /// search of a table a record, under its exclusive lock; in the in-memory center a copy of the table a batch, about a
-    /// millisecond for 20,000 entries, so changes that come together are best handed in together.
+    /// search of a table a record, under its exclusive lock; in the in-memory center a copy of the table a batch, about
+    /// a millisecond for 20,000 entries, so changes that come together are best handed in together.
     /// @{
 
     /// Inserts or replaces each plan. The persisted center does nothing.

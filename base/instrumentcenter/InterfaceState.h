@@ -49,11 +49,7 @@ struct Version : std::enable_shared_from_this<Version> {
 
 protected:
     Version() = default;
-    Version(const Version& other)
-        : std::enable_shared_from_this<Version>(),
-          number(other.number),
-          codeSets(other.codeSets),
-          lumoCodes(other.lumoCodes) {}
+    Version(const Version&) = default;  // shares the tables; who owns a copy is another question
     Version& operator=(const Version&) = delete;
 };
 

@@ -35,7 +35,7 @@ public:
 
     /// The value of this moment, for any length of time. Whoever lets go of a replaced one last destroys it.
     std::shared_ptr<const Value> hold() const {
-        return ask([](const Value& value) noexcept { return value.shared_from_this(); });
+        return ask([](const Value& value) noexcept { return value.weak_from_this().lock(); });
     }
 
     /// Replaces the value by what `change` makes of it, a std::shared_ptr. Changes are made one after the other, so

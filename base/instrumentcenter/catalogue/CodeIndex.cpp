@@ -51,7 +51,7 @@ void CodeIndex::install(MarketKey market, KeySet keys) {
     install(std::move(keysByMarket));
 }
 
-void CodeIndex::install(std::map<MarketKey, KeySet> keysByMarket) {
+void CodeIndex::install(std::map<MarketKey, KeySet>&& keysByMarket) {
     FiledKeys::Sets sets;
     for (auto& [market, keys] : keysByMarket) {
         sets[market] = std::make_shared<const KeySet>(std::move(keys));

@@ -33,7 +33,7 @@ public:
 
     /// As FiledKeys::file.
     void install(MarketKey market, KeySet keys);
-    void install(std::map<MarketKey, KeySet> keysByMarket);
+    void install(std::map<MarketKey, KeySet>&& keysByMarket);
     /// As FiledKeys::unfileListed.
     KeySet clear(MarketKey market);
     /// As FiledKeys::unfileAll.

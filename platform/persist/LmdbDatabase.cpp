@@ -1,0 +1,196 @@
+#include "platform/persist/LmdbDatabase.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+
+#include "platform/persist/BatchOrder.h"
+#include "platform/persist/LmdbFileCheck.h"
+#include "platform/persist/PosixFiles.h"
+
+namespace persist {
+namespace {
+
+bool startsWith(std::string_view text, std::string_view prefix) {
+    return text.substr(0, prefix.size()) == prefix;
+}
+
+}  // namespace
+
+StoreStatus LmdbDatabase::open(bool create) {
+    const Descriptor file(::open(file_.path().c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat found {};
+    if (!file.valid() && errno != ENOENT) {
+        return lastError("open");
+    }
+    if (file.valid() && ::fstat(file.get(), &found) != 0) {
+        return lastError("stat");
+    }
+    if (found.st_size == 0) {
+        return create ? this->create() : StoreStatus::notFound();
+    }
+    // The library follows what the meta pages say as soon as it opens the file, and the other pages with the first read
+    // of an entry. So those are checked before the one, and these before the other.
+    const std::string problem = checkMetaPages(file.get());
+    if (!problem.empty()) {
+        return StoreStatus::damage(problem);
+    }
+    const int code = environment_.open(static_cast<std::size_t>(found.st_size), false);
+    if (code != MDB_SUCCESS) {
+        return code == ENOENT ? StoreStatus::notFound() : statusOf(code, "open");
+    }
+    environment_.dropDeadReaders();
+    const StoreStatus pages = checkPages(file.get());
+    return pages.ok() ? finishOpening() : pages;
+}
+
+/// The file's name is on disk before the file holds anything, so one that does needs no such care any more. A process
+/// that is killed before that leaves an empty file, which is no database; a power cut amid the first pages leaves a
+/// damaged one, which the next load sets aside.
+StoreStatus LmdbDatabase::create() {
+    if (!Descriptor(::open(file_.path().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kFileMode)).valid()) {
+        return lastError("create");
+    }
+    const std::filesystem::path directory(directory_);
+    if (!syncDirectory(directory) || !syncDirectory(directory.parent_path())) {
+        return lastError("sync directory");
+    }
+    const int code = environment_.open(0, true);
+    if (code != MDB_SUCCESS) {
+        // What was written of the first pages is no database, and no damaged one either.
+        static_cast<void>(::truncate(file_.path().c_str(), 0));
+        return statusOf(code, "create");
+    }
+    return finishOpening();
+}
+
+/// Checks the pages of the newest state; nothing but meta pages has been followed before.
+StoreStatus LmdbDatabase::checkPages(int fd) {
+    // The read transaction keeps writers off the pages of its state, but not off its meta page: after two commits of
+    // another process nothing in the file tells where that state begins. Then the newest one is taken instead.
+    bool superseded = true;
+    for (int attempt = 0; superseded && attempt < LmdbEnvironment::kMaxAttempts; ++attempt) {
+        std::string problem;
+        StoreStatus status = environment_.read("open", [&](MDB_txn* transaction) {
+            problem = checkTree(fd, mdb_txn_id(transaction), &superseded);
+            return MDB_SUCCESS;
+        });
+        if (!status.ok()) {
+            return status;
+        }
+        if (!problem.empty()) {
+            return StoreStatus::damage(problem);
+        }
+    }
+    return superseded ? StoreStatus::failure("open: written too often to be checked") : StoreStatus();
+}
+
+StoreStatus LmdbDatabase::finishOpening() {
+    return file_.remember() ? environment_.openTree() : lastError("stat");
+}
+
+/// Removes the entry of that key and those of the field of that name.
+int LmdbDatabase::erase(MDB_txn* transaction, const std::string& name) {
+    const std::string prefix = name + kFieldSeparator;
+    // Collected first: a removal moves the entries that the cursor stands among.
+    std::vector<std::string> keys{name};
+    int code = MDB_SUCCESS;
+    {
+        LmdbCursor cursor(transaction, environment_.tree());
+        code = cursor.seek(prefix);
+        for (; code == MDB_SUCCESS && startsWith(cursor.key(), prefix); code = cursor.next()) {
+            keys.emplace_back(cursor.key());
+        }
+    }
+    code = code == MDB_NOTFOUND ? MDB_SUCCESS : code;
+    for (std::size_t i = 0; code == MDB_SUCCESS && i < keys.size(); ++i) {
+        MDB_val doomed = valueOf(keys[i]);
+        code = mdb_del(transaction, environment_.tree(), &doomed, nullptr);
+        code = code == MDB_NOTFOUND ? MDB_SUCCESS : code;
+    }
+    return code;
+}
+
+/// One transaction: `prepare`, which is given the transaction, then the entries. So readers, and whoever opens the file
+/// after a crash, find the entries removed and those put, or neither.
+template <class Prepare>
+StoreStatus LmdbDatabase::write(const StoreBatch& batch, bool onlyNew, Prepare prepare) {
+    if (readOnly_) {
+        return StoreStatus::failure("write: opened for reading only");
+    }
+    // In key order each page is visited once; into an empty tree, pages are filled to the brim without a search.
+    const std::vector<std::size_t> order = inKeyOrder(batch);
+    std::size_t refused = batch.size();
+    StoreStatus status = environment_.write("write", roughSize(batch), [&](MDB_txn* transaction) {
+        int code = prepare(transaction);
+        // Asked after `prepare`, which may just have emptied the tree.
+        MDB_stat stat{};
+        code = code == MDB_SUCCESS ? mdb_stat(transaction, environment_.tree(), &stat) : code;
+        const unsigned flags = (onlyNew ? static_cast<unsigned>(MDB_NOOVERWRITE) : 0U) |
+                               (stat.ms_entries == 0 ? static_cast<unsigned>(MDB_APPEND) : 0U);
+        for (auto entry = order.begin(); code == MDB_SUCCESS && entry != order.end(); ++entry) {
+            MDB_val key = valueOf(batch.key(*entry));
+            MDB_val value = valueOf(batch.value(*entry));
+            if (value.mv_size == 0) {
+                refused = *entry;
+                return EINVAL;
+            }
+            code = mdb_put(transaction, environment_.tree(), &key, &value, flags);
+            code = code == MDB_KEYEXIST && onlyNew ? MDB_SUCCESS : code;
+        }
+        return code;
+    });
+    if (refused == batch.size()) {
+        return status;
+    }
+    std::string key(batch.key(refused));  // on its way into the log
+    std::replace_if(
+        key.begin(), key.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; }, '?');
+    return StoreStatus::failure(fmt::format("the document of key {} is empty", key));
+}
+
+StoreStatus LmdbDatabase::put(const StoreBatch& batch, bool onlyNew, const std::vector<std::string>& erased) {
+    if (batch.size() == 0 && erased.empty()) {
+        return {};  // not worth the flushes of a commit
+    }
+    return write(batch, onlyNew, [&](MDB_txn* transaction) {
+        int code = MDB_SUCCESS;
+        for (std::size_t i = 0; code == MDB_SUCCESS && i < erased.size(); ++i) {
+            code = erase(transaction, erased[i]);
+        }
+        return code;
+    });
+}
+
+StoreStatus LmdbDatabase::get(std::string_view key, const Visitor& visit) {
+    return environment_.read("read", [&](MDB_txn* transaction) {
+        MDB_val wanted = valueOf(key);
+        MDB_val value{};
+        const int code = mdb_get(transaction, environment_.tree(), &wanted, &value);
+        if (code == MDB_SUCCESS) {
+            visit(key, viewOf(value));
+        }
+        return code;
+    });
+}
+
+StoreStatus LmdbDatabase::scan(std::string_view prefix, const Visitor& visit) {
+    return environment_.read("read", [&](MDB_txn* transaction) {
+        LmdbCursor cursor(transaction, environment_.tree());
+        int code = cursor.seek(prefix);
+        while (code == MDB_SUCCESS && startsWith(cursor.key(), prefix) && visit(cursor.key(), cursor.value())) {
+            code = cursor.next();
+        }
+        return code == MDB_NOTFOUND ? MDB_SUCCESS : code;
+    });
+}
+
+StoreStatus LmdbDatabase::replace(const StoreBatch& batch) {
+    return write(batch, false, [&](MDB_txn* transaction) { return mdb_drop(transaction, environment_.tree(), 0); });
+}
+
+}  // namespace persist

@@ -11,7 +11,7 @@
 #include "Footprint.h"
 #include "StoreWorkload.h"
 #include "Timing.h"
-#include "platform/utils/Memory.h"
+#include "system/Memory.h"
 
 // Loads of the persisted center, and what they leave on disk and in memory.
 
@@ -39,7 +39,7 @@ constexpr int kRepetitions = 7;
 /// The persisted center gives free memory back when a load ends, and the next one has to fetch it again. So that the
 /// others do not find theirs ready, or only sometimes, none is kept before any load.
 struct NothingKept {
-    NothingKept() { utils::releaseFreeMemory(); }
+    NothingKept() { sys::releaseFreeMemory(); }
 };
 
 /// A persisted center on an empty store of its own.

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "base/instrumentcenter/catalogue/LayeredIndex.h"
-#include "platform/utils/Published.h"
+#include "system/Published.h"
 
 // What versions are made of: values that readers never wait for, and indexes that share what they do not change.
 
@@ -28,9 +28,9 @@ struct Number : std::enable_shared_from_this<Number> {
 
 /// More threads than have a line of their own ask while the value is replaced; none may meet one that is destroyed.
 TEST(Published, NoReaderMeetsAValueThatIsGone) {
-    constexpr unsigned kThreads = utils::ThreadLine::kOwned + 8;
+    constexpr unsigned kThreads = sys::ThreadLine::kOwned + 8;
     constexpr int kVersions = 400;
-    utils::Published<Number> published(std::make_shared<const Number>(0));
+    sys::Published<Number> published(std::make_shared<const Number>(0));
     std::atomic<bool> done{false};
     std::atomic<int> wrong{0};
     std::atomic<unsigned> ready{0};
@@ -72,7 +72,7 @@ TEST(Published, NoReaderMeetsAValueThatIsGone) {
 
 /// Whoever replaces a value waits for the readers inside, and for no others.
 TEST(Published, ReplacingWaitsForTheReadersInside) {
-    utils::Published<Number> published(std::make_shared<const Number>(0));
+    sys::Published<Number> published(std::make_shared<const Number>(0));
     std::atomic<int> step{0};
     std::thread reader([&] {
         published.ask([&](const Number& number) noexcept {

@@ -1,4 +1,4 @@
-#include "platform/utils/SharedMutex.h"
+#include "system/SharedMutex.h"
 
 #include <gtest/gtest.h>
 

@@ -8,8 +8,8 @@
 
 #include "base/instrumentcenter/ClientState.h"
 #include "base/instrumentcenter/vocabulary/Exchanges.h"
-#include "platform/utils/Memory.h"
 #include "platform/utils/Utils.h"
+#include "system/Memory.h"
 
 // Construction, the load of instruments and clearing.
 
@@ -167,7 +167,7 @@ void CClientInstrumentCenter::doInitInstruments(const std::vector<std::string>& 
     load.steps.done(kReleaseStep);
     report.steps = load.steps.take();
     if (instruments.size() >= kLargeLoad) {
-        utils::releaseFreeMemory();
+        sys::releaseFreeMemory();
     }
     report.time = watch.elapsed();
     state().loads.write()->finish(std::move(report), load.notes);

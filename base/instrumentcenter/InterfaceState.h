@@ -12,7 +12,7 @@
 #include "base/instrumentcenter/catalogue/GroupedSnapshot.h"
 #include "base/instrumentcenter/catalogue/Guarded.h"
 #include "base/instrumentcenter/catalogue/LoadLedger.h"
-#include "platform/utils/Published.h"
+#include "system/Published.h"
 
 namespace mxservice {
 
@@ -60,7 +60,7 @@ struct PlainVersion final : Version {
 
 /// What the interface itself keeps.
 struct InterfaceState {
-    utils::Published<Version> versions{std::make_shared<const PlainVersion>()};
+    sys::Published<Version> versions{std::make_shared<const PlainVersion>()};
     Guarded<LoadLedger> loads;
     std::recursive_mutex connectLock;                                    // guards connectSnapshots
     std::map<std::string, std::vector<InstrumentPtr>> connectSnapshots;  // by "HGT", "SGT", "HK"

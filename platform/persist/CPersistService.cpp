@@ -12,7 +12,7 @@
 
 #include "platform/persist/StoreEngine.h"
 #include "platform/utils/LogLine.h"
-#include "platform/utils/SharedMutex.h"
+#include "system/SharedMutex.h"
 
 namespace persist {
 namespace {
@@ -98,7 +98,7 @@ std::string prefixOf(const std::string& field) {
 struct CPersistService::State {
     using Handle = std::shared_ptr<StoreDatabase>;
 
-    mutable utils::SharedMutex lock;
+    mutable sys::SharedMutex lock;
     std::string root;
     std::shared_ptr<StoreEngine> engine = makeLmdbEngine();
     std::map<std::string, Handle> openByName;

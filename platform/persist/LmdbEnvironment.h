@@ -13,7 +13,7 @@
 #include "platform/persist/LmdbCalls.h"
 #include "platform/persist/LmdbReaders.h"
 #include "platform/persist/StoreEngine.h"
-#include "platform/utils/SharedMutex.h"
+#include "system/SharedMutex.h"
 
 namespace persist {
 
@@ -134,7 +134,7 @@ private:
     const std::string lockPath_;
     const DataFile& file_;
     const unsigned forks_ = forkCount();
-    utils::SharedMutex map_;
+    sys::SharedMutex map_;
     // Under `map_`.
     MDB_env* environment_ = nullptr;
     bool canWrite_ = false;  // the environment, as it is open now

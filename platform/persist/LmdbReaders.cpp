@@ -3,12 +3,12 @@
 #include <new>
 #include <utility>
 
-#include "platform/utils/ThreadLine.h"
+#include "system/ThreadLine.h"
 
 namespace persist {
 
 LmdbReaders::Idle& LmdbReaders::idleOfThread() {
-    return idle_[utils::ThreadLine::ofThread() % idle_.size()];
+    return idle_[sys::ThreadLine::ofThread() % idle_.size()];
 }
 
 int LmdbReaders::begin(MDB_env* environment, MDB_txn*& transaction) {

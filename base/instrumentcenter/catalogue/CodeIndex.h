@@ -9,7 +9,7 @@
 
 #include "base/instrumentcenter/catalogue/FiledKeys.h"
 #include "base/instrumentcenter/catalogue/Questions.h"
-#include "platform/utils/Published.h"
+#include "system/Published.h"
 
 namespace mxservice {
 
@@ -49,7 +49,7 @@ private:
     template <class Change>
     auto changed(const Change& change);
 
-    utils::Published<Tables> tables_{std::make_shared<const Tables>()};
+    sys::Published<Tables> tables_{std::make_shared<const Tables>()};
 };
 
 }  // namespace mxservice

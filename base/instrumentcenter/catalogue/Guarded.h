@@ -4,14 +4,14 @@
 #include <type_traits>
 #include <utility>
 
-#include "platform/utils/SharedMutex.h"
+#include "system/SharedMutex.h"
 
 namespace mxservice {
 
 /// The lock of every table; named here alone.
-using SharedMutex = utils::SharedMutex;
+using SharedMutex = sys::SharedMutex;
 /// The lock of tables that lookups themselves change.
-using EvenSharedMutex = utils::EvenSharedMutex;
+using EvenSharedMutex = sys::EvenSharedMutex;
 
 #ifdef NDEBUG
 inline void noteLockTaken() {}

@@ -8,7 +8,7 @@
 #include <functional>
 #include <utility>
 
-#include "platform/utils/Memory.h"
+#include "system/Memory.h"
 
 namespace mxservice {
 
@@ -22,7 +22,7 @@ struct KeyHash {
 /// cannot be observed from outside and is the container's own.
 template <class Value>
 using HashIndex = boost::unordered_flat_map<std::uint64_t, Value, KeyHash, std::equal_to<>,
-                                            utils::TableAllocator<std::pair<const std::uint64_t, Value>>>;
+                                            sys::TableAllocator<std::pair<const std::uint64_t, Value>>>;
 
 /// What a flat container has allocated: groups of 15 slots, each with 16 bytes that say what its slots hold. The last
 /// slot of all is left out.

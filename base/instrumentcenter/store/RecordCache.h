@@ -15,7 +15,7 @@
 #include "base/instrumentcenter/CenterStatistics.h"
 #include "base/instrumentcenter/catalogue/Guarded.h"
 #include "base/instrumentcenter/catalogue/HashIndex.h"
-#include "platform/utils/Spin.h"
+#include "system/Spin.h"
 
 namespace mxservice {
 
@@ -67,7 +67,7 @@ public:
     /// may be older than what the load brought.
     void insert(std::uint64_t key, Pointer record, std::uint64_t generation) {
         Pointer evicted;  // destroyed after the locks
-        const auto guard = utils::lockAwake(lock_);
+        const auto guard = sys::lockAwake(lock_);
         if (slots_.empty() || generation != generation_.load()) {
             return;
         }
@@ -102,7 +102,7 @@ public:
     template <class Records>
     void refresh(const Records& records) {
         std::vector<std::pair<std::uint64_t, Pointer>> fresh;  // then what they replaced, destroyed after the locks
-        const auto guard = utils::lockAwake(lock_);
+        const auto guard = sys::lockAwake(lock_);
         ++generation_;
         if (records.size() < static_cast<std::size_t>(used_)) {
             fresh.assign(records.begin(), records.end());
@@ -126,7 +126,7 @@ public:
     }
 
     CacheUse use(const char* name) const {
-        const auto guard = utils::lockAwake(lock_);
+        const auto guard = sys::lockAwake(lock_);
         CacheUse use{name, slots_.size(), static_cast<std::uint64_t>(used_), 0, 0, evictions_};
         for (const Noter& noter : noters_) {
             use.hits += noter.hits.load(std::memory_order_relaxed);
@@ -143,7 +143,7 @@ private:
     static constexpr std::uint32_t kManyNotes = 64;
     /// So many records are replaced while all lookups wait: some microseconds.
     static constexpr std::size_t kSlice = 256;
-    static_assert(kNoters <= utils::ThreadLine::kOwned);
+    static_assert(kNoters <= sys::ThreadLine::kOwned);
     static constexpr std::size_t kLineBytes = 64;
 
     struct Entry {
@@ -183,7 +183,7 @@ private:
     };
 
     void count(Counter Noter::*counter) {
-        const std::uint32_t thread = utils::ThreadLine::ofThread();
+        const std::uint32_t thread = sys::ThreadLine::ofThread();
         if (thread >= kNoters) {
             (noters_.back().*counter).fetch_add(1, std::memory_order_relaxed);
             return;
@@ -193,9 +193,9 @@ private:
     }
 
     void note(const Note& note) {
-        const std::uint32_t thread = utils::ThreadLine::ofThread();
+        const std::uint32_t thread = sys::ThreadLine::ofThread();
         if (thread >= kNoters) {
-            const auto guard = utils::lockAwake(lock_);
+            const auto guard = sys::lockAwake(lock_);
             take(note);
             return;
         }
@@ -203,7 +203,7 @@ private:
         const std::uint32_t written = noter.written.load(std::memory_order_relaxed);
         const std::uint32_t waiting = written - noter.taken.load(std::memory_order_acquire);
         if (waiting == kNotes) {
-            const auto guard = utils::lockAwake(lock_);
+            const auto guard = sys::lockAwake(lock_);
             takeNotes();
         } else if (waiting != 0 && waiting % kManyNotes == 0) {
             const std::unique_lock guard(lock_, std::try_to_lock);

@@ -1,4 +1,4 @@
-#include "platform/utils/Memory.h"
+#include "system/Memory.h"
 
 #if defined(__GLIBC__)
 #include <malloc.h>
@@ -9,7 +9,7 @@
 
 #include <new>
 
-namespace utils {
+namespace sys {
 namespace {
 
 /// The large pages of x86-64 and of most other systems; where they have another size, only this alignment is in vain.
@@ -48,4 +48,4 @@ void freeTable(void* table, std::size_t bytes) noexcept {
     }
 }
 
-}  // namespace utils
+}  // namespace sys

@@ -1,11 +1,11 @@
-#include "platform/utils/GracePeriod.h"
+#include "system/GracePeriod.h"
 
 #include <chrono>
 #include <thread>
 
-#include "platform/utils/Spin.h"
+#include "system/Spin.h"
 
-namespace utils {
+namespace sys {
 namespace {
 
 /// How often a long read is looked at. Readers wake nobody, so that leaving costs them one store.
@@ -53,4 +53,4 @@ void GracePeriod::wait() {
     }
 }
 
-}  // namespace utils
+}  // namespace sys

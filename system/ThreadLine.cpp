@@ -1,4 +1,4 @@
-#include "platform/utils/ThreadLine.h"
+#include "system/ThreadLine.h"
 
 #include <atomic>
 #include <chrono>
@@ -10,7 +10,7 @@
 #include <unistd.h>
 #endif
 
-namespace utils {
+namespace sys {
 namespace {
 
 /// Prepares this process for barriers that one thread imposes on all; false where the system has none.
@@ -96,4 +96,4 @@ void ThreadLine::barrier() {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
 }
 
-}  // namespace utils
+}  // namespace sys

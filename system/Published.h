@@ -6,9 +6,9 @@
 #include <type_traits>
 #include <utility>
 
-#include "platform/utils/GracePeriod.h"
+#include "system/GracePeriod.h"
 
-namespace utils {
+namespace sys {
 
 /// A value that is never changed, only replaced whole. Readers never wait: they ask the value that is there. Who
 /// replaces it waits until no reader can be asking the former one any more. Value derives from
@@ -68,4 +68,4 @@ private:
     std::mutex writers_;
 };
 
-}  // namespace utils
+}  // namespace sys

@@ -2,7 +2,7 @@
 
 #include <mutex>
 
-namespace utils {
+namespace sys {
 
 /// Tells the processor that the thread waits for another one.
 inline void relax() {
@@ -27,4 +27,4 @@ std::unique_lock<Mutex> lockAwake(Mutex& mutex) {
     return std::unique_lock<Mutex>(mutex);
 }
 
-}  // namespace utils
+}  // namespace sys

@@ -3,19 +3,17 @@
 #include <cstddef>
 #include <new>
 
-#include "platform/Export.h"
-
-namespace utils {
+namespace sys {
 
 /// Hands memory that was freed but kept by the C library back to the system. Takes milliseconds; for use after work
 /// that needed much memory for a short time. Does nothing where the C library has no such call. Safe from any thread.
-PM_PLATFORM_API void releaseFreeMemory();
+void releaseFreeMemory();
 
 /// Memory for a table that is read all over the place: on large pages where the system has them, so that a processor
 /// finds its addresses without walking page tables. Throws std::bad_alloc. Safe from any thread.
-PM_PLATFORM_API void* allocateTable(std::size_t bytes);
+void* allocateTable(std::size_t bytes);
 /// Gives back what allocateTable gave.
-PM_PLATFORM_API void freeTable(void* table, std::size_t bytes) noexcept;
+void freeTable(void* table, std::size_t bytes) noexcept;
 
 /// allocateTable for containers.
 template <class Element>
@@ -38,4 +36,4 @@ struct TableAllocator {
     friend bool operator!=(const TableAllocator& /*a*/, const TableAllocator& /*b*/) { return false; }
 };
 
-}  // namespace utils
+}  // namespace sys

@@ -7,15 +7,14 @@
 #include <cstdint>
 #include <mutex>
 
-#include "platform/Export.h"
-#include "platform/utils/ThreadLine.h"
+#include "system/ThreadLine.h"
 
-namespace utils {
+namespace sys {
 
 /// Tells when the readers of something that was taken away have all left. Readers go in and out without ever waiting,
 /// each on a cache line of its own; whoever took it away waits for those that were inside. A reader must not go in a
 /// second time while it is inside.
-class PM_PLATFORM_API GracePeriod {
+class GracePeriod {
 public:
     GracePeriod() = default;
     GracePeriod(const GracePeriod&) = delete;
@@ -69,4 +68,4 @@ private:
     std::mutex waiting_;  // sides are changed by one at a time
 };
 
-}  // namespace utils
+}  // namespace sys

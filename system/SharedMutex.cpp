@@ -1,11 +1,11 @@
-#include "platform/utils/SharedMutex.h"
+#include "system/SharedMutex.h"
 
 #include <chrono>
 #include <thread>
 
-#include "platform/utils/Spin.h"
+#include "system/Spin.h"
 
-namespace utils {
+namespace sys {
 namespace {
 
 /// How often a writer looks whether a long read has ended. Readers wake nobody, so that leaving costs them one store.
@@ -82,4 +82,4 @@ void SharedMutex::unlock() {
     writers_.unlock();
 }
 
-}  // namespace utils
+}  // namespace sys

@@ -2,9 +2,7 @@
 
 #include <cstdint>
 
-#include "platform/Export.h"
-
-namespace utils {
+namespace sys {
 
 /// Numbers for threads, so that readers of different threads can mark different cache lines.
 ///
@@ -12,7 +10,7 @@ namespace utils {
 /// plain stores. What keeps such a reader and a writer from overlooking each other is the writer's to pay, by
 /// barrier(). Further threads share numbers and must count with atomic additions; so do all threads where the system
 /// has no such barrier. There is no limit on threads and nothing to register.
-class PM_PLATFORM_API ThreadLine {
+class ThreadLine {
 public:
     /// Numbers below this have one owner.
     static constexpr std::uint32_t kOwned = 32;
@@ -41,4 +39,4 @@ private:
     static inline constinit thread_local std::uint32_t number_ = kNone;
 };
 
-}  // namespace utils
+}  // namespace sys

@@ -6,10 +6,9 @@
 #include <cstdint>
 #include <mutex>
 
-#include "platform/Export.h"
-#include "platform/utils/ThreadLine.h"
+#include "system/ThreadLine.h"
 
-namespace utils {
+namespace sys {
 
 /// A reader-writer lock made for many short reads and few writes.
 ///
@@ -19,7 +18,7 @@ namespace utils {
 ///
 /// Threads with a ThreadLine of their own mark it with plain stores, and a writer pays for the barrier; others count on
 /// lines that they share. Readers must not take the lock again while they hold it.
-class PM_PLATFORM_API SharedMutex {
+class SharedMutex {
 public:
     SharedMutex() : SharedMutex(Barrier::OfProcess) {}
     SharedMutex(const SharedMutex&) = delete;
@@ -125,4 +124,4 @@ public:
     }
 };
 
-}  // namespace utils
+}  // namespace sys

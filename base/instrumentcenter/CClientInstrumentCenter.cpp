@@ -7,8 +7,8 @@
 #include <cctype>
 
 #include "base/instrumentcenter/ClientState.h"
+#include "base/instrumentcenter/boundary/Platform.h"
 #include "base/instrumentcenter/vocabulary/Exchanges.h"
-#include "platform/utils/Utils.h"
 #include "system/Memory.h"
 
 // Construction, the load of instruments and clearing.
@@ -50,8 +50,8 @@ RecordsByMarket ofMarkets(const std::set<std::string>& family, const std::vector
 void restoreRaw(const std::string& market, std::vector<InstrumentPtr>& extra) {
     const std::vector<InstrumentPtr> records =
         readRecords<CInstrumentDetail>(DBBuilder::buildRawDbName(market), knownRecordOf<CInstrumentDetail>);
-    PM_LOG(utils::kLogInfo, kClientSource,
-           formatted("[clientIns] read from persist market = %1%, size = %2%", market, records.size()));
+    PM_CENTER_LOG(kLogInfo, kClientSource,
+                  formatted("[clientIns] read from persist market = %1%, size = %2%", market, records.size()));
     extra.insert(extra.end(), records.begin(), records.end());
 }
 
@@ -59,9 +59,9 @@ void restoreRaw(const std::string& market, std::vector<InstrumentPtr>& extra) {
 void saveRaw(const std::string& market, const MarketRecords& records, Guarded<LoadLedger>& loads) {
     const DocumentBatch batch(records);
     const std::string db = DBBuilder::buildRawDbName(market);
-    store().initDb(db, false);
-    if (!store().writeDocuments(db, batch, false)) {
-        const std::string reason = persist::CPersistService::lastFailure();
+    store().open(db);
+    if (!store().write(db, batch)) {
+        const std::string reason = store().lastFailure();
         loads.write()->noteFailedWrite(db, reason);
     }
 }
@@ -235,8 +235,8 @@ void CClientInstrumentCenter::group(const std::vector<boost::shared_ptr<CInstrum
         }
         const bool futures = utils::isFutureMarket(record->market) || utils::isFutureOptionMarket(record->market);
         if (futures && isContinuousContract(record->platformCode)) {
-            PM_LOG(utils::kLogInfo, kClientSource,
-                   fmt::format("[inscenter] continue ins {}, {}", record->code, record->platformCode));
+            PM_CENTER_LOG(kLogInfo, kClientSource,
+                          fmt::format("[inscenter] continue ins {}, {}", record->code, record->platformCode));
         } else if (futures || utils::isForeignMarket(record->market)) {
             platformCodes[record->code] = record->platformCode;
         }
@@ -306,7 +306,7 @@ void CClientInstrumentCenter::writeMarkets(
             const DatabaseWriting writing(client_->databases, db);
             if (!isCatalogueName(folded)) {
                 saved = load.replacement.save(db, batch);
-                reason = persist::CPersistService::lastFailure();
+                reason = store().lastFailure();
             }
             // The cache is refreshed once more, for a reader that met the old document between the first time and now.
             if (saved) {
@@ -319,7 +319,7 @@ void CClientInstrumentCenter::writeMarkets(
             }
         }
         if (!saved) {
-            PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, firstMarket));
+            PM_CENTER_LOG(kLogError, kClientSource, formatted(kSaveFailed, firstMarket));
             state().loads.write()->noteFailedWrite(db, reason);
             done.unwritten = done.stored;
         }
@@ -390,8 +390,9 @@ void CClientInstrumentCenter::clearPersist(const std::string& path) {
         const boost::system::error_code error = removeWhole(directory);
         if (error) {
             // "patch" is the wording that operators' scripts look for.
-            PM_LOG(utils::kLogError, kClientSource,
-                   formatted("[clientIns] clear persist failed, patch = %1%, error = %2%", name, error.message()));
+            PM_CENTER_LOG(
+                kLogError, kClientSource,
+                formatted("[clientIns] clear persist failed, patch = %1%, error = %2%", name, error.message()));
         }
     }
 }

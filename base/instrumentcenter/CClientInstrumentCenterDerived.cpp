@@ -25,24 +25,15 @@ std::vector<uint64> listOf(const KeySet& keys) {
     return {keys.begin(), keys.end()};
 }
 
-/// The records stored beneath a field of a pseudo-market's database; none while that is not registered.
-std::vector<InstrumentPtr> readField(const std::string& db, const std::string& field) {
-    std::map<std::string, bson::BSONObj> documents;
-    if (!db.empty()) {
-        store().readHashDatas(db, documents, field, true);
-    }
-    return instrumentsOf(documents);
-}
-
 }  // namespace
 
 void CClientInstrumentCenter::createFutureMainDatas(
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
-    PM_LOG(utils::kLogInfo, kClientSource, "[inscenter] create future main datas");
+    PM_CENTER_LOG(kLogInfo, kClientSource, "[inscenter] create future main datas");
     const std::string db = DBBuilder::buildDbName(kFutureMains);
     auto mainsByMarket = deriveMainContracts(grouped, client_->futureMarkets);
     std::list<DocumentBatch<CInstrumentDetail>> batches;  // of the fields, which refer to them
-    std::vector<persist::CPersistService::Field> fields;
+    std::vector<StoreField> fields;
     for (const auto& [market, mains] : mainsByMarket) {
         std::vector<DocumentBatch<CInstrumentDetail>::Source> records;
         for (const StockKey key : mains.all) {
@@ -50,16 +41,16 @@ void CClientInstrumentCenter::createFutureMainDatas(
         }
         fields.push_back({std::to_string(market), &batches.emplace_back(records)});
     }
-    store().initDb(db, false);
+    store().open(db);
     // All in one step; where that fails, market by market, so that one cannot keep the others out.
-    const bool allSaved = fields.empty() || store().replaceHashDatas(db, fields);
+    const bool allSaved = fields.empty() || store().replaceFields(db, fields);
     auto field = fields.begin();
     for (auto& [market, mains] : mainsByMarket) {
-        const bool saved = allSaved || store().replaceHashDatas(db, {*field});
+        const bool saved = allSaved || store().replaceFields(db, {*field});
         ++field;
         if (!saved) {
-            const std::string reason = persist::CPersistService::lastFailure();
-            PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kFutureMains));
+            const std::string reason = store().lastFailure();
+            PM_CENTER_LOG(kLogError, kClientSource, formatted(kSaveFailed, kFutureMains));
             state().loads.write()->noteFailedWrite(db, reason);
         }
         const auto futures = client_->futures.write();
@@ -75,9 +66,9 @@ void CClientInstrumentCenter::createFutureMainDatas(
 
 void CClientInstrumentCenter::createFutureProdcutDatas(
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
-    PM_LOG(utils::kLogInfo, kClientSource, "[inscenter] create future product datas");
+    PM_CENTER_LOG(kLogInfo, kClientSource, "[inscenter] create future product datas");
     std::list<DocumentBatch<CInstrumentDetail>> batches;  // of the fields, which refer to them
-    std::vector<persist::CPersistService::Field> fields;
+    std::vector<StoreField> fields;
     const auto contractsByProduct = deriveProductContracts(grouped, client_->futureMarkets);
     for (const auto& [product, contracts] : contractsByProduct) {
         std::vector<DocumentBatch<CInstrumentDetail>::Source> records;
@@ -88,10 +79,10 @@ void CClientInstrumentCenter::createFutureProdcutDatas(
         fields.push_back({fieldOf(product), &batches.emplace_back(records)});
     }
     const std::string db = DBBuilder::buildDbName(kFutureProducts);
-    const bool saved = (store().initDb(db, false) && store().replaceHashDatas(db, fields)) || fields.empty();
+    const bool saved = (store().open(db) && store().replaceFields(db, fields)) || fields.empty();
     if (!saved) {
-        const std::string reason = persist::CPersistService::lastFailure();
-        PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kFutureProducts));
+        const std::string reason = store().lastFailure();
+        PM_CENTER_LOG(kLogError, kClientSource, formatted(kSaveFailed, kFutureProducts));
         state().loads.write()->noteFailedWrite(db, reason);
     }
     {
@@ -124,7 +115,7 @@ void CClientInstrumentCenter::createFutureDceDatas(
 void CClientInstrumentCenter::createStockCodes(
     const std::vector<std::string>& markets,
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
-    PM_LOG(utils::kLogInfo, kClientSource, "[inscenter] create stock codes");
+    PM_CENTER_LOG(kLogInfo, kClientSource, "[inscenter] create stock codes");
     if (!touchesStockCodes(markets)) {
         return;
     }
@@ -132,19 +123,19 @@ void CClientInstrumentCenter::createStockCodes(
     state().publish([&](Version& version) { install(codes, version.codeSets.own()); });
     for (const auto& [market, entries] : codes.ipo) {
         for (const std::string& entry : entries) {
-            PM_LOG(utils::kLogInfo, kClientSource, fmt::format("[ipo] stk code:{0}", entry));
+            PM_CENTER_LOG(kLogInfo, kClientSource, fmt::format("[ipo] stk code:{0}", entry));
         }
     }
     for (const auto& [market, entries] : codes.cdr) {
         for (const std::string& entry : entries) {
-            PM_LOG(utils::kLogInfo, kClientSource, fmt::format("[ipo] cdr code:{0}", entry));
+            PM_CENTER_LOG(kLogInfo, kClientSource, fmt::format("[ipo] cdr code:{0}", entry));
         }
     }
 }
 
 void CClientInstrumentCenter::createNeeqCodes(
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
-    PM_LOG(utils::kLogInfo, kClientSource, "[inscenter] create neeq codes");
+    PM_CENTER_LOG(kLogInfo, kClientSource, "[inscenter] create neeq codes");
     std::set<std::string> codes = deriveNeeqInquiryCodes(grouped);
     if (!codes.empty()) {  // deliberately unlike the stock codes: none keep what was there
         state().publish([&](Version& version) { version.codeSets.own().neeqInquiryCodes.swap(codes); });
@@ -153,7 +144,7 @@ void CClientInstrumentCenter::createNeeqCodes(
 
 void CClientInstrumentCenter::createStkOptionCodes(
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
-    PM_LOG(utils::kLogInfo, kClientSource, "[inscenter] create stock option codes");
+    PM_CENTER_LOG(kLogInfo, kClientSource, "[inscenter] create stock option codes");
     auto underlyings = deriveOptionUnderlyings(grouped);
     if (!underlyings.empty()) {
         state().publish([&](Version& version) { installOptionUnderlyings(underlyings, version.codeSets.own()); });

@@ -4,10 +4,10 @@
 
 #include "base/instrumentcenter/CClientInstrumentCenter.h"
 #include "base/instrumentcenter/ClientState.h"
+#include "base/instrumentcenter/boundary/Platform.h"
 #include "base/instrumentcenter/catalogue/InstrumentMap.h"
 #include "base/instrumentcenter/catalogue/Questions.h"
 #include "base/instrumentcenter/vocabulary/Exchanges.h"
-#include "platform/utils/Utils.h"
 
 // What a key is, and the records themselves: index, record cache, records parked after a failed write, store.
 
@@ -158,7 +158,7 @@ void CClientInstrumentCenter::addMarket(uint64 marketHash, const std::string& ma
     const std::string db = client_->names.getDbName(marketHash);
     if (db.empty()) {
         if (failure != nullptr) {
-            PM_LOG(utils::kLogError, kClientSource, formatted(failure, market));
+            PM_CENTER_LOG(kLogError, kClientSource, formatted(failure, market));
         }
         return;
     }

@@ -6,10 +6,10 @@
 
 #include "base/instrumentcenter/CClientInstrumentCenter.h"
 #include "base/instrumentcenter/ClientState.h"
+#include "base/instrumentcenter/boundary/Platform.h"
 #include "base/instrumentcenter/catalogue/InstrumentMap.h"
 #include "base/instrumentcenter/catalogue/PseudoInstruments.h"
 #include "base/instrumentcenter/catalogue/RecordChanges.h"
-#include "platform/utils/Utils.h"
 
 // ETFs, bonds and OTC fund plans, kept in the store; tender bonds, counterparties, issuance records and price settings,
 // kept in memory.
@@ -48,16 +48,16 @@ std::set<std::uint64_t> keysOf(const std::map<std::uint64_t, boost::shared_ptr<R
 enum class Others { Keep, Drop };
 
 /// Some of the documents of a batch.
-class PartOfBatch final : public persist::StoreBatch {
+class PartOfBatch final : public StoreBatch {
 public:
-    PartOfBatch(const persist::StoreBatch& whole, std::vector<std::size_t> entries)
+    PartOfBatch(const StoreBatch& whole, std::vector<std::size_t> entries)
         : whole_(whole), entries_(std::move(entries)) {}
     std::size_t size() const override { return entries_.size(); }
     std::string_view key(std::size_t entry) const override { return whole_.key(entries_[entry]); }
-    std::string_view value(std::size_t entry) const override { return whole_.value(entries_[entry]); }
+    Document value(std::size_t entry) const override { return whole_.value(entries_[entry]); }
 
 private:
-    const persist::StoreBatch& whole_;
+    const StoreBatch& whole_;
     const std::vector<std::size_t> entries_;
 };
 
@@ -74,17 +74,17 @@ template <class Record>
 std::optional<Unsaved<Record>> saveApart(const std::string& db, const DocumentBatch<Record>& batch,
                                          const std::map<std::uint64_t, boost::shared_ptr<Record>>& records,
                                          Others rest) {
-    const auto save = [&](const persist::StoreBatch& part) {
-        return rest == Others::Drop ? store().replaceDocuments(db, part) : store().writeDocuments(db, part, false);
+    const auto save = [&](const StoreBatch& part) {
+        return rest == Others::Drop ? store().replace(db, part) : store().write(db, part);
     };
     const bool nothingToDo = rest == Others::Keep && records.empty();
     if (nothingToDo || save(batch)) {
         return std::nullopt;
     }
-    Unsaved<Record> unsaved{{}, persist::CPersistService::lastFailure()};
+    Unsaved<Record> unsaved{{}, store().lastFailure()};
     std::vector<std::size_t> fitting;
     for (std::size_t entry = 0; entry < batch.size(); ++entry) {
-        if (batch.value(entry).empty()) {
+        if (isNone(batch.value(entry))) {
             const std::uint64_t key = documentKey(batch.key(entry));
             unsaved.records.emplace(key, records.at(key));
         } else {
@@ -111,7 +111,7 @@ void replaceCatalogue(const std::string& db, const char* name, Others rest,
     std::optional<std::string> failure;
     {
         const DatabaseWriting writing(databases, db);
-        store().initDb(db, false);
+        store().open(db);
         if (auto unsaved = saveApart(db, batch, records, rest)) {
             failure = std::move(unsaved->reason);
             fresh.unsaved = std::move(unsaved->records);
@@ -122,7 +122,7 @@ void replaceCatalogue(const std::string& db, const char* name, Others rest,
         cache.refresh(records);
     }
     if (failure) {
-        PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, name));
+        PM_CENTER_LOG(kLogError, kClientSource, formatted(kSaveFailed, name));
         loads.write()->noteFailedWrite(db, *failure);
     }
 }
@@ -153,7 +153,7 @@ void CClientInstrumentCenter::initEtfs(const std::vector<boost::shared_ptr<CETFD
 
 void CClientInstrumentCenter::doInitEtfs(const std::vector<boost::shared_ptr<CETFDetail>>& etfs) {
     const std::string db = DBBuilder::buildDbName(kAllEtfs);
-    store().initDb(db, false);
+    store().open(db);
     std::map<std::uint64_t, boost::shared_ptr<CETFDetail>> etfByKey;
     GroupedSnapshot grouped;
     MarketRecords& instruments = grouped[marketKey(kEtfInstruments)];
@@ -169,7 +169,7 @@ void CClientInstrumentCenter::doInitEtfs(const std::vector<boost::shared_ptr<CET
     }
     std::set<std::uint64_t> keys = keysOf(etfByKey);
     if (auto unsaved = saveApart(db, DocumentBatch(etfByKey), etfByKey, Others::Keep)) {
-        PM_LOG(utils::kLogError, kClientSource, formatted(kSaveFailed, kEtfInstruments));
+        PM_CENTER_LOG(kLogError, kClientSource, formatted(kSaveFailed, kEtfInstruments));
         state().loads.write()->noteFailedWrite(db, unsaved->reason);
         // Records that an earlier load could not write are kept until a later one fails: deliberate.
         std::swap(client_->etfs.write()->unsaved, unsaved->records);

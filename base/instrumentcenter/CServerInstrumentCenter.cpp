@@ -10,12 +10,12 @@
 #include <vector>
 
 #include "base/instrumentcenter/ServerState.h"
+#include "base/instrumentcenter/boundary/Log.h"
 #include "base/instrumentcenter/catalogue/Prefetch.h"
 #include "base/instrumentcenter/catalogue/StockCodes.h"
 #include "base/instrumentcenter/vocabulary/Exchanges.h"
 #include "base/instrumentcenter/vocabulary/Keys.h"
 #include "base/instrumentcenter/vocabulary/Markets.h"
-#include "platform/utils/LogLine.h"
 
 // Construction and the load of instruments. A load prepares a ServerChange on its own thread, without a lock, and
 // publishes it once; one that throws before has changed nothing that readers see.
@@ -84,8 +84,9 @@ void CServerInstrumentCenter::initInstruments(const std::vector<std::string>& ma
 
 void CServerInstrumentCenter::doInitInstruments(const std::vector<std::string>& markets,
                                                 const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) {
-    PM_LOG(utils::kLogInfo, kServerSource,
-           fmt::format("[inscenter] init instruments [{0}] for [{1}] markets", instruments.size(), markets.size()));
+    PM_CENTER_LOG(
+        kLogInfo, kServerSource,
+        fmt::format("[inscenter] init instruments [{0}] for [{1}] markets", instruments.size(), markets.size()));
     const Stopwatch watch;
     LoadReport report = reportOn(instruments);
     LoadNotes notes;
@@ -166,7 +167,7 @@ void CServerInstrumentCenter::createExchangeDatas(
 
 void CServerInstrumentCenter::file(
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped, ServerChange& change) {
-    PM_LOG(utils::kLogInfo, kServerSource, "[inscenter] create exchange datas");
+    PM_CENTER_LOG(kLogInfo, kServerSource, "[inscenter] create exchange datas");
     change.file(grouped);
 }
 

@@ -3,8 +3,8 @@
 #include "base/instrumentcenter/CServerInstrumentCenter.h"
 #include "base/instrumentcenter/InstrumentView.h"
 #include "base/instrumentcenter/ServerState.h"
+#include "base/instrumentcenter/boundary/Log.h"
 #include "base/instrumentcenter/catalogue/StockCodes.h"
-#include "platform/utils/LogLine.h"
 
 // What is derived from a load: futures main contracts and spreads, code sets. Each derivation runs on the loading
 // thread and adds its finished table to the load's change; called alone, by a host's derived class, it is a change by
@@ -27,7 +27,7 @@ void CServerInstrumentCenter::createFutureMainDatas(
 
 void CServerInstrumentCenter::deriveMains(
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped, ServerChange& change) {
-    PM_LOG(utils::kLogInfo, kServerSource, "[inscenter] create future main datas");
+    PM_CENTER_LOG(kLogInfo, kServerSource, "[inscenter] create future main datas");
     auto mainsByMarket = deriveMainContracts(grouped, server_->futureMarkets);
     if (mainsByMarket.empty()) {
         return;
@@ -43,7 +43,7 @@ void CServerInstrumentCenter::deriveMains(
 void CServerInstrumentCenter::createFutureProdcutDatas(
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& /*grouped*/) {
     // Deliberately no more than its line: this center keeps neither contract lists nor names of products.
-    PM_LOG(utils::kLogInfo, kServerSource, "[inscenter] create future product datas");
+    PM_CENTER_LOG(kLogInfo, kServerSource, "[inscenter] create future product datas");
 }
 
 void CServerInstrumentCenter::createFutureDceDatas(
@@ -73,7 +73,7 @@ void CServerInstrumentCenter::createStockCodes(
 void CServerInstrumentCenter::deriveCodes(
     const std::vector<std::string>& markets,
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped, ServerChange& change) {
-    PM_LOG(utils::kLogInfo, kServerSource, "[inscenter] create stock codes");
+    PM_CENTER_LOG(kLogInfo, kServerSource, "[inscenter] create stock codes");
     if (touchesStockCodes(markets)) {
         change.add([codes = deriveStockCodes(grouped)](ServerVersion& version) mutable {
             install(std::move(codes), version.codeSets.own());
@@ -90,7 +90,7 @@ void CServerInstrumentCenter::createNeeqCodes(
 
 void CServerInstrumentCenter::deriveInquiries(
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped, ServerChange& change) {
-    PM_LOG(utils::kLogInfo, kServerSource, "[inscenter] create neeq codes");
+    PM_CENTER_LOG(kLogInfo, kServerSource, "[inscenter] create neeq codes");
     std::set<std::string> codes = deriveNeeqInquiryCodes(grouped);
     if (!codes.empty()) {  // deliberately unlike the stock codes: none keep what was there
         change.add([codes = std::move(codes)](ServerVersion& version) mutable {
@@ -108,7 +108,7 @@ void CServerInstrumentCenter::createStkOptionCodes(
 
 void CServerInstrumentCenter::deriveUnderlyings(
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped, ServerChange& change) {
-    PM_LOG(utils::kLogInfo, kServerSource, "[inscenter] create stock option codes");
+    PM_CENTER_LOG(kLogInfo, kServerSource, "[inscenter] create stock option codes");
     auto underlyings = deriveOptionUnderlyings(grouped);
     if (!underlyings.empty()) {
         change.add([underlyings = std::move(underlyings)](ServerVersion& version) mutable {

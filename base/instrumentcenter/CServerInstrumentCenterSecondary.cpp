@@ -4,10 +4,10 @@
 #include "base/instrumentcenter/CServerInstrumentCenter.h"
 #include "base/instrumentcenter/InstrumentView.h"
 #include "base/instrumentcenter/ServerState.h"
+#include "base/instrumentcenter/boundary/Platform.h"
 #include "base/instrumentcenter/catalogue/PseudoInstruments.h"
 #include "base/instrumentcenter/catalogue/RecordChanges.h"
 #include "base/instrumentcenter/vocabulary/Markets.h"
-#include "platform/utils/Utils.h"
 
 // ETFs, bonds, tender bonds, counterparties, OTC fund plans and issuance records. Each load or batch of changes is one
 // version.

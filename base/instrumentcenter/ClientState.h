@@ -6,6 +6,7 @@
 
 #include "base/instrumentcenter/CClientInstrumentCenter.h"
 #include "base/instrumentcenter/InterfaceState.h"
+#include "base/instrumentcenter/boundary/Platform.h"
 #include "base/instrumentcenter/catalogue/CodeIndex.h"
 #include "base/instrumentcenter/catalogue/FuturesTables.h"
 #include "base/instrumentcenter/catalogue/Guarded.h"
@@ -16,7 +17,6 @@
 #include "base/instrumentcenter/store/RecordCache.h"
 #include "base/instrumentcenter/store/Replacement.h"
 #include "base/instrumentcenter/vocabulary/Markets.h"
-#include "platform/net/RPCEngine.h"
 
 namespace mxservice {
 

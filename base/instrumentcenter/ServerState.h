@@ -10,11 +10,11 @@
 
 #include "base/instrumentcenter/CServerInstrumentCenter.h"
 #include "base/instrumentcenter/InterfaceState.h"
+#include "base/instrumentcenter/boundary/Platform.h"
 #include "base/instrumentcenter/catalogue/FiledKeys.h"
 #include "base/instrumentcenter/catalogue/FuturesTables.h"
 #include "base/instrumentcenter/catalogue/HashIndex.h"
 #include "base/instrumentcenter/catalogue/LayeredIndex.h"
-#include "platform/net/RPCEngine.h"
 
 namespace mxservice {
 

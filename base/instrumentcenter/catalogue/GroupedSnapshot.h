@@ -8,9 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "base/instrumentcenter/boundary/Platform.h"
 #include "base/instrumentcenter/vocabulary/Keys.h"
-#include "platform/record/Records.h"
-#include "platform/utils/Utils.h"
 
 namespace mxservice {
 

@@ -6,10 +6,10 @@
 #include <unordered_set>
 #include <utility>
 
+#include "base/instrumentcenter/boundary/Platform.h"
 #include "base/instrumentcenter/catalogue/Prefetch.h"
 #include "base/instrumentcenter/catalogue/Split.h"
 #include "base/instrumentcenter/vocabulary/Markets.h"
-#include "platform/utils/Utils.h"
 
 namespace mxservice {
 namespace {

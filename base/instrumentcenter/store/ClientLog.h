@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "platform/utils/LogLine.h"
+#include "base/instrumentcenter/boundary/Log.h"
 
 namespace mxservice {
 

@@ -29,8 +29,8 @@ void DBBuilder::updateDbName(const std::string& market, const std::string& db) {
         names->byMarket[market] = db;
         names->byHash[hash] = db;
     }
-    PM_LOG(utils::kLogInfo, kClientSource,
-           formatted("[clientIns] update db, market=%1%, db=%2%, hash=%3%", market, db, hash));
+    PM_CENTER_LOG(kLogInfo, kClientSource,
+                  formatted("[clientIns] update db, market=%1%, db=%2%, hash=%3%", market, db, hash));
 }
 
 std::string DBBuilder::getDbName(const std::string& market) const {

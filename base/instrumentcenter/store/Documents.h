@@ -16,31 +16,27 @@
 #include <utility>
 #include <vector>
 
+#include "base/instrumentcenter/boundary/Store.h"
 #include "base/instrumentcenter/catalogue/Guarded.h"
 #include "base/instrumentcenter/catalogue/Prefetch.h"
 #include "base/instrumentcenter/catalogue/PseudoInstruments.h"
 #include "base/instrumentcenter/store/ClientLog.h"
-#include "platform/bson/BSONObj.h"
-#include "platform/persist/CPersistService.h"
-#include "platform/record/Records.h"
 
 namespace mxservice {
 
 /// Records as documents under the decimal texts of their keys, in the order of those. Each document is built when the
 /// store takes it, so the records must outlive the batch and stay as they are until the write has ended.
 template <class Record>
-class DocumentBatch final : public persist::StoreBatch {
+class DocumentBatch final : public StoreBatch {
 public:
     using Source = std::pair<std::uint64_t, const Record*>;
 
     explicit DocumentBatch(const std::vector<Source>& records) {
         entries_.reserve(records.size());
         for (const auto& [key, record] : records) {
-            Entry& entry = entries_.emplace_back();
+            Entry& entry = entries_.emplace_back(*record);
             const char* const end = std::to_chars(entry.digits.data(), entry.digits.data() + kMostDigits, key).ptr;
             entry.size = static_cast<std::size_t>(end - entry.digits.data());
-            entry.record = record;
-            entry.type = &record->recordType();
         }
         std::sort(entries_.begin(), entries_.end(),
                   [](const Entry& left, const Entry& right) { return left.key() < right.key(); });
@@ -52,23 +48,22 @@ public:
 
     std::size_t size() const override { return entries_.size(); }
     std::string_view key(std::size_t entry) const override { return entries_[entry].key(); }
-    /// Empty for a record that is too large for a document; the store refuses the whole batch then.
-    std::string_view value(std::size_t entry) const override {
+    /// None for a record that is too large for a document; the store refuses the whole batch then.
+    Document value(std::size_t entry) const override {
         if (entry + 1 < entries_.size()) {
-            prefetchWhole(*entries_[entry + 1].record);
+            prefetchWhole(entries_[entry + 1].document.record());
         }
-        bytes_.clear();
-        const Entry& asked = entries_[entry];
-        return asked.type->appendDocument(*asked.record, bytes_) ? bytes_ : std::string_view();
+        return entries_[entry].document.make(bytes_);
     }
 
 private:
     static constexpr std::size_t kMostDigits = std::numeric_limits<std::uint64_t>::digits10 + 1;
     struct Entry {
+        explicit Entry(const Record& record) : document(record) {}
+
         std::array<char, kMostDigits> digits;
         std::size_t size = 0;
-        const Record* record = nullptr;
-        const RecordType* type = nullptr;  // asked for beforehand: the store takes documents with its locks held
+        DocumentMaker<Record> document;
         std::string_view key() const { return {digits.data(), size}; }
     };
 
@@ -86,9 +81,9 @@ private:
 };
 
 /// The store, for callers that hold none of the center's locks.
-inline persist::CPersistService& store() {
+inline DocumentStore store() {
     assertNoLockHeld();
-    return *persist::CPersistService::instance();
+    return {};
 }
 
 /// The key that the text of a document key stands for; 0 for any other text.
@@ -98,21 +93,21 @@ inline std::uint64_t documentKey(std::string_view text) {
     return end.ec == std::errc() && end.ptr == text.data() + text.size() ? key : 0;
 }
 
-/// How the bytes of a document become a record of a class: null when they do not.
+/// How a document becomes a record of a class: null when it does not.
 template <class Record>
-using DocumentReader = boost::shared_ptr<Record> (*)(std::string_view bytes);
+using DocumentReader = boost::shared_ptr<Record> (*)(Document document);
 
 /// The document tells its class; null for one that is neither this class nor derived from it.
 template <class Record>
-boost::shared_ptr<Record> recordOf(std::string_view bytes) {
-    return boost::dynamic_pointer_cast<Record>(TypeManager::instance()->parse(bytes, nullptr));
+boost::shared_ptr<Record> recordOf(Document document) {
+    return boost::dynamic_pointer_cast<Record>(parsed(document));
 }
 
 /// The class is known: fields that the document lacks have their defaults.
 template <class Record>
-boost::shared_ptr<Record> knownRecordOf(std::string_view bytes) {
+boost::shared_ptr<Record> knownRecordOf(Document document) {
     auto record = boost::make_shared<Record>();
-    return record->readDocument(bytes, false, nullptr) ? record : nullptr;
+    return fill(*record, document) ? record : nullptr;
 }
 
 /// The record stored under the decimal text of a key; null when there is none.
@@ -121,8 +116,8 @@ boost::shared_ptr<Record> readRecord(const std::string& db, std::uint64_t key,
                                      DocumentReader<Record> read = recordOf<Record>) {
     boost::shared_ptr<Record> record;
     if (!db.empty()) {
-        store().visitData(db, std::to_string(key), [&](std::string_view, std::string_view bytes) {
-            record = read(bytes);
+        store().visit(db, std::to_string(key), [&](std::string_view, Document document) {
+            record = read(document);
             return false;
         });
     }
@@ -150,7 +145,7 @@ boost::shared_ptr<Record> readOwnRecord(const std::string& db, std::uint64_t key
                                         DocumentReader<Record> read = recordOf<Record>) {
     boost::shared_ptr<Record> record = readRecord(db, key, read);
     if (record && isOfAnother(key, *record)) {
-        PM_LOG(utils::kLogError, kClientSource, formatted(kNotItsOwn, db, key));
+        PM_CENTER_LOG(kLogError, kClientSource, formatted(kNotItsOwn, db, key));
         record = nullptr;
     }
     return record;
@@ -163,14 +158,14 @@ template <class Record, class Seen>
 std::vector<boost::shared_ptr<Record>> readRecords(const std::string& db, DocumentReader<Record> read,
                                                    const Seen& seen) {
     std::vector<boost::shared_ptr<Record>> records;
-    const auto keep = [&](std::string_view key, std::string_view bytes) {
-        if (boost::shared_ptr<Record> record = read(bytes)) {
+    const auto keep = [&](std::string_view key, Document document) {
+        if (boost::shared_ptr<Record> record = read(document)) {
             records.push_back(std::move(record));
             seen(key);
         }
         return true;
     };
-    if (db.empty() || !store().visitAllData(db, keep)) {
+    if (db.empty() || !store().visitAll(db, keep)) {
         records.clear();
     }
     return records;
@@ -182,12 +177,13 @@ std::vector<boost::shared_ptr<Record>> readRecords(const std::string& db,
     return readRecords(db, read, [](std::string_view /*key*/) {});
 }
 
-/// The instruments in a map of sub-documents.
-inline std::vector<boost::shared_ptr<CInstrumentDetail>> instrumentsOf(
-    const std::map<std::string, bson::BSONObj>& documents) {
+/// The instruments beneath a field of a pseudo-market's database; none while that is not registered.
+inline std::vector<boost::shared_ptr<CInstrumentDetail>> readField(const std::string& db, const std::string& field) {
     std::vector<boost::shared_ptr<CInstrumentDetail>> records;
-    records.reserve(documents.size());
-    for (const auto& [key, document] : documents) {
+    if (db.empty()) {
+        return records;
+    }
+    for (const auto& [key, document] : store().readField(db, field)) {
         auto record = boost::make_shared<CInstrumentDetail>();
         if (record->bsonValueFromObj(document, true, nullptr)) {
             records.push_back(std::move(record));

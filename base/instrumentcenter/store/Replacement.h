@@ -5,9 +5,9 @@
 #include <set>
 #include <string>
 
+#include "base/instrumentcenter/boundary/Log.h"
 #include "base/instrumentcenter/catalogue/Guarded.h"
 #include "base/instrumentcenter/store/Documents.h"
-#include "platform/utils/LogLine.h"
 
 namespace mxservice {
 
@@ -31,7 +31,7 @@ public:
     DatabaseWriting(SharedDatabases& databases, const std::string& db) : guard_(databases.writeLock(db)) {}
 
 private:
-    const utils::LogDelay delay_;  // ends after the lock is dropped
+    const LogDelay delay_;  // ends after the lock is dropped
     const std::lock_guard<std::mutex> guard_;
 };
 
@@ -56,16 +56,16 @@ public:
 
     /// Opens the database and writes the batch; false when either fails. The caller has its DatabaseWriting: what
     /// memory keeps of the market is to change before another load can write it.
-    bool save(const std::string& db, const persist::StoreBatch& batch) {
-        if (!store().initDb(db, false)) {
+    bool save(const std::string& db, const StoreBatch& batch) {
+        if (!store().open(db)) {
             return false;
         }
         if (!isDropped(db)) {
-            if (!store().writeDocuments(db, batch, false)) {
+            if (!store().write(db, batch)) {
                 return false;
             }
         } else {
-            if (!store().replaceDocuments(db, batch)) {
+            if (!store().replace(db, batch)) {
                 return false;
             }
             databases_.dropped.write()->erase(db);
@@ -80,7 +80,7 @@ public:
         for (const std::string& db : dropped_) {
             const DatabaseWriting writing(databases_, db);
             if (isDropped(db)) {
-                store().dropAllData(db);
+                store().drop(db);
                 databases_.dropped.write()->erase(db);
             }
         }

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
+#include "base/instrumentcenter/boundary/Hash.h"
 #include "base/instrumentcenter/vocabulary/Markets.h"
-#include "platform/utils/HashInline.h"
 
 namespace mxservice {
 namespace {
@@ -14,14 +14,14 @@ constexpr std::size_t kStackBytes = 256;
 StockKey joinedKey(std::string_view head, std::string_view tail) {
     const std::size_t size = head.size() + tail.size();
     if (size > kStackBytes) {
-        return utils::hashBytes(std::string(head).append(tail));
+        return hashBytes(std::string(head).append(tail));
     }
     std::array<char, kStackBytes> text;
     std::memcpy(text.data(), head.data(), head.size());
     if (!tail.empty()) {
         std::memcpy(text.data() + head.size(), tail.data(), tail.size());
     }
-    return utils::hashBytes({text.data(), size});
+    return hashBytes({text.data(), size});
 }
 
 bool startsWith(std::string_view text, std::string_view prefix) {
@@ -31,11 +31,11 @@ bool startsWith(std::string_view text, std::string_view prefix) {
 }  // namespace
 
 MarketKey marketKey(std::string_view market) {
-    return utils::hashBytes(market);
+    return hashBytes(market);
 }
 
 StockKey textKey(std::string_view keyText) {
-    return utils::hashBytes(keyText);
+    return hashBytes(keyText);
 }
 
 StockKey stockKey(std::string_view market, std::string_view code) {

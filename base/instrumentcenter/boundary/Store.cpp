@@ -1,0 +1,58 @@
+#include "base/instrumentcenter/boundary/Store.h"
+
+namespace mxservice {
+namespace {
+
+persist::CPersistService& service() {
+    return *persist::CPersistService::instance();
+}
+
+}  // namespace
+
+bool fill(IData& record, Document document) {
+    return record.readDocument(document, false, nullptr);
+}
+
+boost::shared_ptr<IData> parsed(Document document) {
+    return TypeManager::instance()->parse(document, nullptr);
+}
+
+bool DocumentStore::open(const std::string& db) const {
+    return service().initDb(db, false);
+}
+
+bool DocumentStore::write(const std::string& db, const StoreBatch& documents) const {
+    return service().writeDocuments(db, documents, false);
+}
+
+bool DocumentStore::replace(const std::string& db, const StoreBatch& documents) const {
+    return service().replaceDocuments(db, documents);
+}
+
+bool DocumentStore::replaceFields(const std::string& db, const std::vector<StoreField>& fields) const {
+    return service().replaceHashDatas(db, fields);
+}
+
+void DocumentStore::drop(const std::string& db) const {
+    service().dropAllData(db);
+}
+
+void DocumentStore::visit(const std::string& db, const std::string& key, const Visitor& visitor) const {
+    service().visitData(db, key, visitor);
+}
+
+bool DocumentStore::visitAll(const std::string& db, const Visitor& visitor) const {
+    return service().visitAllData(db, visitor);
+}
+
+std::map<std::string, bson::BSONObj> DocumentStore::readField(const std::string& db, const std::string& field) const {
+    std::map<std::string, bson::BSONObj> documents;
+    service().readHashDatas(db, documents, field, true);
+    return documents;
+}
+
+std::string DocumentStore::lastFailure() const {
+    return service().lastFailure();
+}
+
+}  // namespace mxservice

@@ -15,6 +15,13 @@
 
 namespace mxservice {
 
+/// Whether the centers ask of the platform its named operations alone. Tests of what those cannot give are left out.
+#ifdef PM_NAMED_PLATFORM_ONLY
+constexpr bool kNamedPlatformOnly = true;
+#else
+constexpr bool kNamedPlatformOnly = false;
+#endif
+
 using InstrumentPtr = boost::shared_ptr<CInstrumentDetail>;
 using Instruments = std::vector<InstrumentPtr>;
 using InstrumentMap = std::map<std::string, InstrumentPtr>;

@@ -128,8 +128,9 @@ TEST_F(ClientStatistics, LoadsAtTheSameTimeDoNotMix) {
     const auto engine = std::make_shared<FailingEngine>();
     store_.service().setEngine(engine);
     load({"SZ"}, {instrument("SZ", "1"), instrument("SZ", "2")});
+    bool met = false;
     engine->onWrite([&](const std::string& db) {
-        if (db == "OvIns_SZ") {
+        if (db == "OvIns_SZ" && !std::exchange(met, true)) {
             load({"BJ"}, {instrument("BJ", "1")});
             EXPECT_EQ(counts(center(), "SZ"), Counts(2, 0, 2, 0, 0, 0, 0)) << "its reload has not ended";
         }
@@ -161,7 +162,7 @@ TEST_F(ClientStatistics, FailedWritesAreCountedByDatabase) {
     std::vector<std::pair<std::string, std::uint64_t>> failed;
     for (const FailedWrites& writes : center().statistics().failedWrites) {
         failed.emplace_back(writes.database, writes.writes);
-        EXPECT_EQ(writes.reason, "injected") << writes.database;
+        EXPECT_EQ(writes.reason, kNamedPlatformOnly ? "not told, see the store's log" : "injected") << writes.database;
     }
     EXPECT_THAT(failed,
                 ElementsAre(std::pair("OvIns_ALLETF", 1U), std::pair("OvIns_SZ", 2U), std::pair("OvRawSH", 1U)));

@@ -1,19 +1,40 @@
 #pragma once
 
 #include <source_location>
+#include <string>
 
+#ifndef PM_NAMED_PLATFORM_ONLY
 #include "platform/utils/LogLine.h"
+#endif
 
 namespace mxservice {
 
+#ifdef PM_NAMED_PLATFORM_ONLY
+
+/// Levels by the values that log4cxx gives them.
+constexpr int kLogInfo = 20000;
+constexpr int kLogError = 40000;
+
+/// Whether a line of this level would reach the platform's logger.
+bool logReaches(int level);
+/// Hands one finished line to it; what an appender throws is swallowed.
+void logLine(int level, const std::string& text, const char* file, const char* function, int line) noexcept;
+
+/// Delays nothing: the store's lines are not ours to hold, and the center logs none where one of these lives. So an
+/// appender must not load from within a line of the store.
+struct LogDelay {
+    LogDelay() {}
+};
+
+#else
+
 using utils::kLogError;
 using utils::kLogInfo;
-
-/// While it lives, lines of the calling thread wait.
 using utils::LogDelay;
-
 using utils::logLine;
 using utils::logReaches;
+
+#endif
 
 }  // namespace mxservice
 

@@ -6,6 +6,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "platform/bson/BSONObj.h"
@@ -13,6 +14,54 @@
 #include "platform/record/Records.h"
 
 namespace mxservice {
+
+#ifdef PM_NAMED_PLATFORM_ONLY
+
+/// A document on its way to the store, or as it came from there.
+using Document = bson::BSONObj;
+/// Whether it stands for one that could not be made.
+inline bool isNone(const Document& document) {
+    return document.isEmpty();
+}
+
+/// Documents to be written.
+class StoreBatch {
+public:
+    virtual ~StoreBatch() = default;
+    virtual std::size_t size() const = 0;
+    virtual std::string_view key(std::size_t entry) const = 0;
+    virtual Document value(std::size_t entry) const = 0;
+};
+/// A field and the documents by key beneath it.
+struct StoreField {
+    std::string name;
+    const StoreBatch* documents = nullptr;
+};
+
+/// Makes the document of one record, in the form that the platform has for its class.
+template <class Record>
+class DocumentMaker {
+public:
+    explicit DocumentMaker(const Record& record) : record_(&record) {}
+    const Record& record() const { return *record_; }
+    /// None for a record that is too large for a document.
+    Document make(std::string& /*bytes*/) const {
+        bson::BSONObjBuilder builder;
+        if constexpr (std::is_same_v<Record, CInstrumentDetail>) {
+            record_->appendElements_v2(builder);
+        } else if constexpr (std::is_same_v<Record, CBondInfoDetail>) {
+            record_->appendElements(builder);
+        } else {
+            return record_->toBsonWithBson();
+        }
+        return builder.obj();
+    }
+
+private:
+    const Record* record_;
+};
+
+#else
 
 /// A document on its way to the store, or as it lies there: the bytes, valid until the next one, not checked yet.
 using Document = std::string_view;
@@ -42,6 +91,8 @@ private:
     const Record* record_;
     const RecordType* type_;  // asked for beforehand: the store takes documents with its locks held
 };
+
+#endif
 
 /// Fills a record from a document of its class; fields that the document lacks stay as they are. False when it is
 /// damaged.

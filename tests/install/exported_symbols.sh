@@ -11,7 +11,7 @@ symbolsOf() {
     # Strong symbols, whatever they are called; weak ones of our own namespaces.
     nm -D --defined-only -C "$1" | sed -nE \
         -e 's/^[0-9a-f]* [TDBRGS] //p' \
-        -e 's/^[0-9a-f]* [VW] (((vtable|typeinfo|VTT) for )?(mxservice|persist|bson|net|utils)::.*)$/\1/p' | sort -u
+        -e 's/^[0-9a-f]* [VW] (((vtable|typeinfo|VTT) for )?(mxservice|persist|bson|net|sys|utils)::.*)$/\1/p' | sort -u
 }
 
 if [ $# -eq 1 ]; then

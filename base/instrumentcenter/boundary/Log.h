@@ -1,6 +1,5 @@
 #pragma once
 
-#include <source_location>
 #include <string>
 
 #ifndef PM_NAMED_PLATFORM_ONLY
@@ -38,10 +37,17 @@ using utils::logReaches;
 
 }  // namespace mxservice
 
+/// The full signature of the function around it.
+#if defined(_MSC_VER)
+#define PM_CENTER_FUNCTION __FUNCSIG__
+#else
+#define PM_CENTER_FUNCTION __PRETTY_FUNCTION__
+#endif
+
 /// Logs `text` with the place of the call as its location; `text` is evaluated only when the line will be written.
-#define PM_CENTER_LOG(level, file, text)                                                                              \
-    do {                                                                                                              \
-        if (::mxservice::logReaches(level)) {                                                                         \
-            ::mxservice::logLine((level), (text), (file), std::source_location::current().function_name(), __LINE__); \
-        }                                                                                                             \
+#define PM_CENTER_LOG(level, file, text)                                                 \
+    do {                                                                                 \
+        if (::mxservice::logReaches(level)) {                                            \
+            ::mxservice::logLine((level), (text), (file), PM_CENTER_FUNCTION, __LINE__); \
+        }                                                                                \
     } while (false)

@@ -52,7 +52,7 @@ std::map<std::string, bson::BSONObj> DocumentStore::readField(const std::string&
 }
 
 std::string DocumentStore::lastFailure() const {
-    return service().lastFailure();
+    return persist::CPersistService::lastFailure();
 }
 
 }  // namespace mxservice

@@ -5,7 +5,7 @@
 // The built-in ranges. docs/market-rules.md names the publications behind each, and says what was left out and why.
 //
 //   [SSE]   Shanghai Stock Exchange, allocation of securities code segments
-//   [SZSE]  Shenzhen Stock Exchange, table of securities code intervals; for 07 and 37 its data interface specification
+//   [SZSE]  Shenzhen Stock Exchange, table of securities code intervals; for 07 and 37 its data interface
 
 namespace utils {
 

@@ -161,6 +161,7 @@ void CClientInstrumentCenter::doInitEtfs(const std::vector<boost::shared_ptr<CET
     for (const auto& etf : etfs) {
         if (etf) {
             fillComponentNames(*this, *etf);
+            // Assigned: of two funds with one key the last stays, as the later document would have in the store.
             etfByKey[etfKey(*etf)] = etf;
             etfByKey[creationKey(*etf)] = etf;
             addEtfInstrument(*etf, instruments);

@@ -48,6 +48,7 @@ void CServerInstrumentCenter::doInitEtfs(const std::vector<boost::shared_ptr<CET
     std::size_t received = 0;
     for (const auto& etf : etfs) {
         if (etf) {
+            // Inserted and not assigned: of two funds with one key the first stays.
             index.emplace(etfKey(*etf), etf);
             index.emplace(creationKey(*etf), etf);
             addEtfInstrument(*etf, instruments);

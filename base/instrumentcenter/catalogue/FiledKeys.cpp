@@ -21,6 +21,7 @@ void FiledKeys::file(const Sets& sets) {
             }
         }
     });
+    // The index above was not asked to forget: keys that a new set lacks still answer who holds them from before.
     for (const auto& [market, keys] : sets) {
         sets_[market] = keys;
     }

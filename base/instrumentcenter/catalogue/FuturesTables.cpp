@@ -37,6 +37,7 @@ std::map<MarketKey, MainContracts> deriveMainContracts(const GroupedSnapshot& gr
         if (futureMarkets.count(market) == 0) {
             continue;
         }
+        // Made also where no record is main: a market that has none any more must lose those of the day before.
         MainContracts& mains = mainsByMarket[market];
         visitRecords(
             records,
@@ -80,6 +81,7 @@ std::optional<DceSpreads> deriveDceSpreads(const GroupedSnapshot& grouped) {
         found->second,
         [&](StockKey /*key*/, const InstrumentPtr& record) {
             const std::string_view code = record->code;
+            // The longer prefix first: "SPC" begins with "SP" as well.
             if (code.substr(0, kCrossProductPrefix.size()) == kCrossProductPrefix) {
                 splitLegs(code, spreads.crossProduct);
             } else if (code.substr(0, kCrossPeriodPrefix.size()) == kCrossPeriodPrefix) {
@@ -92,6 +94,7 @@ std::optional<DceSpreads> deriveDceSpreads(const GroupedSnapshot& grouped) {
 
 void installMainContracts(MarketKey market, MainContracts& mains, FuturesCatalogue& catalogue) {
     std::swap(catalogue.mainCodesByMarket[market], mains.all);
+    // Products that do not occur keep theirs: a load of one exchange says nothing about those of another.
     for (auto& [product, keys] : mains.byProduct) {
         std::swap(catalogue.mainCodesByProduct[product], keys);
     }

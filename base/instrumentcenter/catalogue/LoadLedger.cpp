@@ -15,6 +15,7 @@ void LoadNotes::receive(const ReceivedByMarket& received) {
 
 void LoadNotes::noteRestored(MarketKey market, std::size_t records) {
     Note& note = noteByMarket_[market];
+    // Restored records went through grouping as received ones; here they change sides.
     const std::uint64_t restored = std::min<std::uint64_t>(records, note.received);
     note.received -= restored;
     note.restored += restored;

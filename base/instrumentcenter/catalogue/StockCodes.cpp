@@ -55,6 +55,7 @@ bool isShenzhenReceipt(const CInstrumentDetail& record) {
 }
 
 bool isBeijingIssue(const CInstrumentDetail& record) {
+    // Without the day: the class alone marks the issue there, from the subscription on.
     return record.securityClass == kIssueSecurityClass;
 }
 
@@ -92,7 +93,7 @@ StockCodes deriveStockCodes(const GroupedSnapshot& grouped) {
             found->second,
             [&](StockKey /*key*/, const InstrumentPtr& record) {
                 if (isIssueAdditionalStock(record)) {
-                    return;
+                    return;  // nothing new is subscribed to, whatever its code and dates say
                 }
                 if (market.isIssue(*record)) {
                     codes.ipo[market.name].insert(keyTextOf(*record));
@@ -153,6 +154,7 @@ std::map<std::string, std::set<std::uint64_t>> deriveOptionUnderlyings(const Gro
 }
 
 void install(StockCodes codes, CodeSets& sets) {
+    // All markets, also those without an entry: issues are of one day, and yesterday's must not stay beside today's.
     for (const StockMarket& market : kStockMarkets) {
         sets.ipoCodes[market.name].swap(codes.ipo[market.name]);
     }

@@ -195,8 +195,11 @@ void CClientInstrumentCenter::loadInstruments(const std::vector<std::string>& ma
     }
     combineConnectFlags(datas, listings);
     steps.done(kGroupingStep);
+    // From here on the disk changes: killed before a market's write, the load leaves that market's former documents.
     writeMarkets(datas, "", load);
     load.replacement.dropRest();
+    // After a failed write `datas` lacks the market, or has what was parked for it before: deliberate, so what is
+    // derived never names a record that the store was asked to hold and does not.
     steps.done(kFilingStep);
     createFutureMainDatas(datas);
     steps.done(kMainsStep);
@@ -280,6 +283,8 @@ void CClientInstrumentCenter::writeMarkets(
         const std::string firstMarket = records.empty() ? std::string() : records.begin()->second->market;
         const std::string folded(foldedMarket(market.empty() ? firstMarket : market));
         const std::string db = DBBuilder::buildDbName(folded);
+        // Before the write: from now on a lookup that is cached answers the new record, never one older than the
+        // store's.
         client_->instruments.refresh(records);
         const KeySet former = load.notes.takeCleared(marketHash);
         MarketLoad done;
@@ -323,6 +328,7 @@ void CClientInstrumentCenter::writeMarkets(
             state().loads.write()->noteFailedWrite(db, reason);
             done.unwritten = done.stored;
         }
+        // Last, and after a failed write as well: a key that can be found has its record in the store or parked.
         client_->codeIndex.install(marketHash, std::move(keys));
         client_->names.updateDbName(folded, db);
         done.time = watch.elapsed();

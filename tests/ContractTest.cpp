@@ -423,7 +423,10 @@ TYPED_TEST(Contract, RemovedMarketsAreGoneWithWhatWasDerivedOfThem) {
 }
 
 TYPED_TEST(Contract, ManyKeysAtOnceAreAnsweredInTheirPlaces) {
+    const std::uint64_t before = this->center().version();
     this->load({"SH", "SZ"}, {instrument("SH", "1"), instrument("SZ", "2")});
+    const std::uint64_t loaded = this->center().version();
+    EXPECT_GT(loaded, before);
     const std::vector<std::uint64_t> keys{utils::hash("SZ2"), 7, utils::hash("SH1"), utils::hash("SH1")};
     Instruments found(keys.size(), instrument("left", "over"));
     EXPECT_EQ(this->center().resolve(keys.data(), keys.size(), found.data()), 3U);
@@ -431,6 +434,9 @@ TYPED_TEST(Contract, ManyKeysAtOnceAreAnsweredInTheirPlaces) {
     EXPECT_FALSE(found[1]);
     EXPECT_EQ(found[2]->code + found[3]->code, "11");
     EXPECT_EQ(this->center().resolve(nullptr, 0, nullptr), 0U);
+    EXPECT_EQ(this->center().version(), loaded) << "a question changes nothing";
+    this->center().removeMarkets({"SZ"});
+    EXPECT_GT(this->center().version(), loaded);
 }
 
 /// The sets of a host's own implementation.

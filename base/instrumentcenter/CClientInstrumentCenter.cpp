@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cctype>
 
-#include "base/instrumentcenter/ClientState.h"
+#include "base/instrumentcenter/ClientCatalogue.h"
 #include "base/instrumentcenter/boundary/Platform.h"
 #include "base/instrumentcenter/vocabulary/Exchanges.h"
 #include "system/Memory.h"
@@ -148,7 +148,7 @@ boost::system::error_code removeWhole(const boost::filesystem::path& directory) 
 
 CClientInstrumentCenter::CClientInstrumentCenter(const std::string& strandName, int instrumentCacheSize,
                                                  int bondCacheSize, int otcCacheSize)
-    : client_(std::make_unique<ClientState>(strandName, instrumentCacheSize, bondCacheSize, otcCacheSize)) {}
+    : client_(std::make_unique<ClientState>(state(), strandName, instrumentCacheSize, bondCacheSize, otcCacheSize)) {}
 
 CClientInstrumentCenter::~CClientInstrumentCenter() = default;
 
@@ -198,7 +198,7 @@ void CClientInstrumentCenter::loadInstruments(const std::vector<std::string>& ma
     // From here on the disk changes: killed before a market's write, the load leaves that market's former documents.
     writeMarkets(datas, "", load);
     load.replacement.dropRest();
-    // After a failed write `datas` lacks the market, or has what was parked for it before: deliberate, so what is
+    // After a failed write `datas` lacks the market, or has what was unwritten before: deliberate, so what is
     // derived never names a record that the store was asked to hold and does not.
     steps.done(kFilingStep);
     createFutureMainDatas(datas);
@@ -247,7 +247,7 @@ void CClientInstrumentCenter::group(const std::vector<boost::shared_ptr<CInstrum
     if (platformCodes.empty()) {
         return;
     }
-    state().publish([&](Version& version) {
+    client_->publish([&](ClientVersion& version) {
         auto& known = version.lumoCodes.own();
         platformCodes.merge(known);  // of a code that is known the new one counts
         known.swap(platformCodes);
@@ -278,85 +278,97 @@ void CClientInstrumentCenter::writeMarkets(
     std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& datas, const std::string& market,
     ClientLoad& load) {
     for (auto& [marketHash, records] : datas) {
-        const Stopwatch watch;
         std::erase_if(records, [](const auto& entry) { return !entry.second; });
-        const std::string firstMarket = records.empty() ? std::string() : records.begin()->second->market;
-        const std::string folded(foldedMarket(market.empty() ? firstMarket : market));
-        const std::string db = DBBuilder::buildDbName(folded);
-        // Before the write: from now on a lookup that is cached answers the new record, never one older than the
-        // store's.
-        client_->instruments.refresh(records);
-        const KeySet former = load.notes.takeCleared(marketHash);
-        MarketLoad done;
-        done.market = folded;
-        KeySet keys;
-        keys.reserve(records.size());
-        bool oddlyKeyed = false;
-        for (const auto& [key, record] : records) {
-            keys.insert(key);
-            done.replaced += former.count(key);
-            oddlyKeyed = oddlyKeyed || isOfAnother(key, *record);
-        }
-        if (oddlyKeyed) {
-            client_->oddlyKeyed.write()->insert(marketHash);
-        }
-        done.stored = keys.size();
-        done.removed = former.size() - done.replaced;
-        const DocumentBatch batch(records);
-        bool saved = false;
-        std::string reason = "a catalogue's own documents have that name";
-        {
-            // Database, parked records and cache change together: of two loads of one market the one that writes last
-            // has its way in all three.
-            const DatabaseWriting writing(client_->databases, db);
-            if (!isCatalogueName(folded)) {
-                saved = load.replacement.save(db, batch);
-                reason = store().lastFailure();
-            }
-            // The cache is refreshed once more, for a reader that met the old document between the first time and now.
-            if (saved) {
-                client_->failedDatas.write()->current.erase(marketHash);
-                client_->instruments.refresh(records);
-            } else {
-                const MarketRecords parked = records;
-                cacheFailedDatas(marketHash, records);
-                client_->instruments.refresh(parked);
-            }
-        }
-        if (!saved) {
-            PM_CENTER_LOG(kLogError, kClientSource, formatted(kSaveFailed, firstMarket));
-            state().loads.write()->noteFailedWrite(db, reason);
-            done.unwritten = done.stored;
-        }
-        // Last, and after a failed write as well: a key that can be found has its record in the store or parked.
-        client_->codeIndex.install(marketHash, std::move(keys));
-        client_->names.updateDbName(folded, db);
-        done.time = watch.elapsed();
-        done = load.notes.settled(marketHash, std::move(done));
-        state().loads.write()->settle(marketHash, std::move(done));
+        writeMarket(marketHash, market, records, load);
     }
+}
+
+void CClientInstrumentCenter::writeMarket(uint64 marketHash, const std::string& market,
+                                          std::map<uint64, boost::shared_ptr<CInstrumentDetail>>& records,
+                                          ClientLoad& load) {
+    const Stopwatch watch;
+    const std::string firstMarket = records.empty() ? std::string() : records.begin()->second->market;
+    const std::string folded(foldedMarket(market.empty() ? firstMarket : market));
+    const MarketKey named = marketKey(folded);  // another than `marketHash` where a host groups by rules of its own
+    const std::string db = DBBuilder::buildDbName(folded);
+    // Before the write: from now on a lookup that is cached answers the new record, never one older than the store's.
+    client_->instruments.refresh(records);
+    const KeySet former = load.notes.takeCleared(marketHash);
+    MarketLoad done;
+    done.market = folded;
+    auto keys = std::make_shared<KeySet>();
+    keys->reserve(records.size());
+    bool oddlyKeyed = false;
+    for (const auto& [key, record] : records) {
+        keys->insert(key);
+        done.replaced += former.count(key);
+        oddlyKeyed = oddlyKeyed || isOfAnother(key, *record);
+    }
+    if (oddlyKeyed) {
+        // Before the write as well: a lookup that did not know would take the new documents for damaged ones.
+        client_->publish([&](ClientVersion& version) { version.markets[marketHash].own().isOddlyKeyed = true; });
+    }
+    done.stored = keys->size();
+    done.removed = former.size() - done.replaced;
+    const DocumentBatch batch(records);
+    bool saved = false;
+    std::string reason = "a catalogue's own documents have that name";
+    {
+        // Database, unwritten records and cache change together: of two loads of one market the one that writes last
+        // has its way in all three.
+        const DatabaseWriting writing(*client_, db);
+        if (!isCatalogueName(folded)) {
+            saved = load.replacement.save(named, db, batch);
+            reason = store().lastFailure();
+        }
+        // The cache is refreshed once more, for a reader that met the old document between the first time and now.
+        // After the market is published: else a reader could still take an unwritten record of the day before from the
+        // former version and cache it for good.
+        if (saved) {
+            client_->publish([&](ClientVersion& version) {
+                version.markets[marketHash].own().unwrittenIsNewest = false;
+                version.markets[named].own().isDropped = false;
+            });
+            client_->instruments.refresh(records);
+        } else {
+            const MarketRecords unwritten = records;
+            cacheFailedDatas(marketHash, records);
+            client_->instruments.refresh(unwritten);
+        }
+    }
+    if (!saved) {
+        PM_CENTER_LOG(kLogError, kClientSource, formatted(kSaveFailed, firstMarket));
+        state().loads.write()->noteFailedWrite(db, reason);
+        done.unwritten = done.stored;
+    }
+    // Last, and after a failed write as well: a key that can be found has its record in the store or in memory. And not
+    // before the cache is fresh: a market that was empty must not come back with a record of the day before.
+    client_->publish([&](ClientVersion& version) {
+        version.keys.file({{marketHash, std::move(keys)}});
+        version.markets[named].own().db = db;
+    });
+    ClientState::logDbName(folded, db);
+    done.time = watch.elapsed();
+    done = load.notes.settled(marketHash, std::move(done));
+    state().loads.write()->settle(marketHash, std::move(done));
 }
 
 void CClientInstrumentCenter::cacheFailedDatas(uint64 marketHash,
                                                std::map<uint64, boost::shared_ptr<CInstrumentDetail>>& datas) {
-    const auto parked = client_->failedDatas.write();
-    std::swap(parked->records[marketHash], datas);
-    parked->current.insert(marketHash);
+    const auto unwritten = std::make_shared<const MarketRecords>(datas);
+    MarketRecords former;
+    client_->publish([&](ClientVersion& version) {
+        Market& market = version.markets[marketHash].own();
+        former = market.unwritten ? *market.unwritten : MarketRecords();
+        market.unwritten = unwritten;
+        market.unwrittenIsNewest = true;
+    });
+    datas.swap(former);
 }
 
 bool CClientInstrumentCenter::getCachedDatas(uint64 marketHash,
                                              std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
-    const auto parked = client_->failedDatas.read();
-    const auto found = parked->records.find(marketHash);
-    if (found == parked->records.end()) {
-        return false;
-    }
-    for (const auto& [key, record] : found->second) {
-        if (record) {
-            out[keyTextOf(*record)] = record;
-        }
-    }
-    return !found->second.empty();
+    return addUnwritten(client_->hold()->market(marketHash), out);
 }
 
 void CClientInstrumentCenter::clearDatas(const std::vector<std::string>& markets) {
@@ -367,17 +379,30 @@ void CClientInstrumentCenter::clearDatas(const std::vector<std::string>& markets
 }
 
 void CClientInstrumentCenter::forgetMarkets(const std::vector<std::string>& markets, ClientLoad& load) {
-    std::set<std::string> names;
+    std::map<std::string, MarketKey> names;
     for (const std::string& market : markets) {
-        names.emplace(foldedMarket(market));
+        const std::string name(foldedMarket(market));
+        names.emplace(name, marketKey(name));
     }
-    for (const std::string& name : names) {
-        load.replacement.add(client_->names.getDbName(name));
-        const MarketKey key = marketKey(name);
-        KeySet former = client_->codeIndex.clear(key);
-        load.notes.noteCleared(key, name, std::move(former));
-        // From now on the market is empty; what was parked for it is a former day's.
-        client_->failedDatas.write()->current.erase(key);
+    {
+        const auto version = client_->hold();
+        for (const auto& [name, key] : names) {
+            load.replacement.add(key, version->market(key).db);
+        }
+    }
+    std::map<std::string, KeySet> formerByName;
+    client_->publish([&](ClientVersion& version) {
+        for (const auto& [name, key] : names) {
+            formerByName[name] = version.keys.unfileListed(key);
+            Market& market = version.markets[key].own();
+            // Another load may have dropped it already, and is to empty it then.
+            market.isDropped = market.isDropped || load.replacement.drops(key);
+            // From now on the market is empty; what was unwritten is a former day's.
+            market.unwrittenIsNewest = false;
+        }
+    });
+    for (auto& [name, former] : formerByName) {
+        load.notes.noteCleared(names.at(name), name, std::move(former));
     }
 }
 

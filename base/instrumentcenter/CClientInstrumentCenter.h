@@ -20,9 +20,11 @@
 
 namespace mxservice {
 
+class ClientState;
 class LoadNotes;
 struct ClientLoad;
-struct ClientState;
+struct ClientVersion;
+struct StoredProduct;
 
 /// The center of client processes: records live in the local store (persist::CPersistService, whose root path the host
 /// sets first), memory holds the keys and a bounded number of recently read records.
@@ -150,8 +152,12 @@ public:
     /// Answers how many were found. I/O as getInstrument.
     std::size_t resolve(const uint64* keys, std::size_t count, boost::shared_ptr<CInstrumentDetail>* out);
 
-    /// What the loads did and how large the tables are. No I/O; walks the tables that own texts, each under its shared
-    /// lock, so it is for an operator's page and not for every tick.
+    /// Grows with every change that the center has published, several times in a load: the store takes one database
+    /// after the other. Two equal answers around questions that need no record: those were answered from one moment.
+    std::uint64_t version() const;
+
+    /// What the loads did and how large the tables are. No I/O; walks the tables that own texts, so it is for an
+    /// operator's page and not for every tick.
     CenterStatistics statistics() const;
 
 protected:
@@ -209,9 +215,9 @@ protected:
     void createOutterProductDatas(
         const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped);
 
-    /// Parks a market's records in memory; `datas` receives what was parked for it before.
+    /// Keeps a market's records in memory as unwritten; `datas` receives the unwritten batch before.
     void cacheFailedDatas(uint64 marketHash, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>& datas);
-    /// Adds the parked records of a market under their key texts; false when there are none.
+    /// Adds the unwritten records of a market under their key texts; false when there are none.
     bool getCachedDatas(uint64 marketHash, std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out);
     /// Drops the documents and keys of whole markets; "HGT" and "SGT" stand for "HK".
     void clearDatas(const std::vector<std::string>& markets);
@@ -233,13 +239,15 @@ private:
     /// createExchangeDatas; databases that the load drops are emptied in the step that writes them.
     void writeMarkets(std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& datas,
                       const std::string& market, ClientLoad& load);
+    void writeMarket(uint64 marketHash, const std::string& market,
+                     std::map<uint64, boost::shared_ptr<CInstrumentDetail>>& records, ClientLoad& load);
     /// Replaces a pseudo-market by the instruments that stand for `received` records of another kind.
     void replaceMarket(const std::string& market,
                        std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped,
                        std::size_t received);
-    void addMarket(uint64 marketHash, const std::string& market, const char* failure,
-                   std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out);
-    void removeFromProducts(uint64 market);
+    static void addMarket(const ClientVersion& version, uint64 marketHash, const std::string& name, const char* failure,
+                          std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out);
+    std::map<std::string, StoredProduct> productsWithout(uint64 market);
     void addMarkets(const std::list<std::string>& markets, const char* failure,
                     std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out);
     void addEverything(const char* failure, std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out);

@@ -7,9 +7,10 @@
 #include "base/instrumentcenter/boundary/Platform.h"
 #include "base/instrumentcenter/catalogue/InstrumentMap.h"
 #include "base/instrumentcenter/catalogue/Questions.h"
+#include "base/instrumentcenter/store/Documents.h"
 #include "base/instrumentcenter/vocabulary/Exchanges.h"
 
-// What a key is, and the records themselves: index, record cache, records parked after a failed write, store.
+// What a key is, and the records themselves: one version of what memory knows, then the record cache, then the store.
 
 namespace mxservice {
 namespace {
@@ -25,11 +26,23 @@ bool meansAll(EOvTraderType type) {
 }
 
 template <class Question>
-bool isOne(const CodeIndex& index, const std::string& keyText) {
-    return index.isIn(Question::keyOf(keyText), Question::markets());
+bool isOne(const ClientState& client, const std::string& keyText) {
+    const StockKey key = Question::keyOf(keyText);
+    const auto& markets = Question::markets();
+    return client.ask([key, &markets](const ClientVersion& version) noexcept {
+        return isAmong(version.keys.marketOf(key), markets);
+    });
+}
+
+bool isFiled(const ClientState& client, StockKey key) {
+    return client.ask([key](const ClientVersion& version) noexcept { return version.keys.marketOf(key) != nullptr; });
 }
 
 }  // namespace
+
+std::uint64_t CClientInstrumentCenter::version() const {
+    return client_->ask([](const ClientVersion& version) noexcept { return version.number; });
+}
 
 std::size_t CClientInstrumentCenter::resolve(const uint64* keys, std::size_t count,
                                              boost::shared_ptr<CInstrumentDetail>* out) {
@@ -42,47 +55,47 @@ std::size_t CClientInstrumentCenter::resolve(const uint64* keys, std::size_t cou
 }
 
 bool CClientInstrumentCenter::hasCode(const std::string& code) {
-    return client_->codeIndex.contains(foldedTextKey(code));
+    return isFiled(*client_, foldedTextKey(code));
 }
 
 bool CClientInstrumentCenter::hasStock(const std::string& code) {
-    return isOne<IsStock>(client_->codeIndex, code);
+    return isOne<IsStock>(*client_, code);
 }
 
 bool CClientInstrumentCenter::hasFuture(const std::string& code) {
-    return isOne<IsFuture>(client_->codeIndex, code);
+    return isOne<IsFuture>(*client_, code);
 }
 
 bool CClientInstrumentCenter::hasHkstock(const std::string& code) {
-    return isOne<IsConnectStock>(client_->codeIndex, code);
+    return isOne<IsConnectStock>(*client_, code);
 }
 
 bool CClientInstrumentCenter::hasSkstock(const std::string& code) {
-    return isOne<IsHongKongStock>(client_->codeIndex, code);
+    return isOne<IsHongKongStock>(*client_, code);
 }
 
 bool CClientInstrumentCenter::hasOption(const std::string& code) {
-    return isOne<IsOption>(client_->codeIndex, code);
+    return isOne<IsOption>(*client_, code);
 }
 
 bool CClientInstrumentCenter::hasFutureOption(const std::string& code) {
-    return isOne<IsFuture>(client_->codeIndex, code);
+    return isOne<IsFuture>(*client_, code);
 }
 
 bool CClientInstrumentCenter::hasNeeq(const std::string& code) {
-    return isOne<IsNeeq>(client_->codeIndex, code);
+    return isOne<IsNeeq>(*client_, code);
 }
 
 bool CClientInstrumentCenter::hasGold(const std::string& code) {
-    return isOne<IsGold>(client_->codeIndex, code);
+    return isOne<IsGold>(*client_, code);
 }
 
 bool CClientInstrumentCenter::hasBond(const std::string& code) {
-    return isOne<IsBond>(client_->codeIndex, code);
+    return isOne<IsBond>(*client_, code);
 }
 
 bool CClientInstrumentCenter::hasOuterFuture(const std::string& code) {
-    return isOne<IsOuterFuture>(client_->codeIndex, code);
+    return isOne<IsOuterFuture>(*client_, code);
 }
 
 bool CClientInstrumentCenter::hasOuterStock(const std::string& code) {
@@ -90,31 +103,37 @@ bool CClientInstrumentCenter::hasOuterStock(const std::string& code) {
 }
 
 bool CClientInstrumentCenter::hasNyseStock(const std::string& code) {
-    return isOne<IsNyseStock>(client_->codeIndex, code);
+    return isOne<IsNyseStock>(*client_, code);
 }
 
 bool CClientInstrumentCenter::hasNasdaqStock(const std::string& code) {
-    return isOne<IsNasdaqStock>(client_->codeIndex, code);
+    return isOne<IsNasdaqStock>(*client_, code);
 }
 
 boost::shared_ptr<CInstrumentDetail> CClientInstrumentCenter::getInstrument(uint64 key) {
-    const std::optional<MarketKey> market = client_->codeIndex.marketOf(key);
-    if (!market) {
-        return nullptr;
+    if (!isFiled(*client_, key)) {
+        return nullptr;  // also for a record of a former day that is cached still
     }
     if (InstrumentPtr cached = client_->instruments.find(key)) {
         return cached;
     }
+    // In this order: a load publishes, then refreshes the cache. Whoever has read of a former version or of a former
+    // document has a former generation, too, and caches nothing.
     const std::uint64_t generation = client_->instruments.generation();
-    const bool parkedFirst = client_->parkedIsCurrent(*market);
-    InstrumentPtr record = parkedFirst ? client_->parkedRecord(*market, key) : nullptr;
-    if (!record) {
-        const bool oddlyKeyed = client_->oddlyKeyed.read()->count(*market) != 0;
-        const auto read = oddlyKeyed ? readRecord<CInstrumentDetail> : readOwnRecord<CInstrumentDetail>;
-        record = read(client_->names.getDbName(*market), key, recordOf<CInstrumentDetail>);
+    const auto version = client_->hold();
+    const MarketKey* const filed = version->keys.marketOf(key);
+    if (filed == nullptr) {
+        return nullptr;
     }
-    if (!record && !parkedFirst) {
-        record = client_->parkedRecord(*market, key);
+    const Market& market = version->market(*filed);
+    InstrumentPtr record = market.unwrittenIsNewest ? market.unwrittenRecord(key) : nullptr;
+    if (!record) {
+        const auto read = market.isOddlyKeyed ? readRecord<CInstrumentDetail> : readOwnRecord<CInstrumentDetail>;
+        record = read(market.db, key, recordOf<CInstrumentDetail>);
+    }
+    if (!record) {
+        // Of an earlier batch that was unwritten, where the database has lost the document: better than nothing.
+        record = market.unwrittenRecord(key);
     }
     if (record) {
         client_->instruments.insert(key, record, generation);
@@ -144,35 +163,39 @@ boost::shared_ptr<CInstrumentDetail> CClientInstrumentCenter::getInstrument(cons
 // The lists. A host may override any of them in terms of another one of this class, so none calls another through its
 // slot.
 
-/// Adds one loaded market's records to `out`: those parked in memory if its last write failed, else those of its
-/// database, and the parked ones of keys that the database lacks. Records read here do not enter the cache: one sweep
-/// would push everything else out.
-void CClientInstrumentCenter::addMarket(uint64 marketHash, const std::string& market, const char* failure,
+/// Adds one loaded market's records to `out`: the unwritten ones if its last write failed, else those of its database,
+/// and the unwritten ones of keys that the database lacks. Records read here do not enter the cache: one sweep would
+/// push everything else out.
+void CClientInstrumentCenter::addMarket(const ClientVersion& version, uint64 marketHash, const std::string& name,
+                                        const char* failure,
                                         std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
-    if (!client_->codeIndex.knowsMarket(marketHash)) {
+    if (version.keys.keysOf(marketHash) == nullptr) {
         return;
     }
-    if (client_->parkedIsCurrent(marketHash) && getCachedDatas(marketHash, out)) {
+    const Market& market = version.market(marketHash);
+    if (market.unwrittenIsNewest && addUnwritten(market, out)) {
         return;
     }
-    const std::string db = client_->names.getDbName(marketHash);
-    if (db.empty()) {
+    if (market.db.empty()) {
         if (failure != nullptr) {
-            PM_CENTER_LOG(kLogError, kClientSource, formatted(failure, market));
+            PM_CENTER_LOG(kLogError, kClientSource, formatted(failure, name));
         }
         return;
     }
-    // Of what was parked on a former day only keys that today's listing has and its database lost: a document is newer.
-    std::map<std::uint64_t, InstrumentPtr> lost = client_->parkedRecords(marketHash);
-    std::erase_if(lost, [&](const auto& entry) { return client_->codeIndex.marketOf(entry.first) != marketHash; });
-    // What a load is about to replace counts as dropped.
-    if (client_->databases.dropped.read()->count(db) == 0) {
+    // Of what was unwritten on a former day only keys that today's listing has and its database lost: a document is
+    // newer.
+    MarketRecords lost = market.unwritten ? *market.unwritten : MarketRecords();
+    std::erase_if(lost, [&](const auto& entry) {
+        const MarketKey* const filed = version.keys.marketOf(entry.first);
+        return !entry.second || filed == nullptr || *filed != marketHash;
+    });
+    if (!market.isDropped) {
         const auto found = [&](std::string_view keyText) {
             if (!lost.empty()) {
                 lost.erase(documentKey(keyText));
             }
         };
-        addByKeyText(readRecords<CInstrumentDetail>(db, recordOf<CInstrumentDetail>, found), out);
+        addByKeyText(readRecords<CInstrumentDetail>(market.db, recordOf<CInstrumentDetail>, found), out);
     }
     std::vector<InstrumentPtr> rest;
     rest.reserve(lost.size());
@@ -184,15 +207,17 @@ void CClientInstrumentCenter::addMarket(uint64 marketHash, const std::string& ma
 
 void CClientInstrumentCenter::addMarkets(const std::list<std::string>& markets, const char* failure,
                                          std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
+    const auto version = client_->hold();
     for (const std::string& market : markets) {
-        addMarket(marketKey(foldedMarket(market)), market, failure, out);
+        addMarket(*version, marketKey(foldedMarket(market)), market, failure, out);
     }
 }
 
 void CClientInstrumentCenter::addEverything(const char* failure,
                                             std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
-    for (const MarketKey market : client_->codeIndex.markets()) {
-        addMarket(market, std::to_string(market), failure, out);
+    const auto version = client_->hold();
+    for (const auto& [market, keys] : version->keys.sets()) {
+        addMarket(*version, market, std::to_string(market), failure, out);
     }
 }
 

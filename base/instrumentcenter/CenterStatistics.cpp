@@ -10,18 +10,27 @@
 namespace mxservice {
 namespace {
 
-template <class Table>
-void add(const char* name, const Guarded<Table>& table, std::vector<IndexSize>& sizes) {
-    sizes.push_back(sizeOf(name, *table.read()));
+template <class Record>
+void add(const char* name, const char* unwritten, const StoredCatalogue<Record>& catalogue,
+         std::vector<IndexSize>& sizes) {
+    sizes.push_back(sizeOf(name, catalogue.keys));
+    if (!catalogue.unwritten.empty()) {
+        sizes.push_back(sizeOf(unwritten, catalogue.unwritten));
+    }
 }
 
-template <class Record>
-void add(const char* name, const char* unsaved, const Guarded<StoredCatalogue<Record>>& stored,
-         std::vector<IndexSize>& sizes) {
-    const auto catalogue = stored.read();
-    sizes.push_back(sizeOf(name, catalogue->keys));
-    if (!catalogue->unsaved.empty()) {
-        sizes.push_back(sizeOf(unsaved, catalogue->unsaved));
+/// The records of all markets together; none where every write went well.
+void addUnwrittenRecords(const ClientVersion& version, std::vector<IndexSize>& sizes) {
+    IndexSize size{"records not written", 0, 0};
+    for (const auto& [market, state] : version.markets) {
+        if (state->unwritten) {
+            const IndexSize own = sizeOf("", *state->unwritten);
+            size.keys += own.keys;
+            size.bytes += own.bytes;
+        }
+    }
+    if (size.keys != 0) {
+        sizes.push_back(size);
     }
 }
 
@@ -49,36 +58,24 @@ CenterStatistics CServerInstrumentCenter::statistics() const {
 
 CenterStatistics CClientInstrumentCenter::statistics() const {
     CenterStatistics statistics;
-    state().loads.read()->report(statistics);
-    statistics.indexes = client_->codeIndex.sizes();
-    {
-        const auto catalogue = client_->futures.read();
-        statistics.indexes.push_back(sizeOf("main contracts by market", catalogue->mainCodesByMarket));
-        statistics.indexes.push_back(sizeOf("main contracts by product", catalogue->mainCodesByProduct));
-    }
+    client_->loads.read()->report(statistics);
+    const auto version = client_->hold();
+    std::vector<IndexSize>& sizes = statistics.indexes;
+    sizes = version->keys.sizes();
+    sizes.push_back(sizeOf("main contracts by market", version->futures->mainCodesByMarket));
+    sizes.push_back(sizeOf("main contracts by product", version->futures->mainCodesByProduct));
+    addUnwrittenRecords(*version, sizes);
+    add("ETFs", "ETFs not written", *version->etfs, sizes);
+    add("bonds", "bonds not written", *version->bonds, sizes);
+    sizes.push_back(sizeOf("interbank codes", *version->interbankCodes));
+    sizes.push_back(sizeOf("counterparties", *version->counterparties));
+    sizes.push_back(sizeOf("tender bonds", *version->tenderBonds));
+    add("OTC plans", "OTC plans not written", *version->plans, sizes);
+    sizes.push_back(sizeOf("issuances", *version->issuances));
+    sizes.push_back(sizeOf("price settings", *version->priceSettings));
+    sizes.push_back(sizeOf("platform codes", *version->lumoCodes));
     statistics.caches = {client_->instruments.use("instruments"), client_->bonds.use("bonds"),
                          client_->plans.use("OTC plans")};
-    std::vector<IndexSize>& sizes = statistics.indexes;
-    if (const auto parked = client_->failedDatas.read(); !parked->records.empty()) {
-        IndexSize size = sizeOf("records not written", parked->records);
-        size.keys = 0;
-        for (const auto& [market, records] : parked->records) {
-            size.keys += records.size();
-        }
-        sizes.push_back(size);
-    }
-    add("ETFs", "ETFs not written", client_->etfs, sizes);
-    add("bonds", "bonds not written", client_->bondCatalogue, sizes);
-    add("interbank codes", client_->interbankCodes, sizes);
-    add("counterparties", client_->counterparties, sizes);
-    add("tender bonds", client_->tenderBonds, sizes);
-    add("OTC plans", "OTC plans not written", client_->otc, sizes);
-    {
-        const auto catalogue = client_->issuance.read();
-        sizes.push_back(sizeOf("issuances", catalogue->issuances));
-        sizes.push_back(sizeOf("price settings", catalogue->priceSettings));
-    }
-    sizes.push_back(sizeOf("platform codes", *state().versions.hold()->lumoCodes));
     return statistics;
 }
 

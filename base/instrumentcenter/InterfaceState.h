@@ -6,6 +6,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "base/instrumentcenter/catalogue/CodeSets.h"
@@ -36,6 +37,14 @@ public:
 private:
     std::shared_ptr<const Table> table_ = std::make_shared<const Table>();
 };
+
+/// What a table holds under the key, or nothing: an empty pointer, an empty text.
+template <class Table, class Key>
+typename Table::mapped_type in(const Table& table, const Key& key) noexcept(
+    std::is_nothrow_copy_constructible_v<typename Table::mapped_type>) {
+    const auto found = table.find(key);
+    return found == table.end() ? typename Table::mapped_type() : found->second;
+}
 
 /// One state of a catalogue, immutable once it is published: everything asked of one version is of one moment.
 struct Version : std::enable_shared_from_this<Version> {

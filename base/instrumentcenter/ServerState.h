@@ -96,13 +96,6 @@ struct ServerState {
     const std::set<MarketKey> futureMarkets = futureMarketKeys();
 };
 
-/// What a table holds under the key, or an empty pointer.
-template <class Table, class Key>
-typename Table::mapped_type in(const Table& table, const Key& key) noexcept {
-    const auto found = table.find(key);
-    return found == table.end() ? typename Table::mapped_type() : found->second;
-}
-
 /// What a short question is answered by the version of this moment.
 template <class Question>
 auto ask(const InterfaceState& state, Question question) {

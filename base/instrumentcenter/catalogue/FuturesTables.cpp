@@ -103,7 +103,6 @@ void installMainContracts(MarketKey market, MainContracts& mains, FuturesCatalog
 void removeMarket(MarketKey market, const KeySet& keys, FuturesCatalogue& catalogue) {
     static const MarketKey dalian = marketKey(market::kDalian);
     catalogue.mainCodesByMarket.erase(market);
-    catalogue.unsavedMarkets.erase(market);
     auto& products = catalogue.mainCodesByProduct;
     for (auto product = products.begin(); product != products.end();) {
         const std::size_t removed = erase_if(product->second, [&](StockKey key) { return keys.contains(key); });
@@ -112,12 +111,6 @@ void removeMarket(MarketKey market, const KeySet& keys, FuturesCatalogue& catalo
     if (market == dalian) {
         catalogue.spreads = {};
     }
-}
-
-KeySet mainsOfMarket(const Guarded<FuturesCatalogue>& catalogue, MarketKey market) {
-    const auto futures = catalogue.read();
-    const auto found = futures->mainCodesByMarket.find(market);
-    return found == futures->mainCodesByMarket.end() ? KeySet() : found->second;
 }
 
 std::set<MarketKey> futureMarketKeys() {

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "base/instrumentcenter/catalogue/GroupedSnapshot.h"
-#include "base/instrumentcenter/catalogue/Guarded.h"
 #include "base/instrumentcenter/catalogue/HashIndex.h"
 
 namespace mxservice {
@@ -38,22 +37,11 @@ struct DceSpreads {
 /// The spread contracts of "DCE"; nothing when the snapshot has no such market. Codes of another form are passed over.
 std::optional<DceSpreads> deriveDceSpreads(const GroupedSnapshot& grouped);
 
-/// What the persisted center knows of the contracts of a product that it has derived.
-struct StoredProduct {
-    bool saved = false;             // in the store; else the last write failed
-    std::vector<StockKey> unsaved;  // the contracts, where they could not be written
-    std::set<MarketKey> markets;    // of the contracts
-};
-
 /// The futures catalogues of a center; keys are stock keys.
 struct FuturesCatalogue {
     std::map<MarketKey, KeySet> mainCodesByMarket;
     std::map<std::string, KeySet> mainCodesByProduct;
     DceSpreads spreads;
-    // The persisted center alone: the markets whose main contracts it could not write, and every product since its
-    // construction.
-    std::set<MarketKey> unsavedMarkets;
-    std::map<std::string, StoredProduct> products;
 };
 
 /// Replaces the market's main contracts, also by none, and those of every product that has any; products that do not
@@ -63,9 +51,6 @@ void installMainContracts(MarketKey market, MainContracts& mains, FuturesCatalog
 /// Takes a market with these keys out: its main contracts, as a market and among those of the products, and of Dalian
 /// the spreads. A product that has none left is not listed any more.
 void removeMarket(MarketKey market, const KeySet& keys, FuturesCatalogue& catalogue);
-
-/// A copy of the market's main contracts; empty for a market without entry.
-KeySet mainsOfMarket(const Guarded<FuturesCatalogue>& catalogue, MarketKey market);
 
 /// The hashes of the six futures exchanges.
 std::set<MarketKey> futureMarketKeys();

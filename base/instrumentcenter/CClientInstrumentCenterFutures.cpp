@@ -1,0 +1,280 @@
+#include <algorithm>
+#include <list>
+#include <map>
+#include <optional>
+#include <set>
+#include <utility>
+
+#include "base/instrumentcenter/CClientInstrumentCenter.h"
+#include "base/instrumentcenter/ClientState.h"
+#include "base/instrumentcenter/catalogue/InstrumentMap.h"
+#include "base/instrumentcenter/catalogue/StockCodes.h"
+#include "base/instrumentcenter/store/DBBuilder.h"
+#include "base/instrumentcenter/store/Documents.h"
+
+// Futures: main contracts and the contracts of products, which are derived from a load and kept in the store, spreads,
+// and the tables of outer markets. The store is written first and the version that tells of it published afterwards: a
+// reader between the two still asks for what was there before.
+
+namespace mxservice {
+namespace {
+
+/// Sub-documents stand beneath a field named by the decimal text of a hash: any market or product id will do.
+std::string fieldOf(const std::string& name) {
+    return std::to_string(marketKey(name));
+}
+
+std::vector<uint64> listOf(const KeySet& keys) {
+    return {keys.begin(), keys.end()};
+}
+
+}  // namespace
+
+void CClientInstrumentCenter::createFutureMainDatas(
+    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
+    PM_CENTER_LOG(kLogInfo, kClientSource, "[inscenter] create future main datas");
+    const std::string db = DBBuilder::buildDbName(kFutureMains);
+    auto mainsByMarket = deriveMainContracts(grouped, client_->futureMarkets);
+    std::list<DocumentBatch<CInstrumentDetail>> batches;  // of the fields, which refer to them
+    std::vector<StoreField> fields;
+    for (const auto& [market, mains] : mainsByMarket) {
+        std::vector<DocumentBatch<CInstrumentDetail>::Source> records;
+        for (const StockKey key : mains.all) {
+            records.emplace_back(key, grouped.at(market).at(key).get());
+        }
+        fields.push_back({std::to_string(market), &batches.emplace_back(records)});
+    }
+    store().open(db);
+    // All in one step; where that fails, market by market, so that one cannot keep the others out.
+    const bool allSaved = fields.empty() || store().replaceFields(db, fields);
+    std::set<MarketKey> unwritten;
+    auto field = fields.begin();
+    for (const auto& [market, mains] : mainsByMarket) {
+        if (!allSaved && !store().replaceFields(db, {*field})) {
+            const std::string reason = store().lastFailure();
+            PM_CENTER_LOG(kLogError, kClientSource, formatted(kSaveFailed, kFutureMains));
+            client_->loads.write()->noteFailedWrite(db, reason);
+            unwritten.insert(market);
+        }
+        ++field;
+    }
+    client_->publish([&](ClientVersion& version) {
+        FuturesCatalogue& futures = version.futures.own();
+        std::set<MarketKey>& unwrittenMains = version.storedFutures.own().unwrittenMains;
+        for (auto& [market, mains] : mainsByMarket) {
+            installMainContracts(market, mains, futures);
+            if (unwritten.count(market) == 0) {
+                unwrittenMains.erase(market);
+            } else {
+                unwrittenMains.insert(market);
+            }
+        }
+    });
+    client_->updateDbName(kFutureMains, db);
+}
+
+void CClientInstrumentCenter::createFutureProdcutDatas(
+    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
+    PM_CENTER_LOG(kLogInfo, kClientSource, "[inscenter] create future product datas");
+    std::list<DocumentBatch<CInstrumentDetail>> batches;  // of the fields, which refer to them
+    std::vector<StoreField> fields;
+    const auto contractsByProduct = deriveProductContracts(grouped, client_->futureMarkets);
+    for (const auto& [product, contracts] : contractsByProduct) {
+        std::vector<DocumentBatch<CInstrumentDetail>::Source> records;
+        records.reserve(contracts.size());
+        for (const InstrumentPtr& contract : contracts) {
+            records.emplace_back(stockKey(contract->market, contract->code), contract.get());
+        }
+        fields.push_back({fieldOf(product), &batches.emplace_back(records)});
+    }
+    const std::string db = DBBuilder::buildDbName(kFutureProducts);
+    const bool saved = (store().open(db) && store().replaceFields(db, fields)) || fields.empty();
+    if (!saved) {
+        const std::string reason = store().lastFailure();
+        PM_CENTER_LOG(kLogError, kClientSource, formatted(kSaveFailed, kFutureProducts));
+        client_->loads.write()->noteFailedWrite(db, reason);
+    }
+    std::map<std::string, StoredProduct> products;
+    for (const auto& [name, contracts] : contractsByProduct) {
+        StoredProduct& product = products[name];
+        product.isUnwritten = !saved;
+        for (const InstrumentPtr& contract : contracts) {
+            if (!saved) {
+                product.contracts.push_back(stockKey(contract->market, contract->code));
+            }
+            product.markets.insert(marketKey(contract->market));
+        }
+    }
+    client_->publish([&](ClientVersion& version) {
+        auto& known = version.storedFutures.own().products;
+        products.merge(known);  // of a product that is known the new one counts, others stay
+        known.swap(products);
+    });
+    client_->updateDbName(kFutureProducts, db);
+}
+
+void CClientInstrumentCenter::createFutureDceDatas(
+    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
+    if (std::optional<DceSpreads> spreads = deriveDceSpreads(grouped)) {
+        client_->publish([&](ClientVersion& version) { std::swap(version.futures.own().spreads, *spreads); });
+    }
+}
+
+void CClientInstrumentCenter::createOutterProductDatas(
+    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
+    OuterTables fresh = deriveOuterTables(grouped, client_->outerMarkets);
+    client_->publish([&](ClientVersion& version) { install(fresh, version.outer.own()); });
+}
+
+std::vector<boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCenter::recordsOf(const std::vector<uint64>& keys) {
+    std::vector<InstrumentPtr> records;
+    records.reserve(keys.size());
+    for (const StockKey key : keys) {
+        if (InstrumentPtr record = CClientInstrumentCenter::getInstrument(key)) {
+            records.push_back(std::move(record));
+        }
+    }
+    return records;
+}
+
+std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCenter::getFutureMainInstruments(
+    const std::string& market) {
+    const auto version = client_->hold();
+    const MarketKey key = marketKey(market);
+    const auto known = version->futures->mainCodesByMarket.find(key);
+    InstrumentMap out;
+    if (known == version->futures->mainCodesByMarket.end()) {
+        return out;  // also for a field that an earlier run left
+    }
+    if (version->storedFutures->unwrittenMains.count(key) != 0) {
+        addByKeyText(recordsOf(listOf(known->second)), out);
+    } else {
+        addByKeyText(readField(version->getDbName(kFutureMains), fieldOf(market)), out);
+    }
+    return out;
+}
+
+std::map<std::string, std::list<boost::shared_ptr<CInstrumentDetail>>>
+CClientInstrumentCenter::getProductMainInstruments() {
+    const auto version = client_->hold();
+    std::map<std::string, std::list<boost::shared_ptr<CInstrumentDetail>>> mains;
+    for (const auto& [product, keys] : version->futures->mainCodesByProduct) {
+        const std::vector<InstrumentPtr> records = recordsOf(listOf(keys));
+        mains[product].assign(records.begin(), records.end());
+    }
+    return mains;
+}
+
+std::list<boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCenter::getProductInstruments(
+    const std::string& productId) {
+    const auto version = client_->hold();
+    const auto found = version->storedFutures->products.find(productId);
+    if (found == version->storedFutures->products.end()) {
+        return {};  // also for a field that an earlier run left
+    }
+    const StoredProduct& product = found->second;
+    const auto records = product.isUnwritten ? recordsOf(product.contracts)
+                                             : readField(version->getDbName(kFutureProducts), fieldOf(productId));
+    return {records.begin(), records.end()};
+}
+
+void CClientInstrumentCenter::removeMarkets(const std::vector<std::string>& markets) {
+    for (const std::string& market : markets) {
+        const std::string name(foldedMarket(market));
+        const MarketKey key = marketKey(name);
+        const auto former = client_->hold();
+        const KeySet* const listed = former->keys.keysOf(key);
+        KeySet keys = listed == nullptr ? KeySet() : *listed;
+        clearDatas({name});
+        std::map<std::string, StoredProduct> products = productsWithout(key);
+        client_->publish([&](ClientVersion& version) {
+            // What loads have left that did not name the market.
+            const KeySet left = version.keys.unfileAll(key);
+            keys.insert(left.begin(), left.end());
+            removeMarket(name, version.codeSets.own());
+            removeMarket(key, keys, version.futures.own());
+            StoredFutures& futures = version.storedFutures.own();
+            futures.unwrittenMains.erase(key);
+            for (auto& [product, rest] : products) {
+                if (rest.contracts.empty()) {
+                    futures.products.erase(product);
+                } else {
+                    std::swap(futures.products[product], rest);
+                }
+            }
+            if (client_->outerMarkets.count(key) != 0) {
+                version.outer.set({});
+            }
+        });
+    }
+}
+
+/// The products that have contracts of the market, with those that they have of others: their field in the store still
+/// has the market's, so they answer by key from now on.
+std::map<std::string, StoredProduct> CClientInstrumentCenter::productsWithout(uint64 market) {
+    const auto version = client_->hold();
+    std::map<std::string, StoredProduct> products;
+    for (const auto& [name, stored] : version->storedFutures->products) {
+        if (stored.markets.count(market) == 0) {
+            continue;
+        }
+        StoredProduct& rest = products[name];
+        rest.isUnwritten = true;
+        for (const InstrumentPtr& contract : CClientInstrumentCenter::getProductInstruments(name)) {
+            const MarketKey key = marketKey(contract->market);
+            if (key != market) {
+                rest.contracts.push_back(stockKey(contract->market, contract->code));
+                rest.markets.insert(key);
+            }
+        }
+    }
+    return products;
+}
+
+std::string CClientInstrumentCenter::getProductId(const std::string& market, const std::string& code) {
+    const InstrumentPtr record = getInstrument(market, code);
+    return record ? record->productId : std::string();
+}
+
+std::string CClientInstrumentCenter::getProductName(const std::string& /*productId*/) {
+    // Deliberately empty, as in the in-memory center: neither keeps the names of futures products.
+    return {};
+}
+
+std::vector<std::pair<std::string, std::string>> CClientInstrumentCenter::getDceCrossProduct() {
+    return client_->hold()->futures->spreads.crossProduct;
+}
+
+std::vector<std::pair<std::string, std::string>> CClientInstrumentCenter::getDceCrossPeriod() {
+    return client_->hold()->futures->spreads.crossPeriod;
+}
+
+std::string CClientInstrumentCenter::getOutterProductName(const std::string& productId) {
+    return in(client_->hold()->outer->productNames, productId);
+}
+
+std::map<std::string, std::string> CClientInstrumentCenter::getOutterProduct() {
+    return client_->hold()->outer->productNames;
+}
+
+std::string CClientInstrumentCenter::getOutterMarketName(const std::string& market) {
+    return in(client_->hold()->outer->marketNames, market);
+}
+
+std::map<std::string, std::string> CClientInstrumentCenter::getOutterMarket() {
+    return client_->hold()->outer->marketNames;
+}
+
+std::map<std::string, std::set<std::string>> CClientInstrumentCenter::getMarketProductList() {
+    return client_->hold()->outer->productsByMarket;
+}
+
+bool CClientInstrumentCenter::isCommodityProduct(const std::string& productId) {
+    return client_->hold()->outer->commodityProducts.count(productId) != 0;
+}
+
+bool CClientInstrumentCenter::isInterestProduct(const std::string& productId) {
+    return client_->hold()->outer->interestProducts.count(productId) != 0;
+}
+
+}  // namespace mxservice

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "base/instrumentcenter/ClientState.h"
+#include "base/instrumentcenter/boundary/Log.h"
+#include "base/instrumentcenter/store/Documents.h"
+
+namespace mxservice {
+
+/// Keeps other loads of this center from writing the database, for as long as it lives. Lines of the calling thread
+/// wait meanwhile: from within one an appender may load the same market, and would wait for itself.
+class DatabaseWriting {
+public:
+    DatabaseWriting(ClientState& client, const std::string& db) : guard_(client.writeLock(db)) {}
+
+private:
+    const LogDelay delay_;  // ends after the lock is dropped
+    const std::lock_guard<std::mutex> guard_;
+};
+
+/// The databases that one load drops. To readers of this center they are empty at once. On disk each one's documents
+/// stay until the load writes the database, and go in the step that brings the new ones, so that a crash leaves either;
+/// what the load does not write, or fails to, is emptied at the end. Loads that drop a database at the same time keep
+/// what either writes afterwards: the first write takes the old documents away, the second one adds.
+class Replacement {
+public:
+    explicit Replacement(ClientState& client) : client_(client) {}
+    ~Replacement();
+    Replacement(const Replacement&) = delete;
+    Replacement& operator=(const Replacement&) = delete;
+
+    /// Before the market is published as dropped: notes that this load is to write or empty its database.
+    void add(MarketKey market, const std::string& db);
+
+    bool drops(MarketKey market) const { return dropped_.count(market) != 0; }
+
+    /// Opens the market's database and writes the batch; false when either fails. The caller has its DatabaseWriting,
+    /// and publishes the market as no longer dropped: what memory keeps of it is to change before another load can
+    /// write it.
+    bool save(MarketKey market, const std::string& db, const StoreBatch& batch);
+
+    /// Empties what was not written. Before anything is derived from the load: a host may name a database that the
+    /// derived catalogues write, and what they write must stay.
+    void dropRest();
+
+private:
+    bool isDropped(MarketKey market) const {
+        return client_.ask(
+            [market](const ClientVersion& version) noexcept { return version.market(market).isDropped; });
+    }
+
+    ClientState& client_;
+    std::map<MarketKey, std::string> dropped_;  // databases, by this load
+};
+
+/// What one load carries through its steps, on its own thread.
+struct ClientLoad {
+    explicit ClientLoad(ClientState& client) : replacement(client) {}
+
+    Replacement replacement;
+    LoadNotes notes;
+    StepWatch steps;
+};
+
+}  // namespace mxservice

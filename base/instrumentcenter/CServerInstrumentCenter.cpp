@@ -70,6 +70,12 @@ void ServerChange::applyTo(ServerVersion& version) {
     }
 }
 
+void ServerChange::publishTo(InterfaceState& state) {
+    if ((grouped_ != nullptr && !grouped_->empty()) || !steps_.empty()) {
+        publish(state, [this](ServerVersion& version) { applyTo(version); });
+    }
+}
+
 CServerInstrumentCenter::CServerInstrumentCenter(const std::string& strandName)
     : server_(std::make_unique<ServerState>(strandName)) {
     state().versions.update([](const Version& /*empty*/) { return std::make_shared<ServerVersion>(); });
@@ -90,20 +96,39 @@ void CServerInstrumentCenter::doInitInstruments(const std::vector<std::string>& 
     const Stopwatch watch;
     LoadReport report = reportOn(instruments);
     LoadNotes notes;
-    if (isConnectSnapshot(markets)) {
-        const std::lock_guard guard(state().connectLock);
-        auto& snapshots = state().connectSnapshots;
-        snapshots[markets.front()] = instruments;
-        report.foreign = countForeign(instruments);
-        if (snapshots.count(market::kShanghaiConnect) != 0 && snapshots.count(market::kShenzhenConnect) != 0) {
-            buildConnect(notes);
-        } else {
-            report.waiting = report.records - report.empty - report.foreign;
-        }
+    const auto finish = [&] {
         report.time = watch.elapsed();
         state().loads.write()->finish(std::move(report), notes);
+    };
+    if (isConnectSnapshot(markets)) {
+        // Held until the load is noted, so that of two the one that built last is the one told of.
+        const std::lock_guard guard(state().connectLock);
+        loadConnectSnapshot(markets.front(), instruments, report, notes);
+        finish();
         return;
     }
+    report.steps = loadMarkets(markets, instruments, notes);
+    finish();
+}
+
+void CServerInstrumentCenter::loadConnectSnapshot(const std::string& market,
+                                                  const std::vector<InstrumentPtr>& instruments, LoadReport& report,
+                                                  LoadNotes& notes) {
+    auto& snapshots = state().connectSnapshots;
+    snapshots[market] = instruments;
+    report.foreign = countForeign(instruments);
+    // Hong Kong's own listing is not waited for: one connect market alone says of no code whether both list it, but
+    // without "HK" all that is missing are codes that neither lists.
+    if (snapshots.count(market::kShanghaiConnect) != 0 && snapshots.count(market::kShenzhenConnect) != 0) {
+        buildConnect(notes);
+    } else {
+        report.waiting = report.records - report.empty - report.foreign;
+    }
+}
+
+std::vector<LoadStep> CServerInstrumentCenter::loadMarkets(const std::vector<std::string>& markets,
+                                                           const std::vector<InstrumentPtr>& instruments,
+                                                           LoadNotes& notes) {
     StepWatch steps;
     {
         GroupedSnapshot grouped;
@@ -131,10 +156,8 @@ void CServerInstrumentCenter::doInitInstruments(const std::vector<std::string>& 
             releaseAhead(group);
         }
     }
-    steps.done(kReleaseStep);
-    report.steps = steps.take();
-    report.time = watch.elapsed();
-    state().loads.write()->finish(std::move(report), notes);
+    steps.done(kReleaseStep);  // with what the scope lets go of: the trees alone take milliseconds
+    return steps.take();
 }
 
 void CServerInstrumentCenter::doInitGgtInstruments() {
@@ -157,25 +180,21 @@ void CServerInstrumentCenter::buildConnect(LoadNotes& notes) {
     publishLoad(grouped, change, notes);
 }
 
-void CServerInstrumentCenter::createExchangeDatas(
-    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
+void CServerInstrumentCenter::createExchangeDatas(const GroupedSnapshot& grouped) {
     ServerChange change;
     LoadNotes notes;
     file(grouped, change);
     publishLoad(grouped, change, notes);
 }
 
-void CServerInstrumentCenter::file(
-    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped, ServerChange& change) {
+void CServerInstrumentCenter::file(const GroupedSnapshot& grouped, ServerChange& change) {
     PM_CENTER_LOG(kLogInfo, kServerSource, "[inscenter] create exchange datas");
     change.file(grouped);
 }
 
-void CServerInstrumentCenter::publishLoad(
-    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped, ServerChange& change,
-    LoadNotes& notes) {
+void CServerInstrumentCenter::publishLoad(const GroupedSnapshot& grouped, ServerChange& change, LoadNotes& notes) {
     const Stopwatch watch;
-    publishAlone(change);
+    change.publishTo(state());
     const auto time = watch.elapsed();
     for (const auto& [market, records] : grouped) {
         MarketLoad load;

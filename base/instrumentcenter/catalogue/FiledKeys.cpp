@@ -52,7 +52,7 @@ std::vector<IndexSize> FiledKeys::sizes() const {
     IndexSize listed{"keys by market", 0, 0};
     for (const auto& [market, keys] : sets_) {
         listed.keys += keys->size();
-        listed.bytes += flatBytes(*keys);
+        listed.bytes += tableBytes(*keys);
     }
     return {{"market by key", marketByKey_.size(), marketByKey_.bytes()}, listed};
 }

@@ -5,13 +5,13 @@
 #include <string>
 
 #include "base/instrumentcenter/CClientInstrumentCenter.h"
+#include "base/instrumentcenter/Guarded.h"
 #include "base/instrumentcenter/InterfaceState.h"
 #include "base/instrumentcenter/boundary/Platform.h"
-#include "base/instrumentcenter/catalogue/CodeIndex.h"
 #include "base/instrumentcenter/catalogue/FuturesTables.h"
-#include "base/instrumentcenter/catalogue/Guarded.h"
 #include "base/instrumentcenter/catalogue/OuterTables.h"
 #include "base/instrumentcenter/store/ClientLog.h"
+#include "base/instrumentcenter/store/CodeIndex.h"
 #include "base/instrumentcenter/store/DBBuilder.h"
 #include "base/instrumentcenter/store/Documents.h"
 #include "base/instrumentcenter/store/RecordCache.h"
@@ -48,6 +48,13 @@ boost::shared_ptr<Record> unsavedRecord(const Guarded<StoredCatalogue<Record>>& 
     const auto catalogue = guarded.read();
     const auto found = catalogue->unsaved.find(key);
     return found == catalogue->unsaved.end() ? nullptr : found->second;
+}
+
+/// A copy of the market's main contracts; empty for a market without entry.
+inline KeySet mainsOfMarket(const Guarded<FuturesCatalogue>& catalogue, MarketKey market) {
+    const auto futures = catalogue.read();
+    const auto found = futures->mainCodesByMarket.find(market);
+    return found == futures->mainCodesByMarket.end() ? KeySet() : found->second;
 }
 
 /// Records whose market could not be written. `records` keeps the last batch of every market that ever failed;

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "base/instrumentcenter/Guarded.h"
 #include "base/instrumentcenter/catalogue/CodeSets.h"
 #include "base/instrumentcenter/catalogue/GroupedSnapshot.h"
-#include "base/instrumentcenter/catalogue/Guarded.h"
 #include "base/instrumentcenter/catalogue/LoadLedger.h"
 #include "system/Published.h"
 

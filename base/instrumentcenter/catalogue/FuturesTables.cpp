@@ -114,12 +114,6 @@ void removeMarket(MarketKey market, const KeySet& keys, FuturesCatalogue& catalo
     }
 }
 
-KeySet mainsOfMarket(const Guarded<FuturesCatalogue>& catalogue, MarketKey market) {
-    const auto futures = catalogue.read();
-    const auto found = futures->mainCodesByMarket.find(market);
-    return found == futures->mainCodesByMarket.end() ? KeySet() : found->second;
-}
-
 std::set<MarketKey> futureMarketKeys() {
     std::set<MarketKey> keys;
     for (const char* const exchange : market::kFutures) {

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "base/instrumentcenter/catalogue/GroupedSnapshot.h"
-#include "base/instrumentcenter/catalogue/Guarded.h"
 #include "base/instrumentcenter/catalogue/HashIndex.h"
 
 namespace mxservice {
@@ -57,15 +56,12 @@ struct FuturesCatalogue {
 };
 
 /// Replaces the market's main contracts, also by none, and those of every product that has any; products that do not
-/// occur keep theirs. `mains` leaves with the former sets, to be destroyed after the lock.
+/// occur keep theirs. `mains` leaves with the former sets, to be destroyed when the caller holds no lock.
 void installMainContracts(MarketKey market, MainContracts& mains, FuturesCatalogue& catalogue);
 
 /// Takes a market with these keys out: its main contracts, as a market and among those of the products, and of Dalian
 /// the spreads. A product that has none left is not listed any more.
 void removeMarket(MarketKey market, const KeySet& keys, FuturesCatalogue& catalogue);
-
-/// A copy of the market's main contracts; empty for a market without entry.
-KeySet mainsOfMarket(const Guarded<FuturesCatalogue>& catalogue, MarketKey market);
 
 /// The hashes of the six futures exchanges.
 std::set<MarketKey> futureMarketKeys();

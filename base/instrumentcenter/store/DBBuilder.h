@@ -4,7 +4,7 @@
 #include <map>
 #include <string>
 
-#include "base/instrumentcenter/catalogue/Guarded.h"
+#include "base/instrumentcenter/Guarded.h"
 
 namespace mxservice {
 

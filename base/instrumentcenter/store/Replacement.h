@@ -5,8 +5,8 @@
 #include <set>
 #include <string>
 
+#include "base/instrumentcenter/Guarded.h"
 #include "base/instrumentcenter/boundary/Log.h"
-#include "base/instrumentcenter/catalogue/Guarded.h"
 #include "base/instrumentcenter/store/Documents.h"
 
 namespace mxservice {

@@ -1,4 +1,4 @@
-#include "base/instrumentcenter/catalogue/CodeIndex.h"
+#include "base/instrumentcenter/store/CodeIndex.h"
 
 #include <utility>
 

@@ -38,6 +38,7 @@ std::uint64_t countForeign(const std::vector<InstrumentPtr>& snapshot) {
 
 void ServerChange::file(const GroupedSnapshot& grouped) {
     grouped_ = &grouped;
+    // The sets are made here, on the loading thread alone: applyTo() runs while every other load waits.
     for (const auto& [market, records] : grouped) {
         auto keys = std::make_shared<KeySet>();
         keys->reserve(records.size());
@@ -65,6 +66,7 @@ void ServerChange::applyTo(ServerVersion& version) {
         // The former sets alone are forgotten: keys that the new ones lack stay filed, until their market is removed.
         version.keys.file(keysByMarket_);
     }
+    // After the records, so that what is derived of them never names one that the version lacks.
     for (const auto& step : steps_) {
         step(version);
     }
@@ -78,6 +80,8 @@ void ServerChange::publishTo(InterfaceState& state) {
 
 CServerInstrumentCenter::CServerInstrumentCenter(const std::string& strandName)
     : server_(std::make_unique<ServerState>(strandName)) {
+    // In place of the interface's own first version, before anybody can ask: every question takes it for a
+    // ServerVersion.
     state().versions.update([](const Version& /*empty*/) { return std::make_shared<ServerVersion>(); });
 }
 
@@ -152,6 +156,7 @@ std::vector<LoadStep> CServerInstrumentCenter::loadMarkets(const std::vector<std
         steps.done(kOptionsStep);
         publishLoad(grouped, change, notes);
         steps.done(kFilingStep);
+        // The trees would let go of one record after the other and wait for memory at each.
         for (auto& [market, group] : grouped) {
             releaseAhead(group);
         }
@@ -168,6 +173,7 @@ void CServerInstrumentCenter::doInitGgtInstruments() {
 void CServerInstrumentCenter::buildConnect(LoadNotes& notes) {
     GroupedSnapshot grouped;
     {
+        // Taken again by a load, which holds it already; a host's derived class may build by itself.
         const std::lock_guard guard(state().connectLock);
         ConnectListings listings;
         for (const char* const name : {market::kShanghaiConnect, market::kShenzhenConnect, market::kHongKong}) {
@@ -175,6 +181,7 @@ void CServerInstrumentCenter::buildConnect(LoadNotes& notes) {
         }
         markConnectEligibility(grouped, listings);
     }
+    // Nothing is derived: Hong Kong has neither futures nor code sets.
     ServerChange change;
     file(grouped, change);
     publishLoad(grouped, change, notes);
@@ -195,7 +202,7 @@ void CServerInstrumentCenter::file(const GroupedSnapshot& grouped, ServerChange&
 void CServerInstrumentCenter::publishLoad(const GroupedSnapshot& grouped, ServerChange& change, LoadNotes& notes) {
     const Stopwatch watch;
     change.publishTo(state());
-    const auto time = watch.elapsed();
+    const auto time = watch.elapsed();  // of all markets: they are filed in one step
     for (const auto& [market, records] : grouped) {
         MarketLoad load;
         load.market = filedMarketName(market, records);
@@ -210,6 +217,7 @@ void CServerInstrumentCenter::publishLoad(const GroupedSnapshot& grouped, Server
 void CServerInstrumentCenter::clearDatas(const std::vector<std::string>& markets) {
     publish(state(), [&](ServerVersion& version) {
         for (const std::string& name : markets) {
+            // Of the records only those listed: a key of an earlier load keeps its record until the market is removed.
             version.records.erase(version.keys.unfileListed(marketKey(foldedMarket(name))));
         }
     });
@@ -218,8 +226,9 @@ void CServerInstrumentCenter::clearDatas(const std::vector<std::string>& markets
 void CServerInstrumentCenter::removeMarkets(const std::vector<std::string>& markets) {
     LoadNotes notes;
     if (markets.empty()) {
-        return;
+        return;  // no version: nothing has changed that readers could see
     }
+    // All markets in one version, and their derived catalogues with them: a main contract must not outlive its record.
     publish(state(), [&](ServerVersion& version) {
         FuturesCatalogue& futures = version.futures.own();
         CodeSets& codeSets = version.codeSets.own();

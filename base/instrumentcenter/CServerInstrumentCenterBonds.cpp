@@ -22,6 +22,7 @@ void CServerInstrumentCenter::doInitBonds(const std::map<std::string, boost::sha
     std::size_t received = 0;
     for (const auto& [code, bond] : bonds) {
         if (bond) {
+            // By its own code: the key of the map is the host's, and may be any.
             index.emplace(bondKey(*bond), bond);
             addBondInstrument(*bond, instruments);
             ++received;
@@ -48,6 +49,7 @@ std::map<std::string, boost::shared_ptr<CBondInfoDetail>> CServerInstrumentCente
 }
 
 std::string CServerInstrumentCenter::getInterbankCode(const std::string& /*code*/) {
+    // Deliberately nothing: the persisted center alone keeps which listings a bond has.
     return {};
 }
 

@@ -17,6 +17,8 @@ void CServerInstrumentCenter::createStockCodes(const std::vector<std::string>& m
 void CServerInstrumentCenter::deriveCodes(const std::vector<std::string>& markets, const GroupedSnapshot& grouped,
                                           ServerChange& change) {
     PM_CENTER_LOG(kLogInfo, kServerSource, "[inscenter] create stock codes");
+    // By the markets named and not by the records: a load of "SZ" that brings nothing says that there is no issue
+    // today.
     if (touchesStockCodes(markets)) {
         change.add([codes = deriveStockCodes(grouped)](ServerVersion& version) mutable {
             install(std::move(codes), version.codeSets.own());
@@ -44,6 +46,7 @@ void CServerInstrumentCenter::createStkOptionCodes(const GroupedSnapshot& groupe
 
 void CServerInstrumentCenter::deriveUnderlyings(const GroupedSnapshot& grouped, ServerChange& change) {
     PM_CENTER_LOG(kLogInfo, kServerSource, "[inscenter] create stock option codes");
+    // As with the inquiry codes: a load without options says nothing about what they are on.
     auto underlyings = deriveOptionUnderlyings(grouped);
     if (!underlyings.empty()) {
         change.add([underlyings = std::move(underlyings)](ServerVersion& version) mutable {

@@ -16,6 +16,8 @@ void CServerInstrumentCenter::initEtfs(const std::vector<boost::shared_ptr<CETFD
 }
 
 void CServerInstrumentCenter::doInitEtfs(const std::vector<boost::shared_ptr<CETFDetail>>& etfs) {
+    // Replaced whole, unlike records: a fund that the load lacks has no basket today and must not answer with an old
+    // one.
     HashIndex<boost::shared_ptr<CETFDetail>> index;
     GroupedSnapshot grouped;
     MarketRecords& instruments = grouped[marketKey(kEtfInstruments)];
@@ -48,7 +50,7 @@ boost::shared_ptr<CETFDetail> CServerInstrumentCenter::getEtf(const std::string&
 }
 
 boost::shared_ptr<CETFDetail> CServerInstrumentCenter::getEtf(const std::string& market, const std::string& code) {
-    return getEtf(utils::ovStockKey(market, code));
+    return getEtf(utils::ovStockKey(market, code));  // not folded: no fund comes under a connect name
 }
 
 std::map<std::string, boost::shared_ptr<CETFDetail>> CServerInstrumentCenter::getEtfs() {

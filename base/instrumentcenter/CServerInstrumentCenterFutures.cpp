@@ -18,6 +18,7 @@ void CServerInstrumentCenter::createFutureMainDatas(const GroupedSnapshot& group
 void CServerInstrumentCenter::deriveMains(const GroupedSnapshot& grouped, ServerChange& change) {
     PM_CENTER_LOG(kLogInfo, kServerSource, "[inscenter] create future main datas");
     auto mainsByMarket = deriveMainContracts(grouped, server_->futureMarkets);
+    // Empty without a futures market in the load: other loads leave the mains alone, and share their table.
     if (mainsByMarket.empty()) {
         return;
     }
@@ -40,6 +41,7 @@ void CServerInstrumentCenter::createFutureDceDatas(const GroupedSnapshot& groupe
 
 void CServerInstrumentCenter::deriveSpreads(const GroupedSnapshot& grouped, ServerChange& change) {
     if (std::optional<DceSpreads> spreads = deriveDceSpreads(grouped)) {
+        // The pairs that were there leave with the step, after the version is published.
         change.add([spreads = std::move(*spreads)](ServerVersion& version) mutable {
             std::swap(version.futures.own().spreads, spreads);
         });
@@ -62,6 +64,7 @@ std::list<boost::shared_ptr<CInstrumentDetail>> CServerInstrumentCenter::getProd
 }
 
 std::string CServerInstrumentCenter::getProductId(const std::string& market, const std::string& code) {
+    // Through the slot: a host's own records have products, too.
     const InstrumentPtr record = getInstrument(market, code);
     return record ? record->productId : std::string();
 }

@@ -15,6 +15,7 @@ namespace {
 void putPlan(PlanCatalogue& plans, const boost::shared_ptr<COTCFundPlanInfo>& plan) {
     boost::shared_ptr<COTCFundPlanInfo>& place = plans.byKey[stockKey(plan->market, plan->code)];
     const auto former = std::exchange(place, plan);
+    // By key and not by pointer: a load may have put several of one key into the group, of which one alone was filed.
     if (former) {
         const auto group = plans.byGroup.find(former->planType);
         if (group != plans.byGroup.end()) {
@@ -35,6 +36,7 @@ void CServerInstrumentCenter::doInitOtcInstruments(const std::vector<boost::shar
     PlanCatalogue fresh;
     for (const auto& plan : plans) {
         if (plan) {
+            // Of two plans with one key the first answers for it, while both stand in their groups.
             fresh.byKey.emplace(stockKey(plan->market, plan->code), plan);
             fresh.byGroup[plan->planType].push_back(plan);
         }
@@ -53,6 +55,7 @@ bool CServerInstrumentCenter::hasOtc(const std::string& code) {
 
 void CServerInstrumentCenter::getOtcInstruments(int group, std::vector<boost::shared_ptr<COTCFundPlanInfo>>& out) {
     const auto members = view().getOtcInstruments(group);
+    // Copied out of a view first: `out` is the host's, and growing it is nothing that a publisher should wait for.
     out.insert(out.end(), members.begin(), members.end());
 }
 
@@ -67,7 +70,7 @@ boost::shared_ptr<COTCFundPlanInfo> CServerInstrumentCenter::getOtcInstrument(co
 
 void CServerInstrumentCenter::initIssuanceInfos(
     const std::vector<boost::shared_ptr<COTCSecuritiesIssuanceInfo>>& issuances) {
-    auto fresh = byOwnKey(issuances);
+    auto fresh = byOwnKey(issuances);  // beforehand, as below
     publish(state(), [&](ServerVersion& version) { version.issuances.set(std::move(fresh)); });
 }
 

@@ -5,7 +5,8 @@
 #include "base/instrumentcenter/ServerState.h"
 #include "base/instrumentcenter/catalogue/TableBytes.h"
 
-// What each center tells of its tables, caches and loads.
+// What each center tells of its tables, caches and loads. Lines stand in a fixed order, so that two pages compare;
+// those of what could not be written stand only where there is any, so that none means that all is well.
 
 namespace mxservice {
 namespace {
@@ -30,6 +31,8 @@ void add(const char* name, const char* unsaved, const Guarded<StoredCatalogue<Re
 CenterStatistics CServerInstrumentCenter::statistics() const {
     CenterStatistics statistics;
     state().loads.read()->report(statistics);
+    // One version for all: keys and records of a page are of one moment. Held, because a publisher must not wait for
+    // the walk through all texts.
     const auto held = std::static_pointer_cast<const ServerVersion>(state().versions.hold());
     const ServerVersion& version = *held;
     std::vector<IndexSize>& sizes = statistics.indexes;
@@ -51,6 +54,7 @@ CenterStatistics CClientInstrumentCenter::statistics() const {
     CenterStatistics statistics;
     state().loads.read()->report(statistics);
     statistics.indexes = client_->codeIndex.sizes();
+    // Each table by itself: no operation holds two locks, so the parts may be of moments shortly after one another.
     {
         const auto catalogue = client_->futures.read();
         statistics.indexes.push_back(sizeOf("main contracts by market", catalogue->mainCodesByMarket));
@@ -61,7 +65,7 @@ CenterStatistics CClientInstrumentCenter::statistics() const {
     std::vector<IndexSize>& sizes = statistics.indexes;
     if (const auto parked = client_->failedDatas.read(); !parked->records.empty()) {
         IndexSize size = sizeOf("records not written", parked->records);
-        size.keys = 0;
+        size.keys = 0;  // of the records, not of their markets
         for (const auto& [market, records] : parked->records) {
             size.keys += records.size();
         }

@@ -31,6 +31,7 @@ KeySet FiledKeys::unfileListed(MarketKey market) {
     const KeySet* const listed = keysOf(market);
     KeySet keys = listed == nullptr ? KeySet() : *listed;
     marketByKey_.erase(keys);
+    // Empty, not absent: a market that was filed once stays known.
     sets_[market] = std::make_shared<const KeySet>();
     return keys;
 }
@@ -43,6 +44,7 @@ KeySet FiledKeys::unfileAll(MarketKey market) {
             keys.insert(key);
         }
     });
+    // For good, because a market is removed to have its memory back, its records' above all.
     marketByKey_.eraseForGood(keys);
     sets_[market] = std::make_shared<const KeySet>();
     return keys;

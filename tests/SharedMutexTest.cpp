@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "base/instrumentcenter/catalogue/Guarded.h"
+#include "base/instrumentcenter/Guarded.h"
 
 #ifdef __linux__
 #include <sched.h>

@@ -52,6 +52,9 @@ template <class Table>
 void expectMeasured(const Table& table) {
     std::unique_ptr<Table> copy;
     const std::size_t bytes = allocatedByCopyOf(table, copy);
+    if constexpr (requires { copy->get_allocator().bytes(); }) {
+        EXPECT_EQ(heapBytes(*copy), bytes) << table.size();
+    }
     // How the containers lay themselves out is theirs; what they hold must not be left out or counted twice.
     EXPECT_NEAR(static_cast<double>(heapBytes(*copy)), static_cast<double>(bytes),
                 64 + 0.1 * static_cast<double>(bytes))
@@ -82,6 +85,23 @@ TEST(TableBytes, AreAboutThoseThatTheTableAllocated) {
         expectMeasured(std::map<std::int32_t, std::vector<boost::shared_ptr<std::string>>>{
             {1, std::vector<boost::shared_ptr<std::string>>(size)}});
     }
+}
+
+TEST(TableBytes, ACountGoesWithItsTable) {
+    KeySet keys;
+    for (std::uint64_t key = 0; key < 1000; ++key) {
+        keys.insert(key * 0x9e3779b97f4a7c15U);
+    }
+    const std::size_t bytes = tableBytes(keys);
+    EXPECT_LT(bytes, 3 * 1000 * sizeof(std::uint64_t)) << "the tables that were too small are not counted";
+    KeySet moved(std::move(keys));
+    EXPECT_EQ(tableBytes(keys), 0U) << "moved from, to be used again";
+    KeySet other;
+    std::swap(moved, other);
+    EXPECT_EQ(tableBytes(other), bytes);
+    EXPECT_EQ(tableBytes(moved), 0U);
+    other = KeySet();
+    EXPECT_EQ(tableBytes(other), 0U);
 }
 
 }  // namespace

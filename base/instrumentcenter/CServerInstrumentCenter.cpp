@@ -38,6 +38,7 @@ std::uint64_t countForeign(const std::vector<InstrumentPtr>& snapshot) {
 
 void ServerChange::file(const GroupedSnapshot& grouped) {
     grouped_ = &grouped;
+    // The sets are made here, on the loading thread alone: applyTo() runs while every other load waits.
     for (const auto& [market, records] : grouped) {
         auto keys = std::make_shared<KeySet>();
         keys->reserve(records.size());
@@ -65,13 +66,22 @@ void ServerChange::applyTo(ServerVersion& version) {
         // The former sets alone are forgotten: keys that the new ones lack stay filed, until their market is removed.
         version.keys.file(keysByMarket_);
     }
+    // After the records, so that what is derived of them never names one that the version lacks.
     for (const auto& step : steps_) {
         step(version);
     }
 }
 
+void ServerChange::publishTo(InterfaceState& state) {
+    if ((grouped_ != nullptr && !grouped_->empty()) || !steps_.empty()) {
+        publish(state, [this](ServerVersion& version) { applyTo(version); });
+    }
+}
+
 CServerInstrumentCenter::CServerInstrumentCenter(const std::string& strandName)
     : server_(std::make_unique<ServerState>(strandName)) {
+    // In place of the interface's own first version, before anybody can ask: every question takes it for a
+    // ServerVersion.
     state().versions.update([](const Version& /*empty*/) { return std::make_shared<ServerVersion>(); });
 }
 
@@ -90,20 +100,39 @@ void CServerInstrumentCenter::doInitInstruments(const std::vector<std::string>& 
     const Stopwatch watch;
     LoadReport report = reportOn(instruments);
     LoadNotes notes;
-    if (isConnectSnapshot(markets)) {
-        const std::lock_guard guard(state().connectLock);
-        auto& snapshots = state().connectSnapshots;
-        snapshots[markets.front()] = instruments;
-        report.foreign = countForeign(instruments);
-        if (snapshots.count(market::kShanghaiConnect) != 0 && snapshots.count(market::kShenzhenConnect) != 0) {
-            buildConnect(notes);
-        } else {
-            report.waiting = report.records - report.empty - report.foreign;
-        }
+    const auto finish = [&] {
         report.time = watch.elapsed();
         state().loads.write()->finish(std::move(report), notes);
+    };
+    if (isConnectSnapshot(markets)) {
+        // Held until the load is noted, so that of two the one that built last is the one told of.
+        const std::lock_guard guard(state().connectLock);
+        loadConnectSnapshot(markets.front(), instruments, report, notes);
+        finish();
         return;
     }
+    report.steps = loadMarkets(markets, instruments, notes);
+    finish();
+}
+
+void CServerInstrumentCenter::loadConnectSnapshot(const std::string& market,
+                                                  const std::vector<InstrumentPtr>& instruments, LoadReport& report,
+                                                  LoadNotes& notes) {
+    auto& snapshots = state().connectSnapshots;
+    snapshots[market] = instruments;
+    report.foreign = countForeign(instruments);
+    // Hong Kong's own listing is not waited for: one connect market alone says of no code whether both list it, but
+    // without "HK" all that is missing are codes that neither lists.
+    if (snapshots.count(market::kShanghaiConnect) != 0 && snapshots.count(market::kShenzhenConnect) != 0) {
+        buildConnect(notes);
+    } else {
+        report.waiting = report.records - report.empty - report.foreign;
+    }
+}
+
+std::vector<LoadStep> CServerInstrumentCenter::loadMarkets(const std::vector<std::string>& markets,
+                                                           const std::vector<InstrumentPtr>& instruments,
+                                                           LoadNotes& notes) {
     StepWatch steps;
     {
         GroupedSnapshot grouped;
@@ -127,14 +156,13 @@ void CServerInstrumentCenter::doInitInstruments(const std::vector<std::string>& 
         steps.done(kOptionsStep);
         publishLoad(grouped, change, notes);
         steps.done(kFilingStep);
+        // The trees would let go of one record after the other and wait for memory at each.
         for (auto& [market, group] : grouped) {
             releaseAhead(group);
         }
     }
-    steps.done(kReleaseStep);
-    report.steps = steps.take();
-    report.time = watch.elapsed();
-    state().loads.write()->finish(std::move(report), notes);
+    steps.done(kReleaseStep);  // with what the scope lets go of: the trees alone take milliseconds
+    return steps.take();
 }
 
 void CServerInstrumentCenter::doInitGgtInstruments() {
@@ -145,6 +173,7 @@ void CServerInstrumentCenter::doInitGgtInstruments() {
 void CServerInstrumentCenter::buildConnect(LoadNotes& notes) {
     GroupedSnapshot grouped;
     {
+        // Taken again by a load, which holds it already; a host's derived class may build by itself.
         const std::lock_guard guard(state().connectLock);
         ConnectListings listings;
         for (const char* const name : {market::kShanghaiConnect, market::kShenzhenConnect, market::kHongKong}) {
@@ -152,31 +181,28 @@ void CServerInstrumentCenter::buildConnect(LoadNotes& notes) {
         }
         markConnectEligibility(grouped, listings);
     }
+    // Nothing is derived: Hong Kong has neither futures nor code sets.
     ServerChange change;
     file(grouped, change);
     publishLoad(grouped, change, notes);
 }
 
-void CServerInstrumentCenter::createExchangeDatas(
-    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
+void CServerInstrumentCenter::createExchangeDatas(const GroupedSnapshot& grouped) {
     ServerChange change;
     LoadNotes notes;
     file(grouped, change);
     publishLoad(grouped, change, notes);
 }
 
-void CServerInstrumentCenter::file(
-    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped, ServerChange& change) {
+void CServerInstrumentCenter::file(const GroupedSnapshot& grouped, ServerChange& change) {
     PM_CENTER_LOG(kLogInfo, kServerSource, "[inscenter] create exchange datas");
     change.file(grouped);
 }
 
-void CServerInstrumentCenter::publishLoad(
-    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped, ServerChange& change,
-    LoadNotes& notes) {
+void CServerInstrumentCenter::publishLoad(const GroupedSnapshot& grouped, ServerChange& change, LoadNotes& notes) {
     const Stopwatch watch;
-    publishAlone(change);
-    const auto time = watch.elapsed();
+    change.publishTo(state());
+    const auto time = watch.elapsed();  // of all markets: they are filed in one step
     for (const auto& [market, records] : grouped) {
         MarketLoad load;
         load.market = filedMarketName(market, records);
@@ -191,6 +217,7 @@ void CServerInstrumentCenter::publishLoad(
 void CServerInstrumentCenter::clearDatas(const std::vector<std::string>& markets) {
     publish(state(), [&](ServerVersion& version) {
         for (const std::string& name : markets) {
+            // Of the records only those listed: a key of an earlier load keeps its record until the market is removed.
             version.records.erase(version.keys.unfileListed(marketKey(foldedMarket(name))));
         }
     });
@@ -199,8 +226,9 @@ void CServerInstrumentCenter::clearDatas(const std::vector<std::string>& markets
 void CServerInstrumentCenter::removeMarkets(const std::vector<std::string>& markets) {
     LoadNotes notes;
     if (markets.empty()) {
-        return;
+        return;  // no version: nothing has changed that readers could see
     }
+    // All markets in one version, and their derived catalogues with them: a main contract must not outlive its record.
     publish(state(), [&](ServerVersion& version) {
         FuturesCatalogue& futures = version.futures.own();
         CodeSets& codeSets = version.codeSets.own();

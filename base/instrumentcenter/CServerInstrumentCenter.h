@@ -203,6 +203,12 @@ protected:
 private:
     using Grouped = std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>;
 
+    void loadConnectSnapshot(const std::string& market,
+                             const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments, LoadReport& report,
+                             LoadNotes& notes);
+    std::vector<LoadStep> loadMarkets(const std::vector<std::string>& markets,
+                                      const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
+                                      LoadNotes& notes);
     void buildConnect(LoadNotes& notes);
     // The steps of a load, each for its part of the change; then the change as one version.
     void file(const Grouped& grouped, ServerChange& change);
@@ -212,7 +218,6 @@ private:
     void deriveInquiries(const Grouped& grouped, ServerChange& change);
     void deriveUnderlyings(const Grouped& grouped, ServerChange& change);
     void publishLoad(const Grouped& grouped, ServerChange& change, LoadNotes& notes);
-    void publishAlone(ServerChange& change);
 
     std::unique_ptr<ServerState> server_;
 };

@@ -13,6 +13,8 @@ namespace {
 
 template <class Question>
 bool isOne(const InterfaceState& state, const std::string& keyText) {
+    // Text and markets are hashed before the version is asked: who publishes waits for what is asked, so that is a
+    // probe and a comparison.
     const StockKey key = Question::keyOf(keyText);
     const auto& markets = Question::markets();
     return ask(state,
@@ -60,6 +62,7 @@ bool CServerInstrumentCenter::hasOption(const std::string& code) {
 }
 
 bool CServerInstrumentCenter::hasFutureOption(const std::string& code) {
+    // Not a slip: the exchanges list both under one market, and telling them apart is left to the record.
     return isOne<IsFuture>(state(), code);
 }
 
@@ -80,6 +83,7 @@ bool CServerInstrumentCenter::hasOuterFuture(const std::string& code) {
 }
 
 bool CServerInstrumentCenter::hasOuterStock(const std::string& code) {
+    // Through the slots: a host's own answer to either counts here, too.
     return hasNyseStock(code) || hasNasdaqStock(code);
 }
 
@@ -112,7 +116,7 @@ std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CServerInstrumentCen
 }
 
 void CServerInstrumentCenter::getInstruments(std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
-    out.merge(view().getInstruments());
+    out.merge(view().getInstruments());  // as all forms that add: what `out` has under a text stays
 }
 
 std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CServerInstrumentCenter::getInstruments(

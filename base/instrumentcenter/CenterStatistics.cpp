@@ -5,7 +5,8 @@
 #include "base/instrumentcenter/ServerState.h"
 #include "base/instrumentcenter/catalogue/TableBytes.h"
 
-// What each center tells of its tables, caches and loads.
+// What each center tells of its tables, caches and loads. Lines stand in a fixed order, so that two pages compare;
+// those of what could not be written stand only where there is any, so that none means that all is well.
 
 namespace mxservice {
 namespace {
@@ -39,6 +40,8 @@ void addUnwrittenRecords(const ClientVersion& version, std::vector<IndexSize>& s
 CenterStatistics CServerInstrumentCenter::statistics() const {
     CenterStatistics statistics;
     state().loads.read()->report(statistics);
+    // One version for all: keys and records of a page are of one moment. Held, because a publisher must not wait for
+    // the walk through all texts.
     const auto held = std::static_pointer_cast<const ServerVersion>(state().versions.hold());
     const ServerVersion& version = *held;
     std::vector<IndexSize>& sizes = statistics.indexes;

@@ -5,10 +5,16 @@
 #include "base/instrumentcenter/InterfaceState.h"
 #include "base/instrumentcenter/vocabulary/Keys.h"
 
+// What both centers answer from the code sets. The two kinds of reading differ in who waits: who publishes waits for a
+// question, which is short, and not for the copy of a set, which holds its version instead.
+
 namespace mxservice {
+
 IInstrumentCenter::IInstrumentCenter() : state_(std::make_unique<InterfaceState>()) {}
 
 IInstrumentCenter::~IInstrumentCenter() = default;
+
+// Outer products, and a store to be cleared, are the persisted center's alone.
 
 bool IInstrumentCenter::isCommodityProduct(const std::string& /*productId*/) {
     return false;
@@ -33,7 +39,7 @@ std::set<std::string> IInstrumentCenter::getNeeqInquiryCodes() const {
 }
 
 bool IInstrumentCenter::isStkOptionUndlCode(const std::string& market, const std::string& code) const {
-    const std::uint64_t key = textKey(code);
+    const std::uint64_t key = textKey(code);  // before the version is asked: publishers wait for what is done there
     return state_->versions.ask(
         [&](const Version& version) noexcept { return isOptionUnderlying(*version.codeSets, market, key); });
 }
@@ -43,6 +49,8 @@ std::string IInstrumentCenter::getLumoCode(const std::string& code) const {
     const auto found = version->lumoCodes->find(code);
     return found == version->lumoCodes->end() ? code : found->second;
 }
+
+// Where a set is swapped in, what was there goes with the argument, after the version is published.
 
 void IInstrumentCenter::setStockIpoCodes(const std::string& market, std::set<std::string> codes) {
     state_->publish([&](Version& version) { version.codeSets.own().ipoCodes[market].swap(codes); });
@@ -57,6 +65,7 @@ void IInstrumentCenter::setNeeqInquiryCodes(std::set<std::string> codes) {
 }
 
 void IInstrumentCenter::setStkOptionUndlCodes(const std::string& market, const std::set<std::string>& codes) {
+    // As hashes, which is what they are asked by; the texts are in no answer.
     std::set<std::uint64_t> keys;
     for (const std::string& code : codes) {
         keys.insert(textKey(code));

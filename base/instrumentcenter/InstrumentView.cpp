@@ -9,6 +9,9 @@
 #include "base/instrumentcenter/catalogue/Questions.h"
 #include "base/instrumentcenter/vocabulary/Exchanges.h"
 
+// Everything is read from the version that the view holds: no lock, no mark, and no check whether it is the newest.
+// What answers a list builds it from whole tables; there is nothing that could change beneath it.
+
 namespace mxservice {
 namespace {
 
@@ -26,6 +29,7 @@ std::uint64_t InstrumentView::version() const {
 }
 
 const CInstrumentDetail* InstrumentView::find(uint64 key) const {
+    // The pointer needs no reference of its own: the version has one for as long as a copy of this view lives.
     const InstrumentPtr* const record = version_->records.find(key);
     return record == nullptr ? nullptr : record->get();
 }
@@ -90,6 +94,7 @@ bool InstrumentView::hasOption(const std::string& code) const {
 }
 
 bool InstrumentView::hasFutureOption(const std::string& code) const {
+    // Not a slip: the exchanges list both under one market, and telling them apart is left to the record.
     return isOne<IsFuture>(*version_, code);
 }
 
@@ -120,6 +125,8 @@ bool InstrumentView::hasNyseStock(const std::string& code) const {
 bool InstrumentView::hasNasdaqStock(const std::string& code) const {
     return isOne<IsNasdaqStock>(*version_, code);
 }
+
+// Key texts of funds, plans and the like are taken as they stand: only listings of Hong Kong come under a connect name.
 
 bool InstrumentView::hasEtf(const std::string& code) const {
     return version_->etfs->contains(textKey(code));
@@ -159,6 +166,7 @@ InstrumentView::InstrumentMap InstrumentView::getInstruments() const {
             records.push_back(record);
         }
     });
+    // By the records' own texts: a connect listing stands under "HGT" or "SGT", though it is filed under "HK".
     InstrumentMap out;
     addByKeyText(records, out);
     return out;
@@ -170,6 +178,7 @@ InstrumentView::InstrumentMap InstrumentView::getInstruments(const std::string& 
 
 InstrumentView::InstrumentMap InstrumentView::getInstruments(const std::list<std::string>& markets) const {
     InstrumentMap out;
+    // Market by market: of two records with one text that of the market named first stays.
     for (const std::string& market : markets) {
         addByKeyText(version_->recordsOf(marketKey(foldedMarket(market))), out);
     }
@@ -187,6 +196,7 @@ InstrumentView::InstrumentMap InstrumentView::getInstruments(EOvTraderType type)
 
 InstrumentView::InstrumentMap InstrumentView::getFutureMainInstruments(const std::string& market) const {
     InstrumentMap out;
+    // Not folded: no futures exchange comes under a second name.
     const auto& mains = version_->futures->mainCodesByMarket;
     if (const auto found = mains.find(marketKey(market)); found != mains.end()) {
         addByKeyText(version_->resolve(found->second), out);
@@ -197,6 +207,7 @@ InstrumentView::InstrumentMap InstrumentView::getFutureMainInstruments(const std
 std::map<std::string, std::list<InstrumentView::Instrument>> InstrumentView::getProductMainInstruments() const {
     std::map<std::string, std::list<Instrument>> mains;
     for (const auto& [product, keys] : version_->futures->mainCodesByProduct) {
+        // Also where no key has a record: a product that is known is listed, if with nothing.
         const std::vector<InstrumentPtr> records = version_->resolve(keys);
         mains[product].assign(records.begin(), records.end());
     }
@@ -222,7 +233,7 @@ boost::shared_ptr<CETFDetail> InstrumentView::getEtf(const std::string& code) co
 
 std::map<std::string, boost::shared_ptr<CETFDetail>> InstrumentView::getEtfs() const {
     std::map<std::string, boost::shared_ptr<CETFDetail>> etfs;
-    for (const auto& [key, etf] : *version_->etfs) {
+    for (const auto& [key, etf] : *version_->etfs) {  // meets each fund under both its keys
         etfs.emplace(keyTextOf(*etf), etf);
     }
     return etfs;
@@ -238,6 +249,7 @@ boost::shared_ptr<CBondInfoDetail> InstrumentView::getBond(const std::string& co
 
 std::map<std::string, boost::shared_ptr<CBondInfoDetail>> InstrumentView::getBonds() const {
     std::map<std::string, boost::shared_ptr<CBondInfoDetail>> bonds;
+    // By the bond's own code: the key of the host's map went when the bond was filed.
     for (const auto& [key, bond] : *version_->bonds) {
         bonds.emplace(bond->bondCode, bond);
     }
@@ -268,7 +280,7 @@ std::vector<boost::shared_ptr<COTCFundPlanInfo>> InstrumentView::getOtcInstrumen
     const PlanCatalogue& plans = *version_->plans;
     std::vector<boost::shared_ptr<COTCFundPlanInfo>> members;
     if (group == kAllGroups) {
-        for (const auto& [key, plan] : plans.byKey) {
+        for (const auto& [key, plan] : plans.byKey) {  // a group may have two of one key, this has one
             members.push_back(plan);
         }
     } else if (const auto found = plans.byGroup.find(group); found != plans.byGroup.end()) {
@@ -291,6 +303,7 @@ boost::shared_ptr<CTenderBondInfoDetail> InstrumentView::getTenderBondInfo(const
 
 std::map<std::string, boost::shared_ptr<CTenderBondInfoDetail>> InstrumentView::getTrenderBondInfos() const {
     std::map<std::string, boost::shared_ptr<CTenderBondInfoDetail>> tenderBonds;
+    // Two may share a code, one loaded under another key and one updated since; which of them is listed is open.
     for (const auto& [key, tenderBond] : *version_->tenderBonds) {
         tenderBonds.emplace(tenderBond->code, tenderBond);
     }
@@ -306,6 +319,7 @@ std::set<std::string> InstrumentView::getStockCdrCodes() const {
 }
 
 std::string InstrumentView::getLumoCode(const std::string& code) const {
+    // None are noted by this center's loads; a host's derived class may have set some.
     const auto found = version_->lumoCodes->find(code);
     return found == version_->lumoCodes->end() ? code : found->second;
 }

@@ -9,9 +9,9 @@
 #include <type_traits>
 #include <vector>
 
+#include "base/instrumentcenter/Guarded.h"
 #include "base/instrumentcenter/catalogue/CodeSets.h"
 #include "base/instrumentcenter/catalogue/GroupedSnapshot.h"
-#include "base/instrumentcenter/catalogue/Guarded.h"
 #include "base/instrumentcenter/catalogue/LoadLedger.h"
 #include "system/Published.h"
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -75,13 +77,15 @@ public:
     /// What else is changed, in the order of the calls. `step` is run while no other load publishes.
     void add(std::function<void(ServerVersion&)> step) { steps_.push_back(std::move(step)); }
 
-    bool isEmpty() const { return (grouped_ == nullptr || grouped_->empty()) && steps_.empty(); }
-    void applyTo(ServerVersion& version);
+    /// Makes all of it one version; none where there is nothing to change.
+    void publishTo(InterfaceState& state);
 
-    /// Of the market's records, how many took the place of another one.
+    /// Once it is published: of the market's records, how many took the place of another one.
     std::uint64_t replacedIn(MarketKey market) const { return replacedByMarket_.at(market); }
 
 private:
+    void applyTo(ServerVersion& version);
+
     const GroupedSnapshot* grouped_ = nullptr;
     FiledKeys::Sets keysByMarket_;
     std::map<MarketKey, std::uint64_t> replacedByMarket_;
@@ -107,6 +111,32 @@ auto ask(const InterfaceState& state, Question question) {
 template <class Change>
 void publish(InterfaceState& state, const Change& change) {
     state.publish([&](Version& version) { change(static_cast<ServerVersion&>(version)); });
+}
+
+/// A step of the loads, called alone by a host's derived class, is a version by itself.
+template <class Step>
+void publishStep(InterfaceState& state, const Step& step) {
+    ServerChange change;
+    step(change);
+    change.publishTo(state);
+}
+
+/// Puts a batch of changes into a table, all as one version. A batch of nothing makes none: version() counts what
+/// readers can see.
+template <class Table, class Record, class Put>
+void publishBatch(InterfaceState& state, Part<Table> ServerVersion::*part,
+                  const std::vector<boost::shared_ptr<Record>>& batch, const Put& put) {
+    if (std::all_of(batch.begin(), batch.end(), [](const auto& record) { return !record; })) {
+        return;
+    }
+    publish(state, [&](ServerVersion& version) {
+        Table& table = (version.*part).own();
+        for (const auto& record : batch) {
+            if (record) {
+                put(table, record);
+            }
+        }
+    });
 }
 
 }  // namespace mxservice

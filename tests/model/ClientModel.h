@@ -4,6 +4,11 @@
 
 namespace mxservice::model {
 
+/// The text that stands for a key in the store.
+inline std::string decimal(Key key) {
+    return std::to_string(key);
+}
+
 /// What the store holds: it outlives the center. Documents are copies, by their key's decimal text.
 struct StoreModel {
     using Instruments = std::map<std::string, Instrument>;

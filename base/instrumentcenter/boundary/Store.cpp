@@ -10,6 +10,7 @@ persist::CPersistService& service() {
 }  // namespace
 
 bool fill(IData& record, Document document) {
+    // Straight from the store's page, without a check beforehand: what is read is checked as it is read.
     return record.readDocument(document, false, nullptr);
 }
 
@@ -26,7 +27,7 @@ bool DocumentStore::write(const std::string& db, const StoreBatch& documents) co
 }
 
 bool DocumentStore::replace(const std::string& db, const StoreBatch& documents) const {
-    return service().replaceDocuments(db, documents);
+    return service().replaceDocuments(db, documents);  // one transaction: a crash leaves the old ones or the new
 }
 
 bool DocumentStore::replaceFields(const std::string& db, const std::vector<StoreField>& fields) const {

@@ -31,6 +31,7 @@ KeySet FiledKeys::unfileListed(MarketKey market) {
     const KeySet* const listed = keysOf(market);
     KeySet keys = listed == nullptr ? KeySet() : *listed;
     marketByKey_.erase(keys);
+    // Empty, not absent: a market that was filed once stays known.
     sets_[market] = std::make_shared<const KeySet>();
     return keys;
 }
@@ -43,6 +44,7 @@ KeySet FiledKeys::unfileAll(MarketKey market) {
             keys.insert(key);
         }
     });
+    // For good, because a market is removed to have its memory back, its records' above all.
     marketByKey_.eraseForGood(keys);
     sets_[market] = std::make_shared<const KeySet>();
     return keys;
@@ -52,7 +54,7 @@ std::vector<IndexSize> FiledKeys::sizes() const {
     IndexSize listed{"keys by market", 0, 0};
     for (const auto& [market, keys] : sets_) {
         listed.keys += keys->size();
-        listed.bytes += flatBytes(*keys);
+        listed.bytes += tableBytes(*keys);
     }
     return {{"market by key", marketByKey_.size(), marketByKey_.bytes()}, listed};
 }

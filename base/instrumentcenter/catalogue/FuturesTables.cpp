@@ -16,6 +16,7 @@ constexpr std::string_view kCrossPeriodPrefix = "SP";
 
 /// The two legs of "PREFIX first&second"; false for a code of any other form.
 bool splitLegs(std::string_view code, SpreadPairs& pairs) {
+    // Each blank separates, two of them an empty word: the exchange writes one, and other texts are no spreads of it.
     const auto words = split(code, " ");
     if (words.size() != 2) {
         return false;
@@ -59,6 +60,7 @@ std::map<std::string, std::vector<InstrumentPtr>> deriveProductContracts(const G
         if (futureMarkets.count(market) == 0) {
             continue;
         }
+        // By product id alone, as the exchanges keep theirs apart: one listed twice has the contracts of both.
         for (const auto& [key, record] : records) {
             if (record) {
                 contractsByProduct[record->productId].push_back(record);
@@ -72,7 +74,7 @@ std::optional<DceSpreads> deriveDceSpreads(const GroupedSnapshot& grouped) {
     static const MarketKey dalian = marketKey(market::kDalian);
     const auto found = grouped.find(dalian);
     if (found == grouped.end()) {
-        return std::nullopt;
+        return std::nullopt;  // no news of Dalian: the pairs of the last load that had any stay
     }
     DceSpreads spreads;
     spreads.crossProduct.reserve(found->second.size());
@@ -103,12 +105,13 @@ void installMainContracts(MarketKey market, MainContracts& mains, FuturesCatalog
 void removeMarket(MarketKey market, const KeySet& keys, FuturesCatalogue& catalogue) {
     static const MarketKey dalian = marketKey(market::kDalian);
     catalogue.mainCodesByMarket.erase(market);
+    // By the keys that go: nothing says which market a product belongs to, and another one may have its id.
     auto& products = catalogue.mainCodesByProduct;
     for (auto product = products.begin(); product != products.end();) {
         const std::size_t removed = erase_if(product->second, [&](StockKey key) { return keys.contains(key); });
         product = removed != 0 && product->second.empty() ? products.erase(product) : std::next(product);
     }
-    if (market == dalian) {
+    if (market == dalian) {  // the pairs are texts without keys, and of this exchange alone
         catalogue.spreads = {};
     }
 }

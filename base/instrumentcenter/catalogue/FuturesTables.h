@@ -45,7 +45,7 @@ struct FuturesCatalogue {
 };
 
 /// Replaces the market's main contracts, also by none, and those of every product that has any; products that do not
-/// occur keep theirs. `mains` leaves with the former sets, to be destroyed after the lock.
+/// occur keep theirs. `mains` leaves with the former sets, to be destroyed when the caller holds no lock.
 void installMainContracts(MarketKey market, MainContracts& mains, FuturesCatalogue& catalogue);
 
 /// Takes a market with these keys out: its main contracts, as a market and among those of the products, and of Dalian

@@ -24,23 +24,13 @@ template <class Value>
 using HashIndex = boost::unordered_flat_map<std::uint64_t, Value, KeyHash, std::equal_to<>,
                                             sys::TableAllocator<std::pair<const std::uint64_t, Value>>>;
 
-/// What a flat container has allocated: groups of 15 slots, each with 16 bytes that say what its slots hold. The last
-/// slot of all is left out.
-template <class Container>
-std::size_t flatBytes(const Container& container) {
-    constexpr std::size_t kSlots = 15;
-    constexpr std::size_t kMarks = 16;
-    using Value = typename Container::value_type;
-    const std::size_t slots = container.bucket_count();
-    if (slots == 0) {
-        return 0;
-    }
-    const std::size_t groups = (slots + 1) / kSlots;
-    const std::size_t marks = groups * kMarks + kMarks - 1;  // with room to align them
-    return (slots + (marks + sizeof(Value) - 1) / sizeof(Value)) * sizeof(Value);
-}
-
 /// A set of 64-bit keys.
-using KeySet = boost::unordered_flat_set<std::uint64_t, KeyHash>;
+using KeySet = boost::unordered_flat_set<std::uint64_t, KeyHash, std::equal_to<>, sys::TableAllocator<std::uint64_t>>;
+
+/// What a table of either kind has allocated.
+template <class Table>
+std::size_t tableBytes(const Table& table) {
+    return table.get_allocator().bytes();
+}
 
 }  // namespace mxservice

@@ -51,7 +51,7 @@ public:
 
     std::size_t size() const { return size_; }
     /// What the tables have allocated.
-    std::size_t bytes() const { return flatBytes(large_->entries) + (recent_ ? flatBytes(recent_->entries) : 0); }
+    std::size_t bytes() const { return tableBytes(large_->entries) + (recent_ ? tableBytes(recent_->entries) : 0); }
 
     /// Puts values under their keys, of several with one key the last. `source` is given an operation to call with each
     /// of the `count` keys and values, which answers whether the key was there.

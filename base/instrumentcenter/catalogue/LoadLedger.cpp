@@ -22,6 +22,7 @@ void LoadNotes::noteRestored(MarketKey market, std::size_t records) {
 }
 
 void LoadNotes::noteCleared(MarketKey market, const std::string& name, KeySet former) {
+    // A market that had nothing has nothing to lose; noted, it would be told of as emptied by this load.
     if (!former.empty()) {
         Note& note = noteByMarket_[market];
         note.name = name;
@@ -42,16 +43,19 @@ MarketLoad LoadNotes::settled(MarketKey market, MarketLoad load) {
     if (const auto found = noteByMarket_.find(market); found != noteByMarket_.end()) {
         load.received = found->second.received;
         load.restored = found->second.restored;
+        // What is left when the load ends are the markets that it named and brought nothing for.
         noteByMarket_.erase(found);
     }
     // A host's derived class may hand in records of its own that nothing has counted on their way.
     load.received = std::max(load.received, load.stored - std::min(load.stored, load.restored));
+    // Told from what is missing and not counted where it is dropped: who wins is decided in several places.
     load.outranked = load.received + load.restored - load.stored;
     return load;
 }
 
 std::map<MarketKey, MarketLoad> LoadNotes::emptied() {
     std::map<MarketKey, MarketLoad> loads;
+    // Taken out: what is settled before a load ends must not be told of once more at its end.
     for (const auto& [market, note] : std::exchange(noteByMarket_, {})) {
         if (!note.former.empty()) {
             MarketLoad& load = loads[market];
@@ -64,6 +68,7 @@ std::map<MarketKey, MarketLoad> LoadNotes::emptied() {
 
 void LoadLedger::settle(MarketKey market, MarketLoad load) {
     MarketLoad& latest = latest_[market];
+    // A batch without a single record tells no name; the market keeps the one that an earlier load knew.
     if (load.market.empty()) {
         load.market = latest.market;
     }
@@ -78,6 +83,7 @@ void LoadLedger::settleEmptied(LoadNotes& notes) {
 
 void LoadLedger::finish(LoadReport report, LoadNotes& notes) {
     settleEmptied(notes);
+    // Numbered at its end: of two loads at once the one that ended last is the last, whichever began first.
     report.number = lastLoad_.number + 1;
     lastLoad_ = std::move(report);
 }
@@ -92,7 +98,7 @@ void LoadLedger::noteFailedWrite(const std::string& database, const std::string&
 void LoadLedger::report(CenterStatistics& statistics) const {
     statistics.lastLoad = lastLoad_;
     for (const auto& [market, load] : latest_) {
-        if (!load.market.empty()) {
+        if (!load.market.empty()) {  // else nothing but its hash is known, which says nothing to an operator
             statistics.markets.push_back(load);
         }
     }

@@ -30,6 +30,8 @@ OuterTables deriveOuterTables(const GroupedSnapshot& grouped, const std::set<Mar
 }
 
 void install(OuterTables& fresh, OuterTables& tables) {
+    // Names outlive their products, so that what is held from before can still be shown; all else is of this load. Of
+    // two names the new one wins: merge() leaves alone what is there.
     fresh.productNames.merge(tables.productNames);
     fresh.marketNames.merge(tables.marketNames);
     std::swap(fresh, tables);

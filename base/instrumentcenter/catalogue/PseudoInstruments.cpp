@@ -21,13 +21,15 @@ std::string keyTextOf(const CETFDetail& etf) {
 void addEtfInstrument(const CETFDetail& etf, MarketRecords& instruments) {
     const StockKey key = stockKey(kEtfInstruments, etf.prCode);
     if (instruments.count(key) != 0) {
-        return;
+        return;  // the first fund of a code names it in both centers, whichever of the funds they keep
     }
     auto instrument = boost::make_shared<CInstrumentDetail>();
+    // Its own market, though it is filed under another: an order for it goes to the fund's exchange.
     instrument->market = etf.market;
     instrument->code = etf.prCode;
     instrument->name = etf.prCode;
     instrument->platformCode = etf.prCode;
+    // Deliberately not the fund's own name, which belongs to its trading code.
     if (!etf.components.empty() && etf.components.begin()->second) {
         instrument->name = etf.components.begin()->second->name;
     }

@@ -31,6 +31,7 @@ bool isShanghaiIssue(const CInstrumentDetail& record) {
     return utils::isToday(record.listingDate) && anyHolds(rules, record);
 }
 
+// Receipts are told without the day: they stay what they are after they were issued.
 bool isShanghaiReceipt(const CInstrumentDetail& record) {
     constexpr std::array<MarketRule, 8> rules{utils::isShanghaiInnovate,
                                               utils::isShanghaiInnovateDistribution,
@@ -50,6 +51,7 @@ bool isShenzhenIssue(const CInstrumentDetail& record) {
 }
 
 bool isShenzhenReceipt(const CInstrumentDetail& record) {
+    // Shenzhen keeps no range of codes for them. Either digit marks one; any other character, or none, is a share.
     return isSpecifiedValue(record.statusString, kReceiptStatusIndex, '1') ||
            isSpecifiedValue(record.statusString, kReceiptStatusIndex, '0');
 }
@@ -60,6 +62,7 @@ bool isBeijingIssue(const CInstrumentDetail& record) {
 }
 
 bool isNoReceipt(const CInstrumentDetail& /*record*/) {
+    // No rule tells any in Beijing; asked all the same, so that the three markets go one way.
     return false;
 }
 
@@ -84,6 +87,7 @@ bool touchesStockCodes(const std::vector<std::string>& markets) {
 
 StockCodes deriveStockCodes(const GroupedSnapshot& grouped) {
     StockCodes codes;
+    // Those that the load has, whatever it names: a load of "SH" that brings records of "SZ" counts them, too.
     for (const StockMarket& market : kStockMarkets) {
         const auto found = grouped.find(marketKey(market.name));
         if (found == grouped.end()) {
@@ -143,6 +147,7 @@ std::map<std::string, std::set<std::uint64_t>> deriveOptionUnderlyings(const Gro
                 if (!seen.insert(record->productId).second) {
                     return;
                 }
+                // Either bracket separates: what stands behind the closing one does not matter, and it may be missing.
                 const auto parts = split(record->productId, "()");
                 if (parts.size() >= 2 && !parts[1].empty()) {
                     underlyings[exchange].insert(textKey(parts[1]));
@@ -164,17 +169,19 @@ void install(StockCodes codes, CodeSets& sets) {
 }
 
 void installOptionUnderlyings(std::map<std::string, std::set<std::uint64_t>>& underlyings, CodeSets& sets) {
+    // An exchange without any keeps its own: unlike issues, underlyings are not of one day.
     for (auto& [exchange, codes] : underlyings) {
         sets.stkOptionUndlCodes[exchange].swap(codes);
     }
 }
 
 void removeMarket(const std::string& market, CodeSets& sets) {
+    // The sets of a market go by its name and not by the keys that are removed: codes of theirs need not be filed.
     sets.ipoCodes.erase(market);
     sets.cdrCodes.erase(market);
     if (market == market::kNeeq) {
         sets.neeqInquiryCodes.clear();
-    } else if (market == market::kShanghaiOption) {
+    } else if (market == market::kShanghaiOption) {  // filed under the exchange of the stock, not of the option
         sets.stkOptionUndlCodes.erase(market::kShanghai);
     } else if (market == market::kShenzhenOption) {
         sets.stkOptionUndlCodes.erase(market::kShenzhen);

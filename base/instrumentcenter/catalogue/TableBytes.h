@@ -34,8 +34,8 @@ std::size_t heapBytes(const Value& value) {
     } else {
         using Element = typename Value::value_type;
         std::size_t bytes = 0;
-        if constexpr (requires { value.bucket_count(); }) {
-            bytes = flatBytes(value);
+        if constexpr (requires { value.get_allocator().bytes(); }) {
+            bytes = tableBytes(value);
         } else if constexpr (requires { value.capacity(); }) {
             bytes = value.capacity() * sizeof(Element);
         } else {

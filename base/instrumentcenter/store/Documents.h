@@ -16,8 +16,8 @@
 #include <utility>
 #include <vector>
 
+#include "base/instrumentcenter/Guarded.h"
 #include "base/instrumentcenter/boundary/Store.h"
-#include "base/instrumentcenter/catalogue/Guarded.h"
 #include "base/instrumentcenter/catalogue/Prefetch.h"
 #include "base/instrumentcenter/catalogue/PseudoInstruments.h"
 #include "base/instrumentcenter/store/ClientLog.h"

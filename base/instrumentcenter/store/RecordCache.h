@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "base/instrumentcenter/CenterStatistics.h"
-#include "base/instrumentcenter/catalogue/Guarded.h"
+#include "base/instrumentcenter/Guarded.h"
 #include "base/instrumentcenter/catalogue/HashIndex.h"
 #include "system/Spin.h"
 

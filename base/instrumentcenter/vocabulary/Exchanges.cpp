@@ -4,13 +4,15 @@
 
 namespace mxservice {
 
+// By number, not by enumerator: hosts pass on what their own platforms send, which may be no value of the enumeration.
+
 std::list<std::string> exchangesOf(EOvTraderType type) {
     switch (static_cast<std::int32_t>(type)) {
         case OvTraderStock:
         case OvTraderMargin:
             return {market::kBeijing, market::kShanghai, market::kShenzhen};
         case OvTraderFuture:
-        case OvTraderFutureOption:
+        case OvTraderFutureOption:  // listed by the same exchanges; who asks picks by record
             return {market::kFutures.begin(), market::kFutures.end()};
         case OvTraderGold:
             return {market::kGold};
@@ -26,7 +28,7 @@ std::list<std::string> exchangesOf(EOvTraderType type) {
             return {market::kShanghai, market::kShenzhen};
         case OvTraderSecuritiesOtc:
             return {market::kSecuritiesOtc};
-        default:
+        default:  // foreign, OTC and outer futures among them, which the persisted center adds
             return {};
     }
 }

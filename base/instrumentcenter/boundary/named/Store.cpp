@@ -51,6 +51,7 @@ bool DocumentStore::replace(const std::string& db, const StoreBatch& documents) 
 }
 
 bool DocumentStore::replaceFields(const std::string& db, const std::vector<StoreField>& fields) const {
+    // Field by field: one that fails keeps no other out, and a crash leaves the one it meets without documents.
     bool all = true;
     for (const StoreField& field : fields) {
         const WholeBatch batch(*field.documents);
@@ -66,7 +67,7 @@ void DocumentStore::drop(const std::string& db) const {
 
 void DocumentStore::visit(const std::string& db, const std::string& key, const Visitor& visitor) const {
     const bson::BSONObj document = service().readData(db, key);
-    if (!document.isEmpty()) {
+    if (!document.isEmpty()) {  // which is the service's answer to a miss
         visitor(key, document);
     }
 }

@@ -26,7 +26,9 @@ public:
     /// Whether this process is a fork of the one that opened it, and must not touch it.
     bool inherited() const { return environment_.inherited(); }
 
-    bool isCurrent() const override { return environment_.usable() && file_.isCurrent(); }
+    bool isCurrent(Look look) const override {
+        return environment_.usable() && (look == Look::Now ? file_.isCurrent() : file_.wasCurrent());
+    }
 
     StoreStatus put(const StoreBatch& batch, bool onlyNew, const std::vector<std::string>& erased) override;
     StoreStatus get(std::string_view key, const Visitor& visit) override;
@@ -37,7 +39,7 @@ private:
     StoreStatus create();
     StoreStatus checkPages(int fd);
     StoreStatus finishOpening();
-    int erase(MDB_txn* transaction, const std::string& name);
+    int erase(MDB_txn* transaction, const std::string& name, WriteSize& size);
     template <class Prepare>
     StoreStatus write(const StoreBatch& batch, bool onlyNew, Prepare prepare);
 

@@ -26,8 +26,8 @@ constexpr Terms kUnitedStates{{1, 2}, 90, 90'000, 0, 1, kMillion};
 constexpr Terms kNote{{1, 4}, 9'900, 10'600, 0, 1'000, 10 * kMillion};
 
 // Code ranges are the exchanges' own, too. What exceeds an ordinary day goes to options, bonds and US stocks, of which
-// there is room for any number. A fund's further codes, for creation and the like, follow on its own, which in Shanghai
-// therefore ends in 0.
+// there is room for any number: of 300,000 instruments, half are options and a third bonds, shares and funds of the
+// mainland. A fund's further codes, for creation and the like, follow on its own, which in Shanghai therefore ends in 0.
 constexpr Row kTable[] = {
     {"SH", Index, "000###", "指数", 3, 250, 0, 250, kIndex},
     {"SH", Share, "600### 601### 603### 605###", "E10", 24, 1'700, 0, 1'700, kMainBoard},
@@ -39,7 +39,7 @@ constexpr Row kTable[] = {
     {"SH", Treasury, "010### 019### 020###", "国债", 3, 350, 0, 350, kBond},
     {"SH", Convertible, "110### 113### 118###", "转债", 3, 344, 0, 344, kConvertible},
     {"SH", Repo, "204001 204007 204014 204028 204091 204182", "GC001 GC007 GC014 GC028 GC091 GC182", 3, 6, 0, 6, kRepo},
-    {"SH", Bond, "10#### 12#### 13#### 14#### 15#### 16#### 17#### 18####", "", 12, 14'000, 6, 79'000, kBond},
+    {"SH", Bond, "10#### 12#### 13#### 14#### 15#### 16#### 17#### 18####", "", 12, 14'000, 20, 79'000, kBond},
     {"SH", Issue, "730 etc.", "", 18, 36, 0, 36, kIssue},
     {"SHFI", Bond, "24#### 25####", "", 8, 1'600, 0, 1'600, kBond},
     {"SZ", Index, "399###", "指数", 2, 400, 0, 400, kIndex},
@@ -52,7 +52,7 @@ constexpr Row kTable[] = {
     {"SZ", Fund, "180###", "REIT", 1, 46, 0, 46, kFund},
     {"SZ", Convertible, "123### 127### 128###", "转债", 4, 316, 0, 316, kConvertible},
     {"SZ", Repo, "131810 131811 131800 131801", "Ｒ-001 Ｒ-002 Ｒ-003 Ｒ-007", 2, 4, 0, 4, kRepo},
-    {"SZ", Bond, "10#### 11#### 14#### 19####", "", 8, 7'200, 4, 39'000, kBond},
+    {"SZ", Bond, "10#### 11#### 14#### 19####", "", 8, 7'200, 13, 39'000, kBond},
     {"SZ", Issue, "37 etc.", "", 14, 28, 0, 28, kIssue},
     {"BJ", Share, "920### 838### 430### 871###", "E20", 8, 280, 0, 280, kBeijing},
     {"BJ", Issue, "920", "", 2, 4, 0, 4, kIssue},
@@ -61,7 +61,7 @@ constexpr Row kTable[] = {
     {"SGT", HongKong, "0####", "", 10, 640, 0, 640, {}},
     {"NEEQ", Share, "400### 830### 831### 832### 833### 835### 870### 872###", "E20", 10, 6'000, 0, 6'000, kNeeq},
     {"SHO", StockOption, "10008001", "SH", 16, 700, 14, 30 * kMillion, {}},
-    {"SZO", StockOption, "90004001", "SZ", 12, 560, 10, 9 * kMillion, {}},
+    {"SZO", StockOption, "90004001", "SZ", 12, 560, 12, 9 * kMillion, {}},
     {"CFFEX", Future, "", "", 8, 56, 0, 56, {}},
     {"SHFE", Future, "", "", 14, 260, 0, 260, {}},
     {"DCE", Future, "", "", 16, 286, 0, 286, {}},
@@ -69,18 +69,18 @@ constexpr Row kTable[] = {
     {"INE", Future, "", "", 8, 60, 0, 60, {}},
     {"GFEX", Future, "", "", 8, 60, 0, 60, {}},
     {"DCE", Spread, "", "", 6, 160, 0, 160, {}},
-    {"CFFEX", FutureOption, "", "", 6, 1'300, 2, kMillion, {}},
+    {"CFFEX", FutureOption, "", "", 6, 1'300, 4, kMillion, {}},
     {"SHFE", FutureOption, "", "", 8, 5'200, 8, 10 * kMillion, {}},
-    {"DCE", FutureOption, "", "", 10, 7'000, 8, 10 * kMillion, {}},
-    {"CZCE", FutureOption, "", "", 10, 6'400, 8, 10 * kMillion, {}},
-    {"INE", FutureOption, "", "", 4, 500, 3, kMillion, {}},
-    {"GFEX", FutureOption, "", "", 4, 1'500, 3, kMillion, {}},
+    {"DCE", FutureOption, "", "", 10, 7'000, 9, 10 * kMillion, {}},
+    {"CZCE", FutureOption, "", "", 10, 6'400, 9, 10 * kMillion, {}},
+    {"INE", FutureOption, "", "", 4, 500, 2, kMillion, {}},
+    {"GFEX", FutureOption, "", "", 4, 1'500, 2, kMillion, {}},
     {"SHGE", Future, "", "", 5, 14, 0, 14, {}},
     {"WP", Future, "", "", 24, 800, 0, 800, {}},
     {"NYSE", UnitedStates, "@@@", "1", 14, 2'900, 0, 2'900, kUnitedStates},
-    {"NYSE", UnitedStates, "@@@@", "1", 0, 0, 14, 400'000, kUnitedStates},
-    {"NASDAQ", UnitedStates, "@@@@", "2", 16, 4'300, 4, 400'000, kUnitedStates},
-    {"NASDAQ", UnitedStates, "@@@@@", "2", 0, 0, 16, 10 * kMillion, kUnitedStates},
+    {"NYSE", UnitedStates, "@@@@", "1", 0, 0, 3, 400'000, kUnitedStates},
+    {"NASDAQ", UnitedStates, "@@@@", "2", 16, 4'300, 1, 400'000, kUnitedStates},
+    {"NASDAQ", UnitedStates, "@@@@@", "2", 0, 0, 3, 10 * kMillion, kUnitedStates},
     {"SOTC", Note, "SA#### SB#### SC####", "收益凭证", 6, 300, 0, 300, kNote},
 };
 

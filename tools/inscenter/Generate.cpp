@@ -1,9 +1,8 @@
 #include "tools/inscenter/Generate.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <filesystem>
-#include <memory>
+#include <fstream>
 #include <ostream>
 #include <stdexcept>
 #include <system_error>
@@ -17,40 +16,23 @@ namespace {
 
 constexpr int kWritten = 0;
 constexpr int kNotWritten = 2;
-constexpr std::size_t kBufferBytes = std::size_t{1} << 20;
-
-[[noreturn]] void fail(const std::filesystem::path& path, int reason) {
-    throw std::runtime_error(path.string() + ": cannot be written: " + std::generic_category().message(reason));
-}
 
 /// Writes a catalogue as it comes, a record a line. Answers how many.
 std::size_t writeFile(const marketday::MarketDay& day, const std::string& catalogue,
                       const std::filesystem::path& path) {
-    const auto close = [](std::FILE* file) { std::fclose(file); };
-    std::unique_ptr<std::FILE, decltype(close)> file(std::fopen(path.c_str(), "wb"), close);
-    if (!file) {
-        fail(path, errno);
-    }
+    std::ofstream file(path, std::ios::binary);
     std::size_t records = 0;
-    std::string buffer;
-    const auto flush = [&] {
-        if (std::fwrite(buffer.data(), 1, buffer.size(), file.get()) != buffer.size()) {
-            fail(path, errno);
-        }
-        buffer.clear();
-    };
+    std::string line;
     day.visit(catalogue, [&](const boost::shared_ptr<mxservice::IData>& record) {
-        appendJson(buffer, *record);
-        buffer += '\n';
+        line.clear();
+        appendJson(line, *record);
+        file << line << '\n';
         ++records;
-        if (buffer.size() >= kBufferBytes) {
-            flush();
-        }
     });
-    flush();
     // What the system has kept back may be refused only now.
-    if (std::fclose(file.release()) != 0) {
-        fail(path, errno);
+    file.close();
+    if (!file) {
+        throw std::runtime_error(path.string() + ": cannot be written: " + std::generic_category().message(errno));
     }
     return records;
 }

@@ -136,55 +136,58 @@ Record aliasContract(const Day& day, const Product& product, const Alias& alias)
 
 /// What of a market's products is listed: the row's count is dealt to as many products as it suffices for.
 struct Listing {
-    Listing(const Day& day, std::string_view market, std::size_t leastOfAProduct)
-        : count(day.count(market, Kind::Future)) {
+    Listing(const Day& day, std::string_view market)
+        : isAbroad(market == "WP"), hasProducts(isAbroad || market == "SHGE"), count(day.count(market, Kind::Future)) {
         for (const Product& product : kProducts) {
             if (product.market == market && product.cycle != Cycle::IndexSeries) {
                 products.push_back(&product);
             }
         }
-        products.resize(std::clamp<std::size_t>(count / leastOfAProduct, 1, products.size()));
+        const std::size_t least = isAbroad ? 2 : hasProducts ? 1 : 4;
+        products.resize(std::clamp<std::size_t>(count / least, 1, products.size()));
     }
     std::size_t records(std::size_t product) const { return evenShare(count, products.size(), product); }
-    std::size_t aliases(std::size_t product) const { return records(product) >= 7 ? 3 : records(product) >= 4 ? 1 : 0; }
-    std::size_t months(std::size_t product) const { return records(product) - aliases(product); }
+    /// Continuous contracts of a product.
+    std::size_t aliases(std::size_t product) const {
+        const std::size_t all = hasProducts ? 0 : records(product);
+        return all >= 7 ? 3 : all >= 4 ? 1 : 0;
+    }
+    std::size_t months(std::size_t product) const {
+        const std::size_t others = aliases(product) + (hasProducts ? 1 : 0);
+        return std::max(records(product), others) - others;
+    }
 
+    bool isAbroad;
+    bool hasProducts;  ///< records of the products themselves, which have codes of their own
     std::size_t count;
     std::vector<const Product*> products;
 };
-constexpr std::size_t kLeastOfAProduct = 4;  // contracts of a futures exchange
+
+/// The record of a product itself, which abroad is its main contract.
+Record productRecord(const Day& day, const Product& product) {
+    Dice dice = day.dice(product.id, 0);
+    Record record = contract(day, product, product.id, settlementTicks(product, dice), dice);
+    record->mainContractFlag = product.outer != nullptr ? 1 : 0;
+    return record;
+}
 
 void visitFutures(const Day& day, const Row& row, const Visit& visit) {
-    const Listing listing(day, row.market, kLeastOfAProduct);
+    const Listing listing(day, row.market);
     for (std::size_t p = 0; p < listing.products.size(); ++p) {
         const Product& product = *listing.products[p];
+        if (listing.hasProducts && listing.records(p) > 0) {
+            visit(productRecord(day, product));
+        }
         // The second month leads; every seventh product is just moving on to its third.
         const std::size_t main = std::min<std::size_t>(1, listing.months(p) - 1);
         for (std::size_t i = 0; i < listing.months(p); ++i) {
             const Record record = monthContract(day, product, deliveryMonth(day, product, i));
-            record->mainContractFlag = i == main || (p % 7 == 1 && i == main + 1) ? 1 : 0;
+            const bool leads = i == main || (p % 7 == 1 && i == main + 1);
+            record->mainContractFlag = leads && !listing.isAbroad ? 1 : 0;
             visit(record);
         }
         for (std::size_t i = 0; i < listing.aliases(p); ++i) {
             visit(aliasContract(day, product, kAliases[(p + i) % std::size(kAliases)]));
-        }
-    }
-}
-
-/// Outer futures and gold: first the record of the product itself, which abroad is its main contract.
-void visitProducts(const Day& day, const Row& row, bool isAbroad, const Visit& visit) {
-    const Listing listing(day, row.market, isAbroad ? 2 : 1);
-    for (std::size_t p = 0; p < listing.products.size(); ++p) {
-        const Product& product = *listing.products[p];
-        for (std::size_t i = 0; i < listing.records(p); ++i) {
-            if (i > 0) {
-                visit(monthContract(day, product, deliveryMonth(day, product, i - 1)));
-                continue;
-            }
-            Dice dice = day.dice(product.id, 0);
-            const Record record = contract(day, product, product.id, settlementTicks(product, dice), dice);
-            record->mainContractFlag = isAbroad ? 1 : 0;
-            visit(record);
         }
     }
 }
@@ -211,7 +214,7 @@ Record spread(const Day& day, std::string_view kind, const Product& first, Month
 
 /// Half the spreads are between months of one product, half between two products of one month; nearest months first.
 void visitSpreads(const Day& day, const Row& row, const Visit& visit) {
-    const Listing listing(day, row.market, kLeastOfAProduct);
+    const Listing listing(day, row.market);
     const std::size_t count = day.count(row);
     const std::size_t calendar = (count + 1) / 2;
     for (std::size_t i = 0; i < count; ++i) {
@@ -266,7 +269,7 @@ AllSeries stockSeries(const Day& day, const Row& row) {
 
 /// Options on listed futures, and on indexes, which have a month's contract as well but no futures by that name.
 AllSeries futureSeries(const Day& day, const Row& row) {
-    const Listing listing(day, row.market, kLeastOfAProduct);
+    const Listing listing(day, row.market);
     const std::size_t wanted = std::max<std::size_t>(day.count(row) / kOptionsOfAnUnderlying, 1);
     AllSeries all;
     std::size_t used = 0;
@@ -373,8 +376,6 @@ void visitContracts(const Day& day, const Row& row, const Visit& visit) {
         visitOptions(day, row, visit);
     } else if (row.kind == Kind::Spread) {
         visitSpreads(day, row, visit);
-    } else if (row.market == std::string_view("WP") || row.market == std::string_view("SHGE")) {
-        visitProducts(day, row, row.market == std::string_view("WP"), visit);
     } else {
         visitFutures(day, row, visit);
     }

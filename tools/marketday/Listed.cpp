@@ -54,7 +54,7 @@ void setShares(CInstrumentDetail& record, Dice& dice) {
     record.preVolume = record.floatShares / 10'000 * dice.between(1, 900) / 100 * 100;
 }
 
-void setIndex(const Day& day, CInstrumentDetail& record, Dice& dice) {
+void setIndex(const Day& day, const Row& /*row*/, CInstrumentDetail& record, std::size_t /*index*/, Dice& dice) {
     setName(record, inventFund(dice, "指数"));
     record.productId = "IDX";
     record.listingDate = day.after(-dice.between(100, 8'000));
@@ -63,22 +63,16 @@ void setIndex(const Day& day, CInstrumentDetail& record, Dice& dice) {
 
 /// The company's name as an exchange shows it: some with a mark in front or behind, and in the full width of letters.
 Name displayName(const Company& company, Dice& dice) {
+    constexpr const char* kMarks[] = {"ST", "*ST"};
+    const std::string& brand = company.brand.text;
     Name name = company.full;
-    switch (dice.between(0, 39)) {
-        case 0:
-            name.text = "ST" + company.brand.text;
-            break;
-        case 1:
-            name.text = "*ST" + company.brand.text;
-            break;
-        case 2:  // names of three characters are spread to the width of four
-            name.text = company.brand.text.substr(0, 3) + " " + company.brand.text.substr(3) + " 堂";
-            break;
-        case 3:
-            name.text = company.brand.text + "Ａ";
-            break;
-        default:
-            break;
+    const auto form = dice.between<std::size_t>(0, 39);
+    if (form < 2) {
+        name.text = kMarks[form] + brand;
+    } else if (form == 2) {  // names of three characters are spread to the width of four
+        name.text = brand.substr(0, 3) + " " + brand.substr(3) + " 堂";
+    } else if (form == 3) {
+        name.text = brand + "Ａ";
     }
     return name;
 }
@@ -163,7 +157,7 @@ void setBond(const Day& day, const Row& row, CInstrumentDetail& record, std::siz
     }
 }
 
-void setNote(const Day& day, CInstrumentDetail& record, Dice& dice) {
+void setNote(const Day& day, const Row& /*row*/, CInstrumentDetail& record, std::size_t /*index*/, Dice& dice) {
     const Name brand = inventCompany(dice).brand;
     const auto number = dice.between<int>(1, 300);
     setName(record, {fmt::format("{}收益凭证{}号", brand.text, number), fmt::format("{}SYPZ{}", brand.spell, number),
@@ -175,7 +169,7 @@ void setNote(const Day& day, CInstrumentDetail& record, Dice& dice) {
     record.couponRate = decimal(dice.between(150, 420), 4);
 }
 
-void setRepo(const Day& day, const Row& row, CInstrumentDetail& record, std::size_t index) {
+void setRepo(const Day& day, const Row& row, CInstrumentDetail& record, std::size_t index, Dice& /*dice*/) {
     setName(record, givenName(row, index));
     record.productId = 'R';
     record.faceValue = 100;
@@ -280,25 +274,17 @@ constexpr IssueKind kIssues[] = {
     {"BJ", Issue::Share, "申购", "SG", "920###>920"},
 };
 
-/// The kind of a market's issue, and the pattern among its codes. The patterns of all kinds take turns; `round` says
-/// how often each was there before.
-const IssueKind& issueKind(std::string_view market, std::size_t index, std::string_view& pattern, std::size_t& round) {
+Record issueRecord(const Day& day, const Row& row, std::size_t index) {
+    // The patterns of all kinds take turns.
     std::vector<std::pair<const IssueKind*, std::string_view>> all;
-    for (const IssueKind& kind : kIssues) {
-        const std::size_t words = kind.market == market ? wordCount(kind.codes) : 0;
-        for (std::size_t i = 0; i < words; ++i) {
-            all.emplace_back(&kind, wordOf(kind.codes, i));
+    for (const IssueKind& known : kIssues) {
+        for (std::size_t i = 0; known.market == std::string_view(row.market) && i < wordCount(known.codes); ++i) {
+            all.emplace_back(&known, wordOf(known.codes, i));
         }
     }
-    round = index / all.size();
-    pattern = all[index % all.size()].second;
-    return *all[index % all.size()].first;
-}
-
-Record issueRecord(const Day& day, const Row& row, std::size_t index) {
-    std::string_view pattern;
-    std::size_t round = 0;
-    const IssueKind& kind = issueKind(row.market, index, pattern, round);
+    const std::size_t round = index / all.size();
+    const std::string_view pattern = all[index % all.size()].second;
+    const IssueKind& kind = *all[index % all.size()].first;
     const Issue issue = kind.issue;
     // A new share must not be listed yet; one with a convertible bond or an additional issue must be, and does not have
     // both at the same time.
@@ -335,14 +321,10 @@ Record issueRecord(const Day& day, const Row& row, std::size_t index) {
 }  // namespace
 
 Record listed(const Day& day, const Row& row, std::size_t index) {
-    if (row.kind == Kind::HongKong) {
-        return hongKongStock(day, row, index);
-    }
-    if (row.kind == Kind::UnitedStates) {
-        return unitedStatesStock(day, row, index);
-    }
-    if (row.kind == Kind::Issue) {
-        return issueRecord(day, row, index);
+    if (row.kind >= Kind::HongKong) {
+        static constexpr Record (*kMake[])(const Day&, const Row&, std::size_t) = {hongKongStock, unitedStatesStock,
+                                                                                   issueRecord};
+        return kMake[static_cast<std::size_t>(row.kind) - static_cast<std::size_t>(Kind::HongKong)](day, row, index);
     }
     // Every fourth bond of the fixed income platform stands under "SH" as well.
     if (row.market == std::string_view("SHFI") && index % 4 == 1 && index / 4 < day.count("SH", Kind::Bond)) {
@@ -350,21 +332,11 @@ Record listed(const Day& day, const Row& row, std::size_t index) {
         twin->market = row.market;
         return twin;
     }
+    static constexpr void (*kSet[])(const Day&, const Row&, CInstrumentDetail&, std::size_t, Dice&) = {
+        setIndex, setShare, setFund, setBond, setBond, setBond, setRepo, setNote};
     Dice dice = day.dice(row.codes, index);
     Record record = tradedRecord(day, row, day.code(row.codes, index), dice);
-    if (row.kind == Kind::Index) {
-        setIndex(day, *record, dice);
-    } else if (row.kind == Kind::Share) {
-        setShare(day, row, *record, index, dice);
-    } else if (row.kind == Kind::Fund) {
-        setFund(day, row, *record, index, dice);
-    } else if (row.kind == Kind::Note) {
-        setNote(day, *record, dice);
-    } else if (row.kind == Kind::Repo) {
-        setRepo(day, row, *record, index);
-    } else {
-        setBond(day, row, *record, index, dice);
-    }
+    kSet[static_cast<std::size_t>(row.kind)](day, row, *record, index, dice);
     return record;
 }
 

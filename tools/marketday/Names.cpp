@@ -54,27 +54,22 @@ constexpr Trade kTrades[] = {
     {"证券", "ZQ", "Securities", "资本市场服务"},
 };
 
-struct Theme {
-    const char* text;
-    const char* spell;
-    const char* english;
-};
-constexpr Theme kThemes[] = {
-    {"红利", "HL", "Dividend"},
-    {"消费", "XF", "Consumption"},
-    {"医药", "YY", "Health Care"},
-    {"半导体", "BDT", "Semiconductor"},
-    {"军工", "JG", "Defence"},
-    {"新能源", "XNY", "New Energy"},
-    {"银行", "YH", "Bank"},
-    {"有色", "YS", "Metals"},
-    {"创新药", "CXY", "Innovative Drug"},
-    {"机器人", "JQR", "Robot"},
-    {"人工智能", "RGZN", "Artificial Intelligence"},
-    {"成长", "CZ", "Growth"},
-    {"价值", "JZ", "Value"},
-    {"现金流", "XJL", "Cash Flow"},
-    {"央企", "YQ", "State Enterprise"},
+constexpr Trade kThemes[] = {
+    {"红利", "HL", "Dividend", ""},
+    {"消费", "XF", "Consumption", ""},
+    {"医药", "YY", "Health Care", ""},
+    {"半导体", "BDT", "Semiconductor", ""},
+    {"军工", "JG", "Defence", ""},
+    {"新能源", "XNY", "New Energy", ""},
+    {"银行", "YH", "Bank", ""},
+    {"有色", "YS", "Metals", ""},
+    {"创新药", "CXY", "Innovative Drug", ""},
+    {"机器人", "JQR", "Robot", ""},
+    {"人工智能", "RGZN", "Artificial Intelligence", ""},
+    {"成长", "CZ", "Growth", ""},
+    {"价值", "JZ", "Value", ""},
+    {"现金流", "XJL", "Cash Flow", ""},
+    {"央企", "YQ", "State Enterprise", ""},
 };
 
 constexpr Syllable kProvinces[] = {
@@ -112,7 +107,7 @@ Company inventCompany(Dice& dice) {
 }
 
 Name inventFund(Dice& dice, std::string_view kind) {
-    const Theme& theme = dice.pick(kThemes);
+    const Trade& theme = dice.pick(kThemes);
     const Name manager = inventCompany(dice).brand;
     return {fmt::format("{}{}{}", theme.text, kind, manager.text), fmt::format("{}{}", theme.spell, manager.spell),
             fmt::format("{} {} {}", manager.english, theme.english, kind)};

@@ -27,7 +27,8 @@ constexpr Terms kNote{{1, 4}, 9'900, 10'600, 0, 1'000, 10 * kMillion};
 
 // Code ranges are the exchanges' own, too. What exceeds an ordinary day goes to options, bonds and US stocks, of which
 // there is room for any number: of 300,000 instruments, half are options and a third bonds, shares and funds of the
-// mainland. A fund's further codes, for creation and the like, follow on its own, which in Shanghai therefore ends in 0.
+// mainland. A fund's further codes, for creation and the like, follow on its own, which in Shanghai therefore ends in
+// 0.
 constexpr Row kTable[] = {
     {"SH", Index, "000###", "指数", 3, 250, 0, 250, kIndex},
     {"SH", Share, "600### 601### 603### 605###", "E10", 24, 1'700, 0, 1'700, kMainBoard},

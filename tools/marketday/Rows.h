@@ -28,7 +28,8 @@ struct Terms {
     std::int32_t mostOrdered = 0;
 };
 
-/// How a row's records are made; from Future on they are contracts.
+/// How a row's records are made. From HongKong on they have a form of their own, from Future on they are contracts; the
+/// tables of the functions that make them are in this order.
 enum class Kind : std::uint8_t {
     Index,
     Share,
@@ -37,10 +38,10 @@ enum class Kind : std::uint8_t {
     Convertible,
     Bond,
     Repo,
-    Issue,
+    Note,
     HongKong,
     UnitedStates,
-    Note,
+    Issue,
     Future,
     Spread,
     FutureOption,

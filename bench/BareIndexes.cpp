@@ -13,7 +13,7 @@ public:
     void take(const mxservice::CInstrumentDetail& record) {
         if (record.market != market_) {
             market_ = record.market;
-            filedMarket_ = market_ == "HGT" || market_ == "SGT" ? std::string_view(kListedMarket) : market_;
+            filedMarket_ = filedMarket(record);
             marketKey_ = utils::hashBytes(filedMarket_);
         }
         std::memcpy(text_.data(), filedMarket_.data(), filedMarket_.size());
@@ -26,7 +26,7 @@ public:
 private:
     static constexpr std::size_t kLongestText = 256;  // the records of a market day have shorter ones
     std::string market_;
-    std::string_view filedMarket_;
+    std::string filedMarket_;
     std::uint64_t marketKey_ = 0;
     std::uint64_t stockKey_ = 0;
     std::array<char, kLongestText> text_;

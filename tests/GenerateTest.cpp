@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <boost/pointer_cast.hpp>
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -17,76 +19,41 @@
 #include <vector>
 
 #include "FromEnvironment.h"
+#include "platform/record/Records.h"
 #include "platform/utils/MarketRules.h"
+#include "tools/marketday/MarketDay.h"
+
+// Invented days, and their files.
 
 namespace {
 
 using inscenter::GenerateOptions;
 using inscenter::runGenerate;
+using mxservice::CBondInfoDetail;
+using mxservice::CETFDetail;
+using mxservice::CInstrumentDetail;
 using ::testing::HasSubstr;
-using Records = std::vector<std::string>;
 using Codes = std::set<std::string>;
 
 constexpr const char* kDate = "20260302";
 
-const std::vector<std::string> kFiles{"instruments.ndjson", "etfs.ndjson",           "bonds.ndjson",
-                                      "tenderbonds.ndjson", "counterparties.ndjson", "otcfundplans.ndjson",
-                                      "issuances.ndjson",   "issuanceprices.ndjson"};
-
-/// The value of a key, as it stands in a line that the generator wrote, without quotes; empty when it is not there.
-std::string valueOf(const std::string& line, const std::string& key) {
-    const std::string start = '"' + key + "\":";
-    std::size_t from = line.find(start);
-    if (from == std::string::npos) {
-        return "";
-    }
-    from += start.size();
-    if (line[from] != '"') {
-        return line.substr(from, line.find_first_of(",}", from) - from);
-    }
-    return line.substr(from + 1, line.find('"', from + 1) - from - 1);
+template <class Record>
+std::vector<boost::shared_ptr<Record>> recordsOf(const marketday::MarketDay& day, const std::string& catalogue) {
+    std::vector<boost::shared_ptr<Record>> records;
+    day.visit(catalogue, [&](const boost::shared_ptr<mxservice::IData>& record) {
+        records.push_back(boost::dynamic_pointer_cast<Record>(record));
+    });
+    return records;
 }
 
-double numberOf(const std::string& line, const std::string& key) {
-    const std::string text = valueOf(line, key);
-    return text.empty() ? 0 : std::stod(text);
+std::vector<boost::shared_ptr<CInstrumentDetail>> instrumentsOf(std::size_t size) {
+    return recordsOf<CInstrumentDetail>(marketday::MarketDay(size, 1, kDate), "instruments");
 }
 
-class GenerateTest : public ::testing::Test {
-protected:
-    ~GenerateTest() override { std::filesystem::remove_all(root_); }
-
-    std::string generate(std::size_t size, std::uint64_t seed = 1, const std::string& date = kDate) {
-        const std::string directory = root_ / std::to_string(directories_++);
-        std::ostringstream out;
-        std::ostringstream err;
-        EXPECT_EQ(runGenerate({size, seed, date, directory}, out, err), 0) << err.str();
-        return directory;
-    }
-
-    static std::string bytes(const std::filesystem::path& file) {
-        std::ifstream stream(file, std::ios::binary);
-        return {std::istreambuf_iterator<char>(stream), {}};
-    }
-
-    static Records records(const std::filesystem::path& file) {
-        std::ifstream stream(file);
-        Records lines;
-        for (std::string line; std::getline(stream, line);) {
-            lines.push_back(line);
-        }
-        return lines;
-    }
-
-    const std::filesystem::path root_ =
-        std::filesystem::path(::testing::TempDir()) / ("generate-" + std::to_string(getpid()));
-    int directories_ = 0;
-};
-
-std::map<std::string, Codes> codesByMarket(const Records& instruments) {
+std::map<std::string, Codes> codesByMarket(const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) {
     std::map<std::string, Codes> codes;
-    for (const std::string& line : instruments) {
-        codes[valueOf(line, "market")].insert(valueOf(line, "code"));
+    for (const auto& record : instruments) {
+        codes[record->market].insert(record->code);
     }
     return codes;
 }
@@ -97,61 +64,37 @@ Codes common(const Codes& left, const Codes& right) {
     return both;
 }
 
-TEST_F(GenerateTest, SameSeedAndDateGiveTheSameBytes) {
-    const std::filesystem::path first = generate(600);
-    const std::filesystem::path again = generate(600);
-    const std::filesystem::path otherSeed = generate(600, 2);
-    const std::filesystem::path otherDay = generate(600, 1, "20260303");
-    for (const std::string& file : kFiles) {
-        EXPECT_EQ(bytes(first / file), bytes(again / file)) << file;
-        EXPECT_NE(bytes(first / file), bytes(otherSeed / file)) << file;
-    }
-    EXPECT_NE(bytes(first / kFiles[0]), bytes(otherDay / kFiles[0]));
-}
-
-TEST_F(GenerateTest, SizeIsMetWithDifferentKeys) {
-    // None, too few for every market, a small day, and more than an ordinary day has codes for.
-    for (const std::size_t size : {0U, 7U, 300U, 1'000U, kSanitized ? 5'000U : 150'000U}) {
-        const std::filesystem::path directory = generate(size);
-        const Records instruments = records(directory / "instruments.ndjson");
-        EXPECT_EQ(instruments.size(), size);
-        std::size_t keys = 0;
-        for (const auto& [market, codes] : codesByMarket(instruments)) {
-            EXPECT_FALSE(market.empty());
-            keys += codes.size();
+TEST(MarketDayTest, SizeIsMetWithDifferentKeys) {
+    // None, too few for every market, a small day, and more than there are codes of some kinds for.
+    for (const std::size_t size : {0U, 7U, 300U, 1'000U, kSanitized ? 5'000U : 450'000U}) {
+        const marketday::MarketDay day(size, 1, kDate);
+        for (const std::string& catalogue : marketday::MarketDay::catalogues()) {
+            const auto records = recordsOf<mxservice::IData>(day, catalogue);
+            Codes keys;
+            for (const auto& record : records) {
+                keys.insert(record->getKey());
+            }
+            EXPECT_EQ(keys.size(), records.size()) << catalogue << " at " << size;
+            EXPECT_TRUE(size < 300 || !records.empty()) << catalogue;
+            EXPECT_TRUE(catalogue != "instruments" || records.size() == size) << size;
         }
-        EXPECT_EQ(keys, size) << "a market has a code twice";
     }
 }
 
-TEST_F(GenerateTest, EveryMarketAndCatalogueIsThere) {
-    for (const std::size_t size : {600U, 20'000U}) {
-        const std::filesystem::path directory = generate(size);
-        const auto codes = codesByMarket(records(directory / "instruments.ndjson"));
+TEST(MarketDayTest, EveryMarketIsThere) {
+    for (const std::size_t size : {450U, 20'000U}) {
+        const auto codes = codesByMarket(instrumentsOf(size));
         for (const char* market :
              {"SH",   "SZ",  "BJ",   "HK",  "HGT",  "SGT",  "SHFI", "NEEQ", "SHO",    "SZO", "CFFEX",
               "SHFE", "DCE", "CZCE", "INE", "GFEX", "SHGE", "WP",   "NYSE", "NASDAQ", "SOTC"}) {
             EXPECT_TRUE(codes.count(market)) << market << " at " << size;
         }
-        const std::map<std::string, std::string> keyByFile{
-            {"etfs.ndjson", "etfcode"},       {"bonds.ndjson", "bondCode"},    {"tenderbonds.ndjson", "code"},
-            {"counterparties.ndjson", "id"},  {"otcfundplans.ndjson", "code"}, {"issuances.ndjson", "code"},
-            {"issuanceprices.ndjson", "code"}};
-        for (const auto& [file, key] : keyByFile) {
-            const Records lines = records(directory / file);
-            Codes keys;
-            for (const std::string& line : lines) {
-                keys.insert(valueOf(line, key));
-            }
-            EXPECT_FALSE(lines.empty()) << file;
-            EXPECT_EQ(keys.size(), lines.size()) << file << " at " << size;
-        }
     }
 }
 
-TEST_F(GenerateTest, RecordsReferToListedOnes) {
-    const std::filesystem::path directory = generate(2'000);
-    const Records instruments = records(directory / "instruments.ndjson");
+TEST(MarketDayTest, RecordsReferToListedOnes) {
+    const marketday::MarketDay day(2'000, 1, kDate);
+    const auto instruments = recordsOf<CInstrumentDetail>(day, "instruments");
     auto codes = codesByMarket(instruments);
     // Connect listings: in one market, in both, with and without a plain record; bonds with and without a twin.
     const Codes both = common(codes["HGT"], codes["SGT"]);
@@ -165,43 +108,35 @@ TEST_F(GenerateTest, RecordsReferToListedOnes) {
     EXPECT_LT(twins, codes["SHFI"].size());
 
     std::size_t underlyings = 0;
-    for (const std::string& line : instruments) {
+    for (const auto& record : instruments) {
         // Options, and convertible bonds. Options on indexes name a series of the index, which is no instrument.
-        const std::string market = valueOf(line, "underlyingMarket");
-        if (!market.empty() && market != "CFFEX") {
-            EXPECT_TRUE(codes[market].count(valueOf(line, "underlyingCode"))) << line;
+        if (!record->underlyingMarket.empty() && record->underlyingMarket != "CFFEX") {
+            EXPECT_TRUE(codes[record->underlyingMarket].count(record->underlyingCode)) << *record;
             ++underlyings;
         }
     }
     EXPECT_GT(underlyings, 100U);
     std::size_t listedBonds = 0;
-    for (const std::string& line : records(directory / "bonds.ndjson")) {
-        const std::string shanghai = valueOf(line, "shanghaiCode");
-        const std::string shenzhen = valueOf(line, "shenzhenCode");
-        EXPECT_TRUE(shanghai.empty() || codes["SH"].count(shanghai)) << line;
-        EXPECT_TRUE(shenzhen.empty() || codes["SZ"].count(shenzhen)) << line;
-        listedBonds += shanghai.empty() && shenzhen.empty() ? 0U : 1U;
+    for (const auto& bond : recordsOf<CBondInfoDetail>(day, "bonds")) {
+        EXPECT_TRUE(bond->shanghaiCode.empty() || codes["SH"].count(bond->shanghaiCode)) << *bond;
+        EXPECT_TRUE(bond->shenzhenCode.empty() || codes["SZ"].count(bond->shenzhenCode)) << *bond;
+        listedBonds += bond->shanghaiCode.empty() && bond->shenzhenCode.empty() ? 0U : 1U;
     }
     EXPECT_GT(listedBonds, 0U);
     std::size_t nameless = 0;
-    for (const std::string& line : records(directory / "etfs.ndjson")) {
-        const std::string market = valueOf(line, "exchid");
-        EXPECT_TRUE(codes[market].count(valueOf(line, "etfcode"))) << line;
-        EXPECT_EQ(market == "SZ", valueOf(line, "etfcode") == valueOf(line, "prcode")) << line;
-        std::size_t components = 0;
-        for (std::size_t at = line.find("{\"market\""); at != std::string::npos;
-             at = line.find("{\"market\"", at + 1)) {
-            const std::string component = line.substr(at, line.find('}', at) + 1 - at);
-            EXPECT_TRUE(codes[valueOf(component, "market")].count(valueOf(component, "code"))) << component;
-            nameless += valueOf(component, "name").empty() ? 1U : 0U;
-            ++components;
+    for (const auto& etf : recordsOf<CETFDetail>(day, "etfs")) {
+        EXPECT_TRUE(codes[etf->market].count(etf->etfCode)) << *etf;
+        EXPECT_EQ(etf->market == "SZ", etf->etfCode == etf->prCode) << *etf;
+        EXPECT_GE(etf->components.size(), 10U) << *etf;
+        for (const auto& [code, component] : etf->components) {
+            EXPECT_TRUE(codes[component->market].count(code)) << *component;
+            nameless += component->name.empty() ? 1U : 0U;
         }
-        EXPECT_GE(components, 10U) << line;
     }
     EXPECT_GT(nameless, 0U);
 }
 
-TEST_F(GenerateTest, MarketRulesAcceptTodaysIssues) {
+TEST(MarketDayTest, MarketRulesAcceptTodaysIssues) {
     using Predicate = std::function<bool(const std::string&, const std::string&)>;
     const std::map<std::string, Predicate> shanghaiIssues{{"share", utils::isShanghaiStockIPO},
                                                           {"bond", utils::isShanghaiLoanIPO},
@@ -212,15 +147,15 @@ TEST_F(GenerateTest, MarketRulesAcceptTodaysIssues) {
                                                   {"receipt's subscription", utils::isShanghaiCDRSubscribe},
                                                   {"receipt's placement", utils::isShanghaiCDRAllotmen}};
     std::map<std::string, int> found;
-    for (const std::string& line : records(generate(600) + "/instruments.ndjson")) {
-        const std::string market = valueOf(line, "market");
-        const std::string code = valueOf(line, "code");
-        const bool isToday = valueOf(line, "listingDate") == kDate;
-        const bool isAdditional = numberOf(line, "additionalIssueFlag") == 1;
+    for (const auto& record : instrumentsOf(600)) {
+        const std::string& market = record->market;
+        const std::string& code = record->code;
+        const bool isToday = record->listingDate == kDate;
+        const bool isAdditional = record->additionalIssueFlag == 1;
         bool accepted = false;
         for (const auto& [kind, predicate] : shanghaiIssues) {
             if (predicate(market, code)) {
-                EXPECT_TRUE(isToday) << line;
+                EXPECT_TRUE(isToday) << *record;
                 accepted = true;
                 ++found[isAdditional ? "additional" : kind];
             }
@@ -230,18 +165,18 @@ TEST_F(GenerateTest, MarketRulesAcceptTodaysIssues) {
             found[kind] += predicate(market, code) ? 1 : 0;
         }
         if (market == "SH") {
-            EXPECT_EQ(accepted, isToday || code.substr(0, 3) == "689") << line;
+            EXPECT_EQ(accepted, isToday || code.substr(0, 3) == "689") << *record;
         }
-        if (market == "SZ" && numberOf(line, "issueState") == -1) {
-            EXPECT_TRUE(isToday) << line;
-            EXPECT_NE(utils::isShenzhenStockA(market, code), utils::isShenzhenLoanCbbScbIPO(market, code)) << line;
+        if (market == "SZ" && record->issueState == -1) {
+            EXPECT_TRUE(isToday) << *record;
+            EXPECT_NE(utils::isShenzhenStockA(market, code), utils::isShenzhenLoanCbbScbIPO(market, code)) << *record;
             ++found[isAdditional ? "SZ additional" : utils::isShenzhenStockA(market, code) ? "SZ A" : "SZ convertible"];
         }
-        const std::string status = valueOf(line, "statusString");
+        const std::string& status = record->statusString;
         if (market == "SZ" && status.size() > 7 && (status[7] == '0' || status[7] == '1')) {
             ++found[std::string("SZ status ") + status[7]];
         }
-        if (numberOf(line, "securityClass") == 5) {
+        if (record->securityClass == 5) {
             ++found[market + " class 5"];
         }
     }
@@ -252,45 +187,42 @@ TEST_F(GenerateTest, MarketRulesAcceptTodaysIssues) {
     }
 }
 
-TEST_F(GenerateTest, PricesStayWithinTheirLimits) {
+TEST(MarketDayTest, PricesStayWithinTheirLimits) {
     std::size_t limited = 0;
     std::size_t mainBoard = 0;
-    for (const std::string& line : records(generate(5'000) + "/instruments.ndjson")) {
-        const double upper = numberOf(line, "upperLimitPrice");
+    for (const auto& record : instrumentsOf(5'000)) {
+        const double upper = record->upperLimitPrice;
         if (upper == 0) {
             continue;
         }
         ++limited;
-        const double close = numberOf(line, "preClosePrice");
-        EXPECT_LT(numberOf(line, "lowerLimitPrice"), upper) << line;
-        EXPECT_LE(close, upper) << line;
+        const double close = record->preClosePrice;
+        EXPECT_LT(record->lowerLimitPrice, upper) << *record;
+        EXPECT_LE(close, upper) << *record;
         // Shares of the main boards move ten per cent, rounded to a cent.
-        const std::string start = valueOf(line, "market") + valueOf(line, "code").substr(0, 2);
-        if ((start == "SH60" || start == "SZ00") && valueOf(line, "name").find("ST") == std::string::npos) {
+        const std::string start = record->market + record->code.substr(0, 2);
+        if ((start == "SH60" || start == "SZ00") && record->name.find("ST") == std::string::npos) {
             ++mainBoard;
-            EXPECT_NEAR(upper, close * 1.1, 0.0051) << line;
-            EXPECT_NEAR(numberOf(line, "lowerLimitPrice"), close * 0.9, 0.0051) << line;
+            EXPECT_NEAR(upper, close * 1.1, 0.0051) << *record;
+            EXPECT_NEAR(record->lowerLimitPrice, close * 0.9, 0.0051) << *record;
         }
     }
     EXPECT_GT(limited, 1'000U);
     EXPECT_GT(mainBoard, 100U);
 }
 
-TEST_F(GenerateTest, EveryFutureProductHasAMainContract) {
+TEST(MarketDayTest, EveryFutureProductHasAMainContract) {
     std::map<std::string, int> mains;
     std::map<std::string, int> aliases;
-    for (const std::string& line : records(generate(20'000) + "/instruments.ndjson")) {
-        const std::string market = valueOf(line, "market");
-        const bool isContract = utils::isFutureMarket(market) && numberOf(line, "optionType") == 0;
-        if (!isContract || valueOf(line, "code").find('&') != std::string::npos) {
+    for (const auto& record : instrumentsOf(20'000)) {
+        if (!utils::isFutureMarket(record->market) || record->optionType != 0 ||
+            record->code.find('&') != std::string::npos) {
             continue;
         }
-        mains[market + valueOf(line, "productId")] += static_cast<int>(numberOf(line, "mainContractFlag"));
-        const std::string platformCode = valueOf(line, "platformCode");
-        if (platformCode != valueOf(line, "code")) {
-            for (const char* ending : {"L8", "00", "main"}) {
-                aliases[ending] += platformCode.ends_with(ending) ? 1 : 0;
-            }
+        mains[record->market + record->productId] += record->mainContractFlag;
+        for (const char* ending : {"L8", "00", "main"}) {
+            const bool isAlias = record->platformCode != record->code && record->platformCode.ends_with(ending);
+            aliases[ending] += isAlias ? 1 : 0;
         }
     }
     EXPECT_GT(mains.size(), 60U);
@@ -300,6 +232,50 @@ TEST_F(GenerateTest, EveryFutureProductHasAMainContract) {
     for (const char* ending : {"L8", "00", "main"}) {
         EXPECT_GT(aliases[ending], 5) << ending;
     }
+}
+
+class GenerateTest : public ::testing::Test {
+protected:
+    ~GenerateTest() override { std::filesystem::remove_all(root_); }
+
+    /// What the files of a day hold, by their names.
+    std::map<std::string, std::string> generate(std::uint64_t seed, const std::string& date) {
+        std::ostringstream out;
+        std::ostringstream err;
+        EXPECT_EQ(runGenerate({600, seed, date, root_}, out, err), 0) << err.str();
+        const auto files = filesIn(root_);
+        for (const auto& [file, bytes] : files) {
+            EXPECT_THAT(out.str(), HasSubstr(file + ": "));
+        }
+        return files;
+    }
+
+    static std::map<std::string, std::string> filesIn(const std::filesystem::path& directory) {
+        std::map<std::string, std::string> files;
+        for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+            std::ifstream stream(entry.path(), std::ios::binary);
+            files[entry.path().filename()] = {std::istreambuf_iterator<char>(stream), {}};
+        }
+        return files;
+    }
+
+    const std::filesystem::path root_ =
+        std::filesystem::path(::testing::TempDir()) / ("generate-" + std::to_string(getpid()));
+};
+
+TEST_F(GenerateTest, SameSeedAndDateGiveTheSameBytes) {
+    const auto first = generate(1, kDate);
+    EXPECT_EQ(first.size(), 8U);
+    // The samples were written elsewhere.
+    auto samples = filesIn(PM_SAMPLES);
+    samples.erase("README.md");
+    EXPECT_TRUE(first == samples) << "write samples/ anew, as its README says";
+    const auto otherSeed = generate(2, kDate);
+    for (const auto& [file, bytes] : first) {
+        EXPECT_EQ(bytes.back(), '\n') << file;
+        EXPECT_NE(bytes, otherSeed.at(file)) << file;
+    }
+    EXPECT_NE(first.at("instruments.ndjson"), generate(1, "20260303").at("instruments.ndjson"));
 }
 
 TEST_F(GenerateTest, WhatCannotBeWrittenIsSaid) {

@@ -1,12 +1,11 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 
-#include "tools/inscenter/generate/Dice.h"
+#include "tools/marketday/Dice.h"
 
-namespace inscenter::generate {
+namespace marketday {
 
 /// An invented name in the forms that a record carries.
 struct Name {
@@ -27,10 +26,10 @@ Company inventCompany(Dice& dice);
 /// A fund's theme and its invented manager: "半导体ETF砚序" with the kind "ETF".
 Name inventFund(Dice& dice, std::string_view kind);
 
-/// A company of the United States: "Velmont Holdings Inc."
+/// A company of the United States: "Velamont Holdings Inc."
 std::string inventUsCompany(Dice& dice);
 
-/// A province or city that issues bonds.
-Name pickProvince(Dice& dice);
+/// A bond of a province, a city or a company: "25云南07".
+Name inventBond(Dice& dice, int yearOfIssue);
 
-}  // namespace inscenter::generate
+}  // namespace marketday

@@ -1,6 +1,8 @@
-#include "tools/inscenter/generate/Names.h"
+#include "tools/marketday/Names.h"
 
-namespace inscenter::generate {
+#include <fmt/format.h>
+
+namespace marketday {
 namespace {
 
 struct Syllable {
@@ -35,29 +37,21 @@ struct Trade {
 };
 constexpr Trade kTrades[] = {
     {"科技", "KJ", "Technology", "软件和信息技术服务业"},
-    {"股份", "GF", "Group", "综合"},
     {"电子", "DZ", "Electronics", "计算机、通信和其他电子设备制造业"},
-    {"智造", "ZZ", "Intelligent Manufacturing", "专用设备制造业"},
     {"生物", "SW", "Biotech", "医药制造业"},
     {"药业", "YY", "Pharmaceutical", "医药制造业"},
     {"能源", "NY", "Energy", "电力、热力生产和供应业"},
-    {"重工", "ZG", "Heavy Industry", "通用设备制造业"},
     {"材料", "CL", "Materials", "非金属矿物制品业"},
     {"化工", "HG", "Chemical", "化学原料和化学制品制造业"},
     {"食品", "SP", "Foods", "食品制造业"},
     {"酒业", "JY", "Distillery", "酒、饮料和精制茶制造业"},
     {"物流", "WL", "Logistics", "道路运输业"},
     {"环境", "HJ", "Environment", "生态保护和环境治理业"},
-    {"光学", "GX", "Optics", "仪器仪表制造业"},
     {"矿业", "KY", "Mining", "有色金属矿采选业"},
-    {"纺织", "FZ", "Textile", "纺织业"},
     {"传媒", "CM", "Media", "新闻和出版业"},
-    {"微电", "WD", "Microelectronics", "计算机、通信和其他电子设备制造业"},
-    {"航材", "HC", "Aviation Materials", "航空航天设备制造业"},
     {"置业", "ZY", "Properties", "房地产业"},
     {"银行", "YH", "Bank", "货币金融服务"},
     {"证券", "ZQ", "Securities", "资本市场服务"},
-    {"水务", "SW", "Water", "水的生产和供应业"},
 };
 
 constexpr Trade kThemes[] = {
@@ -68,19 +62,14 @@ constexpr Trade kThemes[] = {
     {"军工", "JG", "Defence", ""},
     {"新能源", "XNY", "New Energy", ""},
     {"银行", "YH", "Bank", ""},
-    {"证券", "ZQ", "Securities", ""},
-    {"煤炭", "MT", "Coal", ""},
     {"有色", "YS", "Metals", ""},
     {"创新药", "CXY", "Innovative Drug", ""},
     {"机器人", "JQR", "Robot", ""},
     {"人工智能", "RGZN", "Artificial Intelligence", ""},
-    {"低波", "DB", "Low Volatility", ""},
     {"成长", "CZ", "Growth", ""},
     {"价值", "JZ", "Value", ""},
     {"现金流", "XJL", "Cash Flow", ""},
     {"央企", "YQ", "State Enterprise", ""},
-    {"农业", "NY", "Agriculture", ""},
-    {"家电", "JD", "Appliance", ""},
 };
 
 constexpr Syllable kProvinces[] = {
@@ -120,20 +109,23 @@ Company inventCompany(Dice& dice) {
 Name inventFund(Dice& dice, std::string_view kind) {
     const Trade& theme = dice.pick(kThemes);
     const Name manager = inventCompany(dice).brand;
-    const std::string text(kind);
-    return {theme.text + text + manager.text, theme.spell + text + manager.spell,
-            manager.english + " " + theme.english + " " + text};
+    return {fmt::format("{}{}{}", theme.text, kind, manager.text), fmt::format("{}{}", theme.spell, manager.spell),
+            fmt::format("{} {} {}", manager.english, theme.english, kind)};
 }
 
 std::string inventUsCompany(Dice& dice) {
-    std::string name = dice.pick(kUsFirst);
-    name += dice.pick(kUsSecond);
-    return name + " " + dice.pick(kUsForm);
+    const char* const first = dice.pick(kUsFirst);
+    const char* const second = dice.pick(kUsSecond);
+    return fmt::format("{}{} {}", first, second, dice.pick(kUsForm));
 }
 
-Name pickProvince(Dice& dice) {
+Name inventBond(Dice& dice, int yearOfIssue) {
     const Syllable& province = dice.pick(kProvinces);
-    return {province.text, province.pinyin, ""};
+    const Name company = inventCompany(dice).brand;
+    const bool isPublic = dice.oneIn(2);
+    const auto number = dice.between<int>(1, 48);
+    return {fmt::format("{:02}{}{:02}", yearOfIssue % 100, isPublic ? province.text : company.text, number),
+            fmt::format("{:02}{}{:02}", yearOfIssue % 100, isPublic ? province.pinyin : company.spell, number), ""};
 }
 
-}  // namespace inscenter::generate
+}  // namespace marketday

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <type_traits>
 
 #include "platform/record/Records.h"
 #include "tools/inscenter/Utf8.h"
@@ -14,7 +15,6 @@ namespace {
 
 using mxservice::ComponentMap;
 using mxservice::Field;
-using mxservice::FieldKind;
 using mxservice::IData;
 
 /// Room for every number: 24 characters for a double with an exponent, 20 for 64 bits.
@@ -38,7 +38,20 @@ bool isPlain(unsigned char character) {
     return character >= 0x20 && character < 0x7F && character != '"' && character != '\\';
 }
 
-void appendComponents(std::string& out, const ComponentMap& components) {
+void appendMember(std::string& out, const std::string& text) {
+    out += text;
+}
+
+template <class Number>
+void appendMember(std::string& out, Number value) {
+    if constexpr (std::is_floating_point_v<Number>) {
+        appendNumber(out, value);
+    } else {
+        appendShortest(out, value);
+    }
+}
+
+void appendMember(std::string& out, const ComponentMap& components) {
     out += '[';
     const char* separator = "";
     for (const auto& [code, component] : components) {
@@ -96,37 +109,17 @@ void appendJsonString(std::string& out, std::string_view text) {
 }
 
 void appendField(std::string& out, const Field& field, const IData& record) {
-    switch (field.kind()) {
-        case FieldKind::Text:
-            out += field.in<std::string>(record);
-            break;
-        case FieldKind::Int8:
-            appendShortest(out, static_cast<int>(field.in<std::int8_t>(record)));
-            break;
-        case FieldKind::Int32:
-            appendShortest(out, field.in<std::int32_t>(record));
-            break;
-        case FieldKind::UInt32:
-            appendShortest(out, field.in<std::uint32_t>(record));
-            break;
-        case FieldKind::Int64:
-            appendShortest(out, field.in<std::int64_t>(record));
-            break;
-        case FieldKind::Double:
-            appendNumber(out, field.in<double>(record));
-            break;
-        case FieldKind::Components:
-            appendComponents(out, field.in<ComponentMap>(record));
-            break;
-    }
+    mxservice::visitField(field, record, [&](const auto& member) { appendMember(out, member); });
 }
 
 void appendJsonField(std::string& out, const Field& field, const IData& record) {
-    if (field.kind() == FieldKind::Text) {
-        appendJsonString(out, field.in<std::string>(record));
-    } else {
-        appendField(out, field, record);
-    }
+    mxservice::visitField(field, record, [&](const auto& member) {
+        if constexpr (std::is_same_v<decltype(member), const std::string&>) {
+            appendJsonString(out, member);
+        } else {
+            appendMember(out, member);
+        }
+    });
 }
 
 std::vector<std::string> splitAtCommas(std::string_view list) {

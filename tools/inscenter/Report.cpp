@@ -24,7 +24,6 @@ namespace market = mxservice::market;
 using mxservice::CETFComponentStockInfo;
 using mxservice::CInstrumentDetail;
 using mxservice::Field;
-using mxservice::FieldKind;
 
 /// A table of the page.
 struct Sheet {
@@ -39,19 +38,16 @@ Cell cellOf(const Field& field, const mxservice::IData& record) {
     if (field.isDefault(record)) {
         return {};
     }
-    switch (field.kind()) {
-        case FieldKind::Text:
-            return field.in<std::string>(record);
-        case FieldKind::Components:
-            return static_cast<std::int64_t>(field.in<mxservice::ComponentMap>(record).size());
-        case FieldKind::Double:
-            return field.in<double>(record);
-        default: {
-            std::string text;
-            appendField(text, field, record);
-            return static_cast<std::int64_t>(std::stoll(text));
+    return mxservice::visitField(field, record, [](const auto& member) -> Cell {
+        using Member = std::decay_t<decltype(member)>;
+        if constexpr (std::is_same_v<Member, mxservice::ComponentMap>) {
+            return static_cast<std::int64_t>(member.size());
+        } else if constexpr (std::is_integral_v<Member>) {
+            return static_cast<std::int64_t>(member);
+        } else {
+            return member;
         }
-    }
+    });
 }
 
 /// A row of a table that is made of a record.

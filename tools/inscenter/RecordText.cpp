@@ -1,10 +1,14 @@
 #include "tools/inscenter/RecordText.h"
 
+#include <csv.h>
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <iterator>
 #include <type_traits>
 
 #include "platform/record/Records.h"
@@ -25,13 +29,6 @@ void appendShortest(std::string& out, Number value, Form... form) {
     std::array<char, kNumberBytes> buffer;
     const auto end = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value, form...).ptr;
     out.append(buffer.data(), end);
-}
-
-void appendEscaped(std::string& out, unsigned char character) {
-    constexpr const char* kHex = "0123456789abcdef";
-    out += "\\u00";
-    out += kHex[character >> 4U];
-    out += kHex[character & 0xFU];
 }
 
 bool isPlain(unsigned char character) {
@@ -99,7 +96,7 @@ void appendJsonString(std::string& out, std::string_view text) {
             out += '\\';
             out += text.front();
         } else if (next.value < 0x20 || next.value == 0x7F) {
-            appendEscaped(out, static_cast<unsigned char>(next.value));
+            fmt::format_to(std::back_inserter(out), "\\u{:04x}", static_cast<unsigned>(next.value));
         } else {
             out.append(text.substr(0, next.length));
         }
@@ -160,20 +157,17 @@ void appendJson(std::string& out, const IData& record) {
 
 void appendCsvCell(std::string& out, std::string_view text) {
     // Blanks at the ends are quoted too: some readers strip them.
-    const bool quoted = text.find_first_of(",\"\r\n") != std::string_view::npos ||
-                        (!text.empty() && (text.front() == ' ' || text.back() == ' '));
-    if (!quoted) {
+    const bool special = text.find_first_of(",\"\r\n") != std::string_view::npos ||
+                         (!text.empty() && (text.front() == ' ' || text.back() == ' '));
+    if (!special) {
         appendUtf8(out, text);
         return;
     }
-    out += '"';
-    for (std::size_t quote = text.find('"'); quote != std::string_view::npos; quote = text.find('"')) {
-        appendUtf8(out, text.substr(0, quote + 1));
-        out += '"';
-        text.remove_prefix(quote + 1);
-    }
-    appendUtf8(out, text);
-    out += '"';
+    std::string valid;
+    appendUtf8(valid, text);
+    std::string quoted(2 * valid.size() + 2, '\0');
+    quoted.resize(csv_write(quoted.data(), quoted.size(), valid.data(), valid.size()));
+    out += quoted;
 }
 
 }  // namespace inscenter

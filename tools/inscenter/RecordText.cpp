@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <iterator>
 #include <type_traits>
+#include <utility>
 
 #include "platform/record/Records.h"
 #include "tools/inscenter/Utf8.h"
@@ -35,6 +36,10 @@ bool isPlain(unsigned char character) {
     return character >= 0x20 && character < 0x7F && character != '"' && character != '\\';
 }
 
+void appendMember(std::string& out, const ComponentMap& components) {
+    appendJson(out, components);
+}
+
 void appendMember(std::string& out, const std::string& text) {
     out += text;
 }
@@ -46,19 +51,6 @@ void appendMember(std::string& out, Number value) {
     } else {
         appendShortest(out, value);
     }
-}
-
-void appendMember(std::string& out, const ComponentMap& components) {
-    out += '[';
-    const char* separator = "";
-    for (const auto& [code, component] : components) {
-        if (component) {
-            out += separator;
-            appendJson(out, *component);
-            separator = ",";
-        }
-    }
-    out += ']';
 }
 
 }  // namespace
@@ -139,6 +131,15 @@ std::vector<std::string> fieldNames(const mxservice::RecordType& type) {
     return names;
 }
 
+std::string nameOf(const IData& record) {
+    for (const char* const name : {"name", "bondName"}) {
+        if (const Field* const field = record.recordType().find(name)) {
+            return field->in<std::string>(record);
+        }
+    }
+    return {};
+}
+
 void appendJson(std::string& out, const IData& record) {
     char separator = '{';
     for (const Field& field : record.recordType().fields()) {
@@ -153,6 +154,17 @@ void appendJson(std::string& out, const IData& record) {
         appendJsonField(out, field, record);
     }
     out += separator == '{' ? "{}" : "}";
+}
+
+void appendJson(std::string& out, const ComponentMap& components) {
+    char separator = '[';
+    for (const auto& [code, component] : components) {
+        if (component) {
+            out += std::exchange(separator, ',');
+            appendJson(out, *component);
+        }
+    }
+    out += separator == '[' ? "[]" : "]";
 }
 
 void appendCsvCell(std::string& out, std::string_view text) {

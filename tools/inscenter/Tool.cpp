@@ -144,7 +144,7 @@ int tour(const Command& command, std::ostream& out, Console& console) {
     const BothCenters both = loadBoth(snapshot, console);
     const bool stored = wroteEverything(*both.client, CenterKind::Client, console);
     Output output(out, command.format, screenOf(out));
-    showTour(both, snapshot, output);
+    showTour(both, snapshot, output, console);
     return worthOf(stored, read);
 }
 

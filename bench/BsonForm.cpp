@@ -1,71 +1,55 @@
 #include "BsonForm.h"
 
 #include <cstdint>
+#include <limits>
 #include <string>
+#include <type_traits>
+#include <utility>
 
 #include "platform/record/RecordType.h"
 
 namespace bench {
 namespace {
 
+using mxservice::ComponentMap;
 using mxservice::Field;
-using mxservice::FieldKind;
 using mxservice::IData;
 
-void append(bson_t& document, const Field& field, const IData& record) {
-    const char* const name = field.name().data();
-    const auto nameSize = static_cast<int>(field.name().size());
-    switch (field.kind()) {
-        case FieldKind::Text: {
-            const std::string& text = field.in<std::string>(record);
-            bson_append_utf8(&document, name, nameSize, text.data(), static_cast<int>(text.size()));
-            break;
-        }
-        case FieldKind::Int8:
-            bson_append_int32(&document, name, nameSize, field.in<std::int8_t>(record));
-            break;
-        case FieldKind::Int32:
-            bson_append_int32(&document, name, nameSize, field.in<std::int32_t>(record));
-            break;
-        case FieldKind::UInt32:
-            bson_append_int64(&document, name, nameSize, field.in<std::uint32_t>(record));
-            break;
-        case FieldKind::Int64:
-            bson_append_int64(&document, name, nameSize, field.in<std::int64_t>(record));
-            break;
-        case FieldKind::Double:
-            bson_append_double(&document, name, nameSize, field.in<double>(record));
-            break;
-        case FieldKind::Components:
-            break;
+void append(bson_t& document, const std::string& name, const std::string& member) {
+    bson_append_utf8(&document, name.data(), static_cast<int>(name.size()), member.data(),
+                     static_cast<int>(member.size()));
+}
+
+void append(bson_t& /*document*/, const std::string& /*name*/, const ComponentMap& /*member*/) {}
+
+template <class Number>
+void append(bson_t& document, const std::string& name, Number member) {
+    const auto size = static_cast<int>(name.size());
+    if constexpr (std::is_floating_point_v<Number>) {
+        bson_append_double(&document, name.data(), size, member);
+    } else if constexpr (std::in_range<std::int32_t>(std::numeric_limits<Number>::max())) {
+        bson_append_int32(&document, name.data(), size, member);
+    } else {
+        bson_append_int64(&document, name.data(), size, member);
     }
 }
 
-void assign(const bson_iter_t& element, const Field& field, IData& record) {
-    switch (field.kind()) {
-        case FieldKind::Text: {
-            std::uint32_t size = 0;
-            const char* const text = bson_iter_utf8(&element, &size);
-            field.in<std::string>(record).assign(text, size);
-            break;
-        }
-        case FieldKind::Int8:
-            field.in<std::int8_t>(record) = static_cast<std::int8_t>(bson_iter_int32(&element));
-            break;
-        case FieldKind::Int32:
-            field.in<std::int32_t>(record) = bson_iter_int32(&element);
-            break;
-        case FieldKind::UInt32:
-            field.in<std::uint32_t>(record) = static_cast<std::uint32_t>(bson_iter_int64(&element));
-            break;
-        case FieldKind::Int64:
-            field.in<std::int64_t>(record) = bson_iter_int64(&element);
-            break;
-        case FieldKind::Double:
-            field.in<double>(record) = bson_iter_double(&element);
-            break;
-        case FieldKind::Components:
-            break;
+void assign(const bson_iter_t& element, std::string& member) {
+    std::uint32_t size = 0;
+    const char* const text = bson_iter_utf8(&element, &size);
+    member.assign(text, size);
+}
+
+void assign(const bson_iter_t& /*element*/, ComponentMap& /*member*/) {}
+
+template <class Number>
+void assign(const bson_iter_t& element, Number& member) {
+    if constexpr (std::is_floating_point_v<Number>) {
+        member = bson_iter_double(&element);
+    } else if constexpr (std::in_range<std::int32_t>(std::numeric_limits<Number>::max())) {
+        member = static_cast<Number>(bson_iter_int32(&element));
+    } else {
+        member = static_cast<Number>(bson_iter_int64(&element));
     }
 }
 
@@ -74,7 +58,7 @@ void assign(const bson_iter_t& element, const Field& field, IData& record) {
 std::string_view BsonEncoder::encode(const IData& record) {
     bson_reinit(&document_);
     for (const Field& field : record.recordType().fields()) {
-        append(document_, field, record);
+        mxservice::visitField(field, record, [&](const auto& member) { append(document_, field.name(), member); });
     }
     return {reinterpret_cast<const char*>(bson_get_data(&document_)), document_.len};
 }
@@ -90,7 +74,7 @@ bool decodeBson(std::string_view bytes, IData& record) {
         if (!bson_iter_next(&element) || field.name() != bson_iter_key(&element)) {
             return false;
         }
-        assign(element, field, record);
+        mxservice::visitField(field, record, [&](auto& member) { assign(element, member); });
     }
     return true;
 }

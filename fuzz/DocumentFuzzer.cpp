@@ -9,6 +9,7 @@
 #include <cstring>
 #include <limits>
 #include <set>
+#include <type_traits>
 
 #include "fuzz/Fuzzing.h"
 #include "platform/bson/BSONObj.h"
@@ -78,20 +79,16 @@ bool sameBits(double left, double right) {
 
 /// Whether the field holds the whole number that the library read.
 bool holds(const Field& field, const IData& record, std::int64_t value) {
-    switch (field.kind()) {
-        case FieldKind::Int8:
-            return field.in<std::int8_t>(record) == limited<std::int8_t>(value);
-        case FieldKind::Int32:
-            return field.in<std::int32_t>(record) == limited<std::int32_t>(value);
-        case FieldKind::UInt32:
-            return field.in<std::uint32_t>(record) == limited<std::uint32_t>(value);
-        case FieldKind::Int64:
-            return field.in<std::int64_t>(record) == value;
-        case FieldKind::Double:
-            return sameBits(field.in<double>(record), static_cast<double>(value));
-        default:
-            return field.isDefault(record);
-    }
+    return mxservice::visitField(field, record, [&](const auto& member) {
+        using Member = std::decay_t<decltype(member)>;
+        if constexpr (std::is_integral_v<Member>) {
+            return member == limited<Member>(value);
+        } else if constexpr (std::is_floating_point_v<Member>) {
+            return sameBits(member, static_cast<double>(value));
+        } else {
+            return member.empty();
+        }
+    });
 }
 
 /// The document's own elements, as the library reads them, against what our document and a record read from it answer.

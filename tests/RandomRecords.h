@@ -6,6 +6,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <type_traits>
 
 #include "platform/record/Records.h"
 
@@ -39,34 +40,22 @@ private:
     }
 
     void fill(const mxservice::Field& field, mxservice::IData& record) {
-        using mxservice::FieldKind;
-        switch (field.kind()) {
-            case FieldKind::Text:
-                field.in<std::string>(record) = text();
-                break;
-            case FieldKind::Int8:
-                field.in<std::int8_t>(record) = static_cast<std::int8_t>(random_());
-                break;
-            case FieldKind::Int32:
-                field.in<std::int32_t>(record) = static_cast<std::int32_t>(random_());
-                break;
-            case FieldKind::UInt32:
-                field.in<std::uint32_t>(record) = static_cast<std::uint32_t>(random_());
-                break;
-            case FieldKind::Int64:
-                field.in<std::int64_t>(record) = static_cast<std::int64_t>(random_());
-                break;
-            case FieldKind::Double:
-                field.in<double>(record) =
-                    random_() % 8 == 0 ? std::numeric_limits<double>::quiet_NaN() : static_cast<double>(random_()) / 7;
-                break;
-            case FieldKind::Components:
+        mxservice::visitField(field, record, [this](auto& member) {
+            using Member = std::decay_t<decltype(member)>;
+            if constexpr (std::is_same_v<Member, std::string>) {
+                member = text();
+            } else if constexpr (std::is_integral_v<Member>) {
+                member = static_cast<Member>(random_());
+            } else if constexpr (std::is_floating_point_v<Member>) {
+                member =
+                    random_() % 8 == 0 ? std::numeric_limits<Member>::quiet_NaN() : static_cast<Member>(random_()) / 7;
+            } else {
                 for (int i = 0; i < 3; ++i) {
                     const auto component = make<mxservice::CETFComponentStockInfo>();
-                    field.in<mxservice::ComponentMap>(record)[component->code] = component;
+                    member[component->code] = component;
                 }
-                break;
-        }
+            }
+        });
     }
 
     std::mt19937_64 random_;

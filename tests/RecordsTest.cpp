@@ -4,6 +4,7 @@
 #include <random>
 #include <set>
 #include <sstream>
+#include <type_traits>
 #include <vector>
 
 #include "platform/record/Records.h"
@@ -113,20 +114,18 @@ TEST_P(EveryClass, FieldsInAnyOrderAndUnknownOnesAreReadToo) {
     bson::BSONObjBuilder builder;
     builder.append("unknownField", "x");
     for (auto field = fields.rbegin(); field != fields.rend(); ++field) {
-        switch (field->kind()) {
-            case FieldKind::Text:
+        mxservice::visitField(*field, *record, [&](const auto& member) {
+            using Member = std::decay_t<decltype(member)>;
+            if constexpr (std::is_same_v<Member, std::string>) {
                 builder.append(field->name(), document.getStringField(field->name()));
-                break;
-            case FieldKind::Double:
-                builder.append(field->name(), document.getDoubleField(field->name()));
-                break;
-            case FieldKind::Components:
-                builder.append(field->name(), document.getArrayField(field->name()));
-                break;
-            default:
+            } else if constexpr (std::is_integral_v<Member>) {
                 builder.append(field->name(), document.getLongField(field->name()));
-                break;
-        }
+            } else if constexpr (std::is_floating_point_v<Member>) {
+                builder.append(field->name(), document.getDoubleField(field->name()));
+            } else {
+                builder.append(field->name(), document.getArrayField(field->name()));
+            }
+        });
     }
     const boost::shared_ptr<IData> read = GetParam()->make();
     ASSERT_TRUE(read->bsonValueFromObj(builder.obj(), false, nullptr));

@@ -10,6 +10,7 @@
 #include <limits>
 #include <sstream>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "TemporaryStore.h"
@@ -27,7 +28,6 @@ using inscenter::FileNotes;
 using inscenter::LineError;
 using mxservice::CETFComponentStockInfo;
 using mxservice::Field;
-using mxservice::FieldKind;
 using mxservice::IData;
 using mxservice::RecordType;
 using ::testing::ElementsAre;
@@ -51,35 +51,23 @@ double awkward(std::size_t number) {
 shared_ptr<IData> awkwardRecord(const RecordType& type, const std::string& text) {
     shared_ptr<IData> record = type.make();
     for (std::size_t i = 0; i < type.fields().size(); ++i) {
-        const Field& field = type.fields()[i];
-        switch (field.kind()) {
-            case FieldKind::Text:
-                field.in<std::string>(*record) = text + std::to_string(i);
-                break;
-            case FieldKind::Int8:
-                field.in<std::int8_t>(*record) = extreme<std::int8_t>(1);
-                break;
-            case FieldKind::Int32:
-                field.in<std::int32_t>(*record) = extreme<std::int32_t>(i);
-                break;
-            case FieldKind::UInt32:
-                field.in<std::uint32_t>(*record) = extreme<std::uint32_t>(0);
-                break;
-            case FieldKind::Int64:
-                field.in<std::int64_t>(*record) = extreme<std::int64_t>(i);
-                break;
-            case FieldKind::Double:
-                field.in<double>(*record) = awkward(i);
-                break;
-            case FieldKind::Components:
+        mxservice::visitField(type.fields()[i], *record, [&](auto& member) {
+            using Member = std::decay_t<decltype(member)>;
+            if constexpr (std::is_same_v<Member, std::string>) {
+                member = text + std::to_string(i);
+            } else if constexpr (std::is_floating_point_v<Member>) {
+                member = awkward(i);
+            } else if constexpr (std::is_integral_v<Member>) {
+                member = extreme<Member>(i);
+            } else {
                 for (const char* const code : {"600000", "a \"b\""}) {
                     auto component = boost::static_pointer_cast<CETFComponentStockInfo>(
                         awkwardRecord(CETFComponentStockInfo::table(), text));
                     component->code = code;
-                    field.in<mxservice::ComponentMap>(*record)[code] = component;
+                    member[code] = component;
                 }
-                break;
-        }
+            }
+        });
     }
     return record;
 }

@@ -13,7 +13,7 @@
 #include "tests/SecondaryRecords.h"
 #include "tests/ToolFixture.h"
 
-// What the tool shows of a store on disk, and its comparison of the two centers.
+// What the tool shows of a store on disk.
 
 namespace {
 
@@ -22,7 +22,6 @@ using mxservice::instrument;
 using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::Not;
 using ::testing::SizeIs;
 using ::testing::StartsWith;
 using tooltest::linesOf;
@@ -314,61 +313,6 @@ TEST_F(StoreVerbTest, WhatIsNoStoreIsRefused) {
         EXPECT_THAT(run({"store", verb, "--help"}).out,
                     AllOf(HasSubstr("Examples:\n  inscenter store "), HasSubstr("lock.mdb")));
     }
-}
-
-/// A directory for a store of the comparison.
-class CompareTest : public ::testing::Test {
-protected:
-    Result compare(const std::string& data, const std::vector<std::string>& more = {}) const {
-        std::vector<std::string> arguments{"compare", "--data", data, "--store", store_.path() / "db"};
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        return run(arguments);
-    }
-
-    TemporaryDirectory store_;
-};
-
-TEST_F(CompareTest, CentersAgreeOnTheSamples) {
-    const Result result = compare(PM_SAMPLES, {"--today", "20260302"});
-    EXPECT_EQ(result.code, 0) << result.out;
-    EXPECT_EQ(result.err, "");
-    EXPECT_THAT(result.out, AllOf(HasSubstr("\nBoth centers give the same answers.\n"),
-                                  HasSubstr("\ndiffers on purpose: hasHkstock")));
-    const Result programs = compare(PM_SAMPLES, {"--today", "20260302", "--format", "json"});
-    EXPECT_EQ(programs.code, 0) << "the store of the same day makes no difference";
-    EXPECT_THAT(programs.err, HasSubstr("not empty"));
-    auto groups = objectsOf(programs.out);
-    EXPECT_THAT(groups, SizeIs(9)) << "with all together";
-    for (auto& row : groups) {
-        EXPECT_GT(std::stoi(row["compared"]), 0) << row["answers"];
-        EXPECT_EQ(row["different"], "0") << row["answers"];
-    }
-    EXPECT_EQ(run({"store", "verify", store_.path() / "db"}).code, 0);
-}
-
-TEST_F(CompareTest, NamesWhatDiffers) {
-    const TemporaryDirectory days;
-    const auto write = [&days](const std::string& day, const std::string& instruments, const std::string& bonds) {
-        fs::create_directory(days.path() / day);
-        std::ofstream(days.path() / day / "instruments.ndjson") << instruments;
-        std::ofstream(days.path() / day / "bonds.ndjson") << bonds;
-    };
-    const std::string listed = R"({"market":"SH","code":"600000"})";
-    write("old", listed + "\n" + R"({"market":"SH","code":"600001"})", R"({"bondCode":"220001"})");
-    write("new", listed, R"({"bondCode":"220002"})");
-    EXPECT_EQ(compare(days.path() / "old").code, 0);
-    // The documents of the earlier run are answered beside those of the new one.
-    const Result result = compare(days.path() / "new");
-    EXPECT_EQ(result.code, 1);
-    EXPECT_THAT(result.out,
-                AllOf(HasSubstr("\ngetInstruments of market(SH): 1 of 2 entries, first SH600001: server nothing, "
-                                "client a record\n"),
-                      HasSubstr("\ngetBonds(): 1 of 2 entries, first 220001: server nothing, client a record\n"),
-                      Not(HasSubstr("same answers"))));
-
-    EXPECT_EQ(run({"compare", "--data", PM_SAMPLES}).code, 2);
-    EXPECT_EQ(run({"compare", "--store", store_.path() / "db"}).code, 2);
-    EXPECT_EQ(compare(days.path() / "missing").code, 2);
 }
 
 }  // namespace

@@ -48,8 +48,33 @@ std::vector<bson::BSONObj> componentDocuments(const ComponentMap& components) {
 
 enum class Outcome { Filled, Unfit, Damaged };
 
-/// Fills the basket from the array at `element`; what is no embedded document is skipped.
-Outcome readComponents(ComponentMap& components, const Element& element) {
+/// Fills a number from any element that holds one, limited to the member's range.
+template <class Number>
+Outcome fill(Number& member, const Element& element) {
+    if (!element.isNumber()) {
+        return Outcome::Unfit;
+    }
+    if constexpr (std::is_floating_point_v<Number>) {
+        member = element.toDouble();
+    } else {
+        member = element.toInteger<Number>();
+    }
+    return Outcome::Filled;
+}
+
+Outcome fill(std::string& member, const Element& element) {
+    if (!element.isText()) {
+        return Outcome::Unfit;
+    }
+    member.assign(element.text());
+    return Outcome::Filled;
+}
+
+/// Fills the basket from an array; what is no embedded document is skipped.
+Outcome fill(ComponentMap& components, const Element& element) {
+    if (element.type != ElementType::Array) {
+        return Outcome::Unfit;
+    }
     components.clear();
     ElementCursor cursor(element.value, element.valueSize);
     for (Element item; cursor.next(item);) {
@@ -65,92 +90,37 @@ Outcome readComponents(ComponentMap& components, const Element& element) {
     return cursor.failure() == nullptr ? Outcome::Filled : Outcome::Damaged;
 }
 
-Outcome readNumber(const Field& field, IData& record, const Element& element) {
-    if (!element.isNumber()) {
-        return Outcome::Unfit;
-    }
-    switch (field.kind()) {
-        case FieldKind::Int8:
-            field.in<std::int8_t>(record) = element.toInteger<std::int8_t>();
-            break;
-        case FieldKind::Int32:
-            field.in<std::int32_t>(record) = element.toInteger<std::int32_t>();
-            break;
-        case FieldKind::UInt32:
-            field.in<std::uint32_t>(record) = element.toInteger<std::uint32_t>();
-            break;
-        case FieldKind::Int64:
-            field.in<std::int64_t>(record) = element.toInt64();
-            break;
-        default:
-            field.in<double>(record) = element.toDouble();
-            break;
-    }
-    return Outcome::Filled;
-}
-
-Outcome readField(const Field& field, IData& record, const Element& element) {
-    if (field.kind() == FieldKind::Text) {
-        if (!element.isText()) {
-            return Outcome::Unfit;
-        }
-        field.in<std::string>(record).assign(element.text());
-        return Outcome::Filled;
-    }
-    if (field.kind() == FieldKind::Components) {
-        return element.type == ElementType::Array ? readComponents(field.in<ComponentMap>(record), element)
-                                                  : Outcome::Unfit;
-    }
-    return readNumber(field, record, element);
-}
-
 /// Fills the field if the next element is its own, of the type that it is written with; false for what takes a closer
 /// look. Nearly every element of nearly every document is read here.
 bool readExpected(const Field& field, IData& record, ElementCursor& cursor) {
-    switch (field.kind()) {
-        case FieldKind::Text: {
+    return visitField(field, record, [&](auto& member) {
+        using Member = std::decay_t<decltype(member)>;
+        if constexpr (std::is_same_v<Member, std::string>) {
             std::string_view text;
-            if (!cursor.nextText(field.header(), text)) {
-                return false;
+            const bool found = cursor.nextText(field.header(), text);
+            if (found) {
+                member.assign(text);
             }
-            field.in<std::string>(record).assign(text);
-            return true;
-        }
-        case FieldKind::Int32:
-            return cursor.nextPlain(field.header(), field.in<std::int32_t>(record));
-        case FieldKind::Int64:
-            return cursor.nextPlain(field.header(), field.in<std::int64_t>(record));
-        case FieldKind::Double:
-            return cursor.nextPlain(field.header(), field.in<double>(record));
-        default:
+            return found;
+        } else if constexpr (std::is_arithmetic_v<Member> && std::is_same_v<Member, Stored<Member>>) {
+            return cursor.nextPlain(field.header(), member);
+        } else {
             return false;
-    }
+        }
+    });
 }
 
-void append(bson::BSONObjBuilder& builder, const Field& field, const IData& record) {
-    switch (field.kind()) {
-        case FieldKind::Text:
-            builder.append(field.name(), field.in<std::string>(record));
-            break;
-        case FieldKind::Int8:
-            builder.append(field.name(), static_cast<std::int32_t>(field.in<std::int8_t>(record)));
-            break;
-        case FieldKind::Int32:
-            builder.append(field.name(), field.in<std::int32_t>(record));
-            break;
-        case FieldKind::UInt32:
-            builder.append(field.name(), static_cast<std::int64_t>(field.in<std::uint32_t>(record)));
-            break;
-        case FieldKind::Int64:
-            builder.append(field.name(), field.in<std::int64_t>(record));
-            break;
-        case FieldKind::Double:
-            builder.append(field.name(), field.in<double>(record));
-            break;
-        case FieldKind::Components:
-            builder.append(field.name(), componentDocuments(field.in<ComponentMap>(record)));
-            break;
-    }
+template <class Number>
+void append(bson::BSONObjBuilder& builder, const std::string& name, Number member) {
+    builder.append(name, static_cast<Stored<Number>>(member));
+}
+
+void append(bson::BSONObjBuilder& builder, const std::string& name, const std::string& member) {
+    builder.append(name, member);
+}
+
+void append(bson::BSONObjBuilder& builder, const std::string& name, const ComponentMap& member) {
+    builder.append(name, componentDocuments(member));
 }
 
 template <class Plain>
@@ -176,7 +146,22 @@ bool appendFrame(std::string& bytes, const Elements& elements) {
 
 bool appendRecord(std::string& bytes, const IData& record, const RecordType& type);
 
-bool appendComponents(std::string& bytes, const ComponentMap& components) {
+template <class Number>
+bool appendValue(std::string& bytes, Number member) {
+    appendPlain(bytes, static_cast<Stored<Number>>(member));
+    return true;
+}
+
+bool appendValue(std::string& bytes, const std::string& text) {
+    if (text.size() >= bson::kMaxDocumentBytes) {
+        return false;
+    }
+    appendPlain(bytes, static_cast<std::int32_t>(text.size() + 1));
+    bytes.append(text).push_back('\0');
+    return true;
+}
+
+bool appendValue(std::string& bytes, const ComponentMap& components) {
     return appendFrame(bytes, [&] {
         std::size_t index = 0;
         for (const auto& [code, component] : components) {
@@ -193,48 +178,29 @@ bool appendComponents(std::string& bytes, const ComponentMap& components) {
     });
 }
 
-bool appendValue(std::string& bytes, const Field& field, const IData& record) {
-    switch (field.kind()) {
-        case FieldKind::Text: {
-            const std::string& text = field.in<std::string>(record);
-            if (text.size() >= bson::kMaxDocumentBytes) {
-                return false;
-            }
-            appendPlain(bytes, static_cast<std::int32_t>(text.size() + 1));
-            bytes.append(text).push_back('\0');
-            return true;
-        }
-        case FieldKind::Int8:
-            appendPlain(bytes, static_cast<std::int32_t>(field.in<std::int8_t>(record)));
-            return true;
-        case FieldKind::Int32:
-            appendPlain(bytes, field.in<std::int32_t>(record));
-            return true;
-        case FieldKind::UInt32:
-            appendPlain(bytes, static_cast<std::int64_t>(field.in<std::uint32_t>(record)));
-            return true;
-        case FieldKind::Int64:
-            appendPlain(bytes, field.in<std::int64_t>(record));
-            return true;
-        case FieldKind::Double:
-            appendPlain(bytes, field.in<double>(record));
-            return true;
-        case FieldKind::Components:
-            break;
-    }
-    return appendComponents(bytes, field.in<ComponentMap>(record));
-}
-
 bool appendRecord(std::string& bytes, const IData& record, const RecordType& type) {
     return appendFrame(bytes, [&] {
         for (const Field& field : type.fields()) {
             bytes.append(field.header());
-            if (!appendValue(bytes, field, record)) {
+            if (!visitField(field, record, [&](const auto& member) { return appendValue(bytes, member); })) {
                 return false;
             }
         }
         return true;
     });
+}
+
+void print(std::ostream& out, const std::string& member) {
+    out << member;
+}
+
+void print(std::ostream& out, const ComponentMap& member) {
+    out << member.size() << " components";
+}
+
+template <class Number>
+void print(std::ostream& out, Number member) {
+    out << fmt::format("{}", Stored<Number>{member});
 }
 
 /// No class has more fields; a test holds the tables against it.
@@ -289,7 +255,7 @@ bool readDocument(IData& record, const char* data, std::size_t size, bool resetM
             }
             index = static_cast<std::size_t>(found);
         }
-        const Outcome outcome = readField(fields[index], record, element);
+        const Outcome outcome = visitField(fields[index], record, [&](auto& member) { return fill(member, element); });
         if (outcome == Outcome::Damaged) {
             return refuse("damaged basket", cursor.offset());
         }
@@ -327,7 +293,7 @@ IData::~IData() = default;
 
 void IData::appendElements(bson::BSONObjBuilder& builder) const {
     for (const Field& field : recordType().fields()) {
-        append(builder, field, *this);
+        visitField(field, *this, [&](const auto& member) { append(builder, field.name(), member); });
     }
 }
 
@@ -376,29 +342,7 @@ std::ostream& operator<<(std::ostream& out, const IData& record) {
         }
         out << separator << field.name() << '=';
         separator = ", ";
-        switch (field.kind()) {
-            case FieldKind::Text:
-                out << field.in<std::string>(record);
-                break;
-            case FieldKind::Int8:
-                out << static_cast<int>(field.in<std::int8_t>(record));
-                break;
-            case FieldKind::Int32:
-                out << field.in<std::int32_t>(record);
-                break;
-            case FieldKind::UInt32:
-                out << field.in<std::uint32_t>(record);
-                break;
-            case FieldKind::Int64:
-                out << field.in<std::int64_t>(record);
-                break;
-            case FieldKind::Double:
-                out << fmt::format("{}", field.in<double>(record));
-                break;
-            case FieldKind::Components:
-                out << field.in<ComponentMap>(record).size() << " components";
-                break;
-        }
+        visitField(field, record, [&](const auto& member) { print(out, member); });
     }
     return out << '}';
 }

@@ -2,35 +2,15 @@
 
 #include <algorithm>
 #include <cmath>
+#include <type_traits>
 #include <utility>
 
 #include "platform/bson/ElementCursor.h"
+#include "platform/record/DocumentForm.h"
 #include "platform/record/Records.h"
 
 namespace mxservice {
 namespace {
-
-/// Calls `visit` with a null pointer of the member type that the kind stands for.
-template <class Visit>
-auto withMemberType(FieldKind kind, Visit&& visit) {
-    switch (kind) {
-        case FieldKind::Text:
-            return visit(static_cast<std::string*>(nullptr));
-        case FieldKind::Int8:
-            return visit(static_cast<std::int8_t*>(nullptr));
-        case FieldKind::Int32:
-            return visit(static_cast<std::int32_t*>(nullptr));
-        case FieldKind::UInt32:
-            return visit(static_cast<std::uint32_t*>(nullptr));
-        case FieldKind::Int64:
-            return visit(static_cast<std::int64_t*>(nullptr));
-        case FieldKind::Double:
-            return visit(static_cast<double*>(nullptr));
-        case FieldKind::Components:
-            break;
-    }
-    return visit(static_cast<ComponentMap*>(nullptr));
-}
 
 template <class T>
 bool sameValue(const T& left, const T& right) {
@@ -52,26 +32,23 @@ bool sameValue(const ComponentMap& left, const ComponentMap& right) {
     return left.size() == right.size() && std::equal(left.begin(), left.end(), right.begin(), sameComponent);
 }
 
-bson::ElementType elementTypeOf(FieldKind kind) {
-    switch (kind) {
-        case FieldKind::Text:
-            return bson::ElementType::Text;
-        case FieldKind::Int8:
-        case FieldKind::Int32:
-            return bson::ElementType::Int32;
-        case FieldKind::UInt32:  // BSON knows no unsigned 32-bit number; 64 bits hold every value
-        case FieldKind::Int64:
-            return bson::ElementType::Int64;
-        case FieldKind::Double:
-            return bson::ElementType::Double;
-        case FieldKind::Components:
-            break;
+template <class Member>
+constexpr bson::ElementType elementTypeOf() {
+    if constexpr (std::is_same_v<Member, std::string>) {
+        return bson::ElementType::Text;
+    } else if constexpr (std::is_same_v<Member, ComponentMap>) {
+        return bson::ElementType::Array;
+    } else if constexpr (std::is_same_v<Member, double>) {
+        return bson::ElementType::Double;
+    } else {
+        return sizeof(Stored<Member>) == sizeof(std::int32_t) ? bson::ElementType::Int32 : bson::ElementType::Int64;
     }
-    return bson::ElementType::Array;
 }
 
 std::string headerOf(const std::string& name, FieldKind kind) {
-    return static_cast<char>(elementTypeOf(kind)) + name + '\0';
+    const auto type =
+        visitMemberType(kind, [](auto member) { return elementTypeOf<typename decltype(member)::type>(); });
+    return static_cast<char>(type) + name + '\0';
 }
 
 }  // namespace
@@ -80,25 +57,21 @@ Field::Field(std::string name, FieldKind kind, std::size_t offset, bool date)
     : name_(std::move(name)), header_(headerOf(name_, kind)), kind_(kind), date_(date), offset_(offset) {}
 
 std::size_t Field::size() const {
-    return withMemberType(kind_, [](auto* type) { return sizeof *type; });
+    return visitMemberType(kind_, [](auto member) { return sizeof(typename decltype(member)::type); });
 }
 
 bool Field::equal(const IData& left, const IData& right) const {
-    return withMemberType(kind_, [&](auto* type) {
-        using Member = std::remove_pointer_t<decltype(type)>;
-        return sameValue(in<Member>(left), in<Member>(right));
-    });
+    return visitField(*this, left,
+                      [&](const auto& member) { return sameValue(member, in<std::decay_t<decltype(member)>>(right)); });
 }
 
 bool Field::isDefault(const IData& record) const {
-    return withMemberType(kind_, [&](auto* type) {
-        using Member = std::remove_pointer_t<decltype(type)>;
-        return sameValue(in<Member>(record), Member());
-    });
+    return visitField(*this, record,
+                      [](const auto& member) { return sameValue(member, std::decay_t<decltype(member)>()); });
 }
 
 void Field::reset(IData& record) const {
-    withMemberType(kind_, [&](auto* type) { in<std::remove_pointer_t<decltype(type)>>(record) = {}; });
+    visitField(*this, record, [](auto& member) { member = {}; });
 }
 
 RecordType::RecordType(std::string name, std::string telltale, std::size_t recordSize, Maker maker,

@@ -67,6 +67,44 @@ private:
     std::size_t offset_;
 };
 
+/// Stands for a member type where there is no member at hand.
+template <class Member>
+struct MemberType {
+    using type = Member;
+};
+
+/// Calls `visit` with the MemberType that the kind stands for, and answers what it does. No other place tells the kinds
+/// apart: whatever depends on them is a visitor, which does not compile while it leaves a kind out.
+template <class Visit>
+decltype(auto) visitMemberType(FieldKind kind, Visit&& visit) {
+    switch (kind) {
+        case FieldKind::Text:
+            return visit(MemberType<std::string>());
+        case FieldKind::Int8:
+            return visit(MemberType<std::int8_t>());
+        case FieldKind::Int32:
+            return visit(MemberType<std::int32_t>());
+        case FieldKind::UInt32:
+            return visit(MemberType<std::uint32_t>());
+        case FieldKind::Int64:
+            return visit(MemberType<std::int64_t>());
+        case FieldKind::Double:
+            return visit(MemberType<double>());
+        case FieldKind::Components:
+            break;
+    }
+    return visit(MemberType<ComponentMap>());
+}
+
+/// Calls `visit` with the field's member in the record, as what it is, and answers what it does. `Record` is IData or
+/// const IData, or a class of record; it must be of the class that owns the field.
+template <class Record, class Visit>
+decltype(auto) visitField(const Field& field, Record& record, Visit&& visit) {
+    return visitMemberType(field.kind(), [&](auto member) -> decltype(auto) {
+        return visit(field.template in<typename decltype(member)::type>(record));
+    });
+}
+
 /// The field table of one record class, the one place where its fields are listed. Immutable; made once per class and
 /// alive until the process ends.
 class PM_PLATFORM_API RecordType {

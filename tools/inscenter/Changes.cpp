@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <map>
 #include <utility>
 
@@ -19,22 +18,10 @@ using mxservice::FieldKind;
 using mxservice::IData;
 using RecordsByKey = std::map<std::string, const IData*>;
 
-/// What names a record, in the class that has it.
-constexpr std::array kNameFields{"name", "bondName"};
-
 std::string textOf(const Field& field, const IData& record) {
     std::string text;
     appendField(text, field, record);
     return text;
-}
-
-std::string nameOf(const IData& record) {
-    for (const char* const name : kNameFields) {
-        if (const Field* const field = record.recordType().find(name)) {
-            return field->in<std::string>(record);
-        }
-    }
-    return {};
 }
 
 /// Collects what is different between two records of one class.

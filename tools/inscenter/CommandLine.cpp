@@ -88,7 +88,7 @@ public:
         if (place == Place::CommandLine) {
             addShell();
             addStore();
-            addPairs();
+            addTour();
             addDiff();
             addGenerate();
         }
@@ -297,20 +297,12 @@ private:
         sub->callback([this] { command_.task = Task::Shell; });
     }
 
-    /// What loads both centers.
-    void addPairs() {
+    void addTour() {
         CLI::App* const tour =
             app_.add_subcommand("tour", "Every catalogue in both centers, short, and where they differ on purpose")
                 ->group(verbgroup::kStore);
         tour->footer(exampleLines("inscenter ", "--data day --store db tour"));
         tour->callback([this] { command_.task = Task::Tour; });
-        CLI::App* const compare =
-            app_.add_subcommand("compare", "Load a snapshot into both centers and compare their answers")
-                ->group(verbgroup::kStore);
-        compare->footer(
-            exampleLines("inscenter ", "--data day --store db compare") +
-            "\n\nDocuments of earlier loads in the store would be answered, too: name an empty or new directory.");
-        compare->callback([this] { command_.task = Task::Compare; });
     }
 
     void addDiff() {
@@ -373,7 +365,7 @@ std::string contradiction(const Command& command) {
     if (command.data.empty()) {
         return "--data DIR is required";
     }
-    if (command.task == Task::Compare || command.task == Task::Tour) {
+    if (command.task == Task::Tour) {
         return command.store.empty() ? "--store DIR is required, for the persisted center" : "";
     }
     if (command.task == Task::Shell && command.data == "-") {

@@ -15,7 +15,7 @@
 namespace inscenter {
 
 /// What kind of work a command is.
-enum class Task { Ask, Shell, Compare, Tour, Store, Diff, Generate };
+enum class Task { Ask, Shell, Tour, Store, Diff, Generate };
 
 /// What the command line asks for.
 struct Command {

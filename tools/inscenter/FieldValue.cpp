@@ -4,7 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
+#include <type_traits>
+#include <utility>
 
 #include "base/instrumentcenter/vocabulary/Markets.h"
 #include "platform/record/Records.h"
@@ -28,15 +29,6 @@ constexpr std::size_t kMaxShownBytes = 60;  // of a key or value in a message
 bool refuseRange(const Field& field, LineError& error) {
     error = {field.name(), "number out of range"};
     return false;
-}
-
-template <class Member>
-bool assign(const Field& field, IData& record, std::int64_t value, LineError& error) {
-    if (value < std::numeric_limits<Member>::min() || value > std::numeric_limits<Member>::max()) {
-        return refuseRange(field, error);
-    }
-    field.in<Member>(record) = static_cast<Member>(value);
-    return true;
 }
 
 bool refuseDay(const Field& field, std::string_view found, LineError& error) {
@@ -96,19 +88,19 @@ std::vector<FileNote> FileNotes::notes() const {
 }
 
 bool assignInteger(const Field& field, IData& record, std::int64_t value, LineError& error) {
-    switch (field.kind()) {
-        case FieldKind::Int8:
-            return assign<std::int8_t>(field, record, value, error);
-        case FieldKind::Int32:
-            return assign<std::int32_t>(field, record, value, error);
-        case FieldKind::UInt32:
-            return assign<std::uint32_t>(field, record, value, error);
-        case FieldKind::Int64:
-            return assign<std::int64_t>(field, record, value, error);
-        default:
-            field.in<double>(record) = static_cast<double>(value);
-            return true;
-    }
+    const bool fits = mxservice::visitField(field, record, [value](auto& member) {
+        using Member = std::decay_t<decltype(member)>;
+        if constexpr (std::is_integral_v<Member>) {
+            if (!std::in_range<Member>(value)) {
+                return false;
+            }
+        }
+        if constexpr (std::is_arithmetic_v<Member>) {
+            member = static_cast<Member>(value);
+        }
+        return std::is_arithmetic_v<Member>;
+    });
+    return fits || refuseRange(field, error);
 }
 
 bool assignNumber(const Field& field, IData& record, double value, FileNotes& notes, LineError& error) {

@@ -16,7 +16,7 @@ constexpr const char* kAbout =
     "bonds*, tenderbonds*, counterparties*, otcfundplans*, issuances*, issuanceprices*.\n";
 
 constexpr const char* kFooter =
-    "Exit codes: 0 answered; 1 a key or market was not found, or the centers differ; 2 bad usage, unreadable input or "
+    "Exit codes: 0 answered; 1 a key or market was not found; 2 bad usage, unreadable input or "
     "a store "
     "with bad documents; 3 answered, but lines or files of the snapshot were skipped; 4 answered, but the store could "
     "not be written (where both hold, 4; where a key was not found, too, 1).\n"

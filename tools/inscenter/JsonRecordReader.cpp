@@ -25,9 +25,6 @@ using simdjson::ondemand::value;
 
 static_assert(LineReader::kPadding >= simdjson::SIMDJSON_PADDING);
 
-/// Values of unknown keys are followed no deeper; no record is.
-constexpr int kMaxDepth = 32;
-
 bool refuse(LineError& error, std::string field, std::string reason) {
     error = {std::move(field), std::move(reason)};
     return false;
@@ -84,62 +81,6 @@ bool refuseValue(LineError& error, const Field& field, value& found, json_type w
     return refuse(error, field.name(), tooLarge ? "number out of range" : "not a valid number");
 }
 
-/// Whether the value is well-formed throughout; the parser itself looks only at what it is asked for.
-simdjson::error_code check(value& found, int depth) {
-    json_type type{};
-    if (const auto code = found.type().get(type)) {
-        return code;
-    }
-    if (depth == kMaxDepth) {
-        return simdjson::DEPTH_ERROR;
-    }
-    switch (type) {
-        case json_type::array: {
-            simdjson::ondemand::array items;
-            if (const auto code = found.get_array().get(items)) {
-                return code;
-            }
-            for (auto item : items) {
-                value inner;
-                if (const auto code = item.get(inner)) {
-                    return code;
-                }
-                if (const auto code = check(inner, depth + 1)) {
-                    return code;
-                }
-            }
-            return simdjson::SUCCESS;
-        }
-        case json_type::object: {
-            simdjson::ondemand::object members;
-            if (const auto code = found.get_object().get(members)) {
-                return code;
-            }
-            for (auto member : members) {
-                simdjson::ondemand::field inner;
-                if (const auto code = std::move(member).get(inner)) {
-                    return code;
-                }
-                if (const auto code = check(inner.value(), depth + 1)) {
-                    return code;
-                }
-            }
-            return simdjson::SUCCESS;
-        }
-        case json_type::number:
-            return found.get_double().error();
-        case json_type::string:
-            return found.get_string().error();
-        case json_type::boolean:
-            return found.get_bool().error();
-        default: {
-            bool null = false;
-            const auto code = found.is_null().get(null);
-            return code != simdjson::SUCCESS || null ? code : simdjson::N_ATOM_ERROR;
-        }
-    }
-}
-
 bool isNull(value& found) {
     bool null = false;
     return found.is_null().get(null) == simdjson::SUCCESS && null;
@@ -167,9 +108,7 @@ public:
                 const int found = type.indexOf(key);
                 if (found < 0) {
                     notes_.addUnknownKey(key);
-                    if (const auto code = check(member.value(), 0)) {
-                        return refuseJson(error_, code);
-                    }
+                    skipped_ = true;
                     continue;
                 }
                 index = static_cast<std::size_t>(found);
@@ -210,36 +149,41 @@ public:
         return true;
     }
 
+    /// Whether a value was passed over, of which nobody knows whether it is well-formed: the parser looks only at what
+    /// it is asked for.
+    bool skipped() const { return skipped_; }
+
 private:
     bool readField(const Field& field, value& found, IData& record) {
-        switch (field.kind()) {
-            case FieldKind::Text: {
-                std::string_view text;
-                if (found.get_string().get(text) == simdjson::SUCCESS) {
-                    field.in<std::string>(record).assign(text);
-                    return true;
-                }
-                std::int64_t day = 0;
-                if (field.isDate() && found.get_int64().get(day) == simdjson::SUCCESS) {
-                    return assignDay(field, record, day, error_);
-                }
-                return isNull(found) || refuseValue(error_, field, found, json_type::string);
-            }
-            case FieldKind::Components: {
-                simdjson::ondemand::array items;
-                if (found.get_array().get(items) == simdjson::SUCCESS) {
-                    return readComponents(items, field, record);
-                }
-                return isNull(found) || refuseValue(error_, field, found, json_type::array);
-            }
-            case FieldKind::Double:
-                return readNumber(field, found, record);
-            default: {
-                std::int64_t whole = 0;
-                return found.get_int64().get(whole) == simdjson::SUCCESS ? assignInteger(field, record, whole, error_)
-                                                                         : readNumber(field, found, record);
-            }
+        if (field.kind() == FieldKind::Text) {
+            return readText(field, found, record);
         }
+        if (field.kind() == FieldKind::Components) {
+            simdjson::ondemand::array items;
+            if (found.get_array().get(items) == simdjson::SUCCESS) {
+                return readComponents(items, field, record);
+            }
+            return isNull(found) || refuseValue(error_, field, found, json_type::array);
+        }
+        // Whole numbers as such first: a double does not hold all of 64 bits.
+        std::int64_t whole = 0;
+        if (field.kind() != FieldKind::Double && found.get_int64().get(whole) == simdjson::SUCCESS) {
+            return assignInteger(field, record, whole, error_);
+        }
+        return readNumber(field, found, record);
+    }
+
+    bool readText(const Field& field, value& found, IData& record) {
+        std::string_view text;
+        if (found.get_string().get(text) == simdjson::SUCCESS) {
+            field.in<std::string>(record).assign(text);
+            return true;
+        }
+        std::int64_t day = 0;
+        if (field.isDate() && found.get_int64().get(day) == simdjson::SUCCESS) {
+            return assignDay(field, record, day, error_);
+        }
+        return isNull(found) || refuseValue(error_, field, found, json_type::string);
     }
 
     bool readNumber(const Field& field, value& found, IData& record) {
@@ -252,12 +196,24 @@ private:
 
     FileNotes& notes_;
     LineError& error_;
+    bool skipped_ = false;
 };
 
 }  // namespace
 
 struct JsonRecordReader::State {
     simdjson::ondemand::parser parser;
+    simdjson::dom::parser whole;  // of lines with keys that nobody knows
+
+    /// Whether nothing stands behind the value that was read, and what was passed over in it is well-formed.
+    bool ends(simdjson::ondemand::document& document, simdjson::padded_string_view text, bool skipped,
+              LineError& error) {
+        if (document.current_location().error() != simdjson::OUT_OF_BOUNDS) {
+            return refuse(error, "", "more than one JSON value");
+        }
+        const auto code = skipped ? whole.parse(text.data(), text.size(), false).error() : simdjson::SUCCESS;
+        return code == simdjson::SUCCESS || refuseJson(error, code);
+    }
 };
 
 JsonRecordReader::JsonRecordReader(const RecordType& type) : type_(type), state_(std::make_unique<State>()) {}
@@ -277,11 +233,8 @@ bool JsonRecordReader::readLine(std::string_view line, IData& record, FileNotes&
     if (const auto code = document.get_object().get(object)) {
         return code == simdjson::INCORRECT_TYPE ? refuse(error, "", "a JSON object expected") : refuseJson(error, code);
     }
-    if (!Pass(notes, error).readObject(object, type_, record)) {
-        return false;
-    }
-    const bool more = document.current_location().error() != simdjson::OUT_OF_BOUNDS;
-    return !more || refuse(error, "", "more than one JSON value");
+    Pass pass(notes, error);
+    return pass.readObject(object, type_, record) && state_->ends(document, padded, pass.skipped(), error);
 }
 
 bool JsonRecordReader::readComponents(std::string_view array, const Field& field, IData& record, FileNotes& notes,
@@ -293,14 +246,13 @@ bool JsonRecordReader::readComponents(std::string_view array, const Field& field
         document.get_array().get(items) != simdjson::SUCCESS) {
         return refuse(error, field.name(), "a JSON array expected");
     }
-    if (!Pass(notes, error).readComponents(items, field, record)) {
-        if (error.field.empty()) {
-            error.field = field.name();
-        }
-        return false;
+    Pass pass(notes, error);
+    const bool good =
+        pass.readComponents(items, field, record) && state_->ends(document, padded, pass.skipped(), error);
+    if (!good && error.field.empty()) {
+        error.field = field.name();
     }
-    const bool more = document.current_location().error() != simdjson::OUT_OF_BOUNDS;
-    return !more || refuse(error, field.name(), "more than one JSON value");
+    return good;
 }
 
 }  // namespace inscenter

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <ostream>
 #include <system_error>
+#include <type_traits>
 
 #include "platform/record/Records.h"
 #include "tools/inscenter/Interruption.h"
@@ -34,6 +35,14 @@ constexpr std::array kInstrumentColumns{
     "expireDate", "optionType",     "underlyingCode", "strikePrice", "mainContractFlag", "combinedConnectFlags",
     "priceTick",  "volumeMultiple", "lotSize",        "planType"};
 
+std::vector<const Field*> allFields(const RecordType& type) {
+    std::vector<const Field*> fields;
+    for (const Field& field : type.fields()) {
+        fields.push_back(&field);
+    }
+    return fields;
+}
+
 std::vector<const Field*> candidates(const RecordType& type) {
     std::vector<const Field*> fields;
     if (type.find("platformCode") != nullptr) {
@@ -44,10 +53,7 @@ std::vector<const Field*> candidates(const RecordType& type) {
         }
         return fields;
     }
-    for (const Field& field : type.fields()) {
-        fields.push_back(&field);
-    }
-    return fields;
+    return allFields(type);
 }
 
 /// Whether the texts of a column stand for something by every letter, so that a part of one is of no use.
@@ -61,89 +67,73 @@ bool isIdentifier(std::string_view column) {
     return std::find(kIdentifiers.begin(), kIdentifiers.end(), column) != kIdentifiers.end();
 }
 
-bool isNumber(const Field& field) {
-    return field.kind() != FieldKind::Text;
-}
-
-/// A field as people read it: a basket as the number of its components.
-std::string shownField(const Field& field, const IData& record) {
-    std::string text;
-    if (field.kind() == FieldKind::Components) {
-        return std::to_string(field.in<mxservice::ComponentMap>(record).size());
-    }
-    appendField(text, field, record);
-    return field.kind() == FieldKind::Text ? printable(text) : text;
-}
-
-std::string listedField(const Field& field, const IData& record) {
-    if (field.isDefault(record)) {
-        return {};
-    }
-    std::string text = shownField(field, record);
-    return isIdentifier(field.name()) ? text : cutText(text, Output::kMaxColumns);
-}
-
-std::string joined(const std::vector<std::string>& texts, std::string_view separator) {
-    std::string all;
-    for (const std::string& text : texts) {
-        all += all.empty() ? std::string_view() : separator;
-        all += text;
-    }
-    return all;
-}
-
-std::string cellText(const Cell& cell, std::string_view separator) {
-    if (std::holds_alternative<std::monostate>(cell)) {
-        return {};
-    }
-    if (const auto* const text = std::get_if<std::string>(&cell)) {
-        return *text;
-    }
-    if (const auto* const whole = std::get_if<std::int64_t>(&cell)) {
-        return std::to_string(*whole);
-    }
-    if (const auto* const list = std::get_if<std::vector<std::string>>(&cell)) {
-        return joined(*list, separator);
-    }
-    std::string number;
-    appendNumber(number, std::get<double>(cell));
-    return number;
-}
-
 bool isNumber(const Cell& cell) {
     return std::holds_alternative<std::int64_t>(cell) || std::holds_alternative<double>(cell);
 }
 
+/// A cell as people read it: a basket as the number of its components.
 std::string shownCell(const Cell& cell) {
-    return printable(cellText(cell, ", "));
+    const auto* const basket = std::get_if<Basket>(&cell);
+    return basket != nullptr ? std::to_string((*basket)->size()) : printable(cellText(cell, ", "));
 }
 
-std::vector<const Field*> allFields(const IData& record) {
-    std::vector<const Field*> fields;
-    for (const Field& field : record.recordType().fields()) {
-        fields.push_back(&field);
+/// A field as lists show it: texts of which a part is of use are cut.
+Cell listedCell(const Field& field, const IData& record) {
+    if (field.isDefault(record)) {
+        return {};
     }
-    return fields;
+    Cell cell = cellOf(field, record);
+    const bool cut = std::holds_alternative<std::string>(cell) && !isIdentifier(field.name());
+    return cut ? Cell(cutText(shownCell(cell), Output::kMaxColumns)) : cell;
 }
 
 }  // namespace
 
+Cell cellOf(const Field& field, const IData& record) {
+    return mxservice::visitField(field, record, [](const auto& member) -> Cell {
+        using Member = std::decay_t<decltype(member)>;
+        if constexpr (std::is_same_v<Member, mxservice::ComponentMap>) {
+            return &member;
+        } else if constexpr (std::is_integral_v<Member>) {
+            return static_cast<std::int64_t>(member);
+        } else {
+            return member;
+        }
+    });
+}
+
+std::string cellText(const Cell& cell, std::string_view separator) {
+    if (const auto* const text = std::get_if<std::string>(&cell)) {
+        return *text;
+    }
+    if (const auto* const list = std::get_if<std::vector<std::string>>(&cell)) {
+        return fmt::format("{}", fmt::join(*list, separator));
+    }
+    std::string text;
+    if (!std::holds_alternative<std::monostate>(cell)) {
+        appendJsonCell(text, cell);
+    }
+    return text;
+}
+
 void appendJsonCell(std::string& out, const Cell& cell) {
     if (const auto* const text = std::get_if<std::string>(&cell)) {
         appendJsonString(out, *text);
-    } else if (std::holds_alternative<std::monostate>(cell)) {
-        out += "null";
+    } else if (const auto* const whole = std::get_if<std::int64_t>(&cell)) {
+        out += std::to_string(*whole);
+    } else if (const auto* const number = std::get_if<double>(&cell)) {
+        appendNumber(out, *number);
+    } else if (const auto* const basket = std::get_if<Basket>(&cell)) {
+        appendJson(out, **basket);
     } else if (const auto* const list = std::get_if<std::vector<std::string>>(&cell)) {
-        out += '[';
-        const char* separator = "";
+        char separator = '[';
         for (const std::string& item : *list) {
-            out += separator;
+            out += std::exchange(separator, ',');
             appendJsonString(out, item);
-            separator = ",";
         }
-        out += ']';
+        out += list->empty() ? "[]" : "]";
     } else {
-        out += cellText(cell, {});
+        out += "null";
     }
 }
 
@@ -228,105 +218,91 @@ void Output::csvLine(const std::vector<std::string>& cells) {
 
 void Output::records(const RecordType& type, const std::vector<RecordPtr>& records, std::string_view nothing,
                      const Fields& fields) {
-    if (format_ == Format::Table) {
-        if (records.empty()) {
-            if (!nothing.empty()) {
-                note(nothing);
-            }
-        } else {
-            recordTable(records, fields.empty() ? usualFields(records) : fields);
-        }
-        return;
-    }
-    if (fields.empty()) {
+    if (format_ != Format::Table && fields.empty()) {
         details(type, records);
+    } else if (format_ != Format::Table || !records.empty()) {
+        recordRows(records, fields.empty() ? usualFields(records) : fields);
+    } else if (!nothing.empty()) {
+        note(nothing);
+    }
+}
+
+void Output::recordRows(const std::vector<RecordPtr>& records, const Fields& fields) {
+    Rows rows;
+    for (const Field* const field : fields) {
+        rows.columns.push_back({field->name(), field->kind() != FieldKind::Text, isIdentifier(field->name())});
+    }
+    rows.count = records.size();
+    rows.cell = [&](std::size_t row, std::size_t column) {
+        const Field& field = *fields[column];
+        const IData& record = *records[row];
+        return format_ == Format::Table                            ? listedCell(field, record)
+               : format_ == Format::Csv && field.isDefault(record) ? Cell()
+                                                                   : cellOf(field, record);
+    };
+    rows.leastText = kLeastText;
+    write(rows);
+}
+
+void Output::write(const Rows& rows) {
+    const auto& columns = rows.columns;
+    if (format_ == Format::Table) {
+        textTable(rows);
         return;
     }
+    std::vector<std::string> cells(columns.size());
     if (format_ == Format::Csv) {
-        std::vector<std::string> names;
-        for (const Field* const field : fields) {
-            names.push_back(field->name());
+        std::transform(columns.begin(), columns.end(), cells.begin(), [](const auto& column) { return column.title; });
+        csvLine(cells);
+    }
+    for (std::size_t row = 0; row < rows.count; ++row) {
+        for (std::size_t i = 0; i < columns.size(); ++i) {
+            if (format_ == Format::Csv) {
+                cells[i] = cellText(rows.cell(row, i), " ");
+                continue;
+            }
+            text_ += i == 0 ? '{' : ',';
+            appendJsonString(text_, columns[i].title);
+            appendJsonCell(text_ += ':', rows.cell(row, i));
         }
-        csvLine(names);
-    }
-    for (const RecordPtr& record : records) {
-        recordLine(*record, fields);
+        if (format_ == Format::Csv) {
+            csvLine(cells);
+        } else {
+            line("}");
+        }
     }
 }
 
-void Output::recordTable(const std::vector<RecordPtr>& records, const Fields& fields) {
-    TextTable table;
-    table.leastText = kLeastText;
-    for (const Field* const field : fields) {
-        table.columns.push_back({field->name(), isNumber(*field), isIdentifier(field->name())});
-    }
-    table.rows = records.size();
-    table.cell = [&](std::size_t row, std::size_t column) { return listedField(*fields[column], *records[row]); };
-    textTable(table);
-}
-
-void Output::textTable(const TextTable& table) {
+void Output::textTable(const Rows& rows) {
+    TextTable table{rows.columns, rows.count,
+                    [&](std::size_t row, std::size_t column) { return shownCell(rows.cell(row, column)); }, rows.tone,
+                    rows.leastText};
     const std::vector<std::string> missing = table.append(text_, screen_, [this] { lineDone(); });
     first_ = false;
     if (!missing.empty()) {
-        note("(no room for: " + joined(missing, ", ") + ")");
+        note(fmt::format("(no room for: {})", fmt::join(missing, ", ")));
     }
-}
-
-void Output::recordLine(const IData& record, const Fields& fields) {
-    if (format_ == Format::Csv) {
-        csvRecord(record, fields);
-        return;
-    }
-    char separator = '{';
-    for (const Field* const field : fields) {
-        text_ += separator;
-        appendJsonString(text_, field->name());
-        text_ += ':';
-        appendJsonField(text_, *field, record);
-        separator = ',';
-    }
-    text_ += "}\n";
-    lineDone();
-}
-
-void Output::csvRecord(const IData& record, const Fields& fields) {
-    std::vector<std::string> cells(fields.size());
-    for (std::size_t i = 0; i < fields.size(); ++i) {
-        if (!fields[i]->isDefault(record)) {
-            appendField(cells[i], *fields[i], record);
-        }
-    }
-    csvLine(cells);
 }
 
 void Output::details(const RecordType& type, const std::vector<RecordPtr>& records) {
     if (format_ == Format::Csv) {
-        csvLine(fieldNames(type));
+        recordRows(records, allFields(type));
+        return;
     }
     for (const RecordPtr& record : records) {
-        recordDetail(*record);
-        lineDone();
-    }
-}
-
-void Output::recordDetail(const IData& record) {
-    if (format_ == Format::Json) {
-        appendJson(text_, record);
-        text_ += '\n';
-        return;
-    }
-    if (format_ == Format::Csv) {
-        csvRecord(record, allFields(record));
-        return;
-    }
-    std::vector<std::pair<std::string, std::string>> lines;
-    for (const Field& field : record.recordType().fields()) {
-        if (!field.isDefault(record)) {
-            lines.emplace_back(field.name(), shownField(field, record));
+        if (format_ == Format::Json) {
+            appendJson(text_, *record);
+            line("");
+            continue;
         }
+        std::vector<std::pair<std::string, std::string>> lines;
+        for (const Field& field : record->recordType().fields()) {
+            if (!field.isDefault(*record)) {
+                lines.emplace_back(field.name(), shownCell(cellOf(field, *record)));
+            }
+        }
+        block(lines);
     }
-    block(lines);
 }
 
 void Output::block(const std::vector<std::pair<std::string, std::string>>& lines) {
@@ -340,6 +316,7 @@ void Output::block(const std::vector<std::pair<std::string, std::string>>& lines
         appendPadded(text_, name, width, false);
         text_ += "  " + value + '\n';
     }
+    lineDone();
 }
 
 void Output::blocks(const Table& table) {
@@ -356,52 +333,26 @@ void Output::blocks(const Table& table) {
             }
         }
         block(lines);
-        lineDone();
     }
 }
 
 void Output::table(const Table& table, std::string_view nothing) {
-    if (format_ == Format::Csv) {
-        csvLine(table.columns);
-        for (const auto& row : table.rows) {
-            std::vector<std::string> cells;
-            cells.reserve(row.size());
-            for (const Cell& cell : row) {
-                cells.push_back(cellText(cell, " "));
-            }
-            csvLine(cells);
-        }
-        return;
-    }
-    if (format_ == Format::Json) {
-        for (const auto& row : table.rows) {
-            for (std::size_t i = 0; i < row.size(); ++i) {
-                text_ += i == 0 ? '{' : ',';
-                appendJsonString(text_, table.columns[i]);
-                text_ += ':';
-                appendJsonCell(text_, row[i]);
-            }
-            text_ += "}\n";
-            lineDone();
-        }
-        return;
-    }
-    if (table.rows.empty()) {
+    if (format_ == Format::Table && table.rows.empty()) {
         note(nothing);
         return;
     }
-    TextTable text;
+    Rows rows;
     for (std::size_t i = 0; i < table.columns.size(); ++i) {
         const bool numbers =
             std::any_of(table.rows.begin(), table.rows.end(), [i](const auto& row) { return isNumber(row[i]); });
-        text.columns.push_back({table.columns[i], numbers, isIdentifier(table.columns[i])});
+        rows.columns.push_back({table.columns[i], numbers, isIdentifier(table.columns[i])});
     }
-    text.rows = table.rows.size();
-    text.cell = [&](std::size_t row, std::size_t column) { return shownCell(table.rows[row][column]); };
+    rows.count = table.rows.size();
+    rows.cell = [&](std::size_t row, std::size_t column) { return table.rows[row][column]; };
     if (!table.tones.empty()) {
-        text.tone = [&](std::size_t row) { return table.tones[row]; };
+        rows.tone = [&](std::size_t row) { return table.tones[row]; };
     }
-    textTable(text);
+    write(rows);
 }
 
 }  // namespace inscenter

@@ -3,6 +3,7 @@
 #include <boost/shared_ptr.hpp>
 
 #include <cstdint>
+#include <functional>
 #include <iosfwd>
 #include <string>
 #include <string_view>
@@ -19,8 +20,12 @@ namespace inscenter {
 /// How answers are written: for people, as one JSON object a line, or as CSV with a header line.
 enum class Format { Table, Json, Csv };
 
-/// Nothing (null in JSON, an empty cell elsewhere), texts, numbers, and lists of texts.
-using Cell = std::variant<std::monostate, std::string, std::int64_t, double, std::vector<std::string>>;
+/// A basket of the record that it belongs to.
+using Basket = const mxservice::ComponentMap*;
+
+/// Nothing (null in JSON, an empty cell elsewhere), texts, numbers, lists of texts, and baskets: as JSON, to people as
+/// the number of components.
+using Cell = std::variant<std::monostate, std::string, std::int64_t, double, std::vector<std::string>, Basket>;
 
 /// An answer that is not made of records.
 struct Table {
@@ -28,6 +33,12 @@ struct Table {
     std::vector<std::vector<Cell>> rows;
     std::vector<Tone> tones = {};  ///< of the rows; empty: all plain
 };
+
+/// The field as a cell.
+Cell cellOf(const mxservice::Field& field, const mxservice::IData& record);
+
+/// The cell as the text of a CSV cell, the texts of a list with `separator` between them.
+std::string cellText(const Cell& cell, std::string_view separator);
 
 /// Appends the cell as a JSON value.
 void appendJsonCell(std::string& out, const Cell& cell);
@@ -81,12 +92,20 @@ public:
 
 private:
     using Fields = std::vector<const mxservice::Field*>;
+    static constexpr std::size_t kUsualLeastText = 8;
 
-    void recordTable(const std::vector<RecordPtr>& records, const Fields& fields);
-    void recordLine(const mxservice::IData& record, const Fields& fields);
-    void recordDetail(const mxservice::IData& record);
-    void csvRecord(const mxservice::IData& record, const Fields& fields);
-    void textTable(const TextTable& table);
+    /// An answer that is asked for cell by cell, so that no long list is there twice.
+    struct Rows {
+        std::vector<TextTable::Column> columns;
+        std::size_t count = 0;
+        std::function<Cell(std::size_t row, std::size_t column)> cell;
+        std::function<Tone(std::size_t row)> tone;  ///< may be empty
+        std::size_t leastText = kUsualLeastText;    ///< of a text, see TextTable
+    };
+
+    void recordRows(const std::vector<RecordPtr>& records, const Fields& fields);
+    void write(const Rows& rows);
+    void textTable(const Rows& rows);
     void block(const std::vector<std::pair<std::string, std::string>>& lines);
     void lineDone();
     /// The remark as lines of the screen.

@@ -31,24 +31,15 @@ const Field& fieldOf(const RecordType& type, std::string_view name) {
     return *field;
 }
 
+/// What a field is ordered by if it is no text: a basket by its size.
 double numberIn(const Field& field, const IData& record) {
-    switch (field.kind()) {
-        case FieldKind::Text:
-            return 0;
-        case FieldKind::Int8:
-            return field.in<std::int8_t>(record);
-        case FieldKind::Int32:
-            return field.in<std::int32_t>(record);
-        case FieldKind::UInt32:
-            return field.in<std::uint32_t>(record);
-        case FieldKind::Int64:
-            return static_cast<double>(field.in<std::int64_t>(record));
-        case FieldKind::Double:
-            return field.in<double>(record);
-        case FieldKind::Components:
-            return static_cast<double>(field.in<mxservice::ComponentMap>(record).size());
-    }
-    return 0;
+    return mxservice::visitField(field, record, [](const auto& member) {
+        if constexpr (std::is_arithmetic_v<std::decay_t<decltype(member)>>) {
+            return static_cast<double>(member);
+        } else {
+            return static_cast<double>(member.size());
+        }
+    });
 }
 
 template <class Value>

@@ -1,10 +1,16 @@
 #include "tools/inscenter/RecordText.h"
 
+#include <csv.h>
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <iterator>
+#include <type_traits>
+#include <utility>
 
 #include "platform/record/Records.h"
 #include "tools/inscenter/Utf8.h"
@@ -14,7 +20,6 @@ namespace {
 
 using mxservice::ComponentMap;
 using mxservice::Field;
-using mxservice::FieldKind;
 using mxservice::IData;
 
 /// Room for every number: 24 characters for a double with an exponent, 20 for 64 bits.
@@ -27,28 +32,25 @@ void appendShortest(std::string& out, Number value, Form... form) {
     out.append(buffer.data(), end);
 }
 
-void appendEscaped(std::string& out, unsigned char character) {
-    constexpr const char* kHex = "0123456789abcdef";
-    out += "\\u00";
-    out += kHex[character >> 4U];
-    out += kHex[character & 0xFU];
-}
-
 bool isPlain(unsigned char character) {
     return character >= 0x20 && character < 0x7F && character != '"' && character != '\\';
 }
 
-void appendComponents(std::string& out, const ComponentMap& components) {
-    out += '[';
-    const char* separator = "";
-    for (const auto& [code, component] : components) {
-        if (component) {
-            out += separator;
-            appendJson(out, *component);
-            separator = ",";
-        }
+void appendMember(std::string& out, const ComponentMap& components) {
+    appendJson(out, components);
+}
+
+void appendMember(std::string& out, const std::string& text) {
+    out += text;
+}
+
+template <class Number>
+void appendMember(std::string& out, Number value) {
+    if constexpr (std::is_floating_point_v<Number>) {
+        appendNumber(out, value);
+    } else {
+        appendShortest(out, value);
     }
-    out += ']';
 }
 
 }  // namespace
@@ -86,7 +88,7 @@ void appendJsonString(std::string& out, std::string_view text) {
             out += '\\';
             out += text.front();
         } else if (next.value < 0x20 || next.value == 0x7F) {
-            appendEscaped(out, static_cast<unsigned char>(next.value));
+            fmt::format_to(std::back_inserter(out), "\\u{:04x}", static_cast<unsigned>(next.value));
         } else {
             out.append(text.substr(0, next.length));
         }
@@ -96,37 +98,17 @@ void appendJsonString(std::string& out, std::string_view text) {
 }
 
 void appendField(std::string& out, const Field& field, const IData& record) {
-    switch (field.kind()) {
-        case FieldKind::Text:
-            out += field.in<std::string>(record);
-            break;
-        case FieldKind::Int8:
-            appendShortest(out, static_cast<int>(field.in<std::int8_t>(record)));
-            break;
-        case FieldKind::Int32:
-            appendShortest(out, field.in<std::int32_t>(record));
-            break;
-        case FieldKind::UInt32:
-            appendShortest(out, field.in<std::uint32_t>(record));
-            break;
-        case FieldKind::Int64:
-            appendShortest(out, field.in<std::int64_t>(record));
-            break;
-        case FieldKind::Double:
-            appendNumber(out, field.in<double>(record));
-            break;
-        case FieldKind::Components:
-            appendComponents(out, field.in<ComponentMap>(record));
-            break;
-    }
+    mxservice::visitField(field, record, [&](const auto& member) { appendMember(out, member); });
 }
 
 void appendJsonField(std::string& out, const Field& field, const IData& record) {
-    if (field.kind() == FieldKind::Text) {
-        appendJsonString(out, field.in<std::string>(record));
-    } else {
-        appendField(out, field, record);
-    }
+    mxservice::visitField(field, record, [&](const auto& member) {
+        if constexpr (std::is_same_v<decltype(member), const std::string&>) {
+            appendJsonString(out, member);
+        } else {
+            appendMember(out, member);
+        }
+    });
 }
 
 std::vector<std::string> splitAtCommas(std::string_view list) {
@@ -149,6 +131,15 @@ std::vector<std::string> fieldNames(const mxservice::RecordType& type) {
     return names;
 }
 
+std::string nameOf(const IData& record) {
+    for (const char* const name : {"name", "bondName"}) {
+        if (const Field* const field = record.recordType().find(name)) {
+            return field->in<std::string>(record);
+        }
+    }
+    return {};
+}
+
 void appendJson(std::string& out, const IData& record) {
     char separator = '{';
     for (const Field& field : record.recordType().fields()) {
@@ -165,22 +156,30 @@ void appendJson(std::string& out, const IData& record) {
     out += separator == '{' ? "{}" : "}";
 }
 
+void appendJson(std::string& out, const ComponentMap& components) {
+    char separator = '[';
+    for (const auto& [code, component] : components) {
+        if (component) {
+            out += std::exchange(separator, ',');
+            appendJson(out, *component);
+        }
+    }
+    out += separator == '[' ? "[]" : "]";
+}
+
 void appendCsvCell(std::string& out, std::string_view text) {
     // Blanks at the ends are quoted too: some readers strip them.
-    const bool quoted = text.find_first_of(",\"\r\n") != std::string_view::npos ||
-                        (!text.empty() && (text.front() == ' ' || text.back() == ' '));
-    if (!quoted) {
+    const bool special = text.find_first_of(",\"\r\n") != std::string_view::npos ||
+                         (!text.empty() && (text.front() == ' ' || text.back() == ' '));
+    if (!special) {
         appendUtf8(out, text);
         return;
     }
-    out += '"';
-    for (std::size_t quote = text.find('"'); quote != std::string_view::npos; quote = text.find('"')) {
-        appendUtf8(out, text.substr(0, quote + 1));
-        out += '"';
-        text.remove_prefix(quote + 1);
-    }
-    appendUtf8(out, text);
-    out += '"';
+    std::string valid;
+    appendUtf8(valid, text);
+    std::string quoted(2 * valid.size() + 2, '\0');
+    quoted.resize(csv_write(quoted.data(), quoted.size(), valid.data(), valid.size()));
+    out += quoted;
 }
 
 }  // namespace inscenter

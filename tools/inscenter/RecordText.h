@@ -14,6 +14,9 @@ namespace inscenter {
 /// back; what is no finite number becomes null. Bytes that are not UTF-8 become U+FFFD, so the line is always valid.
 void appendJson(std::string& out, const mxservice::IData& record);
 
+/// Appends a basket as an array of its components.
+void appendJson(std::string& out, const mxservice::ComponentMap& components);
+
 /// Appends `text` as a JSON string, quotes included; bytes that are not UTF-8 become U+FFFD.
 void appendJsonString(std::string& out, std::string_view text);
 
@@ -32,6 +35,9 @@ std::vector<std::string> splitAtCommas(std::string_view list);
 
 /// The names of a class's fields, in the order of its table.
 std::vector<std::string> fieldNames(const mxservice::RecordType& type);
+
+/// What the record is called; empty where its class has no name.
+std::string nameOf(const mxservice::IData& record);
 
 /// Appends a cell of a CSV line, quoted where RFC 4180 asks for it.
 void appendCsvCell(std::string& out, std::string_view text);

@@ -24,7 +24,6 @@ namespace market = mxservice::market;
 using mxservice::CETFComponentStockInfo;
 using mxservice::CInstrumentDetail;
 using mxservice::Field;
-using mxservice::FieldKind;
 
 /// A table of the page.
 struct Sheet {
@@ -35,23 +34,11 @@ struct Sheet {
     bool overview;     ///< stands on the first page instead of on one of its own
 };
 
-Cell cellOf(const Field& field, const mxservice::IData& record) {
-    if (field.isDefault(record)) {
-        return {};
-    }
-    switch (field.kind()) {
-        case FieldKind::Text:
-            return field.in<std::string>(record);
-        case FieldKind::Components:
-            return static_cast<std::int64_t>(field.in<mxservice::ComponentMap>(record).size());
-        case FieldKind::Double:
-            return field.in<double>(record);
-        default: {
-            std::string text;
-            appendField(text, field, record);
-            return static_cast<std::int64_t>(std::stoll(text));
-        }
-    }
+/// A field as the page shows it, without a value that says nothing and with a basket as the number of its components.
+Cell shownCell(const Field& field, const mxservice::IData& record) {
+    const Cell cell = field.isDefault(record) ? Cell() : cellOf(field, record);
+    const auto* const basket = std::get_if<Basket>(&cell);
+    return basket == nullptr ? cell : static_cast<std::int64_t>((*basket)->size());
 }
 
 /// A row of a table that is made of a record.
@@ -80,7 +67,7 @@ Table recordTable(const char* firstColumn, const std::vector<Line>& lines) {
         std::vector<Cell>& row = table.rows.emplace_back();
         row.emplace_back(line.first);
         for (const Field* const field : fields) {
-            row.push_back(cellOf(*field, *line.record));
+            row.push_back(shownCell(*field, *line.record));
         }
     }
     return table;
@@ -119,7 +106,7 @@ Table basketTable(Session& session) {
     return table;
 }
 
-/// Which connect market reaches a Hong Kong stock; each center has its own flags (see Differences.h).
+/// Which connect market reaches a Hong Kong stock; each center has its own flags.
 std::pair<bool, bool> reachedThrough(CenterKind kind, std::uint32_t flags) {
     if (kind == CenterKind::Server) {
         return {flags == 1 || flags == 5, flags == 3 || flags == 5};

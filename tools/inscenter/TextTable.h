@@ -31,7 +31,7 @@ struct TextTable {
     /// Asked twice for every cell: harmless text without line breaks.
     std::function<std::string(std::size_t row, std::size_t column)> cell;
     std::function<Tone(std::size_t row)> tone;  ///< may be empty
-    std::size_t leastText = 8;                  ///< texts are not cut to fewer columns
+    std::size_t leastText;                      ///< texts are not cut to fewer columns
 
     /// Appends the table; `lineDone` is called after each of its lines. Answers the titles of the columns left out.
     std::vector<std::string> append(std::string& out, const Screen& screen,

@@ -15,7 +15,6 @@
 #include "platform/utils/Log.h"
 #include "platform/utils/Utils.h"
 #include "tools/inscenter/CommandLine.h"
-#include "tools/inscenter/Compare.h"
 #include "tools/inscenter/Diff.h"
 #include "tools/inscenter/Shell.h"
 #include "tools/inscenter/Terminal.h"
@@ -26,7 +25,6 @@ namespace {
 
 constexpr int kAnswered = 0;
 constexpr int kKeyMissing = 1;
-constexpr int kDifferent = 1;
 constexpr int kUnreadable = 2;
 constexpr int kSkipped = 3;
 constexpr int kUnwritten = 4;
@@ -134,8 +132,7 @@ int converse(const Command& command, std::ostream& out, Console& console, std::o
     return code == kAnswered ? worthOf(day.stored, day.read) : code;
 }
 
-/// What loads both centers and then asks them.
-int askBoth(const Command& command, std::ostream& out, Console& console) {
+int tour(const Command& command, std::ostream& out, Console& console) {
     const ProcessSettings settings(command);
     std::error_code ignored;
     if (!std::filesystem::is_empty(command.store, ignored) && !ignored) {
@@ -147,11 +144,7 @@ int askBoth(const Command& command, std::ostream& out, Console& console) {
     const BothCenters both = loadBoth(snapshot, console);
     const bool stored = wroteEverything(*both.client, CenterKind::Client, console);
     Output output(out, command.format, screenOf(out));
-    if (command.task == Task::Tour) {
-        showTour(both, snapshot, output);
-    } else if (!compareCenters(both, snapshot, output, console)) {
-        return kDifferent;
-    }
+    showTour(both, snapshot, output, console);
     return worthOf(stored, read);
 }
 
@@ -173,9 +166,8 @@ int run(const Command& command, std::ostream& out, std::ostream& err) {
                 return answer(command, out, console);
             case Task::Shell:
                 return converse(command, out, console, err);
-            case Task::Compare:
             case Task::Tour:
-                return askBoth(command, out, console);
+                return tour(command, out, console);
             case Task::Diff:
                 return diff(command, out, console);
             case Task::Store:

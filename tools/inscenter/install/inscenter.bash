@@ -5,7 +5,7 @@ _inscenter() {
     local global="--help --version --data --center --store --format --jsonl --rules --today --log"
     local listing="--where --fields --sort --limit"
     local verbs="help summary get has list find explain report mains products spreads codes outer etf etfs bond bonds
-        interbank tenderbonds counterparties otc issuances issuanceprices shell store tour compare diff generate"
+        interbank tenderbonds counterparties otc issuances issuanceprices shell store tour diff generate"
     local storeVerbs="ls dump verify stat"
     local markets="SH SZ BJ SHFI HK HGT SGT SHO SZO CFFEX SHFE DCE CZCE INE GFEX NEEQ SHGE BANK ETFINSTS WP NYSE
         NASDAQ OTC SOTC"

@@ -15,15 +15,9 @@
 namespace mxservice {
 namespace {
 
-/// Threads have a number from the first lock that they take; those without note no hits but tell them at once.
-void takeNumber() {
-    SharedMutex lock;
-    lock.lock_shared();
-    lock.unlock_shared();
-}
-
 struct Cache : RecordCache<std::string> {
-    explicit Cache(int capacity) : RecordCache(capacity) { takeNumber(); }
+    /// Threads have a number from their first question of a version; those without one note no hits but tell them at once.
+    explicit Cache(int capacity) : RecordCache(capacity) { sys::ThreadLine::give(); }
 };
 
 boost::shared_ptr<std::string> text(const std::string& value) {
@@ -205,7 +199,7 @@ TEST(RecordCache, ThreadsMeetNothingButTheirOwnRecords) {
         for (unsigned thread = 0; thread < kThreads; ++thread) {
             threads.emplace_back([&, thread] {
                 if (thread > 0) {
-                    takeNumber();
+                    sys::ThreadLine::give();
                 }
                 std::mt19937_64 random(thread);
                 for (int step = 0; step < kSteps; ++step) {

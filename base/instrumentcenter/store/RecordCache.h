@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "base/instrumentcenter/CenterStatistics.h"
-#include "base/instrumentcenter/Guarded.h"
 #include "base/instrumentcenter/catalogue/HashIndex.h"
 #include "system/Spin.h"
+#include "system/ThreadLine.h"
 
 namespace mxservice {
 
@@ -41,16 +41,23 @@ public:
         if (capacity > 0) {
             slots_.resize(static_cast<std::size_t>(capacity));
             byUse_.resize(slots_.size());
-            entries_.write()->reserve(slots_.size() + 1);  // growing would make every lookup wait
+            for (Shelf& shelf : shelves_) {
+                shelf.entries.reserve(slots_.size() / kShelves + 1);
+            }
         }
     }
 
     /// The record, made the youngest; empty when the key is not cached.
     Pointer find(std::uint64_t key) {
-        Entry entry = entries_.answer([key](const HashIndex<Entry>& entries) noexcept {
-            const auto found = entries.find(key);
-            return found == entries.end() ? Entry() : found->second;
-        });
+        Entry entry;
+        {
+            Shelf& shelf = shelfOf(key);
+            const auto guard = sys::lockAwake(shelf.lock);
+            const auto found = shelf.entries.find(key);
+            if (found != shelf.entries.end()) {
+                entry = found->second;
+            }
+        }
         if (entry.slot == kNone) {
             count(&Noter::misses);
         } else {
@@ -75,15 +82,20 @@ public:
         const bool full = used_ == static_cast<int>(slots_.size());
         const int slot = full ? oldest_ : used_;
         {
-            const auto entries = entries_.write();
-            Entry& entry = (*entries)[key];  // nothing has changed if there is no memory for it
+            Shelf& shelf = shelfOf(key);
+            const auto guardOfShelf = sys::lockAwake(shelf.lock);
+            Entry& entry = shelf.entries[key];  // nothing has changed if there is no memory for it
             entry.slot = slot;
             entry.record.swap(record);  // of two threads that missed on one key the later has its way
+        }
+        if (full && at(slot).key != key) {
+            Shelf& shelf = shelfOf(at(slot).key);
+            const auto guardOfShelf = sys::lockAwake(shelf.lock);
+            const auto former = shelf.entries.find(at(slot).key);
             // Of two slots with one key, the other may have taken the entry along.
-            const auto former = full && at(slot).key != key ? entries->find(at(slot).key) : entries->end();
-            if (former != entries->end()) {
+            if (former != shelf.entries.end()) {
                 former->second.record.swap(evicted);
-                entries->erase(former);
+                shelf.entries.erase(former);
             }
         }
         at(slot).key = key;
@@ -114,13 +126,12 @@ public:
                 }
             }
         }
-        for (std::size_t next = 0; next < fresh.size();) {
-            const auto entries = entries_.write();
-            for (const std::size_t end = std::min(next + kSlice, fresh.size()); next < end; ++next) {
-                const auto cached = entries->find(fresh[next].first);
-                if (cached != entries->end()) {
-                    cached->second.record.swap(fresh[next].second);
-                }
+        for (auto& [key, record] : fresh) {
+            Shelf& shelf = shelfOf(key);
+            const auto guardOfShelf = sys::lockAwake(shelf.lock);
+            const auto cached = shelf.entries.find(key);
+            if (cached != shelf.entries.end()) {
+                cached->second.record.swap(record);
             }
         }
     }
@@ -141,8 +152,8 @@ private:
     static constexpr std::uint32_t kNotes = 256;
     /// So many notes are worth taking the lock for, if nobody has it.
     static constexpr std::uint32_t kManyNotes = 64;
-    /// So many records are replaced while all lookups wait: some microseconds.
-    static constexpr std::size_t kSlice = 256;
+    /// So many parts of the table have a lock each: two threads seldom want one at the same moment.
+    static constexpr std::size_t kShelves = 64;
     static_assert(kNoters <= sys::ThreadLine::kOwned);
     static constexpr std::size_t kLineBytes = 64;
 
@@ -150,6 +161,13 @@ private:
         Pointer record;
         int slot = kNone;
     };
+
+    /// A part of the table, by bits from the middle of the keys: tables go by those at either end.
+    struct Shelf {
+        alignas(kLineBytes) std::mutex lock;
+        HashIndex<Entry> entries;
+    };
+    Shelf& shelfOf(std::uint64_t key) { return shelves_[(key >> 24U) % kShelves]; }
 
     /// A hit. The slot may have gone to another key since.
     struct Note {
@@ -313,7 +331,7 @@ private:
         }
     }
 
-    Guarded<HashIndex<Entry>, EvenSharedMutex> entries_;
+    std::array<Shelf, kShelves> shelves_;
     std::array<Noter, kNoters + 1> noters_;
     alignas(kLineBytes) std::atomic<std::uint64_t> generation_{0};
     alignas(kLineBytes) mutable std::mutex lock_;  // guards the rest; taken before that of the entries

@@ -59,8 +59,9 @@ void ServerChange::applyTo(ServerVersion& version) {
         version.records.put(count, [&](const auto& putOne) {
             for (const auto& [market, records] : *grouped_) {
                 std::uint64_t& replaced = replacedByMarket_[market];
-                visitAhead(records,
-                           [&](const auto& entry) { replaced += putOne(entry.first, entry.second) ? 1U : 0U; });
+                for (const auto& [key, record] : records) {
+                    replaced += putOne(key, record) ? 1U : 0U;
+                }
             }
         });
         // The former sets alone are forgotten: keys that the new ones lack stay filed, until their market is removed.

@@ -7,7 +7,6 @@
 #include <string>
 #include <utility>
 
-#include "base/instrumentcenter/catalogue/Prefetch.h"
 #include "base/instrumentcenter/vocabulary/Markets.h"
 
 namespace mxservice {
@@ -142,9 +141,6 @@ ReceivedByMarket groupRecords(const std::vector<InstrumentPtr>& records, Grouped
     std::vector<InstrumentPtr> held;
     held.reserve(records.size());
     for (std::size_t order = 0; order < records.size(); ++order) {
-        if (order + kRecordsAhead < records.size()) {
-            prefetch(records[order + kRecordsAhead]);
-        }
         const InstrumentPtr& record = held.emplace_back(records[order]);
         if (!record) {
             continue;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <memory>
-#include <type_traits>
 #include <utility>
 
 #include "base/instrumentcenter/catalogue/HashIndex.h"
@@ -22,26 +21,26 @@ public:
     /// Null for a key that is not there.
     const Value* find(StockKey key) const noexcept {
         if (recent_) [[unlikely]] {
-            const auto found = recent_->entries.find(key);
-            if (found != recent_->entries.end()) {
+            const auto found = recent_->find(key);
+            if (found != recent_->end()) {
                 return found->second.erased ? nullptr : &found->second.value;
             }
         }
-        const auto found = large_->entries.find(key);
-        return found == large_->entries.end() ? nullptr : &found->second;
+        const auto found = large_->find(key);
+        return found == large_->end() ? nullptr : &found->second;
     }
     bool contains(StockKey key) const noexcept { return find(key) != nullptr; }
 
     /// Calls `visit` with every key and value.
     template <class Visit>
     void visitAll(const Visit& visit) const {
-        for (const auto& [key, value] : large_->entries) {
-            if (!recent_ || !recent_->entries.contains(key)) {
+        for (const auto& [key, value] : *large_) {
+            if (!recent_ || !recent_->contains(key)) {
                 visit(key, value);
             }
         }
         if (recent_) {
-            for (const auto& [key, entry] : recent_->entries) {
+            for (const auto& [key, entry] : *recent_) {
                 if (!entry.erased) {
                     visit(key, entry.value);
                 }
@@ -51,7 +50,7 @@ public:
 
     std::size_t size() const { return size_; }
     /// What the tables have allocated.
-    std::size_t bytes() const { return tableBytes(large_->entries) + (recent_ ? tableBytes(recent_->entries) : 0); }
+    std::size_t bytes() const { return tableBytes(*large_) + (recent_ ? tableBytes(*recent_) : 0); }
 
     /// Puts values under their keys, of several with one key the last. `source` is given an operation to call with each
     /// of the `count` keys and values, which answers whether the key was there.
@@ -61,7 +60,7 @@ public:
             auto recent = std::make_shared<Recent>(recent_ ? *recent_ : Recent());
             source([&](StockKey key, const Value& value) {
                 const bool known = contains(*recent, key);
-                recent->entries[key] = {value, false};
+                (*recent)[key] = {value, false};
                 size_ += known ? 0U : 1U;
                 return known;
             });
@@ -69,7 +68,7 @@ public:
             return;
         }
         auto large = std::make_shared<Large>();
-        auto& entries = large->entries;
+        auto& entries = *large;
         entries.reserve(std::max(count, size_));
         // The new ones first: what they replace is then not copied, which for pointers would count a reference of each
         // record up and down again.
@@ -88,7 +87,7 @@ public:
             auto recent = std::make_shared<Recent>(recent_ ? *recent_ : Recent());
             for (const StockKey key : keys) {
                 if (contains(*recent, key)) {
-                    recent->entries[key] = {Value(), true};
+                    (*recent)[key] = {Value(), true};
                     --size_;
                 }
             }
@@ -101,8 +100,8 @@ public:
     /// The same, and their values go with the last version that has them.
     void eraseForGood(const KeySet& keys) {
         auto large = std::make_shared<Large>();
-        large->entries.reserve(size_ - std::min(size_, keys.size()));
-        copyRest(large->entries, [&](StockKey key) { return !keys.contains(key); });
+        large->reserve(size_ - std::min(size_, keys.size()));
+        copyRest(*large, [&](StockKey key) { return !keys.contains(key); });
         replace(std::move(large));
     }
 
@@ -114,33 +113,20 @@ private:
         Value value;
         bool erased = false;
     };
-    struct Recent {
-        HashIndex<RecentEntry> entries;
-    };
-    struct Large {
-        HashIndex<Value> entries;
-        Large() = default;
-        Large(const Large&) = delete;
-        Large& operator=(const Large&) = delete;
-        /// Letting go of records waits for memory at each; fetched ahead they come in together.
-        ~Large() {
-            if constexpr (!std::is_trivially_destructible_v<Value>) {
-                releaseAhead(entries);
-            }
-        }
-    };
+    using Recent = HashIndex<RecentEntry>;
+    using Large = HashIndex<Value>;
 
     /// Whether a change goes into the small table: it must stay small beside the large one, too.
     bool isFew(std::size_t keys) const {
         constexpr std::size_t kShare = 16;
-        const std::size_t recent = (recent_ ? recent_->entries.size() : 0) + keys;
-        return recent <= kMostRecent && recent * kShare <= large_->entries.size();
+        const std::size_t recent = (recent_ ? recent_->size() : 0) + keys;
+        return recent <= kMostRecent && recent * kShare <= large_->size();
     }
 
     /// Whether the key is there, with `recent` above the large table.
     bool contains(const Recent& recent, StockKey key) const {
-        const auto found = recent.entries.find(key);
-        return found == recent.entries.end() ? large_->entries.contains(key) : !found->second.erased;
+        const auto found = recent.find(key);
+        return found == recent.end() ? large_->contains(key) : !found->second.erased;
     }
 
     template <class Wanted>
@@ -151,26 +137,27 @@ private:
             }
         };
         if (recent_) {
-            for (const auto& [key, entry] : recent_->entries) {
+            for (const auto& [key, entry] : *recent_) {
                 if (!entry.erased) {
                     copy(key, entry.value);
                 }
             }
         }
+        // A copy counts a reference of its record.
         visitAhead(
-            large_->entries,
+            *large_,
             [&](const auto& entry) {
-                if (!recent_ || !recent_->entries.contains(entry.first)) {
+                if (!recent_ || !recent_->contains(entry.first)) {
                     copy(entry.first, entry.second);
                 }
             },
-            [](const Value& value) { prefetch(value); });
+            [](const Value& value) { prefetchCount(value); });
     }
 
-    void keep(std::shared_ptr<const Recent> recent) { recent_ = recent->entries.empty() ? nullptr : std::move(recent); }
+    void keep(std::shared_ptr<const Recent> recent) { recent_ = recent->empty() ? nullptr : std::move(recent); }
 
     void replace(std::shared_ptr<const Large> large) {
-        size_ = large->entries.size();
+        size_ = large->size();
         large_ = std::move(large);
         recent_ = nullptr;
     }

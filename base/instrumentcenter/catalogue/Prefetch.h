@@ -13,24 +13,7 @@ namespace mxservice {
 /// So many records are on their way into the cache at once: about as many misses as a processor can wait for.
 constexpr std::size_t kRecordsAhead = 12;
 
-/// Fetches the begin of a record and its reference count, which boost::make_shared puts right before it; the names of
-/// its market and its code stand first.
-template <class Record>
-void prefetch(const boost::shared_ptr<Record>& record) {
-#ifdef __GNUC__
-    constexpr std::size_t kBytesBefore = 24;
-    constexpr std::size_t kLineBytes = 64;
-    if (record) {
-        const char* begin = reinterpret_cast<const char*>(record.get()) - kBytesBefore;
-        __builtin_prefetch(begin, 1);
-        __builtin_prefetch(begin + kLineBytes, 1);
-    }
-#endif
-}
-template <class Value>
-void prefetch(const Value& /*value*/) {}
-
-/// Fetches a record's reference count alone.
+/// Fetches a record's reference count, which boost::make_shared puts right before it.
 template <class Record>
 void prefetchCount(const boost::shared_ptr<Record>& record) {
 #ifdef __GNUC__
@@ -40,6 +23,9 @@ void prefetchCount(const boost::shared_ptr<Record>& record) {
     }
 #endif
 }
+
+template <class Value>
+void prefetchCount(const Value& /*value*/) {}
 
 /// Fetches all of a record, which is then walked through.
 template <class Record>
@@ -73,10 +59,6 @@ void visitAhead(Container& container, const Visit& visit, const Fetch& fetch) {
         visit(*fetched[(oldest + i) % count]);
     }
 }
-template <class Container, class Visit>
-void visitAhead(Container& container, const Visit& visit) {
-    visitAhead(container, visit, [](const auto& record) { prefetch(record); });
-}
 
 /// Calls `visit` with every key and record, but for empty pointers, having fetched the given members.
 template <class Records, class Visit, class... Members>
@@ -100,7 +82,8 @@ void visitRecords(const Records& records, const Visit& visit, Members... members
 /// Lets go of every record of a container that is about to be destroyed.
 template <class Container>
 void releaseAhead(Container& container) {
-    visitAhead(container, [](auto& entry) { entry.second = {}; });
+    visitAhead(
+        container, [](auto& entry) { entry.second = {}; }, [](const auto& record) { prefetchCount(record); });
 }
 
 }  // namespace mxservice

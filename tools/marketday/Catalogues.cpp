@@ -1,13 +1,12 @@
 // The catalogues beside the instruments: baskets of funds, the interbank market, over-the-counter plans and issues.
 
-#include "tools/marketday/Catalogues.h"
-
 #include <fmt/format.h>
 #include <boost/make_shared.hpp>
 
 #include <algorithm>
 #include <cmath>
 
+#include "tools/marketday/Day.h"
 #include "tools/marketday/Names.h"
 
 namespace marketday {

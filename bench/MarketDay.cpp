@@ -39,6 +39,15 @@ Records makeMarketDay(std::size_t count) {
     return records;
 }
 
+std::vector<boost::shared_ptr<mxservice::CETFDetail>> makeEtfs() {
+    constexpr std::size_t kDay = 60000;
+    std::vector<boost::shared_ptr<mxservice::CETFDetail>> etfs;
+    marketday::MarketDay(kDay, kSeed, kDate).visit("etfs", [&](const boost::shared_ptr<mxservice::IData>& data) {
+        etfs.push_back(boost::static_pointer_cast<mxservice::CETFDetail>(data));
+    });
+    return etfs;
+}
+
 const std::string& filedMarket(const mxservice::CInstrumentDetail& record) {
     static const std::string listed = kListedMarket;
     return record.market == "HGT" || record.market == "SGT" ? listed : record.market;

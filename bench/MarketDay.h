@@ -24,6 +24,9 @@ extern const std::vector<std::string> kLoadedMarkets;
 /// their own, so that what is measured for each record is that of one record wherever it is kept.
 Records makeMarketDay(std::size_t count);
 
+/// The 800 ETFs of an ordinary day, with 10 to 300 components each.
+std::vector<boost::shared_ptr<mxservice::CETFDetail>> makeEtfs();
+
 /// The market under which a center files the record: connect listings are filed under "HK".
 const std::string& filedMarket(const mxservice::CInstrumentDetail& record);
 

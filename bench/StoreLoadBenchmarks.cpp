@@ -24,8 +24,6 @@ using mxservice::IData;
 
 constexpr unsigned kSeed = 20260105;
 constexpr const char* kUnordered = "libbson + LMDB, records as they come";
-constexpr std::size_t kEtfs = 800;
-constexpr std::size_t kComponents = 300;
 constexpr double kLoadAtMost = 1.5;
 constexpr double kUnorderedLoadAtMost = 0.6;
 constexpr double kEtfLoadAtMost = 2;
@@ -154,34 +152,6 @@ Series loadSeries(const char* what, const char* who, std::size_t items, double c
     return series;
 }
 
-std::vector<boost::shared_ptr<CETFDetail>> makeEtfs() {
-    std::vector<boost::shared_ptr<CETFDetail>> etfs;
-    for (std::size_t i = 0; i < kEtfs; ++i) {
-        const auto& etf = etfs.emplace_back(boost::make_shared<CETFDetail>());
-        etf->market = "SH";
-        etf->etfCode = fmt::format("51{:04}", i);
-        etf->prCode = fmt::format("52{:04}", i);
-        etf->name = "沪深三百交易型开放式指数基金" + etf->etfCode;
-        etf->reportUnit = 900000;
-        etf->nav = 4.0 + static_cast<double>(i) / 1000;
-        etf->enableCreation = 1;
-        etf->enableRedemption = 1;
-        etf->tradingDay = "20260105";
-        etf->preTradingDay = "20251231";
-        for (std::size_t component = 0; component < kComponents; ++component) {
-            const auto stock = boost::make_shared<mxservice::CETFComponentStockInfo>();
-            stock->market = component % 2 == 0 ? "SH" : "SZ";
-            stock->code = fmt::format("{:06}", (component % 2 == 0 ? 600000 : 0) + i + component * 7);
-            stock->name = "证券简称" + stock->code;
-            stock->quantity = static_cast<std::int64_t>(100 * (component + 1));
-            stock->substituteFlag = 1;
-            stock->premiumRatio = 0.1;
-            etf->components[stock->code] = stock;
-        }
-    }
-    return etfs;
-}
-
 }  // namespace
 
 StoreLoads::StoreLoads(std::size_t size) : records_(makeMarketDay(size)) {
@@ -219,10 +189,10 @@ EtfLoads::EtfLoads() : etfs_(makeEtfs()) {
 }
 
 void EtfLoads::add(Suite& suite) const {
-    suite.add(loadSeries(kEtfLoad, kCenter, kEtfs, 0),
+    suite.add(loadSeries(kEtfLoad, kCenter, etfs_.size(), 0),
               timeLoads([] { return std::make_unique<FreshCenter>(); },
                         [this](FreshCenter& fresh) { fresh.center.initEtfs(etfs_); }));
-    suite.add(loadSeries(kEtfLoad, kFloor, kEtfs, kEtfLoadAtMost),
+    suite.add(loadSeries(kEtfLoad, kFloor, etfs_.size(), kEtfLoadAtMost),
               timeLoads([] { return std::make_unique<FreshStores>(); },
                         [this](FreshStores& fresh) { writeInOrder(day_, fresh); }));
 }

@@ -1,13 +1,12 @@
 // The catalogues beside the instruments: baskets of funds, the interbank market, over-the-counter plans and issues.
 
-#include "tools/marketday/Catalogues.h"
-
 #include <fmt/format.h>
 #include <boost/make_shared.hpp>
 
 #include <algorithm>
 #include <cmath>
 
+#include "tools/marketday/Day.h"
 #include "tools/marketday/Names.h"
 
 namespace marketday {
@@ -65,7 +64,7 @@ Data etf(const Day& day, std::size_t index) {
     etf->etfCode = fund->code;
     etf->prCode = fund->code;
     if (market == "SH") {
-        etf->prCode.back() = '1';
+        etf->prCode.back() = '1';  // in Shenzhen creation goes under the fund's own code
     }
     etf->name = fund->name;
     etf->reportUnit = dice.between<std::int32_t>(1, 20) * 100'000;
@@ -173,6 +172,7 @@ Data counterparty(const Day& day, std::size_t index) {
     party->counterpartyType = type.name;
     party->shortName = inventCompany(dice).brand.text;
     party->name = party->shortName + type.ending;
+    // Some that were withdrawn: a load leaves them out.
     party->removed = index % 12 == 5 ? 1 : 0;
     party->contact = dice.oneIn(2) ? "交易部" : "固定收益部";
     party->phone = fmt::format("000-{:08}", dice.between(0, 99'999'999));
@@ -189,6 +189,7 @@ Data fundPlan(const Day& day, std::size_t index) {
         *startRecord(day, index % 3 == 2 ? "SOTC" : "OTC", day.code("PA#### PB#### PC####", index));
     const Name brand = inventCompany(dice).brand;
     const auto number = dice.between(1, 99);
+    // All groups, so that none that is asked for is empty.
     plan->planType = static_cast<std::int32_t>(index % 5) + 1;
     plan->name = fmt::format("{}{}{}号", brand.text, dice.pick(kForms), number);
     plan->spellName = fmt::format("{}{}", brand.spell, number);

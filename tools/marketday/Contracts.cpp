@@ -53,7 +53,8 @@ Record contract(const Day& day, const Product& product, std::string code, std::i
     record->productGroup = static_cast<std::int32_t>(product.group);
     record->volumeMultiple = product.multiple;
     record->listingDate = day.after(-dice.between(1'000, 7'000));
-    // A move to the limit uses up four fifths of the margin.
+    // A move to the limit uses up four fifths of the margin. The close is up to three steps off the settlement price
+    // and must lie within the limits.
     const std::int64_t band = product.marginPercent > 0 ? ticks * product.marginPercent * 8 / 1'000 : ticks / 10;
     setPrices(*record, product.tick, ticks, product.outer != nullptr ? 0 : std::max<std::int64_t>(band, 4));
     record->preSettlementPrice = record->preClosePrice;
@@ -105,6 +106,7 @@ Record monthContract(const Day& day, const Product& product, Month month) {
         return record;
     }
     record->spellName += delivery;
+    // Half of them come with the decade on the platform, so that a second code is asked for here, too.
     if (isShort && number % 2 == 0) {
         record->platformCode = product.id + delivery;
     }
@@ -124,7 +126,8 @@ struct Alias {
 };
 constexpr Alias kAliases[] = {{"888", "L8", "主连"}, {"000", "00", "连续"}, {"999", "main", "主力"}};
 
-/// A continuous contract, at the price of the nearest.
+/// A continuous contract, at the price of the nearest: the same throws of the dice. Only the endings of its platform
+/// code tell it from a month, so each of them is there in a day of any size.
 Record aliasContract(const Day& day, const Product& product, const Alias& alias) {
     Dice nearest = day.dice(product.id, static_cast<std::size_t>(std::stoi(yymm(deliveryMonth(day, product, 0)))));
     const std::int64_t ticks = settlementTicks(product, nearest);
@@ -143,6 +146,7 @@ struct Listing {
                 products.push_back(&product);
             }
         }
+        // Enough for two months to choose a leader from, a third to move on to, and a continuous contract.
         const std::size_t least = isAbroad ? 2 : hasProducts ? 1 : 4;
         products.resize(std::clamp<std::size_t>(count / least, 1, products.size()));
     }
@@ -192,7 +196,8 @@ void visitFutures(const Day& day, const Row& row, const Visit& visit) {
     }
 }
 
-/// A spread of two legs: the price is their difference, which has limits on both sides of 0.
+/// A spread of two legs: the first one's contract but for what follows from both. Its price is their difference, so it
+/// has limits on both sides of 0.
 Record spread(const Day& day, std::string_view kind, const Product& first, Month firstMonth, const Product& second,
               Month secondMonth) {
     Record record = monthContract(day, first, firstMonth);
@@ -235,6 +240,7 @@ void visitSpreads(const Day& day, const Row& row, const Visit& visit) {
 
 // Options
 
+// Few underlyings with many strikes, as on an exchange: a small day has a whole chain rather than an option of each.
 constexpr std::size_t kOptionsOfAnUnderlying = 200;
 constexpr std::size_t kExpiries = 4;
 constexpr std::size_t kIndexSeries = 6;
@@ -286,6 +292,7 @@ AllSeries futureSeries(const Day& day, const Row& row) {
         for (std::size_t i = 0; i < 2 * std::max<std::size_t>(expiries, 1); ++i) {
             const Month month = deliveryMonth(day, product, i / 2);
             const Record future = monthContract(day, product, month);
+            // Whole steps, so that nothing is left to how a machine rounds.
             const auto inTicks = [&](double amount) { return std::llround(amount / product.tick.price(1)); };
             all.push_back({&product, future, month, i % 2 == 0, inTicks(future->preSettlementPrice),
                            inTicks(static_cast<double>(product.strikeStep)), product.strikeStep});
@@ -359,6 +366,7 @@ Record option(const Day& day, const Row& row, const Series& series, std::int64_t
 /// Deals the row's count to the series, strikes with the underlying's price in their middle.
 void visitOptions(const Day& day, const Row& row, const Visit& visit) {
     const AllSeries all = row.kind == Kind::StockOption ? stockSeries(day, row) : futureSeries(day, row);
+    // Codes of stock options tell nothing about them: they are numbers in the order of listing.
     std::uint64_t code = row.kind == Kind::StockOption ? std::stoull(row.codes) : 0;
     for (std::size_t i = 0; i < all.size(); ++i) {
         const auto strikes = static_cast<std::int64_t>(evenShare(day.count(row), all.size(), i));

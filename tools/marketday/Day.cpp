@@ -102,7 +102,7 @@ std::string isin(std::string_view country, std::string_view prefix, std::string_
 }
 
 Record startRecord(const Day& day, std::string_view market, std::string code) {
-    const auto record = boost::make_shared<mxservice::CInstrumentDetail>();
+    auto record = boost::make_shared<mxservice::CInstrumentDetail>();
     record->market = market;
     record->platformCode = code;
     record->code = std::move(code);

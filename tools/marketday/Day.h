@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,7 +17,8 @@
 namespace marketday {
 
 using Record = boost::shared_ptr<mxservice::CInstrumentDetail>;
-using Visit = std::function<void(const boost::shared_ptr<mxservice::IData>&)>;
+using Data = boost::shared_ptr<mxservice::IData>;
+using Visit = std::function<void(const Data&)>;
 using Date = std::chrono::sys_days;
 using Month = std::chrono::year_month;
 
@@ -75,5 +77,16 @@ Record listed(const Day& day, std::string_view market, Kind kind, std::size_t in
 
 /// The records of a row of contracts: futures, spreads, options.
 void visitContracts(const Day& day, const Row& row, const Visit& visit);
+
+/// A catalogue beside the instruments: one record for so many of these, within limits.
+struct Catalogue {
+    const char* name;
+    Data (*make)(const Day& day, std::size_t index);  ///< null: the day is too small for so many
+    std::size_t instrumentsForOne;
+    std::size_t least;
+    std::size_t most;
+};
+
+extern const std::span<const Catalogue> kCatalogues;
 
 }  // namespace marketday

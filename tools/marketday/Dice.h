@@ -11,7 +11,8 @@ namespace marketday {
 class Dice {
 public:
     /// The stream of one record, found by a label and the record's number: any record can be made again without those
-    /// before it, so that a basket names its components without a list of all stocks.
+    /// before it, so that a basket names its components without a list of all stocks. The order of throws is part of
+    /// the day: one throw more changes what comes after it in the record, and no other record.
     Dice(std::uint64_t seed, std::string_view label, std::uint64_t number) : state_(0xcbf29ce484222325ULL ^ seed) {
         for (const char letter : label) {  // FNV-1a
             state_ = (state_ ^ static_cast<unsigned char>(letter)) * 0x100000001b3ULL;

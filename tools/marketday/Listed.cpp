@@ -77,7 +77,8 @@ Name displayName(const Company& company, Dice& dice) {
     return name;
 }
 
-/// The company whose share has that code.
+/// The company whose share has that code. It has dice of its own, so that a convertible bond finds the issuer's name
+/// without the marks that the share's name may bear.
 Company companyOf(const Day& day, const std::string& code) {
     Dice dice = day.dice(code, 0);
     return inventCompany(dice);
@@ -99,7 +100,8 @@ void setShare(const Day& day, const Row& row, CInstrumentDetail& record, std::si
         record.issuePrice = record.securityClass == 5 ? record.preClosePrice : 0;
         return;
     }
-    if (record.name.find("ST") != std::string::npos) {  // under special treatment a share moves 5 per cent
+    // Under special treatment a share moves 5 per cent and is not lent.
+    if (record.name.find("ST") != std::string::npos) {
         const auto close = std::llround(record.preClosePrice * 100);
         setPrices(record, row.terms.tick, close, (close * 50 + 500) / 1'000);
     } else {
@@ -326,7 +328,7 @@ Record listed(const Day& day, const Row& row, std::size_t index) {
                                                                                    issueRecord};
         return kMake[static_cast<std::size_t>(row.kind) - static_cast<std::size_t>(Kind::HongKong)](day, row, index);
     }
-    // Every fourth bond of the fixed income platform stands under "SH" as well.
+    // Every fourth bond of the fixed income platform stands under "SH" as well: both centers file the two as one.
     if (row.market == std::string_view("SHFI") && index % 4 == 1 && index / 4 < day.count("SH", Kind::Bond)) {
         Record twin = listed(day, "SH", Kind::Bond, index / 4);
         twin->market = row.market;

@@ -6,7 +6,7 @@
 #include <stdexcept>
 
 #include "platform/utils/Calendar.h"
-#include "tools/marketday/Catalogues.h"
+#include "tools/marketday/Day.h"
 
 namespace marketday {
 namespace {

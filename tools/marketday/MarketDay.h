@@ -22,10 +22,10 @@ struct Day;
 /// price steps and limits have the forms of the real exchanges; companies, funds and bonds are made up. Records refer
 /// to each other as real ones do: options to funds and futures, convertible bonds to shares, baskets to their
 /// components, interbank bonds to their listings, new issues to the shares they are of, and the same stock comes under
-/// "HK", "HGT" and "SGT". Of a record's 60 fields about 30
-/// are filled, with 110 bytes of text, as an exchange's file fills them; public lists of real instruments fill fewer. A
-/// document takes 1,366 bytes. Up to about 450 instruments a day grows until every market and every kind of record is
-/// there, then to an ordinary day of 74,000; what exceeds that goes to options, bonds and US stocks.
+/// "HK", "HGT" and "SGT". Of a record's 60 fields about 30 are filled, with 110 bytes of text, as an exchange's file
+/// fills them; public lists of real instruments fill fewer. A document takes 1,366 bytes. Up to about 450 instruments a
+/// day grows until every market and every kind of record is there, then to an ordinary day of 74,000; what exceeds that
+/// goes to options, bonds and US stocks.
 ///
 /// The same size, seed and date give the same records on every machine. Immutable; safe from any thread.
 class MarketDay {

@@ -90,6 +90,7 @@ std::vector<FileNote> FileNotes::notes() const {
 bool assignInteger(const Field& field, IData& record, std::int64_t value, LineError& error) {
     const bool fits = mxservice::visitField(field, record, [value](auto& member) {
         using Member = std::decay_t<decltype(member)>;
+        // A price takes any whole number: the digits that a double drops are no digits of a price.
         if constexpr (std::is_integral_v<Member>) {
             if (!std::in_range<Member>(value)) {
                 return false;

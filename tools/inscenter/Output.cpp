@@ -169,7 +169,7 @@ Output::~Output() {
 
 void Output::lineDone() {
     if (Interruption::happened()) {
-        text_.clear();
+        text_.clear();  // whoever stops an answer wants no more of it
         throw Interrupted();
     }
     if (text_.size() >= kFlushBytes) {
@@ -233,6 +233,7 @@ void Output::recordRows(const std::vector<RecordPtr>& records, const Fields& fie
         rows.columns.push_back({field->name(), field->kind() != FieldKind::Text, isIdentifier(field->name())});
     }
     rows.count = records.size();
+    // A field at its default says nothing, but who asks for a field by its name finds it in every line of JSON.
     rows.cell = [&](std::size_t row, std::size_t column) {
         const Field& field = *fields[column];
         const IData& record = *records[row];

@@ -18,11 +18,6 @@ using mxservice::IData;
 
 constexpr unsigned char kParserOptions = CSV_STRICT | CSV_STRICT_FINI;
 
-bool refuse(LineError& error, std::string field, std::string reason) {
-    error = {std::move(field), std::move(reason)};
-    return false;
-}
-
 void addCell(void* cell, std::size_t size, void* cells) {
     const auto* const text = static_cast<const char*>(cell);
     static_cast<std::vector<std::string>*>(cells)->emplace_back(text == nullptr ? "" : text, size);

@@ -25,11 +25,6 @@ using simdjson::ondemand::value;
 
 static_assert(LineReader::kPadding >= simdjson::SIMDJSON_PADDING);
 
-bool refuse(LineError& error, std::string field, std::string reason) {
-    error = {std::move(field), std::move(reason)};
-    return false;
-}
-
 bool refuseJson(LineError& error, simdjson::error_code code) {
     switch (code) {
         case simdjson::UTF8_ERROR:

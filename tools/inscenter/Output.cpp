@@ -126,12 +126,7 @@ void appendJsonCell(std::string& out, const Cell& cell) {
     } else if (const auto* const basket = std::get_if<Basket>(&cell)) {
         appendJson(out, **basket);
     } else if (const auto* const list = std::get_if<std::vector<std::string>>(&cell)) {
-        char separator = '[';
-        for (const std::string& item : *list) {
-            out += std::exchange(separator, ',');
-            appendJsonString(out, item);
-        }
-        out += list->empty() ? "[]" : "]";
+        appendJsonArray(out, *list, [&](const std::string& item) { appendJsonString(out, item); });
     } else {
         out += "null";
     }

@@ -112,26 +112,25 @@ bool dumpDocument(std::string_view database, std::string_view stored, std::strin
         output.csvLine(cells);
         return error.empty();
     }
-    std::string line = "{";
+    std::string line;
+    const auto add = [&line](std::string_view name, std::string_view text) {
+        line += line.empty() ? '{' : ',';
+        appendJsonString(line, name);
+        appendJsonString(line += ':', text);
+    };
     if (!database.empty()) {
-        line += "\"database\":";
-        appendJsonString(line, database);
-        line += ',';
+        add("database", database);
     }
-    line += "\"key\":";
-    appendJsonString(line, key.key);
+    add("key", key.key);
     if (key.isSub) {
-        line += ",\"field\":";
-        appendJsonString(line, key.field);
+        add("field", key.field);
     }
     if (!error.empty()) {
-        line += ",\"problem\":";
-        appendJsonString(line, error);
+        add("problem", error);
     } else if (!keysOnly) {
-        line += ",\"document\":" + json;
+        line += ",\"document\":" + json;  // JSON already
     }
-    line += '}';
-    output.line(line);
+    output.line(line + '}');
     return error.empty();
 }
 

@@ -20,7 +20,6 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
-using ::testing::Optional;
 using tooltest::Result;
 
 class ToolShellTest : public tooltest::ToolTest {
@@ -124,11 +123,11 @@ TEST_F(ToolShellTest, CompletesByThePlaceOfTheWord) {
 }
 
 TEST(ShellWords, KeepQuotedBlanksAndEscapedSigns) {
-    EXPECT_THAT(inscenter::shellWords(R"(a "b c"'d "e' f\ g '' \'h "\"i" )"),
-                Optional(ElementsAre("a", "b cd \"e", "f g", "", "'h", "\"i")));
-    EXPECT_THAT(inscenter::shellWords(" \t"), Optional(IsEmpty()));
-    EXPECT_EQ(inscenter::shellWords("get 'SH"), std::nullopt);
-    EXPECT_EQ(inscenter::shellWords("get \"SH'"), std::nullopt);
+    EXPECT_THAT(inscenter::shellLine(R"(a "b c"'d "e' f\ g '' \'h "\"i" )")->words,
+                ElementsAre("a", "b cd \"e", "f g", "", "'h", "\"i"));
+    EXPECT_THAT(inscenter::shellLine(" \t")->words, IsEmpty());
+    EXPECT_FALSE(inscenter::shellLine("get 'SH"));
+    EXPECT_FALSE(inscenter::shellLine("get \"SH'"));
 }
 
 }  // namespace

@@ -244,6 +244,7 @@ bool readDocument(IData& record, const char* data, std::size_t size, bool resetM
         while (expected < count && readExpected(fields[expected], record, cursor)) {
             filled.set(expected++);
         }
+        // Another type, another order, a field of an older or newer class, damage: here it is found out which.
         if (!cursor.next(element)) {
             break;
         }

@@ -70,7 +70,7 @@ private:
 /// Stands for a member type where there is no member at hand.
 template <class Member>
 struct MemberType {
-    using type = Member;
+    using type = Member;  ///< the type itself
 };
 
 /// Calls `visit` with the MemberType that the kind stands for, and answers what it does. No other place tells the kinds

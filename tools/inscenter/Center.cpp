@@ -92,6 +92,30 @@ bool wroteEverything(IInstrumentCenter& center, CenterKind kind, Console& consol
     return false;
 }
 
+std::map<std::string, shared_ptr<mxservice::IData>> recordsKept(IInstrumentCenter& center, Catalogue catalogue) {
+    using Records = std::map<std::string, shared_ptr<mxservice::IData>>;
+    const auto all = [](const auto& records) { return Records(records.begin(), records.end()); };
+    switch (catalogue) {
+        case Catalogue::Instruments:
+            break;
+        case Catalogue::Etfs:
+            return all(center.getEtfs());
+        case Catalogue::Bonds:
+            return all(center.getBonds());
+        case Catalogue::TenderBonds:
+            return all(center.getTrenderBondInfos());
+        case Catalogue::Counterparties:
+            return all(center.getCounterpartys());
+        case Catalogue::OtcFundPlans:
+            return all(center.getOtcInstruments());
+        case Catalogue::Issuances:
+            return all(center.getIssuanceInfos());
+        case Catalogue::IssuancePrices:
+            return all(center.getIssuancePriceInfos());
+    }
+    return {};
+}
+
 BothCenters loadBoth(const Snapshot& snapshot, Console& console) {
     BothCenters both{makeCenter(CenterKind::Server), makeCenter(CenterKind::Client)};
     load(*both.server, copyOf(snapshot), console);

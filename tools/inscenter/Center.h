@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -37,6 +38,10 @@ bool wroteEverything(mxservice::IInstrumentCenter& center, CenterKind kind, Cons
 
 /// Hands every catalogue of the snapshot that has records to the center: the instruments in one batch, then the others.
 std::vector<LoadStep> load(mxservice::IInstrumentCenter& center, const Snapshot& snapshot, Console& console);
+
+/// What the center keeps of a catalogue other than the instruments, by the keys under which it does.
+std::map<std::string, boost::shared_ptr<mxservice::IData>> recordsKept(mxservice::IInstrumentCenter& center,
+                                                                       Catalogue catalogue);
 
 /// A center of each kind.
 struct BothCenters {

@@ -18,11 +18,6 @@ using mxservice::IData;
 
 constexpr unsigned char kParserOptions = CSV_STRICT | CSV_STRICT_FINI;
 
-bool refuse(LineError& error, std::string field, std::string reason) {
-    error = {std::move(field), std::move(reason)};
-    return false;
-}
-
 void addCell(void* cell, std::size_t size, void* cells) {
     const auto* const text = static_cast<const char*>(cell);
     static_cast<std::vector<std::string>*>(cells)->emplace_back(text == nullptr ? "" : text, size);
@@ -108,6 +103,7 @@ bool CsvRecordReader::split(std::string_view line, LineError& error) {
     if (taken == line.size() && csv_fini(&parser_, addCell, nullptr, &cells_) == 0) {
         return true;
     }
+    // This one stands where it failed, within a cell or a row: the next line gets another.
     csv_free(&parser_);
     csv_init(&parser_, kParserOptions);
     csv_set_space_func(&parser_, isBlank);
@@ -125,6 +121,7 @@ bool CsvRecordReader::readCell(const Field& field, std::string_view cell, IData&
     }
     const std::string_view text = trimmed(cell);
     std::int64_t whole = 0;
+    // As a whole number first: a double does not hold all of 64 bits.
     if (field.kind() != FieldKind::Double && parseWhole(text, whole) == std::errc()) {
         return assignInteger(field, record, whole, error);
     }

@@ -27,14 +27,12 @@ constexpr std::size_t kMaxCutNumbers = 20;
 constexpr std::size_t kMaxShownBytes = 60;  // of a key or value in a message
 
 bool refuseRange(const Field& field, LineError& error) {
-    error = {field.name(), "number out of range"};
-    return false;
+    return refuse(error, field.name(), "number out of range");
 }
 
 bool refuseDay(const Field& field, std::string_view found, LineError& error) {
     const std::string shown = printable(found.substr(0, kMaxShownBytes));
-    error = {field.name(), fmt::format("a day of the form YYYYMMDD expected, \"{}\" found", shown)};
-    return false;
+    return refuse(error, field.name(), fmt::format("a day of the form YYYYMMDD expected, \"{}\" found", shown));
 }
 
 /// Outer futures records carry the key of their market where others have the day of their listing.
@@ -45,6 +43,11 @@ bool isMarketKey(const Field& field, const IData& record) {
 }
 
 }  // namespace
+
+bool refuse(LineError& error, std::string field, std::string reason) {
+    error = {std::move(field), std::move(reason)};
+    return false;
+}
 
 std::string LineError::text() const {
     return field.empty() ? reason : fmt::format("field {}: {}", field, reason);
@@ -90,6 +93,7 @@ std::vector<FileNote> FileNotes::notes() const {
 bool assignInteger(const Field& field, IData& record, std::int64_t value, LineError& error) {
     const bool fits = mxservice::visitField(field, record, [value](auto& member) {
         using Member = std::decay_t<decltype(member)>;
+        // A price takes any whole number: the digits that a double drops are no digits of a price.
         if constexpr (std::is_integral_v<Member>) {
             if (!std::in_range<Member>(value)) {
                 return false;
@@ -173,8 +177,7 @@ std::vector<const Field*> identityFields(const RecordType& type) {
 bool hasIdentity(const IData& record, const std::vector<const Field*>& identity, LineError& error) {
     for (const Field* const field : identity) {
         if (field->in<std::string>(record).empty()) {
-            error = {field->name(), "missing"};
-            return false;
+            return refuse(error, field->name(), "missing");
         }
     }
     return true;

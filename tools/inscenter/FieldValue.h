@@ -20,6 +20,9 @@ struct LineError {
     std::string text() const;
 };
 
+/// Puts the reason into `error` and answers false.
+bool refuse(LineError& error, std::string field, std::string reason);
+
 /// Something worth a word about a file although its lines were taken.
 struct FileNote {
     std::size_t line;  ///< 0: the file as a whole

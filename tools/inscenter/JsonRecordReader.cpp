@@ -25,11 +25,6 @@ using simdjson::ondemand::value;
 
 static_assert(LineReader::kPadding >= simdjson::SIMDJSON_PADDING);
 
-bool refuse(LineError& error, std::string field, std::string reason) {
-    error = {std::move(field), std::move(reason)};
-    return false;
-}
-
 bool refuseJson(LineError& error, simdjson::error_code code) {
     switch (code) {
         case simdjson::UTF8_ERROR:
@@ -86,7 +81,8 @@ bool isNull(value& found) {
     return found.is_null().get(null) == simdjson::SUCCESS && null;
 }
 
-/// One pass over a line; lives as long as the line is read.
+/// One pass over a line; lives as long as the line is read. Values are asked for one by one instead of parsing the line
+/// into a tree first: of a number that is out of range a tree says that the line is bad, but not which field.
 class Pass {
 public:
     Pass(FileNotes& notes, LineError& error) : notes_(notes), error_(error) {}
@@ -100,6 +96,7 @@ public:
                 return refuseJson(error_, code);
             }
             std::size_t index = expected;
+            // Nearly every line was written from the table, in its order: a comparison there spares the search.
             if (index >= fields.size() || !member.key().unsafe_is_equal(fields[index].name())) {
                 std::string_view key;
                 if (const auto code = member.unescaped_key().get(key)) {
@@ -208,6 +205,7 @@ struct JsonRecordReader::State {
     /// Whether nothing stands behind the value that was read, and what was passed over in it is well-formed.
     bool ends(simdjson::ondemand::document& document, simdjson::padded_string_view text, bool skipped,
               LineError& error) {
+        // Asked before the tree, which would call two good values on one line bad JSON.
         if (document.current_location().error() != simdjson::OUT_OF_BOUNDS) {
             return refuse(error, "", "more than one JSON value");
         }

@@ -126,12 +126,7 @@ void appendJsonCell(std::string& out, const Cell& cell) {
     } else if (const auto* const basket = std::get_if<Basket>(&cell)) {
         appendJson(out, **basket);
     } else if (const auto* const list = std::get_if<std::vector<std::string>>(&cell)) {
-        char separator = '[';
-        for (const std::string& item : *list) {
-            out += std::exchange(separator, ',');
-            appendJsonString(out, item);
-        }
-        out += list->empty() ? "[]" : "]";
+        appendJsonArray(out, *list, [&](const std::string& item) { appendJsonString(out, item); });
     } else {
         out += "null";
     }
@@ -169,7 +164,7 @@ Output::~Output() {
 
 void Output::lineDone() {
     if (Interruption::happened()) {
-        text_.clear();
+        text_.clear();  // whoever stops an answer wants no more of it
         throw Interrupted();
     }
     if (text_.size() >= kFlushBytes) {
@@ -233,6 +228,7 @@ void Output::recordRows(const std::vector<RecordPtr>& records, const Fields& fie
         rows.columns.push_back({field->name(), field->kind() != FieldKind::Text, isIdentifier(field->name())});
     }
     rows.count = records.size();
+    // A field at its default says nothing, but who asks for a field by its name finds it in every line of JSON.
     rows.cell = [&](std::size_t row, std::size_t column) {
         const Field& field = *fields[column];
         const IData& record = *records[row];

@@ -31,7 +31,8 @@ const Field& fieldOf(const RecordType& type, std::string_view name) {
     return *field;
 }
 
-/// What a field is ordered by if it is no text: a basket by its size.
+/// What a field that is no text is ordered by: a basket by its size. Beyond 2 to the 53rd neighbours count as equal,
+/// which no volume or price of a day reaches.
 double numberIn(const Field& field, const IData& record) {
     return mxservice::visitField(field, record, [](const auto& member) {
         if constexpr (std::is_arithmetic_v<std::decay_t<decltype(member)>>) {

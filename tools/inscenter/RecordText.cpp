@@ -82,6 +82,7 @@ void appendJsonString(std::string& out, std::string_view text) {
             break;
         }
         const CodePoint next = decodeUtf8(text);
+        // A store may hold names in another encoding; the line stays readable for all else.
         if (!next.valid) {
             out += kReplacement;
         } else if (next.value == '"' || next.value == '\\') {
@@ -177,6 +178,7 @@ void appendCsvCell(std::string& out, std::string_view text) {
     }
     std::string valid;
     appendUtf8(valid, text);
+    // Room for the worst: every letter a quotation mark, which is doubled, and the two around.
     std::string quoted(2 * valid.size() + 2, '\0');
     quoted.resize(csv_write(quoted.data(), quoted.size(), valid.data(), valid.size()));
     out += quoted;

@@ -2,6 +2,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/record/IData.h"
@@ -19,6 +20,17 @@ void appendJson(std::string& out, const mxservice::ComponentMap& components);
 
 /// Appends `text` as a JSON string, quotes included; bytes that are not UTF-8 become U+FFFD.
 void appendJsonString(std::string& out, std::string_view text);
+
+/// Appends a JSON array of the items, each as `append` appends it.
+template <class Items, class Append>
+void appendJsonArray(std::string& out, const Items& items, Append append) {
+    char separator = '[';
+    for (const auto& item : items) {
+        out += std::exchange(separator, ',');
+        append(item);
+    }
+    out += separator == '[' ? "[]" : "]";
+}
 
 /// Appends the number with no more digits than it takes to read the same value back; "null" for what is not finite.
 void appendNumber(std::string& out, double value);

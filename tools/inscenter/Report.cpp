@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <boost/algorithm/string/replace.hpp>
+
 #include <cerrno>
 #include <fstream>
 #include <list>
@@ -146,46 +148,24 @@ public:
         appendJsonString(json_, sheet.note);
         json_ += ",\"columns\":";
         appendJsonCell(json_, table.columns);
-        json_ += ",\"rows\":[";
-        const char* separator = "\n";
-        for (const auto& row : table.rows) {
-            json_ += separator;
-            appendRow(row);
-            separator = ",\n";
-        }
-        json_ += "]}";
+        json_ += ",\"rows\":";
+        appendJsonArray(json_, table.rows, [this](const std::vector<Cell>& row) {
+            json_ += '\n';
+            appendJsonArray(json_, row, [this](const Cell& cell) { appendJsonCell(json_, cell); });
+        });
+        json_ += '}';
     }
 
     /// The whole page. No text of a record can end the block that holds the data: "<" is escaped in it.
     std::string finish() && {
         json_ += "]}";
-        constexpr std::string_view kPlace = "%DATA%";
-        const std::string_view page = kReportPage;
-        const std::size_t place = page.find(kPlace);
-        std::string html(page.substr(0, place));
-        html.reserve(page.size() + json_.size());
-        for (const char character : json_) {
-            if (character == '<') {
-                html += "\\u003c";
-            } else {
-                html += character;
-            }
-        }
-        html += page.substr(place + kPlace.size());
+        boost::replace_all(json_, "<", "\\u003c");
+        std::string html = kReportPage;
+        boost::replace_first(html, "%DATA%", json_);
         return html;
     }
 
 private:
-    void appendRow(const std::vector<Cell>& row) {
-        char separator = '[';
-        for (const Cell& cell : row) {
-            json_ += separator;
-            appendJsonCell(json_, cell);
-            separator = ',';
-        }
-        json_ += ']';
-    }
-
     std::string json_;
     bool empty_ = true;
 };

@@ -4,11 +4,6 @@
 
 namespace inscenter {
 
-std::optional<std::vector<std::string>> shellWords(std::string_view line) {
-    auto taken = shellLine(line);
-    return taken ? std::optional(std::move(taken->words)) : std::nullopt;
-}
-
 std::optional<ShellLine> shellLine(std::string_view line) {
     ShellLine taken;
     std::vector<std::string>& words = taken.words;

@@ -68,27 +68,52 @@ std::string className(std::string_view bytes) {
 }
 
 std::vector<Cell> measureRow(const DatabaseDirectory& directory, const Measures* measures) {
-    std::vector<Cell> row{directory.name};
     if (measures == nullptr) {
-        row.insert(row.end(), 2, Cell());
-        row.push_back(bytesCell(directory.fileBytes));
-        row.insert(row.end(), 5, Cell());
-        return row;
+        return {directory.name, {}, {}, bytesCell(directory.fileBytes), {}, {}, {}, {}, {}};
     }
-    row.insert(row.end(), {measures->documents, measures->subDocuments, bytesCell(directory.fileBytes)});
-    if (measures->all() == 0) {
-        row.insert(row.end(), {Cell(std::int64_t{0}), Cell(), Cell(), Cell()});
-    } else {
-        const double average = static_cast<double>(measures->bytes) / static_cast<double>(measures->all());
-        row.insert(row.end(), {sizeCell(measures->bytes), sizeCell(measures->least), std::round(average * 10) / 10,
-                               sizeCell(measures->most)});
-    }
+    const auto all = static_cast<double>(measures->all());
+    const auto ofAny = [all](Cell cell) { return all > 0 ? std::move(cell) : Cell(); };  // nothing has no average
     std::vector<std::string> classes;
     for (const auto& [name, count] : measures->countByClass) {
         classes.push_back(fmt::format("{} {}", name, count));
     }
-    row.emplace_back(std::move(classes));
-    return row;
+    return {directory.name,
+            measures->documents,
+            measures->subDocuments,
+            bytesCell(directory.fileBytes),
+            sizeCell(measures->bytes),
+            ofAny(sizeCell(measures->least)),
+            ofAny(std::round(static_cast<double>(measures->bytes) / all * 10) / 10),
+            ofAny(sizeCell(measures->most)),
+            std::move(classes)};
+}
+
+std::vector<Cell> listRow(const DatabaseDirectory& directory, const Measures* measures) {
+    return {directory.name, std::string(kindName(directory.kind)), measures == nullptr ? Cell() : measures->documents,
+            measures == nullptr ? Cell() : measures->subDocuments, bytesCell(directory.fileBytes)};
+}
+
+/// One row a database: of what a sweep over it counts, or of nothing where it cannot be read or is set aside.
+bool tellDatabases(const StoreQuery& query, Output& output, Console& console, Table table, bool classes,
+                   std::vector<Cell> (*rowOf)(const DatabaseDirectory&, const Measures*)) {
+    StoreReader reader(console);
+    for (const DatabaseDirectory& directory : asked(query)) {
+        console.begin("reading " + directory.name, 0);
+        const auto database = isRead(directory, query) ? reader.open(directory) : nullptr;
+        Measures measures;
+        const auto count = [&](std::string_view key, std::string_view bytes) {
+            measures.count(key, bytes);
+            if (classes) {
+                ++measures.countByClass[className(bytes)];
+            }
+            return true;
+        };
+        const bool read = database && reader.scan(directory, *database, {}, count);
+        table.rows.push_back(rowOf(directory, read ? &measures : nullptr));
+    }
+    console.end();
+    output.table(table, kEmptyStore);
+    return !reader.failed();
 }
 
 /// One document as a line: {"database":...,"key":...,"field":...,"document":...}, "database" where `database` is not
@@ -112,26 +137,25 @@ bool dumpDocument(std::string_view database, std::string_view stored, std::strin
         output.csvLine(cells);
         return error.empty();
     }
-    std::string line = "{";
+    std::string line;
+    const auto add = [&line](std::string_view name, std::string_view text) {
+        line += line.empty() ? '{' : ',';
+        appendJsonString(line, name);
+        appendJsonString(line += ':', text);
+    };
     if (!database.empty()) {
-        line += "\"database\":";
-        appendJsonString(line, database);
-        line += ',';
+        add("database", database);
     }
-    line += "\"key\":";
-    appendJsonString(line, key.key);
+    add("key", key.key);
     if (key.isSub) {
-        line += ",\"field\":";
-        appendJsonString(line, key.field);
+        add("field", key.field);
     }
     if (!error.empty()) {
-        line += ",\"problem\":";
-        appendJsonString(line, error);
+        add("problem", error);
     } else if (!keysOnly) {
-        line += ",\"document\":" + json;
+        line += ",\"document\":" + json;  // JSON already
     }
-    line += '}';
-    output.line(line);
+    output.line(line + '}');
     return error.empty();
 }
 
@@ -176,28 +200,8 @@ bool dumpDatabase(const StoreQuery& query, const DatabaseDirectory& directory, S
 }  // namespace
 
 bool listStore(const StoreQuery& query, Output& output, Console& console) {
-    StoreReader reader(console);
-    Table table{{"database", "kind", "documents", "subDocuments", "fileBytes"}, {}};
-    for (const DatabaseDirectory& directory : asked(query)) {
-        Cell documents;
-        Cell subDocuments;
-        console.begin("counting " + directory.name, 0);
-        const auto database = isRead(directory, query) ? reader.open(directory) : nullptr;
-        Measures measures;
-        const auto count = [&](std::string_view key, std::string_view value) {
-            measures.count(key, value);
-            return true;
-        };
-        if (database && reader.scan(directory, *database, {}, count)) {
-            documents = measures.documents;
-            subDocuments = measures.subDocuments;
-        }
-        table.rows.push_back({directory.name, std::string(kindName(directory.kind)), documents, subDocuments,
-                              bytesCell(directory.fileBytes)});
-    }
-    console.end();
-    output.table(table, kEmptyStore);
-    return !reader.failed();
+    const Table table{{"database", "kind", "documents", "subDocuments", "fileBytes"}, {}};
+    return tellDatabases(query, output, console, table, false, listRow);
 }
 
 bool dumpStore(const StoreQuery& query, Output& output, Console& console) {
@@ -268,25 +272,10 @@ bool verifyStore(const StoreQuery& query, Output& output, Console& console) {
 }
 
 bool measureStore(const StoreQuery& query, Output& output, Console& console) {
-    StoreReader reader(console);
-    Table table{{"database", "documents", "subDocuments", "fileBytes", "bytes", "minBytes", "averageBytes", "maxBytes",
-                 "classes"},
-                {}};
-    for (const DatabaseDirectory& directory : asked(query)) {
-        console.begin("reading " + directory.name, 0);
-        const auto database = isRead(directory, query) ? reader.open(directory) : nullptr;
-        Measures measures;
-        const bool read =
-            database && reader.scan(directory, *database, {}, [&](std::string_view key, std::string_view bytes) {
-                measures.count(key, bytes);
-                ++measures.countByClass[className(bytes)];
-                return true;
-            });
-        table.rows.push_back(measureRow(directory, read ? &measures : nullptr));
-    }
-    console.end();
-    output.table(table, kEmptyStore);
-    return !reader.failed();
+    const Table table{{"database", "documents", "subDocuments", "fileBytes", "bytes", "minBytes", "averageBytes",
+                       "maxBytes", "classes"},
+                      {}};
+    return tellDatabases(query, output, console, table, true, measureRow);
 }
 
 }  // namespace inscenter

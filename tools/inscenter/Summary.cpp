@@ -65,26 +65,8 @@ std::string kindOf(IInstrumentCenter& center, const std::string& market, const R
     return found == kKinds.end() ? "" : found->first;
 }
 
-std::int64_t keptRecords(IInstrumentCenter& center, Catalogue catalogue) {
-    const auto size = [](const auto& map) { return static_cast<std::int64_t>(map.size()); };
-    switch (catalogue) {
-        case Catalogue::Etfs:
-            return size(center.getEtfs());
-        case Catalogue::Bonds:
-            return size(center.getBonds());
-        case Catalogue::TenderBonds:
-            return size(center.getTrenderBondInfos());
-        case Catalogue::Counterparties:
-            return size(center.getCounterpartys());
-        case Catalogue::OtcFundPlans:
-            return size(center.getOtcInstruments());
-        case Catalogue::Issuances:
-            return size(center.getIssuanceInfos());
-        case Catalogue::IssuancePrices:
-            return size(center.getIssuancePriceInfos());
-        default:
-            return 0;
-    }
+std::int64_t number(std::uint64_t count) {
+    return static_cast<std::int64_t>(count);
 }
 
 double milliseconds(double seconds) {
@@ -99,7 +81,7 @@ Table catalogueTable(Session& session, std::int64_t instruments) {
                                        [&](const LoadStep& done) { return done.catalogue == catalogue; });
         const double seconds = step == session.day.steps.end() ? 0 : step->seconds;
         const std::int64_t kept =
-            catalogue == Catalogue::Instruments ? instruments : keptRecords(session.center, catalogue);
+            catalogue == Catalogue::Instruments ? instruments : number(recordsKept(session.center, catalogue).size());
         table.rows.push_back({std::string(catalogueName(catalogue)),
                               static_cast<std::int64_t>(session.day.read.records[i]), kept, milliseconds(seconds)});
     }
@@ -149,10 +131,6 @@ double memoryMb(std::string_view name) {
         }
     }
     return 0;
-}
-
-std::int64_t number(std::uint64_t count) {
-    return static_cast<std::int64_t>(count);
 }
 
 double milliseconds(std::chrono::nanoseconds time) {

@@ -132,6 +132,7 @@ int converse(const Command& command, std::ostream& out, Console& console, std::o
     return code == kAnswered ? worthOf(day.stored, day.read) : code;
 }
 
+/// The persisted center answers whatever its store holds, so that a store of another day shows as differences.
 int tour(const Command& command, std::ostream& out, Console& console) {
     const ProcessSettings settings(command);
     std::error_code ignored;

@@ -304,6 +304,7 @@ void showForPeople(const Stop& stop, const Entries& memory, const Entries& persi
 void showTour(const BothCenters& both, const Snapshot& snapshot, Output& output, Console& console) {
     output.note(
         "One day in both centers; \"on purpose\" says where hosts of the two kinds are promised other answers.");
+    // The verbs' tables go by the markets that the records name; the rest of a day they do not look at.
     Day day;
     day.markets = marketsOf(snapshot);
     Session server{*both.server, CenterKind::Server, day, output, console};

@@ -86,15 +86,17 @@ void showCodes(Session& session, const Query& query);
 void showOuterMarkets(Session& session, const Query& query);
 
 void showEtf(Session& session, const Query& query);
-void listEtfs(Session& session, const Query& query);
 void showBond(Session& session, const Query& query);
-void listBonds(Session& session, const Query& query);
-void listTenderBonds(Session& session, const Query& query);
 void listOtcPlans(Session& session, const Query& query);
-void listIssuances(Session& session, const Query& query);
-void listIssuancePrices(Session& session, const Query& query);
-void listCounterparties(Session& session, const Query& query);
 void showInterbankCode(Session& session, const Query& query);
+
+/// Lists what the center keeps of a catalogue other than the instruments.
+void listCatalogue(Session& session, const Query& query, Catalogue catalogue);
+/// The same as a verb.
+template <Catalogue catalogue>
+void listKept(Session& session, const Query& query) {
+    listCatalogue(session, query, catalogue);
+}
 
 /// The values of a map by key, in the order of the keys.
 template <class Map>

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <array>
+
 #include "tools/inscenter/Verbs.h"
 
 namespace inscenter {
@@ -10,6 +12,17 @@ namespace {
 constexpr const char* kInterbank = "BANK";
 
 }  // namespace
+
+void listCatalogue(Session& session, const Query& query, Catalogue catalogue) {
+    constexpr std::array<const char*, kCatalogues> kNothing{"no instruments",  "no ETFs",           "no bonds",
+                                                            "no tender bonds", "no counterparties", "no OTC fund plans",
+                                                            "no issuances",    "no price settings"};
+    session.list(valuesOf(recordsKept(session.center, catalogue)), query,
+                 kNothing[static_cast<std::size_t>(catalogue)]);
+    if (catalogue == Catalogue::IssuancePrices && session.kind == CenterKind::Server) {
+        session.output.note("The in-memory center keeps no price settings.");
+    }
+}
 
 void showEtf(Session& session, const Query& query) {
     std::vector<RecordPtr> funds;
@@ -31,10 +44,6 @@ void showEtf(Session& session, const Query& query) {
     session.output.details(mxservice::CETFDetail::table(), funds);
 }
 
-void listEtfs(Session& session, const Query& query) {
-    session.list(valuesOf(session.center.getEtfs()), query, "no ETFs");
-}
-
 void showBond(Session& session, const Query& query) {
     std::vector<RecordPtr> bonds;
     for (const std::string& key : query.keys) {
@@ -52,17 +61,9 @@ void showBond(Session& session, const Query& query) {
     session.output.details(mxservice::CBondInfoDetail::table(), bonds);
 }
 
-void listBonds(Session& session, const Query& query) {
-    session.list(valuesOf(session.center.getBonds()), query, "no bonds");
-}
-
-void listTenderBonds(Session& session, const Query& query) {
-    session.list(valuesOf(session.center.getTrenderBondInfos()), query, "no tender bonds");
-}
-
 void listOtcPlans(Session& session, const Query& query) {
     if (!query.group) {
-        session.list(valuesOf(session.center.getOtcInstruments()), query, "no OTC fund plans");
+        listKept<Catalogue::OtcFundPlans>(session, query);
         return;
     }
     std::vector<boost::shared_ptr<mxservice::COTCFundPlanInfo>> plans;
@@ -71,21 +72,6 @@ void listOtcPlans(Session& session, const Query& query) {
     if (session.kind == CenterKind::Client) {
         session.output.note("The persisted center does not select plans by group.");
     }
-}
-
-void listIssuances(Session& session, const Query& query) {
-    session.list(valuesOf(session.center.getIssuanceInfos()), query, "no issuances");
-}
-
-void listIssuancePrices(Session& session, const Query& query) {
-    session.list(valuesOf(session.center.getIssuancePriceInfos()), query, "no price settings");
-    if (session.kind == CenterKind::Server) {
-        session.output.note("The in-memory center keeps no price settings.");
-    }
-}
-
-void listCounterparties(Session& session, const Query& query) {
-    session.list(valuesOf(session.center.getCounterpartys()), query, "no counterparties");
 }
 
 void showInterbankCode(Session& session, const Query& query) {

@@ -352,6 +352,7 @@ TEST_F(ClientCenter, ClearPersistRemovesCatalogueDirectoriesOnly) {
     EXPECT_FALSE(std::filesystem::exists(store_.path(".OvIns_HK.cleared")));
     EXPECT_TRUE(std::filesystem::exists(outside.path() / "kept")) << "no link is followed out of the root";
     EXPECT_ANY_THROW(asked().clearPersist(store_.path("nowhere")));
+    TemporaryStore::service().setRootPath(store_.path());  // reads would notice by themselves, but not at once
     EXPECT_FALSE(asked().getInstrument("SH1"));
     load({"SH"}, {instrument("SH", "1")});
     EXPECT_TRUE(asked().getInstrument("SH1")) << "the next load begins a fresh database";

@@ -141,7 +141,7 @@ private:
             const std::shared_ptr<void> scope = engine_->enter();
             return engine_->writeFails(name_) ? injected() : real_->replace(batch);
         }
-        bool isCurrent() const override { return real_->isCurrent(); }
+        bool isCurrent(Look look) const override { return real_->isCurrent(look); }
 
     private:
         static persist::StoreStatus injected() { return persist::StoreStatus::failure("injected"); }

@@ -98,6 +98,9 @@ std::string prefixOf(const std::string& field) {
 struct CPersistService::State {
     using Handle = std::shared_ptr<StoreDatabase>;
 
+    /// What an operation is about to do to its database.
+    enum class Access { Read, Write, Create };
+
     mutable sys::SharedMutex lock;
     std::string root;
     std::shared_ptr<StoreEngine> engine = makeLmdbEngine();
@@ -128,15 +131,15 @@ struct CPersistService::State {
         }
     }
 
-    Handle open(const std::string& name, StoreEngine::Mode mode, StoreStatus& status);
-    Handle handle(const std::string& name, StoreEngine::Mode mode, StoreStatus& status);
+    Handle open(const std::string& name, Access access, StoreStatus& status);
+    Handle handle(const std::string& name, Access access, StoreStatus& status);
 
     template <class Use>
-    bool run(const char* what, const std::string& name, StoreEngine::Mode mode, Use use);
+    bool run(const char* what, const std::string& name, Access access, Use use);
     bool writeFields(const std::string& db, const std::vector<Field>& fields, bool onlyNew, bool replace);
 };
 
-CPersistService::State::Handle CPersistService::State::open(const std::string& name, StoreEngine::Mode mode,
+CPersistService::State::Handle CPersistService::State::open(const std::string& name, Access access,
                                                             StoreStatus& status) {
     std::string directory;
     std::shared_ptr<StoreEngine> opener;
@@ -151,6 +154,8 @@ CPersistService::State::Handle CPersistService::State::open(const std::string& n
         status = StoreStatus::failure("no root path is set");
         return nullptr;
     }
+    // For writing also where only a read asks: the handle is kept for whatever comes next.
+    const auto mode = access == Access::Create ? StoreEngine::Mode::Create : StoreEngine::Mode::WriteExisting;
     Handle database = opener->open(directory + "/" + name, mode, status);
     if (database) {
         const std::lock_guard guard(lock);
@@ -161,14 +166,16 @@ CPersistService::State::Handle CPersistService::State::open(const std::string& n
     return database;
 }
 
-CPersistService::State::Handle CPersistService::State::handle(const std::string& name, StoreEngine::Mode mode,
+CPersistService::State::Handle CPersistService::State::handle(const std::string& name, Access access,
                                                               StoreStatus& status) {
+    // A write into a file that nobody will find again is lost; a read of it is at worst what was true a moment ago.
+    const auto look = access == Access::Read ? StoreDatabase::Look::Lately : StoreDatabase::Look::Now;
     Handle database = known(name);
-    if (database && !database->isCurrent()) {
+    if (database && !database->isCurrent(look)) {
         forget(name, database);
         database = nullptr;
     }
-    return database ? database : open(name, mode, status);
+    return database ? database : open(name, access, status);
 }
 
 namespace {
@@ -198,13 +205,13 @@ std::string& lastReason() {
 /// Runs `use` on the database. A failure is logged once and absorbed; a database or key that is not there is neither
 /// logged nor a success.
 template <class Use>
-bool CPersistService::State::run(const char* what, const std::string& name, StoreEngine::Mode mode, Use use) {
+bool CPersistService::State::run(const char* what, const std::string& name, Access access, Use use) {
     return absorbing([&] {
         StoreStatus status;
         try {
             if (!isSafeName(name)) {
                 status = StoreStatus::failure("not a safe database name");
-            } else if (const Handle database = handle(name, mode, status)) {
+            } else if (const Handle database = handle(name, access, status)) {
                 if (!status.reason.empty()) {
                     PM_LOG(utils::kLogError, kSource,
                            fmt::format("[persist] database {} {}", shown(name), status.reason));
@@ -251,7 +258,7 @@ void CPersistService::setEngine(std::shared_ptr<StoreEngine> engine) {
 }
 
 bool CPersistService::initDb(const std::string& db, bool empty) {
-    return state_->run("open", db, StoreEngine::Mode::Create,
+    return state_->run("open", db, State::Access::Create,
                        [&](StoreDatabase& database) { return empty ? database.replace(kNothing) : StoreStatus(); });
 }
 
@@ -264,7 +271,9 @@ namespace {
 
 /// What a write ended with, unless its directory was removed meanwhile and has taken the documents with it.
 StoreStatus stillThere(const StoreDatabase& database, const StoreStatus& status) {
-    return status.ok() && !database.isCurrent() ? StoreStatus::failure("removed while it was written") : status;
+    return status.ok() && !database.isCurrent(StoreDatabase::Look::Now)
+               ? StoreStatus::failure("removed while it was written")
+               : status;
 }
 
 /// Why no document can be written under the keys of a batch, if so.
@@ -286,33 +295,33 @@ StoreStatus differingSizes(std::size_t keys, std::size_t values) {
 bool CPersistService::writeDatas(const std::string& db, const std::vector<std::string>& keys,
                                  const std::vector<bson::BSONObj>& values, bool onlyNew) {
     if (keys.size() != values.size()) {
-        return state_->run("write", db, StoreEngine::Mode::WriteExisting,
+        return state_->run("write", db, State::Access::Write,
                            [&](StoreDatabase&) { return differingSizes(keys.size(), values.size()); });
     }
     return writeDocuments(db, ObjectBatch(keys, values), onlyNew);
 }
 
 bool CPersistService::writeDocuments(const std::string& db, const StoreBatch& documents, bool onlyNew) {
-    return state_->run("write", db, StoreEngine::Mode::WriteExisting, [&](StoreDatabase& database) {
+    return state_->run("write", db, State::Access::Write, [&](StoreDatabase& database) {
         const StoreStatus status = checkKeys(documents);
         return status.ok() ? stillThere(database, database.put(CheckedBatch(documents), onlyNew, {})) : status;
     });
 }
 
 bool CPersistService::replaceDocuments(const std::string& db, const StoreBatch& documents) {
-    return state_->run("write", db, StoreEngine::Mode::WriteExisting, [&](StoreDatabase& database) {
+    return state_->run("write", db, State::Access::Write, [&](StoreDatabase& database) {
         const StoreStatus status = checkKeys(documents);
         return status.ok() ? stillThere(database, database.replace(CheckedBatch(documents))) : status;
     });
 }
 
 bool CPersistService::visitData(const std::string& db, const std::string& key, const Visitor& visit) {
-    return isSafeKey(key) && state_->run("read", db, StoreEngine::Mode::WriteExisting,
+    return isSafeKey(key) && state_->run("read", db, State::Access::Read,
                                          [&](StoreDatabase& database) { return database.get(key, visit); });
 }
 
 bool CPersistService::visitAllData(const std::string& db, const Visitor& visit) {
-    return state_->run("read", db, StoreEngine::Mode::WriteExisting, [&](StoreDatabase& database) {
+    return state_->run("read", db, State::Access::Read, [&](StoreDatabase& database) {
         return database.scan(
             {}, [&](std::string_view key, std::string_view bytes) { return !isSafeKey(key) || visit(key, bytes); });
     });
@@ -323,7 +332,7 @@ bson::BSONObj CPersistService::readData(const std::string& db, const std::string
     if (!isSafeKey(key)) {
         return object;
     }
-    state_->run("read", db, StoreEngine::Mode::WriteExisting, [&](StoreDatabase& database) {
+    state_->run("read", db, State::Access::Read, [&](StoreDatabase& database) {
         std::string error;
         const StoreStatus status = database.get(key, [&](std::string_view, std::string_view bytes) {
             object = bson::BSONObj::fromBytes(bytes.data(), bytes.size(), &error);
@@ -367,7 +376,7 @@ StoreStatus readInto(StoreDatabase& database, const std::string& prefix, const W
 
 std::map<std::string, bson::BSONObj> CPersistService::readAllData(const std::string& db, const std::string& pattern) {
     std::map<std::string, bson::BSONObj> documents;
-    state_->run("read", db, StoreEngine::Mode::WriteExisting, [&](StoreDatabase& database) -> StoreStatus {
+    state_->run("read", db, State::Access::Read, [&](StoreDatabase& database) -> StoreStatus {
         if (pattern == kEveryKey) {
             return readInto(database, {}, isSafeKey, documents);
         }
@@ -424,7 +433,7 @@ private:
 
 bool CPersistService::State::writeFields(const std::string& db, const std::vector<Field>& fields, bool onlyNew,
                                          bool replace) {
-    return run("write", db, StoreEngine::Mode::WriteExisting, [&](StoreDatabase& database) {
+    return run("write", db, Access::Write, [&](StoreDatabase& database) {
         FieldBatch batch;
         std::vector<std::string> erased;
         for (const Field& field : fields) {
@@ -444,7 +453,7 @@ bool CPersistService::writeHashDatas(const std::string& db, const std::vector<st
                                      const std::vector<bson::BSONObj>& values, bool onlyNew, const std::string& field,
                                      bool replace) {
     if (keys.size() != values.size()) {
-        return state_->run("write", db, StoreEngine::Mode::WriteExisting,
+        return state_->run("write", db, State::Access::Write,
                            [&](StoreDatabase&) { return differingSizes(keys.size(), values.size()); });
     }
     const ObjectBatch batch(keys, values);
@@ -462,7 +471,7 @@ bool CPersistService::readHashDatas(const std::string& db, std::map<std::string,
     }
     std::map<std::string, bson::BSONObj> found;
     if (isSafeKey(field)) {
-        state_->run("read", db, StoreEngine::Mode::WriteExisting,
+        state_->run("read", db, State::Access::Read,
                     [&](StoreDatabase& database) { return readInto(database, prefixOf(field), isSafeKey, found); });
     }
     const bool any = !found.empty();
@@ -472,14 +481,14 @@ bool CPersistService::readHashDatas(const std::string& db, std::map<std::string,
 }
 
 bool CPersistService::removeData(const std::string& db, const std::string& key) {
-    return state_->run("remove", db, StoreEngine::Mode::WriteExisting, [&](StoreDatabase& database) {
+    return state_->run("remove", db, State::Access::Write, [&](StoreDatabase& database) {
         return isSafeKey(key) ? database.put(kNothing, false, {key}) : StoreStatus::failure(kBadKey);
     });
 }
 
 void CPersistService::dropAllData(const std::string& db) {
     if (!db.empty()) {
-        state_->run("drop", db, StoreEngine::Mode::WriteExisting,
+        state_->run("drop", db, State::Access::Write,
                     [](StoreDatabase& database) { return database.replace(kNothing); });
     }
 }

@@ -25,9 +25,10 @@ namespace persist {
 /// is ever created or removed. Where the file system takes two names for one, because it ignores case or blanks and
 /// dots at the end, the database that was there first keeps its directory, and the other cannot be created.
 ///
-/// A directory that is removed or replaced while the service has it open is noticed: reads find nothing, writes fail,
-/// and the next initDb begins a fresh database. A damaged database is never read; the next initDb moves it aside (the
-/// directory's name gets ".damaged-1" and so on behind it) and begins afresh.
+/// A directory that is removed or replaced while the service has it open is noticed, by writes at once and by reads
+/// within 10 ms: reads find nothing, writes fail, and the next initDb begins a fresh database. A damaged database is
+/// never read; the next initDb moves it aside (the directory's name gets ".damaged-1" and so on behind it) and begins
+/// afresh.
 class PM_PLATFORM_API CPersistService {
 public:
     /// The process's store; never null.

@@ -2,15 +2,14 @@
 
 #include <time.h>
 
-#include <filesystem>
-
-#include "platform/persist/FileWatch.h"
-#include "platform/persist/ForkCount.h"
-
 namespace persist {
 namespace {
 
-/// Time that takes no longer to tell than a few additions, and is a few milliseconds old.
+// Half of what is promised, because the clock below goes in steps of up to 10 ms and lags by as much: with steps of
+// 4 ms an answer is taken for less than 8 ms, with steps of 10 ms until the next one.
+constexpr std::int64_t kTrustedNanoseconds = 5'000'000;
+
+/// Each read asks, so this is the clock that takes no longer to read than a few additions.
 std::int64_t coarseNanoseconds() {
     timespec now{};
     ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
@@ -26,11 +25,6 @@ bool DataFile::remember() {
     }
     id_ = idOf(file);
     sizeSeen_ = file.st_size;
-    const std::filesystem::path directory = std::filesystem::path(path_).parent_path();
-    FileWatch& watch = FileWatch::instance();
-    // Directory and root as well: to rename either takes the file away without a word to the file's own watch. A forked
-    // child shares the watch with its parent, whose news it would take; it looks each time instead.
-    watched_ = forkCount() == 0 && watch.add(path_) && watch.add(directory) && watch.add(directory.parent_path());
     return true;
 }
 
@@ -43,30 +37,27 @@ std::optional<off_t> DataFile::size() const {
 }
 
 bool DataFile::isCurrent() const {
-    if (cutShort_.load()) {
-        return false;
-    }
-    // Number, time and size are taken before the look. What happens during it, or what another thread sees meanwhile,
-    // then counts as news for the next call and not as seen by this one.
-    const std::uint64_t changes = watched_ ? FileWatch::instance().changes() : 0;
-    const std::int64_t now = watched_ ? coarseNanoseconds() : 0;
-    if (watched_ && changes == changesSeen_.load() && now - lookedAt_.load() < kTrustedNanoseconds) {
-        return true;
-    }
+    // Before the look: what happens during it must not be trusted any longer than what happened before.
+    const std::int64_t now = coarseNanoseconds();
     const off_t seen = sizeSeen_.load();
     const std::optional<off_t> found = size();
-    if (!found) {
-        return false;
-    }
     // The library never shortens a file; somebody else did, and the mapped pages behind its end are gone. Said before
-    // the new size is, by which nobody else would notice.
-    if (*found < seen) {
+    // the new size is, by which nobody else would notice; and for good, because a file that has grown again since has
+    // other bytes there.
+    if (found && *found < seen) {
         cutShort_ = true;
     }
-    sizeSeen_.store(*found);
-    changesSeen_.store(changes);
-    lookedAt_.store(now);
-    return !cutShort_.load();
+    const bool current = found && !cutShort_.load();
+    if (current) {
+        sizeSeen_.store(*found);
+    }
+    // A file that is found missing takes the trust of reads with it, which would go on in it otherwise.
+    lookedAt_.store(current ? now : kNever);
+    return current;
+}
+
+bool DataFile::wasCurrent() const {
+    return coarseNanoseconds() - lookedAt_.load() < kTrustedNanoseconds || isCurrent();
 }
 
 }  // namespace persist

@@ -26,7 +26,9 @@ public:
     /// Whether this process is a fork of the one that opened it, and must not touch it.
     bool inherited() const { return environment_.inherited(); }
 
-    bool isCurrent() const override { return environment_.usable() && file_.isCurrent(); }
+    bool isCurrent(Look look) const override {
+        return environment_.usable() && (look == Look::Now ? file_.isCurrent() : file_.wasCurrent());
+    }
 
     StoreStatus put(const StoreBatch& batch, bool onlyNew, const std::vector<std::string>& erased) override;
     StoreStatus get(std::string_view key, const Visitor& visit) override;

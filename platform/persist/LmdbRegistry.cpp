@@ -32,7 +32,7 @@ std::shared_ptr<LmdbDatabase> LmdbRegistry::find(FileId directory, bool forWriti
             return nullptr;
         }
         if (std::shared_ptr<LmdbDatabase> open = entry->second.alive.lock()) {
-            if (open->isCurrent() && !(forWriting && open->readOnly())) {
+            if (open->isCurrent(StoreDatabase::Look::Now) && !(forWriting && open->readOnly())) {
                 return open;
             }
             // Closed here and not left to its users, who may keep it as long as they like: the directory may be opened

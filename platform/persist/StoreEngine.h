@@ -74,8 +74,13 @@ public:
     /// Removes every entry and puts these, which may be none, in one step: readers see all of the old or of the new.
     virtual StoreStatus replace(const StoreBatch& batch) = 0;
 
+    /// How closely `isCurrent` looks.
+    enum class Look {
+        Now,     ///< at the disk, for a write
+        Lately,  ///< mostly at the clock alone, for a read: the answer may be 10 ms old
+    };
     /// Whether the directory that the database was opened from still leads to it.
-    virtual bool isCurrent() const = 0;
+    virtual bool isCurrent(Look look) const = 0;
 };
 
 /// Opens databases. Safe from any thread.

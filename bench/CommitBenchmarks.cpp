@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <memory>
+#include <string>
 #include <utility>
 
 #include "StoreWorkload.h"
@@ -14,7 +15,6 @@ namespace {
 constexpr int kRepetitions = 7;
 constexpr int kIterations = 15;
 constexpr std::size_t kBatch = 1000;
-constexpr const char* kDatabase = "commits";
 
 struct Setting {
     const char* name;
@@ -46,7 +46,7 @@ Series commitSeries(const char* what, const char* who) {
 }
 
 struct BareTarget {
-    explicit BareTarget(unsigned flags) : store(directory.path() / kDatabase, flags) {}
+    explicit BareTarget(unsigned flags) : store(directory.path() / "bare", flags) {}
     TemporaryDirectory directory;
     BareStore store;
 };
@@ -66,10 +66,12 @@ void write(BareStore& store, const ReadyBatch& batch) {
 
 void addBatch(Suite& suite, const char* what, const std::shared_ptr<TemporaryStore>& store, std::size_t count) {
     const std::shared_ptr<const ReadyBatch> batch = makeBatch(count);
-    suite.add(commitSeries(what, kCenter), [store, batch](benchmark::State& state) {
-        TemporaryStore::service().initDb(kDatabase, false);
+    // One for each batch, as the bare stores are: a commit also writes what it knows of free pages.
+    const std::string database = fmt::format("commits of {}", count);
+    suite.add(commitSeries(what, kCenter), [store, batch, database](benchmark::State& state) {
+        TemporaryStore::service().initDb(database, false);
         for (auto _ : state) {
-            if (!TemporaryStore::service().writeDocuments(kDatabase, *batch, false)) {
+            if (!TemporaryStore::service().writeDocuments(database, *batch, false)) {
                 state.SkipWithError("a write failed");
             }
         }

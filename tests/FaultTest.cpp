@@ -176,6 +176,28 @@ TEST_P(SystemFaults, AtAnyCall) {
     failEveryCallOfALoad(24, arm, faulty::stopFailing);  // lookups make no such calls
 }
 
+/// After some failures the library refuses every further transaction of what is open.
+TEST_P(SystemFaults, OfASmallWriteLeaveNextOneAlone) {
+    const auto document = [](int number) {
+        bson::BSONObjBuilder builder;
+        builder.append("number", number);
+        return builder.obj();
+    };
+    const auto number = [] { return service().readData("A", "1").getIntField("number"); };
+    ASSERT_TRUE(service().initDb("A", false) && service().writeData("A", "1", document(0), false));
+    bool hit = true;
+    for (int call = 0; hit; ++call) {
+        SCOPED_TRACE(testing::Message() << "call " << call);
+        faulty::failAt(GetParam().kind, call, false, GetParam().error);
+        const bool written = service().writeData("A", "1", document(2 * call + 1), false);
+        hit = faulty::stopFailing();
+        EXPECT_EQ(written, !hit);
+        EXPECT_EQ(number(), written ? 2 * call + 1 : 2 * call);
+        ASSERT_TRUE(service().writeData("A", "1", document(2 * call + 2), false));
+        EXPECT_EQ(number(), 2 * call + 2);
+    }
+}
+
 std::string nameOf(const testing::TestParamInfo<SystemFault>& fault) {
     return fault.param.name;
 }

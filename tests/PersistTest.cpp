@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <fstream>
 #include <thread>
 
@@ -272,6 +273,59 @@ TEST_F(Persist, AForkedChildDoesNotGoOnWithWhatItsParentOpened) {
     EXPECT_EQ(result, 0);
     for (const int end : {begun[0], written[0], written[1]}) {
         ::close(end);
+    }
+}
+
+/// Otherwise the pages that it read would be kept for ever, and the file grow with each write.
+TEST_F(Persist, WhatAKilledReaderHeldIsUsedAgain) {
+    ASSERT_TRUE(writeMany("A", 20, "old"));
+    int begun[2];
+    ASSERT_EQ(::pipe(begun), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        service().visitAllData("A", [&](std::string_view, std::string_view) {
+            const char byte = '.';
+            static_cast<void>(::write(begun[1], &byte, 1));
+            for (;;) {
+                ::pause();
+            }
+            return false;
+        });
+        ::_exit(1);
+    }
+    ::close(begun[1]);
+    char byte = '.';
+    EXPECT_EQ(::read(begun[0], &byte, 1), 1);
+    ::close(begun[0]);
+    ::kill(child, SIGKILL);
+    ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+    for (int round = 0; round < 60; ++round) {
+        ASSERT_TRUE(writeMany("A", 20, std::string(2000, 'x')));
+    }
+    EXPECT_LT(fs::file_size(store_.path("A") / "data.mdb"), 1U << 20U);
+}
+
+/// Each takes memory of its own, and of all pages that it wrote.
+TEST_F(Persist, FewDatabasesStayOpenForWritingAndNoneAfterMuch) {
+    constexpr int kDatabases = 10;
+    constexpr int kFew = 4;
+    const auto written = [&](int documents) {
+        for (int i = 0; i < kDatabases; ++i) {
+            EXPECT_TRUE(writeMany("D" + std::to_string(i), documents, "x"));
+        }
+        // Each has one for reading, and one more while it is open for writing.
+        int descriptors = 0;
+        for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+            std::error_code gone;  // the iterator's own
+            const fs::path file = fs::read_symlink(entry.path(), gone);
+            descriptors += file.filename() == "data.mdb" && file.parent_path().parent_path() == store_.path() ? 1 : 0;
+        }
+        return descriptors - kDatabases;
+    };
+    EXPECT_EQ(written(1), kFew);
+    EXPECT_EQ(written(1000), 0);
+    for (int i = 0; i < kDatabases; ++i) {
+        EXPECT_EQ(textOf("D" + std::to_string(i), "999"), "x999");
     }
 }
 

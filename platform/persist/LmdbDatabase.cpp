@@ -93,8 +93,8 @@ StoreStatus LmdbDatabase::finishOpening() {
     return file_.remember() ? environment_.openTree() : lastError("stat");
 }
 
-/// Removes the entry of that key and those of the field of that name.
-int LmdbDatabase::erase(MDB_txn* transaction, const std::string& name) {
+/// Removes the entry of that key and those of the field of that name, and counts them.
+int LmdbDatabase::erase(MDB_txn* transaction, const std::string& name, WriteSize& size) {
     const std::string prefix = name + kFieldSeparator;
     // Collected first: a removal moves the entries that the cursor stands among.
     std::vector<std::string> keys{name};
@@ -107,6 +107,7 @@ int LmdbDatabase::erase(MDB_txn* transaction, const std::string& name) {
         }
     }
     code = code == MDB_NOTFOUND ? MDB_SUCCESS : code;
+    size.entries += keys.size();
     for (std::size_t i = 0; code == MDB_SUCCESS && i < keys.size(); ++i) {
         MDB_val doomed = valueOf(keys[i]);
         code = mdb_del(transaction, environment_.tree(), &doomed, nullptr);
@@ -125,8 +126,10 @@ StoreStatus LmdbDatabase::write(const StoreBatch& batch, bool onlyNew, Prepare p
     // In key order each page is visited once; into an empty tree, pages are filled to the brim without a search.
     const std::vector<std::size_t> order = inKeyOrder(batch);
     std::size_t refused = batch.size();
-    StoreStatus status = environment_.write("write", roughSize(batch), [&](MDB_txn* transaction) {
-        int code = prepare(transaction);
+    WriteSize size{roughSize(batch), 0};
+    StoreStatus status = environment_.write("write", size, [&](MDB_txn* transaction) {
+        size.entries = order.size();
+        int code = prepare(transaction, size);
         // Asked after `prepare`, which may just have emptied the tree.
         MDB_stat stat{};
         code = code == MDB_SUCCESS ? mdb_stat(transaction, environment_.tree(), &stat) : code;
@@ -157,10 +160,10 @@ StoreStatus LmdbDatabase::put(const StoreBatch& batch, bool onlyNew, const std::
     if (batch.size() == 0 && erased.empty()) {
         return {};  // not worth the flushes of a commit
     }
-    return write(batch, onlyNew, [&](MDB_txn* transaction) {
+    return write(batch, onlyNew, [&](MDB_txn* transaction, WriteSize& size) {
         int code = MDB_SUCCESS;
         for (std::size_t i = 0; code == MDB_SUCCESS && i < erased.size(); ++i) {
-            code = erase(transaction, erased[i]);
+            code = erase(transaction, erased[i], size);
         }
         return code;
     });
@@ -190,7 +193,9 @@ StoreStatus LmdbDatabase::scan(std::string_view prefix, const Visitor& visit) {
 }
 
 StoreStatus LmdbDatabase::replace(const StoreBatch& batch) {
-    return write(batch, false, [&](MDB_txn* transaction) { return mdb_drop(transaction, environment_.tree(), 0); });
+    // What is dropped does not count: its pages are noted as free and not written.
+    return write(batch, false,
+                 [&](MDB_txn* transaction, WriteSize&) { return mdb_drop(transaction, environment_.tree(), 0); });
 }
 
 }  // namespace persist

@@ -39,7 +39,7 @@ private:
     StoreStatus create();
     StoreStatus checkPages(int fd);
     StoreStatus finishOpening();
-    int erase(MDB_txn* transaction, const std::string& name);
+    int erase(MDB_txn* transaction, const std::string& name, WriteSize& size);
     template <class Prepare>
     StoreStatus write(const StoreBatch& batch, bool onlyNew, Prepare prepare);
 

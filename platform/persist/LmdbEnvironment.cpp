@@ -7,6 +7,7 @@
 #include <optional>
 #include <thread>
 
+#include "platform/persist/LmdbWriters.h"
 #include "platform/persist/PosixFiles.h"
 
 namespace persist {
@@ -72,6 +73,7 @@ StoreStatus LmdbEnvironment::openTree() {
 }
 
 void LmdbEnvironment::close() {
+    LmdbWriters::instance().forget(*this);
     const std::lock_guard guard(map_);
     shut();
 }
@@ -140,14 +142,27 @@ int LmdbEnvironment::prepareWriting(std::size_t bytes) {
             return code;
         }
     }
+    // A process that died inside a read keeps the pages that it read from being used again, and the file grows by all
+    // that is written from then on. Nobody else would look: this environment may stay open for months.
+    dropDeadReaders();
     return makeRoom(bytes);
 }
 
-void LmdbEnvironment::endWriting() {
+void LmdbEnvironment::endWriting(bool keepOpen) {
+    LmdbWriters& writers = LmdbWriters::instance();
+    if (keepOpen) {
+        writers.keep(*this);
+    } else {
+        writers.forget(*this);
+        stopWriting();
+    }
+}
+
+void LmdbEnvironment::stopWriting() {
     // Not waited for: a write would then last as long as the longest read beside it, and hold new reads up meanwhile.
     // Where another thread writes, this is for it to do.
     const std::unique_lock guard(map_, std::try_to_lock);
-    if (guard.owns_lock() && environment_ != nullptr && canWrite_) {
+    if (guard.owns_lock() && environment_ != nullptr && canWrite_ && !inherited()) {
         reopenForReading();
     }  // else somebody is at work; the next write tries again
 }

@@ -17,11 +17,26 @@
 
 namespace persist {
 
+/// How much a write changes.
+struct WriteSize {
+    std::size_t bytes = 0;    ///< of what is put, about
+    std::size_t entries = 0;  ///< put or removed
+
+    /// Whether the memory of the pages that it writes is little, and opening an environment much beside it.
+    bool isSmall() const {
+        constexpr std::size_t kSmallBytes = std::size_t{256} << 10U;
+        constexpr std::size_t kFewEntries = 64;
+        return bytes <= kSmallBytes && entries <= kFewEntries;
+    }
+};
+
 /// One LMDB environment and the transactions on it. Transactions hold `map_` shared, so that the map grows, and the
 /// environment is closed or opened anew, only while none is under way. Safe from any thread once it is open.
 ///
-/// An environment that can write has 3 MB of the library's lists, and after a write the memory of all pages that it
-/// ever wrote. So between two writes it is open for reading only.
+/// It is opened for reading, and anew for the first write: the library has no other way. After a small write it stays
+/// open for writing while it is one of the `LmdbWriters`. After a large one it is opened for reading again, because the
+/// library keeps the memory of all pages that it ever wrote; after one that failed as well, because the library then
+/// may refuse every further transaction.
 class LmdbEnvironment {
 public:
     /// How often a transaction, or another step that others can get in the way of, is tried.
@@ -49,6 +64,8 @@ public:
 
     /// Frees the slots of processes that died inside a read.
     void dropDeadReaders();
+    /// Has it open for reading only, unless it is in use right now.
+    void stopWriting();
 
     /// Calls `use` with a read transaction, once; its code, or the library's, as a status.
     template <class Use>
@@ -71,14 +88,15 @@ public:
     }
 
     /// Calls `use` with a write transaction and commits it when `use` answers MDB_SUCCESS; the code as a status. `use`
-    /// is called anew, in a fresh transaction, when the map has to grow; `bytes` says how much it will write.
+    /// is called anew, in a fresh transaction, when the map has to grow; until it returns, `size` is at least its
+    /// bytes.
     template <class Use>
-    StoreStatus write(const char* step, std::size_t bytes, Use use) {
-        const Writing end(*this);
+    StoreStatus write(const char* step, const WriteSize& size, Use use) {
+        Writing end(*this);
         int code = MDB_SUCCESS;
         bool again = true;
         for (int attempt = 0; again && attempt < kMaxAttempts; ++attempt) {
-            code = prepareWriting(bytes);
+            code = prepareWriting(size.bytes);
             if (code != MDB_SUCCESS) {
                 break;
             }
@@ -95,6 +113,7 @@ public:
             }
             again = mendWriting(code, mapBytes);
         }
+        end.keepOpen(code == MDB_SUCCESS && size.isSmall());
         return ended(code, step);
     }
 
@@ -103,12 +122,14 @@ private:
     class Writing {
     public:
         explicit Writing(LmdbEnvironment& environment) : environment_(environment) {}
-        ~Writing() { environment_.endWriting(); }
+        ~Writing() { environment_.endWriting(keepOpen_); }
         Writing(const Writing&) = delete;
         Writing& operator=(const Writing&) = delete;
+        void keepOpen(bool keep) { keepOpen_ = keep; }
 
     private:
         LmdbEnvironment& environment_;
+        bool keepOpen_ = false;
     };
 
     int beginReading(MDB_txn*& transaction);
@@ -116,7 +137,7 @@ private:
     int prepareWriting(std::size_t bytes);
     int beginWriting(MDB_txn*& transaction, std::size_t& mapBytes);
     bool mendWriting(int& code, std::size_t mapBytes);
-    void endWriting();
+    void endWriting(bool keepOpen);
     StoreStatus ended(int code, const char* step);
 
     // Under `map_`, exclusive.

@@ -69,7 +69,12 @@ int LmdbEnvironment::open(std::size_t fileBytes, bool forWriting) {
 }
 
 StoreStatus LmdbEnvironment::openTree() {
-    return read("open", [this](MDB_txn* transaction) { return mdb_dbi_open(transaction, nullptr, 0, &tree_); });
+    const StoreStatus status =
+        read("open", [this](MDB_txn* transaction) { return mdb_dbi_open(transaction, nullptr, 0, &tree_); });
+    if (canWrite_) {
+        LmdbWriters::instance().keep(*this);  // just created; its first documents mostly follow at once
+    }
+    return status;
 }
 
 void LmdbEnvironment::close() {

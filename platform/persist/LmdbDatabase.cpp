@@ -188,7 +188,7 @@ StoreStatus LmdbDatabase::scan(std::string_view prefix, const Visitor& visit) {
         while (code == MDB_SUCCESS && startsWith(cursor.key(), prefix) && visit(cursor.key(), cursor.value())) {
             code = cursor.next();
         }
-        return code == MDB_NOTFOUND ? MDB_SUCCESS : code;
+        return code == MDB_NOTFOUND ? MDB_SUCCESS : code;  // the end of the tree
     });
 }
 

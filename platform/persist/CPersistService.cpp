@@ -64,7 +64,8 @@ private:
     const std::vector<bson::BSONObj>& objects_;
 };
 
-/// A batch of documents, of which those that hold nothing count as not made.
+/// A batch of documents, of which those that hold nothing count as not made: that is what a builder hands out which
+/// failed, and a record without a field would be read as one of defaults.
 class CheckedBatch final : public StoreBatch {
 public:
     explicit CheckedBatch(const StoreBatch& batch) : batch_(batch) {}
@@ -180,6 +181,7 @@ CPersistService::State::Handle CPersistService::State::handle(const std::string&
         forget(name, database);
         database = nullptr;
     }
+    // Without the lock: threads that come here at once are given the same database by the engine.
     return database ? database : open(name, access, status);
 }
 
@@ -263,6 +265,8 @@ void CPersistService::setEngine(std::shared_ptr<StoreEngine> engine) {
     state_->restart([&] { state_->engine = engine ? std::move(engine) : makeLmdbEngine(); });
 }
 
+// Made first and emptied then: who dies in between leaves the former documents, and the load that follows replaces
+// them.
 bool CPersistService::initDb(const std::string& db, bool empty) {
     return state_->run("open", db, State::Access::Create,
                        [&](StoreDatabase& database) { return empty ? database.replace(kNothing) : StoreStatus(); });
@@ -301,6 +305,7 @@ StoreStatus differingSizes(std::size_t keys, std::size_t values) {
 bool CPersistService::writeDatas(const std::string& db, const std::vector<std::string>& keys,
                                  const std::vector<bson::BSONObj>& values, bool onlyNew) {
     if (keys.size() != values.size()) {
+        // Refused where other failures end, for their line in the log.
         return state_->run("write", db, State::Access::Write,
                            [&](StoreDatabase&) { return differingSizes(keys.size(), values.size()); });
     }
@@ -499,6 +504,7 @@ bool CPersistService::removeData(const std::string& db, const std::string& key) 
 }
 
 void CPersistService::dropAllData(const std::string& db) {
+    // A market that was not loaded since the start has no database's name yet, and nothing of it is to be dropped.
     if (!db.empty()) {
         state_->run("drop", db, State::Access::Write,
                     [](StoreDatabase& database) { return database.replace(kNothing); });

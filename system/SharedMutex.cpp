@@ -38,6 +38,8 @@ void waitUntilEmpty(const std::atomic<std::uint32_t>& inside) {
 void SharedMutex::lockSlowly() {
     Inside& inside = lines_[ThreadLine::give()].inside;
     for (;;) {
+        // An addition, because others may count on this line, too; and a barrier of its own, because where no thread
+        // owns a line a writer has none for all of them.
         inside.fetch_add(1, std::memory_order_seq_cst);
         if (closed_.load(std::memory_order_seq_cst) == 0) {
             return;
@@ -57,6 +59,7 @@ void SharedMutex::shutDoor() {
 void SharedMutex::lock() {
     writers_.lock();
     shutDoor();
+    // One after the other: once a line was found empty behind the shut door, nobody goes in on it.
     for (const Line& line : lines_) {
         waitUntilEmpty(line.inside);
     }
@@ -77,6 +80,7 @@ bool SharedMutex::try_lock() {
 }
 
 void SharedMutex::unlock() {
+    // The door before the mutex, so that readers go in between two writers who come one after the other.
     closed_.store(0, std::memory_order_seq_cst);
     closed_.notify_all();
     writers_.unlock();

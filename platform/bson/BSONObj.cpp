@@ -14,6 +14,7 @@ namespace {
 
 constexpr char kEmptyDocument[] = {5, 0, 0, 0, 0};
 
+/// The first of that name. No index: a document has some dozens of fields, and who wants most of them walks it once.
 std::optional<Element> findField(const BSONObj& object, std::string_view name) {
     ElementCursor cursor(object.objdata(), static_cast<std::size_t>(object.objsize()));
     for (Element element; cursor.next(element);) {
@@ -29,7 +30,8 @@ std::optional<Element> findNumber(const BSONObj& object, std::string_view name) 
     return element && element->isNumber() ? element : std::nullopt;
 }
 
-/// The length of the UTF-8 sequence that begins at `at`, or 0 when there is none (Unicode 15, table 3-7).
+/// The length of the UTF-8 sequence that begins at `at`, or 0 when there is none (Unicode 15, table 3-7). The library
+/// tells whether a text is UTF-8, but not where it is not, and the rest is to be kept.
 std::size_t sequenceLength(const char* at, std::size_t left) {
     const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(at[i]); };
     const auto continues = [&](std::size_t i) { return i < left && (byte(i) & 0xC0U) == 0x80U; };
@@ -116,6 +118,8 @@ BSONObj BSONObj::fromBytes(const void* data, std::size_t size, std::string* erro
     if (bytes != nullptr && size >= sizeof length) {
         std::memcpy(&length, bytes, sizeof length);
     }
+    // The length that the document gives itself counts; what follows it in a larger buffer is not looked at. Checked
+    // before it is copied, so nothing that is refused takes memory.
     const bool fits = length > 0 && static_cast<std::size_t>(length) <= size;
     if (!fits) {
         if (error != nullptr) {
@@ -126,6 +130,7 @@ BSONObj BSONObj::fromBytes(const void* data, std::size_t size, std::string* erro
     if (!checkDocument(bytes, static_cast<std::size_t>(length), error)) {
         return {};
     }
+    // A copy, because pages of the store are the reader's only during the call.
     auto copy = std::make_shared<std::string>(bytes, static_cast<std::size_t>(length));
     const char* const begin = copy->data();
     return {std::move(copy), begin, length};
@@ -169,6 +174,7 @@ BSONObj BSONObj::getObjectField(std::string_view name) const {
     if (!element || element->type != ElementType::Document) {
         return {};
     }
+    // Bytes within this document, whose owner they keep alive: a basket of thousands of components is not copied.
     return {owner_, element->value, static_cast<int>(element->valueSize)};
 }
 
@@ -207,6 +213,8 @@ std::string BSONObj::toJson() const {
     return json;
 }
 
+/// The library's document grows as it is appended to. After the first append that fails all others are passed over, and
+/// `obj` hands out nothing: half a record must not be taken for a whole one.
 struct BSONObjBuilder::State {
     State() { bson_init(&document); }
     ~State() { bson_destroy(&document); }
@@ -233,6 +241,8 @@ const char* nameData(std::string_view name) {
     return name.data() == nullptr ? "" : name.data();
 }
 
+/// Names end with a NUL: what stands behind one within a name would be read as a value. The library counts lengths in
+/// 32 bits, so sizes are looked at before they are handed over.
 bool nameFits(std::string_view name) {
     return name.size() < kMaxDocumentBytes && name.find('\0') == std::string_view::npos;
 }
@@ -245,6 +255,7 @@ bool staticDocument(bson_t& target, const BSONObj& object) {
 }  // namespace
 
 BSONObjBuilder& BSONObjBuilder::append(std::string_view name, std::string_view value) {
+    // An empty view may point nowhere, of which the library makes a null instead of a text.
     const char* const text = value.empty() ? "" : value.data();
     state_->ok = state_->ok && nameFits(name) && value.size() < kMaxDocumentBytes &&
                  state_->document.len < kMaxDocumentBytes &&
@@ -308,11 +319,13 @@ BSONObjBuilder& BSONObjBuilder::append(std::string_view name, const std::vector<
         state_->ok = staticDocument(nested, values[i]) && array.len < kMaxDocumentBytes &&
                      bson_append_document(&array, index.data(), static_cast<int>(index.size()), &nested);
     }
+    // Also after a failure: until then nothing can be done with the document itself.
     state_->ok = bson_append_array_end(&state_->document, &array) && state_->ok;
     return *this;
 }
 
 BSONObj BSONObjBuilder::obj() {
+    // The finished document takes over the bytes, and the builder is fresh afterwards, whatever came of it.
     auto finished = std::make_shared<State>();
     bson_destroy(&finished->document);
     bson_steal(&finished->document, &state_->document);

@@ -23,6 +23,9 @@ Number read(const char* at) {
     return number;
 }
 
+// Lengths are compared with what is left of the document, signed and by subtraction from what is known to be there: a
+// length that a damaged document makes negative or huge neither wraps nor points anywhere.
+
 /// The length of a "length, bytes, NUL" text at `at`, or kDamaged.
 std::ptrdiff_t textSize(const char* at, std::ptrdiff_t left) {
     if (left < static_cast<std::ptrdiff_t>(kLengthBytes)) {
@@ -90,7 +93,7 @@ std::ptrdiff_t valueSize(std::uint8_t type, const char* at, std::ptrdiff_t left)
         case 0x03:
         case 0x04:
             return documentSize(at, left);
-        case 0x08:
+        case 0x08:  // as strict as libbson, so that both take the same documents
             return left >= 1 && (at[0] == 0 || at[0] == 1) ? 1 : kDamaged;
         case 0x05:
             return binarySize(at, left);
@@ -117,6 +120,7 @@ bool checkLevel(const char* data, std::size_t size, int depth, const char* origi
         }
         return false;
     };
+    // Before a level is entered: bytes that nest documents by the thousand must not use up the stack.
     if (depth > kMaxDocumentDepth) {
         return refuse("documents nested too deep", 0);
     }
@@ -146,6 +150,7 @@ std::int64_t Element::toInt64() const {
         case ElementType::Bool:
             return value[0] != 0 ? 1 : 0;
         case ElementType::Double: {
+            // To convert a number that has no place in the type is undefined, and a damaged price may be any.
             constexpr double kTwoTo63 = 9223372036854775808.0;
             const double number = read<double>(value);
             if (std::isnan(number)) {
@@ -170,6 +175,8 @@ ElementCursor::ElementCursor(const char* data, std::size_t size) : begin_(data),
         failure_ = "document larger than 16 MiB";
         return;
     }
+    // The size has to be the document's own. Else bytes behind its end would be walked as elements, or its last ones
+    // not at all.
     const std::ptrdiff_t length = documentSize(data, static_cast<std::ptrdiff_t>(size));
     if (length != static_cast<std::ptrdiff_t>(size)) {
         failure_ = "document length or terminator does not fit";
@@ -199,6 +206,7 @@ bool ElementCursor::next(Element& element) {
     if (size == kDamaged) {
         return fail("field of unknown type or with a value that does not fit");
     }
+    // Filled in when all of it is known to be sound: after a failure the caller's element is the one before.
     element.type = static_cast<ElementType>(type);
     element.name = {name, static_cast<std::size_t>(nameSize - 1)};
     element.value = value;

@@ -22,6 +22,7 @@ RPCEngine* RPCEngine::instance() {
 }
 
 boost::shared_ptr<Strand> RPCEngine::getStrand(const std::string& name) {
+    // Strands are never let go of: a name stands for one strand for good, also when nobody holds it meanwhile.
     const std::lock_guard guard(state_->lock);
     boost::shared_ptr<Strand>& strand = state_->strandByName[name];
     if (!strand) {

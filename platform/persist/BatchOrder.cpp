@@ -33,6 +33,7 @@ std::vector<std::size_t> inKeyOrder(const StoreBatch& batch) {
     std::vector<std::size_t> order;
     order.reserve(places.size());
     for (const Place& place : places) {
+        // Of equal keys the later counts, and it stands later here. Both would do for a put, but not for an append.
         if (!order.empty() && batch.key(order.back()) == batch.key(place.entry)) {
             order.back() = place.entry;
         } else {

@@ -23,6 +23,7 @@ constexpr std::size_t kMaxKeyBytes = 511;  // LMDB's limit
 constexpr const char* kEveryKey = ".*";
 constexpr const char* kBadKey = "a field or key is empty, too long or holds a NUL";
 
+/// Names with a dot in front are those of directories that are being cleared away.
 bool isSafeName(const std::string& name) {
     const auto unsafe = [](char c) {
         const auto byte = static_cast<unsigned char>(c);
@@ -63,7 +64,8 @@ private:
     const std::vector<bson::BSONObj>& objects_;
 };
 
-/// A batch of documents, of which those that hold nothing count as not made.
+/// A batch of documents, of which those that hold nothing count as not made: that is what a builder hands out which
+/// failed, and a record without a field would be read as one of defaults.
 class CheckedBatch final : public StoreBatch {
 public:
     explicit CheckedBatch(const StoreBatch& batch) : batch_(batch) {}
@@ -107,10 +109,11 @@ struct CPersistService::State {
     std::map<std::string, Handle> openByName;
     unsigned generation = 0;  // counts changes of root and engine
 
-    /// Closes what is open and lets `change` replace the root or the engine.
+    /// Closes what is open and lets `change` replace the root or the engine. Closing takes its time and the lock of all
+    /// opening and closing, so it comes after this one.
     template <class Change>
     void restart(Change change) {
-        std::map<std::string, Handle> closed;  // destroyed after the lock
+        std::map<std::string, Handle> closed;
         const std::lock_guard guard(lock);
         closed.swap(openByName);
         ++generation;
@@ -125,6 +128,7 @@ struct CPersistService::State {
 
     void forget(const std::string& name, const Handle& handle) {
         const std::lock_guard guard(lock);
+        // Unless another thread has come first and filed what is there now.
         const auto found = openByName.find(name);
         if (found != openByName.end() && found->second == handle) {
             openByName.erase(found);
@@ -158,6 +162,8 @@ CPersistService::State::Handle CPersistService::State::open(const std::string& n
     const auto mode = access == Access::Create ? StoreEngine::Mode::Create : StoreEngine::Mode::WriteExisting;
     Handle database = opener->open(directory + "/" + name, mode, status);
     if (database) {
+        // The root may have been changed while this opened beneath the former one: this call still goes there, and no
+        // later one does.
         const std::lock_guard guard(lock);
         if (opened == generation) {
             openByName[name] = database;
@@ -175,6 +181,7 @@ CPersistService::State::Handle CPersistService::State::handle(const std::string&
         forget(name, database);
         database = nullptr;
     }
+    // Without the lock: threads that come here at once are given the same database by the engine.
     return database ? database : open(name, access, status);
 }
 
@@ -212,6 +219,7 @@ bool CPersistService::State::run(const char* what, const std::string& name, Acce
             if (!isSafeName(name)) {
                 status = StoreStatus::failure("not a safe database name");
             } else if (const Handle database = handle(name, access, status)) {
+                // A damaged database was set aside: the call goes on in a fresh one, but an operator has to know.
                 if (!status.reason.empty()) {
                     PM_LOG(utils::kLogError, kSource,
                            fmt::format("[persist] database {} {}", shown(name), status.reason));
@@ -257,6 +265,8 @@ void CPersistService::setEngine(std::shared_ptr<StoreEngine> engine) {
     state_->restart([&] { state_->engine = engine ? std::move(engine) : makeLmdbEngine(); });
 }
 
+// Made first and emptied then: who dies in between leaves the former documents, and the load that follows replaces
+// them.
 bool CPersistService::initDb(const std::string& db, bool empty) {
     return state_->run("open", db, State::Access::Create,
                        [&](StoreDatabase& database) { return empty ? database.replace(kNothing) : StoreStatus(); });
@@ -295,6 +305,7 @@ StoreStatus differingSizes(std::size_t keys, std::size_t values) {
 bool CPersistService::writeDatas(const std::string& db, const std::vector<std::string>& keys,
                                  const std::vector<bson::BSONObj>& values, bool onlyNew) {
     if (keys.size() != values.size()) {
+        // Refused where other failures end, for their line in the log.
         return state_->run("write", db, State::Access::Write,
                            [&](StoreDatabase&) { return differingSizes(keys.size(), values.size()); });
     }
@@ -315,6 +326,8 @@ bool CPersistService::replaceDocuments(const std::string& db, const StoreBatch& 
     });
 }
 
+// Reads ask for keys as they come. What cannot be a key has no document, which is nothing to log; the engine would call
+// it a failure.
 bool CPersistService::visitData(const std::string& db, const std::string& key, const Visitor& visit) {
     return isSafeKey(key) && state_->run("read", db, State::Access::Read,
                                          [&](StoreDatabase& database) { return database.get(key, visit); });
@@ -333,6 +346,7 @@ bson::BSONObj CPersistService::readData(const std::string& db, const std::string
         return object;
     }
     state_->run("read", db, State::Access::Read, [&](StoreDatabase& database) {
+        // Checked as a whole, where a lookup of a record checks what it reads: here somebody else will read it.
         std::string error;
         const StoreStatus status = database.get(key, [&](std::string_view, std::string_view bytes) {
             object = bson::BSONObj::fromBytes(bytes.data(), bytes.size(), &error);
@@ -361,7 +375,7 @@ StoreStatus readInto(StoreDatabase& database, const std::string& prefix, const W
         bson::BSONObj object = bson::BSONObj::fromBytes(bytes.data(), bytes.size(), &error);
         if (error.empty()) {
             found.insert_or_assign(found.end(), std::string(key), std::move(object));
-        } else if (problem.empty()) {
+        } else if (problem.empty()) {  // the first for all: one line a call
             problem = fmt::format("document {}: {}", shown(std::string(key)), error);
         }
         return true;
@@ -380,6 +394,7 @@ std::map<std::string, bson::BSONObj> CPersistService::readAllData(const std::str
         if (pattern == kEveryKey) {
             return readInto(database, {}, isSafeKey, documents);
         }
+        // Compiled in here, so that a bad pattern is a failed read and logged as one.
         try {
             const std::regex expression(pattern);
             const auto matches = [&](std::string_view key) {
@@ -434,6 +449,7 @@ private:
 bool CPersistService::State::writeFields(const std::string& db, const std::vector<Field>& fields, bool onlyNew,
                                          bool replace) {
     return run("write", db, Access::Write, [&](StoreDatabase& database) {
+        // All fields in one transaction: of a catalogue that is spread over several, readers see one load.
         FieldBatch batch;
         std::vector<std::string> erased;
         for (const Field& field : fields) {
@@ -480,6 +496,7 @@ bool CPersistService::readHashDatas(const std::string& db, std::map<std::string,
     return any;
 }
 
+// With the key's document goes the field of that name, which hosts empty so before they write it anew.
 bool CPersistService::removeData(const std::string& db, const std::string& key) {
     return state_->run("remove", db, State::Access::Write, [&](StoreDatabase& database) {
         return isSafeKey(key) ? database.put(kNothing, false, {key}) : StoreStatus::failure(kBadKey);
@@ -487,6 +504,7 @@ bool CPersistService::removeData(const std::string& db, const std::string& key) 
 }
 
 void CPersistService::dropAllData(const std::string& db) {
+    // A market that was not loaded since the start has no database's name yet, and nothing of it is to be dropped.
     if (!db.empty()) {
         state_->run("drop", db, State::Access::Write,
                     [](StoreDatabase& database) { return database.replace(kNothing); });

@@ -33,7 +33,7 @@ int LmdbCursor::seek(std::string_view key) {
     if (code_ != MDB_SUCCESS) {
         return code_;
     }
-    key_ = valueOf(key);
+    key_ = valueOf(key);  // the cursor sets it to the key that it finds
     // The library refuses to search for an empty key.
     return mdb_cursor_get(cursor_, &key_, &value_, key.empty() ? MDB_FIRST : MDB_SET_RANGE);
 }

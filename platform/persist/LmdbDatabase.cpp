@@ -111,6 +111,7 @@ int LmdbDatabase::erase(MDB_txn* transaction, const std::string& name, WriteSize
     for (std::size_t i = 0; code == MDB_SUCCESS && i < keys.size(); ++i) {
         MDB_val doomed = valueOf(keys[i]);
         code = mdb_del(transaction, environment_.tree(), &doomed, nullptr);
+        // To remove what is not there is done.
         code = code == MDB_NOTFOUND ? MDB_SUCCESS : code;
     }
     return code;
@@ -123,7 +124,8 @@ StoreStatus LmdbDatabase::write(const StoreBatch& batch, bool onlyNew, Prepare p
     if (readOnly_) {
         return StoreStatus::failure("write: opened for reading only");
     }
-    // In key order each page is visited once; into an empty tree, pages are filled to the brim without a search.
+    // Before the transaction, for whose end every writer of every process waits. In key order each page is visited
+    // once; into an empty tree, pages are filled to the brim without a search.
     const std::vector<std::size_t> order = inKeyOrder(batch);
     std::size_t refused = batch.size();
     WriteSize size{roughSize(batch), 0};
@@ -139,7 +141,7 @@ StoreStatus LmdbDatabase::write(const StoreBatch& batch, bool onlyNew, Prepare p
             MDB_val key = valueOf(batch.key(*entry));
             MDB_val value = valueOf(batch.value(*entry));
             if (value.mv_size == 0) {
-                refused = *entry;
+                refused = *entry;  // with what was put before it: a batch is written whole or not at all
                 return EINVAL;
             }
             code = mdb_put(transaction, environment_.tree(), &key, &value, flags);
@@ -188,7 +190,7 @@ StoreStatus LmdbDatabase::scan(std::string_view prefix, const Visitor& visit) {
         while (code == MDB_SUCCESS && startsWith(cursor.key(), prefix) && visit(cursor.key(), cursor.value())) {
             code = cursor.next();
         }
-        return code == MDB_NOTFOUND ? MDB_SUCCESS : code;
+        return code == MDB_NOTFOUND ? MDB_SUCCESS : code;  // the end of the tree
     });
 }
 

@@ -98,9 +98,6 @@ private:
             return open;
         }
         std::shared_ptr<LmdbDatabase> database = openFresh(directory, mode, status);
-        if (!database && mode == Mode::WriteExisting && status.failed() && ::access(directory.c_str(), W_OK) != 0) {
-            database = openFresh(directory, Mode::ReadExisting, status);
-        }
         struct stat after {};
         if (database && (::stat(directory.c_str(), &after) != 0 || !(idOf(after) == idOf(file)))) {
             database->retire();  // its two files may come from two directories

@@ -69,7 +69,7 @@ int LmdbEnvironment::open(std::size_t fileBytes, bool forWriting) {
 }
 
 StoreStatus LmdbEnvironment::openTree() {
-    const StoreStatus status =
+    StoreStatus status =
         read("open", [this](MDB_txn* transaction) { return mdb_dbi_open(transaction, nullptr, 0, &tree_); });
     if (canWrite_) {
         LmdbWriters::instance().keep(*this);  // just created; its first documents mostly follow at once

@@ -88,8 +88,8 @@ public:
     }
 
     /// Calls `use` with a write transaction and commits it when `use` answers MDB_SUCCESS; the code as a status. `use`
-    /// is called anew, in a fresh transaction, when the map has to grow; until it returns, `size` is at least its
-    /// bytes.
+    /// is called anew, in a fresh transaction, when the map has to grow. It may count entries in `size`; the bytes
+    /// are asked for before.
     template <class Use>
     StoreStatus write(const char* step, const WriteSize& size, Use use) {
         Writing end(*this);

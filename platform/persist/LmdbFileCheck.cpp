@@ -24,6 +24,8 @@ constexpr std::uint32_t kVersion = 1;
 constexpr std::uint64_t kPlausibleMapBytes = std::uint64_t{1} << 40U;  // four times what the engine grows a map to
 constexpr int kMaxDepth = 31;                                          // one less than the library's cursor stack
 
+// The library knows more kinds of pages and nodes, for trees within trees and for pages that are not on disk yet. The
+// engine opens no tree in those ways, so a page that says so is damaged.
 constexpr std::uint16_t kBranchPage = 0x01;
 constexpr std::uint16_t kLeafPage = 0x02;
 constexpr std::uint16_t kOverflowPage = 0x04;
@@ -75,6 +77,7 @@ struct NodeHeader {
 };
 static_assert(sizeof(NodeHeader) == kNodeBytes);
 
+/// By copying, because offsets in a damaged page are aligned to nothing.
 template <class Plain>
 Plain copyFrom(const char* at) {
     Plain plain;
@@ -82,6 +85,8 @@ Plain copyFrom(const char* at) {
     return plain;
 }
 
+/// Not through a map: of a file that somebody cuts short meanwhile this reads too little, where a map would end the
+/// process.
 bool readAt(int fd, void* into, std::size_t size, std::uint64_t offset) {
     return ::pread(fd, into, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
 }
@@ -97,13 +102,16 @@ std::optional<Meta> readMeta(int fd, std::size_t pageBytes, int index) {
     }
     const auto header = copyFrom<PageHeader>(bytes.data());
     const auto meta = copyFrom<Meta>(bytes.data() + kHeaderBytes);
+    // The page size is what the library computes every offset with; the map size is what it asks of the system. An
+    // address or other flags belong to ways of opening that the engine does not use.
     const bool plausible = (header.flags & kMetaPage) != 0 && meta.magic == kMagic && meta.version == kVersion &&
                            meta.freePages.pad == pageBytes && meta.freePages.flags == kIntegerKeys &&
                            meta.main.flags == 0 && meta.address == 0 && meta.mapSize <= kPlausibleMapBytes;
     return plausible ? std::optional(meta) : std::nullopt;
 }
 
-/// One walk over both trees of one state of the file.
+/// One walk over both trees of one state of the file. It ends with the first problem: one is enough to set the file
+/// aside. Pages that are neither in use nor free are none, as they only take room.
 class TreeCheck {
 public:
     TreeCheck(int fd, std::size_t pageBytes, const Meta& meta)
@@ -114,6 +122,8 @@ public:
         if (problem_.empty()) {
             walkTree(meta_.freePages, true);
         }
+        // Last, when all that is in use is known: the library gives out what is listed as free without a look, and the
+        // next write would go over pages that readers follow.
         for (std::size_t i = 0; i < free_.size() && problem_.empty(); ++i) {
             if (used_[free_[i]]) {
                 fail(free_[i], "free twice or still in use");
@@ -140,6 +150,8 @@ private:
         }
     }
 
+    /// Takes a page for the tree, once: so a walk that a damaged page sends in circles ends. The first two pages are
+    /// the meta pages.
     bool claim(PageNumber page) {
         if (page < 2 || page > meta_.lastPage) {
             fail(page, "number out of range");
@@ -162,6 +174,8 @@ private:
             problem_ = "a tree of impossible depth";
             return;
         }
+        // Counts are compared because they are acted upon: the library goes by some, and the engine appends to a tree
+        // that is said to be empty.
         Counts counts;
         walkPage(tree.root, tree.depth, freePages, counts);
         const bool agree = counts.branchPages == tree.branchPages && counts.leafPages == tree.leafPages &&
@@ -190,6 +204,8 @@ private:
             return fail(number, "free space out of bounds");
         }
         const std::size_t nodes = (header.lower - kHeaderBytes) / sizeof(std::uint16_t);
+        // The library asserts, and that ends the process, that a branch page leads to two others at least; but for the
+        // tree of free pages, where it leaves some with one.
         const std::size_t fewest = leaf || freePages ? 1 : 2;
         if (nodes < fewest) {
             return fail(number, "too few nodes");
@@ -211,12 +227,14 @@ private:
             if (leaf) {
                 nodeEnd += checkLeafNode(number, page, offset, node, freePages, counts);
             } else {
+                // The first key of a branch page stands for all that is less than the second, and is compared with
+                // nothing.
                 if (i > 0) {
                     checkSeparator(number, {page.data() + offset + kNodeBytes, node.keySize}, freePages, counts);
                 }
                 walkPage(node.child(), levels - 1, freePages, counts);
             }
-            extents.emplace_back(offset, nodeEnd + nodeEnd % 2);
+            extents.emplace_back(offset, nodeEnd + nodeEnd % 2);  // nodes begin at even offsets
         }
         checkExtents(number, header.upper, extents);
     }
@@ -257,7 +275,8 @@ private:
         return valueBytes;
     }
 
-    /// Whether one key stands before another in its tree.
+    /// Whether one key stands before another in its tree. Free pages are filed under numbers of transactions, in the
+    /// machine's order of bytes; both sizes are known by then.
     static bool before(std::string_view left, std::string_view right, bool freePages) {
         return freePages ? copyFrom<std::uint64_t>(left.data()) < copyFrom<std::uint64_t>(right.data()) : left < right;
     }
@@ -272,6 +291,7 @@ private:
     }
 
     void checkKeyOrder(PageNumber number, std::string_view key, bool freePages, Counts& counts) {
+        // A list under a later transaction than the state's own would be of pages that this state may still use.
         bool ascending = !key.empty();
         if (freePages) {
             ascending = key.size() == sizeof(std::uint64_t) && copyFrom<std::uint64_t>(key.data()) <= meta_.transaction;
@@ -290,6 +310,7 @@ private:
         if (first > meta_.lastPage || !readAt(fd_, bytes.data(), bytes.size(), first * pageBytes_)) {
             return fail(first, "overflow page out of range");
         }
+        // More pages than the value needs are sound: it may have replaced a longer one.
         const auto header = copyFrom<PageHeader>(bytes.data());
         const std::uint64_t pages = header.lower | static_cast<std::uint64_t>(header.upper) << 16U;
         const std::uint64_t needed = (kHeaderBytes + valueSize + pageBytes_ - 1) / pageBytes_;
@@ -303,6 +324,7 @@ private:
             }
         }
         counts.overflowPages += pages;
+        // Only the last byte, which tells that the file goes so far: what the value holds is for its reader to check.
         char last = 0;
         const std::uint64_t begin = first * pageBytes_ + kHeaderBytes;
         if (valueSize != 0 && !readAt(fd_, &last, 1, begin + valueSize - 1)) {
@@ -317,7 +339,8 @@ private:
         }
     }
 
-    /// A list of free pages: their count, then their numbers from the highest down.
+    /// A list of free pages: their count, then their numbers from the highest down, as the library relies on when it
+    /// merges lists.
     void noteFreePages(PageNumber number, const char* value, std::size_t size) {
         if (size < sizeof(PageNumber)) {
             return fail(number, "list of free pages too short");
@@ -354,6 +377,7 @@ std::string metaProblem(int fd) {
     if (::fstat(fd, &file) != 0) {
         return std::strerror(errno);
     }
+    // Of both pages, also the one that is not in force: the library reads both before it chooses.
     std::array<std::uint64_t, 2> transactions{};
     for (const int index : {0, 1}) {
         const std::optional<Meta> meta = readMeta(fd, pageBytes, index);

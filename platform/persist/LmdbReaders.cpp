@@ -13,6 +13,8 @@ LmdbReaders::Idle& LmdbReaders::idleOfThread() {
 
 int LmdbReaders::begin(MDB_env* environment, MDB_txn*& transaction) {
     transaction = nullptr;
+    // Taken out while it is in use, so the lock is held for two stores; the one that was put back last is most likely
+    // in the processor's cache still.
     Idle& idle = idleOfThread();
     {
         const std::lock_guard guard(idle.lock);
@@ -26,6 +28,7 @@ int LmdbReaders::begin(MDB_env* environment, MDB_txn*& transaction) {
     }
     const int code = mdb_txn_renew(transaction);
     if (code != MDB_SUCCESS) {
+        // It gives its slot back. Kept, it would fail again for whoever takes it next.
         mdb_txn_abort(std::exchange(transaction, nullptr));
     }
     return code;
@@ -38,7 +41,7 @@ void LmdbReaders::end(MDB_txn* transaction) noexcept {
     const std::lock_guard guard(idle.lock);
     try {
         idle.transactions.push_back(transaction);
-    } catch (const std::bad_alloc&) {
+    } catch (const std::bad_alloc&) {  // no reason for a read that is done to fail
         mdb_txn_abort(transaction);
     }
 }

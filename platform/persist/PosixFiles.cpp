@@ -22,6 +22,7 @@ Descriptor::~Descriptor() {
 
 // On the root itself: a lock file beside the databases would have to be made, which a root for reading only refuses.
 // The system lets go of it when the process dies.
+// Waited for without end: whoever has it creates or checks one database, which takes a fraction of a second.
 RootLock::RootLock(const std::string& root, bool exclusive)
     : root_(::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
     while (root_.valid() && ::flock(root_.get(), exclusive ? LOCK_EX : LOCK_SH) != 0 && errno == EINTR) {
@@ -40,7 +41,7 @@ bool syncDirectory(const std::filesystem::path& directory) {
 StoreStatus makeDirectories(const std::filesystem::path& directory) {
     std::error_code error;
     // A name is on disk when the directory that holds it is flushed, so it is the parents of what is missing that
-    // count.
+    // count. Noted before anything is made, while it still shows.
     std::vector<std::filesystem::path> extended;
     std::filesystem::path way = directory.parent_path();
     for (; way.has_relative_path() && !std::filesystem::exists(way, error); way = way.parent_path()) {

@@ -77,6 +77,7 @@ bool accepts(MarketPredicate predicate, const std::string& market, const std::st
 void publish(MarketRuleSet newRules) {
     RuleSetPtr rules = std::make_shared<const MarketRuleSet>(std::move(newRules));
     RulesInForce& inForce = rulesInForce();
+    // Swapped: the former set, if nobody else has it, is destroyed after the lock.
     const std::lock_guard lock(inForce.mutex);
     inForce.rules.swap(rules);
     generationInForce.fetch_add(1, std::memory_order_release);
@@ -101,6 +102,7 @@ std::string shown(std::string_view text) {
 std::string readWhole(const std::string& file) {
     std::error_code error;
     const auto status = std::filesystem::status(file, error);
+    // Told apart before reading: a directory opens like a file, and a pipe may never end.
     if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
         const bool directory = std::filesystem::is_directory(status);
         throw std::runtime_error(directory ? "is a directory" : "is not a regular file");
@@ -169,6 +171,7 @@ private:
             fail(place, {}, shown(key) + " is no market-rule predicate");
         }
         const auto index = static_cast<std::size_t>(name - kMarketPredicateNames.begin());
+        // A parser of JSON would let the last one count; whoever wrote it twice wants to know which.
         if (named_[index]) {
             fail(place, key, "is given twice");
         }
@@ -251,6 +254,7 @@ CodeRange parseCodeRange(std::string_view text) {
         return {market, from, from, true};
     }
     const std::string to = rest.substr(1);
+    // Codes are compared as texts, and of texts of two lengths nobody expects what lies between.
     if (from.size() != to.size()) {
         throw std::invalid_argument("range " + shown(text) + ": FROM and TO differ in length");
     }

@@ -51,9 +51,7 @@ void SharedMutex::lockSlowly() {
 
 void SharedMutex::shutDoor() {
     closed_.store(1, std::memory_order_seq_cst);
-    if (barrier_ == Barrier::OfProcess) {
-        ThreadLine::barrier();
-    }
+    ThreadLine::barrier();
 }
 
 void SharedMutex::lock() {

@@ -16,7 +16,8 @@ namespace mxservice {
 namespace {
 
 struct Cache : RecordCache<std::string> {
-    /// Threads have a number from their first question of a version; those without one note no hits but tell them at once.
+    /// Threads have a number from their first question of a version; those without one note no hits but tell them at
+    /// once.
     explicit Cache(int capacity) : RecordCache(capacity) { sys::ThreadLine::give(); }
 };
 

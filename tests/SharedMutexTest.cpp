@@ -5,11 +5,11 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cstdint>
 #include <memory>
+#include <mutex>
 #include <thread>
 #include <vector>
-
-#include "base/instrumentcenter/Guarded.h"
 
 #ifdef __linux__
 #include <sched.h>
@@ -23,19 +23,16 @@ struct Pair {
     std::uint64_t second = 0;
 };
 
-/// Both kinds of the lock keep the same promises.
-template <class Mutex>
-class AnyLock : public testing::Test {};
-using Locks = testing::Types<SharedMutex, EvenSharedMutex>;
-TYPED_TEST_SUITE(AnyLock, Locks);
+using sys::SharedMutex;
 
 /// More threads than the lock has lines, so that lines are shared; readers must never see half a write, and no write
 /// may be lost.
-TYPED_TEST(AnyLock, ReadersSeeWholeWritesAndNoWriteIsLost) {
+TEST(SharedMutex, ReadersSeeWholeWritesAndNoWriteIsLost) {
     constexpr int kReaders = 40;
     constexpr int kWriters = 3;
     constexpr int kWrites = 2000;
-    Guarded<Pair, TypeParam> guarded;
+    SharedMutex mutex;
+    Pair pair;
     std::atomic<bool> done{false};
     std::atomic<int> torn{0};
     std::vector<std::thread> threads;
@@ -43,7 +40,9 @@ TYPED_TEST(AnyLock, ReadersSeeWholeWritesAndNoWriteIsLost) {
         threads.emplace_back([&] {
             std::uint64_t last = 0;
             while (!done.load()) {
-                const Pair seen = guarded.copy();
+                mutex.lock_shared();
+                const Pair seen = pair;
+                mutex.unlock_shared();
                 torn += seen.first != seen.second || seen.first < last ? 1 : 0;
                 last = seen.first;
                 std::this_thread::yield();
@@ -54,9 +53,9 @@ TYPED_TEST(AnyLock, ReadersSeeWholeWritesAndNoWriteIsLost) {
     for (int i = 0; i < kWriters; ++i) {
         writers.emplace_back([&] {
             for (int write = 0; write < kWrites; ++write) {
-                const auto pair = guarded.write();
-                ++pair->first;
-                ++pair->second;
+                const std::lock_guard guard(mutex);
+                ++pair.first;
+                ++pair.second;
             }
         });
     }
@@ -68,12 +67,12 @@ TYPED_TEST(AnyLock, ReadersSeeWholeWritesAndNoWriteIsLost) {
         thread.join();
     }
     EXPECT_EQ(torn, 0);
-    EXPECT_EQ(guarded.read()->first, static_cast<std::uint64_t>(kWriters) * kWrites);
+    EXPECT_EQ(pair.first, static_cast<std::uint64_t>(kWriters) * kWrites);
 }
 
 /// A writer that waits for a reader keeps later ones out, so that readers who come and go cannot keep it out for ever.
-TYPED_TEST(AnyLock, AWriterWaitsForTheReaderInsideAndLaterReadersForTheWriter) {
-    TypeParam mutex;
+TEST(SharedMutex, AWriterWaitsForTheReaderInsideAndLaterReadersForTheWriter) {
+    SharedMutex mutex;
     std::atomic<bool> inside{false};
     std::atomic<bool> leave{false};
     std::atomic<bool> written{false};
@@ -85,7 +84,7 @@ TYPED_TEST(AnyLock, AWriterWaitsForTheReaderInsideAndLaterReadersForTheWriter) {
         mutex.unlock_shared();
     });
     inside.wait(false);
-    mutex.lock_shared();  // together with the other one; gives this thread what tryEnter() needs
+    mutex.lock_shared();  // together with the other one; gives this thread a line of its own
     mutex.unlock_shared();
     std::thread writer([&] {
         mutex.lock();
@@ -95,8 +94,8 @@ TYPED_TEST(AnyLock, AWriterWaitsForTheReaderInsideAndLaterReadersForTheWriter) {
     bool shut = false;
     constexpr int kAttempts = 1'000'000;
     for (int i = 0; i < kAttempts && !shut; ++i) {
-        if (auto* const entered = mutex.tryEnter()) {
-            TypeParam::leave(entered);
+        if (mutex.try_lock_shared()) {
+            mutex.unlock_shared();
             std::this_thread::yield();
         } else {
             shut = true;
@@ -145,7 +144,7 @@ void idle(int steps) {
 /// A reader marks its line while a writer shuts the door, again and again, the delay before it sought so that either is
 /// first about as often. The reader has just written to memory that the other processor holds, which keeps its mark
 /// waiting in its own, and has the door's state at hand: there either would overlook the other without a barrier.
-TYPED_TEST(AnyLock, AReaderAndAWriterWhoComeAtOnceAreNeverInsideTogether) {
+TEST(SharedMutex, AReaderAndAWriterWhoComeAtOnceAreNeverInsideTogether) {
     constexpr int kRounds = 5000;
     constexpr int kWriterDelay = 1000;
     constexpr int kStep = 4;
@@ -153,7 +152,7 @@ TYPED_TEST(AnyLock, AReaderAndAWriterWhoComeAtOnceAreNeverInsideTogether) {
     struct alignas(64) Line {
         std::atomic<int> value{0};
     };
-    TypeParam mutex;
+    SharedMutex mutex;
     Line writing;
     Line ready;
     Line begun;
@@ -167,18 +166,18 @@ TYPED_TEST(AnyLock, AReaderAndAWriterWhoComeAtOnceAreNeverInsideTogether) {
         for (int round = 1; round <= kRounds; ++round) {
             ready.value = round;
             await(begun.value, round);
-            if (auto* const inside = mutex.tryEnter()) {
-                TypeParam::leave(inside);
+            if (mutex.try_lock_shared()) {
+                mutex.unlock_shared();
             }
             idle(delay);
             for (Line& line : written) {
                 line.value.store(round, std::memory_order_relaxed);
             }
-            if (auto* const inside = mutex.tryEnter()) {
+            if (mutex.try_lock_shared()) {
                 for (int i = 0; i < kReads; ++i) {
                     together += writing.value.load(std::memory_order_relaxed);
                 }
-                TypeParam::leave(inside);
+                mutex.unlock_shared();
                 delay += kStep;
             } else {
                 delay = std::max(delay - kStep, 0);
@@ -206,26 +205,29 @@ TYPED_TEST(AnyLock, AReaderAndAWriterWhoComeAtOnceAreNeverInsideTogether) {
     EXPECT_EQ(together, 0);
 }
 
-TYPED_TEST(AnyLock, ManyShortLivedThreadsAndLocksWork) {
-    std::uint64_t total = 0;
+TEST(SharedMutex, ManyShortLivedThreadsAndLocksWork) {
+    int total = 0;
     for (int round = 0; round < 50; ++round) {
-        const auto guarded = std::make_unique<Guarded<std::uint64_t, TypeParam>>();
+        const auto mutex = std::make_unique<SharedMutex>();
+        int written = 0;
         std::vector<std::thread> threads;
         for (int i = 0; i < 20; ++i) {
             threads.emplace_back([&, i] {
                 if (i % 5 == 0) {
-                    ++*guarded->write();
+                    const std::lock_guard guard(*mutex);
+                    ++written;
                 } else {
-                    guarded->copy();
+                    mutex->lock_shared();
+                    mutex->unlock_shared();
                 }
             });
         }
         for (std::thread& thread : threads) {
             thread.join();
         }
-        total += guarded->copy();
+        total += written;
     }
-    EXPECT_EQ(total, 200U);
+    EXPECT_EQ(total, 200);
 }
 
 }  // namespace

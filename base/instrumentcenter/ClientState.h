@@ -9,8 +9,8 @@
 
 #include "base/instrumentcenter/CClientInstrumentCenter.h"
 #include "base/instrumentcenter/ClientVersion.h"
-#include "base/instrumentcenter/boundary/Platform.h"
 #include "base/instrumentcenter/Guarded.h"
+#include "base/instrumentcenter/boundary/Platform.h"
 #include "base/instrumentcenter/store/ClientLog.h"
 #include "base/instrumentcenter/store/RecordCache.h"
 #include "base/instrumentcenter/vocabulary/Markets.h"

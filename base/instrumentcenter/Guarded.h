@@ -1,17 +1,9 @@
 #pragma once
 
 #include <cassert>
-#include <type_traits>
-#include <utility>
-
-#include "system/SharedMutex.h"
+#include <shared_mutex>
 
 namespace mxservice {
-
-/// The lock of every table; named here alone.
-using SharedMutex = sys::SharedMutex;
-/// The lock of tables that lookups themselves change.
-using EvenSharedMutex = sys::EvenSharedMutex;
 
 #ifdef NDEBUG
 inline void noteLockTaken() {}
@@ -34,8 +26,8 @@ inline void noteLockReleased() {
 #endif
 
 /// A value and the lock that guards it. The value is reachable only through a proxy that holds the lock for the
-/// proxy's life: read() shared and const, write() exclusive.
-template <class Value, class Mutex = SharedMutex>
+/// proxy's life: read() shared and const, write() exclusive. For what no lookup asks: a lookup waits for nobody.
+template <class Value>
 class Guarded {
 public:
     class ReadProxy {
@@ -50,7 +42,6 @@ public:
         }
         ReadProxy(const ReadProxy&) = delete;
         ReadProxy& operator=(const ReadProxy&) = delete;
-        const Value& operator*() const { return owner_.value_; }
         const Value* operator->() const { return &owner_.value_; }
 
     private:
@@ -76,46 +67,12 @@ public:
         Guarded& owner_;
     };
 
-    Guarded() = default;
-    explicit Guarded(Value value) : value_(std::move(value)) {}
-
     ReadProxy read() const { return ReadProxy(*this); }
     WriteProxy write() { return WriteProxy(*this); }
 
-    /// A copy of the whole value.
-    Value copy() const { return *read(); }
-
-    /// What `ask` answers when it is given the value, for the shortest of reads: no call to another function stands on
-    /// the common way, so that a lookup costs little more than without a lock.
-    template <class Ask>
-    auto answer(Ask ask) const {
-        static_assert(std::is_nothrow_invocable_v<Ask, const Value&>, "nothing would give the lock back");
-        if (typename Mutex::Inside* const inside = lock_.tryEnter()) [[likely]] {
-            noteLockTaken();
-            auto result = ask(value_);
-            Mutex::leave(inside);
-            noteLockReleased();
-            return result;
-        }
-        return answerSlowly(ask);
-    }
-
 private:
-    template <class Ask>
-    [[gnu::noinline, gnu::cold]] auto answerSlowly(Ask ask) const {
-        const ReadProxy proxy(*this);
-        return ask(*proxy);
-    }
-
-    mutable Mutex lock_;
+    mutable std::shared_mutex lock_;
     Value value_;
 };
-
-/// Puts `value` in and hands back what was there, so that the caller destroys it with the lock dropped.
-template <class Value>
-Value exchange(Guarded<Value>& guarded, Value value) {
-    std::swap(*guarded.write(), value);
-    return value;
-}
 
 }  // namespace mxservice

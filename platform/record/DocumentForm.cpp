@@ -260,6 +260,7 @@ bool readDocument(IData& record, const char* data, std::size_t size, bool resetM
         if (outcome == Outcome::Damaged) {
             return refuse("damaged basket", cursor.offset());
         }
+        // Of two elements with one name the last counts, also where it is unfit: the field is then missing.
         filled.set(index, outcome == Outcome::Filled);
         expected = index + 1;
     }

@@ -81,6 +81,7 @@ RecordType::RecordType(std::string name, std::string telltale, std::size_t recor
       recordSize_(recordSize),
       maker_(maker),
       fields_(std::move(fields)) {
+    // The keys of the index are views of the fields' own names: a table is never changed, moved or copied.
     for (std::size_t i = 0; i < fields_.size(); ++i) {
         indexByKey_.emplace(fields_[i].name(), static_cast<int>(i));
     }

@@ -118,6 +118,7 @@ std::map<std::string, shared_ptr<mxservice::IData>> recordsKept(IInstrumentCente
 
 BothCenters loadBoth(const Snapshot& snapshot, Console& console) {
     BothCenters both{makeCenter(CenterKind::Server), makeCenter(CenterKind::Client)};
+    // Copies: the first load fills in fields of its records, which the second would take for the day's.
     load(*both.server, copyOf(snapshot), console);
     load(*both.client, copyOf(snapshot), console);
     return both;
@@ -135,6 +136,7 @@ std::vector<LoadStep> load(IInstrumentCenter& center, const Snapshot& snapshot, 
         const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - began;
         steps.push_back({catalogue, records, taken.count()});
     };
+    // Instruments first: components of funds get their names from them.
     step(Catalogue::Instruments, snapshot.instruments.size(),
          [&] { center.initInstruments(marketList(snapshot), snapshot.instruments); });
     step(Catalogue::Etfs, snapshot.etfs.size(), [&] { center.initEtfs(snapshot.etfs); });

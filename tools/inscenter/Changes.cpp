@@ -38,6 +38,7 @@ public:
 private:
     void compare(const IData& before, const IData& after, const std::string& prefix) {
         for (const Field& field : before.recordType().fields()) {
+            // Compared as values, not as texts: a price that is not a number equals itself.
             if (field.equal(before, after) ||
                 std::find(ignored_.begin(), ignored_.end(), field.name()) != ignored_.end()) {
                 continue;
@@ -51,6 +52,7 @@ private:
     }
 
     void compareBaskets(const ComponentMap& before, const ComponentMap& after, const std::string& field) {
+        // Component by component: a basket of hundreds changes in one or two.
         ComponentMap all = before;
         all.insert(after.begin(), after.end());
         for (const auto& [code, either] : all) {
@@ -85,7 +87,7 @@ private:
 RecordsByKey byKey(const std::vector<boost::shared_ptr<IData>>& records) {
     RecordsByKey map;
     for (const auto& record : records) {
-        map[record->getKey()] = record.get();
+        map[record->getKey()] = record.get();  // the later of two stays
     }
     return map;
 }
@@ -129,6 +131,7 @@ Changes changesBetween(const Snapshot& before, const Snapshot& after, const std:
                 found.changes.push_back({ChangeKind::Delisted, catalogue, key, nameOf(*record), {}});
             }
         }
+        // Listed and changed ones are met together, by key; people read one kind after the other.
         std::stable_sort(found.changes.begin() + begin, found.changes.end(),
                          [](const Change& left, const Change& right) { return left.kind < right.kind; });
     }

@@ -58,6 +58,7 @@ void FileNotes::addUnknownKey(std::string_view key) {
         return;
     }
     const std::string shown = printable(key.substr(0, kMaxShownBytes));
+    // A key that one line has all lines have: it is told once for the file.
     if (std::find(unknownKeys_.begin(), unknownKeys_.end(), shown) != unknownKeys_.end()) {
         return;
     }
@@ -112,6 +113,7 @@ bool assignNumber(const Field& field, IData& record, double value, FileNotes& no
         field.in<double>(record) = value;
         return true;
     }
+    // Compared before it is cut: what a conversion of a larger number gives is undefined.
     constexpr double kLimit = 9223372036854775808.0;  // 2 to the 63rd, the first double that no 64-bit number holds
     const double whole = std::trunc(value);
     if (!(whole >= -kLimit && whole < kLimit)) {
@@ -164,6 +166,7 @@ std::vector<const Field*> identityFields(const RecordType& type) {
             identity.push_back(field);
         }
     };
+    // Each class has one of these.
     for (const char* const key : {"code", "etfcode", "bondCode", "id"}) {
         add(key);
     }

@@ -167,6 +167,7 @@ void Output::lineDone() {
         text_.clear();  // whoever stops an answer wants no more of it
         throw Interrupted();
     }
+    // Line by line would be a system call each, all at once the memory of the whole answer.
     if (text_.size() >= kFlushBytes) {
         out_ << text_;
         text_.clear();
@@ -339,6 +340,7 @@ void Output::table(const Table& table, std::string_view nothing) {
     }
     Rows rows;
     for (std::size_t i = 0; i < table.columns.size(); ++i) {
+        // One number makes a column of numbers: the cells without a value say nothing about it.
         const bool numbers =
             std::any_of(table.rows.begin(), table.rows.end(), [i](const auto& row) { return isNumber(row[i]); });
         rows.columns.push_back({table.columns[i], numbers, isIdentifier(table.columns[i])});

@@ -79,7 +79,7 @@ RecordSelection::Condition RecordSelection::parse(const RecordType& type, const 
     Condition condition{&fieldOf(type, std::string_view(text).substr(0, at)), sign->second,
                         text.substr(at + sign->first.size()), 0};
     if (condition.comparison == Comparison::Holds) {
-        condition.text = foldedText(condition.text);
+        condition.text = foldedText(condition.text);  // once, not for every record
     } else if (condition.field->kind() != FieldKind::Text) {
         condition.number = numberOf(*condition.field, condition.text);
     }
@@ -145,6 +145,7 @@ std::size_t RecordSelection::apply(std::vector<RecordPtr>& records) const {
             return sort_->kind() == FieldKind::Text ? sort_->in<std::string>(first) < sort_->in<std::string>(second)
                                                     : numberIn(*sort_, first) < numberIn(*sort_, second);
         };
+        // Stable: of equal ones the order of the markets and keys remains, and a second run shows the same page.
         std::stable_sort(records.begin(), records.end(), before);
     }
     const std::size_t shown = std::min(records.size(), limit_.value_or(records.size()));

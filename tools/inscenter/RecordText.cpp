@@ -73,6 +73,7 @@ void appendJsonString(std::string& out, std::string_view text) {
     out += '"';
     while (!text.empty()) {
         std::size_t plain = 0;
+        // Most texts are plain throughout, and are copied in one go.
         while (plain < text.size() && isPlain(static_cast<unsigned char>(text[plain]))) {
             ++plain;
         }
@@ -144,6 +145,7 @@ std::string nameOf(const IData& record) {
 void appendJson(std::string& out, const IData& record) {
     char separator = '{';
     for (const Field& field : record.recordType().fields()) {
+        // Most fields of most records are at their default, which a reader takes for what is missing.
         if (field.isDefault(record)) {
             continue;
         }

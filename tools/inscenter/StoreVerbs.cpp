@@ -103,7 +103,7 @@ bool tellDatabases(const StoreQuery& query, Output& output, Console& console, Ta
         Measures measures;
         const auto count = [&](std::string_view key, std::string_view bytes) {
             measures.count(key, bytes);
-            if (classes) {
+            if (classes) {  // for which every document has to be parsed
                 ++measures.countByClass[className(bytes)];
             }
             return true;
@@ -190,6 +190,7 @@ bool dumpDatabase(const StoreQuery& query, const DatabaseDirectory& directory, S
             break;
         }
         const std::string_view shown = query.database.empty() ? std::string_view(directory.name) : std::string_view();
+        // A document that a host has removed since its key was read is passed over.
         if (status.ok() && !dumpDocument(shown, key, document, query.keysOnly, output)) {
             good = false;
         }

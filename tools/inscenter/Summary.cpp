@@ -216,6 +216,7 @@ Table marketTable(Session& session) {
 }
 
 void showSummary(Session& session, const Query& /*query*/) {
+    // First of all: the answers below take memory of their own.
     const Table cost = costTable(session.day);
     const mxservice::CenterStatistics statistics =
         statisticsOf(session.center, session.kind);  // before the questions below count
@@ -223,6 +224,7 @@ void showSummary(Session& session, const Query& /*query*/) {
     std::int64_t instruments = 0;
     for (const auto& row : markets.rows) {
         const auto& market = std::get<std::string>(row[0]);
+        // These repeat funds and bonds, which are counted as such.
         const bool derived = market == kEtfInstruments || market == mxservice::market::kInterbank || market == kTotal;
         instruments += derived ? 0 : std::get<std::int64_t>(row[2]);
     }

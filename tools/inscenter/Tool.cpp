@@ -121,6 +121,7 @@ int answer(const Command& command, std::ostream& out, Console& console) {
     Output output(out, command.format, screenOf(out));
     Session session{*center, command.center, day, output, console};
     command.verb(session, command.query);
+    // A script that asks for a key wants to hear that it is not there before anything about other lines of the file.
     return session.missing ? kKeyMissing : worthOf(day.stored, day.read);
 }
 

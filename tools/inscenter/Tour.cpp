@@ -127,7 +127,7 @@ Entries interbankCodes(const Question& question) {
             }
         }
     }
-    std::sort(entries.begin(), entries.end());
+    std::sort(entries.begin(), entries.end());  // bonds come in the order of the file, entries are read by key
     return entries;
 }
 
@@ -288,6 +288,7 @@ void showForPeople(const Stop& stop, const Entries& memory, const Entries& persi
         output.note(fmt::format("  {:<12}{}", where, answer));
     };
     output.heading(fmt::format("{}  (inscenter {})", stop.title, stop.command));
+    // By content, not by number: two lists of one length may hold other keys.
     if (memory == persisted) {
         show("both", memory);
     } else {

@@ -33,6 +33,7 @@ void showEtf(Session& session, const Query& query) {
                                      [&](const std::string& other) { return session.center.hasEtf(other); });
             continue;
         }
+        // In the other forms all funds are one answer, with one header.
         if (session.output.format() != Format::Table) {
             funds.emplace_back(fund);
             continue;

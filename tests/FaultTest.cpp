@@ -177,7 +177,7 @@ TEST_P(SystemFaults, AtAnyCall) {
 }
 
 /// After some failures the library refuses every further transaction of what is open.
-TEST_P(SystemFaults, OfASmallWriteLeaveNextOneAlone) {
+TEST_P(SystemFaults, OfASmallWriteLeaveTheNextAlone) {
     const auto document = [](int number) {
         bson::BSONObjBuilder builder;
         builder.append("number", number);

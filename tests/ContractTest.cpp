@@ -1,6 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <string>
+#include <thread>
+
 #include "tests/CenterFixture.h"
 #include "tests/SecondaryRecords.h"
 
@@ -420,6 +424,80 @@ TYPED_TEST(Contract, RemovedMarketsAreGoneWithWhatWasDerivedOfThem) {
     EXPECT_THAT(center.getDceCrossPeriod(), IsEmpty());
     this->load({"SH"}, {issue});
     EXPECT_THAT(keysOf(center.getInstruments("SH")), ElementsAre("SH730001")) << "and may come back";
+}
+
+TYPED_TEST(Contract, AReplacedMarketHasWhatTheBatchBringsAndNothingElse) {
+    const auto main = [](const std::string& market, const std::string& code, const std::string& product) {
+        const InstrumentPtr record = instrument(market, code);
+        record->productId = product;
+        record->mainContractFlag = 1;
+        return record;
+    };
+    const InstrumentPtr inquiry = instrument("NEEQ", "1");
+    inquiry->securityClass = 5;
+    const InstrumentPtr option = instrument("SHO", "1");
+    option->productId = "50ETF(510050)";
+    this->load({"SH", "SZ", "HK", "DCE", "SHFE", "NEEQ", "SHO"},
+               {instrument("SH", "1"), instrument("SH", "2"), instrument("SZ", "1"), instrument("HK", "1"),
+                main("DCE", "a1", "a"), main("DCE", "b1", "b"), main("SHFE", "c1", "c"), inquiry, option});
+    this->load({"SH"}, {instrument("SH", "2"), instrument("SH", "3")});  // leaves "SH1" to the in-memory center
+    this->center().replaceInstruments({"SH", "DCE", "NEEQ", "SHO", "HK", "never there"},
+                                      {instrument("SH", "3"), main("DCE", "b2", "b"), instrument("NEEQ", "2"),
+                                       instrument("SHO", "2"), instrument("SZ", "2"), nullptr});
+    IInstrumentCenter& center = this->asked();
+    for (const char* const key : {"SH1", "SH2", "DCEa1", "DCEb1", "NEEQ1", "SHO1", "HK1"}) {
+        EXPECT_FALSE(center.hasCode(key) || center.getInstrument(key)) << key;
+    }
+    EXPECT_THAT(keysOf(center.getInstruments("SH")), ElementsAre("SH3"));
+    EXPECT_THAT(center.getInstruments("HK"), IsEmpty()) << "named, and nothing brought for it";
+    EXPECT_THAT(keysOf(center.getFutureMainInstruments("DCE")), ElementsAre("DCEb2"));
+    EXPECT_THAT(keysOf(center.getFutureMainInstruments("SHFE")), ElementsAre("SHFEc1"));
+    EXPECT_THAT(center.getProductMainInstruments(), ElementsAre(testing::Key("b"), testing::Key("c")));
+    EXPECT_THAT(center.getNeeqInquiryCodes(), IsEmpty());
+    EXPECT_FALSE(center.isStkOptionUndlCode("SH", "510050"));
+    EXPECT_TRUE(center.hasCode("SZ1") && center.hasCode("SZ2")) << "a market that is not named is loaded as ever";
+}
+
+/// A key that is there before and after a replacement answers all the time, and never with a record older than the last
+/// replacement that has ended.
+TYPED_TEST(Contract, AReplacementLeavesNoGapForReaders) {
+    constexpr int kReplacements = 40;
+    constexpr int kRecords = 50;
+    const auto batch = [](int generation) {
+        Instruments records{instrument("SH", "passing" + std::to_string(generation))};
+        for (int i = 0; i < kRecords; ++i) {
+            records.push_back(instrument("SH", std::to_string(i)));
+            records.back()->name = std::to_string(generation);
+        }
+        return records;
+    };
+    std::atomic<int> replaced{0};
+    std::atomic<bool> done{false};
+    this->center().replaceInstruments({"SH"}, batch(0));
+    std::thread reloads([&] {
+        for (int generation = 1; generation <= kReplacements; ++generation) {
+            this->center().replaceInstruments({"SH"}, batch(generation));
+            replaced = generation;
+        }
+        done = true;
+    });
+    IInstrumentCenter& center = this->asked();
+    int gaps = 0;
+    int old = 0;
+    do {
+        for (int i = 0; i < kRecords; ++i) {
+            const std::string key = "SH" + std::to_string(i);
+            const int least = replaced;
+            const InstrumentPtr record = center.getInstrument(key);
+            gaps += record && center.hasStock(key) ? 0 : 1;
+            old += record && std::stoi(record->name) < least ? 1 : 0;
+        }
+        gaps += center.getInstruments("SH").size() < kRecords + 1 ? 1 : 0;
+    } while (!done);
+    reloads.join();
+    EXPECT_EQ(gaps, 0);
+    EXPECT_EQ(old, 0);
+    EXPECT_THAT(center.getInstruments("SH"), SizeIs(kRecords + 1));
 }
 
 TYPED_TEST(Contract, ManyKeysAtOnceAreAnsweredInTheirPlaces) {

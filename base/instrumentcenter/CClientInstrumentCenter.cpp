@@ -8,6 +8,7 @@
 
 #include "base/instrumentcenter/ClientCatalogue.h"
 #include "base/instrumentcenter/boundary/Platform.h"
+#include "base/instrumentcenter/catalogue/StockCodes.h"
 #include "base/instrumentcenter/vocabulary/Exchanges.h"
 #include "system/Memory.h"
 
@@ -159,10 +160,27 @@ void CClientInstrumentCenter::initInstruments(const std::vector<std::string>& ma
 
 void CClientInstrumentCenter::doInitInstruments(const std::vector<std::string>& markets,
                                                 const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) {
+    ClientLoad load(*client_);
+    takeIn(markets, instruments, load);
+}
+
+void CClientInstrumentCenter::replaceInstruments(const std::vector<std::string>& markets,
+                                                 const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) {
+    ClientLoad load(*client_);
+    for (const std::string& market : markets) {
+        const std::string name(foldedMarket(market));
+        load.replaced.emplace(marketKey(name), name);
+    }
+    takeIn(markets, instruments, load);
+}
+
+void CClientInstrumentCenter::takeIn(const std::vector<std::string>& markets,
+                                     const std::vector<InstrumentPtr>& instruments, ClientLoad& load) {
     const Stopwatch watch;
     LoadReport report = reportOn(instruments);
-    ClientLoad load(*client_);
-    forgetMarkets(markets, load);
+    if (load.replaced.empty()) {
+        forgetMarkets(markets, load);
+    }
     loadInstruments(markets, instruments, load);
     load.steps.done(kReleaseStep);
     report.steps = load.steps.take();
@@ -195,8 +213,10 @@ void CClientInstrumentCenter::loadInstruments(const std::vector<std::string>& ma
     }
     combineConnectFlags(datas, listings);
     steps.done(kGroupingStep);
+    const std::vector<std::string> emptied = beginReplacing(datas, load);
     // From here on the disk changes: killed before a market's write, the load leaves that market's former documents.
     writeMarkets(datas, "", load);
+    removeMarkets(emptied);
     load.replacement.dropRest();
     // After a failed write `datas` lacks the market, or has what was unwritten before: deliberate, so what is
     // derived never names a record that the store was asked to hold and does not.
@@ -215,6 +235,32 @@ void CClientInstrumentCenter::loadInstruments(const std::vector<std::string>& ma
     steps.done(kOptionsStep);
     createOutterProductDatas(datas);
     steps.done(kOuterStep);
+}
+
+/// Notes the databases of replaced markets that the batch has records of, and answers the names of the others.
+std::vector<std::string> CClientInstrumentCenter::beginReplacing(const Grouped& datas, ClientLoad& load) {
+    std::vector<std::string> emptied;
+    if (load.replaced.empty()) {
+        return emptied;
+    }
+    for (const auto& [market, name] : load.replaced) {
+        if (datas.count(market) == 0) {
+            emptied.push_back(name);
+        } else if (!isCatalogueName(name)) {
+            // Also a database that no load of this center has registered: what an earlier process left goes as well.
+            load.replacement.addLate(market, DBBuilder::buildDbName(name));
+        }
+    }
+    std::vector<std::string> codeless = marketsWithoutCodes(datas);
+    std::erase_if(codeless, [&](const std::string& name) { return !load.replaces(marketKey(name)); });
+    if (!codeless.empty()) {
+        client_->publish([&](ClientVersion& version) {
+            for (const std::string& name : codeless) {
+                removeMarket(name, version.codeSets.own());
+            }
+        });
+    }
+    return emptied;
 }
 
 void CClientInstrumentCenter::doProcessInstrument(
@@ -293,7 +339,8 @@ void CClientInstrumentCenter::writeMarket(uint64 marketHash, const std::string& 
     const std::string db = DBBuilder::buildDbName(folded);
     // Before the write: from now on a lookup that is cached answers the new record, never one older than the store's.
     client_->instruments.refresh(records);
-    const KeySet former = load.notes.takeCleared(marketHash);
+    const KeySet former =
+        load.replaces(marketHash) ? client_->listedKeys(marketHash) : load.notes.takeCleared(marketHash);
     MarketLoad done;
     done.market = folded;
     auto keys = std::make_shared<KeySet>();
@@ -336,6 +383,10 @@ void CClientInstrumentCenter::writeMarket(uint64 marketHash, const std::string& 
             client_->instruments.refresh(unwritten);
         }
     }
+    if (!saved && load.replaces(marketHash)) {
+        // What the store has is not of this listing, and goes at the end. A list has the unwritten records alone.
+        client_->publish([&](ClientVersion& version) { version.markets[named].own().isDropped = true; });
+    }
     if (!saved) {
         PM_CENTER_LOG(kLogError, kClientSource, formatted(kSaveFailed, firstMarket));
         state().loads.write()->noteFailedWrite(db, reason);
@@ -345,6 +396,11 @@ void CClientInstrumentCenter::writeMarket(uint64 marketHash, const std::string& 
     // before the cache is fresh: a market that was empty must not come back with a record of the day before.
     client_->publish([&](ClientVersion& version) {
         version.keys.file({{marketHash, std::move(keys)}});
+        if (load.replaces(marketHash)) {
+            for (const auto& [filed, gone] : version.keys.unfileRest(KeySet{marketHash})) {
+                removeKeys(gone, version.futures.own());
+            }
+        }
         version.markets[named].own().db = db;
     });
     ClientState::logDbName(folded, db);

@@ -143,6 +143,15 @@ public:
     /// In "NASDAQ".
     virtual bool hasNasdaqStock(const std::string& code);
 
+    /// As initInstruments, but the batch is all that the markets named have from now on: every other key of theirs,
+    /// also those that earlier loads have left behind, is gone, with its document and what was derived of it; of a
+    /// market that the batch has nothing for, everything. Market by market, documents in one step and keys in one step
+    /// after it, so a key that is there before and after answers all the time, with its former record or the new one.
+    /// Hong Kong and Shanghai are completed from the raw databases as in initInstruments. Not virtual; threads and I/O
+    /// as in the loads.
+    void replaceInstruments(const std::vector<std::string>& markets,
+                            const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments);
+
     /// Removes whole markets: keys, documents, lists, and what was derived of them. "HGT" and "SGT" stand for "HK"; raw
     /// databases, from which a later load may complete Hong Kong or Shanghai, stay. So do funds, bonds and plans, which
     /// have loads of their own. Not virtual; threads and I/O as in the loads.
@@ -228,6 +237,11 @@ protected:
 private:
     /// The records that getInstrument answers for the keys.
     std::vector<boost::shared_ptr<CInstrumentDetail>> recordsOf(const std::vector<uint64>& keys);
+    using Grouped = std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>;
+
+    void takeIn(const std::vector<std::string>& markets,
+                const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments, ClientLoad& load);
+    std::vector<std::string> beginReplacing(const Grouped& datas, ClientLoad& load);
     void loadInstruments(const std::vector<std::string>& markets,
                          const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments, ClientLoad& load);
     /// doProcessInstrument of a load that notes what it receives.

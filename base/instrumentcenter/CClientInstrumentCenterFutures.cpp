@@ -182,9 +182,7 @@ void CClientInstrumentCenter::removeMarkets(const std::vector<std::string>& mark
     for (const std::string& market : markets) {
         const std::string name(foldedMarket(market));
         const MarketKey key = marketKey(name);
-        const auto former = client_->hold();
-        const KeySet* const listed = former->keys.keysOf(key);
-        KeySet keys = listed == nullptr ? KeySet() : *listed;
+        KeySet keys = client_->listedKeys(key);
         clearDatas({name});
         std::map<std::string, StoredProduct> products = productsWithout(key);
         client_->publish([&](ClientVersion& version) {

@@ -49,6 +49,15 @@ void ServerChange::file(const GroupedSnapshot& grouped) {
     }
 }
 
+void ServerChange::replace(const std::vector<std::string>& markets) {
+    for (const std::string& market : markets) {
+        const std::string name(foldedMarket(market));
+        const MarketKey key = marketKey(name);
+        replacedMarkets_.emplace(name, key);
+        keysByMarket_.try_emplace(key, std::make_shared<const KeySet>());  // one that nothing was brought for is empty
+    }
+}
+
 void ServerChange::applyTo(ServerVersion& version) {
     if (grouped_ != nullptr) {
         std::size_t count = 0;
@@ -67,14 +76,35 @@ void ServerChange::applyTo(ServerVersion& version) {
         // The former sets alone are forgotten: keys that the new ones lack stay filed, until their market is removed.
         version.keys.file(keysByMarket_);
     }
+    if (!replacedMarkets_.empty()) {
+        forgetRest(version);
+    }
     // After the records, so that what is derived of them never names one that the version lacks.
     for (const auto& step : steps_) {
         step(version);
     }
 }
 
+/// Before anything derived is put in: of what stood there, only that of these markets goes.
+void ServerChange::forgetRest(ServerVersion& version) {
+    KeySet markets;
+    for (const auto& [name, market] : replacedMarkets_) {
+        markets.insert(market);
+    }
+    goneByMarket_ = version.keys.unfileRest(markets);
+    FuturesCatalogue& futures = version.futures.own();
+    CodeSets& codeSets = version.codeSets.own();
+    KeySet gone;
+    for (const auto& [name, market] : replacedMarkets_) {
+        gone.insert(goneByMarket_[market].begin(), goneByMarket_[market].end());
+        removeMarket(market, goneByMarket_[market], futures);
+        removeMarket(name, codeSets);
+    }
+    version.records.erase(gone);
+}
+
 void ServerChange::publishTo(InterfaceState& state) {
-    if ((grouped_ != nullptr && !grouped_->empty()) || !steps_.empty()) {
+    if ((grouped_ != nullptr && !grouped_->empty()) || !replacedMarkets_.empty() || !steps_.empty()) {
         publish(state, [this](ServerVersion& version) { applyTo(version); });
     }
 }
@@ -95,6 +125,16 @@ void CServerInstrumentCenter::initInstruments(const std::vector<std::string>& ma
 
 void CServerInstrumentCenter::doInitInstruments(const std::vector<std::string>& markets,
                                                 const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) {
+    load(markets, instruments, Others::Keep);
+}
+
+void CServerInstrumentCenter::replaceInstruments(const std::vector<std::string>& markets,
+                                                 const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) {
+    load(markets, instruments, Others::Drop);
+}
+
+void CServerInstrumentCenter::load(const std::vector<std::string>& markets,
+                                   const std::vector<InstrumentPtr>& instruments, Others others) {
     PM_CENTER_LOG(
         kLogInfo, kServerSource,
         fmt::format("[inscenter] init instruments [{0}] for [{1}] markets", instruments.size(), markets.size()));
@@ -108,31 +148,31 @@ void CServerInstrumentCenter::doInitInstruments(const std::vector<std::string>& 
     if (isConnectSnapshot(markets)) {
         // Held until the load is noted, so that of two the one that built last is the one told of.
         const std::lock_guard guard(state().connectLock);
-        loadConnectSnapshot(markets.front(), instruments, report, notes);
+        loadConnectSnapshot(markets.front(), instruments, others, report, notes);
         finish();
         return;
     }
-    report.steps = loadMarkets(markets, instruments, notes);
+    report.steps = loadMarkets(markets, instruments, others, notes);
     finish();
 }
 
 void CServerInstrumentCenter::loadConnectSnapshot(const std::string& market,
-                                                  const std::vector<InstrumentPtr>& instruments, LoadReport& report,
-                                                  LoadNotes& notes) {
+                                                  const std::vector<InstrumentPtr>& instruments, Others others,
+                                                  LoadReport& report, LoadNotes& notes) {
     auto& snapshots = state().connectSnapshots;
     snapshots[market] = instruments;
     report.foreign = countForeign(instruments);
     // Hong Kong's own listing is not waited for: one connect market alone says of no code whether both list it, but
     // without "HK" all that is missing are codes that neither lists.
     if (snapshots.count(market::kShanghaiConnect) != 0 && snapshots.count(market::kShenzhenConnect) != 0) {
-        buildConnect(notes);
+        buildConnect(others, notes);
     } else {
         report.waiting = report.records - report.empty - report.foreign;
     }
 }
 
 std::vector<LoadStep> CServerInstrumentCenter::loadMarkets(const std::vector<std::string>& markets,
-                                                           const std::vector<InstrumentPtr>& instruments,
+                                                           const std::vector<InstrumentPtr>& instruments, Others others,
                                                            LoadNotes& notes) {
     StepWatch steps;
     {
@@ -142,6 +182,9 @@ std::vector<LoadStep> CServerInstrumentCenter::loadMarkets(const std::vector<std
         notes.receive(groupRecords(instruments, grouped, listings));
         markConnectEligibility(grouped, listings);
         file(grouped, change);
+        if (others == Others::Drop) {
+            change.replace(markets);
+        }
         steps.done(kGroupingStep);
         deriveMains(grouped, change);
         steps.done(kMainsStep);
@@ -168,10 +211,10 @@ std::vector<LoadStep> CServerInstrumentCenter::loadMarkets(const std::vector<std
 
 void CServerInstrumentCenter::doInitGgtInstruments() {
     LoadNotes notes;
-    buildConnect(notes);
+    buildConnect(Others::Keep, notes);
 }
 
-void CServerInstrumentCenter::buildConnect(LoadNotes& notes) {
+void CServerInstrumentCenter::buildConnect(Others others, LoadNotes& notes) {
     GroupedSnapshot grouped;
     {
         // Taken again by a load, which holds it already; a host's derived class may build by itself.
@@ -185,6 +228,9 @@ void CServerInstrumentCenter::buildConnect(LoadNotes& notes) {
     // Nothing is derived: Hong Kong has neither futures nor code sets.
     ServerChange change;
     file(grouped, change);
+    if (others == Others::Drop) {
+        change.replace({market::kHongKong});
+    }
     publishLoad(grouped, change, notes);
 }
 
@@ -209,9 +255,15 @@ void CServerInstrumentCenter::publishLoad(const GroupedSnapshot& grouped, Server
         load.market = filedMarketName(market, records);
         load.stored = records.size();
         load.replaced = change.replacedIn(market);
+        load.removed = change.goneFrom(market).size();
         load.time = time;
         load = notes.settled(market, std::move(load));
         state().loads.write()->settle(market, std::move(load));
+    }
+    for (const auto& [name, market] : change.replacedMarkets()) {
+        if (grouped.count(market) == 0) {
+            notes.noteCleared(market, name, change.goneFrom(market));
+        }
     }
 }
 

@@ -23,6 +23,7 @@ namespace mxservice {
 struct ServerState;
 class InstrumentView;
 class LoadNotes;
+enum class Others : bool;
 class ServerChange;
 
 /// The center of server processes: every record stays in memory and a lookup costs little more than the cache misses
@@ -135,6 +136,14 @@ public:
     /// In "NASDAQ".
     virtual bool hasNasdaqStock(const std::string& code);
 
+    /// As initInstruments, but the batch is all that the markets named have from now on: every other key of theirs,
+    /// also those that earlier loads have left behind, is gone, with what was derived of it; of a market that the batch
+    /// has nothing for, everything. Readers see all of it at once, so a key that is there before and after answers all
+    /// the time. A single one of "HGT", "SGT" and "HK" replaces its part of Hong Kong. Not virtual; threads as in the
+    /// loads.
+    void replaceInstruments(const std::vector<std::string>& markets,
+                            const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments);
+
     /// Removes whole markets: every key that is filed under them, also those that reloads have left behind, the
     /// records, the lists, and what was derived of them. "HGT" and "SGT" stand for "HK", whose connect parts stay kept.
     /// Funds, bonds and plans have loads of their own and stay. Not virtual; threads as in the loads. Cost: one walk of
@@ -203,13 +212,15 @@ protected:
 private:
     using Grouped = std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>;
 
+    void load(const std::vector<std::string>& markets,
+              const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments, Others others);
     void loadConnectSnapshot(const std::string& market,
-                             const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments, LoadReport& report,
-                             LoadNotes& notes);
+                             const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments, Others others,
+                             LoadReport& report, LoadNotes& notes);
     std::vector<LoadStep> loadMarkets(const std::vector<std::string>& markets,
                                       const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
-                                      LoadNotes& notes);
-    void buildConnect(LoadNotes& notes);
+                                      Others others, LoadNotes& notes);
+    void buildConnect(Others others, LoadNotes& notes);
     // The steps of a load, each for its part of the change; then the change as one version.
     void file(const Grouped& grouped, ServerChange& change);
     void deriveMains(const Grouped& grouped, ServerChange& change);

@@ -30,8 +30,6 @@ std::set<std::uint64_t> keysOf(const std::map<std::uint64_t, boost::shared_ptr<R
     return keys;
 }
 
-enum class Others { Keep, Drop };
-
 /// Some of the documents of a batch.
 class PartOfBatch final : public StoreBatch {
 public:

@@ -20,13 +20,20 @@ void Replacement::add(MarketKey market, const std::string& db) {
     }
 }
 
+void Replacement::addLate(MarketKey market, const std::string& db) {
+    add(market, db);
+    late_.insert(market);
+}
+
 bool Replacement::save(MarketKey market, const std::string& db, const StoreBatch& batch) {
     if (!store().open(db)) {
         return false;
     }
     // Asked under the write mutex: of two loads that dropped the market only the first to come here replaces, or the
     // second would take away what the first has just written.
-    const bool saved = isDropped(market) ? store().replace(db, batch) : store().write(db, batch);
+    // One that replaces late takes away whatever is there: what stays is the listing of the load that writes last.
+    const bool replaces = isDropped(market) || late_.count(market) != 0;
+    const bool saved = replaces ? store().replace(db, batch) : store().write(db, batch);
     if (saved) {
         dropped_.erase(market);  // who drops it from now on is another load, which will write or empty it itself
     }

@@ -2,6 +2,7 @@
 
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 
 #include "base/instrumentcenter/ClientState.h"
@@ -34,7 +35,8 @@ public:
 
     /// Before the market is published as dropped: notes that this load is to write or empty its database.
     void add(MarketKey market, const std::string& db);
-
+    /// The same for a market whose documents readers see until the load writes its database.
+    void addLate(MarketKey market, const std::string& db);
     bool drops(MarketKey market) const { return dropped_.count(market) != 0; }
 
     /// Opens the market's database and writes the batch; false when either fails. The caller has its DatabaseWriting,
@@ -54,13 +56,17 @@ private:
 
     ClientState& client_;
     std::map<MarketKey, std::string> dropped_;  // databases, by this load
+    std::set<MarketKey> late_;                  // of those: readers see them until they are written
 };
 
 /// What one load carries through its steps, on its own thread.
 struct ClientLoad {
     explicit ClientLoad(ClientState& client) : replacement(client) {}
 
+    bool replaces(MarketKey market) const { return replaced.count(market) != 0; }
+
     Replacement replacement;
+    std::map<MarketKey, std::string> replaced;  // names of the markets of which the batch is the whole
     LoadNotes notes;
     StepWatch steps;
 };

@@ -50,6 +50,13 @@ public:
         state_.publish([&](Version& version) { change(static_cast<ClientVersion&>(version)); });
     }
 
+    /// A copy of the keys that the market lists.
+    KeySet listedKeys(MarketKey market) const {
+        const auto version = hold();
+        const KeySet* const listed = version->keys.keysOf(market);
+        return listed == nullptr ? KeySet() : *listed;
+    }
+
     /// Registers or replaces the database of a market or catalogue and says so in the log.
     void updateDbName(const std::string& name, const std::string& db) {
         const MarketKey key = marketKey(name);

@@ -17,6 +17,9 @@
 
 namespace mxservice {
 
+/// What happens to records of a load's markets that the load does not bring.
+enum class Others : bool { Keep, Drop };
+
 /// A part of a version that a change may replace: versions share what neither has changed.
 template <class Table>
 class Part {

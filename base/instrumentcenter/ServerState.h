@@ -74,6 +74,9 @@ class ServerChange {
 public:
     /// Files the records and makes them what their markets list. They must stay until the change is published.
     void file(const GroupedSnapshot& grouped);
+    /// Makes what is filed the whole of these markets: what they had beside it goes, of derived catalogues, too. After
+    /// file(), before add().
+    void replace(const std::vector<std::string>& markets);
     /// What else is changed, in the order of the calls. `step` is run while no other load publishes.
     void add(std::function<void(ServerVersion&)> step) { steps_.push_back(std::move(step)); }
 
@@ -82,13 +85,20 @@ public:
 
     /// Once it is published: of the market's records, how many took the place of another one.
     std::uint64_t replacedIn(MarketKey market) const { return replacedByMarket_.at(market); }
+    /// The keys that a replaced market has lost.
+    const KeySet& goneFrom(MarketKey market) { return goneByMarket_[market]; }
+    /// The replaced markets by their names.
+    const std::map<std::string, MarketKey>& replacedMarkets() const { return replacedMarkets_; }
 
 private:
     void applyTo(ServerVersion& version);
+    void forgetRest(ServerVersion& version);
 
     const GroupedSnapshot* grouped_ = nullptr;
     FiledKeys::Sets keysByMarket_;
     std::map<MarketKey, std::uint64_t> replacedByMarket_;
+    std::map<std::string, MarketKey> replacedMarkets_;
+    std::map<MarketKey, KeySet> goneByMarket_;
     std::vector<std::function<void(ServerVersion&)>> steps_;
 };
 

@@ -50,6 +50,21 @@ KeySet FiledKeys::unfileAll(MarketKey market) {
     return keys;
 }
 
+std::map<MarketKey, KeySet> FiledKeys::unfileRest(const KeySet& markets) {
+    std::map<MarketKey, KeySet> restByMarket;
+    KeySet rest;
+    marketByKey_.visitAll([&](StockKey key, MarketKey filed) {
+        if (markets.contains(filed) && !keysOf(filed)->contains(key)) {
+            restByMarket[filed].insert(key);
+            rest.insert(key);
+        }
+    });
+    if (!rest.empty()) {
+        marketByKey_.erase(rest);  // all at once: a table that is too large for few changes is copied whole each time
+    }
+    return restByMarket;
+}
+
 std::vector<IndexSize> FiledKeys::sizes() const {
     IndexSize listed{"keys by market", 0, 0};
     for (const auto& [market, keys] : sets_) {

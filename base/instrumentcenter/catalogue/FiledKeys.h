@@ -32,6 +32,10 @@ public:
     /// The same for every key that is filed under the market, also those of earlier filings. Walks the whole index.
     KeySet unfileAll(MarketKey market);
 
+    /// Unfiles what is filed under the markets, which must have been filed, and not among their listed keys: what
+    /// earlier filings have left. Walks the whole index once. Returns those keys by market.
+    std::map<MarketKey, KeySet> unfileRest(const KeySet& markets);
+
     /// Both tables with their sizes.
     std::vector<IndexSize> sizes() const;
 

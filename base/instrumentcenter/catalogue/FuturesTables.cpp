@@ -105,14 +105,22 @@ void installMainContracts(MarketKey market, MainContracts& mains, FuturesCatalog
 void removeMarket(MarketKey market, const KeySet& keys, FuturesCatalogue& catalogue) {
     static const MarketKey dalian = marketKey(market::kDalian);
     catalogue.mainCodesByMarket.erase(market);
+    removeKeys(keys, catalogue);
+    if (market == dalian) {
+        catalogue.spreads = {};
+    }
+}
+
+void removeKeys(const KeySet& keys, FuturesCatalogue& catalogue) {
+    const auto isGone = [&](StockKey key) { return keys.contains(key); };
+    for (auto& [market, mains] : catalogue.mainCodesByMarket) {
+        erase_if(mains, isGone);  // a market stays known, with no main contract
+    }
     // By the keys that go: nothing says which market a product belongs to, and another one may have its id.
     auto& products = catalogue.mainCodesByProduct;
     for (auto product = products.begin(); product != products.end();) {
-        const std::size_t removed = erase_if(product->second, [&](StockKey key) { return keys.contains(key); });
+        const std::size_t removed = erase_if(product->second, isGone);
         product = removed != 0 && product->second.empty() ? products.erase(product) : std::next(product);
-    }
-    if (market == dalian) {  // the pairs are texts without keys, and of this exchange alone
-        catalogue.spreads = {};
     }
 }
 

@@ -52,6 +52,10 @@ void installMainContracts(MarketKey market, MainContracts& mains, FuturesCatalog
 /// the spreads. A product that has none left is not listed any more.
 void removeMarket(MarketKey market, const KeySet& keys, FuturesCatalogue& catalogue);
 
+/// Takes keys that are unfiled out of the main contracts, of markets and of products. A product that has none left is
+/// not listed any more.
+void removeKeys(const KeySet& keys, FuturesCatalogue& catalogue);
+
 /// The hashes of the six futures exchanges.
 std::set<MarketKey> futureMarketKeys();
 

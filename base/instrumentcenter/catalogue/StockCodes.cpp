@@ -175,6 +175,20 @@ void installOptionUnderlyings(std::map<std::string, std::set<std::uint64_t>>& un
     }
 }
 
+std::vector<std::string> marketsWithoutCodes(const GroupedSnapshot& grouped) {
+    std::vector<std::string> markets;
+    const auto check = [&](const char* market, bool hasCodes) {
+        if (grouped.count(marketKey(market)) != 0 && !hasCodes) {
+            markets.emplace_back(market);
+        }
+    };
+    const auto underlyings = deriveOptionUnderlyings(grouped);
+    check(market::kNeeq, !deriveNeeqInquiryCodes(grouped).empty());
+    check(market::kShanghaiOption, underlyings.count(market::kShanghai) != 0);
+    check(market::kShenzhenOption, underlyings.count(market::kShenzhen) != 0);
+    return markets;
+}
+
 void removeMarket(const std::string& market, CodeSets& sets) {
     // The sets of a market go by its name and not by the keys that are removed: codes of theirs need not be filed.
     sets.ipoCodes.erase(market);

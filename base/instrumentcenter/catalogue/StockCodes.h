@@ -37,6 +37,10 @@ void install(StockCodes codes, CodeSets& sets);
 /// Replaces the sets of the exchanges present; `underlyings` leaves with the former ones.
 void installOptionUnderlyings(std::map<std::string, std::set<std::uint64_t>>& underlyings, CodeSets& sets);
 
+/// Of "NEEQ", "SHO" and "SZO" those that the snapshot has and that have no codes in it. A load leaves them their former
+/// ones; a replaced market keeps none.
+std::vector<std::string> marketsWithoutCodes(const GroupedSnapshot& grouped);
+
 /// Takes out what a market has in the sets: issues and receipts of "SH", "SZ" and "BJ", the inquiry codes of "NEEQ",
 /// the underlyings of "SHO" and "SZO".
 void removeMarket(const std::string& market, CodeSets& sets);

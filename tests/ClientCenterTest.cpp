@@ -181,6 +181,36 @@ TEST_F(ClientCenter, AMarketWhoseWriteFailsIsServedFromMemory) {
     EXPECT_TRUE(center().getCachedDatas(utils::hash("CFFEX"), cached)) << "the parked batch is kept";
 }
 
+/// A replacement that the store refuses is answered from memory, whole; and while one is written, the former listing
+/// stays to be seen.
+TEST_F(ClientCenter, AReplacementThatIsNotWrittenIsServedFromMemoryAlone) {
+    const auto engine = std::make_shared<FailingEngine>();
+    service().setEngine(engine);
+    load({"SZ"}, {instrument("SZ", "gone"), instrument("SZ", "both")});
+    const InstrumentPtr today = instrument("SZ", "both");
+    today->name = "today";
+    engine->failWritesOf("OvIns_SZ");
+    center().replaceInstruments({"SZ"}, {today, instrument("SZ", "new")});
+    EXPECT_THAT(keysOf(asked().getInstruments("SZ")), ElementsAre("SZboth", "SZnew"));
+    EXPECT_EQ(asked().getInstrument("SZboth")->name, "today");
+    EXPECT_FALSE(asked().getInstrument("SZgone"));
+    EXPECT_EQ(center().statistics().markets.front().unwritten, 2U);
+
+    engine->failWritesOf("");
+    bool looked = false;
+    engine->onWrite([&](const std::string& db) {
+        if (db == "OvIns_SZ") {
+            looked = true;
+            EXPECT_THAT(keysOf(asked().getInstruments("SZ")), ElementsAre("SZboth", "SZnew"));
+        }
+    });
+    center().replaceInstruments({"SZ"}, {instrument("SZ", "new")});
+    EXPECT_TRUE(looked);
+    engine->onWrite(nullptr);
+    EXPECT_THAT(keysOf(asked().getInstruments("SZ")), ElementsAre("SZnew"));
+    EXPECT_THAT(keysOf(asked().getInstruments()), ElementsAre("SZnew"));
+}
+
 TEST_F(ClientCenter, ParkedRecordsOfAFormerDayDoNotComeBack) {
     const auto engine = std::make_shared<FailingEngine>();
     service().setEngine(engine);

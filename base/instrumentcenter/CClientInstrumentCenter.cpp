@@ -176,7 +176,6 @@ void CClientInstrumentCenter::replaceInstruments(const std::vector<std::string>&
 
 void CClientInstrumentCenter::takeIn(const std::vector<std::string>& markets,
                                      const std::vector<InstrumentPtr>& instruments, ClientLoad& load) {
-    const Stopwatch watch;
     LoadReport report = reportOn(instruments);
     if (load.replaced.empty()) {
         forgetMarkets(markets, load);
@@ -187,7 +186,7 @@ void CClientInstrumentCenter::takeIn(const std::vector<std::string>& markets,
     if (instruments.size() >= kLargeLoad) {
         sys::releaseFreeMemory();
     }
-    report.time = watch.elapsed();
+    report.time = load.watch.elapsed();
     state().loads.write()->finish(std::move(report), load.notes);
 }
 
@@ -401,7 +400,7 @@ void CClientInstrumentCenter::writeMarket(uint64 marketHash, const std::string& 
                 removeKeys(gone, version.futures.own());
             }
         }
-        version.markets[named].own().db = db;
+        version.updateDbName(folded, db);
     });
     ClientState::logDbName(folded, db);
     done.time = watch.elapsed();

@@ -39,7 +39,7 @@ void CClientInstrumentCenter::doInitBonds(const std::map<std::string, boost::sha
     replaceCatalogue(*client_, kBankBonds, Others::Keep, bondByKey, &ClientVersion::bonds, client_->bonds);
     client_->publish([&](ClientVersion& version) { version.interbankCodes.set(std::move(interbankCodes)); });
     replaceMarket(market::kInterbank, grouped, received);
-    client_->updateDbName(kBankBonds, DBBuilder::buildDbName(kBankBonds));
+    ClientState::logDbName(kBankBonds, DBBuilder::buildDbName(kBankBonds));
 }
 
 boost::shared_ptr<CBondInfoDetail> CClientInstrumentCenter::getBond(uint64 key) {

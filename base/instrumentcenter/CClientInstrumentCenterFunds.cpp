@@ -64,9 +64,10 @@ void CClientInstrumentCenter::doInitEtfs(const std::vector<boost::shared_ptr<CET
             known.unwritten.swap(unwritten->records);
         }
         known.keys.swap(keys);
+        version.updateDbName(kAllEtfs, db);
     });
     replaceMarket(kEtfInstruments, grouped, received);
-    client_->updateDbName(kAllEtfs, db);
+    ClientState::logDbName(kAllEtfs, db);
 }
 
 void CClientInstrumentCenter::replaceMarket(

@@ -14,7 +14,7 @@
 
 // Futures: main contracts and the contracts of products, which are derived from a load and kept in the store, spreads,
 // and the tables of outer markets. The store is written first and the version that tells of it published afterwards: a
-// reader between the two still asks for what was there before.
+// reader between the two asks by the former version, and gets the new documents of a field that it knows.
 
 namespace mxservice {
 namespace {
@@ -69,8 +69,9 @@ void CClientInstrumentCenter::createFutureMainDatas(
                 unwrittenMains.insert(market);
             }
         }
+        version.updateDbName(kFutureMains, db);
     });
-    client_->updateDbName(kFutureMains, db);
+    ClientState::logDbName(kFutureMains, db);
 }
 
 void CClientInstrumentCenter::createFutureProdcutDatas(
@@ -109,8 +110,9 @@ void CClientInstrumentCenter::createFutureProdcutDatas(
         auto& known = version.storedFutures.own().products;
         products.merge(known);  // of a product that is known the new one counts, others stay
         known.swap(products);
+        version.updateDbName(kFutureProducts, db);
     });
-    client_->updateDbName(kFutureProducts, db);
+    ClientState::logDbName(kFutureProducts, db);
 }
 
 void CClientInstrumentCenter::createFutureDceDatas(
@@ -194,6 +196,11 @@ void CClientInstrumentCenter::removeMarkets(const std::vector<std::string>& mark
             StoredFutures& futures = version.storedFutures.own();
             futures.unwrittenMains.erase(key);
             for (auto& [product, rest] : products) {
+                // A load of another market of the product may have come in between: then it has none of this one.
+                const auto known = futures.products.find(product);
+                if (known == futures.products.end() || known->second.markets.count(key) == 0) {
+                    continue;
+                }
                 if (rest.contracts.empty()) {
                     futures.products.erase(product);
                 } else {

@@ -32,7 +32,7 @@ void CClientInstrumentCenter::doInitOtcInstruments(const std::vector<boost::shar
         }
     }
     replaceCatalogue(*client_, kOtcInstruments, Others::Drop, planByKey, &ClientVersion::plans, client_->plans);
-    client_->updateDbName(kOtcInstruments, DBBuilder::buildDbName(kOtcInstruments));
+    ClientState::logDbName(kOtcInstruments, DBBuilder::buildDbName(kOtcInstruments));
 }
 
 void CClientInstrumentCenter::updateOtcInstruments(const std::vector<boost::shared_ptr<COTCFundPlanInfo>>& /*plans*/) {
@@ -90,6 +90,9 @@ void CClientInstrumentCenter::updateIssuanceInfos(
         if (issuance) {
             changes.emplace_back(issuance->getKey(), issuance);
         }
+    }
+    if (changes.empty()) {
+        return;  // no version for nothing
     }
     client_->publish([&](ClientVersion& version) {
         auto& known = version.issuances.own();

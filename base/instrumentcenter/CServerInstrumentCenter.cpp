@@ -125,19 +125,22 @@ void CServerInstrumentCenter::initInstruments(const std::vector<std::string>& ma
 
 void CServerInstrumentCenter::doInitInstruments(const std::vector<std::string>& markets,
                                                 const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) {
+    PM_CENTER_LOG(
+        kLogInfo, kServerSource,
+        fmt::format("[inscenter] init instruments [{0}] for [{1}] markets", instruments.size(), markets.size()));
     load(markets, instruments, Others::Keep);
 }
 
 void CServerInstrumentCenter::replaceInstruments(const std::vector<std::string>& markets,
                                                  const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) {
+    PM_CENTER_LOG(
+        kLogInfo, kServerSource,
+        fmt::format("[inscenter] replace instruments [{0}] for [{1}] markets", instruments.size(), markets.size()));
     load(markets, instruments, Others::Drop);
 }
 
 void CServerInstrumentCenter::load(const std::vector<std::string>& markets,
                                    const std::vector<InstrumentPtr>& instruments, Others others) {
-    PM_CENTER_LOG(
-        kLogInfo, kServerSource,
-        fmt::format("[inscenter] init instruments [{0}] for [{1}] markets", instruments.size(), markets.size()));
     const Stopwatch watch;
     LoadReport report = reportOn(instruments);
     LoadNotes notes;

@@ -92,6 +92,7 @@ void replaceCatalogue(ClientState& client, const char* name, Others rest,
     const std::string db = DBBuilder::buildDbName(name);
     StoredCatalogue<Record> fresh;
     fresh.keys = keysOf(records);
+    const auto former = client.hold();  // destroyed after the locks, unwritten records of the host's included
     const DocumentBatch batch(records);
     std::optional<std::string> failure;
     {
@@ -102,7 +103,10 @@ void replaceCatalogue(ClientState& client, const char* name, Others rest,
             fresh.unwritten = std::move(unwritten->records);
             fresh.isBehind = rest == Others::Drop;
         }
-        client.publish([&](ClientVersion& version) { (version.*catalogue).set(std::move(fresh)); });
+        client.publish([&](ClientVersion& version) {
+            (version.*catalogue).set(std::move(fresh));
+            version.updateDbName(name, db);
+        });
         // After the write: a reader that met an old document meanwhile has its copy replaced.
         cache.refresh(records);
     }

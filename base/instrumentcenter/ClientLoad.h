@@ -65,6 +65,7 @@ struct ClientLoad {
 
     bool replaces(MarketKey market) const { return replaced.count(market) != 0; }
 
+    Stopwatch watch;  // begins before the steps do
     Replacement replacement;
     std::map<MarketKey, std::string> replaced;  // names of the markets of which the batch is the whole
     LoadNotes notes;

@@ -5,7 +5,7 @@
 #include <mutex>
 #include <set>
 #include <string>
-#include <utility>
+#include <type_traits>
 
 #include "base/instrumentcenter/CClientInstrumentCenter.h"
 #include "base/instrumentcenter/ClientVersion.h"
@@ -36,6 +36,7 @@ public:
     /// What a short question is answered by the version of this moment.
     template <class Question>
     auto ask(Question question) const {
+        static_assert(std::is_nothrow_invocable_v<Question&, const ClientVersion&>, "it would end the host");
         return state_.versions.ask([question](const Version& version) noexcept {
             return question(static_cast<const ClientVersion&>(version));
         });
@@ -57,12 +58,7 @@ public:
         return listed == nullptr ? KeySet() : *listed;
     }
 
-    /// Registers or replaces the database of a market or catalogue and says so in the log.
-    void updateDbName(const std::string& name, const std::string& db) {
-        const MarketKey key = marketKey(name);
-        publish([&](ClientVersion& version) { version.markets[key].own().db = db; });
-        logDbName(name, db);
-    }
+    /// Says in the log that a market's or catalogue's database has been registered.
     static void logDbName(const std::string& name, const std::string& db) {
         PM_CENTER_LOG(kLogInfo, kClientSource,
                       formatted("[clientIns] update db, market=%1%, db=%2%, hash=%3%", name, db, marketKey(name)));

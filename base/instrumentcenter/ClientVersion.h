@@ -90,12 +90,15 @@ struct ClientVersion final : Version {
     std::shared_ptr<Version> copy() const override { return std::make_shared<ClientVersion>(*this); }
 
     const Market& market(MarketKey key) const {
-        static const Market unknown;
+        static const Market& unknown = *new Market;  // never destroyed: threads may ask while the process exits
         const auto found = markets.find(key);
         return found == markets.end() ? unknown : *found->second;
     }
     /// The database registered for a market or catalogue, or an empty text.
     const std::string& getDbName(const std::string& name) const { return market(marketKey(name)).db; }
+    /// Registers or replaces it; together with what leads to its documents, so that nothing is known and not to be
+    /// read.
+    void updateDbName(const std::string& name, const std::string& db) { markets[marketKey(name)].own().db = db; }
 
     FiledKeys keys;
     std::map<MarketKey, Part<Market>> markets;

@@ -30,8 +30,8 @@ struct InterfaceState;
 /// Absence is a value: an empty pointer, an empty text, an empty container or false. Nothing throws for missing data.
 ///
 /// Threads. Every operation may be called from any thread at any time. Loads and updates run on the caller's thread
-/// and return when what they brought can be seen. Lookups of the in-memory center never wait; those of the persisted
-/// one wait for a load only while it puts a finished table in.
+/// and return when what they brought can be seen. Lookups wait for no load; those of the persisted one may wait for
+/// the store and, for some nanoseconds, for another thread in the same part of the record cache.
 ///
 /// Ownership. Records are shared with the host, never copied (one exception, getInstrument of the persisted center for
 /// connect keys). A host must not change a record that it has handed in or received. Result containers are the
@@ -93,10 +93,9 @@ public:
     /// @}
 
     /// @name Changes
-    /// The in-memory center applies a batch as a whole, the persisted one record by record, of which readers may see
-    /// part. Empty pointers are skipped; removing what is not there changes nothing. No I/O in either center. Cost: one
-    /// search of a table a record, under its exclusive lock; in the in-memory center a copy of the table a batch, about
-    /// a millisecond for 20,000 entries, so changes that come together are best handed in together.
+    /// Readers see a batch whole or not at all. Empty pointers are skipped; removing what is not there changes nothing.
+    /// No I/O in either center. Cost: a copy of the table a call, about a millisecond for 20,000 entries, so changes
+    /// that come together are best handed in together.
     /// @{
 
     /// Inserts or replaces each plan. The persisted center does nothing.
@@ -116,7 +115,7 @@ public:
 
     /// @name What a key is
     /// False for a key that is not known. No I/O in either center. Cost: one hash of the text and one probe of an index
-    /// in memory, in the persisted center under its shared lock; no allocation. hasIssuance, and in the persisted
+    /// in memory; no allocation. hasIssuance, and in the persisted
     /// center hasEtf, hasOtc and hasTenderBond, search an ordered table instead.
     /// @{
 

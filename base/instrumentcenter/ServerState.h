@@ -7,6 +7,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -113,6 +114,7 @@ struct ServerState {
 /// What a short question is answered by the version of this moment.
 template <class Question>
 auto ask(const InterfaceState& state, Question question) {
+    static_assert(std::is_nothrow_invocable_v<Question&, const ServerVersion&>, "it would end the host");
     return state.versions.ask(
         [question](const Version& version) noexcept { return question(static_cast<const ServerVersion&>(version)); });
 }

@@ -35,18 +35,16 @@ std::map<std::string, boost::shared_ptr<Record>> byOwnKey(const std::vector<boos
     return recordByKey;
 }
 
-/// Puts the record under the key or removes what is there. Hands back what the table no longer holds, so that the
-/// caller destroys it with the lock dropped. The key is the record's own, asked for before the lock was taken: getKey()
-/// may be the host's.
+/// Puts the record under the key or removes what is there; for a table of a version that is being made. The key is the
+/// record's own, asked for before: getKey() may be the host's.
 template <class Record>
-boost::shared_ptr<Record> applyChange(Change change, const std::string& key, boost::shared_ptr<Record> record,
-                                      std::map<std::string, boost::shared_ptr<Record>>& recordByKey) {
+void applyChange(Change change, const std::string& key, const boost::shared_ptr<Record>& record,
+                 std::map<std::string, boost::shared_ptr<Record>>& recordByKey) {
     if (change == Change::Put) {
-        recordByKey[key].swap(record);
-        return record;
+        recordByKey[key] = record;
+    } else {
+        recordByKey.erase(key);
     }
-    const auto node = recordByKey.extract(key);
-    return node ? node.mapped() : nullptr;
 }
 
 }  // namespace mxservice

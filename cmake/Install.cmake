@@ -11,6 +11,7 @@ set(PM_PUBLIC_HEADERS
   base/instrumentcenter/Export.h
   base/instrumentcenter/IInstrumentCenter.h
   base/instrumentcenter/InstrumentView.h
+  base/instrumentcenter/Version.h
   base/instrumentcenter/vocabulary/TraderType.h
   platform/Export.h
   platform/bson/BSONObj.h

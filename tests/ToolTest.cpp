@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "ToolFixture.h"
+#include "base/instrumentcenter/Version.h"
 #include "tools/inscenter/Output.h"
 #include "tools/inscenter/Utf8.h"
 #include "tools/inscenter/Verbs.h"
@@ -296,7 +297,9 @@ TEST_F(ToolTest, HelpStandsOnEveryLevel) {
     EXPECT_EQ(run({"help", "store", "ls"}).out, run({"store", "ls", "--help"}).out);
     EXPECT_EQ(run({"help", "frob"}).code, 2);
     EXPECT_THAT(run({"help", "lst"}).err, HasSubstr("unknown command lst; did you mean list"));
-    EXPECT_THAT(run({"--version"}).out, StartsWith("inscenter "));
+    EXPECT_EQ(run({"--version"}).out, "inscenter " + std::to_string(PM_INSTRUMENTCENTER_VERSION_MAJOR) + '.' +
+                                          std::to_string(PM_INSTRUMENTCENTER_VERSION_MINOR) + '.' +
+                                          std::to_string(PM_INSTRUMENTCENTER_VERSION_PATCH) + '\n');
 }
 
 TEST_F(ToolTest, AnswerThatCannotBeWrittenIsAFailure) {

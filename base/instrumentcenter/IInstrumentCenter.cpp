@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "base/instrumentcenter/InterfaceState.h"
+#include "base/instrumentcenter/Version.h"
 #include "base/instrumentcenter/vocabulary/Keys.h"
 
 // What both centers answer from the code sets. The two kinds of reading differ in who waits: who publishes waits for a

@@ -52,7 +52,7 @@ public:
     /// By stock key text; folds "HGT" and "SGT".
     Instrument get(const std::string& code) const;
     /// `count` keys at once, into `out`, which has as many places: a miss leaves an empty pointer. Answers how many
-    /// were found. Several times faster than one after the other where records lie anywhere in memory.
+    /// were found. Faster than one after the other: the searches wait for memory together.
     std::size_t resolve(const uint64* keys, std::size_t count, Instrument* out) const;
     /// @}
 

@@ -1,3 +1,4 @@
+#include "base/instrumentcenter/Version.h"
 #include "tools/inscenter/CommandLine.h"
 
 #include <CLI/CLI.hpp>
@@ -78,7 +79,7 @@ public:
         });
         if (place == Place::CommandLine) {
             app_.footer(kFooter);
-            app_.set_version_flag("--version", "inscenter " PM_VERSION, "Print the version and exit");
+            app_.set_version_flag("--version", std::string("inscenter ") + mxservice::version(), "Print the version and exit");
             addLoading();
         }
         addFormat();

@@ -33,6 +33,7 @@ void Console::message(std::string_view text) {
     if (screen_.columns > 0) {
         line = wrapped(line, screen_.columns);
     }
+    // Toned when the line was broken: escapes take bytes, but no columns.
     std::string name;
     appendToned(name, kName, Tone::Bad, screen_);
     err_ << line.replace(0, kName.size(), name);

@@ -48,6 +48,7 @@ std::string titleOf(const Side& side) {
 }
 
 std::vector<std::string> ignoredFields(const std::string& text) {
+    // A slip in a name would ignore nothing, and nobody would notice.
     std::vector<std::string> known;
     for (const mxservice::RecordType* const type : mxservice::TypeManager::instance()->types()) {
         const std::vector<std::string> names = fieldNames(*type);
@@ -87,6 +88,7 @@ Comparison compareSides(const Side& before, const Side& after, const std::vector
         found.changes = changesBetween(before.records, after.records, ignored);
         return found;
     }
+    // As they stand, each connect listing that a store has merged would count as gone.
     const Snapshot stored = storedForm(before.store ? after.records : before.records, console);
     found.changes =
         changesBetween(before.store ? before.records : stored, after.store ? after.records : stored, ignored);
@@ -137,6 +139,7 @@ bool showDiff(const DiffQuery& query, Output& output, Console& console) {
     if (*note != '\0') {
         output.note(note);
     }
+    // Programs get one table: of two they could not tell the lines apart.
     if (output.format() == Format::Table) {
         output.table(changeCountTable(changes), "neither has any record");
         output.note("");

@@ -37,12 +37,14 @@ std::size_t editDistance(std::string_view from, std::string_view to) {
 }  // namespace
 
 std::vector<std::string> nearNames(std::string_view wrong, const std::vector<std::string>& names) {
+    // Keys are told apart by case, but who writes "sh" means "SH".
     const std::string asked = foldedText(wrong);
     std::vector<std::pair<std::size_t, std::string>> near;
     for (const std::string& name : names) {
         const std::string folded = foldedText(name);
         const std::size_t distance = editDistance(asked, folded);
         const bool part = asked.size() >= kLeastPart && folded.find(asked) != std::string::npos;
+        // A third of the letters: with more, short names are near to each other whatever they say.
         if (part || distance <= std::max<std::size_t>(1, asked.size() / 3)) {
             near.emplace_back(distance, name);
         }

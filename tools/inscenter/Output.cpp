@@ -45,6 +45,7 @@ std::vector<const Field*> allFields(const RecordType& type) {
 
 std::vector<const Field*> candidates(const RecordType& type) {
     std::vector<const Field*> fields;
+    // By a field, not by the class: fund plans and filed instruments have an instrument's fields, too.
     if (type.find("platformCode") != nullptr) {
         for (const char* const name : kInstrumentColumns) {
             if (const Field* const field = type.find(name)) {
@@ -208,12 +209,13 @@ void Output::csvLine(const std::vector<std::string>& cells) {
         appendCsvCell(text_, cell);
         separator = ",";
     }
-    text_ += "\r\n";
+    text_ += "\r\n";  // as RFC 4180 has it
     lineDone();
 }
 
 void Output::records(const RecordType& type, const std::vector<RecordPtr>& records, std::string_view nothing,
                      const Fields& fields) {
+    // Programs get whole records: which columns tell most is a question of the screen.
     if (format_ != Format::Table && fields.empty()) {
         details(type, records);
     } else if (format_ != Format::Table || !records.empty()) {

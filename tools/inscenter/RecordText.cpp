@@ -134,7 +134,7 @@ std::vector<std::string> fieldNames(const mxservice::RecordType& type) {
 }
 
 std::string nameOf(const IData& record) {
-    for (const char* const name : {"name", "bondName"}) {
+    for (const char* const name : {"name", "bondName"}) {  // interbank bonds have the second alone
         if (const Field* const field = record.recordType().find(name)) {
             return field->in<std::string>(record);
         }

@@ -13,6 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// As the persisted center and the store name what they make: stored, so they cannot drift apart.
 constexpr std::string_view kCataloguePrefix = "OvIns_";
 constexpr std::string_view kRawPrefix = "OvRaw";
 constexpr std::string_view kSetAside = ".damaged-";  // and a number
@@ -26,6 +27,7 @@ bool isSetAside(std::string_view name) {
 
 void classify(DatabaseDirectory& directory) {
     const std::string_view name = directory.name;
+    // Asked first: what was set aside keeps its former name in front of the ending.
     if (isSetAside(name)) {
         directory.kind = DirectoryKind::SetAside;
     } else if (name.starts_with(kCataloguePrefix)) {
@@ -89,6 +91,7 @@ std::vector<DatabaseDirectory> directoriesOf(const std::string& root) {
     if (error) {
         refuse(root, "cannot be read: " + error.message());
     }
+    // A data file will do: hosts may keep databases of their own names in the same store.
     const auto isDatabase = [](const DatabaseDirectory& directory) {
         return directory.kind != DirectoryKind::Unknown || directory.fileBytes;
     };

@@ -50,6 +50,8 @@ public:
         persist::CPersistService::instance()->setRootPath(root_);
     }
     ~ScratchStore() {
+        // First, so that nothing is open of what is removed. A process that is killed before leaves the directory among
+        // the temporary files.
         persist::CPersistService::instance()->setRootPath(before_);
         std::error_code ignored;
         fs::remove_all(root_, ignored);
@@ -101,6 +103,7 @@ std::size_t readStoredSnapshot(const std::string& root, Snapshot& snapshot, Cons
                 ++skipped;
                 return true;
             }
+            // Without a problem the document is of the class that addRecord takes for granted.
             addRecord(snapshot, *catalogue, mxservice::TypeManager::instance()->parse(bytes, nullptr));
             return true;
         });
@@ -113,7 +116,7 @@ Snapshot storedForm(const Snapshot& snapshot, Console& console) {
     const ScratchStore store;
     {
         const auto center = makeCenter(CenterKind::Client);
-        load(*center, copyOf(snapshot), console);
+        load(*center, copyOf(snapshot), console);  // which fills in fields; a report loads the originals after this
     }
     ScratchStore::close();
     Snapshot stored;

@@ -220,6 +220,7 @@ bool dumpStore(const StoreQuery& query, Output& output, Console& console) {
     for (const DatabaseDirectory& directory : directories) {
         const auto database = isRead(directory, query) ? reader.open(directory) : nullptr;
         if (!database) {
+            // Who named it is told; among all of them it is no news that a load has not come that far.
             if (!all && !reader.failed()) {
                 console.message(directory.name + ": holds no database yet");
             }

@@ -47,6 +47,8 @@ std::string breakdown(const std::string& market, const Records& records) {
 
 /// The kind of a market's records as the center's predicates see it; they go by the market, so one record tells.
 std::string kindOf(IInstrumentCenter& center, const std::string& market, const Records& records) {
+    // Told by the records and not by a predicate: futures options are no market of their own, and of Hong Kong the two
+    // centers say different things.
     if (utils::isFutureMarket(market) || market == "HK") {
         return breakdown(market, records);
     }

@@ -116,6 +116,7 @@ Entries mains(const Question& question) {
     return entries;
 }
 
+/// The centers answer for one code at a time and list none, so those of the day are asked; platform codes alike.
 Entries interbankCodes(const Question& question) {
     Entries entries;
     for (const auto& bond : question.snapshot.bonds) {

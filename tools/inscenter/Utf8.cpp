@@ -10,6 +10,7 @@ namespace inscenter {
 namespace {
 
 bool isControl(char32_t value) {
+    // The upper ones, too: to a terminal U+009B may be the beginning of an escape.
     return value < 0x20 || (value >= 0x7F && value < 0xA0);
 }
 
@@ -28,7 +29,7 @@ bool isUtf8(std::string_view text) {
 }
 
 void appendUtf8(std::string& out, std::string_view text) {
-    if (isUtf8(text)) {
+    if (isUtf8(text)) {  // nearly always, and then in one go
         out.append(text);
         return;
     }

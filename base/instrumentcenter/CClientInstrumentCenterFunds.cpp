@@ -20,6 +20,7 @@ namespace {
 void fillComponentNames(IInstrumentCenter& center, const CETFDetail& etf) {
     for (const auto& [code, component] : etf.components) {
         if (component && component->name.empty()) {
+            // Through the slot: a host's own records have names, too.
             const InstrumentPtr record = center.getInstrument(utils::ovStockKey(component->market, component->code));
             if (record) {
                 component->name = record->name;
@@ -66,7 +67,7 @@ void CClientInstrumentCenter::doInitEtfs(const std::vector<boost::shared_ptr<CET
         known.keys.swap(keys);
     });
     replaceMarket(kEtfInstruments, grouped, received);
-    client_->updateDbName(kAllEtfs, db);
+    client_->updateDbName(kAllEtfs, db);  // last: until then lists do not show what an earlier run left
 }
 
 void CClientInstrumentCenter::replaceMarket(
@@ -98,7 +99,7 @@ boost::shared_ptr<CETFDetail> CClientInstrumentCenter::getEtf(const std::string&
 }
 
 boost::shared_ptr<CETFDetail> CClientInstrumentCenter::getEtf(const std::string& market, const std::string& code) {
-    return getEtf(utils::ovStockKey(market, code));
+    return getEtf(utils::ovStockKey(market, code));  // through the slot: a host's own answer counts here, too
 }
 
 std::map<std::string, boost::shared_ptr<CETFDetail>> CClientInstrumentCenter::getEtfs() {

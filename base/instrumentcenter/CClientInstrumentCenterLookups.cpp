@@ -147,6 +147,7 @@ boost::shared_ptr<CInstrumentDetail> CClientInstrumentCenter::getInstrument(cons
     if (!record || !isConnectMarket(prefix) || record->market == prefix) {
         return record;
     }
+    // A copy: the record is shared with the cache and with whoever asks by another name.
     auto relabelled = boost::static_pointer_cast<CInstrumentDetail>(record->copy());
     relabelled->market = prefix;
     return relabelled;
@@ -155,7 +156,7 @@ boost::shared_ptr<CInstrumentDetail> CClientInstrumentCenter::getInstrument(cons
 boost::shared_ptr<CInstrumentDetail> CClientInstrumentCenter::getInstrument(const std::string& market,
                                                                             const std::string& code) {
     if (isConnectMarket(market)) {
-        return getInstrument(utils::ovStockKey(market, code));
+        return getInstrument(utils::ovStockKey(market, code));  // by the text, so that the answer is relabelled
     }
     return getInstrument(stockKey(market, code));
 }

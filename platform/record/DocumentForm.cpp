@@ -139,7 +139,7 @@ bool appendFrame(std::string& bytes, const Elements& elements) {
     if (!good || size > bson::kMaxDocumentBytes) {
         return false;
     }
-    const auto length = static_cast<std::int32_t>(size);
+    const auto length = static_cast<std::int32_t>(size);  // known now only: texts and baskets have any length
     std::memcpy(bytes.data() + begin, &length, sizeof length);
     return true;
 }
@@ -311,7 +311,7 @@ bool RecordType::appendDocument(const IData& record, std::string& bytes) const {
     const std::size_t before = bytes.size();
     const bool fits = appendRecord(bytes, record, *this);
     if (!fits) {
-        bytes.resize(before);
+        bytes.resize(before);  // a batch must not go on behind half a document
     }
     return fits;
 }
@@ -350,7 +350,7 @@ std::ostream& operator<<(std::ostream& out, const IData& record) {
 }
 
 TypeManager* TypeManager::instance() {
-    static TypeManager* const manager = new TypeManager;
+    static TypeManager* const manager = new TypeManager;  // never destroyed, as the tables
     return manager;
 }
 
@@ -369,6 +369,7 @@ boost::shared_ptr<IData> TypeManager::parse(std::string_view bytes, std::string*
         return nullptr;
     }
     boost::shared_ptr<IData> record = type->make();
+    // A new record has its defaults: there is nothing to reset.
     return readDocument(*record, bytes.data(), bytes.size(), false, error) ? record : nullptr;
 }
 

@@ -100,6 +100,7 @@ const Field* RecordType::find(std::string_view key) const {
 bool operator==(const IData& left, const IData& right) {
     const RecordType& type = left.recordType();
     const auto same = [&](const Field& field) { return field.equal(left, right); };
+    // The class first: in a record of another one the fields lie elsewhere.
     return &type == &right.recordType() && std::all_of(type.fields().begin(), type.fields().end(), same);
 }
 

@@ -127,7 +127,7 @@ private:
                     command_.center = name == "client" ? CenterKind::Client : CenterKind::Server;
                 },
                 "server (in memory) or client (persisted); server by default")
-            ->check(CLI::IsMember({"server", "client"}).description(""))
+            ->check(CLI::IsMember({"server", "client"}).description(""))  // which the text names already
             ->type_name("KIND");
         app_.add_option("--store", command_.store,
                         "Directory of the client's databases, made when missing; the server uses none")
@@ -156,7 +156,7 @@ private:
                                  ->type_name("FORMAT");
         app_.add_flag_callback(
                 "--jsonl", [this] { command_.format = Format::Json; }, "The same as --format json")
-            ->excludes(format);
+            ->excludes(format);  // of two formats neither is the one that is meant
     }
 
     void addVerb(const VerbLine& verb) {

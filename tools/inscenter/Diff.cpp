@@ -35,6 +35,7 @@ std::vector<std::string> noisyFields(const Changes& changes) {
     }
     std::vector<std::string> noisy;
     for (const auto& [field, count] : counts) {
+        // As the trading day and the last close do from any day to the next; of a few records anybody can read past it.
         if (count >= kWorthAWord && count * 2 > changed) {
             noisy.push_back(field);
         }
@@ -75,6 +76,7 @@ std::string shownDay(const std::string& day) {
 Side readSide(const std::string& path, Console& console) {
     Side side;
     side.name = snapshotName(path);
+    // By what is there and not by an option: both days are named in one way.
     side.store = looksLikeStore(path);
     side.skipped = side.store ? readStoredSnapshot(path, side.records, console)
                               : readSnapshot(path, side.records, console).skipped;
@@ -131,7 +133,7 @@ Table changeCountTable(const Changes& changes) {
 }
 
 bool showDiff(const DiffQuery& query, Output& output, Console& console) {
-    const std::vector<std::string> ignored = ignoredFields(query.ignored);
+    const std::vector<std::string> ignored = ignoredFields(query.ignored);  // before the days, which take long to read
     const Side before = readSide(query.before, console);
     const Side after = readSide(query.after, console);
     const auto [changes, from, to, note] = compareSides(before, after, ignored, console);

@@ -36,7 +36,7 @@ KeyTexts ownKey(const IData& record) {
 }
 
 KeyTexts etfKeys(const IData& record) {
-    const auto& etf = static_cast<const CETFDetail&>(record);
+    const auto& etf = static_cast<const CETFDetail&>(record);  // stored twice, under each of its codes
     return {utils::ovStockKey(etf.market, etf.etfCode), utils::ovStockKey(etf.market, etf.prCode)};
 }
 

@@ -115,7 +115,7 @@ public:
             if (!readField(fields[index], member.value(), record)) {
                 return false;
             }
-            expected = index + 1;
+            expected = index + 1;  // also behind a key out of order: most lines go on from there
         }
         return true;
     }
@@ -137,6 +137,7 @@ public:
                 return refuse(error_, field.name(), fmt::format("component {} is no object", number));
             }
             auto component = boost::make_shared<CETFComponentStockInfo>();
+            // The basket is a map by code: of two components without one the first would be lost.
             if (!readObject(object, type, *component) || !hasIdentity(*component, identity, error_)) {
                 if (!error_.field.empty()) {
                     error_.field = fmt::format("{}[{}].{}", field.name(), number, error_.field);

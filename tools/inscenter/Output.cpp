@@ -159,6 +159,7 @@ std::vector<const Field*> Output::usualFields(const std::vector<RecordPtr>& reco
 Output::Output(std::ostream& out, Format format, const Screen& screen) : out_(out), format_(format), screen_(screen) {}
 
 Output::~Output() {
+    // Where that fails the stream remembers it, and whoever owns the stream asks it: a destructor cannot tell.
     out_ << text_;
     out_.flush();
 }
@@ -309,7 +310,7 @@ void Output::block(const std::vector<std::pair<std::string, std::string>>& lines
     first_ = false;
     std::size_t width = 0;
     for (const auto& [name, value] : lines) {
-        width = std::max(width, name.size());
+        width = std::max(width, name.size());  // names of fields are ASCII: bytes are columns
     }
     for (const auto& [name, value] : lines) {
         appendPadded(text_, name, width, false);

@@ -112,6 +112,7 @@ bool RecordSelection::meets(const IData& record, const Condition& condition) {
     if (ordering && field.kind() == FieldKind::Text && field.in<std::string>(record).empty()) {
         return false;  // an unknown date is neither before nor after another
     }
+    // Texts by their bytes, which for dates is the order of the days.
     const int found = field.kind() == FieldKind::Text ? order(field.in<std::string>(record), condition.text)
                                                       : order(numberIn(field, record), condition.number);
     switch (condition.comparison) {

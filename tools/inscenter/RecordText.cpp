@@ -33,6 +33,7 @@ void appendShortest(std::string& out, Number value, Form... form) {
 }
 
 bool isPlain(unsigned char character) {
+    // Without DEL, which is text to JSON, but not to a terminal.
     return character >= 0x20 && character < 0x7F && character != '"' && character != '\\';
 }
 
@@ -151,7 +152,7 @@ void appendJson(std::string& out, const IData& record) {
         }
         out += separator;
         out += '"';
-        out += field.name();
+        out += field.name();  // no document key needs an escape
         out += "\":";
         separator = ',';
         appendJsonField(out, field, record);

@@ -80,6 +80,7 @@ std::vector<DatabaseDirectory> directoriesOf(const std::string& root) {
             refuse(root, "is a single database; name the directory above it");
         }
         std::error_code ignored;
+        // A hidden one is no database any more: clearing hides what it is about to remove.
         if (fs::is_directory(path, ignored) && path.filename().string().front() != '.') {
             DatabaseDirectory& found = directories.emplace_back();
             found.name = path.filename();
@@ -95,6 +96,7 @@ std::vector<DatabaseDirectory> directoriesOf(const std::string& root) {
     const auto isDatabase = [](const DatabaseDirectory& directory) {
         return directory.kind != DirectoryKind::Unknown || directory.fileBytes;
     };
+    // An empty root is a store that no load has reached yet, and no mistake.
     if (!empty && std::none_of(directories.begin(), directories.end(), isDatabase)) {
         refuse(root, "is no store: there is no database in it");
     }

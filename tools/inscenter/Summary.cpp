@@ -90,6 +90,7 @@ Table catalogueTable(Session& session, std::int64_t instruments) {
     return table;
 }
 
+/// Asked code by code, because no center lists them.
 std::int64_t countUnderlyings(IInstrumentCenter& center) {
     std::int64_t count = 0;
     for (const char* const market : {"SH", "SZ"}) {
@@ -129,7 +130,7 @@ double memoryMb(std::string_view name) {
             if (digits != std::string::npos) {
                 std::from_chars(line.data() + digits, line.data() + line.size(), kilobytes);
             }
-            return std::round(static_cast<double>(kilobytes) / 102.4) / 10;
+            return std::round(static_cast<double>(kilobytes) / 102.4) / 10;  // to a tenth of 1024 kilobytes
         }
     }
     return 0;
@@ -239,7 +240,7 @@ void showSummary(Session& session, const Query& /*query*/) {
     if (session.kind == CenterKind::Client) {
         tables.push_back(cacheTable(statistics));
     }
-    if (!statistics.failedWrites.empty()) {
+    if (!statistics.failedWrites.empty()) {  // no such table means that all is well
         tables.push_back(failureTable(statistics));
     }
     if (session.output.format() != Format::Table) {

@@ -144,6 +144,7 @@ Entries platformCodes(const Question& question) {
 }
 
 Entries planGroups(const Question& question) {
+    // Those that the plans name: no center lists its groups.
     std::set<int> groups;
     for (const auto& plan : question.snapshot.otcFundPlans) {
         groups.insert(plan->planType);

@@ -79,6 +79,7 @@ bool CClientInstrumentCenter::hasOption(const std::string& code) {
 }
 
 bool CClientInstrumentCenter::hasFutureOption(const std::string& code) {
+    // Not a slip: the exchanges list both under one market, and telling them apart is left to the record.
     return isOne<IsFuture>(*client_, code);
 }
 
@@ -99,6 +100,7 @@ bool CClientInstrumentCenter::hasOuterFuture(const std::string& code) {
 }
 
 bool CClientInstrumentCenter::hasOuterStock(const std::string& code) {
+    // Through the slots: a host's own answer to either counts here, too.
     return hasNyseStock(code) || hasNasdaqStock(code);
 }
 

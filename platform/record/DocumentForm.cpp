@@ -153,7 +153,7 @@ bool appendValue(std::string& bytes, Number member) {
 }
 
 bool appendValue(std::string& bytes, const std::string& text) {
-    if (text.size() >= bson::kMaxDocumentBytes) {
+    if (text.size() >= bson::kMaxDocumentBytes) {  // before its length is cut to 32 bits
         return false;
     }
     appendPlain(bytes, static_cast<std::int32_t>(text.size() + 1));

@@ -46,6 +46,8 @@ std::vector<bson::BSONObj> componentDocuments(const ComponentMap& components) {
     return documents;
 }
 
+/// A field with an unfit value counts as missing, for the rest of the document is sound. Behind a damaged one nothing
+/// can be trusted.
 enum class Outcome { Filled, Unfit, Damaged };
 
 /// Fills a number from any element that holds one, limited to the member's range.
@@ -311,7 +313,7 @@ bool RecordType::appendDocument(const IData& record, std::string& bytes) const {
     const std::size_t before = bytes.size();
     const bool fits = appendRecord(bytes, record, *this);
     if (!fits) {
-        bytes.resize(before);  // a batch must not go on behind half a document
+        bytes.resize(before);  // half a document must not stand before the next one
     }
     return fits;
 }

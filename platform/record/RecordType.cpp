@@ -45,6 +45,7 @@ constexpr bson::ElementType elementTypeOf() {
     }
 }
 
+/// Made once a field: a load copies these bytes as they are for every record.
 std::string headerOf(const std::string& name, FieldKind kind) {
     const auto type =
         visitMemberType(kind, [](auto member) { return elementTypeOf<typename decltype(member)::type>(); });

@@ -129,7 +129,7 @@ BothCenters loadBoth(const Snapshot& snapshot, Console& console) {
 std::vector<LoadStep> load(IInstrumentCenter& center, const Snapshot& snapshot, Console& console) {
     std::vector<LoadStep> steps;
     const auto step = [&](Catalogue catalogue, std::size_t records, const auto& init) {
-        // Left out altogether: to load nothing is to empty what a store holds from before.
+        // Left out altogether: to load no fund plans, for one, would empty their database.
         if (records == 0) {
             return;
         }

@@ -361,7 +361,7 @@ std::size_t columnsOf(const std::ostream& out) {
 /// What the options say together; empty when that makes sense.
 std::string contradiction(const Command& command) {
     // Said here and not as requirements of the options: what loads a center stands at the top, where it would be
-    // required of each command and beside --help, too.
+    // required of commands that load none as well.
     if (command.task == Task::Generate) {
         return {};
     }

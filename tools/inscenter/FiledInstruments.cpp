@@ -42,7 +42,7 @@ const RecordType& FiledInstrument::table() {
     static const RecordType& kTable = []() -> const RecordType& {
         const RecordType& base = CInstrumentDetail::table();
         std::vector<Field> fields = base.fields();
-        // Measured on an object: offsetof is not defined for a class with a base.
+        // Measured on an object: offsetof need not take a class with a base.
         const FiledInstrument sample;
         const auto* const start = reinterpret_cast<const char*>(static_cast<const mxservice::IData*>(&sample));
         const auto* const at = reinterpret_cast<const char*>(&sample.filed);

@@ -134,6 +134,7 @@ void appendJsonCell(std::string& out, const Cell& cell) {
 }
 
 void requireWritten(const std::ofstream& file, const std::string& name) {
+    // A stream keeps no reason of its own: callers clear errno before they open the file.
     if (!file) {
         throw UnreadableInput(fmt::format("{}: cannot be written: {}", name, std::generic_category().message(errno)));
     }
@@ -220,6 +221,7 @@ void Output::records(const RecordType& type, const std::vector<RecordPtr>& recor
     if (format_ != Format::Table && fields.empty()) {
         details(type, records);
     } else if (format_ != Format::Table || !records.empty()) {
+        // Also without a record: CSV has its header still, so that no program takes an empty answer for a failed one.
         recordRows(records, fields.empty() ? usualFields(records) : fields);
     } else if (!nothing.empty()) {
         note(nothing);

@@ -453,7 +453,7 @@ std::optional<Command> parseQuestion(const std::vector<std::string>& words, cons
 }
 
 std::vector<std::string> helpAsOption(std::vector<std::string> words) {
-    if (!words.empty() && words.front() == "help") {
+    if (!words.empty() && words.front() == "help") {  // behind a verb it may be a text to find
         words.erase(words.begin());
         words.emplace_back("--help");
     }

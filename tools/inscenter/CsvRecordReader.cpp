@@ -122,7 +122,7 @@ bool CsvRecordReader::readCell(const Field& field, std::string_view cell, IData&
     if (field.kind() == FieldKind::Components) {
         return components_.readComponents(cell, field, record, notes, error);
     }
-    const std::string_view text = trimmed(cell);
+    const std::string_view text = trimmed(cell);  // around a number blanks say nothing, in a text they do
     std::int64_t whole = 0;
     // As a whole number first: a double does not hold all of 64 bits.
     if (field.kind() != FieldKind::Double && parseWhole(text, whole) == std::errc()) {

@@ -99,6 +99,7 @@ std::vector<Filed> instrumentsOf(IInstrumentCenter& center, const std::vector<st
 
 const std::vector<int>& traderTypes() {
     using namespace mxservice;
+    // Named once more, because an enumeration cannot be walked.
     static const std::vector<int> kTypes{
         OvTraderStock,        OvTraderFuture,        OvTraderAll,       OvTraderMargin,  OvTraderGold,
         OvTraderOption,       OvTraderForeign,       OvTraderHongKong,  OvTraderNeeq,    OvTraderOtc,

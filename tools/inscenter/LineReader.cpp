@@ -68,7 +68,7 @@ bool LineReader::next() {
             takeLine(static_cast<std::size_t>(static_cast<const char*>(found) - buffer_.data()));
             return true;
         }
-        scanned_ = end_;
+        scanned_ = end_;  // a line may come in many pieces, none of which is searched twice
         if (atEnd_) {
             // Of a line that is too long nothing may be left; it counts all the same.
             const bool rest = begin_ < end_ || overlong_;

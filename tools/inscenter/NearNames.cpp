@@ -26,6 +26,7 @@ std::size_t editDistance(std::string_view from, std::string_view to) {
         row[0] = i + 1;
         for (std::size_t j = 0; j < to.size(); ++j) {
             row[j + 1] = std::min({row[j] + 1, above[j + 1] + 1, above[j] + (from[i] == to[j] ? 0 : 1)});
+            // Swapped neighbours are one slip of the fingers and not two: "DEC" is near to "DCE".
             if (i > 0 && j > 0 && from[i] == to[j - 1] && from[i - 1] == to[j]) {
                 row[j + 1] = std::min(row[j + 1], before[j - 1] + 1);
             }

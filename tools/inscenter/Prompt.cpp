@@ -82,7 +82,7 @@ char* nextCandidate(const char* /*word*/, int state) {
         const std::size_t begin = blank == std::string::npos ? 0 : blank + 1;
         candidates = currentCompleter()(line.substr(0, begin), line.substr(begin));
     }
-    return position < candidates.size() ? strdup(candidates[position++].c_str()) : nullptr;
+    return position < candidates.size() ? strdup(candidates[position++].c_str()) : nullptr;  // the editor frees it
 }
 
 char** complete(const char* word, int /*begin*/, int /*end*/) {

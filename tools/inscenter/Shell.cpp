@@ -115,7 +115,7 @@ std::vector<std::string> verbNames() {
     for (const VerbLine& verb : kVerbs) {
         names.emplace_back(verb.name);
     }
-    std::sort(names.begin(), names.end());
+    std::sort(names.begin(), names.end());  // the verbs themselves stand by subject
     return names;
 }
 
@@ -131,7 +131,7 @@ std::vector<std::string> marketNames(const Day& day) {
 }
 
 std::vector<std::string> optionNames(const std::string& verb) {
-    for (const VerbHelp& help : describeVerbs()) {
+    for (const VerbHelp& help : describeVerbs()) {  // asked of the parser, which forgets none
         if (help.name == verb) {
             return help.options;
         }

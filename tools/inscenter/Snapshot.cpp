@@ -22,7 +22,7 @@ using boost::shared_ptr;
 using mxservice::IData;
 using mxservice::RecordType;
 
-constexpr std::size_t kShownLines = 20;
+constexpr std::size_t kShownLines = 20;  // of a file: one wrong column spoils every line
 /// Between two looks at the clock.
 constexpr std::size_t kLinesAStep = 1024;
 
@@ -289,6 +289,7 @@ std::string tradingDayOf(const Snapshot& snapshot) {
             return record->tradingDay.empty() || record->tradingDay == day;
         });
     };
+    // The other classes have no trading day.
     const bool agreed = agree(snapshot.instruments) && agree(snapshot.etfs) && agree(snapshot.otcFundPlans) &&
                         agree(snapshot.issuancePrices);
     return agreed ? day : std::string();

@@ -8,6 +8,7 @@
 namespace inscenter {
 namespace {
 
+// Two blanks, because one stands between the words of a text.
 constexpr std::string_view kGap = "  ";
 constexpr std::string_view kEllipsis = "\xE2\x80\xA6";  // U+2026
 constexpr std::size_t kLeastWrapped = 20;               // a last column is not wrapped into less

@@ -21,7 +21,7 @@ CodePoint decodeUtf8(std::string_view text) {
     const auto length = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
                                          static_cast<utf8proc_ssize_t>(text.size()), &value);
     return length > 0 ? CodePoint{static_cast<char32_t>(value), static_cast<std::size_t>(length), true}
-                      : CodePoint{0xFFFD, 1, false};
+                      : CodePoint{0xFFFD, 1, false};  // one byte: the next may begin a letter again
 }
 
 bool isUtf8(std::string_view text) {

@@ -32,10 +32,13 @@ void CClientInstrumentCenter::doInitBonds(const std::map<std::string, boost::sha
                 interbankCodes[utils::ovStockKey(market, *listing)] = bond->bondCode;
             }
         }
+        // Assigned: of two bonds with one code the last stays, as the later document would have in the store.
         bondByKey[bondKey(*bond)] = bond;
         addBondInstrument(*bond, instruments);
         ++received;
     }
+    // The bonds first: who finds a listing's interbank code or the instrument that stands for a bond finds the bond as
+    // well. Documents of others stay, because a bond is looked up without asking what today's load had.
     replaceCatalogue(*client_, kBankBonds, Others::Keep, bondByKey, &ClientVersion::bonds, client_->bonds);
     client_->publish([&](ClientVersion& version) { version.interbankCodes.set(std::move(interbankCodes)); });
     replaceMarket(market::kInterbank, grouped, received);
@@ -54,7 +57,7 @@ std::map<std::string, boost::shared_ptr<CBondInfoDetail>> CClientInstrumentCente
     const auto version = client_->hold();
     std::map<std::string, boost::shared_ptr<CBondInfoDetail>> bonds;
     for (const auto& [key, bond] : version->bonds->unwritten) {
-        bonds[bond->bondCode] = bond;
+        bonds[bond->bondCode] = bond;  // first: newer than a document of its code
     }
     for (auto& bond : readRecords<CBondInfoDetail>(version->getDbName(kBankBonds))) {
         bonds.emplace(bond->bondCode, std::move(bond));

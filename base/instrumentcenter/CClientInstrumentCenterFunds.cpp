@@ -20,6 +20,7 @@ namespace {
 void fillComponentNames(IInstrumentCenter& center, const CETFDetail& etf) {
     for (const auto& [code, component] : etf.components) {
         if (component && component->name.empty()) {
+            // Through the slot: a host's own records have names, too.
             const InstrumentPtr record = center.getInstrument(utils::ovStockKey(component->market, component->code));
             if (record) {
                 component->name = record->name;
@@ -99,7 +100,7 @@ boost::shared_ptr<CETFDetail> CClientInstrumentCenter::getEtf(const std::string&
 }
 
 boost::shared_ptr<CETFDetail> CClientInstrumentCenter::getEtf(const std::string& market, const std::string& code) {
-    return getEtf(utils::ovStockKey(market, code));
+    return getEtf(utils::ovStockKey(market, code));  // through the slot: a host's own answer counts here, too
 }
 
 std::map<std::string, boost::shared_ptr<CETFDetail>> CClientInstrumentCenter::getEtfs() {

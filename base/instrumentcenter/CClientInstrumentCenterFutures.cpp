@@ -89,6 +89,7 @@ void CClientInstrumentCenter::createFutureProdcutDatas(
         fields.push_back({fieldOf(product), &batches.emplace_back(records)});
     }
     const std::string db = DBBuilder::buildDbName(kFutureProducts);
+    // Without a product nothing can be lost, whatever the store says.
     const bool saved = (store().open(db) && store().replaceFields(db, fields)) || fields.empty();
     if (!saved) {
         const std::string reason = store().lastFailure();
@@ -148,6 +149,7 @@ std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCen
     if (known == version->futures->mainCodesByMarket.end()) {
         return out;  // also for a field that an earlier run left
     }
+    // By key: the field in the store still has those of the last load that could write it.
     if (version->storedFutures->unwrittenMains.count(key) != 0) {
         addByKeyText(recordsOf(listOf(known->second)), out);
     } else {
@@ -208,7 +210,7 @@ void CClientInstrumentCenter::removeMarkets(const std::vector<std::string>& mark
                 }
             }
             if (client_->outerMarkets.count(key) != 0) {
-                version.outer.set({});
+                version.outer.set({});  // whole: one market alone has such tables
             }
         });
     }

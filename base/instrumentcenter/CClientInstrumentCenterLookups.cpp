@@ -79,6 +79,7 @@ bool CClientInstrumentCenter::hasOption(const std::string& code) {
 }
 
 bool CClientInstrumentCenter::hasFutureOption(const std::string& code) {
+    // Not a slip: the exchanges list both under one market, and telling them apart is left to the record.
     return isOne<IsFuture>(*client_, code);
 }
 
@@ -99,6 +100,7 @@ bool CClientInstrumentCenter::hasOuterFuture(const std::string& code) {
 }
 
 bool CClientInstrumentCenter::hasOuterStock(const std::string& code) {
+    // Through the slots: a host's own answer to either counts here, too.
     return hasNyseStock(code) || hasNasdaqStock(code);
 }
 
@@ -147,6 +149,7 @@ boost::shared_ptr<CInstrumentDetail> CClientInstrumentCenter::getInstrument(cons
     if (!record || !isConnectMarket(prefix) || record->market == prefix) {
         return record;
     }
+    // A copy: the record is shared with the cache and with whoever asks by another name.
     auto relabelled = boost::static_pointer_cast<CInstrumentDetail>(record->copy());
     relabelled->market = prefix;
     return relabelled;
@@ -155,7 +158,7 @@ boost::shared_ptr<CInstrumentDetail> CClientInstrumentCenter::getInstrument(cons
 boost::shared_ptr<CInstrumentDetail> CClientInstrumentCenter::getInstrument(const std::string& market,
                                                                             const std::string& code) {
     if (isConnectMarket(market)) {
-        return getInstrument(utils::ovStockKey(market, code));
+        return getInstrument(utils::ovStockKey(market, code));  // by the text, so that the answer is relabelled
     }
     return getInstrument(stockKey(market, code));
 }

@@ -28,6 +28,7 @@ void CClientInstrumentCenter::doInitOtcInstruments(const std::vector<boost::shar
     std::map<std::uint64_t, boost::shared_ptr<COTCFundPlanInfo>> planByKey;
     for (const auto& plan : plans) {
         if (plan) {
+            // Inserted and not assigned: of two plans with one key the first stays, as in the in-memory center.
             planByKey.emplace(stockKey(plan->market, plan->code), plan);
         }
     }
@@ -53,7 +54,7 @@ std::map<std::string, boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCen
     const auto version = client_->hold();
     const StoredCatalogue<COTCFundPlanInfo>& catalogue = *version->plans;
     for (const auto& [key, plan] : catalogue.unwritten) {
-        plans.emplace(keyTextOf(*plan), plan);
+        plans.emplace(keyTextOf(*plan), plan);  // first: newer than a document of its key
     }
     std::vector<InstrumentPtr> stored = readRecords<CInstrumentDetail>(version->getDbName(kOtcInstruments));
     if (catalogue.isBehind) {  // documents that the load could not replace are no plans of today
@@ -85,6 +86,7 @@ void CClientInstrumentCenter::updateIssuanceInfos(
     if (change == Change::None) {
         return;
     }
+    // Keys are asked for before the version is made: getKey() may be the host's, and may ask this center.
     std::vector<std::pair<std::string, boost::shared_ptr<COTCSecuritiesIssuanceInfo>>> changes;
     for (const auto& issuance : issuances) {
         if (issuance) {
@@ -124,7 +126,7 @@ void CClientInstrumentCenter::updateIssuancePriceInfo(int operation,
     if (!setting) {
         return;
     }
-    const std::string key = setting->getKey();
+    const std::string key = setting->getKey();  // beforehand, as above
     switch (changeOf(operation)) {
         case Change::Put:
             client_->publish([&](ClientVersion& version) { version.priceSettings.own()[key] = setting; });

@@ -46,6 +46,8 @@ std::vector<bson::BSONObj> componentDocuments(const ComponentMap& components) {
     return documents;
 }
 
+/// A field with an unfit value counts as missing, for the rest of the document is sound. Behind a damaged one nothing
+/// can be trusted.
 enum class Outcome { Filled, Unfit, Damaged };
 
 /// Fills a number from any element that holds one, limited to the member's range.
@@ -139,7 +141,7 @@ bool appendFrame(std::string& bytes, const Elements& elements) {
     if (!good || size > bson::kMaxDocumentBytes) {
         return false;
     }
-    const auto length = static_cast<std::int32_t>(size);
+    const auto length = static_cast<std::int32_t>(size);  // known now only: texts and baskets have any length
     std::memcpy(bytes.data() + begin, &length, sizeof length);
     return true;
 }
@@ -153,7 +155,7 @@ bool appendValue(std::string& bytes, Number member) {
 }
 
 bool appendValue(std::string& bytes, const std::string& text) {
-    if (text.size() >= bson::kMaxDocumentBytes) {
+    if (text.size() >= bson::kMaxDocumentBytes) {  // before its length is cut to 32 bits
         return false;
     }
     appendPlain(bytes, static_cast<std::int32_t>(text.size() + 1));
@@ -311,7 +313,7 @@ bool RecordType::appendDocument(const IData& record, std::string& bytes) const {
     const std::size_t before = bytes.size();
     const bool fits = appendRecord(bytes, record, *this);
     if (!fits) {
-        bytes.resize(before);
+        bytes.resize(before);  // half a document must not stand before the next one
     }
     return fits;
 }
@@ -350,7 +352,7 @@ std::ostream& operator<<(std::ostream& out, const IData& record) {
 }
 
 TypeManager* TypeManager::instance() {
-    static TypeManager* const manager = new TypeManager;
+    static TypeManager* const manager = new TypeManager;  // never destroyed, as the tables
     return manager;
 }
 
@@ -369,6 +371,7 @@ boost::shared_ptr<IData> TypeManager::parse(std::string_view bytes, std::string*
         return nullptr;
     }
     boost::shared_ptr<IData> record = type->make();
+    // A new record has its defaults: there is nothing to reset.
     return readDocument(*record, bytes.data(), bytes.size(), false, error) ? record : nullptr;
 }
 

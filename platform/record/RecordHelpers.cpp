@@ -19,10 +19,11 @@ std::string CInstrumentDetail::getKey() const {
 }
 
 std::string CETFDetail::getKey() const {
-    return utils::ovStockKey(market, etfCode);
+    return utils::ovStockKey(market, etfCode);  // by the code that is traded; creation has another one
 }
 
 bool CFtOptionDataHelper::isFtOptionInstrument(const boost::shared_ptr<CInstrumentDetail>& record) {
+    // By the market, too: options on stocks are calls and puts as well.
     return record && (record->optionType == kCall || record->optionType == kPut) &&
            utils::isFutureOptionMarket(record->market);
 }

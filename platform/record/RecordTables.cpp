@@ -58,6 +58,8 @@ public:
 private:
     template <class Member>
     std::size_t offsetOf(Member Record::*member) const {
+        // From the base, which is what a field is applied to, and measured on an object: offsetof need not take a class
+        // that has one.
         const auto* const start = reinterpret_cast<const char*>(static_cast<const IData*>(&sample_));
         return static_cast<std::size_t>(reinterpret_cast<const char*>(&(sample_.*member)) - start);
     }

@@ -45,6 +45,7 @@ constexpr bson::ElementType elementTypeOf() {
     }
 }
 
+/// Made once a field: a load copies these bytes as they are for every record.
 std::string headerOf(const std::string& name, FieldKind kind) {
     const auto type =
         visitMemberType(kind, [](auto member) { return elementTypeOf<typename decltype(member)::type>(); });
@@ -100,6 +101,7 @@ const Field* RecordType::find(std::string_view key) const {
 bool operator==(const IData& left, const IData& right) {
     const RecordType& type = left.recordType();
     const auto same = [&](const Field& field) { return field.equal(left, right); };
+    // The class first: in a record of another one the fields lie elsewhere.
     return &type == &right.recordType() && std::all_of(type.fields().begin(), type.fields().end(), same);
 }
 

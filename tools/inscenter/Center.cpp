@@ -63,6 +63,7 @@ std::shared_ptr<IInstrumentCenter> makeCenter(CenterKind kind) {
 }
 
 mxservice::CenterStatistics statisticsOf(IInstrumentCenter& center, CenterKind kind) {
+    // Not an operation of the interface, whose slots are given: who asks has to know the class.
     return kind == CenterKind::Client ? static_cast<mxservice::CClientInstrumentCenter&>(center).statistics()
                                       : static_cast<mxservice::CServerInstrumentCenter&>(center).statistics();
 }
@@ -81,6 +82,7 @@ std::vector<std::pair<std::string, std::size_t>> marketsOf(const Snapshot& snaps
 }
 
 bool wroteEverything(IInstrumentCenter& center, CenterKind kind, Console& console) {
+    // A load answers nothing and goes on from memory after a failed write; only the statistics tell of it.
     const auto failed = statisticsOf(center, kind).failedWrites;
     if (failed.empty()) {
         return true;
@@ -96,7 +98,7 @@ std::map<std::string, shared_ptr<mxservice::IData>> recordsKept(IInstrumentCente
     using Records = std::map<std::string, shared_ptr<mxservice::IData>>;
     const auto all = [](const auto& records) { return Records(records.begin(), records.end()); };
     switch (catalogue) {
-        case Catalogue::Instruments:
+        case Catalogue::Instruments:  // in one map one record would hide another, see FiledInstruments
             break;
         case Catalogue::Etfs:
             return all(center.getEtfs());
@@ -127,6 +129,7 @@ BothCenters loadBoth(const Snapshot& snapshot, Console& console) {
 std::vector<LoadStep> load(IInstrumentCenter& center, const Snapshot& snapshot, Console& console) {
     std::vector<LoadStep> steps;
     const auto step = [&](Catalogue catalogue, std::size_t records, const auto& init) {
+        // Left out altogether: to load no fund plans, for one, would empty their database.
         if (records == 0) {
             return;
         }

@@ -38,7 +38,8 @@ public:
 private:
     void compare(const IData& before, const IData& after, const std::string& prefix) {
         for (const Field& field : before.recordType().fields()) {
-            // Compared as values, not as texts: a price that is not a number equals itself.
+            // Compared as values, not as texts: a price that is not a number equals itself. Ignored by the bare name,
+            // so that a field of components is in every basket.
             if (field.equal(before, after) ||
                 std::find(ignored_.begin(), ignored_.end(), field.name()) != ignored_.end()) {
                 continue;

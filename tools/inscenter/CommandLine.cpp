@@ -43,6 +43,8 @@ std::vector<std::string> namesOf(const std::vector<const CLI::App*>& apps) {
 std::string explain(const CLI::App& app, const CLI::Error& error) {
     const std::vector<std::string> unknown = app.remaining(false);
     std::string text = error.what();
+    // An unknown command comes as a missing one: the library asks for what is required before it looks at what is left
+    // over.
     if (app.get_subcommands().empty() && !unknown.empty()) {
         text = "unknown command " + printable(unknown.front()) +
                didYouMean(unknown.front(), namesOf(app.get_subcommands([](const CLI::App*) { return true; })));
@@ -107,9 +109,11 @@ public:
             err << explain(app_, reason);  // help on a command that there is not
             return kBadUsage;
         }
+        // Collected first, because the library breaks no lines.
         std::ostringstream help;
         const int code = app_.exit(reason, help, err);
         out << wrapped(help.str(), columns_);
+        // The library has a number for each kind of mistake; scripts are promised one for all.
         return code == 0 ? 0 : kBadUsage;
     }
 
@@ -124,7 +128,7 @@ private:
                     command_.center = name == "client" ? CenterKind::Client : CenterKind::Server;
                 },
                 "server (in memory) or client (persisted); server by default")
-            ->check(CLI::IsMember({"server", "client"}).description(""))
+            ->check(CLI::IsMember({"server", "client"}).description(""))  // which the text names already
             ->type_name("KIND");
         app_.add_option("--store", command_.store,
                         "Directory of the client's databases, made when missing; the server uses none")
@@ -153,7 +157,7 @@ private:
                                  ->type_name("FORMAT");
         app_.add_flag_callback(
                 "--jsonl", [this] { command_.format = Format::Json; }, "The same as --format json")
-            ->excludes(format);
+            ->excludes(format);  // of two formats neither is the one that is meant
     }
 
     void addVerb(const VerbLine& verb) {
@@ -185,6 +189,7 @@ private:
             case Arguments::Page:
                 sub->add_option("--html", command_.query.page, "File to write")->type_name("FILE")->required();
                 if (place_ == Place::CommandLine) {
+                    // The other day is read before this one is loaded; at a prompt that is past.
                     sub->add_option("--against", command_.query.against,
                                     "Snapshot or store of another day, to show what changed since")
                         ->type_name("OLD");
@@ -198,6 +203,7 @@ private:
                 auto* const byProduct =
                     sub->add_flag("--by-product", command_.query.byProduct, "By product instead of by exchange")
                         ->excludes(market);
+                // The answer by product is a row a product, of which no record can be selected.
                 for (const char* const option : kListing) {
                     byProduct->excludes(sub->get_option(option));
                 }
@@ -253,6 +259,8 @@ private:
                        "4096 bonds, 1048576 funds, 4 everything")
             ->type_name("NUMBER")
             ->excludes(markets);
+        // In the place of the callback that every verb has. Here and not as a requirement of the options: either of
+        // them will do, which is known when the last word was taken.
         app.callback([this, &verb] {
             command_.verb = verb.verb;
             select(verb.listed());
@@ -353,6 +361,8 @@ std::size_t columnsOf(const std::ostream& out) {
 
 /// What the options say together; empty when that makes sense.
 std::string contradiction(const Command& command) {
+    // Said here and not as requirements of the options: what loads a center stands at the top, where it would be
+    // required of commands that load none as well.
     if (command.task == Task::Generate) {
         return {};
     }
@@ -406,6 +416,7 @@ std::optional<Command> parseCommand(int argc, const char* const* argv, std::ostr
     Command command;
     Parser parser(command, Place::CommandLine, columnsOf(out));
     try {
+        // A program may be started without so much as its own name.
         parser.take(helpAsOption({argv + std::min(argc, 1), argv + argc}));
     } catch (const CLI::ParseError& stop) {
         exitCode = parser.stop(stop, out, err);
@@ -418,6 +429,8 @@ std::optional<Command> parseCommand(int argc, const char* const* argv, std::ostr
         return std::nullopt;
     }
     const bool oneCenter = command.task == Task::Ask || command.task == Task::Shell;
+    // Noted, not refused: a script may ask both centers with one list of arguments. Cleared, so that no directory is
+    // made that nobody fills.
     if (oneCenter && command.center == CenterKind::Server && !command.store.empty()) {
         err << "inscenter: the in-memory center does not use --store; --center client does\n";
         command.store.clear();
@@ -427,6 +440,7 @@ std::optional<Command> parseCommand(int argc, const char* const* argv, std::ostr
 
 std::optional<Command> parseQuestion(const std::vector<std::string>& words, const Command& settings, std::ostream& out,
                                      std::ostream& err, int& exitCode) {
+    // A copy: what a line says holds for that line alone.
     Command command = settings;
     command.task = Task::Ask;
     Parser parser(command, Place::Shell, columnsOf(out));
@@ -440,7 +454,7 @@ std::optional<Command> parseQuestion(const std::vector<std::string>& words, cons
 }
 
 std::vector<std::string> helpAsOption(std::vector<std::string> words) {
-    if (!words.empty() && words.front() == "help") {
+    if (!words.empty() && words.front() == "help") {  // behind a verb it may be a text to find
         words.erase(words.begin());
         words.emplace_back("--help");
     }

@@ -33,6 +33,7 @@ void Console::message(std::string_view text) {
     if (screen_.columns > 0) {
         line = wrapped(line, screen_.columns);
     }
+    // Toned when the line was broken: escapes take bytes, but no columns.
     std::string name;
     appendToned(name, kName, Tone::Bad, screen_);
     err_ << line.replace(0, kName.size(), name);
@@ -46,7 +47,7 @@ void Console::begin(std::string step, std::uint64_t total) {
 }
 
 void Console::advance(std::uint64_t done) {
-    if (!terminal_) {
+    if (!terminal_) {  // a log is no place for a bar
         return;
     }
     const Clock::time_point now = Clock::now();
@@ -59,6 +60,7 @@ void Console::advance(std::uint64_t done) {
 void Console::draw(std::uint64_t done) {
     err_ << kEraseLine << step_;
     if (total_ > 0) {
+        // A file may grow while it is read.
         const double share = std::min(1.0, static_cast<double>(done) / static_cast<double>(total_));
         const auto filled = static_cast<std::size_t>(share * static_cast<double>(kBarColumns));
         err_ << fmt::format(" [{}{}] {:3.0f} %", std::string(filled, '#'), std::string(kBarColumns - filled, '.'),

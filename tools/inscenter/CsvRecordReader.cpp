@@ -16,6 +16,8 @@ using mxservice::Field;
 using mxservice::FieldKind;
 using mxservice::IData;
 
+// Without these the library makes a guess at stray quotation marks, and takes a quotation that is still open at the
+// end.
 constexpr unsigned char kParserOptions = CSV_STRICT | CSV_STRICT_FINI;
 
 void addCell(void* cell, std::size_t size, void* cells) {
@@ -69,7 +71,7 @@ bool CsvRecordReader::readHeader(std::string_view line, FileNotes& notes, LineEr
         } else if (std::find(columns_.begin(), columns_.end(), field) != columns_.end()) {
             return refuse(error, name, "column occurs twice");
         }
-        columns_.push_back(field);
+        columns_.push_back(field);  // a null for an unknown one keeps cells and columns in step
     }
     const bool known =
         std::any_of(columns_.begin(), columns_.end(), [](const Field* field) { return field != nullptr; });
@@ -99,6 +101,7 @@ bool CsvRecordReader::split(std::string_view line, LineError& error) {
     if (!isUtf8(line)) {
         return refuse(error, "", "not UTF-8");
     }
+    // One line at a time: a quotation that is not closed costs its own line, and not all up to the next mark.
     const std::size_t taken = csv_parse(&parser_, line.data(), line.size(), addCell, nullptr, &cells_);
     if (taken == line.size() && csv_fini(&parser_, addCell, nullptr, &cells_) == 0) {
         return true;
@@ -119,7 +122,7 @@ bool CsvRecordReader::readCell(const Field& field, std::string_view cell, IData&
     if (field.kind() == FieldKind::Components) {
         return components_.readComponents(cell, field, record, notes, error);
     }
-    const std::string_view text = trimmed(cell);
+    const std::string_view text = trimmed(cell);  // around a number blanks say nothing, in a text they do
     std::int64_t whole = 0;
     // As a whole number first: a double does not hold all of 64 bits.
     if (field.kind() != FieldKind::Double && parseWhole(text, whole) == std::errc()) {
@@ -130,6 +133,7 @@ bool CsvRecordReader::readCell(const Field& field, std::string_view cell, IData&
     if (failure == std::errc::result_out_of_range) {
         return refuse(error, field.name(), "number out of range");
     }
+    // "nan" and "inf" are numbers to the library, but not to a center.
     if (failure != std::errc() || !std::isfinite(number)) {
         return refuse(error, field.name(), "a number expected");
     }

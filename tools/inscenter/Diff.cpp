@@ -35,6 +35,7 @@ std::vector<std::string> noisyFields(const Changes& changes) {
     }
     std::vector<std::string> noisy;
     for (const auto& [field, count] : counts) {
+        // As the trading day and the last close do from any day to the next; of a few records anybody can read past it.
         if (count >= kWorthAWord && count * 2 > changed) {
             noisy.push_back(field);
         }
@@ -48,6 +49,7 @@ std::string titleOf(const Side& side) {
 }
 
 std::vector<std::string> ignoredFields(const std::string& text) {
+    // A slip in a name would ignore nothing, and nobody would notice.
     std::vector<std::string> known;
     for (const mxservice::RecordType* const type : mxservice::TypeManager::instance()->types()) {
         const std::vector<std::string> names = fieldNames(*type);
@@ -74,6 +76,7 @@ std::string shownDay(const std::string& day) {
 Side readSide(const std::string& path, Console& console) {
     Side side;
     side.name = snapshotName(path);
+    // By what is there and not by an option: both days are named in one way.
     side.store = looksLikeStore(path);
     side.skipped = side.store ? readStoredSnapshot(path, side.records, console)
                               : readSnapshot(path, side.records, console).skipped;
@@ -87,6 +90,7 @@ Comparison compareSides(const Side& before, const Side& after, const std::vector
         found.changes = changesBetween(before.records, after.records, ignored);
         return found;
     }
+    // As they stand, each connect listing that a store has merged would count as gone.
     const Snapshot stored = storedForm(before.store ? after.records : before.records, console);
     found.changes =
         changesBetween(before.store ? before.records : stored, after.store ? after.records : stored, ignored);
@@ -129,7 +133,7 @@ Table changeCountTable(const Changes& changes) {
 }
 
 bool showDiff(const DiffQuery& query, Output& output, Console& console) {
-    const std::vector<std::string> ignored = ignoredFields(query.ignored);
+    const std::vector<std::string> ignored = ignoredFields(query.ignored);  // before the days, which take long to read
     const Side before = readSide(query.before, console);
     const Side after = readSide(query.after, console);
     const auto [changes, from, to, note] = compareSides(before, after, ignored, console);
@@ -137,6 +141,7 @@ bool showDiff(const DiffQuery& query, Output& output, Console& console) {
     if (*note != '\0') {
         output.note(note);
     }
+    // Programs get one table: of two they could not tell the lines apart.
     if (output.format() == Format::Table) {
         output.table(changeCountTable(changes), "neither has any record");
         output.note("");

@@ -36,11 +36,12 @@ KeyTexts ownKey(const IData& record) {
 }
 
 KeyTexts etfKeys(const IData& record) {
-    const auto& etf = static_cast<const CETFDetail&>(record);
+    const auto& etf = static_cast<const CETFDetail&>(record);  // stored twice, under each of its codes
     return {utils::ovStockKey(etf.market, etf.etfCode), utils::ovStockKey(etf.market, etf.prCode)};
 }
 
 KeyTexts etfInstrumentKey(const IData& record) {
+    // Not by its own market, in which the fund itself may have the code.
     return {utils::ovStockKey(kEtfInstruments, instrument(record).code)};
 }
 
@@ -102,6 +103,7 @@ std::string misplaced(std::string_view what, std::string_view stored, const KeyT
 
 /// A market's own databases hold the records of that market: folded in the catalogue, as they came among the raw ones.
 std::string wrongMarket(const DatabaseDirectory& database, const CInstrumentDetail& record) {
+    // Of folded records connect listings alone keep their market; a load writes "SH" into those of "SHFI".
     const bool folded = database.kind == DirectoryKind::Catalogue && isConnectMarket(record.market);
     const std::string filed = folded ? market::kHongKong : record.market;
     return filed == database.market ? std::string() : fmt::format("the record is of market {}", record.market);
@@ -144,9 +146,11 @@ std::string problemOf(const DatabaseDirectory& database, const DocumentKey& key,
     if (!error.empty()) {
         return "no document: " + error;
     }
+    // Whoever reads the document never gets to what stands behind it, so only this check does.
     if (static_cast<std::size_t>(document.objsize()) != bytes.size()) {
         return fmt::format("{} bytes, of which the document takes {}", bytes.size(), document.objsize());
     }
+    // What belongs into any other kind is not known here.
     if (database.kind != DirectoryKind::Catalogue && database.kind != DirectoryKind::Raw) {
         return {};
     }

@@ -62,6 +62,7 @@ void FileNotes::addUnknownKey(std::string_view key) {
     if (std::find(unknownKeys_.begin(), unknownKeys_.end(), shown) != unknownKeys_.end()) {
         return;
     }
+    // The list is searched for every such key, so it stays short also where each line has others.
     if (unknownKeys_.size() == kMaxUnknownKeys) {
         moreUnknownKeys_ = true;
         return;
@@ -172,7 +173,7 @@ std::vector<const Field*> identityFields(const RecordType& type) {
     }
     if (needsMarket) {
         add("market");
-        add("exchid");
+        add("exchid");  // which ETFs call it
     }
     return identity;
 }

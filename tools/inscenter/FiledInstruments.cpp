@@ -30,7 +30,7 @@ bool meansEverything(CenterKind kind, EOvTraderType type) {
         case EOvTraderType::OvTraderEverything:
             return true;
         case EOvTraderType::OvTraderQuote:
-            return kind == CenterKind::Client;
+            return kind == CenterKind::Client;  // the in-memory center has nothing for it
         default:
             return false;
     }
@@ -42,6 +42,7 @@ const RecordType& FiledInstrument::table() {
     static const RecordType& kTable = []() -> const RecordType& {
         const RecordType& base = CInstrumentDetail::table();
         std::vector<Field> fields = base.fields();
+        // Measured on an object: offsetof need not take a class with a base.
         const FiledInstrument sample;
         const auto* const start = reinterpret_cast<const char*>(static_cast<const mxservice::IData*>(&sample));
         const auto* const at = reinterpret_cast<const char*>(&sample.filed);
@@ -64,6 +65,7 @@ std::vector<std::string> filedMarkets(const std::vector<std::pair<std::string, s
     for (const auto& [market, count] : named) {
         addOnce(filedMarket(market), markets);
     }
+    // No record need name these: centers file there what they make of funds and bonds.
     addOnce(kEtfInstruments, markets);
     addOnce(mxservice::market::kInterbank, markets);
     return markets;
@@ -97,6 +99,7 @@ std::vector<Filed> instrumentsOf(IInstrumentCenter& center, const std::vector<st
 
 const std::vector<int>& traderTypes() {
     using namespace mxservice;
+    // Named once more, because an enumeration cannot be walked.
     static const std::vector<int> kTypes{
         OvTraderStock,        OvTraderFuture,        OvTraderAll,       OvTraderMargin,  OvTraderGold,
         OvTraderOption,       OvTraderForeign,       OvTraderHongKong,  OvTraderNeeq,    OvTraderOtc,

@@ -25,6 +25,7 @@ std::string foldedText(std::string_view text) {
         const CodePoint next = decodeUtf8(text);
         const char32_t letter = plain(next.value);
         if (next.valid && letter < 0x80) {
+            // Exchanges spread short names with blanks, and who looks for one does not know how many.
             if (letter > U' ') {
                 folded += static_cast<char>(letter);
             }

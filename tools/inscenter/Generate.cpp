@@ -45,6 +45,7 @@ void writeSnapshot(const GenerateOptions& options, std::ostream& out) {
     if (error) {
         throw std::runtime_error(options.directory + ": cannot be made: " + error.message());
     }
+    // Each under its own name at once: a run that is broken off leaves whole files and the beginning of one.
     for (const std::string& catalogue : marketday::MarketDay::catalogues()) {
         const std::string file = catalogue + ".ndjson";
         out << file << ": " << writeFile(day, catalogue, directory / file) << " records\n";

@@ -5,6 +5,7 @@
 namespace inscenter {
 namespace {
 
+// The one kind of object that a handler may write to.
 volatile std::sig_atomic_t interrupted = 0;
 
 extern "C" void noteInterruption(int /*signal*/) {
@@ -14,6 +15,8 @@ extern "C" void noteInterruption(int /*signal*/) {
 }  // namespace
 
 Interruption::Interruption() {
+    // System calls go on after it, so that the key does not make a write of the answer fail; Output looks between two
+    // lines.
     std::signal(SIGINT, noteInterruption);
 }
 

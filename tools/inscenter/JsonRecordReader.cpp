@@ -23,6 +23,7 @@ using mxservice::RecordType;
 using simdjson::ondemand::json_type;
 using simdjson::ondemand::value;
 
+// The parser looks at whole blocks, and so beyond the end of its text.
 static_assert(LineReader::kPadding >= simdjson::SIMDJSON_PADDING);
 
 bool refuseJson(LineError& error, simdjson::error_code code) {
@@ -69,6 +70,7 @@ bool refuseValue(LineError& error, const Field& field, value& found, json_type w
     if (type != json_type::number) {
         return refuse(error, field.name(), "not a valid text");
     }
+    // The parser has one code for what is no number and what is too large; the digits tell which.
     const std::string_view token = found.raw_json_token();
     double number = 0;
     const auto parsed = std::from_chars(token.data(), token.data() + token.size(), number);
@@ -113,7 +115,7 @@ public:
             if (!readField(fields[index], member.value(), record)) {
                 return false;
             }
-            expected = index + 1;
+            expected = index + 1;  // also behind a key out of order: most lines go on from there
         }
         return true;
     }
@@ -122,7 +124,7 @@ public:
         static const RecordType& type = CETFComponentStockInfo::table();
         static const std::vector<const Field*> identity = identityFields(type);
         ComponentMap& components = field.in<ComponentMap>(record);
-        components.clear();
+        components.clear();  // of a key that is repeated the last value counts, and not both together
         std::size_t number = 0;
         for (auto item : items) {
             ++number;
@@ -135,6 +137,7 @@ public:
                 return refuse(error_, field.name(), fmt::format("component {} is no object", number));
             }
             auto component = boost::make_shared<CETFComponentStockInfo>();
+            // The basket is a map by code: of two components without one the first would be lost.
             if (!readObject(object, type, *component) || !hasIdentity(*component, identity, error_)) {
                 if (!error_.field.empty()) {
                     error_.field = fmt::format("{}[{}].{}", field.name(), number, error_.field);
@@ -237,6 +240,7 @@ bool JsonRecordReader::readLine(std::string_view line, IData& record, FileNotes&
 
 bool JsonRecordReader::readComponents(std::string_view array, const Field& field, IData& record, FileNotes& notes,
                                       LineError& error) {
+    // A copy: behind the cell nothing may be read.
     const simdjson::padded_string padded(array);
     simdjson::ondemand::document document;
     simdjson::ondemand::array items;
@@ -247,6 +251,7 @@ bool JsonRecordReader::readComponents(std::string_view array, const Field& field
     Pass pass(notes, error);
     const bool good =
         pass.readComponents(items, field, record) && state_->ends(document, padded, pass.skipped(), error);
+    // What is wrong with the cell as a whole still belongs to one column of the line.
     if (!good && error.field.empty()) {
         error.field = field.name();
     }

@@ -23,7 +23,7 @@ constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 /// Throws unless the file was read to its end.
 void expectGood(gzFile file) {
-    const std::string systemReason = std::generic_category().message(errno);
+    const std::string systemReason = std::generic_category().message(errno);  // first: no later call may change it
     int state = Z_OK;
     gzerror(file, &state);
     switch (state) {
@@ -51,12 +51,14 @@ LineReader::LineReader(gzFile_s* file, bool packed) : file_(file), packed_(packe
     if (!file_) {
         fail(std::generic_category().message(errno));
     }
-    gzbuffer(file_.get(), kPackedBytes);
+    gzbuffer(file_.get(), kPackedBytes);  // before the first read, later it has no effect
 }
 
 LineReader::LineReader(const std::filesystem::path& path)
     : LineReader(gzopen(path.c_str(), "rb"), path.extension() == kPackedEnding) {}
 
+// A descriptor of its own, because zlib closes the one it has. A pipe has no name that says what is in it, so it may be
+// packed or not.
 LineReader::LineReader() : LineReader(gzdopen(dup(STDIN_FILENO), "rb"), false) {}
 
 bool LineReader::next() {
@@ -66,8 +68,9 @@ bool LineReader::next() {
             takeLine(static_cast<std::size_t>(static_cast<const char*>(found) - buffer_.data()));
             return true;
         }
-        scanned_ = end_;
+        scanned_ = end_;  // a line may come in many pieces, none of which is searched twice
         if (atEnd_) {
+            // Of a line that is too long nothing may be left; it counts all the same.
             const bool rest = begin_ < end_ || overlong_;
             if (rest) {
                 takeLine(end_);
@@ -101,19 +104,25 @@ void LineReader::fill() {
     const std::size_t room = buffer_.size() - kPadding - end_;
     const int read = gzread(file_.get(), buffer_.data() + end_, static_cast<unsigned>(room));
     const std::size_t count = static_cast<std::size_t>(std::max(read, 0));
+    // The end, or a fault that cut the file short: only zlib knows which.
     if (count < room) {
         expectGood(file_.get());
     }
+    // Asked when something was read, because zlib goes by the first bytes. It passes on as it stands what it does not
+    // know: each line of a broken download would be reported by itself.
     if (packed_ && gzdirect(file_.get()) == 1) {
         fail("not packed with gzip");
     }
     atEnd_ = count < room;
     end_ += count;
+    // Where it stands in the packed file, for that is the size which a bar can know; a pipe has no such place.
     bytesRead_ = static_cast<std::uint64_t>(std::max<z_off_t>(gzoffset(file_.get()), 0));
 }
 
 void LineReader::makeRoom() {
     const std::size_t begun = end_ - begin_;
+    // Its beginning is given up, so that a file without line ends does not fill the memory; what follows is read for
+    // the end of it.
     if (begun > kMaxLineBytes) {
         overlong_ = true;
         begin_ = end_ = scanned_ = 0;
@@ -123,6 +132,7 @@ void LineReader::makeRoom() {
         begin_ = 0;
         end_ = begun;
     }
+    // Only where one line takes all of it: any other has just been moved to the front.
     if (end_ + kPadding >= buffer_.size()) {
         buffer_.resize((buffer_.size() - kPadding) * 2 + kPadding);
     }

@@ -12,6 +12,7 @@ std::string marketName(std::string_view market) {
     return found == kMarketNames.end() ? "" : found->name;
 }
 
+// Not as the catalogue folds key texts: there "SHFI" stays, because only records are relabelled when they are filed.
 std::string filedMarket(std::string_view market) {
     namespace names = mxservice::market;
     if (market == names::kShanghaiConnect || market == names::kShenzhenConnect) {

@@ -26,6 +26,7 @@ std::size_t editDistance(std::string_view from, std::string_view to) {
         row[0] = i + 1;
         for (std::size_t j = 0; j < to.size(); ++j) {
             row[j + 1] = std::min({row[j] + 1, above[j + 1] + 1, above[j] + (from[i] == to[j] ? 0 : 1)});
+            // Swapped neighbours are one slip of the fingers and not two: "DEC" is near to "DCE".
             if (i > 0 && j > 0 && from[i] == to[j - 1] && from[i - 1] == to[j]) {
                 row[j + 1] = std::min(row[j + 1], before[j - 1] + 1);
             }
@@ -37,12 +38,14 @@ std::size_t editDistance(std::string_view from, std::string_view to) {
 }  // namespace
 
 std::vector<std::string> nearNames(std::string_view wrong, const std::vector<std::string>& names) {
+    // Keys are told apart by case, but who writes "sh" means "SH".
     const std::string asked = foldedText(wrong);
     std::vector<std::pair<std::size_t, std::string>> near;
     for (const std::string& name : names) {
         const std::string folded = foldedText(name);
         const std::size_t distance = editDistance(asked, folded);
         const bool part = asked.size() >= kLeastPart && folded.find(asked) != std::string::npos;
+        // A third of the letters: with more, short names are near to each other whatever they say.
         if (part || distance <= std::max<std::size_t>(1, asked.size() / 3)) {
             near.emplace_back(distance, name);
         }

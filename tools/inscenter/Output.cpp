@@ -45,6 +45,7 @@ std::vector<const Field*> allFields(const RecordType& type) {
 
 std::vector<const Field*> candidates(const RecordType& type) {
     std::vector<const Field*> fields;
+    // By a field, not by the class: fund plans and filed instruments have an instrument's fields, too.
     if (type.find("platformCode") != nullptr) {
         for (const char* const name : kInstrumentColumns) {
             if (const Field* const field = type.find(name)) {
@@ -133,6 +134,7 @@ void appendJsonCell(std::string& out, const Cell& cell) {
 }
 
 void requireWritten(const std::ofstream& file, const std::string& name) {
+    // A stream keeps no reason of its own: callers clear errno before they open the file.
     if (!file) {
         throw UnreadableInput(fmt::format("{}: cannot be written: {}", name, std::generic_category().message(errno)));
     }
@@ -158,6 +160,7 @@ std::vector<const Field*> Output::usualFields(const std::vector<RecordPtr>& reco
 Output::Output(std::ostream& out, Format format, const Screen& screen) : out_(out), format_(format), screen_(screen) {}
 
 Output::~Output() {
+    // Where that fails the stream remembers it, and whoever owns the stream asks it: a destructor cannot tell.
     out_ << text_;
     out_.flush();
 }
@@ -208,15 +211,17 @@ void Output::csvLine(const std::vector<std::string>& cells) {
         appendCsvCell(text_, cell);
         separator = ",";
     }
-    text_ += "\r\n";
+    text_ += "\r\n";  // as RFC 4180 has it
     lineDone();
 }
 
 void Output::records(const RecordType& type, const std::vector<RecordPtr>& records, std::string_view nothing,
                      const Fields& fields) {
+    // Programs get whole records: which columns tell most is a question of the screen.
     if (format_ != Format::Table && fields.empty()) {
         details(type, records);
     } else if (format_ != Format::Table || !records.empty()) {
+        // Also without a record: CSV has its header still, so that no program takes an empty answer for a failed one.
         recordRows(records, fields.empty() ? usualFields(records) : fields);
     } else if (!nothing.empty()) {
         note(nothing);
@@ -307,7 +312,7 @@ void Output::block(const std::vector<std::pair<std::string, std::string>>& lines
     first_ = false;
     std::size_t width = 0;
     for (const auto& [name, value] : lines) {
-        width = std::max(width, name.size());
+        width = std::max(width, name.size());  // names of fields are ASCII: bytes are columns
     }
     for (const auto& [name, value] : lines) {
         appendPadded(text_, name, width, false);

@@ -10,6 +10,7 @@ std::vector<std::string> truePredicates(mxservice::IInstrumentCenter& center, co
         }
     }
     const auto record = center.getInstrument(key);
+    // Asked by market and code, which a key text does not tell apart.
     if (record && center.isStkOptionUndlCode(record->market, record->code)) {
         names.emplace_back("isStkOptionUndlCode");
     }

@@ -38,20 +38,23 @@ std::string historyFile() {
 /// written leaves the history of this process.
 void remember(const std::string& line) {
     const std::string name = historyFile();
+    // For the owner alone: what was asked is nobody else's business.
     const int file = name.empty() ? -1 : ::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);
     if (file < 0 || ::flock(file, LOCK_EX) != 0) {
         add_history(line.c_str());
     } else {
         struct stat written {};
+        // An empty file is new, or was being written when its process ended: then what this one remembers is all there
+        // is.
         if (::fstat(file, &written) == 0 && written.st_size > 0) {
             clear_history();
             read_history(name.c_str());
         }
         add_history(line.c_str());
-        write_history(name.c_str());
+        write_history(name.c_str());  // in place: who is killed here leaves its beginning
     }
     if (file >= 0) {
-        ::close(file);
+        ::close(file);  // and with it the lock, also where the process ends first
     }
 }
 
@@ -79,7 +82,7 @@ char* nextCandidate(const char* /*word*/, int state) {
         const std::size_t begin = blank == std::string::npos ? 0 : blank + 1;
         candidates = currentCompleter()(line.substr(0, begin), line.substr(begin));
     }
-    return position < candidates.size() ? strdup(candidates[position++].c_str()) : nullptr;
+    return position < candidates.size() ? strdup(candidates[position++].c_str()) : nullptr;  // the editor frees it
 }
 
 char** complete(const char* word, int /*begin*/, int /*end*/) {
@@ -137,7 +140,7 @@ Prompt::Prompt(Completer completer) {
 }
 
 Prompt::~Prompt() {
-    currentCompleter() = nullptr;
+    currentCompleter() = nullptr;  // it refers to the center and day of whoever made this prompt
 }
 
 bool Prompt::next(std::string& line) {

@@ -68,6 +68,7 @@ RecordSelection::Condition RecordSelection::parse(const RecordType& type, const 
                                                                              {"<", Comparison::Less},
                                                                              {">", Comparison::Greater},
                                                                              {"~", Comparison::Holds}}};
+    // The first of them ends the name; no field has one in its name, but a value may.
     const std::size_t at = text.find_first_of("!<>=~");
     const auto sign = std::find_if(kSigns.begin(), kSigns.end(), [&](const auto& known) {
         return at != std::string::npos && text.compare(at, known.first.size(), known.first) == 0;
@@ -111,6 +112,7 @@ bool RecordSelection::meets(const IData& record, const Condition& condition) {
     if (ordering && field.kind() == FieldKind::Text && field.in<std::string>(record).empty()) {
         return false;  // an unknown date is neither before nor after another
     }
+    // Texts by their bytes, which for dates is the order of the days.
     const int found = field.kind() == FieldKind::Text ? order(field.in<std::string>(record), condition.text)
                                                       : order(numberIn(field, record), condition.number);
     switch (condition.comparison) {
@@ -148,6 +150,7 @@ std::size_t RecordSelection::apply(std::vector<RecordPtr>& records) const {
         // Stable: of equal ones the order of the markets and keys remains, and a second run shows the same page.
         std::stable_sort(records.begin(), records.end(), before);
     }
+    // The limit last, so that it leaves the first of what was asked for and not of what there is.
     const std::size_t shown = std::min(records.size(), limit_.value_or(records.size()));
     const std::size_t more = records.size() - shown;
     records.resize(shown);

@@ -33,6 +33,7 @@ void appendShortest(std::string& out, Number value, Form... form) {
 }
 
 bool isPlain(unsigned char character) {
+    // Without DEL, which is text to JSON, but not to a terminal.
     return character >= 0x20 && character < 0x7F && character != '"' && character != '\\';
 }
 
@@ -134,7 +135,7 @@ std::vector<std::string> fieldNames(const mxservice::RecordType& type) {
 }
 
 std::string nameOf(const IData& record) {
-    for (const char* const name : {"name", "bondName"}) {
+    for (const char* const name : {"name", "bondName"}) {  // interbank bonds have the second alone
         if (const Field* const field = record.recordType().find(name)) {
             return field->in<std::string>(record);
         }
@@ -151,7 +152,7 @@ void appendJson(std::string& out, const IData& record) {
         }
         out += separator;
         out += '"';
-        out += field.name();
+        out += field.name();  // no document key needs an escape
         out += "\":";
         separator = ',';
         appendJsonField(out, field, record);

@@ -111,9 +111,9 @@ Table basketTable(Session& session) {
 /// Which connect market reaches a Hong Kong stock; each center has its own flags.
 std::pair<bool, bool> reachedThrough(CenterKind kind, std::uint32_t flags) {
     if (kind == CenterKind::Server) {
-        return {flags == 1 || flags == 5, flags == 3 || flags == 5};
+        return {flags == 1 || flags == 5, flags == 3 || flags == 5};  // numbers of its own: 1, 3 and 5 for both
     }
-    return {(flags & 3U) != 0, (flags >> 2U) != 0};
+    return {(flags & 3U) != 0, (flags >> 2U) != 0};  // the flag values of the listings, Shenzhen's two bits up
 }
 
 Table connectTable(Session& session) {
@@ -161,6 +161,7 @@ public:
         json_ += "]}";
         boost::replace_all(json_, "<", "\\u003c");
         std::string html = kReportPage;
+        // Once: a text among the data may say the same, and stays as it is.
         boost::replace_first(html, "%DATA%", json_);
         return html;
     }
@@ -212,6 +213,7 @@ void addTables(Session& session, Page& page) {
     page.add({"counterparties", "Counterparties", "", "", false}, byKey(center.getCounterpartys()));
     page.add({"otc", "OTC fund plans", "", "", false}, byKey(center.getOtcInstruments()));
     page.add({"issuances", "OTC issuances", "", "", false}, byKey(center.getIssuanceInfos()));
+    // The other center keeps neither; an empty table would read as if the day had none.
     if (session.kind == CenterKind::Client) {
         page.add({"outer", "Outer futures products", "", "", false}, outerTable(session));
         page.add({"issuanceprices", "OTC price settings", "", "", false}, byKey(center.getIssuancePriceInfos()));
@@ -232,11 +234,12 @@ void writeReport(Session& session, const Query& query) {
     // Not the clock's day: a page is opened, and often made, long after the day that it shows.
     Page page("Instruments of " + (day.today.empty() ? day.name : shownDay(day.today)), subtitleOf(session));
     addTables(session, page);
+    // Whole before the file is touched: until then a page of that name stays as it was.
     const std::string html = std::move(page).finish();
     errno = 0;
     std::ofstream file(query.page, std::ios::binary);
     file << html;
-    file.close();
+    file.close();  // what the system has kept back may be refused only now
     requireWritten(file, query.page);
     session.output.table({{"file", "bytes"}, {{query.page, static_cast<std::int64_t>(html.size())}}}, "");
 }

@@ -22,7 +22,7 @@
 namespace inscenter {
 namespace {
 
-constexpr std::size_t kMostKeys = 200;
+constexpr std::size_t kMostKeys = 200;  // more than anybody reads to choose from
 constexpr int kBadLine = 2;
 
 class Shell {
@@ -48,12 +48,13 @@ public:
         }
         note(answer(std::move(*taken)));
         out_.flush();
-        return static_cast<bool>(out_);
+        return static_cast<bool>(out_);  // where nobody can read answers, no more are asked for
     }
 
     int exitCode() const { return exitCode_; }
 
 private:
+    // The first counts: what goes wrong later often follows from it.
     void note(int code) { exitCode_ = exitCode_ == 0 ? code : exitCode_; }
 
     int answer(ShellLine line) {
@@ -76,6 +77,7 @@ private:
         } catch (const std::bad_alloc&) {
             console_.message("out of memory");
         } catch (const std::exception& failure) {
+            // Interrupted is one of them: it ends the answer and not the shell.
             console_.message(failure.what());
         }
         return kBadLine;
@@ -113,7 +115,7 @@ std::vector<std::string> verbNames() {
     for (const VerbLine& verb : kVerbs) {
         names.emplace_back(verb.name);
     }
-    std::sort(names.begin(), names.end());
+    std::sort(names.begin(), names.end());  // the verbs themselves stand by subject
     return names;
 }
 
@@ -129,7 +131,7 @@ std::vector<std::string> marketNames(const Day& day) {
 }
 
 std::vector<std::string> optionNames(const std::string& verb) {
-    for (const VerbHelp& help : describeVerbs()) {
+    for (const VerbHelp& help : describeVerbs()) {  // asked of the parser, which forgets none
         if (help.name == verb) {
             return help.options;
         }
@@ -147,6 +149,7 @@ std::vector<std::string> keysBeginning(const std::string& word, mxservice::IInst
         }
         for (const Filed& instrument : instrumentsOf(center, {market})) {
             std::string key = market + instrument.record->code;
+            // A key with a blank would have to be quoted, and the quotation be begun before the word that was typed.
             if (key.starts_with(word) && keys.size() < kMostKeys && key.find(' ') == std::string::npos) {
                 keys.push_back(std::move(key));
             }
@@ -157,6 +160,7 @@ std::vector<std::string> keysBeginning(const std::string& word, mxservice::IInst
 
 std::vector<std::string> fieldsOf(const VerbLine& verb, const std::string& option, const std::string& word) {
     std::vector<std::string> names = verb.listed == nullptr ? std::vector<std::string>() : fieldNames(verb.listed());
+    // What is typed is replaced as one word, so a candidate begins with all that stands in it already.
     const std::size_t comma = option == "--fields" ? word.rfind(',') : std::string::npos;
     const std::string before = comma != std::string::npos             ? word.substr(0, comma + 1)
                                : option == "--sort" && word[0] == '-' ? "-"
@@ -188,6 +192,7 @@ std::vector<std::string> candidates(const std::vector<std::string>& before, cons
     if (word.starts_with('-')) {
         return optionNames(before.front());
     }
+    // Not the last word alone: behind --market there may be several names.
     const auto option = std::find_if(before.rbegin(), before.rend(), [](const auto& w) { return w.starts_with('-'); });
     if (option != before.rend() && *option == "--market") {
         return marketNames(day);
@@ -202,7 +207,7 @@ std::vector<std::string> shellCompletions(const std::string& line, const std::st
                                           mxservice::IInstrumentCenter& center, const Day& day) {
     std::vector<std::string> fitting;
     const ShellLine taken = shellLine(line).value_or(ShellLine());
-    if (taken.file) {
+    if (taken.file) {  // names of files are the system's, and none of what is known here
         return fitting;
     }
     for (std::string& candidate : candidates(taken.words, word, center, day)) {
@@ -216,6 +221,7 @@ std::vector<std::string> shellCompletions(const std::string& line, const std::st
 int runShell(const Command& settings, mxservice::IInstrumentCenter& center, const Day& day, std::ostream& out,
              Console& console, std::ostream& err) {
     Shell shell(settings, center, day, out, console, err);
+    // Both: with either end in a pipe a prompt would stand among the answers, or wait for keys that nobody types.
     const bool prompt = isatty(STDIN_FILENO) == 1 && isTerminal(out);
     std::unique_ptr<LineSource> lines;
     if (prompt) {
@@ -231,7 +237,7 @@ int runShell(const Command& settings, mxservice::IInstrumentCenter& center, cons
     std::string line;
     while (lines->next(line) && shell.take(line)) {
     }
-    return prompt ? 0 : shell.exitCode();
+    return prompt ? 0 : shell.exitCode();  // who sits at a prompt has seen what went wrong
 }
 
 }  // namespace inscenter

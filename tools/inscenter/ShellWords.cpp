@@ -25,11 +25,13 @@ std::optional<ShellLine> shellLine(std::string_view line) {
             quote = character;
             begun = true;
         } else if (character == ' ' || character == '\t' || character == '\r') {
+            // A return ends the lines of scripts that were written on other systems.
             if (begun) {
                 words.push_back(std::exchange(word, {}));
             }
             begun = false;
         } else if (character == '>' && !begun && !taken.file) {
+            // The first one alone: a second is a word, so that the caller can refuse two files.
             taken.file = words.size();
             taken.append = line.substr(i + 1).starts_with('>');
             i += taken.append ? 1 : 0;

@@ -22,7 +22,7 @@ using boost::shared_ptr;
 using mxservice::IData;
 using mxservice::RecordType;
 
-constexpr std::size_t kShownLines = 20;
+constexpr std::size_t kShownLines = 20;  // of a file: one wrong column spoils every line
 /// Between two looks at the clock.
 constexpr std::size_t kLinesAStep = 1024;
 
@@ -49,6 +49,7 @@ constexpr CatalogueKind kind(const char* name) {
     return {name, &Record::table, &add<Record, member>, &all<Record, member>};
 }
 
+// In the order of the enumeration. No name begins with another, so that a file belongs to one catalogue.
 constexpr std::array<CatalogueKind, kCatalogues> kKinds{
     kind<mxservice::CInstrumentDetail, &Snapshot::instruments>("instruments"),
     kind<mxservice::CETFDetail, &Snapshot::etfs>("etfs"),
@@ -153,6 +154,7 @@ public:
 private:
     void readHeader(const LineReader& lines) {
         LineError error;
+        // Without the names no cell means anything: the file is given up with one message instead of one for each line.
         if (!csv_.readHeader(lines.line(), notes_, error)) {
             throw std::runtime_error("cannot be read: " + error.text());
         }
@@ -203,6 +205,8 @@ std::vector<CatalogueFile> listFiles(const std::filesystem::path& directory, Con
     } catch (const std::filesystem::filesystem_error& failure) {
         throw UnreadableInput(fmt::format("{}: cannot be read: {}", directory.string(), failure.code().message()));
     }
+    // A directory has no order of its own. Of two records with one key the later stays, so the answer would depend on
+    // the disk.
     std::sort(paths.begin(), paths.end());
     std::vector<CatalogueFile> files;
     std::vector<std::filesystem::path> others;
@@ -221,6 +225,7 @@ std::vector<CatalogueFile> listFiles(const std::filesystem::path& directory, Con
             others.push_back(path);
         }
     }
+    // Before the others are named: one sentence says more than a line about each database.
     if (files.empty() && looksLikeStore(directory)) {
         throw UnreadableInput(
             fmt::format("{}: is a store, not a snapshot; the commands \"store\" look into it, and \"diff\" compares it",
@@ -239,6 +244,7 @@ std::vector<shared_ptr<Record>> copiesOf(const std::vector<shared_ptr<Record>>& 
     copies.reserve(records.size());
     for (const auto& record : records) {
         copies.push_back(boost::static_pointer_cast<Record>(record->copy()));
+        // A copied fund shares its basket, and a load writes the names of components.
         if constexpr (std::is_same_v<Record, mxservice::CETFDetail>) {
             for (auto& [code, component] : copies.back()->components) {
                 component = boost::static_pointer_cast<mxservice::CETFComponentStockInfo>(component->copy());
@@ -250,6 +256,7 @@ std::vector<shared_ptr<Record>> copiesOf(const std::vector<shared_ptr<Record>>& 
 
 std::uint64_t sizeOf(const std::filesystem::path& path) {
     std::error_code failure;
+    // For the bar alone: a file that cannot be measured is reported where it is read.
     const auto size = std::filesystem::file_size(path, failure);
     return failure ? 0 : size;
 }
@@ -282,6 +289,7 @@ std::string tradingDayOf(const Snapshot& snapshot) {
             return record->tradingDay.empty() || record->tradingDay == day;
         });
     };
+    // The other classes have no trading day.
     const bool agreed = agree(snapshot.instruments) && agree(snapshot.etfs) && agree(snapshot.otcFundPlans) &&
                         agree(snapshot.issuancePrices);
     return agreed ? day : std::string();
@@ -308,17 +316,20 @@ ReadReport readSnapshot(const std::filesystem::path& directory, Snapshot& snapsh
             reader.read(done);
             readable = true;
         } catch (const std::runtime_error& failure) {
+            // A file is given up, not the day: what the others hold is worth an answer, and the exit code says that it
+            // is not all.
             console.message(fmt::format("{}: {}", snapshotName(file.path), failure.what()));
             ++report.skipped;
         }
         reader.finish();
-        readable = readable || reader.records() > 0;
+        readable = readable || reader.records() > 0;  // also a file that broke off: its records stay
         report.records[file.catalogue] += reader.records();
         report.skipped += reader.skipped();
-        done += sizeOf(file.path);
+        done += sizeOf(file.path);  // all of it, also where reading was given up
     }
     console.end();
     const bool input = directory == kStandardInput;
+    // A pipe without a record is mostly that of a program that failed; a file may well be empty.
     if (!readable || (input && report.records.front() == 0)) {
         throw UnreadableInput(input ? "standard input holds no record"
                                     : fmt::format("{}: holds no catalogue file that can be read", directory.string()));

@@ -13,6 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// As the persisted center and the store name what they make: stored, so they cannot drift apart.
 constexpr std::string_view kCataloguePrefix = "OvIns_";
 constexpr std::string_view kRawPrefix = "OvRaw";
 constexpr std::string_view kSetAside = ".damaged-";  // and a number
@@ -26,6 +27,7 @@ bool isSetAside(std::string_view name) {
 
 void classify(DatabaseDirectory& directory) {
     const std::string_view name = directory.name;
+    // Asked first: what was set aside keeps its former name in front of the ending.
     if (isSetAside(name)) {
         directory.kind = DirectoryKind::SetAside;
     } else if (name.starts_with(kCataloguePrefix)) {
@@ -78,6 +80,7 @@ std::vector<DatabaseDirectory> directoriesOf(const std::string& root) {
             refuse(root, "is a single database; name the directory above it");
         }
         std::error_code ignored;
+        // A hidden one is no database any more: clearing hides what it is about to remove.
         if (fs::is_directory(path, ignored) && path.filename().string().front() != '.') {
             DatabaseDirectory& found = directories.emplace_back();
             found.name = path.filename();
@@ -89,9 +92,11 @@ std::vector<DatabaseDirectory> directoriesOf(const std::string& root) {
     if (error) {
         refuse(root, "cannot be read: " + error.message());
     }
+    // A data file will do: hosts may keep databases of their own names in the same store.
     const auto isDatabase = [](const DatabaseDirectory& directory) {
         return directory.kind != DirectoryKind::Unknown || directory.fileBytes;
     };
+    // An empty root is a store that no load has reached yet, and no mistake.
     if (!empty && std::none_of(directories.begin(), directories.end(), isDatabase)) {
         refuse(root, "is no store: there is no database in it");
     }

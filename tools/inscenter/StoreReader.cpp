@@ -26,6 +26,7 @@ std::shared_ptr<StoreDatabase> StoreReader::open(const DatabaseDirectory& direct
         return nullptr;
     }
     StoreStatus status;
+    // A reader changes nothing: what is damaged stays in its place, and the next load sets it aside.
     auto database = engine_->open(directory.path.string(), StoreEngine::Mode::ReadExisting, status);
     check(directory, status);
     return database;

@@ -50,6 +50,8 @@ public:
         persist::CPersistService::instance()->setRootPath(root_);
     }
     ~ScratchStore() {
+        // First, so that nothing is open of what is removed. A process that is killed before leaves the directory among
+        // the temporary files.
         persist::CPersistService::instance()->setRootPath(before_);
         std::error_code ignored;
         fs::remove_all(root_, ignored);
@@ -74,6 +76,7 @@ void expectWhole(const Snapshot& loaded, const Snapshot& stored, const std::stri
         }
         return markets;
     };
+    // By market and catalogue and not by number: of listings that are merged fewer come back than were loaded.
     const bool whole = filed(loaded) == filed(stored) && loaded.etfs.empty() == stored.etfs.empty() &&
                        loaded.bonds.empty() == stored.bonds.empty() &&
                        loaded.otcFundPlans.empty() == stored.otcFundPlans.empty();
@@ -101,19 +104,20 @@ std::size_t readStoredSnapshot(const std::string& root, Snapshot& snapshot, Cons
                 ++skipped;
                 return true;
             }
+            // Without a problem the document is of the class that addRecord takes for granted.
             addRecord(snapshot, *catalogue, mxservice::TypeManager::instance()->parse(bytes, nullptr));
             return true;
         });
     }
     console.end();
-    return skipped + (reader.failed() ? 1 : 0);
+    return skipped + (reader.failed() ? 1 : 0);  // nobody knows how many documents a lost database had
 }
 
 Snapshot storedForm(const Snapshot& snapshot, Console& console) {
     const ScratchStore store;
     {
         const auto center = makeCenter(CenterKind::Client);
-        load(*center, copyOf(snapshot), console);
+        load(*center, copyOf(snapshot), console);  // which fills in fields; a report loads the originals after this
     }
     ScratchStore::close();
     Snapshot stored;

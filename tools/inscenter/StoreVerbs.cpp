@@ -64,7 +64,7 @@ Cell sizeCell(std::size_t size) {
 
 std::string className(std::string_view bytes) {
     const auto record = mxservice::TypeManager::instance()->parse(bytes, nullptr);
-    return record ? record->recordType().name() : "none";
+    return record ? record->recordType().name() : "none";  // a host may keep documents of its own
 }
 
 std::vector<Cell> measureRow(const DatabaseDirectory& directory, const Measures* measures) {
@@ -159,7 +159,8 @@ bool dumpDocument(std::string_view database, std::string_view stored, std::strin
     return error.empty();
 }
 
-/// The first `most` of the stored keys, in order.
+/// The first `most` of the stored keys, in order. Keys alone are a few bytes each; all documents of a large market at
+/// once would fill the memory.
 std::vector<std::string> keysOf(const StoreQuery& query, const DatabaseDirectory& directory, StoreDatabase& database,
                                 StoreReader& reader, std::size_t most) {
     std::vector<std::string> keys;
@@ -212,7 +213,7 @@ bool dumpStore(const StoreQuery& query, Output& output, Console& console) {
     if (output.format() == Format::Csv) {
         std::vector<std::string> columns{"database", "key", "field", "document"};
         columns.resize(query.keysOnly ? 3 : 4);
-        columns.erase(columns.begin(), columns.begin() + (all ? 0 : 1));
+        columns.erase(columns.begin(), columns.begin() + (all ? 0 : 1));  // who names a database knows its name
         output.csvLine(columns);
     }
     bool good = true;
@@ -220,6 +221,7 @@ bool dumpStore(const StoreQuery& query, Output& output, Console& console) {
     for (const DatabaseDirectory& directory : directories) {
         const auto database = isRead(directory, query) ? reader.open(directory) : nullptr;
         if (!database) {
+            // Who named it is told; among all of them it is no news that a load has not come that far.
             if (!all && !reader.failed()) {
                 console.message(directory.name + ": holds no database yet");
             }

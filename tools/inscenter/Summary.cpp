@@ -47,6 +47,8 @@ std::string breakdown(const std::string& market, const Records& records) {
 
 /// The kind of a market's records as the center's predicates see it; they go by the market, so one record tells.
 std::string kindOf(IInstrumentCenter& center, const std::string& market, const Records& records) {
+    // Told by the records and not by a predicate: futures options are no market of their own, and of Hong Kong the two
+    // centers say different things.
     if (utils::isFutureMarket(market) || market == "HK") {
         return breakdown(market, records);
     }
@@ -88,6 +90,7 @@ Table catalogueTable(Session& session, std::int64_t instruments) {
     return table;
 }
 
+/// Asked code by code, because no center lists them.
 std::int64_t countUnderlyings(IInstrumentCenter& center) {
     std::int64_t count = 0;
     for (const char* const market : {"SH", "SZ"}) {
@@ -127,7 +130,7 @@ double memoryMb(std::string_view name) {
             if (digits != std::string::npos) {
                 std::from_chars(line.data() + digits, line.data() + line.size(), kilobytes);
             }
-            return std::round(static_cast<double>(kilobytes) / 102.4) / 10;
+            return std::round(static_cast<double>(kilobytes) / 102.4) / 10;  // to a tenth of 1024 kilobytes
         }
     }
     return 0;
@@ -237,7 +240,7 @@ void showSummary(Session& session, const Query& /*query*/) {
     if (session.kind == CenterKind::Client) {
         tables.push_back(cacheTable(statistics));
     }
-    if (!statistics.failedWrites.empty()) {
+    if (!statistics.failedWrites.empty()) {  // no such table means that all is well
         tables.push_back(failureTable(statistics));
     }
     if (session.output.format() != Format::Table) {

@@ -31,6 +31,7 @@ Screen screenOf(const std::ostream& stream) {
         return {};
     }
     winsize size{};
+    // A serial line or an editor may say 0 columns, which means the same as no answer: as wide as it takes.
     const bool known = ioctl(descriptorOf(stream), TIOCGWINSZ, &size) == 0;
     return {known ? size.ws_col : std::size_t{0}, variable("NO_COLOR").empty() && variable("TERM") != "dumb"};
 }

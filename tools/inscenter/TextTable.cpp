@@ -8,6 +8,7 @@
 namespace inscenter {
 namespace {
 
+// Two blanks, because one stands between the words of a text.
 constexpr std::string_view kGap = "  ";
 constexpr std::string_view kEllipsis = "\xE2\x80\xA6";  // U+2026
 constexpr std::size_t kLeastWrapped = 20;               // a last column is not wrapped into less
@@ -49,6 +50,7 @@ std::size_t fitting(std::string_view text, std::size_t columns) {
 
 /// Takes the next line of at most so many columns off the text, at a blank where there is one.
 std::string takeLine(std::string_view& text, std::size_t columns) {
+    // At least one byte: where not even a letter has room, the caller would wait for the end of the text for ever.
     std::size_t end = std::min(std::max<std::size_t>(fitting(text, columns), 1), text.size());
     if (end < text.size()) {
         const std::size_t blank = text.substr(0, end + 1).rfind(' ');
@@ -143,6 +145,7 @@ private:
     std::size_t* widest() {
         std::size_t* found = nullptr;
         for (std::size_t i = 0; i < widths_.size(); ++i) {
+            // A part of a number or code reads like another one.
             if (!table_.columns[i].right && !table_.columns[i].whole &&
                 widths_[i] > (found == nullptr ? table_.leastText : *found)) {
                 found = &widths_[i];
@@ -154,6 +157,8 @@ private:
     void fit() {
         const std::size_t last = widths_.back();
         if (!table_.columns.back().right && last > kLeastWrapped) {
+            // Without it first: a last column of texts can go on in further lines, so it takes what the others leave.
+            // Where they leave too little, it is cut as they are.
             widths_.back() = 0;
             cut(columns_ - std::min(kLeastWrapped, columns_));
             const std::size_t before = widthOf(widths_.size());
@@ -162,14 +167,14 @@ private:
         }
         cut(columns_);
         while (widthOf(widths_.size()) > columns_ && widths_.size() > 1) {
-            widths_.pop_back();
+            widths_.pop_back();  // from the right: what tells most stands first
         }
     }
 
     /// Cuts texts, the longest first, until the columns fit or none can be cut.
     void cut(std::size_t columns) {
         for (std::size_t* text = widest(); text != nullptr && widthOf(widths_.size()) > columns; text = widest()) {
-            --*text;
+            --*text;  // one at a time off the widest, so that no short text is cut before a long one
         }
     }
 
@@ -181,6 +186,7 @@ private:
 
 void appendColoured(std::string& out, std::string_view text, const char* colour, const Screen& screen) {
     const bool coloured = screen.colours && *colour != '\0';
+    // The line break stays outside, so that no colour reaches into what follows.
     const bool line = text.ends_with('\n');
     out += coloured ? colour : "";
     out += text.substr(0, text.size() - (line ? 1 : 0));

@@ -40,6 +40,8 @@ public:
             utils::CMarketRules::load(command.rulesFile);
         }
         utils::setToday(command.today);
+        // The store last: a rules file or a day that is refused throws, and then none must stay open, because a
+        // destructor does not run for an object that was never whole.
         if (!command.store.empty()) {
             persist::CPersistService::instance()->setRootPath(command.store);
             storeOpen_ = true;
@@ -95,6 +97,7 @@ Day loadDay(const Command& command, mxservice::IInstrumentCenter& center, Consol
     Side today;
     day.name = today.name = snapshotName(command.data);
     day.read = readSnapshot(command.data, today.records, console);
+    // Now and not at the first question: which issues are new is decided while the center is loaded.
     day.today = settleToday(command, today.records, console);
     if (!command.query.against.empty()) {
         const Side before = readSide(command.query.against, console);
@@ -102,6 +105,7 @@ Day loadDay(const Command& command, mxservice::IInstrumentCenter& center, Consol
         // Before the load, which changes records. The day that a record describes differs in all of them.
         day.comparison = compareSides(before, today, {"tradingDay", "tradingday"}, console);
     }
+    // Before the load as well: it writes "SH" into the records of "SHFI".
     day.markets = marketsOf(today.records);
     day.steps = load(center, today.records, console);
     day.stored = wroteEverything(center, command.center, console);
@@ -136,6 +140,7 @@ int converse(const Command& command, std::ostream& out, Console& console, std::o
 /// The persisted center answers whatever its store holds, so that a store of another day shows as differences.
 int tour(const Command& command, std::ostream& out, Console& console) {
     const ProcessSettings settings(command);
+    // A directory that is not there yet is as good as an empty one.
     std::error_code ignored;
     if (!std::filesystem::is_empty(command.store, ignored) && !ignored) {
         console.message(command.store + ": not empty; what earlier loads left there may show as differences");
@@ -193,6 +198,8 @@ int runTool(int argc, const char* const* argv, std::ostream& out, std::ostream& 
     if (command) {
         exitCode = run(*command, out, err);
     }
+    // What the stream holds back may be refused only now: a script must not take half an answer on a full disk for a
+    // whole one.
     out.flush();
     if (!out) {
         err << "inscenter: the answer cannot be written\n";

@@ -116,6 +116,7 @@ Entries mains(const Question& question) {
     return entries;
 }
 
+/// The centers answer for one code at a time and list none, so those of the day are asked; platform codes alike.
 Entries interbankCodes(const Question& question) {
     Entries entries;
     for (const auto& bond : question.snapshot.bonds) {
@@ -143,6 +144,7 @@ Entries platformCodes(const Question& question) {
 }
 
 Entries planGroups(const Question& question) {
+    // Those that the plans name: no center lists its groups.
     std::set<int> groups;
     for (const auto& plan : question.snapshot.otcFundPlans) {
         groups.insert(plan->planType);

@@ -10,6 +10,7 @@ namespace inscenter {
 namespace {
 
 bool isControl(char32_t value) {
+    // The upper ones, too: to a terminal U+009B may be the beginning of an escape.
     return value < 0x20 || (value >= 0x7F && value < 0xA0);
 }
 
@@ -20,7 +21,7 @@ CodePoint decodeUtf8(std::string_view text) {
     const auto length = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
                                          static_cast<utf8proc_ssize_t>(text.size()), &value);
     return length > 0 ? CodePoint{static_cast<char32_t>(value), static_cast<std::size_t>(length), true}
-                      : CodePoint{0xFFFD, 1, false};
+                      : CodePoint{0xFFFD, 1, false};  // one byte: the next may begin a letter again
 }
 
 bool isUtf8(std::string_view text) {
@@ -28,7 +29,7 @@ bool isUtf8(std::string_view text) {
 }
 
 void appendUtf8(std::string& out, std::string_view text) {
-    if (isUtf8(text)) {
+    if (isUtf8(text)) {  // nearly always, and then in one go
         out.append(text);
         return;
     }

@@ -22,7 +22,7 @@ std::vector<std::string> keysOf(const std::list<shared_ptr<CInstrumentDetail>>& 
     for (const auto& record : records) {
         keys.push_back(record->getKey());
     }
-    std::sort(keys.begin(), keys.end());
+    std::sort(keys.begin(), keys.end());  // the centers keep them by hash, which says nothing to people
     return keys;
 }
 
@@ -41,6 +41,7 @@ std::map<std::string, Product> listedProducts(Session& session) {
         }
         Product& product = products[record->productId];
         product.market = record->market;
+        // A record without a name takes none away.
         product.name = record->productName.empty() ? product.name : record->productName;
         ++product.listed;
     }
@@ -90,6 +91,7 @@ void showMains(Session& session, const Query& query) {
         return;
     }
     std::vector<std::string> markets = session.knownMarkets(query.markets);
+    // Of names that nobody knows has been said what there is to say.
     const std::string nothing =
         markets.empty() ? "" : fmt::format("no main contracts of market {}", fmt::join(markets, ", "));
     if (query.markets.empty()) {

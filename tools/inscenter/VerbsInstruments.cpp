@@ -37,6 +37,7 @@ std::vector<std::string> Session::knownMarkets(const std::vector<std::string>& n
 }
 
 void Session::list(std::vector<RecordPtr> records, const Query& query, std::string_view nothing) {
+    // Asked before the selection: a market without records is another answer than conditions that none meets.
     const bool empty = records.empty();
     const std::size_t more = query.selection.apply(records);
     output.records(*query.selection.type(), records,
@@ -71,7 +72,7 @@ void showPredicates(Session& session, const Query& query) {
             session.reportMissingKey(key, "no predicate answers true", [&](const std::string& other) {
                 return !truePredicates(session.center, other).empty();
             });
-            if (session.output.format() == Format::Table) {
+            if (session.output.format() == Format::Table) {  // programs see it by the empty list
                 names.emplace_back("none");
             }
         }
@@ -86,6 +87,7 @@ void listInstruments(Session& session, const Query& query) {
     std::string nothing;
     if (query.traderType) {
         const auto type = static_cast<mxservice::EOvTraderType>(*query.traderType);
+        // Also of a type that there is not: an empty answer is still one, as CSV with its header.
         found = instrumentsOf(session.center, session.kind, type, all);
         const std::vector<int>& types = traderTypes();
         if (std::find(types.begin(), types.end(), *query.traderType) == types.end()) {

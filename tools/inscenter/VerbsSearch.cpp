@@ -123,6 +123,7 @@ public:
     bool add(const std::string& text) {
         const std::size_t before = table_.rows.size();
         for (const std::string& market : markets_) {
+            // A code alone is tried as one of Hong Kong already; under its other names it would be there three times.
             if (!isConnect(market)) {
                 addCode(market, text);
             }
@@ -140,7 +141,7 @@ private:
     void addCode(const std::string& market, const std::string& code) {
         IInstrumentCenter& center = session_.center;
         const std::string text = utils::ovStockKey(market, code);
-        if (!seen_.insert(text).second) {
+        if (!seen_.insert(text).second) {  // two ways to read a text may lead to one key
             return;
         }
         // A text may be the key of another market's record: "SH" and "O10001" against "SHO" and "10001".
@@ -212,6 +213,7 @@ void Session::reportMissingKey(const std::string& key, const char* what,
     std::vector<std::string> meant;
     for (const auto& row : meanings.table().rows) {
         const auto& text = std::get<std::string>(row.front());
+        // Only what would answer the question that was asked: a hint must not lead to the next miss.
         if (text != key && fits(text)) {
             meant.push_back(text);
         }
@@ -223,7 +225,7 @@ void findText(Session& session, const Query& query) {
     const std::string wanted = foldedText(query.text);
     using Found = std::tuple<int, Entry>;
     std::vector<Found> found;
-    if (!wanted.empty()) {
+    if (!wanted.empty()) {  // a text of blanks folds to nothing, which every name holds
         for (Entry& entry : allEntries(session)) {
             if (const auto rank = rankOf(entry, wanted)) {
                 found.emplace_back(*rank, std::move(entry));

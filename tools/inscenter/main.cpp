@@ -9,6 +9,7 @@ namespace {
 
 /// Whoever read the answer has seen enough ("inscenter ... | head"): there is nothing left to do and nothing to report.
 extern "C" void endQuietly(int /*signal*/) {
+    // Not exit(): a handler may interrupt anything, also what its destructors would tear down.
     _exit(0);
 }
 

@@ -12,7 +12,7 @@
 namespace marketday {
 namespace {
 
-constexpr const char* kRatings[] = {"AAA", "AAA", "AA+", "AA", "A-1"};
+constexpr const char* kRatings[] = {"AAA", "AAA", "AA+", "AA", "A-1"};  // twice what most have
 constexpr const char* kBondTypes[] = {"国债", "地方政府债", "政策性金融债", "中期票据", "短期融资券", "同业存单"};
 
 double amount(std::int64_t units) {
@@ -27,6 +27,7 @@ void addComponents(const Day& day, const std::string& market, std::size_t size, 
     size = std::min(size, stocks);
     const auto start = dice.between<std::size_t>(0, 1'000'000);
     for (std::size_t i = 0; i < size; ++i) {
+        // Steps of that width do not come round before all are taken, so no stock is there twice.
         const Record stock = listed(day, market, Kind::Share, (start + i * (stocks / size)) % stocks);
         const auto component = boost::make_shared<mxservice::CETFComponentStockInfo>();
         component->market = market;
@@ -34,7 +35,7 @@ void addComponents(const Day& day, const std::string& market, std::size_t size, 
         component->name = dice.oneIn(10) ? std::string() : stock->name;
         component->quantity = dice.between(1, 90) * 100;
         component->substituteFlag = dice.oneIn(12) ? 2 : 1;
-        if (component->substituteFlag == 2) {
+        if (component->substituteFlag == 2) {  // cash alone: an amount, where others have ratios
             component->creationSubstituteAmount = decimal(component->quantity * dice.between(300, 6'000), 2);
             component->redemptionSubstituteAmount = component->creationSubstituteAmount;
         } else {
@@ -69,6 +70,7 @@ Data etf(const Day& day, std::size_t index) {
     etf->name = fund->name;
     etf->reportUnit = dice.between<std::int32_t>(1, 20) * 100'000;
     etf->nav = fund->preClosePrice;
+    // In whole thousandths: a product of doubles would leave its last digit to the machine.
     etf->navPerCu = decimal(std::llround(etf->nav * 1'000) * etf->reportUnit, 3);
     etf->cashBalance = decimal(dice.between(-3'000'000, 9'000'000), 2);
     etf->ecc = decimal(dice.between(-3'000'000, 9'000'000), 2);
@@ -117,7 +119,7 @@ Data interbankBond(const Day& day, std::size_t index) {
     bond->valueDate = day.after(-age);
     bond->maturityDate = day.after(rest);
     bond->bondName = inventBond(dice, std::stoi(bond->issueDate.substr(0, 4))).text;
-    setListings(day, *bond, index);
+    setListings(day, *bond, index);  // behind the name: a listed bond bears that of its listing
     bond->bondType = dice.pick(kBondTypes);
     bond->issuer = inventCompany(dice).full.text;
     bond->currency = "CNY";
@@ -175,6 +177,7 @@ Data counterparty(const Day& day, std::size_t index) {
     // Some that were withdrawn: a load leaves them out.
     party->removed = index % 12 == 5 ? 1 : 0;
     party->contact = dice.oneIn(2) ? "交易部" : "固定收益部";
+    // An area that there is not: nobody is called by an invented number.
     party->phone = fmt::format("000-{:08}", dice.between(0, 99'999'999));
     party->custodyAccount = fmt::format("A{:010}", dice.between(0, 9'999'999'999));
     party->creditLimit = amount(dice.between(1, 500) * 10'000'000);
@@ -214,6 +217,7 @@ constexpr const char* kIssuanceCodes = "SD####";  // every price setting has its
 Data issuance(const Day& day, std::size_t index) {
     Dice dice = day.dice("issuance", index);
     const std::string brand = inventCompany(dice).brand.text;
+    // So that of five days each some have ended, some are open, and some are still to come.
     const std::int64_t start = dice.between(-5, 10);
     const auto issuance = boost::make_shared<mxservice::COTCSecuritiesIssuanceInfo>();
     issuance->code = day.code(kIssuanceCodes, index);

@@ -99,6 +99,7 @@ Record monthContract(const Day& day, const Product& product, Month month) {
         contract(day, product, product.id + delivery.substr(isShort ? 1 : 0), settlementTicks(product, dice), dice);
     record->name += delivery;
     if (product.outer != nullptr) {
+        // The letters by which exchanges abroad call the twelve months.
         record->platformCode =
             fmt::format("{}{}{}", product.id, "FGHJKMNQUVXZ"[static_cast<unsigned>(month.month()) - 1],
                         static_cast<int>(month.year()) % 10);

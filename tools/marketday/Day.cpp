@@ -16,7 +16,7 @@ constexpr std::uint64_t kStride = 7919;
 }  // namespace
 
 double decimal(std::int64_t units, int decimals) {
-    static constexpr double kPowers[] = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8};
+    static constexpr double kPowers[] = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8};  // std::pow need not be exact
     return static_cast<double>(units) / kPowers[decimals];
 }
 
@@ -127,7 +127,7 @@ void setOrderSizes(mxservice::CInstrumentDetail& record, std::int32_t lot, std::
     record.minLimitOrderVolume = lot;
     record.maxLimitOrderVolume = most;
     record.minMarketOrderVolume = lot;
-    record.maxMarketOrderVolume = most / 2 / lot * lot;
+    record.maxMarketOrderVolume = most / 2 / lot * lot;  // divided first, so that it stays a multiple
     record.orderVolumeStep = lot;
 }
 

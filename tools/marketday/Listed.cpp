@@ -37,9 +37,11 @@ Name givenName(const Row& row, std::size_t index) {
 Record tradedRecord(const Day& day, const Row& row, std::string code, Dice& dice) {
     const Terms& terms = row.terms;
     Record record = startRecord(day, row.market, std::move(code));
+    // Few shares are dear; all else lies about where its kind does.
     const std::int64_t close = row.kind == Kind::Share || row.kind == Kind::UnitedStates
                                    ? dice.mostlyLow(terms.low, terms.high)
                                    : dice.between(terms.low, terms.high);
+    // Rounded to the nearest step, as exchanges round their limits.
     setPrices(*record, terms.tick, close, (close * terms.limitPerMille + 500) / 1'000);
     if (terms.lot > 0) {
         setOrderSizes(*record, terms.lot, terms.mostOrdered);
@@ -175,6 +177,7 @@ void setRepo(const Day& day, const Row& row, CInstrumentDetail& record, std::siz
     setName(record, givenName(row, index));
     record.productId = 'R';
     record.faceValue = 100;
+    // The last three digits of the name are the days that it runs for.
     record.expireDate = day.after(std::stoi(record.name.substr(record.name.size() - 3)));
     record.securityClass = 4;
 }
@@ -233,6 +236,7 @@ Record unitedStatesStock(const Day& day, const Row& row, std::size_t index) {
     const bool isSeries = index % 9 == 8;
     const bool isPreferred = isSeries && index % 2 == 0;
     const std::string ticker = day.code(row.codes, isSeries ? index - 1 : index);
+    // Dice of its own, thrown alike for all its classes: they bear one company's name.
     Dice company = day.dice(row.market, isSeries ? index - 1 : index);
     Dice dice = day.dice(row.codes, index);
     Record record = tradedRecord(day, row, ticker + (isPreferred ? "^A" : isSeries ? ".B" : ""), dice);

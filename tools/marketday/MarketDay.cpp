@@ -63,6 +63,7 @@ void MarketDay::visit(std::string_view catalogue, const Visit& visit) const {
     if (found == kCatalogues.end()) {
         throw std::invalid_argument(fmt::format("{} is no catalogue", catalogue));
     }
+    // Some of each also in a small day: a sample without a catalogue would show nothing of it.
     const std::size_t count = std::clamp(size_ / found->instrumentsForOne, found->least, found->most);
     for (std::size_t i = 0; i < count; ++i) {
         if (const Data record = found->make(*day_, i)) {

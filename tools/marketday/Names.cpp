@@ -85,6 +85,7 @@ constexpr const char* kUsSecond[] = {"amont",     "erodyne", "ivotek", "andria",
 constexpr const char* kUsForm[] = {"Holdings Inc.",     "Corporation", "Therapeutics Inc.", "Technologies Inc.",
                                    "Acquisition Corp.", "Bancorp",     "Realty Trust Inc.", "Energy Partners LP"};
 
+/// Of pinyin alone. Not std::toupper, which goes by the locale: a seed gives the same bytes everywhere.
 char upper(char letter) {
     return static_cast<char>(letter - 'a' + 'A');
 }
@@ -92,6 +93,7 @@ char upper(char letter) {
 }  // namespace
 
 Company inventCompany(Dice& dice) {
+    // These three throws and no other: whoever names the same company throws them again.
     const Syllable& first = dice.pick(kFirst);
     const Syllable& second = dice.pick(kSecond);
     const Trade& trade = dice.pick(kTrades);

@@ -19,6 +19,8 @@ boost::shared_ptr<IData> parsed(Document document) {
 }
 
 bool DocumentStore::open(const std::string& db) const {
+    // Not emptied: what is replaced goes with the write that replaces it, so a crash before leaves the former
+    // documents.
     return service().initDb(db, false);
 }
 

@@ -100,6 +100,7 @@ void settle(InstrumentPtr& place, Precedence precedence, InstrumentPtr& record) 
     if (precedence == Precedence::SpecialIfAbsent) {
         record->market = market::kShanghai;
     }
+    // Swapped, so that no reference is counted: the batch lets go of whichever lost.
     place.swap(record);
 }
 
@@ -151,6 +152,7 @@ ReceivedByMarket groupRecords(const std::vector<InstrumentPtr>& records, Grouped
             lastMarket = placement.market;
         }
         const StockKey key = stockKey(placer.foldedName(), record->code);
+        // Noted of every listing, also of one whose record loses: the code is listed there whichever record stays.
         if (placement.connectMarket != 0) {
             listings[key].try_emplace(placement.connectMarket, record->connectFlagValue);
         }
@@ -177,7 +179,7 @@ ReceivedByMarket groupConnectRecords(const std::vector<InstrumentPtr>& records, 
         if (connect) {
             listings[key].try_emplace(marketKey(record->market), record->connectFlagValue);
         }
-        grouped[hongKong][key] = record;
+        grouped[hongKong][key] = record;  // assigned: here the last one wins, connect or not
         ++received[hongKong];
     }
     return received;
@@ -187,6 +189,7 @@ void markConnectEligibility(GroupedSnapshot& grouped, const ConnectListings& lis
     static const MarketKey hongKong = marketKey(market::kHongKong);
     static const MarketKey shanghaiConnect = marketKey(market::kShanghaiConnect);
     for (const auto& [key, flagByMarket] : listings) {
+        // Records are the host's: what it has set stays, and so does what an earlier load has set in the same record.
         std::uint32_t& flags = grouped[hongKong][key]->combinedConnectFlags;
         if (flags != 0) {
             continue;

@@ -102,6 +102,7 @@ void LoadLedger::report(CenterStatistics& statistics) const {
             statistics.markets.push_back(load);
         }
     }
+    // By name: in the order of their hashes nobody would find one.
     std::sort(statistics.markets.begin(), statistics.markets.end(),
               [](const MarketLoad& a, const MarketLoad& b) { return a.market < b.market; });
     for (const auto& [database, failed] : failedWrites_) {

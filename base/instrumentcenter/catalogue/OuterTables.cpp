@@ -15,6 +15,7 @@ OuterTables deriveOuterTables(const GroupedSnapshot& grouped, const std::set<Mar
             if (!record || record->mainContractFlag != kMainContract) {
                 continue;
             }
+            // An outer future tells no listing date; that field carries the key of its market.
             const std::string& outerMarket = record->listingDate;
             tables.productNames[record->productId] = record->productName;
             tables.marketNames[outerMarket] = record->outerMarketName;

@@ -33,6 +33,7 @@ std::list<std::string> exchangesOf(EOvTraderType type) {
     }
 }
 
+/// Without OvTraderQuote, which the persisted center alone takes for everything.
 bool meansEverything(EOvTraderType type) {
     switch (static_cast<std::int32_t>(type)) {
         case OvTraderAll:

@@ -11,6 +11,8 @@ namespace {
 /// Key texts up to this size are put together on the stack; real ones have less than 40 bytes.
 constexpr std::size_t kStackBytes = 256;
 
+/// The hash of both as one text: that is what stores hold, and what a host that has the whole text asks by. Two hashes
+/// put together would be another number.
 StockKey joinedKey(std::string_view head, std::string_view tail) {
     const std::size_t size = head.size() + tail.size();
     if (size > kStackBytes) {
@@ -18,7 +20,7 @@ StockKey joinedKey(std::string_view head, std::string_view tail) {
     }
     std::array<char, kStackBytes> text;
     std::memcpy(text.data(), head.data(), head.size());
-    if (!tail.empty()) {
+    if (!tail.empty()) {  // an empty view may point nowhere, which memcpy must not be given
         std::memcpy(text.data() + head.size(), tail.data(), tail.size());
     }
     return hashBytes({text.data(), size});
@@ -51,6 +53,7 @@ std::string_view foldedMarket(std::string_view market) {
 }
 
 StockKey foldedTextKey(std::string_view keyText) {
+    // Both prefixes are of one length. Whatever begins so is folded: a text does not say where its market ends.
     const std::string_view prefix = keyText.substr(0, std::strlen(market::kShanghaiConnect));
     return isConnectMarket(prefix) ? joinedKey(market::kHongKong, keyText.substr(prefix.size())) : textKey(keyText);
 }

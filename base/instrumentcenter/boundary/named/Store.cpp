@@ -13,7 +13,7 @@ struct WholeBatch {
         for (std::size_t i = 0; i < batch.size() && complete; ++i) {
             keys.emplace_back(batch.key(i));
             values.push_back(batch.value(i));
-            complete = !isNone(values.back());
+            complete = !isNone(values.back());  // known before the batch drops or writes anything
         }
     }
 

@@ -12,8 +12,8 @@
 
 namespace mxservice {
 
-/// The version of the library that the process has loaded, as "0.1.0": another one than that of the headers where a host
-/// runs with a later patch version than it was compiled with. Safe from any thread; the text stays.
+/// The version of the library that the process has loaded, as "0.1.0": another one than that of the headers where a
+/// host runs with a later patch version than it was compiled with. Safe from any thread; the text stays.
 PM_CENTER_API const char* version() noexcept;
 
 }  // namespace mxservice

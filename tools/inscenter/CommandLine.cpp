@@ -1,5 +1,5 @@
-#include "base/instrumentcenter/Version.h"
 #include "tools/inscenter/CommandLine.h"
+#include "base/instrumentcenter/Version.h"
 
 #include <CLI/CLI.hpp>
 
@@ -81,7 +81,8 @@ public:
         });
         if (place == Place::CommandLine) {
             app_.footer(kFooter);
-            app_.set_version_flag("--version", std::string("inscenter ") + mxservice::version(), "Print the version and exit");
+            app_.set_version_flag("--version", std::string("inscenter ") + mxservice::version(),
+                                  "Print the version and exit");
             addLoading();
         }
         addFormat();

@@ -9,7 +9,16 @@
 // What both centers answer from the code sets. The two kinds of reading differ in who waits: who publishes waits for a
 // question, which is short, and not for the copy of a set, which holds its version instead.
 
+// Each number as text; in two steps, so that the macro's value is taken and not its name.
+#define PM_TEXT_OF(number) #number
+#define PM_VERSION_TEXT(major, minor, patch) PM_TEXT_OF(major) "." PM_TEXT_OF(minor) "." PM_TEXT_OF(patch)
+
 namespace mxservice {
+
+const char* version() noexcept {
+    return PM_VERSION_TEXT(PM_INSTRUMENTCENTER_VERSION_MAJOR, PM_INSTRUMENTCENTER_VERSION_MINOR,
+                           PM_INSTRUMENTCENTER_VERSION_PATCH);
+}
 
 IInstrumentCenter::IInstrumentCenter() : state_(std::make_unique<InterfaceState>()) {}
 

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "TemporaryStore.h"
+#include "tools/inscenter/TextTable.h"
 #include "tools/inscenter/Utf8.h"
 
 // The tool's program at a terminal of its own.
@@ -211,6 +212,7 @@ TEST_F(ToolTerminalTest, LongTextsAreBrokenBetweenWords) {
             }
         }
     }
+    EXPECT_TRUE(inscenter::isUtf8(inscenter::wrapped("招商銀行", 1))) << "a letter that has no room stays whole";
     // A last column of texts goes on in further lines, also beside a cell that is empty.
     const auto [summary, code] = start({"summary"}, 60).finish();
     EXPECT_EQ(code, 0);

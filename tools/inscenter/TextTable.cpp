@@ -50,8 +50,8 @@ std::size_t fitting(std::string_view text, std::size_t columns) {
 
 /// Takes the next line of at most so many columns off the text, at a blank where there is one.
 std::string takeLine(std::string_view& text, std::size_t columns) {
-    // At least one byte: where not even a letter has room, the caller would wait for the end of the text for ever.
-    std::size_t end = std::min(std::max<std::size_t>(fitting(text, columns), 1), text.size());
+    // At least a letter: where not even one has room, the caller would wait for the end of the text for ever.
+    std::size_t end = text.empty() ? 0 : std::max(fitting(text, columns), decodeUtf8(text).length);
     if (end < text.size()) {
         const std::size_t blank = text.substr(0, end + 1).rfind(' ');
         if (blank != std::string_view::npos && blank > 0) {

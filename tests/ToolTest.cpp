@@ -13,6 +13,7 @@
 
 #include "ToolFixture.h"
 #include "base/instrumentcenter/Version.h"
+#include "platform/utils/Log.h"
 #include "tools/inscenter/Output.h"
 #include "tools/inscenter/Utf8.h"
 #include "tools/inscenter/Verbs.h"
@@ -148,7 +149,8 @@ TEST_F(ToolTest, ExitCodeTellsWhatHappened) {
     EXPECT_EQ(run({"summary", "--data", day_.path() / "missing"}).code, 2);
     EXPECT_THAT(run({"summary", "--data", day_.path() / "missing"}).err, HasSubstr("missing: cannot be read: No such"));
     write("rules.json", R"({"isShanghaiStockIPO": ["SH 730000"]})");
-    const Result badRules = ask({"codes", "--rules", day_.path() / "rules.json"});
+    const Result badRules = ask({"codes", "--rules", day_.path() / "rules.json", "--log"});
+    EXPECT_TRUE(g_MXStdLogger->getAllAppenders().empty()) << "the log is taken back where the rules are refused";
     EXPECT_EQ(badRules.code, 2);
     EXPECT_THAT(badRules.err, HasSubstr("rules.json"));
 

@@ -32,7 +32,9 @@ constexpr int kUnwritten = 4;
 /// What a run changes in the process, for as long as it lasts.
 class ProcessSettings {
 public:
-    explicit ProcessSettings(const Command& command) {
+    ProcessSettings() = default;
+    /// From the default, so that what is in force goes back when a rules file or a day is refused: the destructor runs.
+    explicit ProcessSettings(const Command& command) : ProcessSettings() {
         if (command.log) {
             switchLogOn();
         }
@@ -40,8 +42,6 @@ public:
             utils::CMarketRules::load(command.rulesFile);
         }
         utils::setToday(command.today);
-        // The store last: a rules file or a day that is refused throws, and then none must stay open, because a
-        // destructor does not run for an object that was never whole.
         if (!command.store.empty()) {
             persist::CPersistService::instance()->setRootPath(command.store);
             storeOpen_ = true;

@@ -4,7 +4,7 @@
 #include <boost/filesystem.hpp>
 
 #include <algorithm>
-#include <cctype>
+#include <optional>
 
 #include "base/instrumentcenter/ClientCatalogue.h"
 #include "base/instrumentcenter/boundary/Platform.h"
@@ -334,7 +334,6 @@ void CClientInstrumentCenter::writeMarket(uint64 marketHash, const std::string& 
     const Stopwatch watch;
     const std::string firstMarket = records.empty() ? std::string() : records.begin()->second->market;
     const std::string folded(foldedMarket(market.empty() ? firstMarket : market));
-    const MarketKey named = marketKey(folded);  // another than `marketHash` where a host groups by rules of its own
     const std::string db = DBBuilder::buildDbName(folded);
     // Before the write: from now on a lookup that is cached answers the new record, never one older than the store's.
     client_->instruments.refresh(records);
@@ -356,39 +355,9 @@ void CClientInstrumentCenter::writeMarket(uint64 marketHash, const std::string& 
     }
     done.stored = keys->size();
     done.removed = former.size() - done.replaced;
-    const DocumentBatch batch(records);
-    bool saved = false;
-    std::string reason = "a catalogue's own documents have that name";
-    {
-        // Database, unwritten records and cache change together: of two loads of one market the one that writes last
-        // has its way in all three.
-        const DatabaseWriting writing(*client_, db);
-        if (!isCatalogueName(folded)) {
-            saved = load.replacement.save(named, db, batch);
-            reason = store().lastFailure();
-        }
-        // The cache is refreshed once more, for a reader that met the old document between the first time and now.
-        // After the market is published: else a reader could still take an unwritten record of the day before from the
-        // former version and cache it for good.
-        if (saved) {
-            client_->publish([&](ClientVersion& version) {
-                version.markets[marketHash].own().unwrittenIsNewest = false;
-                version.markets[named].own().isDropped = false;
-            });
-            client_->instruments.refresh(records);
-        } else {
-            const MarketRecords unwritten = records;
-            cacheFailedDatas(marketHash, records);
-            client_->instruments.refresh(unwritten);
-        }
-    }
-    if (!saved && load.replaces(marketHash)) {
-        // What the store has is not of this listing, and goes at the end. A list has the unwritten records alone.
-        client_->publish([&](ClientVersion& version) { version.markets[named].own().isDropped = true; });
-    }
-    if (!saved) {
+    if (const std::optional<std::string> failure = storeMarket(marketHash, folded, records, load)) {
         PM_CENTER_LOG(kLogError, kClientSource, formatted(kSaveFailed, firstMarket));
-        state().loads.write()->noteFailedWrite(db, reason);
+        state().loads.write()->noteFailedWrite(db, *failure);
         done.unwritten = done.stored;
     }
     // Last, and after a failed write as well: a key that can be found has its record in the store or in memory. And not
@@ -406,6 +375,45 @@ void CClientInstrumentCenter::writeMarket(uint64 marketHash, const std::string& 
     done.time = watch.elapsed();
     done = load.notes.settled(marketHash, std::move(done));
     state().loads.write()->settle(marketHash, std::move(done));
+}
+
+/// Writes the documents and makes the records what memory keeps of the market; they leave with the unwritten batch of
+/// before where the write fails. Answers the reason of that.
+std::optional<std::string> CClientInstrumentCenter::storeMarket(
+    uint64 marketHash, const std::string& name, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>& records,
+    ClientLoad& load) {
+    const MarketKey named = marketKey(name);  // another than `marketHash` where a host groups by rules of its own
+    const std::string db = DBBuilder::buildDbName(name);
+    const DocumentBatch batch(records);
+    std::optional<std::string> failure;
+    // Database, unwritten records and cache change together: of two loads of one market the one that writes last has
+    // its way in all three.
+    const DatabaseWriting writing(*client_, db);
+    if (isCatalogueName(name)) {
+        failure = "a catalogue's own documents have that name";
+    } else if (!load.replacement.save(named, db, batch)) {
+        failure = store().lastFailure();
+    }
+    // The cache is refreshed once more, for a reader that met the old document between the first time and now. After
+    // the market is published: else a reader could still take an unwritten record of the day before from the former
+    // version and cache it for good.
+    if (!failure) {
+        client_->publish([&](ClientVersion& version) {
+            version.markets[marketHash].own().unwrittenIsNewest = false;
+            version.markets[named].own().isDropped = false;
+        });
+        client_->instruments.refresh(records);
+        return failure;
+    }
+    const MarketRecords unwritten = records;
+    cacheFailedDatas(marketHash, records);
+    if (load.replaces(marketHash)) {
+        // What the store has is not of this listing, and goes at the end. Said while no other load can have written
+        // since: what that one brought must stay.
+        client_->publish([&](ClientVersion& version) { version.markets[named].own().isDropped = true; });
+    }
+    client_->instruments.refresh(unwritten);
+    return failure;
 }
 
 void CClientInstrumentCenter::cacheFailedDatas(uint64 marketHash,

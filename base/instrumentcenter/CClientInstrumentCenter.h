@@ -3,6 +3,7 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -255,6 +256,9 @@ private:
                       const std::string& market, ClientLoad& load);
     void writeMarket(uint64 marketHash, const std::string& market,
                      std::map<uint64, boost::shared_ptr<CInstrumentDetail>>& records, ClientLoad& load);
+    std::optional<std::string> storeMarket(uint64 marketHash, const std::string& name,
+                                           std::map<uint64, boost::shared_ptr<CInstrumentDetail>>& records,
+                                           ClientLoad& load);
     /// Replaces a pseudo-market by the instruments that stand for `received` records of another kind.
     void replaceMarket(const std::string& market,
                        std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped,

@@ -17,7 +17,7 @@ namespace mxservice {
 /// are answered from it, or from something newer.
 struct CatalogueChange {
     /// A record that a market lists anew, no longer, or with other fields. Records that were handed in again with equal
-    /// fields are in no item.
+    /// fields are in no item, nor is a record that stays the same object, whatever was changed in it.
     struct Item {
         boost::shared_ptr<CInstrumentDetail> before;  ///< null: added
         boost::shared_ptr<CInstrumentDetail> after;   ///< null: removed

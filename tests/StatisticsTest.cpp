@@ -13,6 +13,8 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::SizeIs;
+using testing::UnorderedElementsAre;
 
 template <class Center>
 MarketLoad marketLoad(const Center& center, const std::string& market) {
@@ -33,6 +35,18 @@ template <class Center>
 Counts counts(const Center& center, const std::string& market) {
     const MarketLoad load = marketLoad(center, market);
     return {load.received, load.restored, load.stored, load.replaced, load.removed, load.outranked, load.unwritten};
+}
+
+/// What the last load says that it dropped: key, position, reason.
+using Dropped = std::tuple<std::string, unsigned, std::string>;
+
+template <class Center>
+std::vector<Dropped> dropped(const Center& center) {
+    std::vector<Dropped> dropped;
+    for (const DroppedRecord& record : center.statistics().lastLoad.dropped) {
+        dropped.emplace_back(record.key, record.position, record.reason);
+    }
+    return dropped;
 }
 
 std::uint64_t keysIn(const CenterStatistics& statistics, const std::string& index) {
@@ -61,6 +75,11 @@ TYPED_TEST(Statistics, ALoadAccountsForEveryRecord) {
                 instrument("SHFI", "3"), instrument("HK", "1"), instrument("HGT", "1"), instrument("SGT", "2")});
     EXPECT_EQ(counts(this->center(), "SH"), Counts(5, 0, 3, 0, 0, 2, 0));
     EXPECT_EQ(counts(this->center(), "HK"), Counts(3, 0, 2, 0, 0, 1, 0));
+    EXPECT_THAT(
+        dropped(this->center()),
+        UnorderedElementsAre(Dropped("", 2, "an empty pointer"), Dropped("SH2", 0, "a later record has the same key"),
+                             Dropped("SHFI1", 0, "an SH record of the code goes first"),
+                             Dropped("HK1", 0, "a connect listing of the code goes first")));
     const CenterStatistics statistics = this->center().statistics();
     EXPECT_EQ(statistics.lastLoad.number, 1U);
     EXPECT_EQ(statistics.lastLoad.records, 9U);
@@ -94,6 +113,19 @@ TYPED_TEST(Statistics, AnotherMarketsLoadLeavesTheReportAlone) {
     EXPECT_EQ(this->center().statistics().lastLoad.number, 2U);
 }
 
+TYPED_TEST(Statistics, NamesFewOfTheDropped) {
+    Instruments records(5);
+    for (int i = 0; i < 10; ++i) {
+        records.push_back(instrument("HK", "1"));
+    }
+    this->load({"HK", "SZ"}, records);
+    EXPECT_THAT(dropped(this->center()), SizeIs(8));
+    EXPECT_EQ(dropped(this->center())[4], Dropped("", 4, "an empty pointer"));
+    EXPECT_EQ(dropped(this->center())[7], Dropped("HK1", 0, "an earlier record has the same key"));
+    this->load({"SZ"}, {instrument("SZ", "1")});
+    EXPECT_THAT(dropped(this->center()), IsEmpty());
+}
+
 class ServerStatistics : public CenterTest<ServerKind> {};
 
 TEST_F(ServerStatistics, ReloadedKeysAreReplacedAndNoneRemoved) {
@@ -107,11 +139,15 @@ TEST_F(ServerStatistics, RecordsOfOneConnectMarketWait) {
     load({"HGT"}, {instrument("HGT", "1"), nullptr, instrument("SH", "1"), instrument("HGT", "2")});
     LoadReport report = center().statistics().lastLoad;
     EXPECT_EQ(std::tuple(report.records, report.empty, report.foreign, report.waiting), std::tuple(4U, 1U, 1U, 2U));
+    EXPECT_THAT(dropped(center()),
+                ElementsAre(Dropped("", 1, "an empty pointer"),
+                            Dropped("SH1", 0, "not of Hong Kong, in a load of one connect market alone")));
     EXPECT_THAT(center().statistics().markets, IsEmpty());
     load({"SGT"}, {instrument("SGT", "2")});
     report = center().statistics().lastLoad;
     EXPECT_EQ(std::tuple(report.records, report.foreign, report.waiting), std::tuple(1U, 0U, 0U));
     EXPECT_EQ(counts(center(), "HK"), Counts(3, 0, 2, 0, 0, 1, 0)) << "those that waited count now";
+    EXPECT_THAT(dropped(center()), ElementsAre(Dropped("HGT2", 0, "a later record has the same key")));
 }
 
 class ClientStatistics : public CenterTest<ClientKind> {};
@@ -144,6 +180,7 @@ TEST_F(ClientStatistics, APartialListingIsCompletedFromTheStore) {
     load({"HK"}, {instrument("HK", "1"), instrument("HK", "2")});
     load({"HGT"}, {instrument("HGT", "2")});
     EXPECT_EQ(counts(center(), "HK"), Counts(1, 2, 2, 2, 0, 1, 0));
+    EXPECT_THAT(dropped(center()), ElementsAre(Dropped("HK2", 0, "a connect listing of the code goes first")));
 }
 
 TEST_F(ClientStatistics, FailedWritesAreCountedByDatabase) {

@@ -176,7 +176,7 @@ void CClientInstrumentCenter::replaceInstruments(const std::vector<std::string>&
 
 void CClientInstrumentCenter::takeIn(const std::vector<std::string>& markets,
                                      const std::vector<InstrumentPtr>& instruments, ClientLoad& load) {
-    LoadReport report = reportOn(instruments);
+    LoadReport report = reportOn(instruments, load.notes.dropped());
     if (load.replaced.empty()) {
         forgetMarkets(markets, load);
     }
@@ -273,7 +273,7 @@ void CClientInstrumentCenter::doProcessInstrument(
 void CClientInstrumentCenter::group(const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
                                     std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& datas,
                                     std::map<uint64, std::map<uint64, std::int32_t>>& flags, LoadNotes& notes) {
-    notes.receive(groupRecords(instruments, datas, flags));
+    notes.receive(groupRecords(instruments, datas, flags, notes.dropped()));
     // Noted in one step for the whole batch: a step each would stop every thread of the process for a moment, thousands
     // of times a load.
     std::map<std::string, std::string> platformCodes;

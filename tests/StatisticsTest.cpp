@@ -2,9 +2,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
+#include <map>
 #include <tuple>
 
 #include "tests/CenterFixture.h"
+#include "tests/SecondaryRecords.h"
 
 // What the centers tell of their loads, caches and tables.
 
@@ -56,14 +59,6 @@ std::uint64_t keysIn(const CenterStatistics& statistics, const std::string& inde
     return found == statistics.indexes.end() ? 0 : found->keys;
 }
 
-boost::shared_ptr<CETFDetail> fund(const std::string& code, const std::string& creationCode) {
-    auto etf = boost::make_shared<CETFDetail>();
-    etf->market = "SH";
-    etf->etfCode = code;
-    etf->prCode = creationCode;
-    return etf;
-}
-
 template <class Kind>
 class Statistics : public CenterTest<Kind> {};
 using Kinds = testing::Types<ServerKind, ClientKind>;
@@ -98,7 +93,7 @@ TYPED_TEST(Statistics, ALoadAccountsForEveryRecord) {
 }
 
 TYPED_TEST(Statistics, APseudoMarketHasItsOwnName) {
-    this->center().initEtfs({fund("1", "11"), nullptr, fund("2", "22"), fund("3", "22")});
+    this->center().initEtfs({etf("SH", "1", "11"), nullptr, etf("SH", "2", "22"), etf("SH", "3", "22")});
     EXPECT_EQ(counts(this->center(), "ETFINSTS"), Counts(3, 0, 2, 0, 0, 1, 0));
     this->center().initEtfs({});
     EXPECT_EQ(marketLoad(this->center(), "ETFINSTS").stored, 0U);
@@ -195,7 +190,7 @@ TEST_F(ClientStatistics, FailedWritesAreCountedByDatabase) {
     engine->failWritesOf("OvRawSH");
     load({"SH"}, {instrument("SH", "1")});
     engine->failWritesOf("OvIns_ALLETF");
-    center().initEtfs({fund("1", "2")});
+    center().initEtfs({etf("SH", "1", "2")});
     std::vector<std::pair<std::string, std::uint64_t>> failed;
     for (const FailedWrites& writes : center().statistics().failedWrites) {
         failed.emplace_back(writes.database, writes.writes);
@@ -203,6 +198,51 @@ TEST_F(ClientStatistics, FailedWritesAreCountedByDatabase) {
     }
     EXPECT_THAT(failed,
                 ElementsAre(std::pair("OvIns_ALLETF", 1U), std::pair("OvIns_SZ", 2U), std::pair("OvRawSH", 1U)));
+}
+
+TEST_F(ClientStatistics, ReasonsAreThoseOfTheLastFailure) {
+    if (kNamedPlatformOnly) {
+        GTEST_SKIP() << "no named operation tells why";
+    }
+    const auto reasons = [this] {
+        std::map<std::string, std::string> byDatabase;
+        for (const FailedWrites& failed : center().statistics().failedWrites) {
+            byDatabase[failed.database] = failed.reason;
+        }
+        return byDatabase;
+    };
+    const auto loadAll = [this] {
+        const InstrumentPtr main = instrument("DCE", "m1");
+        main->mainContractFlag = 1;
+        main->productId = "m";
+        load({"SH", "DCE"}, {instrument("SH", "1"), main});
+        center().initEtfs({etf("SH", "1", "2")});
+        center().initBonds({{"1", bond("1")}});
+        center().initOtcInstruments({plan("1", 1)});
+    };
+    const auto all = [](unsigned databases, const char* reason) {
+        return testing::AllOf(SizeIs(databases), testing::Each(testing::Pair(testing::_, testing::HasSubstr(reason))));
+    };
+    TemporaryStore::service().setRootPath("");
+    loadAll();
+    EXPECT_THAT(reasons(), all(9, "setRootPath"));
+    std::ofstream(store_.path()) << "a file";
+    TemporaryStore::service().setRootPath(store_.path());
+    loadAll();
+    EXPECT_THAT(reasons(), all(10, "Not a directory")) << "products now, too, of the batch that was unwritten";
+
+    // One bond that fits no document, and then the store refuses the rest for another reason.
+    std::filesystem::remove(store_.path());
+    const auto engine = std::make_shared<FailingEngine>();
+    TemporaryStore::service().setEngine(engine);
+    engine->onWrite([&, writes = 0](const std::string& db) mutable {
+        writes += db == "OvIns_BANKBOND" ? 1 : 0;
+        engine->failWritesOf(writes == 2 ? "OvIns_BANKBOND" : "");
+    });
+    const auto huge = bond("2");
+    huge->bondName.assign(std::size_t{17} << 20, 'x');
+    center().initBonds({{"1", bond("1")}, {"2", huge}});
+    EXPECT_EQ(reasons()["OvIns_BANKBOND"], "injected");
 }
 
 TEST_F(ClientStatistics, ACacheCountsItsHitsMissesAndEvictions) {

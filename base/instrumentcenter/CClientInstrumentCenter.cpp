@@ -60,8 +60,7 @@ void restoreRaw(const std::string& market, std::vector<InstrumentPtr>& extra) {
 void saveRaw(const std::string& market, const MarketRecords& records, Guarded<LoadLedger>& loads) {
     const DocumentBatch batch(records);
     const std::string db = DBBuilder::buildRawDbName(market);
-    store().open(db);
-    if (!store().write(db, batch)) {
+    if (!store().open(db) || !store().write(db, batch)) {
         const std::string reason = store().lastFailure();
         loads.write()->noteFailedWrite(db, reason);
     }

@@ -247,10 +247,12 @@ CPersistService* CPersistService::instance() {
     return utils::CSingletonT<CPersistService>::instance();
 }
 
-void CPersistService::setRootPath(const std::string& directory) {
+RootStatus CPersistService::setRootPath(const std::string& directory) {
     std::error_code error;
     const std::filesystem::path absolute = std::filesystem::absolute(directory, error);
-    state_->restart([&] { state_->root = directory.empty() || error ? directory : absolute.string(); });
+    const std::string root = directory.empty() || error ? directory : absolute.string();
+    state_->restart([&] { state_->root = root; });
+    return RootStatus::of(root);
 }
 
 std::string CPersistService::rootPath() const {

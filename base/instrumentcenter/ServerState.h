@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <set>
@@ -14,10 +15,12 @@
 #include "base/instrumentcenter/CServerInstrumentCenter.h"
 #include "base/instrumentcenter/InterfaceState.h"
 #include "base/instrumentcenter/boundary/Platform.h"
+#include "base/instrumentcenter/catalogue/Chains.h"
 #include "base/instrumentcenter/catalogue/FiledKeys.h"
 #include "base/instrumentcenter/catalogue/FuturesTables.h"
 #include "base/instrumentcenter/catalogue/HashIndex.h"
 #include "base/instrumentcenter/catalogue/LayeredIndex.h"
+#include "base/instrumentcenter/catalogue/Lazy.h"
 
 namespace mxservice {
 
@@ -29,9 +32,36 @@ struct PlanCatalogue {
     HashIndex<boost::shared_ptr<COTCFundPlanInfo>> byKey;  // by stock key
 };
 
+/// What is derived of the records alone, and only where it is asked for: most hosts never do, and a load would take
+/// half as long again. Shared by all versions that have the same records.
+struct AskedTables {
+    Lazy<DerivativeTables> derivatives;
+    Lazy<DayTables> days;
+};
+
 /// Everything that the in-memory center answers from, of one moment.
 struct ServerVersion final : Version {
     std::shared_ptr<Version> copy() const override { return std::make_shared<ServerVersion>(*this); }
+    void settle(const Version& former) override {
+        // Here for every change there is, so that none has to know which tables it outdates.
+        const auto& before = static_cast<const ServerVersion&>(former);
+        if (!records.isSameAs(before.records) || keys.sets() != before.keys.sets()) {
+            asked = std::make_shared<const AskedTables>();
+        }
+    }
+
+    const DerivativeTables& derivatives() const {
+        return asked->derivatives.get([this] { return deriveDerivatives(recordsOf(derivativeMarkets())); });
+    }
+    const DayTables& days() const {
+        return asked->days.get([this] {
+            std::vector<MarketKey> markets;
+            for (const auto& [market, listed] : keys.sets()) {
+                markets.push_back(market);
+            }
+            return deriveDays(recordsOf(markets));
+        });
+    }
 
     /// The records of the keys, in the order of the keys; a key without a record is passed over.
     template <class Keys>
@@ -51,6 +81,16 @@ struct ServerVersion final : Version {
         return listed == nullptr ? std::vector<InstrumentPtr>() : resolve(*listed);
     }
 
+    /// The records that the markets list, market by market.
+    std::vector<InstrumentPtr> recordsOf(const std::vector<MarketKey>& markets) const {
+        std::vector<InstrumentPtr> listed;
+        for (const MarketKey market : markets) {
+            std::vector<InstrumentPtr> own = recordsOf(market);
+            listed.insert(listed.end(), std::make_move_iterator(own.begin()), std::make_move_iterator(own.end()));
+        }
+        return listed;
+    }
+
     /// A copy of the key's record; empty when there is none.
     InstrumentPtr recordOf(StockKey key) const noexcept {
         const InstrumentPtr* const record = records.find(key);
@@ -67,6 +107,7 @@ struct ServerVersion final : Version {
     Part<PlanCatalogue> plans;
     Part<std::map<std::string, boost::shared_ptr<COTCSecuritiesIssuanceInfo>>> issuances;
     Part<HashIndex<boost::shared_ptr<CTenderBondInfoDetail>>> tenderBonds;  // by hash of code
+    std::shared_ptr<const AskedTables> asked = std::make_shared<const AskedTables>();
 };
 
 /// What one load changes: prepared step by step without a lock, then made into one version, so that readers see all of

@@ -25,8 +25,8 @@ using Keys = std::vector<std::string>;
 
 const std::vector<std::string> kExchanges{"CFFEX", "SHFE", "DCE", "CZCE", "INE", "GFEX"};
 const std::vector<std::string> kDayMarkets{"SH",    "SZ",   "BJ",  "HK",   "HGT",  "SGT",  "SHFI",   "SHO",
-                                            "SZO",   "NEEQ", "WP",  "SHGE", "BANK", "NYSE", "NASDAQ", "SOTC",
-                                            "CFFEX", "SHFE", "DCE", "CZCE", "INE",  "GFEX"};
+                                           "SZO",   "NEEQ", "WP",  "SHGE", "BANK", "NYSE", "NASDAQ", "SOTC",
+                                           "CFFEX", "SHFE", "DCE", "CZCE", "INE",  "GFEX"};
 
 Keys keysOf(const Instruments& records) {
     Keys keys;
@@ -75,8 +75,7 @@ protected:
 
     Keys contracts(const std::string& product) {
         return judge(
-            kExchanges,
-            [&](const auto& record) { return record.productId == product && record.optionType == 0; },
+            kExchanges, [&](const auto& record) { return record.productId == product && record.optionType == 0; },
             [](const auto& record) { return std::tuple(record.expireDate, record.code, record.market); });
     }
     Keys chain(const std::string& market, const std::string& code) {

@@ -97,7 +97,8 @@ void addChains(Suite& suite, Workload& workload) {
     addQuestions(suite, workload, kExpiring, expiries,
                  [](const Center& center, const std::string& day) { return center.getExpiring(day); });
     addFirstQuestion(suite, workload, "first chain, per record", [](Center& center) { center.getOptionChain("", ""); });
-    addFirstQuestion(suite, workload, "first day, per record", [](Center& center) { center.getExpiring(""); });
+    addFirstQuestion(suite, workload, "first expiry, per record", [](Center& center) { center.getExpiring(""); });
+    addFirstQuestion(suite, workload, "first listing, per record", [](Center& center) { center.getListed(""); });
 }
 
 }  // namespace bench

@@ -21,11 +21,11 @@ std::vector<InstrumentView::Instrument> InstrumentView::getOptionChain(const std
 }
 
 std::vector<InstrumentView::Instrument> InstrumentView::getListed(const std::string& day) const {
-    return in(version_->days().listed, textKey(day));
+    return in(version_->listedByDay(), textKey(day));
 }
 
 std::vector<InstrumentView::Instrument> InstrumentView::getExpiring(const std::string& day) const {
-    return in(version_->days().expiring, textKey(day));
+    return in(version_->expiringByDay(), textKey(day));
 }
 
 std::vector<InstrumentView::Instrument> InstrumentView::getBondListings(const std::string& bondCode) const {

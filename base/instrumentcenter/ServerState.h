@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <functional>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <set>
@@ -36,7 +35,8 @@ struct PlanCatalogue {
 /// half as long again. Shared by all versions that have the same records.
 struct AskedTables {
     Lazy<DerivativeTables> derivatives;
-    Lazy<DayTables> days;
+    Lazy<RecordTable> listed;
+    Lazy<RecordTable> expiring;
 };
 
 /// Everything that the in-memory center answers from, of one moment.
@@ -51,16 +51,13 @@ struct ServerVersion final : Version {
     }
 
     const DerivativeTables& derivatives() const {
-        return asked->derivatives.get([this] { return deriveDerivatives(recordsOf(derivativeMarkets())); });
+        return asked->derivatives.get([this] { return deriveDerivatives(placesOf(derivativeMarkets())); });
     }
-    const DayTables& days() const {
-        return asked->days.get([this] {
-            std::vector<MarketKey> markets;
-            for (const auto& [market, listed] : keys.sets()) {
-                markets.push_back(market);
-            }
-            return deriveDays(recordsOf(markets));
-        });
+    const RecordTable& listedByDay() const {
+        return asked->listed.get([this] { return deriveDays(allPlaces(), &CInstrumentDetail::listingDate); });
+    }
+    const RecordTable& expiringByDay() const {
+        return asked->expiring.get([this] { return deriveDays(allPlaces(), &CInstrumentDetail::expireDate); });
     }
 
     /// The records of the keys, in the order of the keys; a key without a record is passed over.
@@ -81,14 +78,28 @@ struct ServerVersion final : Version {
         return listed == nullptr ? std::vector<InstrumentPtr>() : resolve(*listed);
     }
 
-    /// The records that the markets list, market by market.
-    std::vector<InstrumentPtr> recordsOf(const std::vector<MarketKey>& markets) const {
-        std::vector<InstrumentPtr> listed;
+    /// Where the records stand that the markets list; valid as long as this version.
+    RecordPlaces placesOf(const std::vector<MarketKey>& markets) const {
+        RecordPlaces places;
         for (const MarketKey market : markets) {
-            std::vector<InstrumentPtr> own = recordsOf(market);
-            listed.insert(listed.end(), std::make_move_iterator(own.begin()), std::make_move_iterator(own.end()));
+            if (const KeySet* const listed = keys.keysOf(market)) {
+                for (const StockKey key : *listed) {
+                    const InstrumentPtr* const record = records.find(key);
+                    if (record != nullptr && *record) {
+                        places.push_back(record);
+                    }
+                }
+            }
         }
-        return listed;
+        return places;
+    }
+    /// Where every listed record stands.
+    RecordPlaces allPlaces() const {
+        std::vector<MarketKey> markets;
+        for (const auto& [market, listed] : keys.sets()) {
+            markets.push_back(market);
+        }
+        return placesOf(markets);
     }
 
     /// A copy of the key's record; empty when there is none.

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "base/instrumentcenter/boundary/Platform.h"
+#include "base/instrumentcenter/catalogue/Prefetch.h"
 #include "base/instrumentcenter/catalogue/Split.h"
 #include "base/instrumentcenter/vocabulary/Markets.h"
 
@@ -62,9 +63,26 @@ bool standsFirst(const InstrumentPtr& a, const InstrumentPtr& b) {
     return a->optionType != b->optionType ? a->optionType < b->optionType : comesFirst(*a, *b);
 }
 
-template <class Sort>
-void sortAll(RecordTable& table, Sort sort) {
+/// Calls `visit` with every record, having fetched the given members and the count of references, which visiting
+/// raises.
+template <class Visit, class... Members>
+void visitPlaces(const RecordPlaces& places, const Visit& visit, Members... members) {
+    for (std::size_t i = 0; i < places.size(); ++i) {
+        if (i + kRecordsAhead < places.size()) {
+            prefetchMembers(*places[i + kRecordsAhead], members...);
+            prefetchCount(*places[i + kRecordsAhead]);
+        }
+        visit(*places[i]);
+    }
+}
+
+/// Sorts each of the table's lists. Records of one list lie far apart: fetched before, the sort waits once for all.
+template <class Sort, class... Members>
+void sortAll(RecordTable& table, Sort sort, Members... members) {
     for (auto& [key, records] : table) {
+        for (const InstrumentPtr& record : records) {
+            prefetchMembers(record, members...);
+        }
         sort(records);
     }
 }
@@ -132,33 +150,38 @@ void sortByKey(std::vector<InstrumentPtr>& records) {
               [](const InstrumentPtr& a, const InstrumentPtr& b) { return comesFirst(*a, *b); });
 }
 
-DerivativeTables deriveDerivatives(const std::vector<InstrumentPtr>& records) {
+DerivativeTables deriveDerivatives(const RecordPlaces& records) {
     DerivativeTables tables;
-    for (const InstrumentPtr& record : records) {
-        if (isContract(record)) {
-            tables.contractsByProduct[textKey(record->productId)].push_back(record);
-        } else if (const Underlying underlying = underlyingOf(*record); !underlying.code.empty()) {
-            tables.optionsByUnderlying[underlyingKey(underlying.market, underlying.code)].push_back(record);
-        }
-    }
-    sortAll(tables.contractsByProduct, sortAsContracts);
-    sortAll(tables.optionsByUnderlying, sortAsChain);
+    visitPlaces(
+        records,
+        [&](const InstrumentPtr& record) {
+            if (isContract(record)) {
+                tables.contractsByProduct[textKey(record->productId)].push_back(record);
+            } else if (const Underlying underlying = underlyingOf(*record); !underlying.code.empty()) {
+                tables.optionsByUnderlying[underlyingKey(underlying.market, underlying.code)].push_back(record);
+            }
+        },
+        &CInstrumentDetail::market, &CInstrumentDetail::optionType, &CInstrumentDetail::productId,
+        &CInstrumentDetail::underlyingMarket, &CInstrumentDetail::underlyingCode);
+    sortAll(tables.contractsByProduct, sortAsContracts, &CInstrumentDetail::code, &CInstrumentDetail::expireDate);
+    sortAll(tables.optionsByUnderlying, sortAsChain, &CInstrumentDetail::optionType, &CInstrumentDetail::expireDate,
+            &CInstrumentDetail::strikePrice);
     return tables;
 }
 
-DayTables deriveDays(const std::vector<InstrumentPtr>& records) {
-    DayTables tables;
-    for (const InstrumentPtr& record : records) {
-        if (!record->listingDate.empty()) {
-            tables.listed[textKey(record->listingDate)].push_back(record);
-        }
-        if (!record->expireDate.empty()) {
-            tables.expiring[textKey(record->expireDate)].push_back(record);
-        }
-    }
-    sortAll(tables.listed, sortByKey);
-    sortAll(tables.expiring, sortByKey);
-    return tables;
+RecordTable deriveDays(const RecordPlaces& records, std::string CInstrumentDetail::*date) {
+    RecordTable table;
+    visitPlaces(
+        records,
+        [&](const InstrumentPtr& record) {
+            const std::string& day = (*record).*date;
+            if (!day.empty()) {
+                table[textKey(day)].push_back(record);
+            }
+        },
+        date);
+    sortAll(table, sortByKey, &CInstrumentDetail::market, &CInstrumentDetail::code);
+    return table;
 }
 
 }  // namespace mxservice

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -45,18 +46,17 @@ void sortByKey(std::vector<InstrumentPtr>& records);
 /// Records in their order, by the hash of what they are asked for by.
 using RecordTable = HashIndex<std::vector<InstrumentPtr>>;
 
+/// Where records stand in the table that keeps them.
+using RecordPlaces = std::vector<const InstrumentPtr*>;
+
 struct DerivativeTables {
     RecordTable contractsByProduct;   // key: textKey of the product
     RecordTable optionsByUnderlying;  // key: underlyingKey
 };
 /// Of the records of `derivativeMarkets()`.
-DerivativeTables deriveDerivatives(const std::vector<InstrumentPtr>& records);
+DerivativeTables deriveDerivatives(const RecordPlaces& records);
 
-struct DayTables {
-    RecordTable listed;    // key: textKey of the day
-    RecordTable expiring;  // the same
-};
-/// Of any records; unknown days have no entry.
-DayTables deriveDays(const std::vector<InstrumentPtr>& records);
+/// Any records by one of their dates, under its textKey; unknown days have no entry.
+RecordTable deriveDays(const RecordPlaces& records, std::string CInstrumentDetail::*date);
 
 }  // namespace mxservice

@@ -133,7 +133,7 @@ TEST(BSONObj, DepthAndSizeAreLimited) {
     EXPECT_TRUE(large.ok()) << "the builder starts anew";
 }
 
-TEST(BSONObj, JsonOfBytesThatAreNotUtf8IsStillGiven) {
+TEST(BSONObj, JsonOfWhatTheLibraryRefusesIsStillGiven) {
     BSONObjBuilder builder;
     builder.append("name", "\xC6\xBD\xB0\xB2").append("code", "000001");
     const std::string json = builder.obj().toJson();
@@ -148,6 +148,10 @@ TEST(BSONObj, JsonOfBytesThatAreNotUtf8IsStillGiven) {
     const BSONObj read = BSONObj::fromBytes(foreign.data(), foreign.size());
     EXPECT_EQ(read.fieldNames().size(), 3U);
     EXPECT_NE(read.toJson().find("$symbol"), std::string::npos) << read.toJson();
+
+    // Bytes of the oldest kind that repeat another length than theirs.
+    const std::string old("\x12\0\0\0\x05o\0\5\0\0\0\2\x09\0\0\0x", 17);
+    EXPECT_NE(BSONObj::fromBytes((old + '\0').data(), old.size() + 1).toJson().find("$binary"), std::string::npos);
 }
 
 /// Bytes, no more than a page of them, with a page behind that nobody may touch, so that reading on ends the process.

@@ -219,6 +219,9 @@ TYPED_TEST(Chains, FollowEveryChangeOfTheRecords) {
     expectAll("changed records");
     this->center().initBonds({});
     expectAll("a load of something else");
+    this->center().applyChanges({option("SHO", "2", "SH", "1"), option("SHO", "4", "SH", "1", "20260301")}, {"SHO3"});
+    EXPECT_THAT(this->askedChain("SH", "1"), ElementsAre("SHO4", "SHO2"));
+    expectAll("changes of single records");
     this->center().replaceInstruments({"DCE"}, {future("DCE", "m2", "m", "20260401")});
     EXPECT_THAT(this->askedContracts("m"), ElementsAre("DCEm2"));
     expectAll("replacement");

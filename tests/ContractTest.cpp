@@ -459,9 +459,9 @@ TYPED_TEST(Contract, AReplacedMarketHasWhatTheBatchBringsAndNothingElse) {
     EXPECT_TRUE(center.hasCode("SZ1") && center.hasCode("SZ2")) << "a market that is not named is loaded as ever";
 }
 
-/// A key that is there before and after a replacement answers all the time, and never with a record older than the last
-/// replacement that has ended.
-TYPED_TEST(Contract, AReplacementLeavesNoGapForReaders) {
+/// A key that is there before and after a replacement or a change answers all the time, and never with a record older
+/// than the last one that has ended.
+TYPED_TEST(Contract, NeitherReplacementsNorChangesLeaveAGapForReaders) {
     if (kNamedPlatformOnly && std::is_same_v<TypeParam, ClientKind>) {
         GTEST_SKIP()
             << "no named operation replaces a database in one step: between drop and write records are missing";
@@ -481,7 +481,11 @@ TYPED_TEST(Contract, AReplacementLeavesNoGapForReaders) {
     this->center().replaceInstruments({"SH"}, batch(0));
     std::thread reloads([&] {
         for (int generation = 1; generation <= kReplacements; ++generation) {
-            this->center().replaceInstruments({"SH"}, batch(generation));
+            if (generation % 2 == 0) {
+                this->center().replaceInstruments({"SH"}, batch(generation));
+            } else {
+                this->center().applyChanges(batch(generation), {"SHpassing" + std::to_string(generation - 1)});
+            }
             replaced = generation;
         }
         done = true;

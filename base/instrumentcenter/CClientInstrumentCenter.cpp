@@ -86,32 +86,6 @@ void mergeRaw(const std::set<std::string>& family, const std::vector<std::string
     }
 }
 
-/// Bits 0 and 1 from the Shanghai listing, bits 2 and 3 from the Shenzhen one, where nothing is set yet. The persisted
-/// center's rule; deliberately not the in-memory center's.
-void combineConnectFlags(GroupedSnapshot& datas, const ConnectListings& listings) {
-    static const MarketKey hongKong = marketKey(market::kHongKong);
-    static const MarketKey shanghaiConnect = marketKey(market::kShanghaiConnect);
-    static const MarketKey shenzhenConnect = marketKey(market::kShenzhenConnect);
-    constexpr unsigned kShenzhenShift = 2;
-    for (const auto& [key, flagByMarket] : listings) {
-        const InstrumentPtr& record = datas[hongKong][key];
-        if (record->combinedConnectFlags != 0) {
-            continue;
-        }
-        std::uint32_t combined = 0;
-        for (const auto& [market, flag] : flagByMarket) {
-            if (market == shanghaiConnect) {
-                combined |= static_cast<std::uint32_t>(flag);
-            } else if (market == shenzhenConnect) {
-                combined |= static_cast<std::uint32_t>(flag) << kShenzhenShift;
-            }
-        }
-        if (combined != 0) {  // else the record, which readers may share by now, stays untouched
-            record->combinedConnectFlags = combined;
-        }
-    }
-}
-
 /// A name beside the directory's own that nothing has: what bears it already is not ours to take away, be it a plain
 /// file.
 boost::filesystem::path freeNameBeside(const boost::filesystem::path& directory) {

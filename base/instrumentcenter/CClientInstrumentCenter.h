@@ -21,6 +21,7 @@
 
 namespace mxservice {
 
+class ClientAmendment;
 class ClientState;
 class LoadNotes;
 struct ClientLoad;
@@ -158,6 +159,19 @@ public:
     /// have loads of their own. Not virtual; threads and I/O as in the loads.
     void removeMarkets(const std::vector<std::string>& markets);
 
+    /// Puts single records and removes single keys: a new listing at noon, a correction. Each market's documents change
+    /// in one transaction, then all keys and code sets in one version, then what is derived and stored of futures.
+    /// Lists, predicates and derived catalogues follow as if the markets concerned had been replaced by their listings
+    /// with these changes in them; whether an issue is of today is asked of the upserts alone. An upsert takes its key,
+    /// whatever is there, and of several with one key grouping decides as in initInstruments; a Hong Kong listing
+    /// without combined flags keeps the other connect market's. `removedKeys` are key texts, "HGT" and "SGT" standing
+    /// for "HK"; one that is not filed changes nothing, one that an upsert brings stays. The raw databases, from which
+    /// a later load completes Hong Kong or Shanghai, follow, too. What the store refuses is served from memory, with
+    /// the rest of its market. Funds, bonds and plans have updates of their own. Not virtual; threads and I/O as in the
+    /// loads, one commit a market.
+    void applyChanges(const std::vector<boost::shared_ptr<CInstrumentDetail>>& upserts,
+                      const std::vector<std::string>& removedKeys);
+
     // Contracts, chains and days, of what the markets list; none of them virtual. Of several that all of an order goes
     // by cannot tell apart, the market decides, then the code. Each question reads every document of the markets it
     // concerns, past the record caches.
@@ -261,6 +275,8 @@ protected:
     /// @}
 
 private:
+    friend class ClientAmendment;
+
     /// The records that getInstrument answers for the keys.
     std::vector<boost::shared_ptr<CInstrumentDetail>> recordsOf(const std::vector<uint64>& keys);
     using Grouped = std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>;

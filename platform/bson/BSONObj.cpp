@@ -65,7 +65,18 @@ void replaceInvalidUtf8(char* text, std::size_t size) {
     }
 }
 
-/// Makes every name and text of the checked document at `document` valid UTF-8, in place: no length changes.
+/// Makes bytes of the oldest kind, which repeat their length within, plain ones: the library refuses those that repeat
+/// another, and the whole document with them.
+void makePlain(char* binary) {
+    constexpr std::size_t kKindAt = sizeof(std::int32_t);
+    constexpr char kOldest = 2;
+    if (binary[kKindAt] == kOldest) {
+        binary[kKindAt] = 0;
+    }
+}
+
+/// Makes every name and text of the checked document at `document` valid UTF-8, and old bytes plain, in place: no
+/// length changes.
 void sanitise(char* document, std::size_t size) {
     const auto writable = [&](const char* at) { return document + (at - document); };
     ElementCursor cursor(document, size);
@@ -79,6 +90,9 @@ void sanitise(char* document, std::size_t size) {
                 break;
             case ElementType::Regex:  // two texts, each with its NUL
                 replaceInvalidUtf8(writable(element.value), element.valueSize);
+                break;
+            case ElementType::Binary:
+                makePlain(writable(element.value));
                 break;
             case ElementType::Document:
             case ElementType::Array:
@@ -205,7 +219,8 @@ std::vector<std::string> BSONObj::fieldNames() const {
 std::string BSONObj::toJson() const {
     std::string json = jsonOf(data_, static_cast<std::size_t>(size_));
     if (json.empty()) {
-        // The library refuses texts that are not UTF-8; an operator who looks at such a record wants to see the rest.
+        // The library refuses texts that are not UTF-8, and some old bytes; an operator who looks at such a record
+        // wants to see the rest.
         std::string copy(data_, static_cast<std::size_t>(size_));
         sanitise(copy.data(), copy.size());
         json = jsonOf(copy.data(), copy.size());

@@ -15,6 +15,7 @@ enum class ElementType : std::uint8_t {
     Text = 0x02,
     Document = 0x03,
     Array = 0x04,
+    Binary = 0x05,  // its length, its kind in one byte, then the bytes
     Bool = 0x08,
     Regex = 0x0B,
     Code = 0x0D,    // laid out as a text

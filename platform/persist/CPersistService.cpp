@@ -325,6 +325,17 @@ bool CPersistService::replaceDocuments(const std::string& db, const StoreBatch& 
     });
 }
 
+bool CPersistService::changeDocuments(const std::string& db, const StoreBatch& documents,
+                                      const std::vector<std::string>& removed) {
+    return state_->run("write", db, State::Access::Write, [&](StoreDatabase& database) {
+        StoreStatus status = checkKeys(documents);
+        if (!std::all_of(removed.begin(), removed.end(), isSafeKey)) {
+            status = StoreStatus::failure(kBadKey);
+        }
+        return status.ok() ? stillThere(database, database.put(CheckedBatch(documents), false, removed)) : status;
+    });
+}
+
 // Reads ask for keys as they come. What cannot be a key has no document, which is nothing to log; the engine would call
 // it a failure.
 bool CPersistService::visitData(const std::string& db, const std::string& key, const Visitor& visit) {

@@ -64,6 +64,9 @@ public:
     /// after a crash, finds what was there before or these, all of them.
     bool replaceDocuments(const std::string& db, const StoreBatch& documents);
 
+    /// Removes the documents of the keys `removed`, which need not be there, and stores these, in one transaction.
+    bool changeDocuments(const std::string& db, const StoreBatch& documents, const std::vector<std::string>& removed);
+
     /// Given the key and the bytes of a document, which are valid only during the call and not yet checked; answers
     /// whether to go on. Must not call the service again.
     using Visitor = std::function<bool(std::string_view key, std::string_view bytes)>;

@@ -32,6 +32,11 @@ bool DocumentStore::replace(const std::string& db, const StoreBatch& documents) 
     return service().replaceDocuments(db, documents);  // one transaction: a crash leaves the old ones or the new
 }
 
+bool DocumentStore::change(const std::string& db, const StoreBatch& documents,
+                           const std::vector<std::string>& removed) const {
+    return service().changeDocuments(db, documents, removed);
+}
+
 bool DocumentStore::replaceFields(const std::string& db, const std::vector<StoreField>& fields) const {
     return service().replaceHashDatas(db, fields);
 }

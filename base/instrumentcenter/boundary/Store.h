@@ -112,6 +112,8 @@ public:
     bool write(const std::string& db, const StoreBatch& documents) const;
     /// Puts documents in the place of all that are there.
     bool replace(const std::string& db, const StoreBatch& documents) const;
+    /// Removes the documents of these keys, which need not be there, and puts others.
+    bool change(const std::string& db, const StoreBatch& documents, const std::vector<std::string>& removed) const;
     /// Replaces what is beneath each of the fields.
     bool replaceFields(const std::string& db, const std::vector<StoreField>& fields) const;
     /// Removes every document.

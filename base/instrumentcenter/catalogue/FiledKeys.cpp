@@ -1,6 +1,7 @@
 #include "base/instrumentcenter/catalogue/FiledKeys.h"
 
 #include <cstddef>
+#include <utility>
 
 namespace mxservice {
 
@@ -9,7 +10,7 @@ const KeySet* FiledKeys::keysOf(MarketKey market) const {
     return found == sets_.end() ? nullptr : found->second.get();
 }
 
-void FiledKeys::file(const Sets& sets) {
+void FiledKeys::index(const Sets& sets) {
     std::size_t count = 0;
     for (const auto& [market, keys] : sets) {
         count += keys->size();
@@ -21,6 +22,10 @@ void FiledKeys::file(const Sets& sets) {
             }
         }
     });
+}
+
+void FiledKeys::file(const Sets& sets) {
+    index(sets);
     // The index above was not asked to forget: keys that a new set lacks still answer who holds them from before.
     for (const auto& [market, keys] : sets) {
         sets_[market] = keys;
@@ -63,6 +68,35 @@ std::map<MarketKey, KeySet> FiledKeys::unfileRest(const KeySet& markets) {
         marketByKey_.erase(rest);  // all at once: a table that is too large for few changes is copied whole each time
     }
     return restByMarket;
+}
+
+void FiledKeys::amend(const Sets& added, const std::map<MarketKey, KeySet>& gone) {
+    std::map<MarketKey, KeySet> listed;  // the sets of other versions are not to be changed
+    const auto listOf = [&](MarketKey market) -> KeySet& {
+        const auto [place, fresh] = listed.try_emplace(market);
+        if (const KeySet* const keys = fresh ? keysOf(market) : nullptr) {
+            place->second = *keys;
+        }
+        return place->second;
+    };
+    KeySet unfiled;
+    for (const auto& [market, keys] : gone) {
+        KeySet& list = listOf(market);
+        for (const StockKey key : keys) {
+            list.erase(key);
+        }
+        unfiled.insert(keys.begin(), keys.end());
+    }
+    for (const auto& [market, keys] : added) {
+        listOf(market).insert(keys->begin(), keys->end());
+    }
+    if (!unfiled.empty()) {
+        marketByKey_.erase(unfiled);
+    }
+    index(added);
+    for (auto& [market, keys] : listed) {
+        sets_[market] = std::make_shared<const KeySet>(std::move(keys));
+    }
 }
 
 std::vector<IndexSize> FiledKeys::sizes() const {

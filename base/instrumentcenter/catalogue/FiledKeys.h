@@ -36,10 +36,16 @@ public:
     /// earlier filings have left. Walks the whole index once. Returns those keys by market.
     std::map<MarketKey, KeySet> unfileRest(const KeySet& markets);
 
+    /// Files the keys of `added` beside what their markets list, and unfiles those of `gone`, each of them of the
+    /// market that it names.
+    void amend(const Sets& added, const std::map<MarketKey, KeySet>& gone);
+
     /// Both tables with their sizes.
     std::vector<IndexSize> sizes() const;
 
 private:
+    void index(const Sets& sets);
+
     LayeredIndex<MarketKey> marketByKey_;
     Sets sets_;
 };

@@ -70,6 +70,10 @@ std::map<std::string, std::vector<InstrumentPtr>> deriveProductContracts(const G
     return contractsByProduct;
 }
 
+bool isDceSpread(const CInstrumentDetail& record) {
+    return std::string_view(record.code).substr(0, kCrossPeriodPrefix.size()) == kCrossPeriodPrefix;
+}
+
 std::optional<DceSpreads> deriveDceSpreads(const GroupedSnapshot& grouped) {
     static const MarketKey dalian = marketKey(market::kDalian);
     const auto found = grouped.find(dalian);

@@ -34,6 +34,9 @@ struct DceSpreads {
     SpreadPairs crossPeriod;   // "SP a2101&a2105"
 };
 
+/// Whether the code of a record of "DCE" may be that of a spread.
+bool isDceSpread(const CInstrumentDetail& record);
+
 /// The spread contracts of "DCE"; nothing when the snapshot has no such market. Codes of another form are passed over.
 std::optional<DceSpreads> deriveDceSpreads(const GroupedSnapshot& grouped);
 

@@ -16,6 +16,7 @@ namespace {
 constexpr std::uint32_t kShanghaiConnectOnly = 1;
 constexpr std::uint32_t kShenzhenConnectOnly = 3;
 constexpr std::uint32_t kBothConnects = 5;
+constexpr unsigned kShenzhenShift = 2;  // the persisted center's flags
 
 /// How a record stands against another one of the same key.
 enum class Precedence {
@@ -221,6 +222,52 @@ void markConnectEligibility(GroupedSnapshot& grouped, const ConnectListings& lis
             flags = flagByMarket.begin()->first == shanghaiConnect ? kShanghaiConnectOnly : kShenzhenConnectOnly;
         }
     }
+}
+
+std::map<std::uint64_t, std::int32_t> listingsMarked(std::uint32_t combinedFlags) {
+    std::map<std::uint64_t, std::int32_t> listings;
+    if (combinedFlags == kShanghaiConnectOnly || combinedFlags == kBothConnects) {
+        listings[marketKey(market::kShanghaiConnect)] = 0;  // this rule does not look at the value
+    }
+    if (combinedFlags == kShenzhenConnectOnly || combinedFlags == kBothConnects) {
+        listings[marketKey(market::kShenzhenConnect)] = 0;
+    }
+    return listings;
+}
+
+void combineConnectFlags(GroupedSnapshot& grouped, const ConnectListings& listings) {
+    static const MarketKey hongKong = marketKey(market::kHongKong);
+    static const MarketKey shanghaiConnect = marketKey(market::kShanghaiConnect);
+    static const MarketKey shenzhenConnect = marketKey(market::kShenzhenConnect);
+    for (const auto& [key, flagByMarket] : listings) {
+        const InstrumentPtr& record = grouped[hongKong][key];
+        if (record->combinedConnectFlags != 0) {
+            continue;
+        }
+        std::uint32_t combined = 0;
+        for (const auto& [market, flag] : flagByMarket) {
+            if (market == shanghaiConnect) {
+                combined |= static_cast<std::uint32_t>(flag);
+            } else if (market == shenzhenConnect) {
+                combined |= static_cast<std::uint32_t>(flag) << kShenzhenShift;
+            }
+        }
+        if (combined != 0) {  // else the record, which readers may share by now, stays untouched
+            record->combinedConnectFlags = combined;
+        }
+    }
+}
+
+std::map<std::uint64_t, std::int32_t> listingsCombined(std::uint32_t combinedFlags) {
+    constexpr std::uint32_t kShanghaiBits = (1U << kShenzhenShift) - 1;
+    std::map<std::uint64_t, std::int32_t> listings;
+    if ((combinedFlags & kShanghaiBits) != 0) {
+        listings[marketKey(market::kShanghaiConnect)] = static_cast<std::int32_t>(combinedFlags & kShanghaiBits);
+    }
+    if ((combinedFlags >> kShenzhenShift) != 0) {
+        listings[marketKey(market::kShenzhenConnect)] = static_cast<std::int32_t>(combinedFlags >> kShenzhenShift);
+    }
+    return listings;
 }
 
 }  // namespace mxservice

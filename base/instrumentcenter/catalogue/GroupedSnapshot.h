@@ -53,5 +53,13 @@ ReceivedByMarket groupConnectRecords(const std::vector<InstrumentPtr>& records, 
 /// Sets the combined connect flags of listed Hong Kong records where they are still 0: 5 for a code listed by both
 /// connect markets, 1 for "HGT" alone, 3 for "SGT" alone. The in-memory center's rule.
 void markConnectEligibility(GroupedSnapshot& grouped, const ConnectListings& listings);
+/// What such flags say: the connect markets that list the code.
+std::map<std::uint64_t, std::int32_t> listingsMarked(std::uint32_t combinedFlags);
+
+/// The persisted center's rule, deliberately another one: bits 0 and 1 from the Shanghai listing's flag value, bits 2
+/// and 3 from the Shenzhen one's, where nothing is set yet.
+void combineConnectFlags(GroupedSnapshot& grouped, const ConnectListings& listings);
+/// What such flags say: the flag values of the listings.
+std::map<std::uint64_t, std::int32_t> listingsCombined(std::uint32_t combinedFlags);
 
 }  // namespace mxservice

@@ -50,6 +50,16 @@ bool DocumentStore::replace(const std::string& db, const StoreBatch& documents) 
     return service().writeDatas(db, batch.keys, batch.values, false);
 }
 
+bool DocumentStore::change(const std::string& db, const StoreBatch& documents,
+                           const std::vector<std::string>& removed) const {
+    // What is new first: a crash from there on leaves a document too many, which the next load takes away.
+    bool all = write(db, documents);
+    for (const std::string& key : removed) {
+        all = service().removeData(db, key) && all;
+    }
+    return all;
+}
+
 bool DocumentStore::replaceFields(const std::string& db, const std::vector<StoreField>& fields) const {
     // Field by field: one that fails keeps no other out, and a crash leaves the one it meets without documents.
     bool all = true;

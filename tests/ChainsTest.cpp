@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <map>
 #include <set>
 #include <thread>
 #include <tuple>
@@ -248,6 +249,27 @@ TEST_F(ServerChains, OfAViewAreOfItsMoment) {
     EXPECT_THAT(keysOf(center().getOptionChain("SH", "1")), ElementsAre("SHO2"));
     EXPECT_THAT(keysOf(before.getOptionChain("SH", "1")), ElementsAre("SHO1"));
     EXPECT_THAT(keysOf(before.getExpiring("20260401")), ElementsAre("SHO1"));
+}
+
+TEST_F(ServerChains, TakeMemoryOnceTheyAreAskedFor) {
+    load({"SHO"}, {option("SHO", "1", "SH", "1"), option("SHO", "2", "SH", "2")});
+    const auto indexes = [this] {
+        std::map<std::string, std::uint64_t> keys;
+        for (const IndexSize& size : center().statistics().indexes) {
+            keys[size.name] = size.keys;
+        }
+        return keys;
+    };
+    const auto before = indexes();
+    center().getOptionChain("SH", "1");
+    center().getExpiring("");
+    auto expected = before;
+    expected.insert({{"contracts by product", 0}, {"options by underlying", 2}, {"records by expiry", 1}});
+    EXPECT_EQ(indexes(), expected);
+    center().initTenderBondInfos({});
+    EXPECT_EQ(indexes(), expected) << "nothing that they are made of has changed";
+    load({"SZ"}, {instrument("SZ", "1")});
+    EXPECT_EQ(indexes().count("options by underlying"), 0U);
 }
 
 TEST_F(ServerChains, AreTheSameForAllWhoAskFirst) {

@@ -177,8 +177,7 @@ public:
     // concerns, past the record caches.
 
     /// The futures of a product, of whichever of the six exchanges, by expiry, then code; options on them are none.
-    /// Empty for an unknown or empty product. Reads the six
-    /// exchanges.
+    /// Empty for an unknown or empty product. Reads the six exchanges.
     std::vector<boost::shared_ptr<CInstrumentDetail>> getContracts(const std::string& productId) const;
     /// The options on an underlying, by expiry, strike price, then calls before puts: of "SH" and "SZ" those of their
     /// option markets and of "CFFEX", of a futures exchange or "WP" its own, so the options on a future are the chain
@@ -188,8 +187,8 @@ public:
     std::vector<boost::shared_ptr<CInstrumentDetail>> getOptionChain(const std::string& underlyingMarket,
                                                                      const std::string& underlyingCode) const;
     /// What has that day for its listing date, of all markets, by market, then code; "HGT" and "SGT" count as "HK", and
-    /// what they and "HK" list is one record. The text is compared as it stands. Empty for an empty day. Reads
-    /// every market there is.
+    /// what they and "HK" list is one record. The text is compared as it stands. Empty for an empty day. Reads every
+    /// market there is.
     std::vector<boost::shared_ptr<CInstrumentDetail>> getListed(const std::string& day) const;
     /// The same by expiry: options, futures and bonds that end on that day.
     std::vector<boost::shared_ptr<CInstrumentDetail>> getExpiring(const std::string& day) const;

@@ -84,7 +84,8 @@ struct CenterStatistics {
     std::vector<MarketLoad> markets;         ///< every market loaded so far, in the order of the names
     std::vector<FailedWrites> failedWrites;  ///< in the order of the names; empty in the in-memory center
     std::vector<CacheUse> caches;            ///< empty in the in-memory center
-    std::vector<IndexSize> indexes;          ///< every table that grows with the catalogue
+    /// Every table that grows with the catalogue; those that are made when they are asked for once that was done.
+    std::vector<IndexSize> indexes;
 };
 
 }  // namespace mxservice

@@ -31,6 +31,9 @@ constexpr const char* kOneRecord = "load of one record";
 constexpr const char* kMarketMap = "market as map, per record";
 constexpr const char* kMarketList = "market as list, per record";
 constexpr const char* kLoad = "load, per record";
+constexpr const char* kChain = "option chain";
+constexpr const char* kContracts = "contracts of a product";
+constexpr const char* kExpiring = "what expires on a day";
 
 /// How much is asked of a day: everything, or only what is drawn as a curve over the sizes of days.
 enum class Extent { Whole, Curve };
@@ -49,5 +52,8 @@ void addLoads(Suite& suite, Workload& workload, Extent extent);
 /// Adds what the derived catalogues take of a load: all of them together and, with `each`, one by one. `workload` must
 /// outlive the suite's run.
 void addDerivations(Suite& suite, Workload& workload, bool each);
+
+/// Adds contracts, chains and days, and the first such question after a load. `workload` must outlive the suite's run.
+void addChains(Suite& suite, Workload& workload);
 
 }  // namespace bench

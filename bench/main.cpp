@@ -213,6 +213,7 @@ void measure(std::size_t size, Extent extent, bool quick, Measurements& measured
     if (extent == Extent::Whole) {
         addMarketLists(suite, *workload);
         addDerivations(suite, *workload, !quick);
+        addChains(suite, *workload);
     }
     tell(size, "lookups and loads");
     runSuite(suite, measured);

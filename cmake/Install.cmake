@@ -18,6 +18,7 @@ set(PM_PUBLIC_HEADERS
   platform/bson/BSONObj.h
   platform/net/RPCEngine.h
   platform/persist/CPersistService.h
+  platform/persist/RootStatus.h
   platform/persist/StoreEngine.h
   platform/record/IData.h
   platform/record/RecordHelpers.h

@@ -313,11 +313,14 @@ TEST_F(MemoryInTheService, AtAnyRequest) {
                 if (at % 2 == 0) {
                     service().setRootPath(store_.path());  // so that it is opened, too
                 }
+                service().initDb("no/name", false);
+                const std::string before = persist::CPersistService::lastFailure();
                 faulty::failAt(faulty::Kind::Memory, at, forever, ENOMEM);
                 {
                     const faulty::MemoryScope scope;
                     EXPECT_NO_THROW(operation.call());
                 }
+                EXPECT_NE(persist::CPersistService::lastFailure(), before);
                 hit = faulty::stopFailing();
                 EXPECT_TRUE(hit || at > 0) << "nothing has failed";
                 expectWhole(operation);

@@ -6,6 +6,7 @@
 #include <random>
 #include <set>
 
+#include "base/instrumentcenter/catalogue/DroppedRecords.h"
 #include "base/instrumentcenter/catalogue/FuturesTables.h"
 #include "base/instrumentcenter/catalogue/StockCodes.h"
 #include "platform/utils/Utils.h"
@@ -18,6 +19,11 @@ InstrumentPtr instrument(const std::string& market, const std::string& code) {
     record->market = market;
     record->code = code;
     return record;
+}
+
+void groupRecords(const std::vector<InstrumentPtr>& records, GroupedSnapshot& grouped, ConnectListings& listings) {
+    DroppedList unheard;
+    mxservice::groupRecords(records, grouped, listings, unheard);
 }
 
 /// The rules as they read, one record after the other.

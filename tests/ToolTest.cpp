@@ -253,7 +253,7 @@ TEST_F(ToolTest, SummaryTellsWhatAReloadReplacedAndRemoved) {
     other->code = "600009";
     inscenter::load(*center, snapshot, console);
     inscenter::Snapshot next;
-    next.instruments = {snapshot.instruments.front(), other};
+    next.instruments = {snapshot.instruments.front(), other, other};
     inscenter::load(*center, next, console);
     {
         const inscenter::Day day;
@@ -261,9 +261,10 @@ TEST_F(ToolTest, SummaryTellsWhatAReloadReplacedAndRemoved) {
         inscenter::Session session{*center, inscenter::CenterKind::Client, day, output, console};
         inscenter::showSummary(session, {});
     }
-    for (const char* const line : {"received,2", "stored,2", "replaced,1", "removed,2", "outranked,0"}) {
+    for (const char* const line : {"received,3", "stored,2", "replaced,1", "removed,2", "outranked,1"}) {
         EXPECT_THAT(out.str(), HasSubstr(std::string("\nload,SH,") + line + "\r\n"));
     }
+    EXPECT_THAT(out.str(), HasSubstr("\ndropped,SH600009,reason,a later record has the same key\r\n"));
 }
 
 TEST_F(ToolTest, HongKongAloneIsAnOrdinaryMarket) {

@@ -60,8 +60,7 @@ void restoreRaw(const std::string& market, std::vector<InstrumentPtr>& extra) {
 void saveRaw(const std::string& market, const MarketRecords& records, Guarded<LoadLedger>& loads) {
     const DocumentBatch batch(records);
     const std::string db = DBBuilder::buildRawDbName(market);
-    store().open(db);
-    if (!store().write(db, batch)) {
+    if (!store().open(db) || !store().write(db, batch)) {
         const std::string reason = store().lastFailure();
         loads.write()->noteFailedWrite(db, reason);
     }
@@ -157,7 +156,7 @@ void CClientInstrumentCenter::replaceInstruments(const std::vector<std::string>&
 
 void CClientInstrumentCenter::takeIn(const std::vector<std::string>& markets,
                                      const std::vector<InstrumentPtr>& instruments, ClientLoad& load) {
-    LoadReport report = reportOn(instruments);
+    LoadReport report = reportOn(instruments, load.notes.dropped());
     if (load.replaced.empty()) {
         forgetMarkets(markets, load);
     }
@@ -257,7 +256,7 @@ void CClientInstrumentCenter::doProcessInstrument(
 void CClientInstrumentCenter::group(const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
                                     std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& datas,
                                     std::map<uint64, std::map<uint64, std::int32_t>>& flags, LoadNotes& notes) {
-    notes.receive(groupRecords(instruments, datas, flags));
+    notes.receive(groupRecords(instruments, datas, flags, notes.dropped()));
     // Noted in one step for the whole batch: a step each would stop every thread of the process for a moment, thousands
     // of times a load.
     std::map<std::string, std::string> platformCodes;

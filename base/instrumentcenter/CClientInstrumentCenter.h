@@ -183,6 +183,30 @@ public:
     /// virtual; safe from any thread.
     Subscription subscribe(std::function<void(const CatalogueChange&)> handler, Executor executor = {});
 
+    // Contracts, chains and days, of what the markets list; none of them virtual. Of several that all of an order goes
+    // by cannot tell apart, the market decides, then the code. Each question reads every document of the markets it
+    // concerns, past the record caches.
+
+    /// The futures of a product, of whichever of the six exchanges, by expiry, then code; options on them are none.
+    /// Empty for an unknown or empty product. Reads the six exchanges.
+    std::vector<boost::shared_ptr<CInstrumentDetail>> getContracts(const std::string& productId) const;
+    /// The options on an underlying, by expiry, strike price, then calls before puts: of "SH" and "SZ" those of their
+    /// option markets and of "CFFEX", of a futures exchange or "WP" its own, so the options on a future are the chain
+    /// of its market and code. An option that names no market has an underlying on its own exchange, one of "SHO" on
+    /// "SH"; a stock option that names no code either has it in the parentheses of its product. Empty where there are
+    /// none. Reads the markets that may list some.
+    std::vector<boost::shared_ptr<CInstrumentDetail>> getOptionChain(const std::string& underlyingMarket,
+                                                                     const std::string& underlyingCode) const;
+    /// What has that day for its listing date, of all markets, by market, then code; "HGT" and "SGT" count as "HK", and
+    /// what they and "HK" list is one record. The text is compared as it stands. Empty for an empty day. Reads every
+    /// market there is.
+    std::vector<boost::shared_ptr<CInstrumentDetail>> getListed(const std::string& day) const;
+    /// The same by expiry: options, futures and bonds that end on that day.
+    std::vector<boost::shared_ptr<CInstrumentDetail>> getExpiring(const std::string& day) const;
+    /// The instruments that are one bond, by its interbank code: of "BANK", "SH" and "SZ", in this order, those that
+    /// are there. Empty for an unknown bond. I/O as getBond and getInstrument.
+    std::vector<boost::shared_ptr<CInstrumentDetail>> getBondListings(const std::string& bondCode);
+
     /// The records of `count` stock keys into `out`, which has as many places; a miss leaves an empty pointer there.
     /// Answers how many were found. I/O as getInstrument.
     std::size_t resolve(const uint64* keys, std::size_t count, boost::shared_ptr<CInstrumentDetail>* out);

@@ -144,11 +144,9 @@ void ClientAmendment::amendRaw() const {
             continue;
         }
         const std::string db = DBBuilder::buildRawDbName(name);
-        if (!records.empty()) {
-            store().open(db);
-        }
+        const bool isOpen = records.empty() || store().open(db);
         // Where there is nothing to remove from, none of it is there: only what was to be put is missed.
-        if (!store().change(db, DocumentBatch(records), removed) && !records.empty()) {
+        if (!(isOpen && store().change(db, DocumentBatch(records), removed)) && !records.empty()) {
             const std::string reason = store().lastFailure();
             client_.loads.write()->noteFailedWrite(db, reason);
         }
@@ -221,8 +219,11 @@ MarketRecords ClientAmendment::wholeOf(MarketKey market, const MarketChange& cha
     }
     if (!known.unwrittenIsNewest && !known.db.empty() && !known.isDropped) {
         std::vector<StockKey> keys;
-        const auto records = readRecords<CInstrumentDetail>(
-            known.db, recordOf<CInstrumentDetail>, [&](std::string_view key) { keys.push_back(documentKey(key)); });
+        const auto records = readRecords<CInstrumentDetail>(known.db, recordOf<CInstrumentDetail>,
+                                                            [&](std::string_view key, const auto& /*record*/) {
+                                                                keys.push_back(documentKey(key));
+                                                                return true;
+                                                            });
         for (std::size_t i = 0; i < records.size(); ++i) {
             whole[keys[i]] = records[i];
         }

@@ -37,7 +37,6 @@ void CClientInstrumentCenter::initEtfs(const std::vector<boost::shared_ptr<CETFD
 
 void CClientInstrumentCenter::doInitEtfs(const std::vector<boost::shared_ptr<CETFDetail>>& etfs) {
     const std::string db = DBBuilder::buildDbName(kAllEtfs);
-    store().open(db);
     std::map<std::uint64_t, boost::shared_ptr<CETFDetail>> etfByKey;
     GroupedSnapshot grouped;
     MarketRecords& instruments = grouped[marketKey(kEtfInstruments)];

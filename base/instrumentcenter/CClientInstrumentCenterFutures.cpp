@@ -44,13 +44,14 @@ void CClientInstrumentCenter::createFutureMainDatas(
         }
         fields.push_back({std::to_string(market), &batches.emplace_back(records)});
     }
-    store().open(db);
+    const bool isOpen = store().open(db);
+    const auto save = [&](const std::vector<StoreField>& some) { return isOpen && store().replaceFields(db, some); };
     // All in one step; where that fails, market by market, so that one cannot keep the others out.
-    const bool allSaved = fields.empty() || store().replaceFields(db, fields);
+    const bool allSaved = fields.empty() || save(fields);
     std::set<MarketKey> unwritten;
     auto field = fields.begin();
     for (const auto& [market, mains] : mainsByMarket) {
-        if (!allSaved && !store().replaceFields(db, {*field})) {
+        if (!allSaved && !save({*field})) {
             const std::string reason = store().lastFailure();
             PM_CENTER_LOG(kLogError, kClientSource, formatted(kSaveFailed, kFutureMains));
             client_->loads.write()->noteFailedWrite(db, reason);

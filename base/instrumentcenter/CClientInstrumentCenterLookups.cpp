@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "base/instrumentcenter/CClientInstrumentCenter.h"
+#include "base/instrumentcenter/ClientMarkets.h"
 #include "base/instrumentcenter/ClientState.h"
 #include "base/instrumentcenter/boundary/Platform.h"
 #include "base/instrumentcenter/catalogue/InstrumentMap.h"
@@ -185,27 +186,7 @@ void CClientInstrumentCenter::addMarket(const ClientVersion& version, uint64 mar
         }
         return;
     }
-    // Of what was unwritten on a former day only keys that today's listing has and its database lost: a document is
-    // newer.
-    MarketRecords lost = market.unwritten ? *market.unwritten : MarketRecords();
-    std::erase_if(lost, [&](const auto& entry) {
-        const MarketKey* const filed = version.keys.marketOf(entry.first);
-        return !entry.second || filed == nullptr || *filed != marketHash;
-    });
-    if (!market.isDropped) {
-        const auto found = [&](std::string_view keyText) {
-            if (!lost.empty()) {
-                lost.erase(documentKey(keyText));
-            }
-        };
-        addByKeyText(readRecords<CInstrumentDetail>(market.db, recordOf<CInstrumentDetail>, found), out);
-    }
-    std::vector<InstrumentPtr> rest;
-    rest.reserve(lost.size());
-    for (const auto& [key, record] : lost) {
-        rest.push_back(record);
-    }
-    addByKeyText(rest, out);
+    addByKeyText(writtenRecords(version, marketHash, [](const InstrumentPtr& /*record*/) { return true; }), out);
 }
 
 void CClientInstrumentCenter::addMarkets(const std::list<std::string>& markets, const char* failure,

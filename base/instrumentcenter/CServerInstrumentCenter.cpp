@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <map>
 #include <mutex>
@@ -27,11 +26,16 @@ bool isConnectSnapshot(const std::vector<std::string>& markets) {
     return markets.size() == 1 && (isConnectMarket(markets.front()) || markets.front() == market::kHongKong);
 }
 
-/// The records of a connect snapshot that the connect build leaves out.
-std::uint64_t countForeign(const std::vector<InstrumentPtr>& snapshot) {
-    return static_cast<std::uint64_t>(std::count_if(snapshot.begin(), snapshot.end(), [](const InstrumentPtr& record) {
-        return record && foldedMarket(record->market) != market::kHongKong;
-    }));
+/// How many records of a connect snapshot the connect build leaves out.
+std::uint64_t countForeign(const std::vector<InstrumentPtr>& snapshot, DroppedList& dropped) {
+    std::uint64_t foreign = 0;
+    for (const InstrumentPtr& record : snapshot) {
+        if (record && foldedMarket(record->market) != market::kHongKong) {
+            dropped.add(*record, kForeignRecord);
+            ++foreign;
+        }
+    }
+    return foreign;
 }
 
 }  // namespace
@@ -150,8 +154,8 @@ void CServerInstrumentCenter::load(const std::vector<std::string>& markets,
                                    const std::vector<InstrumentPtr>& instruments, Others others) {
     const Subscribers::HoldBack telling(state().subscribers);  // until the load is noted and no lock is held
     const Stopwatch watch;
-    LoadReport report = reportOn(instruments);
     LoadNotes notes;
+    LoadReport report = reportOn(instruments, notes.dropped());
     const auto finish = [&] {
         report.time = watch.elapsed();
         state().loads.write()->finish(std::move(report), notes);
@@ -172,7 +176,7 @@ void CServerInstrumentCenter::loadConnectSnapshot(const std::string& market,
                                                   LoadReport& report, LoadNotes& notes) {
     auto& snapshots = state().connectSnapshots;
     snapshots[market] = instruments;
-    report.foreign = countForeign(instruments);
+    report.foreign = countForeign(instruments, notes.dropped());
     // Hong Kong's own listing is not waited for: one connect market alone says of no code whether both list it, but
     // without "HK" all that is missing are codes that neither lists.
     if (snapshots.count(market::kShanghaiConnect) != 0 && snapshots.count(market::kShenzhenConnect) != 0) {
@@ -190,7 +194,7 @@ std::vector<LoadStep> CServerInstrumentCenter::loadMarkets(const std::vector<std
         GroupedSnapshot grouped;
         ConnectListings listings;
         ServerChange change;
-        notes.receive(groupRecords(instruments, grouped, listings));
+        notes.receive(groupRecords(instruments, grouped, listings, notes.dropped()));
         markConnectEligibility(grouped, listings);
         file(grouped, change);
         if (others == Others::Drop) {
@@ -232,7 +236,7 @@ void CServerInstrumentCenter::buildConnect(Others others, LoadNotes& notes) {
         const std::lock_guard guard(state().connectLock);
         ConnectListings listings;
         for (const char* const name : {market::kShanghaiConnect, market::kShenzhenConnect, market::kHongKong}) {
-            notes.receive(groupConnectRecords(state().connectSnapshots[name], grouped, listings));
+            notes.receive(groupConnectRecords(state().connectSnapshots[name], grouped, listings, notes.dropped()));
         }
         markConnectEligibility(grouped, listings);
     }

@@ -173,6 +173,29 @@ public:
     /// long as the load itself, so an executor keeps it off the loading thread. Not virtual; safe from any thread.
     Subscription subscribe(std::function<void(const CatalogueChange&)> handler, Executor executor = {});
 
+    // Contracts, chains and days, of what the markets list; none of them virtual. Of several that all of an order goes
+    // by cannot tell apart, the market decides, then the code. The first question after a change of records makes a
+    // table of them, in milliseconds; who asks meanwhile makes one, too, and nobody waits. No I/O.
+
+    /// The futures of a product, of whichever of the six exchanges, by expiry, then code; options on them are none.
+    /// Empty for an unknown or empty product.
+    std::vector<boost::shared_ptr<CInstrumentDetail>> getContracts(const std::string& productId) const;
+    /// The options on an underlying, by expiry, strike price, then calls before puts: of "SH" and "SZ" those of their
+    /// option markets and of "CFFEX", of a futures exchange or "WP" its own, so the options on a future are the chain
+    /// of its market and code. An option that names no market has an underlying on its own exchange, one of "SHO" on
+    /// "SH"; a stock option that names no code either has it in the parentheses of its product. Empty where there are
+    /// none.
+    std::vector<boost::shared_ptr<CInstrumentDetail>> getOptionChain(const std::string& underlyingMarket,
+                                                                     const std::string& underlyingCode) const;
+    /// What has that day for its listing date, of all markets, by market, then code; "HGT" and "SGT" count as "HK", and
+    /// what they and "HK" list is one record. The text is compared as it stands. Empty for an empty day.
+    std::vector<boost::shared_ptr<CInstrumentDetail>> getListed(const std::string& day) const;
+    /// The same by expiry: options, futures and bonds that end on that day.
+    std::vector<boost::shared_ptr<CInstrumentDetail>> getExpiring(const std::string& day) const;
+    /// The instruments that are one bond, by its interbank code: of "BANK", "SH" and "SZ", in this order, those that
+    /// are there. Empty for an unknown bond.
+    std::vector<boost::shared_ptr<CInstrumentDetail>> getBondListings(const std::string& bondCode) const;
+
     /// The catalogue of this moment, for questions that belong together and for records without a reference count.
     /// Cheap; see InstrumentView.
     InstrumentView view() const;

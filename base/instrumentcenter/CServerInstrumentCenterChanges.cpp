@@ -112,7 +112,8 @@ void CServerInstrumentCenter::applyChanges(const std::vector<boost::shared_ptr<C
                   fmt::format("[inscenter] apply changes: [{0}] records, [{1}] keys removed", upserts.size(),
                               removedKeys.size()));
     Amendment amendment;
-    groupRecords(upserts, amendment.upserts, amendment.listings);
+    DroppedList unheard;  // no load, so none to report on
+    groupRecords(upserts, amendment.upserts, amendment.listings, unheard);
     setRemoved(removedKeys, amendment);
     const Subscribers::HoldBack telling(state().subscribers);  // until the lock is dropped
     // Through both steps: a connect build in between would file what is removed, from parts that have it still.

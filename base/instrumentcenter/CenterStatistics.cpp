@@ -35,6 +35,20 @@ void addUnwrittenRecords(const ClientVersion& version, std::vector<IndexSize>& s
     }
 }
 
+/// The tables that somebody has asked for since the records changed.
+void addAsked(const AskedTables& asked, std::vector<IndexSize>& sizes) {
+    if (const DerivativeTables* const made = asked.derivatives.made()) {
+        sizes.push_back(sizeOf("contracts by product", made->contractsByProduct));
+        sizes.push_back(sizeOf("options by underlying", made->optionsByUnderlying));
+    }
+    if (const RecordTable* const made = asked.listed.made()) {
+        sizes.push_back(sizeOf("records by listing date", *made));
+    }
+    if (const RecordTable* const made = asked.expiring.made()) {
+        sizes.push_back(sizeOf("records by expiry", *made));
+    }
+}
+
 }  // namespace
 
 CenterStatistics CServerInstrumentCenter::statistics() const {
@@ -56,6 +70,7 @@ CenterStatistics CServerInstrumentCenter::statistics() const {
                                sizeOf("OTC plans", version.plans->byKey),
                                sizeOf("OTC plans by group", version.plans->byGroup),
                                sizeOf("issuances", *version.issuances)});
+    addAsked(*version.asked, sizes);
     return statistics;
 }
 

@@ -30,6 +30,13 @@ struct LoadStep {
     std::chrono::nanoseconds time{};  ///< by the clock on the wall
 };
 
+/// A record that a load of instruments dropped.
+struct DroppedRecord {
+    std::string key;             ///< its key text; empty for an empty pointer, of which only its place is known
+    std::uint64_t position = 0;  ///< of an empty pointer in the batch, counted from 0
+    std::string reason;          ///< why, in words
+};
+
 /// One call of initInstruments. Records that are neither empty, foreign nor waiting stand in their markets' MarketLoad.
 struct LoadReport {
     std::uint64_t number = 0;         ///< counts the calls of this center; 0 before the first
@@ -39,6 +46,9 @@ struct LoadReport {
     std::uint64_t waiting = 0;        ///< kept until both connect markets have arrived; the in-memory center alone
     std::chrono::nanoseconds time{};  ///< the whole call, derived catalogues included
     std::vector<LoadStep> steps;      ///< of that, in their order; empty after a load of one connect market alone
+    /// Eight of those dropped at most: empty pointers, then foreign ones, then those outranked in their markets, among
+    /// them what was restored or had waited.
+    std::vector<DroppedRecord> dropped;
 };
 
 /// A record cache of the persisted center. Counts run from its construction.
@@ -74,7 +84,8 @@ struct CenterStatistics {
     std::vector<MarketLoad> markets;         ///< every market loaded so far, in the order of the names
     std::vector<FailedWrites> failedWrites;  ///< in the order of the names; empty in the in-memory center
     std::vector<CacheUse> caches;            ///< empty in the in-memory center
-    std::vector<IndexSize> indexes;          ///< every table that grows with the catalogue
+    /// Every table that grows with the catalogue; those that are made when they are asked for once that was done.
+    std::vector<IndexSize> indexes;
 };
 
 }  // namespace mxservice

@@ -50,15 +50,18 @@ struct Unwritten {
     std::string reason;
 };
 
-/// Writes the batch of the records, all in one step, in which the database's other documents are kept or dropped.
+/// Opens the database and writes the batch of the records, all in one step, in which its other documents are kept or
+/// dropped.
 /// Nothing when they are stored; else those that are not: the ones that are too large for a document, or all of them,
 /// which may be none, when the write fails.
 template <class Record>
 std::optional<Unwritten<Record>> saveApart(const std::string& db, const DocumentBatch<Record>& batch,
                                            const std::map<std::uint64_t, boost::shared_ptr<Record>>& records,
                                            Others rest) {
+    // Of a database that cannot be opened the write would only say that there is none.
+    const bool isOpen = store().open(db);
     const auto save = [&](const StoreBatch& part) {
-        return rest == Others::Drop ? store().replace(db, part) : store().write(db, part);
+        return isOpen && (rest == Others::Drop ? store().replace(db, part) : store().write(db, part));
     };
     const bool nothingToDo = rest == Others::Keep && records.empty();
     if (nothingToDo || save(batch)) {
@@ -76,8 +79,10 @@ std::optional<Unwritten<Record>> saveApart(const std::string& db, const Document
             fitting.push_back(entry);
         }
     }
-    if (unwritten.records.empty() || !save(PartOfBatch(batch, std::move(fitting)))) {
+    if (unwritten.records.empty()) {
         unwritten.records = records;
+    } else if (!save(PartOfBatch(batch, std::move(fitting)))) {
+        unwritten = {records, store().lastFailure()};
     }
     return unwritten;
 }
@@ -97,7 +102,6 @@ void replaceCatalogue(ClientState& client, const char* name, Others rest,
     std::optional<std::string> failure;
     {
         const DatabaseWriting writing(client, db);
-        store().open(db);
         if (auto unwritten = saveApart(db, batch, records, rest)) {
             failure = std::move(unwritten->reason);
             fresh.unwritten = std::move(unwritten->records);

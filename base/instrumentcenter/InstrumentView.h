@@ -94,6 +94,17 @@ public:
     InstrumentMap getInstruments(EOvTraderType type) const;
     /// @}
 
+    /// @name Contracts, chains and days
+    /// Each as the operation of that name in CServerInstrumentCenter.
+    /// @{
+    std::vector<Instrument> getContracts(const std::string& productId) const;  ///< futures of a product
+    std::vector<Instrument> getOptionChain(const std::string& underlyingMarket,
+                                           const std::string& underlyingCode) const;  ///< options on something
+    std::vector<Instrument> getListed(const std::string& day) const;                  ///< by listing date
+    std::vector<Instrument> getExpiring(const std::string& day) const;                ///< by expiry
+    std::vector<Instrument> getBondListings(const std::string& bondCode) const;       ///< instruments that are a bond
+    /// @}
+
     /// @name Futures
     /// @{
     InstrumentMap getFutureMainInstruments(const std::string& market) const;         ///< main contracts of an exchange

@@ -59,6 +59,8 @@ struct Version : std::enable_shared_from_this<Version> {
     virtual ~Version() = default;
     /// A version to be changed, which shares its tables with this one.
     virtual std::shared_ptr<Version> copy() const = 0;
+    /// Called once it is changed, before it is published: `former` is what it is a copy of.
+    virtual void settle(const Version& /*former*/) {}
 
     std::uint64_t number = 0;  // grows by one with every version
     Part<CodeSets> codeSets;
@@ -113,6 +115,7 @@ struct InterfaceState {
         versions.update([&](const Version& current) {
             std::shared_ptr<Version> fresh = current.copy();
             change(*fresh);
+            fresh->settle(current);
             ++fresh->number;
             if (difference && subscribers.any()) {
                 // Here, where no other change is made, so that they are noted in their order.

@@ -14,10 +14,12 @@
 #include "base/instrumentcenter/CServerInstrumentCenter.h"
 #include "base/instrumentcenter/InterfaceState.h"
 #include "base/instrumentcenter/boundary/Platform.h"
+#include "base/instrumentcenter/catalogue/Chains.h"
 #include "base/instrumentcenter/catalogue/FiledKeys.h"
 #include "base/instrumentcenter/catalogue/FuturesTables.h"
 #include "base/instrumentcenter/catalogue/HashIndex.h"
 #include "base/instrumentcenter/catalogue/LayeredIndex.h"
+#include "base/instrumentcenter/catalogue/Lazy.h"
 
 namespace mxservice {
 
@@ -29,9 +31,34 @@ struct PlanCatalogue {
     HashIndex<boost::shared_ptr<COTCFundPlanInfo>> byKey;  // by stock key
 };
 
+/// What is derived of the records alone, and only where it is asked for: most hosts never do, and a load would take
+/// half as long again. Shared by all versions that have the same records.
+struct AskedTables {
+    Lazy<DerivativeTables> derivatives;
+    Lazy<RecordTable> listed;
+    Lazy<RecordTable> expiring;
+};
+
 /// Everything that the in-memory center answers from, of one moment.
 struct ServerVersion final : Version {
     std::shared_ptr<Version> copy() const override { return std::make_shared<ServerVersion>(*this); }
+    void settle(const Version& former) override {
+        // Here for every change there is, so that none has to know which tables it outdates.
+        const auto& before = static_cast<const ServerVersion&>(former);
+        if (!records.isSameAs(before.records) || keys.sets() != before.keys.sets()) {
+            asked = std::make_shared<const AskedTables>();
+        }
+    }
+
+    const DerivativeTables& derivatives() const {
+        return asked->derivatives.get([this] { return deriveDerivatives(placesOf(derivativeMarkets())); });
+    }
+    const RecordTable& listedByDay() const {
+        return asked->listed.get([this] { return deriveDays(allPlaces(), &CInstrumentDetail::listingDate); });
+    }
+    const RecordTable& expiringByDay() const {
+        return asked->expiring.get([this] { return deriveDays(allPlaces(), &CInstrumentDetail::expireDate); });
+    }
 
     /// The records of the keys, in the order of the keys; a key without a record is passed over.
     template <class Keys>
@@ -51,6 +78,30 @@ struct ServerVersion final : Version {
         return listed == nullptr ? std::vector<InstrumentPtr>() : resolve(*listed);
     }
 
+    /// Where the records stand that the markets list; valid as long as this version.
+    RecordPlaces placesOf(const std::vector<MarketKey>& markets) const {
+        RecordPlaces places;
+        for (const MarketKey market : markets) {
+            if (const KeySet* const listed = keys.keysOf(market)) {
+                for (const StockKey key : *listed) {
+                    const InstrumentPtr* const record = records.find(key);
+                    if (record != nullptr && *record) {
+                        places.push_back(record);
+                    }
+                }
+            }
+        }
+        return places;
+    }
+    /// Where every listed record stands.
+    RecordPlaces allPlaces() const {
+        std::vector<MarketKey> markets;
+        for (const auto& [market, listed] : keys.sets()) {
+            markets.push_back(market);
+        }
+        return placesOf(markets);
+    }
+
     /// A copy of the key's record; empty when there is none.
     InstrumentPtr recordOf(StockKey key) const noexcept {
         const InstrumentPtr* const record = records.find(key);
@@ -67,6 +118,7 @@ struct ServerVersion final : Version {
     Part<PlanCatalogue> plans;
     Part<std::map<std::string, boost::shared_ptr<COTCSecuritiesIssuanceInfo>>> issuances;
     Part<HashIndex<boost::shared_ptr<CTenderBondInfoDetail>>> tenderBonds;  // by hash of code
+    std::shared_ptr<const AskedTables> asked = std::make_shared<const AskedTables>();
 };
 
 /// What one load changes: prepared step by step without a lock, then made into one version, so that readers see all of

@@ -155,7 +155,7 @@ CPersistService::State::Handle CPersistService::State::open(const std::string& n
         opened = generation;
     }
     if (directory.empty()) {
-        status = StoreStatus::failure("no root path is set");
+        status = StoreStatus::failure("no root path is set, call setRootPath before the first load");
         return nullptr;
     }
     // For writing also where only a read asks: the handle is kept for whatever comes next.
@@ -187,24 +187,21 @@ CPersistService::State::Handle CPersistService::State::handle(const std::string&
 
 namespace {
 
+/// Set last in every call, so that what an appender asks the store from within its line does not overwrite it.
+std::string& lastReason() {
+    static thread_local std::string reason;
+    return reason;
+}
+
 /// Whether the call is a success; an exception, with memory short it may even be that of naming the failure, is none.
 template <class Call>
 bool absorbing(Call call) noexcept {
     try {
         return call();
     } catch (...) {
+        lastReason() = "out of memory";  // short enough to need none: else the call before would be blamed for this one
         return false;
     }
-}
-
-}  // namespace
-
-namespace {
-
-/// Set last in every call, so that what an appender asks the store from within its line does not overwrite it.
-std::string& lastReason() {
-    static thread_local std::string reason;
-    return reason;
 }
 
 }  // namespace
@@ -250,10 +247,12 @@ CPersistService* CPersistService::instance() {
     return utils::CSingletonT<CPersistService>::instance();
 }
 
-void CPersistService::setRootPath(const std::string& directory) {
+RootStatus CPersistService::setRootPath(const std::string& directory) {
     std::error_code error;
     const std::filesystem::path absolute = std::filesystem::absolute(directory, error);
-    state_->restart([&] { state_->root = directory.empty() || error ? directory : absolute.string(); });
+    const std::string root = directory.empty() || error ? directory : absolute.string();
+    state_->restart([&] { state_->root = root; });
+    return RootStatus::of(root);
 }
 
 std::string CPersistService::rootPath() const {

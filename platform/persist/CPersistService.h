@@ -9,6 +9,7 @@
 
 #include "platform/Export.h"
 #include "platform/bson/BSONObj.h"
+#include "platform/persist/RootStatus.h"
 #include "platform/persist/StoreEngine.h"
 #include "platform/utils/Singleton.h"
 
@@ -35,8 +36,9 @@ public:
     static CPersistService* instance();
 
     /// Where the databases live; made on demand; a relative path is taken from the working directory of now. Closes
-    /// what was open. Until a root is set, every call fails.
-    void setRootPath(const std::string& directory);
+    /// what was open. Until a root is set, every call fails. Answers whether the built-in engine can use it now and
+    /// makes nothing for that; it is set in any case, as what is in its way may go.
+    RootStatus setRootPath(const std::string& directory);
     /// The root as an absolute path; empty until one is set.
     std::string rootPath() const;
 

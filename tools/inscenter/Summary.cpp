@@ -168,10 +168,19 @@ Table indexTable(const mxservice::CenterStatistics& statistics) {
     return table;
 }
 
+Table droppedTable(const mxservice::CenterStatistics& statistics) {
+    Table table{{"dropped", "reason"}, {}};
+    for (const mxservice::DroppedRecord& record : statistics.lastLoad.dropped) {
+        table.rows.push_back(
+            {record.key.empty() ? fmt::format("record {}", record.position + 1) : record.key, record.reason});
+    }
+    return table;
+}
+
 Table failureTable(const mxservice::CenterStatistics& statistics) {
-    Table table{{"database", "failedWrites"}, {}};
+    Table table{{"database", "failedWrites", "lastReason"}, {}};
     for (const mxservice::FailedWrites& failed : statistics.failedWrites) {
-        table.rows.push_back({failed.database, number(failed.writes)});
+        table.rows.push_back({failed.database, number(failed.writes), failed.reason});
     }
     return table;
 }
@@ -240,8 +249,11 @@ void showSummary(Session& session, const Query& /*query*/) {
     if (session.kind == CenterKind::Client) {
         tables.push_back(cacheTable(statistics));
     }
-    if (!statistics.failedWrites.empty()) {  // no such table means that all is well
-        tables.push_back(failureTable(statistics));
+    // No such table means that all is well.
+    for (const Table& table : {droppedTable(statistics), failureTable(statistics)}) {
+        if (!table.rows.empty()) {
+            tables.push_back(table);
+        }
     }
     if (session.output.format() != Format::Table) {
         Table all{{"section", "item", "property", "value"}, {}};

@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "base/instrumentcenter/catalogue/DroppedRecords.h"
 #include "base/instrumentcenter/vocabulary/Markets.h"
 
 namespace mxservice {
@@ -92,11 +93,26 @@ private:
     std::uint64_t orderAndPrecedence_;
 };
 
-void settle(InstrumentPtr& place, Precedence precedence, InstrumentPtr& record) {
+/// Why one of two records with one key is dropped.
+const char* reasonOf(const CInstrumentDetail& loser, const CInstrumentDetail& winner, bool loserIsEarlier) {
+    if (isConnectMarket(winner.market) && !isConnectMarket(loser.market)) {
+        return kConnectFirst;
+    }
+    if (loser.market == market::kShanghaiSpecial) {
+        return kPlainFirst;
+    }
+    return loserIsEarlier ? kLaterRecord : kEarlierRecord;
+}
+
+void settle(InstrumentPtr& place, Precedence precedence, InstrumentPtr& record, DroppedList& dropped) {
     // A special record that comes twice is a plain Shanghai record the second time.
     const bool relabelled = precedence == Precedence::SpecialIfAbsent && record->market == market::kShanghai;
     if (precedence != Precedence::Replaces && !relabelled && place) {
+        dropped.add(*record, reasonOf(*record, *place, false));
         return;
+    }
+    if (place) {
+        dropped.add(*place, reasonOf(*place, *record, true));
     }
     if (precedence == Precedence::SpecialIfAbsent) {
         record->market = market::kShanghai;
@@ -108,7 +124,8 @@ void settle(InstrumentPtr& place, Precedence precedence, InstrumentPtr& record) 
 /// Arrivals in the order of their keys are appended in one sweep, several times faster than inserting them one by one
 /// in random order. Those of one key keep their order, and only they can influence each other. `held` are the batch's
 /// records.
-void settleAll(std::vector<Arrival>& arrivals, std::vector<InstrumentPtr>& held, MarketRecords& records) {
+void settleAll(std::vector<Arrival>& arrivals, std::vector<InstrumentPtr>& held, MarketRecords& records,
+               DroppedList& dropped) {
     // By key alone the comparison is free of branches, which halves the time; few keys come more than once.
     boost::sort::pdqsort_branchless(arrivals.begin(), arrivals.end(),
                                     [](const Arrival& a, const Arrival& b) { return a.key() < b.key(); });
@@ -125,7 +142,7 @@ void settleAll(std::vector<Arrival>& arrivals, std::vector<InstrumentPtr>& held,
         const bool known = next != records.end() && next->first == key;
         InstrumentPtr& place = known ? next->second : records.try_emplace(next, key)->second;
         for (; first != last; ++first) {
-            settle(place, first->precedence(), held[first->order()]);
+            settle(place, first->precedence(), held[first->order()], dropped);
         }
     }
 }
@@ -133,7 +150,7 @@ void settleAll(std::vector<Arrival>& arrivals, std::vector<InstrumentPtr>& held,
 }  // namespace
 
 ReceivedByMarket groupRecords(const std::vector<InstrumentPtr>& records, GroupedSnapshot& grouped,
-                              ConnectListings& listings) {
+                              ConnectListings& listings, DroppedList& dropped) {
     Placer placer;
     std::map<MarketKey, std::vector<Arrival>> arrivalsByMarket;
     std::vector<Arrival>* arrivals = nullptr;
@@ -161,14 +178,14 @@ ReceivedByMarket groupRecords(const std::vector<InstrumentPtr>& records, Grouped
     }
     ReceivedByMarket received;
     for (auto& [market, marketArrivals] : arrivalsByMarket) {
-        settleAll(marketArrivals, held, grouped[market]);
+        settleAll(marketArrivals, held, grouped[market], dropped);
         received[market] = marketArrivals.size();
     }
     return received;
 }
 
 ReceivedByMarket groupConnectRecords(const std::vector<InstrumentPtr>& records, GroupedSnapshot& grouped,
-                                     ConnectListings& listings) {
+                                     ConnectListings& listings, DroppedList& dropped) {
     static const MarketKey hongKong = marketKey(market::kHongKong);
     ReceivedByMarket received;
     for (const InstrumentPtr& record : records) {
@@ -180,7 +197,11 @@ ReceivedByMarket groupConnectRecords(const std::vector<InstrumentPtr>& records, 
         if (connect) {
             listings[key].try_emplace(marketKey(record->market), record->connectFlagValue);
         }
-        grouped[hongKong][key] = record;  // assigned: here the last one wins, connect or not
+        InstrumentPtr& place = grouped[hongKong][key];
+        if (place) {
+            dropped.add(*place, kLaterRecord);
+        }
+        place = record;  // here the last one wins, connect or not
         ++received[hongKong];
     }
     return received;

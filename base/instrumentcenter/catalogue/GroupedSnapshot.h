@@ -33,19 +33,22 @@ using ConnectListings = std::map<std::uint64_t, std::map<std::uint64_t, std::int
 /// How many records of a batch go to each market, those that another one of their key outranks among them.
 using ReceivedByMarket = std::map<std::uint64_t, std::size_t>;
 
+class DroppedList;
+
 /// Adds records to a grouped snapshot, as if one after the other in their order; empty pointers are skipped.
 ///
 /// "HGT" and "SGT" records go under "HK" with a key formed with "HK" and replace whatever is there; their market field
 /// stays. A plain "HK" record is added only where nothing is yet. An "SHFI" record goes under "SH" only where nothing
 /// is yet, and its market field is then overwritten with "SH". Elsewhere the last record of a key wins. So a connect
 /// listing wins over a plain Hong Kong record and a plain Shanghai record over an "SHFI" one, whichever comes first.
+/// Who loses is named in `dropped`.
 ReceivedByMarket groupRecords(const std::vector<InstrumentPtr>& records, GroupedSnapshot& grouped,
-                              ConnectListings& listings);
+                              ConnectListings& listings, DroppedList& dropped);
 
 /// The tie-break of the connect build, deliberately the other way round: of "HGT", "SGT" and "HK" records the last one
 /// of a code wins, connect or not; records of other markets are left out.
 ReceivedByMarket groupConnectRecords(const std::vector<InstrumentPtr>& records, GroupedSnapshot& grouped,
-                                     ConnectListings& listings);
+                                     ConnectListings& listings, DroppedList& dropped);
 
 /// Sets the combined connect flags of listed Hong Kong records where they are still 0: 5 for a code listed by both
 /// connect markets, 1 for "HGT" alone, 3 for "SGT" alone. The in-memory center's rule.

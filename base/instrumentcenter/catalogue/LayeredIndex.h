@@ -48,6 +48,9 @@ public:
         }
     }
 
+    /// Whether no change lies between the two: one is a copy of the other.
+    bool isSameAs(const LayeredIndex& other) const { return large_ == other.large_ && recent_ == other.recent_; }
+
     std::size_t size() const { return size_; }
     /// What the tables have allocated.
     std::size_t bytes() const { return tableBytes(*large_) + (recent_ ? tableBytes(*recent_) : 0); }

@@ -85,6 +85,7 @@ void LoadLedger::finish(LoadReport report, LoadNotes& notes) {
     settleEmptied(notes);
     // Numbered at its end: of two loads at once the one that ended last is the last, whichever began first.
     report.number = lastLoad_.number + 1;
+    report.dropped = notes.dropped().records();
     lastLoad_ = std::move(report);
 }
 
@@ -110,10 +111,15 @@ void LoadLedger::report(CenterStatistics& statistics) const {
     }
 }
 
-LoadReport reportOn(const std::vector<InstrumentPtr>& batch) {
+LoadReport reportOn(const std::vector<InstrumentPtr>& batch, DroppedList& dropped) {
     LoadReport report;
     report.records = batch.size();
-    report.empty = static_cast<std::uint64_t>(std::count(batch.begin(), batch.end(), nullptr));
+    for (std::size_t position = 0; position < batch.size(); ++position) {
+        if (!batch[position]) {
+            dropped.addEmpty(position);
+            ++report.empty;
+        }
+    }
     return report;
 }
 

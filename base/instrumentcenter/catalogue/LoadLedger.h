@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/instrumentcenter/CenterStatistics.h"
+#include "base/instrumentcenter/catalogue/DroppedRecords.h"
 #include "base/instrumentcenter/catalogue/GroupedSnapshot.h"
 #include "base/instrumentcenter/catalogue/HashIndex.h"
 
@@ -60,6 +61,9 @@ public:
     /// Of a market's received records, how many were read back from a raw database.
     void noteRestored(MarketKey market, std::size_t records);
 
+    /// What the load drops is named here on its way.
+    DroppedList& dropped() { return dropped_; }
+
     /// Keys that the load took out of a market, to bring the new ones later.
     void noteCleared(MarketKey market, const std::string& name, KeySet former);
     /// Hands them over.
@@ -79,6 +83,7 @@ private:
     };
 
     std::map<MarketKey, Note> noteByMarket_;
+    DroppedList dropped_;
 };
 
 /// What the loads of a center did.
@@ -103,8 +108,8 @@ private:
     LoadReport lastLoad_;
 };
 
-/// A report with what can be told from the batch alone.
-LoadReport reportOn(const std::vector<InstrumentPtr>& batch);
+/// A report with what can be told from the batch alone. Its empty pointers are the first that `dropped` names.
+LoadReport reportOn(const std::vector<InstrumentPtr>& batch, DroppedList& dropped);
 
 /// The name of a market by one of its records. Instruments that stand for ETFs carry their fund's market and not the
 /// one that they are filed under.

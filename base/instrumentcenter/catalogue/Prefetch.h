@@ -60,6 +60,16 @@ void visitAhead(Container& container, const Visit& visit, const Fetch& fetch) {
     }
 }
 
+/// Fetches members of a record.
+template <class Record, class... Members>
+void prefetchMembers(const boost::shared_ptr<Record>& record, Members... members) {
+#ifdef __GNUC__
+    if (record) {
+        (__builtin_prefetch(&((*record).*members)), ...);
+    }
+#endif
+}
+
 /// Calls `visit` with every key and record, but for empty pointers, having fetched the given members.
 template <class Records, class Visit, class... Members>
 void visitRecords(const Records& records, const Visit& visit, Members... members) {
@@ -70,13 +80,7 @@ void visitRecords(const Records& records, const Visit& visit, Members... members
                 visit(entry.first, entry.second);
             }
         },
-        [&](const auto& record) {
-#ifdef __GNUC__
-            if (record) {
-                (__builtin_prefetch(&((*record).*members)), ...);
-            }
-#endif
-        });
+        [&](const auto& record) { prefetchMembers(record, members...); });
 }
 
 /// Lets go of every record of a container that is about to be destroyed.

@@ -40,6 +40,17 @@ StockKey bondKey(const CBondInfoDetail& bond) {
     return stockKey(market::kInterbank, bond.bondCode);
 }
 
+std::vector<StockKey> listingKeysOf(const CBondInfoDetail& bond) {
+    std::vector<StockKey> keys{bondKey(bond)};
+    if (!bond.shanghaiCode.empty()) {
+        keys.push_back(stockKey(market::kShanghai, bond.shanghaiCode));
+    }
+    if (!bond.shenzhenCode.empty()) {
+        keys.push_back(stockKey(market::kShenzhen, bond.shenzhenCode));
+    }
+    return keys;
+}
+
 void addBondInstrument(const CBondInfoDetail& bond, MarketRecords& instruments) {
     const StockKey key = bondKey(bond);
     if (instruments.count(key) != 0) {

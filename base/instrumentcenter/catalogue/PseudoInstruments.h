@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "base/instrumentcenter/catalogue/GroupedSnapshot.h"
 
@@ -22,6 +23,9 @@ void addEtfInstrument(const CETFDetail& etf, MarketRecords& instruments);
 
 /// The key of an interbank bond.
 StockKey bondKey(const CBondInfoDetail& bond);
+
+/// The keys of the instruments that are a bond: of "BANK", and of "SH" and "SZ" where it has a code.
+std::vector<StockKey> listingKeysOf(const CBondInfoDetail& bond);
 
 /// Adds the instrument of market "BANK" that stands for a bond, unless its code is there already.
 void addBondInstrument(const CBondInfoDetail& bond, MarketRecords& instruments);

@@ -153,15 +153,15 @@ boost::shared_ptr<Record> readOwnRecord(const std::string& db, std::uint64_t key
 
 /// Every record in a database, in the order of the document keys. What is no such record is left out; nothing when the
 /// database cannot be read to its end.
-/// `seen`, where given, is called with the document key of each of them.
-template <class Record, class Seen>
+/// `wanted`, where given, is called with the document key and the record of each of them, and says which to keep.
+template <class Record, class Wanted>
 std::vector<boost::shared_ptr<Record>> readRecords(const std::string& db, DocumentReader<Record> read,
-                                                   const Seen& seen) {
+                                                   const Wanted& wanted) {
     std::vector<boost::shared_ptr<Record>> records;
     const auto keep = [&](std::string_view key, Document document) {
-        if (boost::shared_ptr<Record> record = read(document)) {
+        boost::shared_ptr<Record> record = read(document);
+        if (record && wanted(key, record)) {
             records.push_back(std::move(record));
-            seen(key);
         }
         return true;
     };
@@ -174,7 +174,7 @@ std::vector<boost::shared_ptr<Record>> readRecords(const std::string& db, Docume
 template <class Record>
 std::vector<boost::shared_ptr<Record>> readRecords(const std::string& db,
                                                    DocumentReader<Record> read = recordOf<Record>) {
-    return readRecords(db, read, [](std::string_view /*key*/) {});
+    return readRecords(db, read, [](std::string_view /*key*/, const auto& /*record*/) { return true; });
 }
 
 /// The instruments beneath a field of a pseudo-market's database; none while that is not registered.

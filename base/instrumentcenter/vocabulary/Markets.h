@@ -24,8 +24,9 @@ constexpr const char* kShanghaiSpecial = "SHFI";  // folded onto "SH" by every l
 constexpr const char* kSecuritiesOtc = "SOTC";
 constexpr const char* kOtc = "OTC";
 constexpr const char* kDalian = "DCE";
+constexpr const char* kCffex = "CFFEX";
 
 /// The six futures exchanges, always in this order.
-constexpr std::array<const char*, 6> kFutures{"CFFEX", "SHFE", kDalian, "CZCE", "INE", "GFEX"};
+constexpr std::array<const char*, 6> kFutures{kCffex, "SHFE", kDalian, "CZCE", "INE", "GFEX"};
 
 }  // namespace mxservice::market

@@ -1,4 +1,4 @@
-#include "tools/inscenter/JsonRecordReader.h"
+#include "snapshot/JsonRecordReader.h"
 
 #include <fmt/format.h>
 #include <simdjson.h>
@@ -9,22 +9,16 @@
 #include <vector>
 
 #include "platform/record/Records.h"
-#include "tools/inscenter/LineReader.h"
+#include "snapshot/FileNotes.h"
 
-namespace inscenter {
+namespace mxservice::snapshot {
 namespace {
 
-using mxservice::CETFComponentStockInfo;
-using mxservice::ComponentMap;
-using mxservice::Field;
-using mxservice::FieldKind;
-using mxservice::IData;
-using mxservice::RecordType;
 using simdjson::ondemand::json_type;
 using simdjson::ondemand::value;
 
 // The parser looks at whole blocks, and so beyond the end of its text.
-static_assert(LineReader::kPadding >= simdjson::SIMDJSON_PADDING);
+static_assert(kPadding >= simdjson::SIMDJSON_PADDING);
 
 bool refuseJson(LineError& error, simdjson::error_code code) {
     switch (code) {
@@ -225,7 +219,7 @@ bool JsonRecordReader::readLine(std::string_view line, IData& record, FileNotes&
     if (line.find('\0') != std::string_view::npos) {
         return refuse(error, "", "NUL byte");
     }
-    const simdjson::padded_string_view padded(line, line.size() + LineReader::kPadding);
+    const simdjson::padded_string_view padded(line, line.size() + kPadding);
     simdjson::ondemand::document document;
     if (const auto code = state_->parser.iterate(padded).get(document)) {
         return refuseJson(error, code);
@@ -258,4 +252,4 @@ bool JsonRecordReader::readComponents(std::string_view array, const Field& field
     return good;
 }
 
-}  // namespace inscenter
+}  // namespace mxservice::snapshot

@@ -19,6 +19,15 @@ bool isBlank(std::string_view line) {
     return line.find_first_not_of(kBlanks) == std::string_view::npos;
 }
 
+/// By searching: lines are so long that this is several times as fast as a look at each letter.
+std::uint64_t countLineEnds(std::string_view text) {
+    std::uint64_t count = 0;
+    for (std::size_t at = text.find('\n'); at != std::string_view::npos; at = text.find('\n', at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
 BlockReader::BlockReader(std::unique_ptr<PlainReader> source, std::size_t blockBytes)
     : source_(std::move(source)), blockBytes_(std::max(blockBytes, kLeastBytes)), buffer_(blockBytes_) {}
 
@@ -144,8 +153,7 @@ bool BlockReader::next(TextBlock& block) {
     block.buffer = std::exchange(buffer_, std::move(rest));
     end_ -= cutAt;
     begin_ = 0;
-    const std::string_view text = block.text();
-    line_ += static_cast<std::uint64_t>(std::count(text.begin(), text.end(), '\n'));
+    line_ += countLineEnds(block.text());
     return true;
 }
 

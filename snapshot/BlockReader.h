@@ -45,6 +45,8 @@ struct TextBlock {
 
 bool isBlank(std::string_view line);
 
+std::uint64_t countLineEnds(std::string_view text);
+
 /// Cuts a text into blocks of whole lines, or of whole CSV records. A byte order mark at the beginning is taken off;
 /// the last line may lack its end. Memory grows to the longest line, but not beyond kMaxLineBytes.
 class BlockReader {

@@ -79,36 +79,51 @@ private:
 
 class Unzstd : public Unpacking {
 public:
-    Unzstd() : stream_(ZSTD_createDStream()) {
+    Unzstd() : stream_(ZSTD_createDStream()), plain_(ZSTD_DStreamOutSize()) {
         if (stream_ == nullptr) {
             throw std::bad_alloc();
         }
+        wanted_ = atFirst_ = ZSTD_initDStream(stream_);
     }
     ~Unzstd() override { ZSTD_freeDStream(stream_); }
     Unzstd(const Unzstd&) = delete;
     Unzstd& operator=(const Unzstd&) = delete;
 
     std::size_t step(std::string_view& packed, char* to, std::size_t room) override {
-        ZSTD_inBuffer in{packed.data(), packed.size(), 0};
-        ZSTD_outBuffer out{to, room, 0};
-        const std::size_t state = ZSTD_decompressStream(stream_, &out, &in);
-        packed.remove_prefix(in.pos);
-        if (ZSTD_isError(state) != 0U) {
-            damaged_ = true;
-        } else if (in.size > 0 || out.pos > 0) {
-            ended_ = state == 0;  // of the frame; the next call begins another
+        if (ready_.empty()) {
+            unpack(packed);
         }
-        if (damaged_ && out.pos == 0) {
-            fail("the packed data are damaged");
-        }
-        return out.pos;
+        const std::size_t count = std::min(room, ready_.size());
+        std::memcpy(to, ready_.data(), count);
+        ready_.remove_prefix(count);
+        return count;
     }
     bool mayEnd() const override { return ended_; }
 
 private:
+    /// Of a call that meets damage the library does not tell what it gave before. So it gets as little as it asks for,
+    /// and room of the same size whoever reads: what is lost is a block of its own, and always the same one.
+    void unpack(std::string_view& packed) {
+        ZSTD_inBuffer in{packed.data(), std::min(packed.size(), wanted_), 0};
+        ZSTD_outBuffer out{plain_.data(), plain_.size(), 0};
+        const std::size_t state = ZSTD_decompressStream(stream_, &out, &in);
+        if (ZSTD_isError(state) != 0U) {
+            fail("the packed data are damaged");
+        }
+        packed.remove_prefix(in.pos);
+        ready_ = {plain_.data(), out.pos};
+        if (in.pos > 0 || out.pos > 0) {
+            ended_ = state == 0;  // of the frame; the next call begins another
+            wanted_ = ended_ ? atFirst_ : state;
+        }
+    }
+
     ZSTD_DStream* stream_;
+    std::vector<char> plain_;
+    std::size_t atFirst_ = 0;  // bytes that the library asks for to know a frame
+    std::size_t wanted_ = 0;
+    std::string_view ready_;
     bool ended_ = false;
-    bool damaged_ = false;
 };
 
 SnapshotPacking packingOf(std::string_view magic) {

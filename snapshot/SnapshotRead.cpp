@@ -136,7 +136,7 @@ private:
             const std::size_t before = line.substr(0, line.size() - (line.ends_with('\n') ? 1 : 0)).rfind('\n') + 1;
             line.remove_prefix(before);
             const std::string_view blank = text.text().substr(0, before);
-            notes.beginLine(text.firstLine + static_cast<std::uint64_t>(std::count(blank.begin(), blank.end(), '\n')));
+            notes.beginLine(text.firstLine + countLineEnds(blank));
             if (!isBlank(line)) {
                 takeColumns(line, file, notes);
                 break;

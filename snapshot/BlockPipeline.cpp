@@ -42,9 +42,10 @@ void BlockPipeline::put(Block block) {
 
 void BlockPipeline::startThreads() {
     // A number that was asked for is taken at once, so that it does not depend on the size what is tried.
-    if (!threads_.empty() || wanted_ == 1 || (wanted_ == 0 && bytes_ < kBytesWorthThreads)) {
+    if (started_ || wanted_ == 1 || (wanted_ == 0 && bytes_ < kBytesWorthThreads)) {
         return;
     }
+    started_ = true;
     const unsigned all = wanted_ != 0 ? wanted_ : std::min(std::thread::hardware_concurrency(), kMostThreads);
     try {
         while (threads_.size() + 1 < all) {

@@ -48,6 +48,7 @@ private:
     const unsigned wanted_;
     const std::function<void(DecodedBlock)> take_;
     std::size_t bytes_ = 0;  // that went in
+    bool started_ = false;   // threads, as many as there will be
     std::vector<std::thread> threads_;
 
     std::mutex mutex_;  // guards what follows

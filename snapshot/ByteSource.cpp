@@ -23,7 +23,12 @@ std::error_code lastError() {
 
 class StreamSource : public ByteSource {
 public:
-    explicit StreamSource(std::istream& stream) : stream_(stream) {}
+    explicit StreamSource(std::istream& stream) : stream_(stream) {
+        // Of a file that could not be opened, for one: without a word it would be taken for an empty one.
+        if (stream_.fail()) {
+            failed_ = std::make_error_code(std::io_errc::stream);
+        }
+    }
 
     std::size_t read(char* to, std::size_t room) override {
         if (!stream_) {  // it has told its end before, or a fault behind the last bytes

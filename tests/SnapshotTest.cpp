@@ -6,12 +6,16 @@
 #include <zlib.h>
 #include <zstd.h>
 
+#include <atomic>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <limits>
+#include <new>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -29,6 +33,25 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
+
+/// While it has begun, threads of the library get no memory for a record, and the test's own waits with one of its own
+/// until another has met that.
+enum class Shortage : std::uint8_t { None, Begun, Met };
+std::atomic<Shortage> shortage{Shortage::None};
+const std::thread::id kOwnThread = std::this_thread::get_id();
+
+void sufferShortage(std::size_t size) {
+    if (size < sizeof(mxservice::CInstrumentDetail) || size > 2 * sizeof(mxservice::CInstrumentDetail)) {
+        return;
+    }
+    if (std::this_thread::get_id() != kOwnThread) {
+        shortage = Shortage::Met;
+        throw std::bad_alloc();
+    }
+    while (shortage == Shortage::Begun) {
+        std::this_thread::yield();
+    }
+}
 
 struct BadLine {
     std::string line;
@@ -300,6 +323,8 @@ TEST_F(SnapshotTest, ThrowsWhenThereIsNothingToRead) {
     }
     const std::string good = packed(R"({"market":"SH","code":"1"})");
     EXPECT_THROW(Snapshot::read(good.data(), good.size() - 9, {}), SnapshotUnreadable);
+    std::ifstream missing(directory_.path() / "missing");
+    EXPECT_THROW(Snapshot::read(missing, {}), SnapshotUnreadable);
     EXPECT_THAT(Snapshot::read("", 0, {}).issues, IsEmpty()) << "what holds nothing can be read";
 }
 
@@ -411,11 +436,17 @@ TEST_F(SnapshotTest, NeitherThreadsNorBlocksNorTheWayInChangeWhatIsRead) {
 }
 
 TEST_F(SnapshotTest, WhatStopsReadingReachesTheCaller) {
-    const std::string line = "{\"market\":\"SH\",\"code\":\"1\"}\n";
-    write("instruments.ndjson", line + line);
+    std::string lines;
+    for (int i = 0; i < 20; ++i) {
+        lines += "{\"market\":\"SH\",\"code\":\"1\"}\n";
+    }
+    write("instruments.ndjson", lines);
     SnapshotReadOptions options;
     options.threads = 2;
     options.blockBytes = 1;
+    shortage = Shortage::Begun;
+    EXPECT_THROW(Snapshot::read(directory_.path(), options), std::bad_alloc);
+    EXPECT_EQ(shortage.exchange(Shortage::None), Shortage::Met) << "in a thread of the library";
     options.progress = [](std::uint64_t, std::uint64_t) { throw std::runtime_error("enough"); };
     try {
         Snapshot::read(directory_.path(), options);
@@ -426,3 +457,18 @@ TEST_F(SnapshotTest, WhatStopsReadingReachesTheCaller) {
 }
 
 }  // namespace
+
+// Not inlined: GCC would take the one for a mismatch of the other.
+[[gnu::noinline]] void* operator new(std::size_t size) {
+    if (shortage != Shortage::None) {
+        sufferShortage(size);
+    }
+    void* const bytes = std::malloc(size);
+    return bytes != nullptr ? bytes : throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* bytes) noexcept {
+    std::free(bytes);
+}
+[[gnu::noinline]] void operator delete(void* bytes, std::size_t /*size*/) noexcept {
+    std::free(bytes);
+}

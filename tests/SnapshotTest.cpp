@@ -272,39 +272,39 @@ TEST_F(SnapshotTest, PackedFilesAreReadAsTheirContents) {
 
 TEST_F(SnapshotTest, PackedFilesThatAreNotWholeAreReported) {
     std::string lines;
-    for (int i = 0; lines.size() < 3'000'000; ++i) {
-        lines += R"({"market":"SH","code":")" + std::to_string(i) + "\"}\n";
+    std::size_t all = 0;
+    for (; lines.size() < 3'000'000; ++all) {
+        lines += R"({"market":"SH","code":")" + std::to_string(all) + "\"}\n";
     }
     const std::string gzip = packed(lines);
     const std::string zstd = zstdPacked(lines);
     std::string sum = gzip;
     sum[sum.size() - 5] ^= 1;  // of the check sum, which stands before the length
-    std::string block = zstd;
-    block[zstd.size() / 2] ^= 1;
     struct Case {
         std::string ending;
         std::string bytes;
         std::string reason;
-        bool begun;  // records were read before the fault
+        std::size_t least;  // records that were read before the fault
     };
-    const std::vector<Case> cases{{".gz", gzip.substr(0, gzip.size() / 2), "the packed data end too early", true},
-                                  {".gz", gzip.substr(0, gzip.size() - 1), "the packed data end too early", true},
-                                  {".gz", sum, "the packed data are damaged", true},
-                                  {".gz", gzip + "more", "the packed data are damaged", true},
-                                  {".gz", lines, "not packed with gzip", false},
-                                  {".gz", zstd, "not packed with gzip", false},
-                                  {".gz", "", "not packed with gzip", false},
-                                  {".zst", zstd.substr(0, zstd.size() / 2), "the packed data end too early", true},
-                                  {".zst", zstd + "more", "the packed data are damaged", true},
-                                  {".zst", gzip, "not packed with zstd", false}};
-    for (const auto& [ending, bytes, reason, begun] : cases) {
+    const std::vector<Case> cases{{".gz", gzip.substr(0, gzip.size() / 2), "the packed data end too early", all / 3},
+                                  {".gz", gzip.substr(0, gzip.size() - 1), "the packed data end too early", all},
+                                  {".gz", sum, "the packed data are damaged", all},
+                                  {".gz", gzip + "more", "the packed data are damaged", all},
+                                  {".gz", lines, "not packed with gzip", 0},
+                                  {".gz", zstd, "not packed with gzip", 0},
+                                  {".gz", "", "not packed with gzip", 0},
+                                  {".zst", zstd.substr(0, zstd.size() / 2), "the packed data end too early", all / 8},
+                                  {".zst", zstd + "more", "the packed data are damaged", all},
+                                  {".zst", gzip, "not packed with zstd", 0}};
+    for (const auto& [ending, bytes, reason, least] : cases) {
         const std::string name = write("instruments.ndjson" + ending, bytes);
         write("instruments2.ndjson", R"({"market":"SZ","code":"whole"})");
         read();
         EXPECT_EQ(skipped(), 1U);
         EXPECT_EQ(told(), name + ": cannot be read: " + reason + "\n");
         EXPECT_EQ(codes().back(), "whole");
-        EXPECT_EQ(codes().size() > 1, begun) << ending << ": " << reason;
+        EXPECT_GT(codes().size(), least) << ending << ": " << reason;
+        EXPECT_TRUE(least > 0 || codes().size() == 1);
         std::filesystem::remove(directory_.path() / name);
     }
 }
@@ -404,7 +404,7 @@ TEST_F(SnapshotTest, NeitherThreadsNorBlocksNorTheWayInChangeWhatIsRead) {
             fmt::format("{{\"market\":\"SH\",\"code\":\"{0}\",\"lotSize\":{0}.{1},\"key{2}\":0}}\n", i, i % 7, i % 90);
         json += i % 11 == 0 ? "{\n" : i % 13 == 0 ? "\r\n" : "";
         csv += fmt::format("{},,{}\n", i % 300, i % 5 == 0 ? "\"a\n\"\"b\"\"\nc\"" : i % 7 == 0 ? "\"open" : "plain");
-        csv += i % 70 == 0 ? "x\ry,\n\n" : "";
+        csv += i % 70 == 0 ? "x\ry,\n\n" : i % 70 == 7 ? "\",x\ry\n" : "";
     }
     SnapshotReadOptions options;
     options.issuesPerFile = 30;

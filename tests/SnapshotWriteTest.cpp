@@ -128,7 +128,7 @@ TEST_F(SnapshotTest, WhatWasWrittenIsReadBackEqualAndWrittenAlike) {
             const TemporaryDirectory second;
             day.write(first.path(), format, packing);
             const Snapshot back = Snapshot::read(first.path());
-            EXPECT_EQ(imageOf(back), expected);
+            ASSERT_EQ(imageOf(back), expected);
             EXPECT_EQ(*back.etfs[4], *day.etfs[4]) << "baskets included";
             back.write(second.path() / "new", format, packing);
             EXPECT_EQ(filesIn(second.path() / "new"), filesIn(first.path()));
@@ -185,12 +185,16 @@ TYPED_TEST(SnapshotLoadTest, OneListingOfHongKongIsAWholeLoadAndWhatADayLacksSta
     day.add(SnapshotCatalogue::Etfs, CETFDetail::table().make());
     day.etfs.back()->market = "SH";
     day.etfs.back()->etfCode = "510050";
+    day.etfs.back()->components["600000"] = boost::make_shared<CETFComponentStockInfo>();
+    day.etfs.back()->components["600000"]->market = "SH";
+    day.etfs.back()->components["600000"]->code = "600000";
+    day.add(SnapshotCatalogue::Instruments, mxservice::instrument("SH", "600000"));
     const std::string before = imageOf(day);
     day.copy().loadInto(center);
     EXPECT_EQ(imageOf(day), before) << "what a load fills in stands in the copies";
     const auto expectAll = [&] {
         EXPECT_EQ(center.getBonds().size(), day.bonds.size());
-        EXPECT_NE(center.getEtf("SH510050"), nullptr);
+        EXPECT_EQ(center.getEtf("SH510050")->components.size(), 1U);
         EXPECT_EQ(center.getTrenderBondInfos().size(), day.tenderBonds.size());
         EXPECT_EQ(center.getCounterpartys().size(), day.counterparties.size());
         EXPECT_EQ(center.getOtcInstruments().size(), day.otcPlans.size());

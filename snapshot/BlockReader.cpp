@@ -13,6 +13,12 @@ constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::size_t kLeastBytes = 8;  // a mark at the beginning is seen as a whole
 constexpr const char* kBlanks = " \t\r\n";
 
+/// Up to where its first line that is not blank goes; to its end when all are.
+std::size_t firstLineIn(std::string_view text) {
+    const std::size_t end = text.find('\n', std::min(text.find_first_not_of(kBlanks), text.size()));
+    return end == std::string_view::npos ? text.size() : end + 1;
+}
+
 }  // namespace
 
 bool isBlank(std::string_view line) {
@@ -36,6 +42,10 @@ bool BlockReader::changed() const {
 }
 
 bool BlockReader::fill() {
+    // A file that grows has an end all the same, and behind a fault nothing follows on what was read before it.
+    if (atEnd_ || failure_) {
+        return false;
+    }
     try {
         while (end_ < buffer_.capacity()) {
             const std::size_t count = source_->read(buffer_.data() + end_, buffer_.capacity() - end_);
@@ -68,7 +78,7 @@ std::size_t BlockReader::cut() const {
         case Cut::Lines:
             break;
         case Cut::FirstLine:
-            text = text.substr(0, text.find('\n', std::min(text.find_first_not_of(kBlanks), text.size() - 1)) + 1);
+            text = text.substr(0, firstLineIn(text));
             break;
         case Cut::Records:
             return begin_ + cutRecords(text);

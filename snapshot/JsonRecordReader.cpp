@@ -249,7 +249,8 @@ bool JsonRecordReader::readLine(std::string_view line, IData& record, FileNotes&
         return code == simdjson::INCORRECT_TYPE ? refuse(error, "", "a JSON object expected") : refuseJson(error, code);
     }
     Pass pass(state_->components, notes, error);
-    return pass.readObject(object, type_, state_->order, record) && state_->ends(document, padded, pass.skipped(), error);
+    return pass.readObject(object, type_, state_->order, record) &&
+           state_->ends(document, padded, pass.skipped(), error);
 }
 
 bool JsonRecordReader::readComponents(std::string_view array, const Field& field, IData& record, FileNotes& notes,

@@ -61,7 +61,7 @@ struct SnapshotIssue {
     std::uint64_t line = 0;  ///< from 1, of a record over several lines the first; 0: the file as a whole
     std::string field;       ///< document key or column; empty where no field is at fault
     std::string reason;      ///< for people
-    SnapshotIssueKind kind = SnapshotIssueKind::LineSkipped;
+    SnapshotIssueKind kind = SnapshotIssueKind::LineSkipped;  ///< what it is about
     /// How many the issue stands for: 1, but where it says how many more there were than are listed. Of further unknown
     /// keys 0: nobody counts them.
     std::uint64_t count = 1;

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "DayBenchmarks.h"
 #include "Latency.h"
 #include "Report.h"
 #include "StoreWorkload.h"
@@ -241,6 +242,14 @@ void measureStoreLoads(std::size_t size, Measurements& measured) {
     }
 }
 
+void measureDayReads(std::size_t size, Measurements& measured) {
+    tell(size, "days from files");
+    const DayReads reads(size);
+    Suite suite;
+    reads.add(suite);
+    runSuite(suite, measured);
+}
+
 void measureEtfLoads(Measurements& measured) {
     const EtfLoads loads;
     Suite suite;
@@ -318,6 +327,10 @@ Measurements measureAll(const Options& options) {
         measureStoreReads(size, !options.quick, measured);
         malloc_trim(0);
         measureStoreLoads(options.quick ? std::min(size, kQuickLoad) : size, measured);
+        malloc_trim(0);
+    }
+    for (const std::size_t size : options.storeSizes) {
+        measureDayReads(size, measured);
         malloc_trim(0);
     }
     tell("loads of ETFs");

@@ -1,4 +1,4 @@
-# What a host gets: the public headers under their paths in this tree, both libraries, the tool, and the descriptions by
+# What a host gets: the public headers under their paths in this tree, the libraries, the tool, and the descriptions by
 # which CMake and pkg-config find them. Nothing installed names a path of the machine that built it.
 
 include(CMakePackageConfigHelpers)
@@ -31,7 +31,13 @@ set(PM_PUBLIC_HEADERS
   platform/utils/LogLine.h
   platform/utils/MarketRules.h
   platform/utils/Singleton.h
-  platform/utils/Utils.h)
+  platform/utils/Utils.h
+  snapshot/Export.h
+  snapshot/RecordText.h
+  snapshot/Snapshot.h)
+if(NOT TARGET PmSnapshot)
+  list(FILTER PM_PUBLIC_HEADERS EXCLUDE REGEX "^snapshot/")
+endif()
 
 foreach(header IN LISTS PM_PUBLIC_HEADERS)
   cmake_path(GET header PARENT_PATH directory)
@@ -39,11 +45,20 @@ foreach(header IN LISTS PM_PUBLIC_HEADERS)
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/PmInstrumentCenter/${directory} COMPONENT dev)
 endforeach()
 
-set_target_properties(PmPlatform PmInstrumentCenter PROPERTIES INSTALL_RPATH "$ORIGIN")
-install(TARGETS PmPlatform PmInstrumentCenter
-  EXPORT PmInstrumentCenterTargets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT dev
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
+# Each set of targets is found by itself, so that who asks for the center alone needs nothing of the others.
+function(pm_install_targets export)
+  set_target_properties(${ARGN} PROPERTIES INSTALL_RPATH "$ORIGIN")
+  install(TARGETS ${ARGN}
+    EXPORT ${export}
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT dev
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
+  install(EXPORT ${export} NAMESPACE PmInstrumentCenter:: DESTINATION ${packageDir} COMPONENT dev)
+endfunction()
+set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/PmInstrumentCenter)
+pm_install_targets(PmInstrumentCenterTargets PmPlatform PmInstrumentCenter)
+if(TARGET PmSnapshot)
+  pm_install_targets(PmInstrumentCenterSnapshotTargets PmSnapshot)
+endif()
 
 if(TARGET inscenter)
   file(RELATIVE_PATH libdirFromBindir ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
@@ -58,17 +73,16 @@ endif()
 # Static libraries leave it to the host to link what shared ones carry along.
 set(PM_PC_REQUIRES "liblog4cxx")
 set(PM_PC_LIBS "")
+set(PM_PC_SNAPSHOT_REQUIRES "")
 if(BUILD_SHARED_LIBS)
   set(PM_STATIC OFF)
 else()
   set(PM_STATIC ON)
   string(APPEND PM_PC_REQUIRES " fmt simdjson libbson-1.0 lmdb libxxhash")
   set(PM_PC_LIBS "-lboost_filesystem")
+  set(PM_PC_SNAPSHOT_REQUIRES " fmt simdjson zlib libzstd")
 endif()
 
-set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/PmInstrumentCenter)
-install(EXPORT PmInstrumentCenterTargets NAMESPACE PmInstrumentCenter:: DESTINATION ${packageDir}
-  COMPONENT dev)
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/PmInstrumentCenterConfig.cmake.in
   ${PROJECT_BINARY_DIR}/package/PmInstrumentCenterConfig.cmake
   INSTALL_DESTINATION ${packageDir})
@@ -82,7 +96,11 @@ install(FILES
 
 file(RELATIVE_PATH includedirFromPc
   ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_FULL_INCLUDEDIR}/PmInstrumentCenter)
-configure_file(${CMAKE_CURRENT_LIST_DIR}/PmInstrumentCenter.pc.in
-  ${PROJECT_BINARY_DIR}/package/PmInstrumentCenter.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/package/PmInstrumentCenter.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+set(pcNames PmInstrumentCenter)
+if(TARGET PmSnapshot)
+  list(APPEND pcNames PmSnapshot)
+endif()
+foreach(name IN LISTS pcNames)
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/${name}.pc.in ${PROJECT_BINARY_DIR}/package/${name}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/package/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+endforeach()

@@ -15,7 +15,8 @@ set(CPACK_COMPONENTS_ALL library dev tool)
 
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/base ${PROJECT_BINARY_DIR}/platform)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
+  ${PROJECT_BINARY_DIR}/base ${PROJECT_BINARY_DIR}/platform ${PROJECT_BINARY_DIR}/snapshot)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
@@ -23,7 +24,7 @@ set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libpminstrumentcenter${PM_ABI})
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
 set(CPACK_COMPONENT_LIBRARY_DESCRIPTION "Catalogue of tradable instruments
  Answers what a trading platform's processes ask about instruments, from memory
- or from a local store.")
+ or from a local store, and reads their days from files.")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libpminstrumentcenter-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)

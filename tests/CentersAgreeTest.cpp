@@ -63,16 +63,18 @@ struct Questions {
             }
             add(inscenter::kEtfInstruments, etf->prCode);
         }
-        for (const auto& bond : day.bonds) {
+        for (const auto& [code, bond] : day.bonds) {
             add(market::kInterbank, bond->bondCode);
             add(market::kShanghai, bond->shanghaiCode);
             add(market::kShenzhen, bond->shenzhenCode);
         }
-        addKeys(day.bonds);
-        addKeys(day.tenderBonds);
-        addKeys(day.counterparties);
-        addKeys(day.otcFundPlans);
-        addKeys(day.issuances);
+        using Catalogue = mxservice::SnapshotCatalogue;
+        for (const auto catalogue : {Catalogue::Bonds, Catalogue::TenderBonds, Catalogue::Counterparties,
+                                     Catalogue::OtcPlans, Catalogue::Issuances}) {
+            for (const auto& record : day.records(catalogue)) {
+                texts.insert(record->getKey());
+            }
+        }
         markets.insert(market::kFutures.begin(), market::kFutures.end());
         for (const std::string& name : std::set<std::string>(markets)) {
             add(name, "?");
@@ -95,12 +97,6 @@ private:
             texts.insert(utils::ovStockKey(each, code));
         }
     }
-    template <class Records>
-    void addKeys(const Records& records) {
-        for (const auto& record : records) {
-            texts.insert(record->getKey());
-        }
-    }
 };
 
 /// Asks an in-memory center that has loaded one day and a persisted one that has loaded another.
@@ -110,8 +106,8 @@ public:
         std::ostringstream unheard;
         inscenter::Console console(unheard, false);
         utils::setToday(inscenter::tradingDayOf(serverDay));
-        inscenter::load(*server_, inscenter::copyOf(serverDay), console);
-        inscenter::load(*client_, inscenter::copyOf(clientDay), console);
+        inscenter::load(*server_, serverDay.copy(), console);
+        inscenter::load(*client_, clientDay.copy(), console);
         utils::setToday("");
         askKeys();
         askLists();
@@ -311,12 +307,12 @@ TEST(CentersAgree, OnEverythingThatADayCanBeAsked) {
 
 TEST(CentersAgree, NotWhereTheirDaysDiffer) {
     const Snapshot day = dayIn(PM_SAMPLES);
-    Snapshot other = inscenter::copyOf(day);
+    Snapshot other = day.copy();
     other.instruments.front()->lotSize += 1;
     other.etfs.front()->components.begin()->second->quantity += 1;
-    other.bonds.pop_back();
+    other.bonds.erase(std::prev(other.bonds.end()));
     const Comparison comparison(day, other);
-    const std::string bond = day.bonds.back()->bondCode;
+    const std::string bond = day.bonds.rbegin()->first;
     for (const std::string& found : {"getInstrument " + day.instruments.front()->getKey() + ": server {",
                                      "getEtf " + day.etfs.front()->getKey() + ": server {",
                                      "getBonds : \n  " + bond + ": server alone", "hasBond BANK" + bond + ": not"}) {

@@ -267,12 +267,24 @@ TEST_F(ToolTest, SummaryTellsWhatAReloadReplacedAndRemoved) {
     EXPECT_THAT(out.str(), HasSubstr("\ndropped,SH600009,reason,a later record has the same key\r\n"));
 }
 
-TEST_F(ToolTest, HongKongAloneIsAnOrdinaryMarket) {
-    for (const char* const market : {"HK", "HGT", "SGT"}) {
-        write("instruments.ndjson", std::string(R"({"market":")") + market + R"(","code":"00700","name":"TENCENT"})");
-        EXPECT_THAT(ask({"list", "--market", "HK"}).out, HasSubstr("TENCENT")) << market;
-        EXPECT_EQ(ask({"get", "HK00700"}).code, 0) << market;
+TEST_F(ToolTest, SaysWhatOfASnapshotItSkippedCutAndIgnored) {
+    std::string lines = "{\"market\":\"SH\",\"code\":\"1\",\"lotSize\":1.5,\"a\":0,\"filed\":\"SH\"}\n";
+    std::string expected;
+    const std::string file = "inscenter: " + (day_.path() / "instruments.ndjson").string();
+    for (int i = 2; i < 24; ++i) {
+        lines += "{\"market\":\"SH\",\"\\u001b[2J\":0}\n";
+        expected += i < 22 ? file + ":" + std::to_string(i) + ": field code: missing\n" : "";
     }
+    write("instruments.ndjson", lines);
+    write("bonds.ndjson", "{\"bondCode\":\"1\",\"a\":0}\n");
+    write("stocks.csv", "");
+    const Result result = ask({"list", "--market", "SH"});
+    EXPECT_EQ(result.code, 3);
+    EXPECT_EQ(result.err, "inscenter: " + (day_.path() / "stocks.csv").string() +
+                              ": no catalogue file, skipped\ninscenter: " + (day_.path() / "bonds.ndjson").string() +
+                              ": unknown key ignored: a\n" + expected + file + ": ... and 2 more lines skipped\n" +
+                              file + ":1: field lotSize: 1.5 cut to 1\n" + file +
+                              ": unknown keys ignored: a, \\x1B[2J\n");
 }
 
 TEST_F(ToolTest, EmptyAnswersSaySoInTables) {

@@ -75,6 +75,20 @@ in memory: I1 changed, I3 third, C1 first, P1 changed
 persisted: I1 changed, I3 third, C1 changed, P1 first
 TEXT
 
+# A day of two files, packed and not, with a line that cannot be used.
+mkdir -p "$work/day"
+printf '%s\n' '{"market":"SH","code":"600000","name":"Bank stock","lotSize":100}' '{"market":"SH"}' >"$work/day/instruments.ndjson"
+printf 'exchid,etfcode\nSH,510050\n' | gzip >"$work/day/etfs.csv.gz"
+expectDayAnswers() {
+    expectAnswers "$@" "$work/day" "$work/days" <<TEXT
+$work/day/instruments.ndjson:2: code: missing
+1 instruments, 1 ETFs, skipped: 1 lines, 0 files
+in memory, SH600000: {"market":"SH","code":"600000","name":"Bank stock","lotSize":100}
+persisted, SH600000: {"market":"SH","code":"600000","name":"Bank stock","lotSize":100}
+TEXT
+}
+expectDayAnswers "$work/examples/day_from_files"
+
 echo "-- every public header alone, as C++17"
 "$cmake" -S "$sourceDir/tests/install/headers" -B "$work/headers" -G Ninja -DCMAKE_CXX_COMPILER="$cxx" \
     -DCMAKE_PREFIX_PATH="$prefix"
@@ -85,3 +99,6 @@ export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
 read -r -a flags <<<"$(pkg-config --cflags --libs PmInstrumentCenter)"
 "$cxx" -std=c++17 "$sourceDir/examples/server_host.cpp" "${flags[@]}" -o "$work/server_host"
 LD_LIBRARY_PATH=$prefix/$libdir expectServerAnswers "$work/server_host"
+read -r -a flags <<<"$(pkg-config --cflags --libs PmSnapshot)"
+"$cxx" -std=c++17 "$sourceDir/examples/day_from_files.cpp" "${flags[@]}" -o "$work/day_from_files"
+LD_LIBRARY_PATH=$prefix/$libdir expectDayAnswers "$work/day_from_files"

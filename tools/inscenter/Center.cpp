@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <functional>
 #include <map>
 #include <unordered_map>
 
@@ -20,33 +21,6 @@ constexpr const char* kStrand = "inscenter";
 constexpr int kInstrumentCache = 4096;
 constexpr int kBondCache = 1024;
 constexpr int kOtcCache = 1024;
-
-/// The records by the text that each class's getKey answers; the later of two stays.
-template <class Record>
-std::map<std::string, shared_ptr<Record>> byKey(const std::vector<shared_ptr<Record>>& records) {
-    std::map<std::string, shared_ptr<Record>> map;
-    for (const auto& record : records) {
-        map[record->getKey()] = record;
-    }
-    return map;
-}
-
-/// The market list of one batch that holds everything. The in-memory center takes a list of exactly one of "HGT", "SGT"
-/// and "HK" for a part of Hong Kong and waits for the others; a second name of the three makes it an ordinary load.
-std::vector<std::string> marketList(const Snapshot& snapshot) {
-    std::vector<std::string> names;
-    for (const auto& [name, count] : marketsOf(snapshot)) {
-        names.push_back(name);
-    }
-    if (names.size() == 1) {
-        if (names.front() == "HK") {
-            names.emplace_back("HGT");
-        } else if (names.front() == "HGT" || names.front() == "SGT") {
-            names.emplace_back("HK");
-        }
-    }
-    return names;
-}
 
 /// A database that could not be written, as a message names it, and why.
 std::string described(const mxservice::FailedWrites& failed) {
@@ -94,25 +68,26 @@ bool wroteEverything(IInstrumentCenter& center, CenterKind kind, Console& consol
     return false;
 }
 
-std::map<std::string, shared_ptr<mxservice::IData>> recordsKept(IInstrumentCenter& center, Catalogue catalogue) {
+std::map<std::string, shared_ptr<mxservice::IData>> recordsKept(IInstrumentCenter& center,
+                                                                SnapshotCatalogue catalogue) {
     using Records = std::map<std::string, shared_ptr<mxservice::IData>>;
     const auto all = [](const auto& records) { return Records(records.begin(), records.end()); };
     switch (catalogue) {
-        case Catalogue::Instruments:  // in one map one record would hide another, see FiledInstruments
+        case SnapshotCatalogue::Instruments:  // in one map one record would hide another, see FiledInstruments
             break;
-        case Catalogue::Etfs:
+        case SnapshotCatalogue::Etfs:
             return all(center.getEtfs());
-        case Catalogue::Bonds:
+        case SnapshotCatalogue::Bonds:
             return all(center.getBonds());
-        case Catalogue::TenderBonds:
+        case SnapshotCatalogue::TenderBonds:
             return all(center.getTrenderBondInfos());
-        case Catalogue::Counterparties:
+        case SnapshotCatalogue::Counterparties:
             return all(center.getCounterpartys());
-        case Catalogue::OtcFundPlans:
+        case SnapshotCatalogue::OtcPlans:
             return all(center.getOtcInstruments());
-        case Catalogue::Issuances:
+        case SnapshotCatalogue::Issuances:
             return all(center.getIssuanceInfos());
-        case Catalogue::IssuancePrices:
+        case SnapshotCatalogue::IssuancePrices:
             return all(center.getIssuancePriceInfos());
     }
     return {};
@@ -121,38 +96,20 @@ std::map<std::string, shared_ptr<mxservice::IData>> recordsKept(IInstrumentCente
 BothCenters loadBoth(const Snapshot& snapshot, Console& console) {
     BothCenters both{makeCenter(CenterKind::Server), makeCenter(CenterKind::Client)};
     // Copies: the first load fills in fields of its records, which the second would take for the day's.
-    load(*both.server, copyOf(snapshot), console);
-    load(*both.client, copyOf(snapshot), console);
+    load(*both.server, snapshot.copy(), console);
+    load(*both.client, snapshot.copy(), console);
     return both;
 }
 
 std::vector<LoadStep> load(IInstrumentCenter& center, const Snapshot& snapshot, Console& console) {
     std::vector<LoadStep> steps;
-    const auto step = [&](Catalogue catalogue, std::size_t records, const auto& init) {
-        // Left out altogether: to load no fund plans, for one, would empty their database.
-        if (records == 0) {
-            return;
-        }
+    snapshot.loadInto(center, [&](SnapshotCatalogue catalogue, std::size_t records, const std::function<void()>& init) {
         console.begin(fmt::format("loading {} {}", records, catalogueName(catalogue)), 0);
         const auto began = std::chrono::steady_clock::now();
         init();
         const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - began;
         steps.push_back({catalogue, records, taken.count()});
-    };
-    // Instruments first: components of funds get their names from them.
-    step(Catalogue::Instruments, snapshot.instruments.size(),
-         [&] { center.initInstruments(marketList(snapshot), snapshot.instruments); });
-    step(Catalogue::Etfs, snapshot.etfs.size(), [&] { center.initEtfs(snapshot.etfs); });
-    step(Catalogue::Bonds, snapshot.bonds.size(), [&] { center.initBonds(byKey(snapshot.bonds)); });
-    step(Catalogue::TenderBonds, snapshot.tenderBonds.size(),
-         [&] { center.initTenderBondInfos(byKey(snapshot.tenderBonds)); });
-    step(Catalogue::Counterparties, snapshot.counterparties.size(),
-         [&] { center.initCounterpartys(byKey(snapshot.counterparties)); });
-    step(Catalogue::OtcFundPlans, snapshot.otcFundPlans.size(),
-         [&] { center.initOtcInstruments(snapshot.otcFundPlans); });
-    step(Catalogue::Issuances, snapshot.issuances.size(), [&] { center.initIssuanceInfos(snapshot.issuances); });
-    step(Catalogue::IssuancePrices, snapshot.issuancePrices.size(),
-         [&] { center.initIssuancePriceInfos(byKey(snapshot.issuancePrices)); });
+    });
     console.end();
     return steps;
 }

@@ -25,7 +25,7 @@ mxservice::CenterStatistics statisticsOf(mxservice::IInstrumentCenter& center, C
 
 /// One catalogue handed to a center.
 struct LoadStep {
-    Catalogue catalogue;
+    SnapshotCatalogue catalogue;
     std::size_t records;
     double seconds;
 };
@@ -41,7 +41,7 @@ std::vector<LoadStep> load(mxservice::IInstrumentCenter& center, const Snapshot&
 
 /// What the center keeps of a catalogue other than the instruments, by the keys under which it does.
 std::map<std::string, boost::shared_ptr<mxservice::IData>> recordsKept(mxservice::IInstrumentCenter& center,
-                                                                       Catalogue catalogue);
+                                                                       SnapshotCatalogue catalogue);
 
 /// A center of each kind.
 struct BothCenters {

@@ -99,7 +99,7 @@ const char* changeName(ChangeKind kind) {
     return kind == ChangeKind::Listed ? "listed" : kind == ChangeKind::Delisted ? "delisted" : "changed";
 }
 
-std::size_t Changes::count(Catalogue catalogue, ChangeKind kind) const {
+std::size_t Changes::count(SnapshotCatalogue catalogue, ChangeKind kind) const {
     return static_cast<std::size_t>(std::count_if(changes.begin(), changes.end(), [&](const Change& change) {
         return change.catalogue == catalogue && change.kind == kind;
     }));
@@ -109,9 +109,9 @@ Changes changesBetween(const Snapshot& before, const Snapshot& after, const std:
     Changes found;
     FieldComparison comparison(ignored);
     for (std::size_t i = 0; i < kCatalogues; ++i) {
-        const auto catalogue = static_cast<Catalogue>(i);
-        const auto oldRecords = recordsOf(before, catalogue);
-        const auto newRecords = recordsOf(after, catalogue);
+        const auto catalogue = static_cast<SnapshotCatalogue>(i);
+        const auto oldRecords = before.records(catalogue);
+        const auto newRecords = after.records(catalogue);
         const RecordsByKey was = byKey(oldRecords);
         const RecordsByKey is = byKey(newRecords);
         const auto begin = static_cast<std::ptrdiff_t>(found.changes.size());

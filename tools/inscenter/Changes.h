@@ -23,7 +23,7 @@ struct FieldChange {
 /// What became of one record.
 struct Change {
     ChangeKind kind;
-    Catalogue catalogue;
+    SnapshotCatalogue catalogue;
     std::string key;                  ///< text, as the class's getKey answers it
     std::string name;                 ///< as it is now, of a delisted record as it was
     std::vector<FieldChange> fields;  ///< of changed records
@@ -35,7 +35,7 @@ struct Changes {
     /// Records of each catalogue that both days have.
     std::array<std::size_t, kCatalogues> common{};
 
-    std::size_t count(Catalogue catalogue, ChangeKind kind) const;
+    std::size_t count(SnapshotCatalogue catalogue, ChangeKind kind) const;
 };
 
 /// Compares the days record by record; of several records with one key the last counts. `ignored` fields make no

@@ -119,7 +119,7 @@ Table changeTable(const Changes& changes) {
 Table changeCountTable(const Changes& changes) {
     Table table{{"catalogue", "listed", "delisted", "changed", "unchanged"}, {}};
     for (std::size_t i = 0; i < kCatalogues; ++i) {
-        const auto catalogue = static_cast<Catalogue>(i);
+        const auto catalogue = static_cast<SnapshotCatalogue>(i);
         const auto count = [&](ChangeKind kind) { return static_cast<std::int64_t>(changes.count(catalogue, kind)); };
         const std::int64_t changed = count(ChangeKind::Changed);
         const auto common = static_cast<std::int64_t>(changes.common[i]);

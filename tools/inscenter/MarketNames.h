@@ -4,12 +4,13 @@
 #include <string>
 #include <string_view>
 
+#include "snapshot/RecordText.h"
+
 namespace inscenter {
 
 /// The market under which the centers file the instruments that stand for the creation of funds.
 constexpr const char* kEtfInstruments = "ETFINSTS";
-/// The field of a listed instrument that names the market under which it is filed.
-constexpr const char* kFiledField = "filed";
+using mxservice::kFiledField;
 
 struct MarketName {
     const char* market;

@@ -23,7 +23,7 @@ namespace {
 namespace fs = std::filesystem;
 
 /// The catalogue whose records the database holds. Derived databases and raw ones repeat what others hold.
-std::optional<Catalogue> catalogueOf(const DatabaseDirectory& directory) {
+std::optional<SnapshotCatalogue> catalogueOf(const DatabaseDirectory& directory) {
     if (directory.kind != DirectoryKind::Catalogue) {
         return std::nullopt;
     }
@@ -32,10 +32,10 @@ std::optional<Catalogue> catalogueOf(const DatabaseDirectory& directory) {
             return std::nullopt;
         }
     }
-    return directory.market == "ALLETF"     ? Catalogue::Etfs
-           : directory.market == "BANKBOND" ? Catalogue::Bonds
-           : directory.market == "OTCINS"   ? Catalogue::OtcFundPlans
-                                            : Catalogue::Instruments;
+    return directory.market == "ALLETF"     ? SnapshotCatalogue::Etfs
+           : directory.market == "BANKBOND" ? SnapshotCatalogue::Bonds
+           : directory.market == "OTCINS"   ? SnapshotCatalogue::OtcPlans
+                                            : SnapshotCatalogue::Instruments;
 }
 
 /// A store of its own, gone with the object; the process's own is back then.
@@ -79,7 +79,7 @@ void expectWhole(const Snapshot& loaded, const Snapshot& stored, const std::stri
     // By market and catalogue and not by number: of listings that are merged fewer come back than were loaded.
     const bool whole = filed(loaded) == filed(stored) && loaded.etfs.empty() == stored.etfs.empty() &&
                        loaded.bonds.empty() == stored.bonds.empty() &&
-                       loaded.otcFundPlans.empty() == stored.otcFundPlans.empty();
+                       loaded.otcPlans.empty() == stored.otcPlans.empty();
     if (!whole) {
         throw UnreadableInput(root + ": the snapshot could not be stored there; is the disk full?");
     }
@@ -91,7 +91,7 @@ std::size_t readStoredSnapshot(const std::string& root, Snapshot& snapshot, Cons
     StoreReader reader(console);
     std::size_t skipped = 0;
     for (const DatabaseDirectory& directory : directoriesOf(root)) {
-        const std::optional<Catalogue> catalogue = catalogueOf(directory);
+        const std::optional<SnapshotCatalogue> catalogue = catalogueOf(directory);
         const auto database = catalogue ? reader.open(directory) : nullptr;
         if (!database) {
             continue;
@@ -104,8 +104,8 @@ std::size_t readStoredSnapshot(const std::string& root, Snapshot& snapshot, Cons
                 ++skipped;
                 return true;
             }
-            // Without a problem the document is of the class that addRecord takes for granted.
-            addRecord(snapshot, *catalogue, mxservice::TypeManager::instance()->parse(bytes, nullptr));
+            // Without a problem the document is of the class that the catalogue takes for granted.
+            snapshot.add(*catalogue, mxservice::TypeManager::instance()->parse(bytes, nullptr));
             return true;
         });
     }
@@ -117,7 +117,7 @@ Snapshot storedForm(const Snapshot& snapshot, Console& console) {
     const ScratchStore store;
     {
         const auto center = makeCenter(CenterKind::Client);
-        load(*center, copyOf(snapshot), console);  // which fills in fields; a report loads the originals after this
+        load(*center, snapshot.copy(), console);  // which fills in fields; a report loads the originals after this
     }
     ScratchStore::close();
     Snapshot stored;

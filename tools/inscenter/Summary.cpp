@@ -78,12 +78,13 @@ double milliseconds(double seconds) {
 Table catalogueTable(Session& session, std::int64_t instruments) {
     Table table{{"catalogue", "read", "kept", "loadMs"}, {}};
     for (std::size_t i = 0; i < kCatalogues; ++i) {
-        const auto catalogue = static_cast<Catalogue>(i);
+        const auto catalogue = static_cast<SnapshotCatalogue>(i);
         const auto step = std::find_if(session.day.steps.begin(), session.day.steps.end(),
                                        [&](const LoadStep& done) { return done.catalogue == catalogue; });
         const double seconds = step == session.day.steps.end() ? 0 : step->seconds;
-        const std::int64_t kept =
-            catalogue == Catalogue::Instruments ? instruments : number(recordsKept(session.center, catalogue).size());
+        const std::int64_t kept = catalogue == SnapshotCatalogue::Instruments
+                                      ? instruments
+                                      : number(recordsKept(session.center, catalogue).size());
         table.rows.push_back({std::string(catalogueName(catalogue)),
                               static_cast<std::int64_t>(session.day.read.records[i]), kept, milliseconds(seconds)});
     }

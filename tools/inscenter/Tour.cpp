@@ -119,7 +119,7 @@ Entries mains(const Question& question) {
 /// The centers answer for one code at a time and list none, so those of the day are asked; platform codes alike.
 Entries interbankCodes(const Question& question) {
     Entries entries;
-    for (const auto& bond : question.snapshot.bonds) {
+    for (const auto& [key, bond] : question.snapshot.bonds) {
         for (const auto& [exchange, code] :
              {std::pair{market::kShanghai, bond->shanghaiCode}, std::pair{market::kShenzhen, bond->shenzhenCode}}) {
             const std::string bondCode = code.empty() ? "" : question.center.getInterbankCode(exchange + code);
@@ -146,7 +146,7 @@ Entries platformCodes(const Question& question) {
 Entries planGroups(const Question& question) {
     // Those that the plans name: no center lists its groups.
     std::set<int> groups;
-    for (const auto& plan : question.snapshot.otcFundPlans) {
+    for (const auto& plan : question.snapshot.otcPlans) {
         groups.insert(plan->planType);
     }
     Entries entries;

@@ -1,34 +1,21 @@
 #pragma once
 
 #include <cstddef>
-#include <string>
 #include <string_view>
+
+#include "snapshot/Utf8.h"
 
 namespace inscenter {
 
-/// What bytes that are no UTF-8 are shown as: U+FFFD, in UTF-8.
-constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
-
-/// One step through a text.
-struct CodePoint {
-    char32_t value;      ///< U+FFFD when `valid` is false
-    std::size_t length;  ///< bytes taken; 1 when `valid` is false
-    bool valid;          ///< the bytes are the shortest UTF-8 form of a Unicode scalar value
-};
-
-/// The first code point of `text`, which must not be empty.
-CodePoint decodeUtf8(std::string_view text);
-
-bool isUtf8(std::string_view text);
-
-/// Appends `text` with every offending byte replaced.
-void appendUtf8(std::string& out, std::string_view text);
+using mxservice::snapshot::appendUtf8;
+using mxservice::snapshot::CodePoint;
+using mxservice::snapshot::decodeUtf8;
+using mxservice::snapshot::isUtf8;
+using mxservice::snapshot::kReplacement;
+using mxservice::snapshot::printable;
 
 /// Columns that a terminal gives the text: 2 for wide and full-width characters, 0 for combining and invisible ones,
 /// else 1, by Unicode Standard Annex #11.
 std::size_t displayWidth(std::string_view text);
-
-/// The text as it may be written to a terminal: offending bytes replaced, control characters as "\x1B".
-std::string printable(std::string_view text);
 
 }  // namespace inscenter

@@ -91,9 +91,9 @@ void listOtcPlans(Session& session, const Query& query);
 void showInterbankCode(Session& session, const Query& query);
 
 /// Lists what the center keeps of a catalogue other than the instruments.
-void listCatalogue(Session& session, const Query& query, Catalogue catalogue);
+void listCatalogue(Session& session, const Query& query, SnapshotCatalogue catalogue);
 /// The same as a verb.
-template <Catalogue catalogue>
+template <SnapshotCatalogue catalogue>
 void listKept(Session& session, const Query& query) {
     listCatalogue(session, query, catalogue);
 }

@@ -13,13 +13,13 @@ constexpr const char* kInterbank = "BANK";
 
 }  // namespace
 
-void listCatalogue(Session& session, const Query& query, Catalogue catalogue) {
+void listCatalogue(Session& session, const Query& query, SnapshotCatalogue catalogue) {
     constexpr std::array<const char*, kCatalogues> kNothing{"no instruments",  "no ETFs",           "no bonds",
                                                             "no tender bonds", "no counterparties", "no OTC fund plans",
                                                             "no issuances",    "no price settings"};
     session.list(valuesOf(recordsKept(session.center, catalogue)), query,
                  kNothing[static_cast<std::size_t>(catalogue)]);
-    if (catalogue == Catalogue::IssuancePrices && session.kind == CenterKind::Server) {
+    if (catalogue == SnapshotCatalogue::IssuancePrices && session.kind == CenterKind::Server) {
         session.output.note("The in-memory center keeps no price settings.");
     }
 }
@@ -64,7 +64,7 @@ void showBond(Session& session, const Query& query) {
 
 void listOtcPlans(Session& session, const Query& query) {
     if (!query.group) {
-        listKept<Catalogue::OtcFundPlans>(session, query);
+        listKept<SnapshotCatalogue::OtcPlans>(session, query);
         return;
     }
     std::vector<boost::shared_ptr<mxservice::COTCFundPlanInfo>> plans;

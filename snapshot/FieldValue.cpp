@@ -1,4 +1,4 @@
-#include "tools/inscenter/FieldValue.h"
+#include "snapshot/FieldValue.h"
 
 #include <fmt/format.h>
 
@@ -10,21 +10,13 @@
 #include "base/instrumentcenter/vocabulary/Markets.h"
 #include "platform/record/Records.h"
 #include "platform/utils/Calendar.h"
-#include "tools/inscenter/MarketNames.h"
-#include "tools/inscenter/RecordText.h"
-#include "tools/inscenter/Utf8.h"
+#include "snapshot/FileNotes.h"
+#include "snapshot/Utf8.h"
 
-namespace inscenter {
+namespace mxservice::snapshot {
 namespace {
 
-using mxservice::Field;
-using mxservice::FieldKind;
-using mxservice::IData;
-using mxservice::RecordType;
-
-constexpr std::size_t kMaxUnknownKeys = 20;
-constexpr std::size_t kMaxCutNumbers = 20;
-constexpr std::size_t kMaxShownBytes = 60;  // of a key or value in a message
+constexpr std::size_t kMaxShownBytes = 60;  // of a value in a message
 
 bool refuseRange(const Field& field, LineError& error) {
     return refuse(error, field.name(), "number out of range");
@@ -37,9 +29,9 @@ bool refuseDay(const Field& field, std::string_view found, LineError& error) {
 
 /// Outer futures records carry the key of their market where others have the day of their listing.
 bool isMarketKey(const Field& field, const IData& record) {
-    const auto* const instrument = dynamic_cast<const mxservice::CInstrumentDetail*>(&record);
+    const auto* const instrument = dynamic_cast<const CInstrumentDetail*>(&record);
     return instrument != nullptr && &field.in<std::string>(record) == &instrument->listingDate &&
-           instrument->market == mxservice::market::kOuterFuture;
+           instrument->market == market::kOuterFuture;
 }
 
 }  // namespace
@@ -49,51 +41,8 @@ bool refuse(LineError& error, std::string field, std::string reason) {
     return false;
 }
 
-std::string LineError::text() const {
-    return field.empty() ? reason : fmt::format("field {}: {}", field, reason);
-}
-
-void FileNotes::addUnknownKey(std::string_view key) {
-    if (key == kFiledField) {  // of an answer of this tool that is now read as a snapshot
-        return;
-    }
-    const std::string shown = printable(key.substr(0, kMaxShownBytes));
-    // A key that one line has all lines have: it is told once for the file.
-    if (std::find(unknownKeys_.begin(), unknownKeys_.end(), shown) != unknownKeys_.end()) {
-        return;
-    }
-    // The list is searched for every such key, so it stays short also where each line has others.
-    if (unknownKeys_.size() == kMaxUnknownKeys) {
-        moreUnknownKeys_ = true;
-        return;
-    }
-    unknownKeys_.push_back(shown);
-}
-
-void FileNotes::addCutNumber(const std::string& field, double number) {
-    if (cuts_++ < kMaxCutNumbers) {
-        std::string text = "field " + field + ": ";
-        appendNumber(text, number);
-        text += " cut to ";
-        appendNumber(text, std::trunc(number) + 0.0);  // of -0.5 remains 0, without a sign
-        cutNumbers_.push_back({line_, std::move(text)});
-    }
-}
-
-std::vector<FileNote> FileNotes::notes() const {
-    std::vector<FileNote> notes = cutNumbers_;
-    if (cuts_ > kMaxCutNumbers) {
-        notes.push_back({0, fmt::format("... and {} more numbers cut to whole ones", cuts_ - kMaxCutNumbers)});
-    }
-    if (!unknownKeys_.empty()) {
-        notes.push_back({0, fmt::format("unknown {} ignored: {}{}", unknownKeys_.size() == 1 ? "key" : "keys",
-                                        fmt::join(unknownKeys_, ", "), moreUnknownKeys_ ? ", ..." : "")});
-    }
-    return notes;
-}
-
 bool assignInteger(const Field& field, IData& record, std::int64_t value, LineError& error) {
-    const bool fits = mxservice::visitField(field, record, [value](auto& member) {
+    const bool fits = visitField(field, record, [value](auto& member) {
         using Member = std::decay_t<decltype(member)>;
         // A price takes any whole number: the digits that a double drops are no digits of a price.
         if constexpr (std::is_integral_v<Member>) {
@@ -159,8 +108,7 @@ bool hasDays(const IData& record, const std::vector<const Field*>& dates, LineEr
 }
 
 std::vector<const Field*> identityFields(const RecordType& type) {
-    const bool needsMarket =
-        &type == &mxservice::CInstrumentDetail::table() || &type == &mxservice::CETFDetail::table();
+    const bool needsMarket = &type == &CInstrumentDetail::table() || &type == &CETFDetail::table();
     std::vector<const Field*> identity;
     const auto add = [&](const char* key) {
         if (const Field* const field = type.find(key)) {
@@ -187,4 +135,4 @@ bool hasIdentity(const IData& record, const std::vector<const Field*>& identity,
     return true;
 }
 
-}  // namespace inscenter
+}  // namespace mxservice::snapshot

@@ -1,4 +1,4 @@
-#include "tools/inscenter/JsonRecordReader.h"
+#include "snapshot/JsonRecordReader.h"
 
 #include <fmt/format.h>
 #include <simdjson.h>
@@ -6,25 +6,20 @@
 #include <boost/make_shared.hpp>
 
 #include <charconv>
+#include <numeric>
 #include <vector>
 
 #include "platform/record/Records.h"
-#include "tools/inscenter/LineReader.h"
+#include "snapshot/FileNotes.h"
 
-namespace inscenter {
+namespace mxservice::snapshot {
 namespace {
 
-using mxservice::CETFComponentStockInfo;
-using mxservice::ComponentMap;
-using mxservice::Field;
-using mxservice::FieldKind;
-using mxservice::IData;
-using mxservice::RecordType;
 using simdjson::ondemand::json_type;
 using simdjson::ondemand::value;
 
 // The parser looks at whole blocks, and so beyond the end of its text.
-static_assert(LineReader::kPadding >= simdjson::SIMDJSON_PADDING);
+static_assert(kPadding >= simdjson::SIMDJSON_PADDING);
 
 bool refuseJson(LineError& error, simdjson::error_code code) {
     switch (code) {
@@ -83,22 +78,36 @@ bool isNull(value& found) {
     return found.is_null().get(null) == simdjson::SUCCESS && null;
 }
 
+/// Which field came behind which in the line before: lines of one file mostly name the same ones, in one order, and a
+/// comparison there spares the search. The first guess is the order of the table.
+class FieldOrder {
+public:
+    explicit FieldOrder(const RecordType& type) : next_(type.fields().size() + 1) {
+        std::iota(next_.begin(), next_.end(), std::size_t{0});
+    }
+    /// What came behind the field before `place`, mostly; 0 is the first of a line.
+    std::size_t& operator[](std::size_t place) { return next_[place]; }
+
+private:
+    std::vector<std::size_t> next_;
+};
+
 /// One pass over a line; lives as long as the line is read. Values are asked for one by one instead of parsing the line
 /// into a tree first: of a number that is out of range a tree says that the line is bad, but not which field.
 class Pass {
 public:
-    Pass(FileNotes& notes, LineError& error) : notes_(notes), error_(error) {}
+    Pass(FieldOrder& components, FileNotes& notes, LineError& error)
+        : components_(components), notes_(notes), error_(error) {}
 
-    bool readObject(simdjson::ondemand::object object, const RecordType& type, IData& record) {
+    bool readObject(simdjson::ondemand::object object, const RecordType& type, FieldOrder& order, IData& record) {
         const std::vector<Field>& fields = type.fields();
-        std::size_t expected = 0;
+        std::size_t place = 0;
         for (auto entry : object) {
             simdjson::ondemand::field member;
             if (const auto code = std::move(entry).get(member)) {
                 return refuseJson(error_, code);
             }
-            std::size_t index = expected;
-            // Nearly every line was written from the table, in its order: a comparison there spares the search.
+            std::size_t index = order[place];
             if (index >= fields.size() || !member.key().unsafe_is_equal(fields[index].name())) {
                 std::string_view key;
                 if (const auto code = member.unescaped_key().get(key)) {
@@ -110,12 +119,12 @@ public:
                     skipped_ = true;
                     continue;
                 }
-                index = static_cast<std::size_t>(found);
+                index = order[place] = static_cast<std::size_t>(found);
             }
             if (!readField(fields[index], member.value(), record)) {
                 return false;
             }
-            expected = index + 1;  // also behind a key out of order: most lines go on from there
+            place = index + 1;
         }
         return true;
     }
@@ -138,7 +147,7 @@ public:
             }
             auto component = boost::make_shared<CETFComponentStockInfo>();
             // The basket is a map by code: of two components without one the first would be lost.
-            if (!readObject(object, type, *component) || !hasIdentity(*component, identity, error_)) {
+            if (!readObject(object, type, components_, *component) || !hasIdentity(*component, identity, error_)) {
                 if (!error_.field.empty()) {
                     error_.field = fmt::format("{}[{}].{}", field.name(), number, error_.field);
                 }
@@ -194,6 +203,7 @@ private:
         return isNull(found) || refuseValue(error_, field, found, json_type::number);
     }
 
+    FieldOrder& components_;
     FileNotes& notes_;
     LineError& error_;
     bool skipped_ = false;
@@ -202,6 +212,10 @@ private:
 }  // namespace
 
 struct JsonRecordReader::State {
+    explicit State(const RecordType& type) : order(type) {}
+
+    FieldOrder order;
+    FieldOrder components{CETFComponentStockInfo::table()};
     simdjson::ondemand::parser parser;
     simdjson::dom::parser whole;  // of lines with keys that nobody knows
 
@@ -217,7 +231,7 @@ struct JsonRecordReader::State {
     }
 };
 
-JsonRecordReader::JsonRecordReader(const RecordType& type) : type_(type), state_(std::make_unique<State>()) {}
+JsonRecordReader::JsonRecordReader(const RecordType& type) : type_(type), state_(std::make_unique<State>(type)) {}
 
 JsonRecordReader::~JsonRecordReader() = default;
 
@@ -225,7 +239,7 @@ bool JsonRecordReader::readLine(std::string_view line, IData& record, FileNotes&
     if (line.find('\0') != std::string_view::npos) {
         return refuse(error, "", "NUL byte");
     }
-    const simdjson::padded_string_view padded(line, line.size() + LineReader::kPadding);
+    const simdjson::padded_string_view padded(line, line.size() + kPadding);
     simdjson::ondemand::document document;
     if (const auto code = state_->parser.iterate(padded).get(document)) {
         return refuseJson(error, code);
@@ -234,8 +248,9 @@ bool JsonRecordReader::readLine(std::string_view line, IData& record, FileNotes&
     if (const auto code = document.get_object().get(object)) {
         return code == simdjson::INCORRECT_TYPE ? refuse(error, "", "a JSON object expected") : refuseJson(error, code);
     }
-    Pass pass(notes, error);
-    return pass.readObject(object, type_, record) && state_->ends(document, padded, pass.skipped(), error);
+    Pass pass(state_->components, notes, error);
+    return pass.readObject(object, type_, state_->order, record) &&
+           state_->ends(document, padded, pass.skipped(), error);
 }
 
 bool JsonRecordReader::readComponents(std::string_view array, const Field& field, IData& record, FileNotes& notes,
@@ -248,7 +263,7 @@ bool JsonRecordReader::readComponents(std::string_view array, const Field& field
         document.get_array().get(items) != simdjson::SUCCESS) {
         return refuse(error, field.name(), "a JSON array expected");
     }
-    Pass pass(notes, error);
+    Pass pass(state_->components, notes, error);
     const bool good =
         pass.readComponents(items, field, record) && state_->ends(document, padded, pass.skipped(), error);
     // What is wrong with the cell as a whole still belongs to one column of the line.
@@ -258,4 +273,4 @@ bool JsonRecordReader::readComponents(std::string_view array, const Field& field
     return good;
 }
 
-}  // namespace inscenter
+}  // namespace mxservice::snapshot

@@ -7,6 +7,7 @@ include(CMakePackageConfigHelpers)
 set(PM_PUBLIC_HEADERS
   base/instrumentcenter/CClientInstrumentCenter.h
   base/instrumentcenter/CServerInstrumentCenter.h
+  base/instrumentcenter/CatalogueChange.h
   base/instrumentcenter/CenterStatistics.h
   base/instrumentcenter/Export.h
   base/instrumentcenter/IInstrumentCenter.h

@@ -1,13 +1,20 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
 
+#include <atomic>
 #include <functional>
+#include <future>
 #include <list>
 #include <memory>
 #include <set>
+#include <stdexcept>
+#include <thread>
 
 #include "tests/CenterFixture.h"
 #include "tests/FromEnvironment.h"
+#include "tests/LogCapture.h"
+#include "tests/WatchedThread.h"
 #include "tests/model/Answers.h"
 #include "tests/model/RecordMaker.h"
 
@@ -251,6 +258,217 @@ TEST_F(ClientChanges, AreInTheStore) {
         codes.insert(document.getStringField("code"));
     }
     EXPECT_THAT(codes, ElementsAre("2", "3"));
+}
+
+/// A record in a few letters, so that a failure can be read.
+std::string brief(const InstrumentPtr& record) {
+    return record ? record->market + std::to_string(utils::hash(model::imageOf(record))) : "none";
+}
+
+/// The listing as a subscriber keeps it, from nothing but what it is told.
+class Mirror {
+public:
+    void hear(const CatalogueChange& change) {
+        EXPECT_GT(change.version, version_) << "in the order of versions";
+        version_ = change.version;
+        for (const CatalogueChange::Item& item : change.instruments) {
+            ASSERT_TRUE(item.before || item.after);
+            const std::string key = keyOf(item.after ? *item.after : *item.before);
+            EXPECT_EQ(item.before ? brief(item.before) : "", images_[key]) << key;
+            EXPECT_NE(brief(item.before), brief(item.after)) << key;
+            images_[key] = item.after ? brief(item.after) : "";
+        }
+        ++calls_;
+    }
+    std::map<std::string, std::string> images() const {
+        std::map<std::string, std::string> present = images_;
+        std::erase_if(present, [](const auto& entry) { return entry.second.empty(); });
+        return present;
+    }
+    int calls() const { return calls_; }
+
+    static std::string keyOf(const CInstrumentDetail& record) {
+        return folded(utils::ovStockKey(record.market, record.code));
+    }
+
+private:
+    std::uint64_t version_ = 0;
+    int calls_ = 0;
+    std::map<std::string, std::string> images_;
+};
+
+/// Whatever is loaded, replaced, removed and changed: who applies what is told has what the center lists.
+TYPED_TEST(Changes, ToldKeepAMirror) {
+    const unsigned seed = seedOfRun();
+    SCOPED_TRACE(seed);
+    model::Maker maker(seed);
+    Mirror mirror;
+    const std::list<std::string> lists(kChangedMarkets.begin(), kChangedMarkets.end());
+    const Subscription subscription =
+        this->center().subscribe([&](const CatalogueChange& change) { mirror.hear(change); });
+    Instruments known;  // handed in again now and then, as copies
+    const auto batchOf = [&](const std::vector<std::string>& markets) {
+        Instruments records;
+        for (std::size_t i = maker.below(30); i > 0; --i) {
+            const bool again = !known.empty() && !maker.chance(3);
+            const InstrumentPtr record =
+                again ? model::clone(known[maker.below(known.size())]) : maker.instrument(maker.oneOf(markets)).real;
+            record->combinedConnectFlags = 7;  // else a load would fill them in, in the record that is listed already
+            known.push_back(record);
+            records.push_back(model::clone(record));
+        }
+        return records;
+    };
+    for (int round = 0; round < 60 && !testing::Test::HasFailure(); ++round) {
+        SCOPED_TRACE(round);
+        std::vector<std::string> markets;
+        for (std::size_t i = maker.below(4) + 1; i > 0; --i) {
+            markets.push_back(maker.oneOf(kChangedMarkets));
+        }
+        const std::size_t operation = maker.below(5);
+        SCOPED_TRACE(testing::PrintToString(markets) + std::to_string(operation));
+        switch (operation) {
+            case 0:
+                this->center().initInstruments(markets, batchOf(markets));
+                break;
+            case 1:
+                this->center().replaceInstruments(markets, batchOf(markets));
+                break;
+            case 2:
+                this->center().removeMarkets(markets);
+                break;
+            case 3:
+                this->center().clearDatas(markets);
+                break;
+            default:
+                this->center().applyChanges(batchOf(markets), {markets.front() + maker.oneOf(model::kCodes)});
+        }
+        std::map<std::string, std::string> listed;
+        // Market by market: the list of everything also has what a reload has left behind.
+        for (const auto& [text, record] : this->asked().getInstruments(lists)) {
+            listed[Mirror::keyOf(*record)] = brief(record);
+        }
+        EXPECT_EQ(mirror.images(), listed);
+    }
+    EXPECT_GT(mirror.calls(), 20);
+}
+
+/// A handler may do what any caller may, and what it does itself is told after it has returned.
+TYPED_TEST(Changes, MayBeHeardByAHandlerThatLoads) {
+    std::vector<std::vector<std::string>> told;
+    int depth = 0;
+    Subscription subscription = this->center().subscribe([&](const CatalogueChange& change) {
+        EXPECT_EQ(++depth, 1);
+        told.push_back(change.markets);
+        EXPECT_EQ(this->asked().getInstruments(change.markets.front()).size(), change.instruments.size());
+        if (told.size() == 1) {
+            this->load({"SZ"}, {instrument("SZ", "1"), instrument("SZ", "2")});
+        } else {
+            subscription = {};
+        }
+        --depth;
+    });
+    this->load({"SH"}, {instrument("SH", "1")});
+    EXPECT_THAT(told, ElementsAre(ElementsAre("SH"), ElementsAre("SZ")));
+    this->load({"BJ"}, {instrument("BJ", "1")});
+    EXPECT_EQ(told.size(), 2U) << "unsubscribed";
+}
+
+TYPED_TEST(Changes, AreToldToTheOthersWhereOneSubscriberThrows) {
+    std::vector<std::string> told;
+    const LogCapture capture;
+    const Subscription bad =
+        this->center().subscribe([](const CatalogueChange&) { throw std::runtime_error("subscriber's own"); });
+    const Subscription none = this->center().subscribe({});
+    Subscription good = this->center().subscribe([&](const CatalogueChange& change) {
+        told.insert(told.end(), change.catalogues.begin(), change.catalogues.end());
+    });
+    const Subscription moved = std::move(good);
+    this->asked().initBonds({{"1", boost::make_shared<CBondInfoDetail>()}});
+    this->asked().initCounterpartys({});
+    EXPECT_THAT(told, ElementsAre("bonds", "counterparties"));
+    EXPECT_GE(capture.count("[inscenter] a subscriber failed: subscriber's own"), 2U);
+}
+
+/// Where an executor runs the handler, the load does not, and nothing runs after the end of the subscription.
+TYPED_TEST(Changes, AreToldWhereTheExecutorSays) {
+    std::vector<std::function<void()>> tasks;
+    int calls = 0;
+    Subscription subscription = this->center().subscribe([&](const CatalogueChange&) { ++calls; },
+                                                         [&](std::function<void()> task) { tasks.push_back(task); });
+    this->load({"SH"}, {instrument("SH", "1")});
+    this->load({"SZ"}, {instrument("SZ", "1")});
+    EXPECT_EQ(calls, 0);
+    ASSERT_EQ(tasks.size(), 2U);
+    tasks[0]();
+    EXPECT_EQ(calls, 1);
+    subscription = Subscription();
+    tasks[1]();
+    EXPECT_EQ(calls, 1);
+}
+
+TYPED_TEST(Changes, UnsubscribingWaitsForTheCallOfAnotherThread) {
+    std::promise<void> entered;
+    std::promise<void> release;
+    std::atomic<bool> left{false};
+    Subscription subscription = this->center().subscribe([&](const CatalogueChange&) {
+        entered.set_value();
+        release.get_future().wait();
+        left = true;
+    });
+    std::thread load([&] { this->load({"SH"}, {instrument("SH", "1")}); });
+    entered.get_future().wait();
+    bool leftBefore = false;
+    {
+        const WatchedThread unsubscribe([&] {
+            subscription = Subscription();
+            leftBefore = left;
+        });
+        if (WatchedThread::canBeWatched()) {
+            EXPECT_TRUE(unsubscribe.waitsIn(SYS_futex));
+        }
+        release.set_value();
+    }
+    load.join();
+    EXPECT_TRUE(leftBefore);
+}
+
+/// Loads of several threads are told one at a time, in their order; under a sanitizer this finds races.
+TYPED_TEST(Changes, OfManyThreadsAreToldOneAfterTheOther) {
+    std::atomic<int> inside{0};
+    std::uint64_t last = 0;
+    std::size_t items = 0;
+    const Subscription subscription = this->center().subscribe([&](const CatalogueChange& change) {
+        EXPECT_EQ(++inside, 1);
+        EXPECT_GE(change.version, last);
+        last = change.version;
+        items += change.instruments.size();
+        --inside;
+    });
+    std::vector<std::thread> threads;
+    for (const std::string market : {"SH", "SZ", "BJ"}) {
+        threads.emplace_back([this, market] {
+            for (int i = 0; i < 20; ++i) {
+                const Subscription passing = this->center().subscribe([](const CatalogueChange&) {});
+                this->center().applyChanges({instrument(market, std::to_string(i))}, {});
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(items, 60U);
+}
+
+TEST(ChangedFields, AreThoseThatDiffer) {
+    const auto before = instrument("SH", "1");
+    auto after = model::clone(before);
+    EXPECT_THAT(changedFields(*before, *after), IsEmpty());
+    after->lotSize = 100;
+    after->name = "other";
+    EXPECT_THAT(changedFields(*before, *after), UnorderedElementsAre("name", "lotSize"));
+    const std::vector<std::string> all = changedFields(*before, CCounterpartyDetail());
+    EXPECT_THAT(all, testing::IsSupersetOf({"market", "id"})) << "of different classes";
 }
 
 }  // namespace

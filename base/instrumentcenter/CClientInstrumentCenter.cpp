@@ -124,7 +124,14 @@ CClientInstrumentCenter::CClientInstrumentCenter(const std::string& strandName, 
                                                  int bondCacheSize, int otcCacheSize)
     : client_(std::make_unique<ClientState>(state(), strandName, instrumentCacheSize, bondCacheSize, otcCacheSize)) {}
 
-CClientInstrumentCenter::~CClientInstrumentCenter() = default;
+CClientInstrumentCenter::~CClientInstrumentCenter() {
+    state().subscribers.close();  // while a handler that is running may still ask
+}
+
+Subscription CClientInstrumentCenter::subscribe(std::function<void(const CatalogueChange&)> handler,
+                                                Executor executor) {
+    return state().subscribers.add(std::move(handler), std::move(executor), version());
+}
 
 void CClientInstrumentCenter::initInstruments(const std::vector<std::string>& markets,
                                               const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) {
@@ -185,6 +192,9 @@ void CClientInstrumentCenter::loadInstruments(const std::vector<std::string>& ma
     }
     combineConnectFlags(datas, listings);
     steps.done(kGroupingStep);
+    if (load.replaced.empty()) {
+        load.telling.compareEmptied(markets, datas);  // the others when they are written
+    }
     const std::vector<std::string> emptied = beginReplacing(datas, load);
     // From here on the disk changes: killed before a market's write, the load leaves that market's former documents.
     writeMarkets(datas, "", load);
@@ -310,6 +320,7 @@ void CClientInstrumentCenter::writeMarket(uint64 marketHash, const std::string& 
     const std::string db = DBBuilder::buildDbName(folded);
     // Before the write: from now on a lookup that is cached answers the new record, never one older than the store's.
     client_->instruments.refresh(records);
+    load.telling.compare(marketHash, folded, records, load.replaces(marketHash) || load.replacement.drops(marketHash));
     const KeySet former =
         load.replaces(marketHash) ? client_->listedKeys(marketHash) : load.notes.takeCleared(marketHash);
     MarketLoad done;
@@ -409,6 +420,7 @@ bool CClientInstrumentCenter::getCachedDatas(uint64 marketHash,
 
 void CClientInstrumentCenter::clearDatas(const std::vector<std::string>& markets) {
     ClientLoad byNothing(*client_);
+    byNothing.telling.compareEmptied(markets, {});
     forgetMarkets(markets, byNothing);
     byNothing.replacement.dropRest();
     state().loads.write()->settleEmptied(byNothing.notes);

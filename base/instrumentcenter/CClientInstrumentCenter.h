@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <list>
 #include <map>
 #include <memory>
@@ -9,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/instrumentcenter/CatalogueChange.h"
 #include "base/instrumentcenter/CenterStatistics.h"
 #include "base/instrumentcenter/Export.h"
 #include "base/instrumentcenter/IInstrumentCenter.h"
@@ -171,6 +173,15 @@ public:
     /// loads, one commit a market.
     void applyChanges(const std::vector<boost::shared_ptr<CInstrumentDetail>>& upserts,
                       const std::vector<std::string>& removedKeys);
+
+    /// Calls `handler` after each load or update that readers can see, in the order of versions and one call at a time,
+    /// on the thread of the load, or of another one that is under way, or where `executor` runs it (then the executor
+    /// decides about order). A load of instruments is told once, at its end; former records are read from the store for
+    /// that. No lock is held: the handler may ask, load, subscribe and unsubscribe; what it loads is told after it
+    /// returns. What it throws is logged and swallowed. An empty handler is none. Unsubscribed by the returned object's
+    /// end, or the center's, which both wait for a running call. Without subscribers a load costs what it cost. Not
+    /// virtual; safe from any thread.
+    Subscription subscribe(std::function<void(const CatalogueChange&)> handler, Executor executor = {});
 
     // Contracts, chains and days, of what the markets list; none of them virtual. Of several that all of an order goes
     // by cannot tell apart, the market decides, then the code. Each question reads every document of the markets it

@@ -44,6 +44,7 @@ private:
     void write(MarketKey market, MarketChange& change);
     MarketRecords wholeOf(MarketKey market, const MarketChange& change) const;
     void publish();
+    void tell();
     bool touchesMains(MarketKey market, const MarketChange& change) const;
     void amendMains();
     void amendProducts();
@@ -51,22 +52,36 @@ private:
 
     CClientInstrumentCenter& center_;
     ClientState& client_;
+    ClientTelling telling_;  // before what is filed is looked at, and through all locks
     const std::vector<InstrumentPtr>& batch_;
     Amendment amendment_;
     FormerRecords former_;
     std::map<MarketKey, MarketChange> changes_;
 };
 
+namespace {
+
+/// What lists have of the key. Not from the record cache, which may keep what an earlier load has left of it.
+InstrumentPtr listedRecord(const Market& market, StockKey key) {
+    InstrumentPtr record;
+    if (!market.unwrittenIsNewest && !market.isDropped) {
+        record = readRecord<CInstrumentDetail>(market.db, key);
+    }
+    return record ? record : market.unwrittenRecord(key);
+}
+
+}  // namespace
+
 ClientAmendment::ClientAmendment(CClientInstrumentCenter& center, const std::vector<InstrumentPtr>& upserts,
                                  const std::vector<std::string>& removedKeys)
-    : center_(center), client_(*center.client_), batch_(upserts) {
+    : center_(center), client_(*center.client_), telling_(client_), batch_(upserts) {
     LoadNotes unused;
     center_.group(upserts, amendment_.upserts, amendment_.listings, unused);
     setRemoved(removedKeys, amendment_);
     const auto version = client_.hold();
     for (const StockKey key : amendment_.touched()) {
         if (const MarketKey* const market = version->keys.marketOf(key)) {
-            former_[key] = {*market, center_.CClientInstrumentCenter::getInstrument(key)};
+            former_[key] = {*market, listedRecord(version->market(*market), key)};
         }
     }
     keepListings(former_, listingsCombined, amendment_);
@@ -99,6 +114,7 @@ void ClientAmendment::apply() {
     }
     amendRaw();
     amendStore();
+    tell();
     amendMains();
     amendProducts();
     deriveAnew();
@@ -244,6 +260,25 @@ void ClientAmendment::publish() {
         }
         amendCodes(amendment_, version.codeSets.own());
     });
+}
+
+void ClientAmendment::tell() {
+    for (const auto& [market, change] : changes_) {
+        std::string name = change.name;
+        for (const auto& [key, filed] : former_) {
+            if (name.empty() && filed.market == market && filed.record) {
+                name = filedMarketName(market, {{key, filed.record}});
+            }
+            if (filed.market == market && change.records.count(key) == 0) {
+                telling_.compare(filed.record, nullptr);
+            }
+        }
+        for (const auto& [key, record] : change.records) {
+            const auto filed = former_.find(key);
+            telling_.compare(filed == former_.end() ? nullptr : filed->second.record, record);
+        }
+        telling_.addMarket(name);
+    }
 }
 
 /// Whether a main contract of the market comes, changes or goes.

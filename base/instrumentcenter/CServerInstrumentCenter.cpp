@@ -120,7 +120,14 @@ CServerInstrumentCenter::CServerInstrumentCenter(const std::string& strandName)
     state().versions.update([](const Version& /*empty*/) { return std::make_shared<ServerVersion>(); });
 }
 
-CServerInstrumentCenter::~CServerInstrumentCenter() = default;
+CServerInstrumentCenter::~CServerInstrumentCenter() {
+    state().subscribers.close();  // while a handler that is running may still ask
+}
+
+Subscription CServerInstrumentCenter::subscribe(std::function<void(const CatalogueChange&)> handler,
+                                                Executor executor) {
+    return state().subscribers.add(std::move(handler), std::move(executor), version());
+}
 
 void CServerInstrumentCenter::initInstruments(const std::vector<std::string>& markets,
                                               const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments) {
@@ -145,6 +152,7 @@ void CServerInstrumentCenter::replaceInstruments(const std::vector<std::string>&
 
 void CServerInstrumentCenter::load(const std::vector<std::string>& markets,
                                    const std::vector<InstrumentPtr>& instruments, Others others) {
+    const Subscribers::HoldBack telling(state().subscribers);  // until the load is noted and no lock is held
     const Stopwatch watch;
     LoadNotes notes;
     LoadReport report = reportOn(instruments, notes.dropped());

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <list>
 #include <map>
 #include <memory>
@@ -8,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/instrumentcenter/CatalogueChange.h"
 #include "base/instrumentcenter/CenterStatistics.h"
 #include "base/instrumentcenter/Export.h"
 #include "base/instrumentcenter/IInstrumentCenter.h"
@@ -160,6 +162,16 @@ public:
     /// microseconds, more where a Dalian spread or the last option of a product comes or goes.
     void applyChanges(const std::vector<boost::shared_ptr<CInstrumentDetail>>& upserts,
                       const std::vector<std::string>& removedKeys);
+
+    /// Calls `handler` after each load or update that readers can see, in the order of versions and one call at a time,
+    /// on the thread of the load, or of another one that is under way, or where `executor` runs it (then the executor
+    /// decides about order). No lock is held: the handler may ask, load, subscribe and unsubscribe; what it loads is
+    /// told after it returns. What it throws is logged and swallowed. An empty handler is none. Unsubscribed by the
+    /// returned object's end, or the center's, which both wait for a running call. Without subscribers a load costs
+    /// what it cost. With one, records that are handed in again as others with equal fields are compared with the
+    /// former ones before the handler is called, where it is called: for all records of a center that takes about as
+    /// long as the load itself, so an executor keeps it off the loading thread. Not virtual; safe from any thread.
+    Subscription subscribe(std::function<void(const CatalogueChange&)> handler, Executor executor = {});
 
     // Contracts, chains and days, of what the markets list; none of them virtual. Of several that all of an order goes
     // by cannot tell apart, the market decides, then the code. The first question after a change of records makes a

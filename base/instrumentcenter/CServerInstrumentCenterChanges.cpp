@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <memory>
 #include <mutex>
 #include <unordered_map>
 
@@ -114,6 +115,7 @@ void CServerInstrumentCenter::applyChanges(const std::vector<boost::shared_ptr<C
     DroppedList unheard;  // no load, so none to report on
     groupRecords(upserts, amendment.upserts, amendment.listings, unheard);
     setRemoved(removedKeys, amendment);
+    const Subscribers::HoldBack telling(state().subscribers);  // until the lock is dropped
     // Through both steps: a connect build in between would file what is removed, from parts that have it still.
     const std::lock_guard guard(state().connectLock);
     amendConnectParts(upserts, amendment.removed, state().connectSnapshots);
@@ -124,7 +126,9 @@ void CServerInstrumentCenter::applyChanges(const std::vector<boost::shared_ptr<C
     const bool changesNothing =
         amendment.upserts.empty() && std::none_of(amendment.removed.begin(), amendment.removed.end(), isFiled);
     if (!changesNothing) {
-        publish(state(), [&](ServerVersion& version) { amend(server_->futureMarkets, amendment, version); });
+        publish(
+            state(), [&](ServerVersion& version) { amend(server_->futureMarkets, amendment, version); },
+            std::make_shared<const KeySet>(amendment.touched()));
     }
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "base/instrumentcenter/ClientState.h"
+#include "base/instrumentcenter/ClientTelling.h"
 #include "base/instrumentcenter/boundary/Log.h"
 #include "base/instrumentcenter/store/Documents.h"
 
@@ -15,10 +16,12 @@ namespace mxservice {
 /// wait meanwhile: from within one an appender may load the same market, and would wait for itself.
 class DatabaseWriting {
 public:
-    DatabaseWriting(ClientState& client, const std::string& db) : guard_(client.writeLock(db)) {}
+    DatabaseWriting(ClientState& client, const std::string& db)
+        : telling_(client.subscribers), guard_(client.writeLock(db)) {}
 
 private:
-    const LogDelay delay_;  // ends after the lock is dropped
+    const Subscribers::HoldBack telling_;  // a handler may load the same market, too
+    const LogDelay delay_;                 // ends after the lock is dropped
     const std::lock_guard<std::mutex> guard_;
 };
 
@@ -61,11 +64,12 @@ private:
 
 /// What one load carries through its steps, on its own thread.
 struct ClientLoad {
-    explicit ClientLoad(ClientState& client) : replacement(client) {}
+    explicit ClientLoad(ClientState& client) : telling(client), replacement(client) {}
 
     bool replaces(MarketKey market) const { return replaced.count(market) != 0; }
 
-    Stopwatch watch;  // begins before the steps do
+    Stopwatch watch;        // begins before the steps do
+    ClientTelling telling;  // ends after all the others
     Replacement replacement;
     std::map<MarketKey, std::string> replaced;  // names of the markets of which the batch is the whole
     LoadNotes notes;

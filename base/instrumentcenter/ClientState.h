@@ -29,6 +29,7 @@ public:
           bonds(bondCacheSize),
           plans(otcCacheSize),
           loads(state.loads),
+          subscribers(state.subscribers),
           state_(state) {
         state_.versions.update([](const Version& /*empty*/) { return std::make_shared<ClientVersion>(); });
     }
@@ -45,10 +46,23 @@ public:
     std::shared_ptr<const ClientVersion> hold() const {
         return std::static_pointer_cast<const ClientVersion>(state_.versions.hold());
     }
-    /// Publishes a version changed by `change`.
+    /// Publishes a version changed by `change`, and tells subscribers of catalogues beside the instruments; of those
+    /// ClientTelling tells.
     template <class Change>
     void publish(const Change& change) {
-        state_.publish([&](Version& version) { change(static_cast<ClientVersion&>(version)); });
+        using Shared = std::shared_ptr<const Version>;
+        state_.publish([&](Version& version) { change(static_cast<ClientVersion&>(version)); },
+                       [](const Shared& former, const Shared& fresh) -> Subscribers::Difference {
+                           CatalogueChange told;
+                           told.version = fresh->number;
+                           addCatalogues(static_cast<const ClientVersion&>(*former),
+                                         static_cast<const ClientVersion&>(*fresh), told);
+                           if (told.catalogues.empty()) {
+                               return nullptr;
+                           }
+                           return [told] { return told; };
+                       });
+        subscribers.tell();
     }
 
     /// A copy of the keys that the market lists.
@@ -73,6 +87,7 @@ public:
     RecordCache<CBondInfoDetail> bonds;
     RecordCache<COTCFundPlanInfo> plans;
     Guarded<LoadLedger>& loads;
+    Subscribers& subscribers;
     const std::set<MarketKey> futureMarkets = futureMarketKeys();
     const std::set<MarketKey> outerMarkets{marketKey(market::kOuterFuture)};
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "base/instrumentcenter/Guarded.h"
+#include "base/instrumentcenter/Subscribers.h"
 #include "base/instrumentcenter/catalogue/CodeSets.h"
 #include "base/instrumentcenter/catalogue/GroupedSnapshot.h"
 #include "base/instrumentcenter/catalogue/LoadLedger.h"
@@ -26,6 +28,9 @@ class Part {
 public:
     const Table& operator*() const { return *table_; }
     const Table* operator->() const { return table_.get(); }
+
+    /// Whether both are one table: neither has changed since one was copied from the other.
+    bool sharesWith(const Part& other) const { return table_ == other.table_; }
 
     /// The table to be changed, a copy of the one that other versions share. The reference goes with the next change.
     Table& own() {
@@ -72,23 +77,57 @@ struct PlainVersion final : Version {
     std::shared_ptr<Version> copy() const override { return std::make_shared<PlainVersion>(*this); }
 };
 
+/// Adds the catalogues beside the instruments whose tables are others in the fresh version.
+template <class CenterVersion>
+void addCatalogues(const CenterVersion& former, const CenterVersion& fresh, CatalogueChange& change) {
+    const auto add = [&](const auto& was, const auto& is, const char* name) {
+        if (!is.sharesWith(was)) {
+            change.catalogues.emplace_back(name);
+        }
+    };
+    add(former.etfs, fresh.etfs, "etfs");
+    add(former.bonds, fresh.bonds, "bonds");
+    add(former.tenderBonds, fresh.tenderBonds, "tenderbonds");
+    add(former.counterparties, fresh.counterparties, "counterparties");
+    add(former.plans, fresh.plans, "otcfundplans");
+    add(former.issuances, fresh.issuances, "issuances");
+    if constexpr (requires { fresh.priceSettings; }) {  // the persisted center's alone
+        add(former.priceSettings, fresh.priceSettings, "issuanceprices");
+    }
+}
+
 /// What the interface itself keeps.
 struct InterfaceState {
     sys::Published<Version> versions{std::make_shared<const PlainVersion>()};
+    Subscribers subscribers;
     Guarded<LoadLedger> loads;
     std::recursive_mutex connectLock;                                    // guards connectSnapshots
     std::map<std::string, std::vector<InstrumentPtr>> connectSnapshots;  // by "HGT", "SGT", "HK"
 
-    /// Publishes a version that `change` has made of the current one.
+    /// Tells the former and the fresh version apart; null for what nobody needs to be told.
+    using MakeDifference = std::function<Subscribers::Difference(std::shared_ptr<const Version> former,
+                                                                 std::shared_ptr<const Version> fresh)>;
+
+    /// Publishes a version that `change` has made of the current one. With `difference`, subscribers are to be told.
     template <class Change>
-    void publish(const Change& change) {
+    void publish(const Change& change, const MakeDifference& difference = nullptr) {
+        std::shared_ptr<Subscribers::Note> note;
         versions.update([&](const Version& current) {
             std::shared_ptr<Version> fresh = current.copy();
             change(*fresh);
             fresh->settle(current);
             ++fresh->number;
+            if (difference && subscribers.any()) {
+                // Here, where no other change is made, so that they are noted in their order.
+                if (auto derive = difference(current.shared_from_this(), fresh)) {
+                    note = subscribers.note(fresh->number, std::move(derive));
+                }
+            }
             return fresh;
         });
+        if (note) {
+            subscribers.show(*note);
+        }
     }
 };
 

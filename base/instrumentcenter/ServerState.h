@@ -31,8 +31,8 @@ struct PlanCatalogue {
     HashIndex<boost::shared_ptr<COTCFundPlanInfo>> byKey;  // by stock key
 };
 
-/// What is derived of the records alone, and only where it is asked for: most hosts never do, and a load would take
-/// half as long again. Shared by all versions that have the same records.
+/// What is derived of the records alone, and only where it is asked for: most hosts never do, and with all of it a load
+/// would take twice as long. Shared by all versions that have the same records.
 struct AskedTables {
     Lazy<DerivativeTables> derivatives;
     Lazy<RecordTable> listed;
@@ -171,10 +171,21 @@ auto ask(const InterfaceState& state, Question question) {
         [question](const Version& version) noexcept { return question(static_cast<const ServerVersion&>(version)); });
 }
 
-/// Publishes a version changed by `change`.
+/// What subscribers are told of two versions. `touched`: the only keys that can differ, where that is known.
+CatalogueChange difference(const ServerVersion& former, const ServerVersion& fresh, const KeySet* touched);
+
+/// Publishes a version changed by `change`, and tells subscribers.
 template <class Change>
-void publish(InterfaceState& state, const Change& change) {
-    state.publish([&](Version& version) { change(static_cast<ServerVersion&>(version)); });
+void publish(InterfaceState& state, const Change& change, std::shared_ptr<const KeySet> touched = nullptr) {
+    using Shared = std::shared_ptr<const Version>;
+    state.publish([&](Version& version) { change(static_cast<ServerVersion&>(version)); },
+                  [&](const Shared& former, const Shared& fresh) {
+                      return [former, fresh, touched] {
+                          return difference(static_cast<const ServerVersion&>(*former),
+                                            static_cast<const ServerVersion&>(*fresh), touched.get());
+                      };
+                  });
+    state.subscribers.tell();
 }
 
 /// A step of the loads, called alone by a host's derived class, is a version by itself.

@@ -31,8 +31,8 @@ struct PlanCatalogue {
     HashIndex<boost::shared_ptr<COTCFundPlanInfo>> byKey;  // by stock key
 };
 
-/// What is derived of the records alone, and only where it is asked for: most hosts never do, and a load would take
-/// half as long again. Shared by all versions that have the same records.
+/// What is derived of the records alone, and only where it is asked for: most hosts never do, and with all of it a load
+/// would take twice as long. Shared by all versions that have the same records.
 struct AskedTables {
     Lazy<DerivativeTables> derivatives;
     Lazy<RecordTable> listed;

@@ -103,23 +103,24 @@ public:
         const std::vector<Field>& fields = type.fields();
         std::size_t place = 0;
         for (auto entry : object) {
-            simdjson::ondemand::field member;
-            if (const auto code = std::move(entry).get(member)) {
+            if (const auto code = entry.error()) {
                 return refuseJson(error_, code);
             }
+            // Looked at where it stands: copies of members took a third of the time of a line.
+            simdjson::ondemand::field& member = entry.value_unsafe();
             std::size_t index = order[place];
             if (index >= fields.size() || !member.key().unsafe_is_equal(fields[index].name())) {
                 std::string_view key;
                 if (const auto code = member.unescaped_key().get(key)) {
                     return refuseJson(error_, code);
                 }
-                const int found = type.indexOf(key);
-                if (found < 0) {
+                const int known = type.indexOf(key);
+                if (known < 0) {
                     notes_.addUnknownKey(key);
                     skipped_ = true;
                     continue;
                 }
-                index = order[place] = static_cast<std::size_t>(found);
+                index = order[place] = static_cast<std::size_t>(known);
             }
             if (!readField(fields[index], member.value(), record)) {
                 return false;

@@ -13,6 +13,21 @@
 #include "snapshot/FileNotes.h"
 
 namespace mxservice::snapshot {
+
+/// Which field came behind which in the line before: lines of one file mostly name the same ones, in one order, and a
+/// comparison there spares the search. The first guess is the order of the table.
+class FieldOrder {
+public:
+    explicit FieldOrder(const RecordType& type) : next_(type.fields().size() + 1) {
+        std::iota(next_.begin(), next_.end(), std::size_t{0});
+    }
+    /// What came behind the field before `place`, mostly; 0 is the first of a line.
+    std::size_t& operator[](std::size_t place) { return next_[place]; }
+
+private:
+    std::vector<std::size_t> next_;
+};
+
 namespace {
 
 using simdjson::ondemand::json_type;
@@ -77,20 +92,6 @@ bool isNull(value& found) {
     bool null = false;
     return found.is_null().get(null) == simdjson::SUCCESS && null;
 }
-
-/// Which field came behind which in the line before: lines of one file mostly name the same ones, in one order, and a
-/// comparison there spares the search. The first guess is the order of the table.
-class FieldOrder {
-public:
-    explicit FieldOrder(const RecordType& type) : next_(type.fields().size() + 1) {
-        std::iota(next_.begin(), next_.end(), std::size_t{0});
-    }
-    /// What came behind the field before `place`, mostly; 0 is the first of a line.
-    std::size_t& operator[](std::size_t place) { return next_[place]; }
-
-private:
-    std::vector<std::size_t> next_;
-};
 
 /// One pass over a line; lives as long as the line is read. Values are asked for one by one instead of parsing the line
 /// into a tree first: of a number that is out of range a tree says that the line is bad, but not which field.

@@ -11,20 +11,17 @@
 #include "platform/record/Records.h"
 #include "platform/utils/Calendar.h"
 #include "snapshot/FileNotes.h"
-#include "snapshot/Utf8.h"
 
 namespace mxservice::snapshot {
 namespace {
-
-constexpr std::size_t kMaxShownBytes = 60;  // of a value in a message
 
 bool refuseRange(const Field& field, LineError& error) {
     return refuse(error, field.name(), "number out of range");
 }
 
 bool refuseDay(const Field& field, std::string_view found, LineError& error) {
-    const std::string shown = printable(found.substr(0, kMaxShownBytes));
-    return refuse(error, field.name(), fmt::format("a day of the form YYYYMMDD expected, \"{}\" found", shown));
+    return refuse(error, field.name(),
+                  fmt::format("a day of the form YYYYMMDD expected, \"{}\" found", shownText(found)));
 }
 
 /// Outer futures records carry the key of their market where others have the day of their listing.

@@ -15,9 +15,13 @@ namespace mxservice::snapshot {
 namespace {
 
 constexpr std::size_t kMaxUnknownKeys = 100;
-constexpr std::size_t kMaxShownBytes = 60;  // of a key in a message
+constexpr std::size_t kMaxShownBytes = 60;
 
 }  // namespace
+
+std::string shownText(std::string_view found) {
+    return printable(found.substr(0, kMaxShownBytes));
+}
 
 void FileNotes::addSkipped(LineError error) {
     if (lists(skipped_)) {
@@ -41,15 +45,14 @@ void FileNotes::addCutNumber(const std::string& field, double number) {
 
 void FileNotes::addReplaced(std::uint64_t line, std::string_view key) {
     if (lists(replaced_)) {
-        replaced_.first.push_back({line, "",
-                                   fmt::format("takes the place of an earlier record of the same key, \"{}\"",
-                                               printable(key.substr(0, kMaxShownBytes)))});
+        replaced_.first.push_back(
+            {line, "", fmt::format("takes the place of an earlier record of the same key, \"{}\"", shownText(key))});
     }
 }
 
 void FileNotes::addUnknownKey(std::string_view key) {
     if (key != kFiledField) {
-        addUnknown(line_, printable(key.substr(0, kMaxShownBytes)));
+        addUnknown(line_, shownText(key));
     }
 }
 

@@ -11,6 +11,9 @@
 
 namespace mxservice::snapshot {
 
+/// The beginning of a key or value of a file, as a message may show it.
+std::string shownText(std::string_view found);
+
 /// What is to be said of a file, or of a stretch of it: of each kind the first few, and how many more there were.
 /// Notes of stretches that are merged in the order of the file are those of the whole, wherever it was cut.
 class FileNotes {

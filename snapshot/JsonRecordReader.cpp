@@ -13,6 +13,21 @@
 #include "snapshot/FileNotes.h"
 
 namespace mxservice::snapshot {
+
+/// Which field came behind which in the line before: lines of one file mostly name the same ones, in one order, and a
+/// comparison there spares the search. The first guess is the order of the table.
+class FieldOrder {
+public:
+    explicit FieldOrder(const RecordType& type) : next_(type.fields().size() + 1) {
+        std::iota(next_.begin(), next_.end(), std::size_t{0});
+    }
+    /// What came behind the field before `place`, mostly; 0 is the first of a line.
+    std::size_t& operator[](std::size_t place) { return next_[place]; }
+
+private:
+    std::vector<std::size_t> next_;
+};
+
 namespace {
 
 using simdjson::ondemand::json_type;
@@ -78,20 +93,6 @@ bool isNull(value& found) {
     return found.is_null().get(null) == simdjson::SUCCESS && null;
 }
 
-/// Which field came behind which in the line before: lines of one file mostly name the same ones, in one order, and a
-/// comparison there spares the search. The first guess is the order of the table.
-class FieldOrder {
-public:
-    explicit FieldOrder(const RecordType& type) : next_(type.fields().size() + 1) {
-        std::iota(next_.begin(), next_.end(), std::size_t{0});
-    }
-    /// What came behind the field before `place`, mostly; 0 is the first of a line.
-    std::size_t& operator[](std::size_t place) { return next_[place]; }
-
-private:
-    std::vector<std::size_t> next_;
-};
-
 /// One pass over a line; lives as long as the line is read. Values are asked for one by one instead of parsing the line
 /// into a tree first: of a number that is out of range a tree says that the line is bad, but not which field.
 class Pass {
@@ -103,23 +104,24 @@ public:
         const std::vector<Field>& fields = type.fields();
         std::size_t place = 0;
         for (auto entry : object) {
-            simdjson::ondemand::field member;
-            if (const auto code = std::move(entry).get(member)) {
+            if (const auto code = entry.error()) {
                 return refuseJson(error_, code);
             }
+            // Looked at where it stands: copies of members took a third of the time of a line.
+            simdjson::ondemand::field& member = entry.value_unsafe();
             std::size_t index = order[place];
             if (index >= fields.size() || !member.key().unsafe_is_equal(fields[index].name())) {
                 std::string_view key;
                 if (const auto code = member.unescaped_key().get(key)) {
                     return refuseJson(error_, code);
                 }
-                const int found = type.indexOf(key);
-                if (found < 0) {
+                const int known = type.indexOf(key);
+                if (known < 0) {
                     notes_.addUnknownKey(key);
                     skipped_ = true;
                     continue;
                 }
-                index = order[place] = static_cast<std::size_t>(found);
+                index = order[place] = static_cast<std::size_t>(known);
             }
             if (!readField(fields[index], member.value(), record)) {
                 return false;

@@ -13,7 +13,7 @@ namespace mxservice::snapshot {
 namespace {
 
 constexpr std::size_t kPackedBytes = std::size_t{1} << 17U;  // written at once
-constexpr int kGzipWindow = 15 + 16;                         // the largest window; 16 stands for gzip's own header
+constexpr int kPackWindow = 15 + 16;                         // the largest window; 16 stands for gzip's own header
 constexpr int kGzipMemory = 8;
 constexpr int kZstdLevel = 3;
 
@@ -21,7 +21,7 @@ constexpr int kZstdLevel = 3;
 class Gzip : public Packing {
 public:
     Gzip() {
-        if (deflateInit2(&stream_, Z_DEFAULT_COMPRESSION, Z_DEFLATED, kGzipWindow, kGzipMemory, Z_DEFAULT_STRATEGY) !=
+        if (deflateInit2(&stream_, Z_DEFAULT_COMPRESSION, Z_DEFLATED, kPackWindow, kGzipMemory, Z_DEFAULT_STRATEGY) !=
             Z_OK) {
             throw std::bad_alloc();
         }

@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::size_t kStoredBytes = std::size_t{1} << 17U;  // read from the source at once
 constexpr std::size_t kMagicBytes = 4;
-constexpr int kGzipWindow = 15 + 16;  // the largest window; 16 stands for gzip's own header
+constexpr int kUnpackWindow = 15 + 16;  // the largest window; 16 stands for gzip's own header
 
 [[noreturn]] void fail(const char* reason) {
     throw FileFailure(std::string("cannot be read: ") + reason);
@@ -23,7 +23,7 @@ constexpr int kGzipWindow = 15 + 16;  // the largest window; 16 stands for gzip'
 class Gunzip : public Unpacking {
 public:
     Gunzip() {
-        if (inflateInit2(&stream_, kGzipWindow) != Z_OK) {
+        if (inflateInit2(&stream_, kUnpackWindow) != Z_OK) {
             throw std::bad_alloc();
         }
     }

@@ -1,3 +1,5 @@
+#include "snapshot/Snapshot.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

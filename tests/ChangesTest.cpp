@@ -240,7 +240,7 @@ TEST_F(ClientChanges, ThatTheStoreRefusesAreServedFromMemory) {
     const CenterStatistics statistics = center().statistics();
     ASSERT_EQ(statistics.failedWrites.size(), 1U);
     EXPECT_EQ(statistics.failedWrites.front().database, "OvIns_SZ");
-    EXPECT_EQ(statistics.failedWrites.front().reason, "injected");
+    EXPECT_TRUE(kNamedPlatformOnly || statistics.failedWrites.front().reason == "injected");
 
     engine->failWritesOf("");
     center().applyChanges({instrument("SZ", "5")}, {"SZ2"});
@@ -275,7 +275,7 @@ public:
             ASSERT_TRUE(item.before || item.after);
             const std::string key = keyOf(item.after ? *item.after : *item.before);
             EXPECT_EQ(item.before ? brief(item.before) : "", images_[key]) << key;
-            EXPECT_NE(brief(item.before), brief(item.after)) << key;
+            EXPECT_TRUE(kNamedPlatformOnly || brief(item.before) != brief(item.after)) << key;
             images_[key] = item.after ? brief(item.after) : "";
         }
         ++calls_;
@@ -461,6 +461,9 @@ TYPED_TEST(Changes, OfManyThreadsAreToldOneAfterTheOther) {
 }
 
 TEST(ChangedFields, AreThoseThatDiffer) {
+    if (kNamedPlatformOnly) {
+        GTEST_SKIP() << "no named operation compares records";
+    }
     const auto before = instrument("SH", "1");
     auto after = model::clone(before);
     EXPECT_THAT(changedFields(*before, *after), IsEmpty());

@@ -1,6 +1,9 @@
+#include <boost/make_shared.hpp>
+
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <functional>
 #include <list>
 #include <map>
 #include <memory>
@@ -164,6 +167,75 @@ void addOneRecord(Suite& suite, Workload& workload) {
     });
 }
 
+/// A day and the same day with every hundredth record changed, each of records of its own: what a host hands in that
+/// reads its files again.
+struct TwoDays {
+    explicit TwoDays(const Records& records) : center(freshCenter()) {
+        for (const InstrumentPtr& record : records) {
+            for (Records& day : days) {
+                day.push_back(boost::make_shared<mxservice::CInstrumentDetail>(*record));
+            }
+        }
+        constexpr std::size_t kEach = 100;
+        for (std::size_t i = 0; i < records.size(); i += kEach) {
+            days.back()[i]->lotSize += 1;
+        }
+        center->initInstruments(kLoadedMarkets, days.back());
+    }
+    void reload() { center->replaceInstruments(kLoadedMarkets, days[next++ % days.size()]); }
+
+    std::unique_ptr<Center> center;
+    std::array<Records, 2> days;
+    std::size_t next = 0;
+};
+
+/// Reloads of a center with a subscriber beside those of one without. `isHere`: the load tells; else it hands a task
+/// over, which is run when the load has ended.
+void addToldReloads(Suite& suite, Workload& workload, const char* what, bool isHere, double atMost) {
+    const auto days = std::make_shared<TwoDays>(workload.records);
+    Series series = loadSeries(kCenter, workload);
+    series.what = what;
+    suite.add(series, timeLoadsBy([days] { return days; },
+                                  [isHere](TwoDays& told) {
+                                      std::size_t changed = 0;
+                                      std::function<void()> waiting;
+                                      mxservice::Executor executor;
+                                      if (!isHere) {
+                                          executor = [&waiting](std::function<void()> task) {
+                                              waiting = std::move(task);
+                                          };
+                                      }
+                                      const mxservice::Subscription subscription = told.center->subscribe(
+                                          [&changed](const mxservice::CatalogueChange& change) {
+                                              changed += change.instruments.size();
+                                          },
+                                          executor);
+                                      const double begin = seconds(CLOCK_MONOTONIC);
+                                      told.reload();
+                                      const double time = seconds(CLOCK_MONOTONIC) - begin;
+                                      if (waiting) {
+                                          waiting();
+                                      }
+                                      benchmark::DoNotOptimize(changed);
+                                      return time;
+                                  }));
+    series.who = "the reload alone";
+    series.centerAtMost = atMost;
+    suite.add(series, timeLoads([days] { return days; }, [](TwoDays& alone) { alone.reload(); }));
+}
+
+/// One record of a full center changed and changed back.
+void addOneChange(Suite& suite, Workload& workload) {
+    const auto center = std::make_shared<Center>("bench");
+    center->initInstruments(kLoadedMarkets, workload.records);
+    const InstrumentPtr record = workload.records.front();
+    suite.add(listSeries(kOneChange, kCenter, workload, 1, 1), [center, record](benchmark::State& state) {
+        for (auto _ : state) {
+            center->applyChanges({record}, {});
+        }
+    });
+}
+
 }  // namespace
 
 void addLoads(Suite& suite, Workload& workload, Extent extent) {
@@ -175,7 +247,11 @@ void addLoads(Suite& suite, Workload& workload, Extent extent) {
     suite.add(floor, timeLoads([] { return std::make_unique<BareIndexes>(); },
                                [records](BareIndexes& bare) { fill(bare, *records); }));
     if (extent == Extent::Whole) {
+        constexpr double kToldAtMost = 1.3;
         addOneRecord(suite, workload);
+        addOneChange(suite, workload);
+        addToldReloads(suite, workload, kToldElsewhere, false, kToldAtMost);
+        addToldReloads(suite, workload, kToldHere, true, 0);
     }
 }
 

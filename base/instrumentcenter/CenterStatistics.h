@@ -37,7 +37,8 @@ struct DroppedRecord {
     std::string reason;          ///< why, in words
 };
 
-/// One call of initInstruments. Records that are neither empty, foreign nor waiting stand in their markets' MarketLoad.
+/// One call of initInstruments or replaceInstruments; applyChanges is no load and stands nowhere but in failed writes.
+/// Records that are neither empty, foreign nor waiting stand in their markets' MarketLoad.
 struct LoadReport {
     std::uint64_t number = 0;         ///< counts the calls of this center; 0 before the first
     std::uint64_t records = 0;        ///< handed in, empty pointers included

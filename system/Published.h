@@ -53,6 +53,13 @@ public:
         readers_.wait();
     }
 
+    /// Runs `task` with the value while nobody replaces it: what is replaced afterwards is so after the task.
+    template <class Task>
+    auto between(const Task& task) {
+        const std::lock_guard guard(writers_);
+        return task(*owner_);
+    }
+
 private:
     template <class Question>
     [[gnu::noinline, gnu::cold]] auto askSlowly(Question question) const {

@@ -130,7 +130,7 @@ CClientInstrumentCenter::~CClientInstrumentCenter() {
 
 Subscription CClientInstrumentCenter::subscribe(std::function<void(const CatalogueChange&)> handler,
                                                 Executor executor) {
-    return state().subscribers.add(std::move(handler), std::move(executor), version());
+    return state().subscribe(std::move(handler), std::move(executor));
 }
 
 void CClientInstrumentCenter::initInstruments(const std::vector<std::string>& markets,

@@ -22,6 +22,8 @@
 namespace mxservice {
 namespace {
 
+constexpr const char* kFilingLine = "[inscenter] create exchange datas";
+
 bool isConnectSnapshot(const std::vector<std::string>& markets) {
     return markets.size() == 1 && (isConnectMarket(markets.front()) || markets.front() == market::kHongKong);
 }
@@ -126,7 +128,7 @@ CServerInstrumentCenter::~CServerInstrumentCenter() {
 
 Subscription CServerInstrumentCenter::subscribe(std::function<void(const CatalogueChange&)> handler,
                                                 Executor executor) {
-    return state().subscribers.add(std::move(handler), std::move(executor), version());
+    return state().subscribe(std::move(handler), std::move(executor));
 }
 
 void CServerInstrumentCenter::initInstruments(const std::vector<std::string>& markets,
@@ -230,6 +232,8 @@ void CServerInstrumentCenter::doInitGgtInstruments() {
 }
 
 void CServerInstrumentCenter::buildConnect(Others others, LoadNotes& notes) {
+    // Before the parts are looked at: an appender may change a record from within the line.
+    PM_CENTER_LOG(kLogInfo, kServerSource, kFilingLine);
     GroupedSnapshot grouped;
     {
         // Taken again by a load, which holds it already; a host's derived class may build by itself.
@@ -242,7 +246,7 @@ void CServerInstrumentCenter::buildConnect(Others others, LoadNotes& notes) {
     }
     // Nothing is derived: Hong Kong has neither futures nor code sets.
     ServerChange change;
-    file(grouped, change);
+    change.file(grouped);
     if (others == Others::Drop) {
         change.replace({market::kHongKong});
     }
@@ -257,7 +261,7 @@ void CServerInstrumentCenter::createExchangeDatas(const GroupedSnapshot& grouped
 }
 
 void CServerInstrumentCenter::file(const GroupedSnapshot& grouped, ServerChange& change) {
-    PM_CENTER_LOG(kLogInfo, kServerSource, "[inscenter] create exchange datas");
+    PM_CENTER_LOG(kLogInfo, kServerSource, kFilingLine);
     change.file(grouped);
 }
 

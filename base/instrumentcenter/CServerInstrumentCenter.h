@@ -159,7 +159,8 @@ public:
     /// without combined flags keeps the other connect market's. `removedKeys` are key texts, "HGT" and "SGT" standing
     /// for "HK"; one that is not filed changes nothing, one that an upsert brings stays. The kept connect parts follow,
     /// too. Funds, bonds and plans have updates of their own. Not virtual; threads as in the loads. Cost: some tens of
-    /// microseconds, more where a Dalian spread or the last option of a product comes or goes.
+    /// microseconds and a copy of each touched market's keys, more where a Dalian spread or the last option of a
+    /// product comes or goes.
     void applyChanges(const std::vector<boost::shared_ptr<CInstrumentDetail>>& upserts,
                       const std::vector<std::string>& removedKeys);
 

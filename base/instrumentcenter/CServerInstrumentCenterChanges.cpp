@@ -19,11 +19,18 @@ namespace {
 
 /// The kept connect parts, from which Hong Kong is built anew when one of them is loaded again: a key that is removed
 /// must not come back with another market's load.
-void amendConnectParts(const std::vector<InstrumentPtr>& upserts, const KeySet& removed,
+void amendConnectParts(const std::vector<InstrumentPtr>& upserts, const Amendment& amendment,
                        std::map<std::string, std::vector<InstrumentPtr>>& parts) {
+    const KeySet& removed = amendment.removed;
+    const bool removesHongKong =
+        std::any_of(amendment.texts.begin(), amendment.texts.end(), [&](const std::string& text) {
+            const std::string_view market = std::string_view(text).substr(0, 2);
+            return (market == market::kHongKong || isConnectMarket(std::string_view(text).substr(0, 3))) &&
+                   removed.contains(foldedTextKey(text));
+        });
     for (auto& [market, records] : parts) {
         std::unordered_map<std::string_view, std::size_t> places;
-        if (!removed.empty()) {
+        if (removesHongKong) {
             std::erase_if(records, [&](const InstrumentPtr& record) {
                 return record && removed.contains(stockKey(foldedMarket(record->market), record->code));
             });
@@ -118,7 +125,7 @@ void CServerInstrumentCenter::applyChanges(const std::vector<boost::shared_ptr<C
     const Subscribers::HoldBack telling(state().subscribers);  // until the lock is dropped
     // Through both steps: a connect build in between would file what is removed, from parts that have it still.
     const std::lock_guard guard(state().connectLock);
-    amendConnectParts(upserts, amendment.removed, state().connectSnapshots);
+    amendConnectParts(upserts, amendment, state().connectSnapshots);
     const auto isFiled = [this](StockKey key) {
         return ask(state(),
                    [key](const ServerVersion& version) noexcept { return version.keys.marketOf(key) != nullptr; });

@@ -104,6 +104,13 @@ struct InterfaceState {
     std::recursive_mutex connectLock;                                    // guards connectSnapshots
     std::map<std::string, std::vector<InstrumentPtr>> connectSnapshots;  // by "HGT", "SGT", "HK"
 
+    /// Between two publications: each is told, or was seen by whoever asks from now on.
+    Subscription subscribe(ChangeHandler handler, Executor executor) {
+        return versions.between([&](const Version& current) {
+            return subscribers.add(std::move(handler), std::move(executor), current.number);
+        });
+    }
+
     /// Tells the former and the fresh version apart; null for what nobody needs to be told.
     using MakeDifference = std::function<Subscribers::Difference(std::shared_ptr<const Version> former,
                                                                  std::shared_ptr<const Version> fresh)>;
@@ -111,6 +118,14 @@ struct InterfaceState {
     /// Publishes a version that `change` has made of the current one. With `difference`, subscribers are to be told.
     template <class Change>
     void publish(const Change& change, const MakeDifference& difference = nullptr) {
+        if (const auto note = publishUnshown(change, difference)) {
+            subscribers.show(*note);
+        }
+    }
+
+    /// The same where more is to be published before it can be told. The note, if there is one, must be shown.
+    template <class Change>
+    std::shared_ptr<Subscribers::Note> publishUnshown(const Change& change, const MakeDifference& difference) {
         std::shared_ptr<Subscribers::Note> note;
         versions.update([&](const Version& current) {
             std::shared_ptr<Version> fresh = current.copy();
@@ -125,9 +140,7 @@ struct InterfaceState {
             }
             return fresh;
         });
-        if (note) {
-            subscribers.show(*note);
-        }
+        return note;
     }
 };
 

@@ -17,9 +17,6 @@ class Collector {
 public:
     Collector(const ServerVersion& former, const ServerVersion& fresh, CatalogueChange& change)
         : former_(former), fresh_(fresh), change_(change) {}
-    ~Collector() { settleAll(); }
-    Collector(const Collector&) = delete;
-    Collector& operator=(const Collector&) = delete;
 
     /// A key as two versions list it; `before` and `after` say whether they do.
     void add(StockKey key, bool before, bool after) {
@@ -46,6 +43,13 @@ public:
         }
     }
 
+    /// Takes in the keys that are compared still. To be called at the end: comparing needs memory, and may fail for it.
+    void finish() {
+        for (std::size_t i = 0; i < count_; ++i) {
+            settle(pairs_[(next_ + i) % count_]);
+        }
+    }
+
 private:
     struct Pair {
         const InstrumentPtr* before;
@@ -56,11 +60,6 @@ private:
     void settle(const Pair& pair) {
         if (!areEqual(**pair.before, **pair.after)) {
             take(pair);
-        }
-    }
-    void settleAll() {
-        for (std::size_t i = 0; i < count_; ++i) {
-            settle(pairs_[(next_ + i) % count_]);
         }
     }
 
@@ -107,16 +106,15 @@ CatalogueChange difference(const ServerVersion& former, const ServerVersion& fre
             continue;  // one set: no change has filed this market
         }
         const KeySet& was = found == former.keys.sets().end() ? nothing : *found->second;
-        {
-            Collector collector(former, fresh, change);
-            if (touched == nullptr) {
-                compareMarket(was, *keys, collector);
-            } else {
-                for (const StockKey key : *touched) {
-                    collector.add(key, was.contains(key), keys->contains(key));
-                }
+        Collector collector(former, fresh, change);
+        if (touched == nullptr) {
+            compareMarket(was, *keys, collector);
+        } else {
+            for (const StockKey key : *touched) {
+                collector.add(key, was.contains(key), keys->contains(key));
             }
         }
+        collector.finish();
         std::string name = nameOf(market, fresh, *keys);
         name = name.empty() ? nameOf(market, former, was) : name;
         if (!name.empty()) {

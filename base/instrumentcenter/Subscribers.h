@@ -1,12 +1,10 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
-#include <vector>
 
 #include "base/instrumentcenter/CatalogueChange.h"
 
@@ -23,24 +21,30 @@ public:
     using Difference = std::function<CatalogueChange()>;
     class Note;
 
+    Subscribers();
+    ~Subscribers();
+
     /// Whether there is anybody to tell.
-    bool any() const noexcept { return count_.load(std::memory_order_acquire) != 0; }
+    bool any() const noexcept { return *count_ != 0; }
 
     /// `version`: changes up to it are not told.
     Subscription add(ChangeHandler handler, Executor executor, std::uint64_t version);
 
-    /// Notes a change that readers do not see yet; it is told after show().
-    std::shared_ptr<Note> note(std::uint64_t version, Difference difference);
-    void show(Note& note);
+    /// Notes a change that readers do not see yet; it is told after show(). Null where memory lacks for it: a load does
+    /// not fail for who listens to it.
+    std::shared_ptr<Note> note(std::uint64_t version, Difference difference) noexcept;
+    void show(Note& note) noexcept;
 
     /// Tells what has been noted and shown, with no lock held. Nothing where another thread is telling, the calling one
-    /// further up among them, or where a HoldBack of this thread lives.
+    /// further up among them; where a HoldBack of this thread lives, at its end. What was noted within one HoldBack and
+    /// stands together is told as one change.
     void tell() noexcept;
 
     /// Ends every subscription; waits for calls under way. Before a center is destroyed.
     void close();
 
-    /// Keeps the calling thread from telling while it holds a lock or has not noted its load yet; tells at its end.
+    /// Keeps the calling thread from telling anything, of any center: while it holds a lock, or has not noted its load
+    /// in the statistics yet. What it was to tell is told at the end of the outermost one.
     class HoldBack {
     public:
         explicit HoldBack(Subscribers& subscribers);
@@ -53,16 +57,11 @@ public:
     };
 
 private:
-    std::shared_ptr<Note> next();
-    void call(const std::shared_ptr<Note>& note);
-    std::vector<std::shared_ptr<Subscriber>> current();
+    friend struct Subscriber;
+    class Queue;
 
-    std::atomic<std::size_t> count_{0};    // of subscribers
-    std::atomic<std::size_t> waiting_{0};  // of notes
-    std::mutex lock_;                      // guards the rest; nothing is called while it is held
-    std::vector<std::shared_ptr<Subscriber>> subscribers_;
-    std::deque<std::shared_ptr<Note>> notes_;
-    bool telling_ = false;
+    std::shared_ptr<Queue> queue_;  // shared: a thread that holds back may outlive the center that it is to tell of
+    const std::atomic<std::size_t>* count_;
 };
 
 }  // namespace mxservice

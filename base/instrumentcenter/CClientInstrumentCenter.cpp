@@ -192,9 +192,6 @@ void CClientInstrumentCenter::loadInstruments(const std::vector<std::string>& ma
     }
     combineConnectFlags(datas, listings);
     steps.done(kGroupingStep);
-    if (load.replaced.empty()) {
-        load.telling.compareEmptied(markets, datas);  // the others when they are written
-    }
     const std::vector<std::string> emptied = beginReplacing(datas, load);
     // From here on the disk changes: killed before a market's write, the load leaves that market's former documents.
     writeMarkets(datas, "", load);
@@ -320,7 +317,6 @@ void CClientInstrumentCenter::writeMarket(uint64 marketHash, const std::string& 
     const std::string db = DBBuilder::buildDbName(folded);
     // Before the write: from now on a lookup that is cached answers the new record, never one older than the store's.
     client_->instruments.refresh(records);
-    load.telling.compare(marketHash, folded, records, load.replaces(marketHash) || load.replacement.drops(marketHash));
     const KeySet former =
         load.replaces(marketHash) ? client_->listedKeys(marketHash) : load.notes.takeCleared(marketHash);
     MarketLoad done;
@@ -339,6 +335,7 @@ void CClientInstrumentCenter::writeMarket(uint64 marketHash, const std::string& 
     }
     done.stored = keys->size();
     done.removed = former.size() - done.replaced;
+    const ClientLoad::Showing showing(load);  // after the keys are filed, or where the load fails before
     if (const std::optional<std::string> failure = storeMarket(marketHash, folded, records, load)) {
         PM_CENTER_LOG(kLogError, kClientSource, formatted(kSaveFailed, firstMarket));
         state().loads.write()->noteFailedWrite(db, *failure);
@@ -373,6 +370,9 @@ std::optional<std::string> CClientInstrumentCenter::storeMarket(
     // Database, unwritten records and cache change together: of two loads of one market the one that writes last has
     // its way in all three.
     const DatabaseWriting writing(*client_, db);
+    const Market known = client_->hold()->market(marketHash);
+    // What an earlier load dropped stays to be seen until its documents are replaced.
+    CatalogueChange told = load.difference(known, name, records, known.isDropped || load.replaces(marketHash));
     if (isCatalogueName(name)) {
         failure = "a catalogue's own documents have that name";
     } else if (!load.replacement.save(named, db, batch)) {
@@ -382,15 +382,20 @@ std::optional<std::string> CClientInstrumentCenter::storeMarket(
     // the market is published: else a reader could still take an unwritten record of the day before from the former
     // version and cache it for good.
     if (!failure) {
-        client_->publish([&](ClientVersion& version) {
-            version.markets[marketHash].own().unwrittenIsNewest = false;
-            version.markets[named].own().isDropped = false;
-        });
+        load.note = client_->publishUnshown(
+            [&](ClientVersion& version) {
+                version.markets[marketHash].own().unwrittenIsNewest = false;
+                version.markets[named].own().isDropped = false;
+                version.markets[named].own().isStale = false;
+            },
+            std::move(told));
         client_->instruments.refresh(records);
         return failure;
     }
     const MarketRecords unwritten = records;
+    told = load.difference(known, name, unwritten, true);  // lists have nothing but these from now on
     cacheFailedDatas(marketHash, records);
+    load.note = client_->publishUnshown([](ClientVersion& /*unchanged*/) {}, std::move(told));
     if (load.replaces(marketHash)) {
         // What the store has is not of this listing, and goes at the end. Said while no other load can have written
         // since: what that one brought must stay.
@@ -420,7 +425,6 @@ bool CClientInstrumentCenter::getCachedDatas(uint64 marketHash,
 
 void CClientInstrumentCenter::clearDatas(const std::vector<std::string>& markets) {
     ClientLoad byNothing(*client_);
-    byNothing.telling.compareEmptied(markets, {});
     forgetMarkets(markets, byNothing);
     byNothing.replacement.dropRest();
     state().loads.write()->settleEmptied(byNothing.notes);
@@ -432,23 +436,31 @@ void CClientInstrumentCenter::forgetMarkets(const std::vector<std::string>& mark
         const std::string name(foldedMarket(market));
         names.emplace(name, marketKey(name));
     }
+    CatalogueChange told;
     {
         const auto version = client_->hold();
         for (const auto& [name, key] : names) {
-            load.replacement.add(key, version->market(key).db);
+            const Market& market = version->market(key);
+            load.replacement.add(key, market.db);
+            // Documents are told of when they go; these go now.
+            if (market.unwrittenIsNewest) {
+                add(load.difference(market, name, {}, true), told);
+            }
         }
     }
     std::map<std::string, KeySet> formerByName;
-    client_->publish([&](ClientVersion& version) {
+    const auto forget = [&](ClientVersion& version) {
         for (const auto& [name, key] : names) {
             formerByName[name] = version.keys.unfileListed(key);
             Market& market = version.markets[key].own();
             // Another load may have dropped it already, and is to empty it then.
             market.isDropped = market.isDropped || load.replacement.drops(key);
             // From now on the market is empty; what was unwritten is a former day's.
+            market.isStale = market.isStale || market.unwrittenIsNewest;
             market.unwrittenIsNewest = false;
         }
-    });
+    };
+    client_->publish(forget, std::move(told));
     for (auto& [name, former] : formerByName) {
         load.notes.noteCleared(names.at(name), name, std::move(former));
     }

@@ -17,6 +17,7 @@ void CClientInstrumentCenter::initBonds(const std::map<std::string, boost::share
 }
 
 void CClientInstrumentCenter::doInitBonds(const std::map<std::string, boost::shared_ptr<CBondInfoDetail>>& bonds) {
+    const Subscribers::HoldBack telling(client_->subscribers);  // bonds and their instruments together
     std::map<std::string, std::string> interbankCodes;
     std::map<std::uint64_t, boost::shared_ptr<CBondInfoDetail>> bondByKey;
     GroupedSnapshot grouped;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/instrumentcenter/CClientInstrumentCenter.h"
+#include "base/instrumentcenter/ClientFutures.h"
 #include "base/instrumentcenter/ClientLoad.h"
 #include "base/instrumentcenter/catalogue/Amendment.h"
 #include "base/instrumentcenter/catalogue/InstrumentMap.h"
@@ -33,33 +34,43 @@ private:
         std::string db;
         MarketRecords records;
         KeySet gone;
-        /// Where the store has refused this change or one before: all that the market has from now on.
+        /// Where the store has refused this change or one before: all that the market has from now on, or, where that
+        /// cannot be read, what it has beside its documents.
         std::shared_ptr<const MarketRecords> unwritten;
+        bool isWhole = false;
         std::optional<std::string> failure;
     };
+    using Products = std::map<std::string, std::vector<InstrumentPtr>>;
 
+    std::map<std::string, std::unique_lock<std::mutex>> lockDatabases();
     void collect();
-    void amendRaw() const;
+    void amendRaw();
     void amendStore();
-    void write(MarketKey market, MarketChange& change);
-    MarketRecords wholeOf(MarketKey market, const MarketChange& change) const;
-    void publish();
-    void tell();
+    CatalogueChange write(MarketKey market, MarketChange& change);
+    CatalogueChange differenceOf(MarketKey market, const MarketChange& change) const;
+    std::optional<MarketRecords> wholeOf(const Market& known, MarketKey market, const MarketChange& change) const;
+    void publish(CatalogueChange told);
     bool touchesMains(MarketKey market, const MarketChange& change) const;
     void amendMains();
     void amendProducts();
+    Products touchedProducts() const;
     void deriveAnew();
+    void noteFailure(const std::string& db, const std::string& reason) { failures_.emplace_back(db, reason); }
 
     CClientInstrumentCenter& center_;
     ClientState& client_;
-    ClientTelling telling_;  // before what is filed is looked at, and through all locks
+    const Subscribers::HoldBack telling_;  // through all locks
     const std::vector<InstrumentPtr>& batch_;
+    const std::vector<std::string>& removedKeys_;
     Amendment amendment_;
     FormerRecords former_;
     std::map<MarketKey, MarketChange> changes_;
+    std::vector<std::pair<std::string, std::string>> failures_;  // databases and reasons, beside those of the markets
 };
 
 namespace {
+
+constexpr const char* kUnreadable = "could not be read to be changed: ";
 
 /// What lists have of the key. Not from the record cache, which may keep what an earlier load has left of it.
 InstrumentPtr listedRecord(const Market& market, StockKey key) {
@@ -74,10 +85,74 @@ InstrumentPtr listedRecord(const Market& market, StockKey key) {
 
 ClientAmendment::ClientAmendment(CClientInstrumentCenter& center, const std::vector<InstrumentPtr>& upserts,
                                  const std::vector<std::string>& removedKeys)
-    : center_(center), client_(*center.client_), telling_(client_), batch_(upserts) {
+    : center_(center),
+      client_(*center.client_),
+      telling_(client_.subscribers),
+      batch_(upserts),
+      removedKeys_(removedKeys) {
     LoadNotes unused;
     center_.group(upserts, amendment_.upserts, amendment_.listings, unused);
     setRemoved(removedKeys, amendment_);
+}
+
+void ClientAmendment::apply() {
+    {
+        const LogDelay delay;  // ends after the locks are dropped
+        const std::lock_guard guard(client_.changes);
+        {
+            const auto writing = lockDatabases();
+            collect();
+            if (changes_.empty()) {
+                return;
+            }
+            amendRaw();
+            amendStore();
+        }
+        amendMains();
+        amendProducts();
+        deriveAnew();
+    }
+    for (const auto& [market, change] : changes_) {
+        if (change.failure) {
+            PM_CENTER_LOG(kLogError, kClientSource, formatted(kSaveFailed, change.name));
+            noteFailure(change.db, *change.failure);
+        }
+    }
+    for (const auto& [db, reason] : failures_) {
+        client_.loads.write()->noteFailedWrite(db, reason);
+    }
+}
+
+/// The write mutexes of all markets concerned, by name, as two that hold several must. No load writes these markets
+/// from now on until documents and keys of the change agree.
+std::map<std::string, std::unique_lock<std::mutex>> ClientAmendment::lockDatabases() {
+    std::map<std::string, std::unique_lock<std::mutex>> writing;
+    const auto version = client_.hold();
+    for (const auto& [market, records] : amendment_.upserts) {
+        if (!records.empty()) {
+            writing[DBBuilder::buildDbName(std::string(foldedMarket(records.begin()->second->market)))];
+        }
+    }
+    for (const StockKey key : amendment_.removed) {
+        if (const MarketKey* const market = version->keys.marketOf(key)) {
+            writing[version->market(*market).db];
+        }
+    }
+    for (auto& [db, lock] : writing) {
+        lock = std::unique_lock(client_.writeLock(db));
+    }
+    // A removed key may have got a market in between, by a load at the same time: then it came after this change.
+    for (const StockKey key : std::vector<StockKey>(amendment_.removed.begin(), amendment_.removed.end())) {
+        const auto now = client_.hold();
+        const MarketKey* const market = now->keys.marketOf(key);
+        if (market != nullptr && writing.count(now->market(*market).db) == 0) {
+            amendment_.removed.erase(key);
+        }
+    }
+    return writing;
+}
+
+void ClientAmendment::collect() {
     const auto version = client_.hold();
     for (const StockKey key : amendment_.touched()) {
         if (const MarketKey* const market = version->keys.marketOf(key)) {
@@ -86,10 +161,6 @@ ClientAmendment::ClientAmendment(CClientInstrumentCenter& center, const std::vec
     }
     keepListings(former_, listingsCombined, amendment_);
     combineConnectFlags(amendment_.upserts, amendment_.listings);
-    collect();
-}
-
-void ClientAmendment::collect() {
     for (const auto& [market, records] : amendment_.upserts) {
         if (!records.empty()) {
             MarketChange& change = changes_[market];
@@ -98,7 +169,6 @@ void ClientAmendment::collect() {
             change.records = records;
         }
     }
-    const auto version = client_.hold();
     for (auto& [market, keys] : goneKeys(amendment_, former_)) {
         MarketChange& change = changes_[market];
         change.gone = std::move(keys);
@@ -108,20 +178,8 @@ void ClientAmendment::collect() {
     }
 }
 
-void ClientAmendment::apply() {
-    if (changes_.empty()) {
-        return;
-    }
-    amendRaw();
-    amendStore();
-    tell();
-    amendMains();
-    amendProducts();
-    deriveAnew();
-}
-
 /// First: who dies before the market itself is written leaves a change that the next load of the family brings.
-void ClientAmendment::amendRaw() const {
+void ClientAmendment::amendRaw() {
     constexpr std::array<const char*, 5> kRawMarkets{market::kShanghaiConnect, market::kHongKong,
                                                      market::kShenzhenConnect, market::kShanghai,
                                                      market::kShanghaiSpecial};
@@ -134,62 +192,63 @@ void ClientAmendment::amendRaw() const {
         }
         std::vector<std::string> removed;
         const bool special = name == std::string_view(market::kShanghaiSpecial);
-        const MarketKey folded = marketKey(special ? market::kShanghai : foldedMarket(name));
-        for (const auto& [key, filed] : former_) {
-            if (filed.market == folded && filed.record && amendment_.removed.contains(key)) {
-                removed.push_back(std::to_string(stockKey(name, filed.record->code)));
+        const std::string_view folded = special ? market::kShanghai : foldedMarket(name);
+        for (const std::string& text : removedKeys_) {
+            // By the text handed in, for the record may not be readable. Its market is the one that it is filed under.
+            const auto filed = former_.find(foldedTextKey(text));
+            if (filed != former_.end() && filed->second.market == marketKey(folded) &&
+                amendment_.removed.contains(filed->first)) {
+                const bool isConnect = isConnectMarket(std::string_view(text).substr(0, 3));
+                removed.push_back(std::to_string(stockKey(name, text.substr(isConnect ? 3 : folded.size()))));
             }
         }
-        if (records.empty() && removed.empty()) {
-            continue;
-        }
         const std::string db = DBBuilder::buildRawDbName(name);
-        const bool isOpen = records.empty() || store().open(db);
-        // Where there is nothing to remove from, none of it is there: only what was to be put is missed.
-        if (!(isOpen && store().change(db, DocumentBatch(records), removed)) && !records.empty()) {
-            const std::string reason = store().lastFailure();
-            client_.loads.write()->noteFailedWrite(db, reason);
+        // Where there is no such database, there is nothing to remove.
+        const bool isConcerned =
+            !records.empty() ||
+            (!removed.empty() && store().visitAll(db, [](std::string_view, const Document&) { return false; }));
+        if (isConcerned && !(store().open(db) && store().change(db, DocumentBatch(records), removed))) {
+            noteFailure(db, store().lastFailure());
         }
     }
 }
 
-/// Documents, then keys, with no load of these markets in between: what is filed has its document.
+/// Documents, then keys: what is filed has its document.
 void ClientAmendment::amendStore() {
-    {
-        const LogDelay delay;  // ends after the locks are dropped
-        std::map<std::string, std::unique_lock<std::mutex>> writing;
-        for (const auto& [market, change] : changes_) {
-            writing[change.db];
-        }
-        for (auto& [db, lock] : writing) {  // by name: two calls at once must not wait for each other
-            lock = std::unique_lock(client_.writeLock(db));
-        }
-        for (auto& [market, change] : changes_) {
-            // Before the write: a cached lookup answers the new record from now on, never one older than the store's.
-            client_.instruments.refresh(change.records);
-            write(market, change);
-        }
-        publish();
-        // For a reader that met the old document in between.
-        for (auto& [market, change] : changes_) {
-            client_.instruments.refresh(change.records);
-        }
+    CatalogueChange told;
+    for (auto& [market, change] : changes_) {
+        // Before the write: a cached lookup answers the new record from now on, never one older than the store's.
+        client_.instruments.refresh(change.records);
+        add(write(market, change), told);
     }
-    for (const auto& [market, change] : changes_) {
-        if (change.failure) {
-            PM_CENTER_LOG(kLogError, kClientSource, formatted(kSaveFailed, change.name));
-            client_.loads.write()->noteFailedWrite(change.db, *change.failure);
-        }
+    publish(std::move(told));
+    // For a reader that met the old document in between.
+    for (auto& [market, change] : changes_) {
+        client_.instruments.refresh(change.records);
     }
 }
 
-void ClientAmendment::write(MarketKey market, MarketChange& change) {
-    const auto version = client_.hold();
-    const Market& known = version->market(market);
+/// Answers what is to be told.
+CatalogueChange ClientAmendment::write(MarketKey market, MarketChange& change) {
+    const Market known = client_.hold()->market(market);
+    const bool listens = client_.subscribers.any();
+    CatalogueChange told;
+    const auto keepUnwritten = [&] {
+        if (auto whole = wholeOf(known, market, change)) {
+            change.isWhole = true;
+            change.unwritten = std::make_shared<const MarketRecords>(std::move(*whole));
+        } else {
+            MarketRecords beside = known.unwritten ? *known.unwritten : MarketRecords();
+            for (const auto& [key, record] : change.records) {
+                beside[key] = record;
+            }
+            change.unwritten = std::make_shared<const MarketRecords>(std::move(beside));
+        }
+    };
     if (known.unwrittenIsNewest) {
         // Memory alone has the market, until a load can write it: these documents would stand among a former day's.
-        change.unwritten = std::make_shared<const MarketRecords>(wholeOf(market, change));
-        return;
+        keepUnwritten();
+        return listens ? differenceOf(market, change) : told;
     }
     const DocumentBatch batch(change.records);
     std::vector<std::string> removed;
@@ -198,6 +257,9 @@ void ClientAmendment::write(MarketKey market, MarketChange& change) {
     }
     // What an earlier process left, or a load under way has dropped, is not the market's any more.
     const bool replaces = known.db.empty() || known.isDropped;
+    if (listens) {
+        told = replaces ? marketDifference(known, change.name, change.records, true) : differenceOf(market, change);
+    }
     if (isCatalogueName(change.name)) {
         change.failure = "a catalogue's own documents have that name";
     } else if (!store().open(change.db) ||
@@ -205,27 +267,48 @@ void ClientAmendment::write(MarketKey market, MarketChange& change) {
         change.failure = store().lastFailure();
     }
     if (change.failure) {
-        change.unwritten = std::make_shared<const MarketRecords>(wholeOf(market, change));
+        keepUnwritten();
     }
+    return told;
 }
 
-/// Everything that the market has with the change.
-MarketRecords ClientAmendment::wholeOf(MarketKey market, const MarketChange& change) const {
+/// What becomes of the touched records.
+CatalogueChange ClientAmendment::differenceOf(MarketKey market, const MarketChange& change) const {
+    CatalogueChange told;
+    std::string name = change.name;
+    for (const auto& [key, filed] : former_) {
+        if (filed.market == market && change.records.count(key) == 0) {
+            addDifference(filed.record, nullptr, told);
+            name = name.empty() && filed.record ? filedMarketName(market, {{key, filed.record}}) : name;
+        }
+    }
+    for (const auto& [key, record] : change.records) {
+        const auto filed = former_.find(key);
+        addDifference(filed == former_.end() ? nullptr : filed->second.record, record, told);
+    }
+    if (!name.empty()) {
+        told.markets.push_back(std::move(name));
+    }
+    return told;
+}
+
+/// Everything that the market has with the change; nothing where its documents cannot be read.
+std::optional<MarketRecords> ClientAmendment::wholeOf(const Market& known, MarketKey market,
+                                                      const MarketChange& change) const {
     const auto version = client_.hold();
-    const Market& known = version->market(market);
     MarketRecords whole;
     if (known.unwritten) {
         whole = *known.unwritten;  // of a former day perhaps: documents are newer unless the last write failed
     }
     if (!known.unwrittenIsNewest && !known.db.empty() && !known.isDropped) {
-        std::vector<StockKey> keys;
-        const auto records = readRecords<CInstrumentDetail>(known.db, recordOf<CInstrumentDetail>,
-                                                            [&](std::string_view key, const auto& /*record*/) {
-                                                                keys.push_back(documentKey(key));
-                                                                return true;
-                                                            });
-        for (std::size_t i = 0; i < records.size(); ++i) {
-            whole[keys[i]] = records[i];
+        const bool isRead = store().visitAll(known.db, [&](std::string_view key, Document document) {
+            if (InstrumentPtr record = recordOf<CInstrumentDetail>(document)) {
+                whole[documentKey(key)] = std::move(record);
+            }
+            return true;
+        });
+        if (!isRead) {
+            return std::nullopt;
         }
     }
     std::erase_if(whole, [&](const auto& entry) {
@@ -238,18 +321,19 @@ MarketRecords ClientAmendment::wholeOf(MarketKey market, const MarketChange& cha
     return whole;
 }
 
-void ClientAmendment::publish() {
+void ClientAmendment::publish(CatalogueChange told) {
     const KeySet touched = amendment_.touched();
     const auto mains = deriveMainContracts(amendment_.upserts, client_.futureMarkets);
-    client_.publish([&](ClientVersion& version) {
+    const auto amend = [&](ClientVersion& version) {
         version.keys.amend(upsertedKeys(amendment_), goneKeys(amendment_, former_));
         for (const auto& [hash, change] : changes_) {
             Market& market = version.markets[hash].own();
             if (change.unwritten) {
                 market.unwritten = change.unwritten;
-                market.unwrittenIsNewest = true;
+                market.unwrittenIsNewest = market.unwrittenIsNewest || change.isWhole;
             } else {
                 market.isDropped = false;
+                market.isStale = false;
             }
             if (!change.name.empty()) {
                 version.updateDbName(change.name, change.db);
@@ -259,26 +343,8 @@ void ClientAmendment::publish() {
             amendMainContracts(touched, mains, version.futures.own());
         }
         amendCodes(amendment_, version.codeSets.own());
-    });
-}
-
-void ClientAmendment::tell() {
-    for (const auto& [market, change] : changes_) {
-        std::string name = change.name;
-        for (const auto& [key, filed] : former_) {
-            if (name.empty() && filed.market == market && filed.record) {
-                name = filedMarketName(market, {{key, filed.record}});
-            }
-            if (filed.market == market && change.records.count(key) == 0) {
-                telling_.compare(filed.record, nullptr);
-            }
-        }
-        for (const auto& [key, record] : change.records) {
-            const auto filed = former_.find(key);
-            telling_.compare(filed == former_.end() ? nullptr : filed->second.record, record);
-        }
-        telling_.addMarket(name);
-    }
+    };
+    client_.publish(amend, std::move(told));
 }
 
 /// Whether a main contract of the market comes, changes or goes.
@@ -292,106 +358,163 @@ bool ClientAmendment::touchesMains(MarketKey market, const MarketChange& change)
            });
 }
 
-/// The documents of the main contracts: a market's are one field, so it is written whole.
+/// The documents of the main contracts: a market's are one field, so it is written whole. Which they are is published
+/// already, and a load may have published others since: those of now are written.
 void ClientAmendment::amendMains() {
-    GroupedSnapshot grouped;
-    const auto version = client_.hold();
+    std::set<MarketKey> concerned;
     for (const auto& [market, change] : changes_) {
-        if (client_.futureMarkets.count(market) == 0 || !touchesMains(market, change)) {
-            continue;
+        if (client_.futureMarkets.count(market) != 0 && touchesMains(market, change)) {
+            concerned.insert(market);
         }
-        MarketRecords& mains = grouped[market];  // also where none is left
-        if (const auto keys = version->futures->mainCodesByMarket.find(market);
-            keys != version->futures->mainCodesByMarket.end()) {
+    }
+    if (concerned.empty()) {
+        return;
+    }
+    std::map<MarketKey, std::string> refused;
+    {
+        const DatabaseWriting writing(client_, DBBuilder::buildDbName(kFutureMains));
+        GroupedSnapshot grouped;
+        std::map<MarketKey, std::string> unread;
+        const auto version = client_.hold();
+        for (const MarketKey market : concerned) {
+            MarketRecords& mains = grouped[market];  // also where none is left
+            const auto keys = version->futures->mainCodesByMarket.find(market);
+            if (keys == version->futures->mainCodesByMarket.end()) {
+                continue;
+            }
             for (const StockKey key : keys->second) {
                 if (InstrumentPtr record = center_.CClientInstrumentCenter::getInstrument(key)) {
                     mains[key] = std::move(record);
+                } else if (version->keys.marketOf(key) != nullptr) {
+                    unread[market] = kUnreadable + store().lastFailure();
                 }
             }
         }
+        // Without one of them a field would say that it is none: then all are answered by key.
+        std::erase_if(grouped, [&](const auto& entry) { return unread.count(entry.first) != 0; });
+        refused = writeMains(grouped);
+        refused.insert(unread.begin(), unread.end());
+        client_.publish([&](ClientVersion& fresh) { setUnwrittenMains(grouped, refused, fresh); });
     }
-    if (!grouped.empty()) {
-        center_.createFutureMainDatas(grouped);
+    for (const auto& [market, reason] : refused) {
+        reportRefused(kFutureMains, reason, client_);
     }
 }
 
-/// The documents of the contracts, a field for each product.
-void ClientAmendment::amendProducts() {
-    std::map<std::string, std::map<StockKey, InstrumentPtr>> contractsByProduct;
+/// The products of which a contract comes, changes or goes, with the contracts that come.
+ClientAmendment::Products ClientAmendment::touchedProducts() const {
+    Products products;
     for (const auto& [key, filed] : former_) {
         if (filed.record && client_.futureMarkets.count(filed.market) != 0) {
-            contractsByProduct[filed.record->productId];
+            products[filed.record->productId];
         }
     }
     for (const auto& [market, change] : changes_) {
         if (client_.futureMarkets.count(market) != 0) {
             for (const auto& [key, record] : change.records) {
-                contractsByProduct[record->productId][key] = record;
+                products[record->productId].push_back(record);
             }
         }
     }
-    if (contractsByProduct.empty()) {
+    return products;
+}
+
+/// The documents of the contracts, a field for each product.
+void ClientAmendment::amendProducts() {
+    Products products = touchedProducts();
+    if (products.empty()) {
         return;
     }
     const KeySet touched = amendment_.touched();
-    GroupedSnapshot grouped;
-    std::vector<std::string> emptied;
-    for (auto& [product, contracts] : contractsByProduct) {
-        for (const InstrumentPtr& contract : center_.CClientInstrumentCenter::getProductInstruments(product)) {
-            const StockKey key = stockKey(contract->market, contract->code);
-            if (!touched.contains(key)) {
-                contracts[key] = contract;
+    std::optional<std::string> refused;
+    {
+        const DatabaseWriting writing(client_, DBBuilder::buildDbName(kFutureProducts));
+        const auto version = client_.hold();
+        std::vector<std::string> emptied;
+        std::optional<std::string> unread;
+        for (auto product = products.begin(); product != products.end();) {
+            auto& [name, contracts] = *product;
+            const auto known = version->storedFutures->products.find(name);
+            if (known != version->storedFutures->products.end()) {
+                const auto stored = center_.CClientInstrumentCenter::getProductInstruments(name);
+                if (!known->second.isUnwritten && !store().lastSucceeded()) {
+                    // What stands there stays, a removed contract among it, rather than lose the others.
+                    unread = kUnreadable + store().lastFailure();
+                    product = products.erase(product);
+                    continue;
+                }
+                for (const InstrumentPtr& contract : stored) {
+                    const StockKey key = stockKey(contract->market, contract->code);
+                    // Those of an earlier load that are filed no more do not come back.
+                    if (!touched.contains(key) && version->keys.marketOf(key) != nullptr) {
+                        contracts.push_back(contract);
+                    }
+                }
+            }
+            if (contracts.empty()) {
+                emptied.push_back(name);
+                product = products.erase(product);
+            } else {
+                ++product;
             }
         }
-        for (const auto& [key, contract] : contracts) {
-            grouped[marketKey(contract->market)][key] = contract;
-        }
-        if (contracts.empty()) {
-            emptied.push_back(product);
-        }
-    }
-    if (!emptied.empty()) {
-        // Its field in the store is left: without the product nothing leads there.
-        client_.publish([&](ClientVersion& version) {
+        refused = writeProducts(products);
+        client_.publish([&](ClientVersion& fresh) {
+            setProducts(products, refused.has_value(), fresh);
             for (const std::string& product : emptied) {
-                version.storedFutures.own().products.erase(product);
+                // Its field in the store is left: without the product nothing leads there.
+                fresh.storedFutures.own().products.erase(product);
             }
         });
+        refused = refused ? refused : unread;
     }
-    if (!grouped.empty()) {
-        center_.createFutureProdcutDatas(grouped);
+    if (refused) {
+        reportRefused(kFutureProducts, *refused, client_);
     }
 }
 
-/// What only a whole listing tells, from the documents as they are now.
+/// What only a whole listing tells, from the documents as they are now. A load that has filed the market since tells
+/// itself; what cannot be read leaves what stands.
 void ClientAmendment::deriveAnew() {
-    GroupedSnapshot listings;
     const auto moment = client_.hold();
-    const auto list = [&](MarketKey market) -> MarketRecords& {
+    const auto list = [&](MarketKey market, GroupedSnapshot& listings) {
         InstrumentMap records;
+        const Market& known = moment->market(market);
         CClientInstrumentCenter::addMarket(*moment, market, {}, nullptr, records);
+        if (!known.unwrittenIsNewest && !known.isDropped && !store().lastSucceeded()) {
+            noteFailure(known.db, kUnreadable + store().lastFailure());
+            return;
+        }
         MarketRecords& listing = listings[market];
         for (auto& [text, record] : records) {
             listing[textKey(text)] = std::move(record);
         }
-        return listing;
     };
+    GroupedSnapshot listings;
     for (const std::string& name : marketsToDerive(amendment_, former_)) {
-        list(marketKey(name));
+        list(marketKey(name), listings);
     }
-    if (!listings.empty()) {
-        client_.publish(
-            [&](ClientVersion& version) { installDerived(listings, version.futures.own(), version.codeSets.own()); });
-    }
-    listings.clear();
-    for (const MarketKey outer : client_.outerMarkets) {
-        if (changes_.count(outer) != 0) {
-            list(outer);
+    GroupedSnapshot outer;
+    for (const MarketKey market : client_.outerMarkets) {
+        if (changes_.count(market) != 0) {
+            list(market, outer);
         }
     }
-    if (!listings.empty()) {
-        center_.createOutterProductDatas(listings);
+    if (listings.empty() && outer.empty()) {
+        return;
     }
+    client_.publish([&](ClientVersion& version) {
+        const auto isOutdated = [&](const auto& listing) {
+            return version.keys.keysOf(listing.first) != moment->keys.keysOf(listing.first);
+        };
+        std::erase_if(listings, isOutdated);
+        std::erase_if(outer, isOutdated);
+        installDerived(listings, version.futures.own(), version.codeSets.own());
+        if (!outer.empty()) {
+            OuterTables tables = deriveOuterTables(outer, client_.outerMarkets);
+            install(tables, version.outer.own());
+        }
+    });
 }
 
 void CClientInstrumentCenter::applyChanges(const std::vector<boost::shared_ptr<CInstrumentDetail>>& upserts,

@@ -6,7 +6,8 @@
 #include <utility>
 
 #include "base/instrumentcenter/CClientInstrumentCenter.h"
-#include "base/instrumentcenter/ClientState.h"
+#include "base/instrumentcenter/ClientFutures.h"
+#include "base/instrumentcenter/ClientLoad.h"
 #include "base/instrumentcenter/catalogue/InstrumentMap.h"
 #include "base/instrumentcenter/catalogue/StockCodes.h"
 #include "base/instrumentcenter/store/DBBuilder.h"
@@ -30,57 +31,45 @@ std::vector<uint64> listOf(const KeySet& keys) {
 
 }  // namespace
 
-void CClientInstrumentCenter::createFutureMainDatas(
-    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
-    PM_CENTER_LOG(kLogInfo, kClientSource, "[inscenter] create future main datas");
+std::map<MarketKey, std::string> writeMains(const GroupedSnapshot& mainsByMarket) {
     const std::string db = DBBuilder::buildDbName(kFutureMains);
-    auto mainsByMarket = deriveMainContracts(grouped, client_->futureMarkets);
     std::list<DocumentBatch<CInstrumentDetail>> batches;  // of the fields, which refer to them
     std::vector<StoreField> fields;
     for (const auto& [market, mains] : mainsByMarket) {
-        std::vector<DocumentBatch<CInstrumentDetail>::Source> records;
-        for (const StockKey key : mains.all) {
-            records.emplace_back(key, grouped.at(market).at(key).get());
-        }
-        fields.push_back({std::to_string(market), &batches.emplace_back(records)});
+        fields.push_back({std::to_string(market), &batches.emplace_back(mains)});
     }
+    std::map<MarketKey, std::string> refused;
     const bool isOpen = store().open(db);
-    const auto save = [&](const std::vector<StoreField>& some) { return isOpen && store().replaceFields(db, some); };
     // All in one step; where that fails, market by market, so that one cannot keep the others out.
-    const bool allSaved = fields.empty() || save(fields);
-    std::set<MarketKey> unwritten;
+    if (fields.empty() || (isOpen && store().replaceFields(db, fields))) {
+        return refused;
+    }
     auto field = fields.begin();
     for (const auto& [market, mains] : mainsByMarket) {
-        if (!allSaved && !save({*field})) {
-            const std::string reason = store().lastFailure();
-            PM_CENTER_LOG(kLogError, kClientSource, formatted(kSaveFailed, kFutureMains));
-            client_->loads.write()->noteFailedWrite(db, reason);
-            unwritten.insert(market);
+        if (!(isOpen && store().replaceFields(db, {*field}))) {
+            refused[market] = store().lastFailure();
         }
         ++field;
     }
-    client_->publish([&](ClientVersion& version) {
-        FuturesCatalogue& futures = version.futures.own();
-        std::set<MarketKey>& unwrittenMains = version.storedFutures.own().unwrittenMains;
-        for (auto& [market, mains] : mainsByMarket) {
-            installMainContracts(market, mains, futures);
-            if (unwritten.count(market) == 0) {
-                unwrittenMains.erase(market);
-            } else {
-                unwrittenMains.insert(market);
-            }
-        }
-        version.updateDbName(kFutureMains, db);
-    });
-    ClientState::logDbName(kFutureMains, db);
+    return refused;
 }
 
-void CClientInstrumentCenter::createFutureProdcutDatas(
-    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
-    PM_CENTER_LOG(kLogInfo, kClientSource, "[inscenter] create future product datas");
+void setUnwrittenMains(const GroupedSnapshot& mainsByMarket, const std::map<MarketKey, std::string>& refused,
+                       ClientVersion& version) {
+    std::set<MarketKey>& unwritten = version.storedFutures.own().unwrittenMains;
+    for (const auto& [market, mains] : mainsByMarket) {
+        unwritten.erase(market);
+    }
+    for (const auto& [market, reason] : refused) {
+        unwritten.insert(market);
+    }
+    version.updateDbName(kFutureMains, DBBuilder::buildDbName(kFutureMains));
+}
+
+std::optional<std::string> writeProducts(const std::map<std::string, std::vector<InstrumentPtr>>& contractsByProduct) {
+    const std::string db = DBBuilder::buildDbName(kFutureProducts);
     std::list<DocumentBatch<CInstrumentDetail>> batches;  // of the fields, which refer to them
     std::vector<StoreField> fields;
-    const auto contractsByProduct = deriveProductContracts(grouped, client_->futureMarkets);
     for (const auto& [product, contracts] : contractsByProduct) {
         std::vector<DocumentBatch<CInstrumentDetail>::Source> records;
         records.reserve(contracts.size());
@@ -89,31 +78,79 @@ void CClientInstrumentCenter::createFutureProdcutDatas(
         }
         fields.push_back({fieldOf(product), &batches.emplace_back(records)});
     }
-    const std::string db = DBBuilder::buildDbName(kFutureProducts);
     // Without a product nothing can be lost, whatever the store says.
     const bool saved = (store().open(db) && store().replaceFields(db, fields)) || fields.empty();
-    if (!saved) {
-        const std::string reason = store().lastFailure();
-        PM_CENTER_LOG(kLogError, kClientSource, formatted(kSaveFailed, kFutureProducts));
-        client_->loads.write()->noteFailedWrite(db, reason);
-    }
-    std::map<std::string, StoredProduct> products;
+    return saved ? std::nullopt : std::optional(store().lastFailure());
+}
+
+void setProducts(const std::map<std::string, std::vector<InstrumentPtr>>& contractsByProduct, bool isUnwritten,
+                 ClientVersion& version) {
+    auto& products = version.storedFutures.own().products;
     for (const auto& [name, contracts] : contractsByProduct) {
-        StoredProduct& product = products[name];
-        product.isUnwritten = !saved;
+        StoredProduct product;
+        product.isUnwritten = isUnwritten;
         for (const InstrumentPtr& contract : contracts) {
-            if (!saved) {
+            if (isUnwritten) {
                 product.contracts.push_back(stockKey(contract->market, contract->code));
             }
             product.markets.insert(marketKey(contract->market));
         }
+        products[name] = std::move(product);  // of a product that is known the new one counts, others stay
     }
-    client_->publish([&](ClientVersion& version) {
-        auto& known = version.storedFutures.own().products;
-        products.merge(known);  // of a product that is known the new one counts, others stay
-        known.swap(products);
-        version.updateDbName(kFutureProducts, db);
-    });
+    version.updateDbName(kFutureProducts, DBBuilder::buildDbName(kFutureProducts));
+}
+
+void reportRefused(const char* catalogue, const std::string& reason, ClientState& client) {
+    PM_CENTER_LOG(kLogError, kClientSource, formatted(kSaveFailed, catalogue));
+    client.loads.write()->noteFailedWrite(DBBuilder::buildDbName(catalogue), reason);
+}
+
+void CClientInstrumentCenter::createFutureMainDatas(
+    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
+    PM_CENTER_LOG(kLogInfo, kClientSource, "[inscenter] create future main datas");
+    const std::string db = DBBuilder::buildDbName(kFutureMains);
+    auto mainsByMarket = deriveMainContracts(grouped, client_->futureMarkets);
+    GroupedSnapshot records;
+    for (const auto& [market, mains] : mainsByMarket) {
+        MarketRecords& ofMarket = records[market];
+        for (const StockKey key : mains.all) {
+            ofMarket[key] = grouped.at(market).at(key);
+        }
+    }
+    std::map<MarketKey, std::string> refused;
+    {
+        // Of two that write them at once the last has its way in store and memory.
+        const DatabaseWriting writing(*client_, db);
+        refused = writeMains(records);
+        client_->publish([&](ClientVersion& version) {
+            FuturesCatalogue& futures = version.futures.own();
+            for (auto& [market, mains] : mainsByMarket) {
+                installMainContracts(market, mains, futures);
+            }
+            setUnwrittenMains(records, refused, version);
+        });
+    }
+    for (const auto& [market, reason] : refused) {
+        reportRefused(kFutureMains, reason, *client_);
+    }
+    ClientState::logDbName(kFutureMains, db);
+}
+
+void CClientInstrumentCenter::createFutureProdcutDatas(
+    const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
+    PM_CENTER_LOG(kLogInfo, kClientSource, "[inscenter] create future product datas");
+    const auto contractsByProduct = deriveProductContracts(grouped, client_->futureMarkets);
+    const std::string db = DBBuilder::buildDbName(kFutureProducts);
+    std::optional<std::string> refused;
+    {
+        const DatabaseWriting writing(*client_, db);
+        refused = writeProducts(contractsByProduct);
+        client_->publish(
+            [&](ClientVersion& version) { setProducts(contractsByProduct, refused.has_value(), version); });
+    }
+    if (refused) {
+        reportRefused(kFutureProducts, *refused, *client_);
+    }
     ClientState::logDbName(kFutureProducts, db);
 }
 
@@ -184,6 +221,7 @@ std::list<boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCenter::getProd
 }
 
 void CClientInstrumentCenter::removeMarkets(const std::vector<std::string>& markets) {
+    const Subscribers::HoldBack telling(client_->subscribers);  // all markets together
     for (const std::string& market : markets) {
         const std::string name(foldedMarket(market));
         const MarketKey key = marketKey(name);

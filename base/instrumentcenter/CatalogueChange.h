@@ -23,7 +23,7 @@ struct CatalogueChange {
         boost::shared_ptr<CInstrumentDetail> after;   ///< null: removed
     };
 
-    std::uint64_t version = 0;         ///< as version() answers from then on
+    std::uint64_t version = 0;         ///< that readers have by then, or a later one
     std::vector<std::string> markets;  ///< whose listings were brought, changed or not, by their folded names
     std::vector<Item> instruments;     ///< in no particular order
     /// Other catalogues that were brought or updated, without their records: "etfs", "bonds", "tenderbonds",

@@ -44,9 +44,19 @@ void Replacement::dropRest() {
     for (const auto& [market, db] : dropped_) {
         const DatabaseWriting writing(client_, db);
         if (isDropped(market)) {
+            CatalogueChange told;
+            if (client_.subscribers.any()) {
+                told = marketDifference(client_.hold()->market(market), {}, {}, true);
+            }
             store().drop(db);
             // After the documents are gone: the other way round a list between the two would show the former day's.
-            client_.publish([key = market](ClientVersion& version) { version.markets[key].own().isDropped = false; });
+            client_.publish(
+                [key = market](ClientVersion& version) {
+                    Market& emptied = version.markets[key].own();
+                    emptied.isDropped = false;
+                    emptied.isStale = false;
+                },
+                std::move(told));
         }
     }
     dropped_.clear();

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "base/instrumentcenter/ClientState.h"
 #include "base/instrumentcenter/ClientTelling.h"
@@ -64,14 +66,38 @@ private:
 
 /// What one load carries through its steps, on its own thread.
 struct ClientLoad {
-    explicit ClientLoad(ClientState& client) : telling(client), replacement(client) {}
+    explicit ClientLoad(ClientState& state) : client(state), telling(state.subscribers), replacement(state) {}
+
+    /// What the load is to tell of a market, see marketDifference; nothing where nobody listens.
+    CatalogueChange difference(const Market& known, const std::string& name, const MarketRecords& records,
+                               bool isWhole) const {
+        return client.subscribers.any() ? marketDifference(known, name, records, isWhole) : CatalogueChange();
+    }
+
+    /// Shows what is to be told of the market that was written, at its end.
+    class Showing {
+    public:
+        explicit Showing(ClientLoad& load) : load_(load) {}
+        ~Showing() {
+            if (const auto note = std::exchange(load_.note, nullptr)) {
+                load_.client.subscribers.show(*note);
+            }
+        }
+        Showing(const Showing&) = delete;
+        Showing& operator=(const Showing&) = delete;
+
+    private:
+        ClientLoad& load_;
+    };
 
     bool replaces(MarketKey market) const { return replaced.count(market) != 0; }
 
-    Stopwatch watch;        // begins before the steps do
-    ClientTelling telling;  // ends after all the others
+    ClientState& client;
+    const Subscribers::HoldBack telling;  // all of the load, which is told together at its end
+    Stopwatch watch;                      // begins before the steps do
     Replacement replacement;
     std::map<MarketKey, std::string> replaced;  // names of the markets of which the batch is the whole
+    std::shared_ptr<Subscribers::Note> note;    // of the market that is being written
     LoadNotes notes;
     StepWatch steps;
 };

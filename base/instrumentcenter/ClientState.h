@@ -46,8 +46,7 @@ public:
     std::shared_ptr<const ClientVersion> hold() const {
         return std::static_pointer_cast<const ClientVersion>(state_.versions.hold());
     }
-    /// Publishes a version changed by `change`, and tells subscribers of catalogues beside the instruments; of those
-    /// ClientTelling tells.
+    /// Publishes a version changed by `change`, and tells subscribers of catalogues beside the instruments.
     template <class Change>
     void publish(const Change& change) {
         using Shared = std::shared_ptr<const Version>;
@@ -62,6 +61,30 @@ public:
                            }
                            return [told] { return told; };
                        });
+        subscribers.tell();
+    }
+
+    /// The same with what is to be told of instruments, if it is anything. More is to be published before readers see
+    /// all of that, so whoever calls shows the note, if there is one.
+    template <class Change>
+    std::shared_ptr<Subscribers::Note> publishUnshown(const Change& change, CatalogueChange told) {
+        using Shared = std::shared_ptr<const Version>;
+        const auto shared = std::make_shared<CatalogueChange>(std::move(told));
+        return state_.publishUnshown([&](Version& version) { change(static_cast<ClientVersion&>(version)); },
+                                     [&](const Shared& /*former*/, const Shared& fresh) -> Subscribers::Difference {
+                                         if (shared->markets.empty()) {
+                                             return nullptr;
+                                         }
+                                         shared->version = fresh->number;
+                                         return [shared] { return std::move(*shared); };
+                                     });
+    }
+    /// The same where readers see all of it at once.
+    template <class Change>
+    void publish(const Change& change, CatalogueChange told) {
+        if (const auto note = publishUnshown(change, std::move(told))) {
+            subscribers.show(*note);
+        }
         subscribers.tell();
     }
 
@@ -86,6 +109,9 @@ public:
     RecordCache<CInstrumentDetail> instruments;
     RecordCache<CBondInfoDetail> bonds;
     RecordCache<COTCFundPlanInfo> plans;
+    /// Held through applyChanges: each goes by what the one before has left. Recursive, for an appender that changes
+    /// something from within a line.
+    std::recursive_mutex changes;
     Guarded<LoadLedger>& loads;
     Subscribers& subscribers;
     const std::set<MarketKey> futureMarkets = futureMarketKeys();

@@ -1,44 +1,21 @@
 #pragma once
 
-#include <memory>
 #include <string>
-#include <vector>
 
 #include "base/instrumentcenter/ClientState.h"
 
 namespace mxservice {
 
-/// What one load or change of instruments tells subscribers: gathered on its way through the store, because the former
-/// records are nowhere else. Does nothing where nobody has subscribed by its beginning. Tells at its end, so it must
-/// outlive the locks of the load.
-class ClientTelling {
-public:
-    explicit ClientTelling(ClientState& client);
-    ~ClientTelling();
-    ClientTelling(const ClientTelling&) = delete;
-    ClientTelling& operator=(const ClientTelling&) = delete;
+/// What subscribers are told of a write to a market's database: what lists have of the market, which is in the store or
+/// unwritten, against what they are to have. To be asked while the caller has the DatabaseWriting, before it writes, so
+/// that what each writer tells follows on what the one before has told. `isWhole`: what is not among the records goes.
+/// `name` may be empty where there are no records.
+CatalogueChange marketDifference(const Market& known, std::string name, const MarketRecords& records, bool isWhole);
 
-    bool isWanted() const { return former_ != nullptr; }
+/// Adds a part of what is told together.
+void add(CatalogueChange part, CatalogueChange& whole);
 
-    /// Compares the records that a load brings of a market with what readers got of it before the load, while the store
-    /// has that still. `isWhole`: what the load does not bring goes.
-    void compare(MarketKey market, const std::string& name, const MarketRecords& records, bool isWhole);
-
-    /// The same for the markets named of which nothing is brought.
-    void compareEmptied(const std::vector<std::string>& markets, const GroupedSnapshot& brought);
-
-    /// A market whose records are compared one by one.
-    void addMarket(const std::string& name);
-    /// One of those; either may be null.
-    void compare(const InstrumentPtr& before, const InstrumentPtr& after);
-
-private:
-    void compareStored(const std::string& db, const MarketRecords& records, bool isWhole);
-
-    ClientState& client_;
-    std::shared_ptr<const ClientVersion> former_;
-    CatalogueChange change_;
-    const Subscribers::HoldBack holdBack_;  // goes before the rest, so the destructor tells by itself
-};
+/// Adds what becomes of one record; either may be null.
+void addDifference(const InstrumentPtr& before, const InstrumentPtr& after, CatalogueChange& change);
 
 }  // namespace mxservice

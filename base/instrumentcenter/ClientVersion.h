@@ -37,6 +37,8 @@ struct Market {
     std::string db;
     /// A load under way has dropped its documents and not written it since: to readers the database is empty.
     bool isDropped = false;
+    /// The documents are older than what lists had last: a load has forgotten a batch that was unwritten.
+    bool isStale = false;
     /// A host's own class has filed records under keys other than theirs.
     bool isOddlyKeyed = false;
     /// The last batch that was unwritten, kept after later writes, too, for what the database gives nothing for; null

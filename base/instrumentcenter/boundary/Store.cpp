@@ -59,6 +59,10 @@ std::map<std::string, bson::BSONObj> DocumentStore::readField(const std::string&
     return documents;
 }
 
+bool DocumentStore::lastSucceeded() const {
+    return persist::CPersistService::lastFailure().empty();
+}
+
 std::string DocumentStore::lastFailure() const {
     return persist::CPersistService::lastFailure();
 }

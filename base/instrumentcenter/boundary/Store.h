@@ -133,6 +133,8 @@ public:
     /// The documents beneath a field by their keys.
     std::map<std::string, bson::BSONObj> readField(const std::string& db, const std::string& field) const;
 
+    /// Whether the calling thread's last call did what it was asked to. Named operations do not tell: there it is true.
+    bool lastSucceeded() const;
     /// Why the calling thread's last call failed.
     std::string lastFailure() const;
 };

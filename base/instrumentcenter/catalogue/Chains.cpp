@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <compare>
+#include <iterator>
 #include <string>
 
 #include "base/instrumentcenter/boundary/Platform.h"
@@ -57,8 +58,8 @@ bool standsFirst(const InstrumentPtr& a, const InstrumentPtr& b) {
     }
     // A strike may be no number at all: with the plain comparison such records would have no order.
     const auto strikes = std::weak_order(a->strikePrice, b->strikePrice);
-    if (strikes != 0) {
-        return strikes < 0;
+    if (std::is_neq(strikes)) {
+        return std::is_lt(strikes);
     }
     return a->optionType != b->optionType ? a->optionType < b->optionType : comesFirst(*a, *b);
 }
@@ -116,6 +117,7 @@ std::uint64_t underlyingKey(std::string_view market, std::string_view code) {
 
 std::vector<MarketKey> optionMarketsOf(std::string_view underlyingMarket) {
     std::vector<MarketKey> markets;
+    markets.reserve(std::size(kDerivativeMarkets));
     for (const char* const market : kDerivativeMarkets) {
         if (listsOptionsOn(market, underlyingMarket)) {
             markets.push_back(marketKey(market));

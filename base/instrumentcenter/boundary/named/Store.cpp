@@ -98,6 +98,10 @@ std::map<std::string, bson::BSONObj> DocumentStore::readField(const std::string&
     return documents;
 }
 
+bool DocumentStore::lastSucceeded() const {
+    return true;
+}
+
 std::string DocumentStore::lastFailure() const {
     return "not told, see the store's log";
 }

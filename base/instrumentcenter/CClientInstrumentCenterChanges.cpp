@@ -282,9 +282,12 @@ CatalogueChange ClientAmendment::differenceOf(MarketKey market, const MarketChan
             name = name.empty() && filed.record ? filedMarketName(market, {{key, filed.record}}) : name;
         }
     }
+    const auto version = client_.hold();
     for (const auto& [key, record] : change.records) {
         const auto filed = former_.find(key);
-        addDifference(filed == former_.end() ? nullptr : filed->second.record, record, told);
+        // Where a market is removed at the same time, lists may have a record whose key is filed no more.
+        addDifference(filed == former_.end() ? listedRecord(version->market(market), key) : filed->second.record,
+                      record, told);
     }
     if (!name.empty()) {
         told.markets.push_back(std::move(name));

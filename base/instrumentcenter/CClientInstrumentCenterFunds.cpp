@@ -36,6 +36,7 @@ void CClientInstrumentCenter::initEtfs(const std::vector<boost::shared_ptr<CETFD
 }
 
 void CClientInstrumentCenter::doInitEtfs(const std::vector<boost::shared_ptr<CETFDetail>>& etfs) {
+    const Subscribers::HoldBack telling(client_->subscribers);  // funds and their instruments together
     const std::string db = DBBuilder::buildDbName(kAllEtfs);
     std::map<std::uint64_t, boost::shared_ptr<CETFDetail>> etfByKey;
     GroupedSnapshot grouped;

@@ -8,6 +8,7 @@ set(PM_PUBLIC_HEADERS
   base/instrumentcenter/CClientInstrumentCenter.h
   base/instrumentcenter/CServerInstrumentCenter.h
   base/instrumentcenter/CatalogueChange.h
+  base/instrumentcenter/CenterBase.h
   base/instrumentcenter/CenterStatistics.h
   base/instrumentcenter/Export.h
   base/instrumentcenter/IInstrumentCenter.h

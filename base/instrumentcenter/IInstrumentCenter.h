@@ -178,8 +178,8 @@ public:
     /// every document of the markets concerned from the store, each into a new record, past the record cache; a
     /// database that cannot be read is logged and adds nothing. Cost: with the number of records; not for every tick.
     ///
-    /// Markets that are written out are named as a list, `getInstruments(std::list<std::string>{"SH", "SZ"})`: one or two
-    /// literals in braces alone could be a text as well, which compilers refuse as ambiguous.
+    /// Markets that are written out are named as a list, `getInstruments(std::list<std::string>{"SH", "SZ"})`: one or
+    /// two literals in braces alone could be a text as well, which compilers refuse as ambiguous.
     /// @{
 
     /// Appends one market's records in the order of their key texts.

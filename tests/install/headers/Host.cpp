@@ -58,7 +58,9 @@ void ask(IInstrumentCenter& center, CServerInstrumentCenter& server, CClientInst
 class OwnServer final : public CenterBase<CServerInstrumentCenter> {
 public:
     using CenterBase::CenterBase;
-    bool hasCode(const std::string& code) override { return CenterBase::hasCode(code) && !getExchanges(OvTraderStock).empty(); }
+    bool hasCode(const std::string& code) override {
+        return CenterBase::hasCode(code) && !getExchanges(OvTraderStock).empty();
+    }
 };
 
 /// One from which others derive keeps its destructor protected.

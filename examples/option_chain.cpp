@@ -33,7 +33,8 @@ void printChain(const Records& chain) {
 
 int run(const std::string& directory, const std::string& market, const std::string& code) {
     const mxservice::Snapshot day = mxservice::Snapshot::read(directory);
-    std::cerr << day.skippedLines << " lines and " << day.skippedFiles << " files could not be used\n";
+    if (day.skippedLines + day.skippedFiles > 0)
+        std::cerr << day.skippedLines << " lines and " << day.skippedFiles << " files could not be used\n";
     mxservice::CServerInstrumentCenter center("instruments");
     day.loadInto(center);
 
@@ -45,9 +46,8 @@ int run(const std::string& directory, const std::string& market, const std::stri
     // A miss is an empty chain. The first question of a day makes the table that all later ones are answered from.
     const Records chain = center.getOptionChain(market, code);
     std::cout << market << code << ' ' << underlying->name << ": " << chain.size() << " options\n";
-    if (chain.empty()) {
+    if (chain.empty())
         return 0;
-    }
     printChain(chain);
 
     const std::string expiry = chain.front()->expireDate;

@@ -8,6 +8,7 @@ set(PM_PUBLIC_HEADERS
   base/instrumentcenter/CClientInstrumentCenter.h
   base/instrumentcenter/CServerInstrumentCenter.h
   base/instrumentcenter/CatalogueChange.h
+  base/instrumentcenter/CenterBase.h
   base/instrumentcenter/CenterStatistics.h
   base/instrumentcenter/Export.h
   base/instrumentcenter/IInstrumentCenter.h
@@ -78,7 +79,7 @@ if(BUILD_SHARED_LIBS)
   set(PM_STATIC OFF)
 else()
   set(PM_STATIC ON)
-  string(APPEND PM_PC_REQUIRES " fmt simdjson libbson-1.0 lmdb libxxhash")
+  string(APPEND PM_PC_REQUIRES " fmt simdjson ${bson_MODULE_NAME} lmdb libxxhash")
   set(PM_PC_LIBS "-lboost_filesystem")
   set(PM_PC_SNAPSHOT_REQUIRES " fmt simdjson zlib libzstd")
 endif()

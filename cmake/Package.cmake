@@ -32,7 +32,8 @@ set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "${CPACK_DEBIAN_LIBRARY_PACKAGE_NAME} (= ${PROJECT_VERSION}), \
 libboost${Boost_VERSION_MAJOR}.${Boost_VERSION_MINOR}-dev, liblog4cxx-dev, pkg-config")
 set(CPACK_COMPONENT_DEV_DESCRIPTION "Catalogue of tradable instruments, headers
- Headers, CMake package and pkg-config file for hosts of libpminstrumentcenter.")
+ Headers, CMake package, pkg-config files, guide and examples for hosts of
+ libpminstrumentcenter.")
 
 set(CPACK_DEBIAN_TOOL_PACKAGE_NAME inscenter)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION utils)
@@ -47,4 +48,11 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   string(TOUPPER ${component} name)
   install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${name}_PACKAGE_NAME}
     COMPONENT ${component} RENAME copyright)
+endforeach()
+
+# What a host's engineer reads, where Debian puts it; other installations have it in the same place.
+set(devDocs ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_DEV_PACKAGE_NAME})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/guide ${PROJECT_SOURCE_DIR}/examples DESTINATION ${devDocs} COMPONENT dev)
+foreach(page IN ITEMS docs/persistence.md docs/market-rules.md)
+  install(FILES ${PROJECT_SOURCE_DIR}/${page} DESTINATION ${devDocs} COMPONENT dev)
 endforeach()

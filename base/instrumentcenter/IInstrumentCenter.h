@@ -177,6 +177,9 @@ public:
     /// market adds nothing. In-memory center: no I/O; a probe and a map entry for each record. Persisted center: reads
     /// every document of the markets concerned from the store, each into a new record, past the record cache; a
     /// database that cannot be read is logged and adds nothing. Cost: with the number of records; not for every tick.
+    ///
+    /// Markets that are written out are named as a list, `getInstruments(std::list<std::string>{"SH", "SZ"})`: one or
+    /// two literals in braces alone could be a text as well, which compilers refuse as ambiguous.
     /// @{
 
     /// Appends one market's records in the order of their key texts.
@@ -350,13 +353,12 @@ protected:
     void setLumoCodes(std::map<std::string, std::string> platformCodeByCode);
     /// @}
 
-private:
-    friend class CClientInstrumentCenter;
-    friend class CServerInstrumentCenter;
-
-    /// Code sets, translation table and connect snapshots, shared by both centers.
+    /// For the two centers: code sets, translation table and connect snapshots. Of no use to others, the type is
+    /// nowhere installed. Protected, because with the centers as friends compilers would take the destructor for
+    /// public.
     InterfaceState& state() const { return *state_; }
 
+private:
     std::unique_ptr<InterfaceState> state_;
 };
 

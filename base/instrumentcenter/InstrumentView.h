@@ -88,7 +88,7 @@ public:
     InstrumentMap getInstruments() const;
     /// One market's records.
     InstrumentMap getInstruments(const std::string& market) const;
-    /// The records of several markets.
+    /// The records of several markets; written out `std::list<std::string>{"SH", "SZ"}`.
     InstrumentMap getInstruments(const std::list<std::string>& markets) const;
     /// The records of a trader type.
     InstrumentMap getInstruments(EOvTraderType type) const;

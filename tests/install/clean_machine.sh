@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages in a bare Debian 12 beside this system and uses them there: the tool with nothing but its
-# package, then the examples with the -dev package. Needs root, debootstrap and a package mirror (DEBIAN_MIRROR).
+# package, then the examples of the -dev package. Needs root, debootstrap and a package mirror (DEBIAN_MIRROR).
 #
 # usage: clean_machine.sh PACKAGE_DIR
 set -euo pipefail
@@ -14,9 +14,8 @@ debootstrap --variant=minbase bookworm "$root" "${DEBIAN_MIRROR:-http://deb.debi
 for file in /etc/apt/apt.conf.d/*proxy* /etc/apt/apt.conf.d/*cert*; do
     [ ! -e "$file" ] || cp "$file" "$root/etc/apt/apt.conf.d/"
 done
-mkdir "$root/packages" "$root/examples" "$root/samples"
+mkdir "$root/packages" "$root/samples"
 cp "$packages"/*.deb "$root/packages/"
-cp -r "$source"/examples/. "$root/examples/"
 cp "$source"/samples/*.ndjson "$root/samples/"
 
 inside() {
@@ -30,8 +29,8 @@ inside inscenter --data /samples --today 20260302 --center client --store /tmp/s
 
 echo "-- a host against the -dev package"
 inside sh -c 'apt-get -qq -y --no-install-recommends install /packages/*.deb g++ cmake make' >/dev/null
-inside sh -c 'cmake -S /examples -B /tmp/build >/dev/null && cmake --build /tmp/build >/dev/null && /tmp/build/server_host'
-inside sh -c 'g++ -std=c++17 /examples/updates_host.cpp $(pkg-config --cflags --libs PmInstrumentCenter) -o /tmp/host && /tmp/host /tmp/updates'
+inside sh -c 'cmake -S /usr/share/doc/libpminstrumentcenter-dev/examples -B /tmp/build >/dev/null && cmake --build /tmp/build >/dev/null && /tmp/build/server_host'
+inside sh -c 'g++ -std=c++17 /usr/share/doc/libpminstrumentcenter-dev/examples/updates_host.cpp $(pkg-config --cflags --libs PmInstrumentCenter) -o /tmp/host && /tmp/host /tmp/updates'
 
 echo "-- removed without a trace"
 inside sh -c 'apt-get -qq -y purge inscenter libpminstrumentcenter-dev "libpminstrumentcenter0*"' >/dev/null

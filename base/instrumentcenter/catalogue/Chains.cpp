@@ -127,10 +127,9 @@ std::vector<MarketKey> optionMarketsOf(std::string_view underlyingMarket) {
 }
 
 std::vector<MarketKey> derivativeMarkets() {
-    std::vector<MarketKey> markets;
-    for (const char* const market : kDerivativeMarkets) {
-        markets.push_back(marketKey(market));
-    }
+    std::vector<MarketKey> markets(std::size(kDerivativeMarkets));
+    std::transform(std::begin(kDerivativeMarkets), std::end(kDerivativeMarkets), markets.begin(),
+                   [](const char* market) { return marketKey(market); });
     return markets;
 }
 

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "platform/persist/StoreEngine.h"
+#include "platform/persist/System.h"
 #include "platform/utils/LogLine.h"
 #include "system/SharedMutex.h"
 
@@ -249,8 +250,8 @@ CPersistService* CPersistService::instance() {
 
 RootStatus CPersistService::setRootPath(const std::string& directory) {
     std::error_code error;
-    const std::filesystem::path absolute = std::filesystem::absolute(directory, error);
-    const std::string root = directory.empty() || error ? directory : absolute.string();
+    const std::filesystem::path absolute = std::filesystem::absolute(pathOf(directory), error);
+    const std::string root = directory.empty() || error ? directory : textOf(absolute);
     state_->restart([&] { state_->root = root; });
     return RootStatus::of(root);
 }

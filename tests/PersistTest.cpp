@@ -131,9 +131,12 @@ TEST_F(Persist, ABadBatchIsRefusedWhole) {
 TEST_F(Persist, UnsafeNamesNeverReachTheDisk) {
     const LogCapture capture;
     for (const std::string& name :
-         {std::string(), std::string("."), std::string(".."), std::string(".hidden"), std::string("a/b"),
-          std::string("../up"), std::string("a\\b"), std::string("a\0b", 3), std::string("a..b"), std::string("a\nb"),
-          std::string(65, 'n')}) {
+         {std::string(),        std::string("."),     std::string(".."),    std::string(".hidden"),
+          std::string("a/b"),   std::string("../up"), std::string("a\\b"),  std::string("a\0b", 3),
+          std::string("a..b"),  std::string("a\nb"),  std::string(65, 'n'), std::string("a:b"),
+          std::string("a?"),    std::string("a*"),    std::string("a|b"),   std::string("<a>"),
+          std::string("\"a\""), std::string("a."),    std::string("a "),    std::string("nul"),
+          std::string("Con"),   std::string("aux.1"), std::string("COM1"),  std::string("lpt9 .x")}) {
         EXPECT_FALSE(service().initDb(name, false)) << name;
         EXPECT_FALSE(service().writeData(name, "1", document("x"), false)) << name;
         EXPECT_TRUE(service().readData(name, "1").isEmpty()) << name;
@@ -141,7 +144,10 @@ TEST_F(Persist, UnsafeNamesNeverReachTheDisk) {
     }
     EXPECT_FALSE(fs::exists(store_.path()));
     EXPECT_THAT(capture.texts(), testing::Each(HasSubstr("not a safe database name")));
-    EXPECT_TRUE(service().initDb(std::string(64, 'n'), false));
+    for (const std::string& name : {std::string(64, 'n'), std::string("console"), std::string("a.nul"),
+                                    std::string("COM"), std::string("COM10"), std::string("a b")}) {
+        EXPECT_TRUE(service().initDb(name, false)) << name;
+    }
 }
 
 TEST_F(Persist, WithoutADatabaseReadsFindNothingAndCreateNothing) {

@@ -24,14 +24,28 @@ constexpr std::size_t kMaxKeyBytes = 511;  // LMDB's limit
 constexpr const char* kEveryKey = ".*";
 constexpr const char* kBadKey = "a field or key is empty, too long or holds a NUL";
 
-/// Names with a dot in front are those of directories that are being cleared away.
+/// Whether Windows takes the name for a device, whatever follows a dot in it.
+bool isDeviceName(const std::string& name) {
+    std::string stem = name.substr(0, name.find('.'));
+    stem.erase(stem.find_last_not_of(' ') + 1);
+    std::transform(stem.begin(), stem.end(), stem.begin(),
+                   [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
+    if (stem.size() == 4 && (stem.compare(0, 3, "COM") == 0 || stem.compare(0, 3, "LPT") == 0)) {
+        return stem.back() >= '0' && stem.back() <= '9';
+    }
+    return stem == "CON" || stem == "PRN" || stem == "AUX" || stem == "NUL";
+}
+
+/// Names with a dot in front are those of directories that are being cleared away. What one system cannot have as a
+/// directory is refused by all, so that a store can be carried from one to the other.
 bool isSafeName(const std::string& name) {
     const auto unsafe = [](char c) {
         const auto byte = static_cast<unsigned char>(c);
-        return byte < 0x20 || byte == 0x7F || c == '/' || c == '\\';
+        return byte < 0x20 || byte == 0x7F || std::string_view("/\\<>:\"|?*").find(c) != std::string_view::npos;
     };
-    return !name.empty() && name.size() <= kMaxNameBytes && name.front() != '.' &&
-           name.find("..") == std::string::npos && std::none_of(name.begin(), name.end(), unsafe);
+    return !name.empty() && name.size() <= kMaxNameBytes && name.front() != '.' && name.back() != '.' &&
+           name.back() != ' ' && name.find("..") == std::string::npos &&
+           std::none_of(name.begin(), name.end(), unsafe) && !isDeviceName(name);
 }
 
 bool isSafeKey(std::string_view key) {

@@ -108,8 +108,8 @@ bool syncDirectory(const std::filesystem::path& directory);
 /// the path of one market's database leads to another's.
 bool hasExactName(const std::string& directory);
 
-/// A clock that takes no longer to read than a few additions, for each read asks. It goes in steps of up to 10 ms (16
-/// ms on Windows) and never backwards.
+/// A clock that never goes backwards and takes little longer to read than a few additions, for each read asks. It may go
+/// in steps of up to 10 ms.
 std::int64_t coarseNanoseconds();
 
 /// The size of the pages by which the system maps files.

@@ -10,7 +10,6 @@
 #include <unistd.h>
 #elif defined(_WIN32)
 #define WIN32_LEAN_AND_MEAN
-#define NOMINMAX
 #include <windows.h>
 #endif
 
@@ -22,7 +21,8 @@ bool registerProcessBarrier() {
 #ifdef __linux__
     return ::syscall(SYS_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0U, 0) == 0;
 #elif defined(_WIN32)
-    return true;
+    // Wine has the call and does nothing in it: readers and writers would overlook each other.
+    return ::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "wine_get_version") == nullptr;
 #else
     return false;
 #endif

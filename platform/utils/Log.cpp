@@ -157,10 +157,21 @@ LogDelay::~LogDelay() {
     }
 }
 
+/// What logLine() sees of a delay. A type, because a function that is a friend loses its mark as imported on Windows.
+struct DelayedLines {
+    /// Whether the thread's lines wait, and this one with them.
+    static bool keep(int level, const std::string& text, const char* file, const char* function, int line) {
+        LogDelay* const delay = LogDelay::ofThread();
+        if (delay != nullptr) {
+            delay->lines_.push_back({level, text, file, function, line});
+        }
+        return delay != nullptr;
+    }
+};
+
 void logLine(int level, const std::string& text, const char* file, const char* function, int line) noexcept {
     try {
-        if (LogDelay* const delay = LogDelay::ofThread()) {
-            delay->lines_.push_back({level, text, file, function, line});
+        if (DelayedLines::keep(level, text, file, function, line)) {
             return;
         }
         const Call call;

@@ -203,7 +203,7 @@ protected:
 
 TEST_F(PersistDamage, IsSetAsideByTheNextInit) {
     const std::string good = bytes();
-    const std::vector<std::string> damages{good.substr(0, good.size() / 2), good.substr(0, 100), "not a database",
+    const std::vector<std::string> damages{good.substr(0, 4096 * 4), good.substr(0, 100), "not a database",
                                            std::string(good.size(), '\0'),
                                            std::string(good).replace(4096 * 3, 4096, 4096, '\xFF')};
     for (std::size_t i = 0; i < damages.size(); ++i) {

@@ -14,6 +14,7 @@
 #include "platform/persist/System.h"
 #include "platform/utils/LogLine.h"
 #include "system/SharedMutex.h"
+#include "system/ThreadObject.h"
 
 namespace persist {
 namespace {
@@ -202,10 +203,13 @@ CPersistService::State::Handle CPersistService::State::handle(const std::string&
 
 namespace {
 
+struct Reason {
+    std::string text;
+};
+
 /// Set last in every call, so that what an appender asks the store from within its line does not overwrite it.
 std::string& lastReason() {
-    static thread_local std::string reason;
-    return reason;
+    return sys::ofThread<Reason>().text;
 }
 
 /// Whether the call is a success; an exception, with memory short it may even be that of naming the failure, is none.

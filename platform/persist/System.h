@@ -108,8 +108,8 @@ bool syncDirectory(const std::filesystem::path& directory);
 /// the path of one market's database leads to another's.
 bool hasExactName(const std::string& directory);
 
-/// A clock that never goes backwards and takes little longer to read than a few additions, for each read asks. It may go
-/// in steps of up to 10 ms.
+/// A clock that never goes backwards and takes little longer to read than a few additions, for each read asks. It may
+/// go in steps of up to 10 ms.
 std::int64_t coarseNanoseconds();
 
 /// The size of the pages by which the system maps files.

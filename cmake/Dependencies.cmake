@@ -8,7 +8,9 @@ find_package(simdjson REQUIRED)
 find_package(PkgConfig REQUIRED)
 # Package managers that build one kind of library have it under one of the two names.
 pkg_search_module(bson REQUIRED IMPORTED_TARGET libbson-1.0 libbson-static-1.0)
-pkg_check_modules(log4cxx REQUIRED IMPORTED_TARGET liblog4cxx)
+if(NOT PM_PLAIN_LOG)
+  pkg_check_modules(log4cxx REQUIRED IMPORTED_TARGET liblog4cxx)
+endif()
 pkg_check_modules(lmdb REQUIRED IMPORTED_TARGET lmdb)
 pkg_check_modules(xxhash REQUIRED IMPORTED_TARGET libxxhash)
 

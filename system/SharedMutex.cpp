@@ -3,6 +3,11 @@
 #include <chrono>
 #include <thread>
 
+#ifdef _WIN32
+#define WIN32_LEAN_AND_MEAN
+#include <windows.h>
+#endif
+
 #include "system/Spin.h"
 
 namespace sys {
@@ -10,6 +15,30 @@ namespace {
 
 /// How often a writer looks whether a long read has ended. Readers wake nobody, so that leaving costs them one store.
 constexpr std::chrono::microseconds kWriterSleep{50};
+
+// On Windows by the system's own calls: where the standard library has none for atomics, GCC 12's looks at the value
+// before it takes the lock under which it then sleeps, and misses who wakes it in between.
+
+/// Sleeps until a door opens.
+void sleepUntilOpen(const std::atomic<std::uint32_t>& closed) {
+#ifdef _WIN32
+    static_assert(sizeof closed == sizeof(std::uint32_t));
+    std::uint32_t shut = 1;
+    while (closed.load(std::memory_order_seq_cst) == shut) {
+        ::WaitOnAddress(const_cast<std::atomic<std::uint32_t>*>(&closed), &shut, sizeof shut, INFINITE);
+    }
+#else
+    closed.wait(1, std::memory_order_seq_cst);
+#endif
+}
+
+void wakeAll(std::atomic<std::uint32_t>& closed) {
+#ifdef _WIN32
+    ::WakeByAddressAll(&closed);
+#else
+    closed.notify_all();
+#endif
+}
 
 /// Waits until a door opens, first awake, then asleep.
 void waitUntilOpen(const std::atomic<std::uint32_t>& closed) {
@@ -19,7 +48,7 @@ void waitUntilOpen(const std::atomic<std::uint32_t>& closed) {
         }
         relax();
     }
-    closed.wait(1, std::memory_order_seq_cst);
+    sleepUntilOpen(closed);
 }
 
 /// Waits until the readers of a line have left.
@@ -80,7 +109,7 @@ bool SharedMutex::try_lock() {
 void SharedMutex::unlock() {
     // The door before the mutex, so that readers go in between two writers who come one after the other.
     closed_.store(0, std::memory_order_seq_cst);
-    closed_.notify_all();
+    wakeAll(closed_);
     writers_.unlock();
 }
 

@@ -1,8 +1,10 @@
 #pragma once
 
+#ifndef PM_PLAIN_LOG
 #include <log4cxx/appenderskeleton.h>
 #include <log4cxx/level.h>
 #include <log4cxx/spi/loggingevent.h>
+#endif
 
 #include <algorithm>
 #include <functional>
@@ -25,6 +27,7 @@ public:
         int line;
     };
 
+#ifndef PM_PLAIN_LOG
     LogCapture() : appender_(std::make_shared<Appender>()), levelBefore_(g_MXStdLogger->getLevel()) {
         g_MXStdLogger->setAdditivity(false);
         g_MXStdLogger->setLevel(log4cxx::Level::getAll());
@@ -37,11 +40,26 @@ public:
         g_MXStdLogger->setLevel(levelBefore_);
         g_MXStdLogger->setAdditivity(true);
     }
+#else
+    LogCapture() : appender_(std::make_shared<Appender>()) {
+        utils::setLogSink(
+            [kept = appender_](int level, const std::string& text, const char* file, const char* function, int line) {
+                kept->keep({level, text, file, function, line});
+            });
+        utils::CLogCenter::setLogEnabled(true);
+    }
+    ~LogCapture() {
+        utils::CLogCenter::setLogEnabled(false);
+        utils::setLogSink({});
+    }
+#endif
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
     /// Called with each line's text once it is kept, on the thread that logs.
-    void onLine(std::function<void(const std::string& text)> call) { appender_->call = std::move(call); }
+    void onLine(std::function<void(const std::string& text)> call) {
+        appender_->call = std::move(call);
+    }
 
     std::vector<Line> lines() const {
         const std::lock_guard guard(appender_->lock);
@@ -60,28 +78,39 @@ public:
     }
 
 private:
-    class Appender : public log4cxx::AppenderSkeleton {
-    public:
+    struct Kept {
         mutable std::mutex lock;
         std::vector<Line> lines;
         std::function<void(const std::string& text)> call;
 
+        void keep(const Line& line) {
+            {
+                const std::lock_guard guard(lock);
+                lines.push_back(line);
+            }
+            if (call) {
+                call(line.text);
+            }
+        }
+    };
+
+#ifndef PM_PLAIN_LOG
+    class Appender : public log4cxx::AppenderSkeleton, public Kept {
     protected:
         void append(const log4cxx::spi::LoggingEventPtr& event, log4cxx::helpers::Pool& /*pool*/) override {
             const log4cxx::spi::LocationInfo& where = event->getLocationInformation();
-            {
-                const std::lock_guard guard(lock);
-                lines.push_back({event->getLevel()->toInt(), event->getMessage(), where.getFileName(),
-                                 where.getMethodName(), where.getLineNumber()});
-            }
-            if (call) {
-                call(event->getMessage());
-            }
+            keep({event->getLevel()->toInt(), event->getMessage(), where.getFileName(), where.getMethodName(),
+                  where.getLineNumber()});
         }
         void close() override {}
         bool requiresLayout() const override { return false; }
     };
+#else
+    using Appender = Kept;
+#endif
 
     std::shared_ptr<Appender> appender_;
+#ifndef PM_PLAIN_LOG
     log4cxx::LevelPtr levelBefore_;
+#endif
 };

@@ -98,9 +98,9 @@ private:
         if constexpr (kClient) {
             if (make_.chance(3)) {
                 // As a host that begins afresh.
-                TemporaryStore::service().setRootPath(temporary_.path());
+                TemporaryStore::service().setRootPath(temporary_.path().string());
                 if (std::filesystem::exists(temporary_.path())) {
-                    OpenClientCenter(1).clearPersist(temporary_.path());
+                    OpenClientCenter(1).clearPersist(temporary_.path().string());
                 }
                 stored_.clearCatalogues();
             }

@@ -79,11 +79,14 @@ TEST(SharedMutex, AWriterWaitsForTheReaderInsideAndLaterReadersForTheWriter) {
     std::thread reader([&] {
         mutex.lock_shared();
         inside = true;
-        inside.notify_all();
-        leave.wait(false);
+        while (!leave.load()) {
+            std::this_thread::yield();
+        }
         mutex.unlock_shared();
     });
-    inside.wait(false);
+    while (!inside.load()) {
+        std::this_thread::yield();
+    }
     mutex.lock_shared();  // together with the other one; gives this thread a line of its own
     mutex.unlock_shared();
     std::thread writer([&] {
@@ -104,7 +107,6 @@ TEST(SharedMutex, AWriterWaitsForTheReaderInsideAndLaterReadersForTheWriter) {
     EXPECT_TRUE(shut) << "readers come and go while a writer waits";
     EXPECT_FALSE(written);
     leave = true;
-    leave.notify_all();
     reader.join();
     writer.join();
 }

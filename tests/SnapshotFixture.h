@@ -43,7 +43,7 @@ protected:
     void read() {
         SnapshotReadOptions options;
         options.issuesPerFile = 20;
-        day_ = Snapshot::read(directory_.path(), options);
+        day_ = Snapshot::read(directory_.path().string(), options);
     }
     std::uint64_t skipped() const { return day_.skippedLines + day_.skippedFiles; }
     std::string told() const { return snapshottest::told(day_.issues); }

@@ -241,7 +241,7 @@ TEST_F(SnapshotTest, FilesGoToTheirCatalogueByTheBeginningOfTheirName) {
 /// The bytes as gzip packs them.
 std::string packed(const std::string& bytes) {
     const TemporaryDirectory directory;
-    const std::string path = directory.path() / "packed";
+    const std::string path = (directory.path() / "packed").string();
     const gzFile file = gzopen(path.c_str(), "wb");
     EXPECT_EQ(gzwrite(file, bytes.data(), static_cast<unsigned>(bytes.size())), static_cast<int>(bytes.size()));
     EXPECT_EQ(gzclose(file), Z_OK);
@@ -319,7 +319,7 @@ TEST_F(SnapshotTest, ThrowsWhenThereIsNothingToRead) {
         EXPECT_EQ(snapshottest::told(failure.issues), "instruments.ndjson.gz: cannot be read: not packed with gzip\n");
     }
     for (const char* const name : {"missing", "instruments.ndjson.gz", "instruments.ndjson", "stocks.ndjson"}) {
-        EXPECT_THROW(Snapshot::read(directory_.path() / name), SnapshotUnreadable) << name;
+        EXPECT_THROW(Snapshot::read((directory_.path() / name).string()), SnapshotUnreadable) << name;
     }
     const std::string good = packed(R"({"market":"SH","code":"1"})");
     EXPECT_THROW(Snapshot::read(good.data(), good.size() - 9, {}), SnapshotUnreadable);
@@ -386,12 +386,12 @@ TEST_F(SnapshotTest, AFileThatGrowsWhileItIsReadIsNamedAndReadToItsEnd) {
         }
     };
     write("etfs.ndjson", "");  // whose end is the first progress
-    day_ = Snapshot::read(directory_.path(), options);
+    day_ = Snapshot::read(directory_.path().string(), options);
     EXPECT_EQ(day_.instruments.size(), 3U);
     EXPECT_EQ(told(), "");
     grown = false;
     std::filesystem::remove(directory_.path() / "etfs.ndjson");
-    day_ = Snapshot::read(directory_.path(), options);
+    day_ = Snapshot::read(directory_.path().string(), options);
     EXPECT_EQ(day_.instruments.size(), 4U);
     EXPECT_EQ(told(), name + ": changed while it was read\n");
 }
@@ -428,9 +428,9 @@ TEST_F(SnapshotTest, NeitherThreadsNorBlocksNorTheWayInChangeWhatIsRead) {
         }
         std::istringstream stream(packed(text));
         EXPECT_EQ(snapshottest::imageOf(Snapshot::read(stream, options)), expected);
-        const std::string path = directory_.path() / write(options.name, zstdPacked(text));
+        const std::string path = (directory_.path() / write(options.name, zstdPacked(text))).string();
         EXPECT_EQ(snapshottest::imageOf(Snapshot::read(path, options)), expected);
-        EXPECT_EQ(snapshottest::imageOf(Snapshot::read(directory_.path(), options)), expected);
+        EXPECT_EQ(snapshottest::imageOf(Snapshot::read(directory_.path().string(), options)), expected);
         std::filesystem::remove(path);
     }
 }
@@ -445,13 +445,15 @@ TEST_F(SnapshotTest, WhatStopsReadingReachesTheCaller) {
     options.threads = 2;
     options.blockBytes = 1;
     // What is made once a process is made now: a thread that waits within would keep the other from coming that far.
-    EXPECT_EQ(Snapshot::read(directory_.path(), options).instruments.size(), 20U);
+    EXPECT_EQ(Snapshot::read(directory_.path().string(), options).instruments.size(), 20U);
+#ifndef _WIN32  // where a library does not take its memory from the program's operator new
     shortage = Shortage::Begun;
-    EXPECT_THROW(Snapshot::read(directory_.path(), options), std::bad_alloc);
+    EXPECT_THROW(Snapshot::read(directory_.path().string(), options), std::bad_alloc);
     EXPECT_EQ(shortage.exchange(Shortage::None), Shortage::Met) << "in a thread of the library";
+#endif
     options.progress = [](std::uint64_t, std::uint64_t) { throw std::runtime_error("enough"); };
     try {
-        Snapshot::read(directory_.path(), options);
+        Snapshot::read(directory_.path().string(), options);
         FAIL();
     } catch (const std::runtime_error& stopped) {
         EXPECT_STREQ(stopped.what(), "enough");

@@ -95,7 +95,7 @@ std::map<std::string, std::string> filesIn(const std::filesystem::path& director
     std::map<std::string, std::string> files;
     for (const auto& entry : std::filesystem::directory_iterator(directory)) {
         std::ifstream stream(entry.path(), std::ios::binary);
-        files[entry.path().filename()] = {std::istreambuf_iterator<char>(stream), {}};
+        files[entry.path().filename().string()] = {std::istreambuf_iterator<char>(stream), {}};
     }
     return files;
 }
@@ -128,19 +128,19 @@ TEST_F(SnapshotTest, WhatWasWrittenIsReadBackEqualAndWrittenAlike) {
         for (const auto packing : {SnapshotPacking::None, SnapshotPacking::Gzip, SnapshotPacking::Zstd}) {
             const TemporaryDirectory first;
             const TemporaryDirectory second;
-            day.write(first.path(), format, packing);
-            const Snapshot back = Snapshot::read(first.path());
+            day.write(first.path().string(), format, packing);
+            const Snapshot back = Snapshot::read(first.path().string());
             ASSERT_EQ(imageOf(back), expected);
             EXPECT_EQ(*back.etfs[4], *day.etfs[4]) << "baskets included";
-            back.write(second.path() / "new", format, packing);
+            back.write((second.path() / "new").string(), format, packing);
             EXPECT_EQ(filesIn(second.path() / "new"), filesIn(first.path()));
             EXPECT_EQ(filesIn(first.path()).size(), mxservice::kSnapshotCatalogues);
         }
     }
-    Snapshot().write(directory_.path(), SnapshotFormat::Csv);
+    Snapshot().write(directory_.path().string(), SnapshotFormat::Csv);
     const auto files = filesIn(directory_.path());
     EXPECT_EQ(files.at("counterparties.csv").find("id,"), 0U) << "a header says what is not there";
-    day_ = Snapshot::read(directory_.path());
+    day_ = Snapshot::read(directory_.path().string());
     EXPECT_EQ(imageOf(day_), imageOf(Snapshot()));
 }
 
@@ -148,7 +148,7 @@ TEST_F(SnapshotTest, NothingIsWrittenWhereItWouldBeReadTogetherWithOtherFilesOrC
     const auto refusal = [&](const Snapshot& day, SnapshotFormat format) -> std::string {
         const auto before = filesIn(directory_.path());
         try {
-            day.write(directory_.path(), format);
+            day.write(directory_.path().string(), format);
         } catch (const std::runtime_error& failure) {
             EXPECT_EQ(filesIn(directory_.path()), before) << "no file of any name";
             return failure.what();
@@ -158,14 +158,15 @@ TEST_F(SnapshotTest, NothingIsWrittenWhereItWouldBeReadTogetherWithOtherFilesOrC
     const Snapshot day = awkwardDay();
     write("README.md", "");
     write("etfs.csv", "");
-    EXPECT_THAT(refusal(day, SnapshotFormat::Ndjson), HasSubstr("/etfs.csv: would be read together with"));
+    EXPECT_THAT(refusal(day, SnapshotFormat::Ndjson), HasSubstr("etfs.csv: would be read together with"));
     EXPECT_EQ(refusal(day, SnapshotFormat::Csv), "");
     // What reading would refuse again is refused here, after other files were begun.
     Snapshot large = day.copy();
     large.issuances[0]->name = std::string(1'100'000, '\n');
-    EXPECT_THAT(refusal(large, SnapshotFormat::Csv), HasSubstr("/issuances.csv: cannot be written: the record"));
-    EXPECT_EQ(imageOf(Snapshot::read(directory_.path())), imageOf(day)) << "the former day";
-    EXPECT_THROW(day.write(directory_.path() / "README.md" / "below", SnapshotFormat::Csv), std::runtime_error);
+    EXPECT_THAT(refusal(large, SnapshotFormat::Csv), HasSubstr("issuances.csv: cannot be written: the record"));
+    EXPECT_EQ(imageOf(Snapshot::read(directory_.path().string())), imageOf(day)) << "the former day";
+    EXPECT_THROW(day.write((directory_.path() / "README.md" / "below").string(), SnapshotFormat::Csv),
+                 std::runtime_error);
 }
 
 template <class Kind>

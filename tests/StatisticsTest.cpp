@@ -227,7 +227,7 @@ TEST_F(ClientStatistics, ReasonsAreThoseOfTheLastFailure) {
     loadAll();
     EXPECT_THAT(reasons(), all(9, "setRootPath"));
     std::ofstream(store_.path()) << "a file";
-    TemporaryStore::service().setRootPath(store_.path());
+    TemporaryStore::service().setRootPath(store_.path().string());
     loadAll();
     EXPECT_THAT(reasons(), all(10, "Not a directory")) << "products now, too, of the batch that was unwritten";
 

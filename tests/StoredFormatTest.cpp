@@ -84,7 +84,7 @@ boost::shared_ptr<IData> stored(const std::string& db, const std::string& key) {
 
 TEST(StoredFormat, DISABLED_WritesTheStore) {
     std::filesystem::create_directories(kCheckedIn);
-    TemporaryStore::service().setRootPath(kCheckedIn);
+    TemporaryStore::service().setRootPath(kCheckedIn.string());
     const StoredRecords records;
     OpenClientCenter center;
     center.initInstruments({"SH", "HGT", "DCE"}, records.instruments);
@@ -97,7 +97,7 @@ TEST(StoredFormat, DISABLED_WritesTheStore) {
 TEST(StoredFormat, OfTheFirstVersionReadsBack) {
     const TemporaryDirectory copy;
     std::filesystem::copy(kCheckedIn, copy.path(), std::filesystem::copy_options::recursive);
-    TemporaryStore::service().setRootPath(copy.path());
+    TemporaryStore::service().setRootPath(copy.path().string());
     const LogCapture capture;
     const StoredRecords records;
     const auto expect = [](const std::string& db, const std::string& text, const IData& record) {

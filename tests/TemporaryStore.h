@@ -1,11 +1,10 @@
 #pragma once
 
-#include <unistd.h>
-
 #include <atomic>
 #include <filesystem>
 #include <functional>
 #include <initializer_list>
+#include <random>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -18,8 +17,10 @@
 class TemporaryDirectory {
 public:
     explicit TemporaryDirectory(const std::filesystem::path& parent = std::filesystem::temp_directory_path()) {
-        std::string pattern = (parent / "pmtest-XXXXXX").string();
-        path_ = ::mkdtemp(pattern.data());
+        std::random_device random;
+        do {
+            path_ = parent / ("pmtest-" + std::to_string(random()));
+        } while (!std::filesystem::create_directory(path_));
     }
     ~TemporaryDirectory() {
         std::error_code ignored;
@@ -32,8 +33,8 @@ public:
 
     /// A place that needs no disk, where there is one: for tests that flush often and do not ask for durability.
     static std::filesystem::path inMemory() {
-        const char* const memory = "/dev/shm";
-        return ::access(memory, W_OK) == 0 ? memory : std::filesystem::temp_directory_path();
+        const std::filesystem::path memory = "/dev/shm";
+        return std::filesystem::is_directory(memory) ? memory : std::filesystem::temp_directory_path();
     }
 
 private:
@@ -43,7 +44,7 @@ private:
 /// The process's store in a directory of its own, for as long as the object lives.
 class TemporaryStore {
 public:
-    TemporaryStore() { service().setRootPath(directory_.path() / "store"); }
+    TemporaryStore() { service().setRootPath(path().string()); }
     ~TemporaryStore() {
         service().setEngine(nullptr);
         service().setRootPath("");
@@ -99,7 +100,7 @@ public:
         }
         const std::shared_ptr<void> scope = enter();
         std::shared_ptr<persist::StoreDatabase> real = real_->open(directory, mode, status);
-        const std::string name = std::filesystem::path(directory).filename();
+        const std::string name = std::filesystem::path(directory).filename().string();
         return real ? std::make_shared<Database>(shared_from_this(), std::move(real), name) : nullptr;
     }
 

@@ -1,6 +1,8 @@
 #pragma once
 
+#ifdef __linux__
 #include <unistd.h>
+#endif
 
 #include <atomic>
 #include <fstream>
@@ -13,16 +15,23 @@ class WatchedThread {
 public:
     explicit WatchedThread(std::function<void()> work)
         : thread_([this, work = std::move(work)] {
+#ifdef __linux__
               id_ = ::gettid();
+#endif
               work();
               done_ = true;
-          }) {}
-    ~WatchedThread() { thread_.join(); }
+          }) {
+    }
+    ~WatchedThread() {
+        thread_.join();
+    }
     WatchedThread(const WatchedThread&) = delete;
     WatchedThread& operator=(const WatchedThread&) = delete;
 
     /// Whether this system tells.
-    static bool canBeWatched() { return std::ifstream("/proc/self/syscall").good(); }
+    static bool canBeWatched() {
+        return std::ifstream("/proc/self/syscall").good();
+    }
 
     /// Waits until it is done or inside the system call of that number, where nothing but what it waits for lets it
     /// go on; whether it is inside.
@@ -39,7 +48,7 @@ public:
     }
 
 private:
-    std::atomic<pid_t> id_{0};
+    std::atomic<int> id_{0};
     std::atomic<bool> done_{false};
     std::thread thread_;  // last: it uses the others
 };

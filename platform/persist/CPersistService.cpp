@@ -11,8 +11,10 @@
 #include <utility>
 
 #include "platform/persist/StoreEngine.h"
+#include "platform/persist/System.h"
 #include "platform/utils/LogLine.h"
 #include "system/SharedMutex.h"
+#include "system/ThreadObject.h"
 
 namespace persist {
 namespace {
@@ -23,14 +25,28 @@ constexpr std::size_t kMaxKeyBytes = 511;  // LMDB's limit
 constexpr const char* kEveryKey = ".*";
 constexpr const char* kBadKey = "a field or key is empty, too long or holds a NUL";
 
-/// Names with a dot in front are those of directories that are being cleared away.
+/// Whether Windows takes the name for a device, whatever follows a dot in it.
+bool isDeviceName(const std::string& name) {
+    std::string stem = name.substr(0, name.find('.'));
+    stem.erase(stem.find_last_not_of(' ') + 1);
+    std::transform(stem.begin(), stem.end(), stem.begin(),
+                   [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
+    if (stem.size() == 4 && (stem.compare(0, 3, "COM") == 0 || stem.compare(0, 3, "LPT") == 0)) {
+        return stem.back() >= '0' && stem.back() <= '9';
+    }
+    return stem == "CON" || stem == "PRN" || stem == "AUX" || stem == "NUL";
+}
+
+/// Names with a dot in front are those of directories that are being cleared away. What one system cannot have as a
+/// directory is refused by all, so that a store can be carried from one to the other.
 bool isSafeName(const std::string& name) {
     const auto unsafe = [](char c) {
         const auto byte = static_cast<unsigned char>(c);
-        return byte < 0x20 || byte == 0x7F || c == '/' || c == '\\';
+        return byte < 0x20 || byte == 0x7F || std::string_view("/\\<>:\"|?*").find(c) != std::string_view::npos;
     };
-    return !name.empty() && name.size() <= kMaxNameBytes && name.front() != '.' &&
-           name.find("..") == std::string::npos && std::none_of(name.begin(), name.end(), unsafe);
+    return !name.empty() && name.size() <= kMaxNameBytes && name.front() != '.' && name.back() != '.' &&
+           name.back() != ' ' && name.find("..") == std::string::npos &&
+           std::none_of(name.begin(), name.end(), unsafe) && !isDeviceName(name);
 }
 
 bool isSafeKey(std::string_view key) {
@@ -187,10 +203,13 @@ CPersistService::State::Handle CPersistService::State::handle(const std::string&
 
 namespace {
 
+struct Reason {
+    std::string text;
+};
+
 /// Set last in every call, so that what an appender asks the store from within its line does not overwrite it.
 std::string& lastReason() {
-    static thread_local std::string reason;
-    return reason;
+    return sys::ofThread<Reason>().text;
 }
 
 /// Whether the call is a success; an exception, with memory short it may even be that of naming the failure, is none.
@@ -249,8 +268,8 @@ CPersistService* CPersistService::instance() {
 
 RootStatus CPersistService::setRootPath(const std::string& directory) {
     std::error_code error;
-    const std::filesystem::path absolute = std::filesystem::absolute(directory, error);
-    const std::string root = directory.empty() || error ? directory : absolute.string();
+    const std::filesystem::path absolute = std::filesystem::absolute(pathOf(directory), error);
+    const std::string root = directory.empty() || error ? directory : textOf(absolute);
     state_->restart([&] { state_->root = root; });
     return RootStatus::of(root);
 }

@@ -22,9 +22,10 @@ namespace persist {
 /// false or nothing and writes one line to the log, unless memory lacks even for that.
 ///
 /// A database's name becomes its directory's name. Names that are empty or longer than 64 bytes, begin with a dot, or
-/// hold a path separator, a control character or ".." are refused before the disk is touched. Nothing outside the root
-/// is ever created or removed. Where the file system takes two names for one, because it ignores case or blanks and
-/// dots at the end, the database that was there first keeps its directory, and the other cannot be created.
+/// hold a path separator, a control character or ".." are refused before the disk is touched; so is on every system
+/// what Windows cannot have: one of <>:"|?*, a dot or blank at the end, a device's name ("nul", "com1") with or without
+/// an extension. Nothing outside the root is ever created or removed. Where the file system takes two names for one,
+/// because it ignores case, the database that was there first keeps its directory, and the other cannot be created.
 ///
 /// A directory that is removed or replaced while the service has it open is noticed, by writes at once and by reads
 /// within 10 ms: reads find nothing, writes fail, and the next initDb begins a fresh database. A damaged database is

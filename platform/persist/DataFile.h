@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/persist/PosixFiles.h"
+#include "platform/persist/System.h"
 
 namespace persist {
 
@@ -21,7 +21,7 @@ public:
     /// Notes which file the path leads to, once and before what follows. False, with `errno`, when it leads to none.
     bool remember();
     /// How many bytes it has; nothing when the path leads to it no longer.
-    std::optional<off_t> size() const;
+    std::optional<std::uint64_t> size() const;
     /// Whether the path leads to it and nobody has cut it short.
     bool isCurrent() const;
     /// The same, as of less than 10 ms ago: of all calls in that time, one looks at the file.
@@ -36,7 +36,7 @@ private:
     const std::string path_;
     FileId id_;
     mutable std::atomic<std::int64_t> lookedAt_{kNever};  // when it last was current
-    mutable std::atomic<off_t> sizeSeen_{0};
+    mutable std::atomic<std::uint64_t> sizeSeen_{0};
     mutable std::atomic<bool> cutShort_{false};
 };
 

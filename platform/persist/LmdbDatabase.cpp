@@ -1,16 +1,15 @@
 #include "platform/persist/LmdbDatabase.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <optional>
 
 #include "platform/persist/BatchOrder.h"
 #include "platform/persist/LmdbFileCheck.h"
-#include "platform/persist/PosixFiles.h"
+#include "platform/persist/System.h"
 
 namespace persist {
 namespace {
@@ -22,29 +21,29 @@ bool startsWith(std::string_view text, std::string_view prefix) {
 }  // namespace
 
 StoreStatus LmdbDatabase::open(bool create) {
-    const Descriptor file(::open(file_.path().c_str(), O_RDONLY | O_CLOEXEC));
-    struct stat found {};
+    const OpenFile file(file_.path());
     if (!file.valid() && errno != ENOENT) {
         return lastError("open");
     }
-    if (file.valid() && ::fstat(file.get(), &found) != 0) {
+    const std::optional<std::uint64_t> bytes = file.valid() ? file.size() : 0;
+    if (!bytes) {
         return lastError("stat");
     }
-    if (found.st_size == 0) {
+    if (*bytes == 0) {
         return create ? this->create() : StoreStatus::notFound();
     }
     // The library follows what the meta pages say as soon as it opens the file, and the other pages with the first read
     // of an entry. So those are checked before the one, and these before the other.
-    const std::string problem = checkMetaPages(file.get());
+    const std::string problem = checkMetaPages(file);
     if (!problem.empty()) {
         return StoreStatus::damage(problem);
     }
-    const int code = environment_.open(static_cast<std::size_t>(found.st_size), false);
+    const int code = environment_.open(static_cast<std::size_t>(*bytes), false);
     if (code != MDB_SUCCESS) {
         return code == ENOENT ? StoreStatus::notFound() : statusOf(code, "open");
     }
     environment_.dropDeadReaders();
-    const StoreStatus pages = checkPages(file.get());
+    const StoreStatus pages = checkPages(file);
     return pages.ok() ? finishOpening() : pages;
 }
 
@@ -52,31 +51,31 @@ StoreStatus LmdbDatabase::open(bool create) {
 /// that is killed before that leaves an empty file, which is no database; a power cut amid the first pages leaves a
 /// damaged one, which the next load sets aside.
 StoreStatus LmdbDatabase::create() {
-    if (!Descriptor(::open(file_.path().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kFileMode)).valid()) {
+    if (!makeFile(file_.path())) {
         return lastError("create");
     }
-    const std::filesystem::path directory(directory_);
+    const std::filesystem::path directory = pathOf(directory_);
     if (!syncDirectory(directory) || !syncDirectory(directory.parent_path())) {
         return lastError("sync directory");
     }
     const int code = environment_.open(0, true);
     if (code != MDB_SUCCESS) {
         // What was written of the first pages is no database, and no damaged one either.
-        static_cast<void>(::truncate(file_.path().c_str(), 0));
+        emptyFile(file_.path());
         return statusOf(code, "create");
     }
     return finishOpening();
 }
 
 /// Checks the pages of the newest state; nothing but meta pages has been followed before.
-StoreStatus LmdbDatabase::checkPages(int fd) {
+StoreStatus LmdbDatabase::checkPages(const OpenFile& file) {
     // The read transaction keeps writers off the pages of its state, but not off its meta page: after two commits of
     // another process nothing in the file tells where that state begins. Then the newest one is taken instead.
     bool superseded = true;
     for (int attempt = 0; superseded && attempt < LmdbEnvironment::kMaxAttempts; ++attempt) {
         std::string problem;
         StoreStatus status = environment_.read("open", [&](MDB_txn* transaction) {
-            problem = checkTree(fd, mdb_txn_id(transaction), &superseded);
+            problem = checkTree(file, mdb_txn_id(transaction), &superseded);
             return MDB_SUCCESS;
         });
         if (!status.ok()) {

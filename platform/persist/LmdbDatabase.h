@@ -37,7 +37,7 @@ public:
 
 private:
     StoreStatus create();
-    StoreStatus checkPages(int fd);
+    StoreStatus checkPages(const OpenFile& file);
     StoreStatus finishOpening();
     int erase(MDB_txn* transaction, const std::string& name, WriteSize& size);
     template <class Prepare>

@@ -1,20 +1,38 @@
 #include <fmt/format.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/persist/DataFile.h"
-#include "platform/persist/ForkCount.h"
 #include "platform/persist/LmdbRegistry.h"
-#include "platform/persist/PosixFiles.h"
 #include "platform/persist/StoreEngine.h"
+#include "platform/persist/System.h"
 
 namespace persist {
 namespace {
+
+/// Makes the directory of a database and what is missing on the way to it. The names on the way are on disk then; the
+/// directory's own is when the database is created.
+StoreStatus makeDirectories(const std::filesystem::path& directory) {
+    std::error_code error;
+    // A name is on disk when the directory that holds it is flushed, so it is the parents of what is missing that
+    // count. Noted before anything is made, while it still shows.
+    std::vector<std::filesystem::path> extended;
+    std::filesystem::path way = directory.parent_path();
+    for (; way.has_relative_path() && !std::filesystem::exists(way, error); way = way.parent_path()) {
+        extended.push_back(way.parent_path());
+    }
+    std::filesystem::create_directories(directory, error);
+    if (error) {
+        return StoreStatus::failure(fmt::format("create directory: {}", error.message()));
+    }
+    return std::all_of(extended.begin(), extended.end(), syncDirectory) ? StoreStatus() : lastError("sync directory");
+}
 
 /// Moves the directory of a damaged database aside, for whoever wants to know what happened. In one step: a process
 /// that is killed here leaves the damaged database or none, and the next load goes on from either.
@@ -24,16 +42,21 @@ StoreStatus moveAside(const std::string& directory, std::string& moved) {
         const std::string target = fmt::format("{}.damaged-{}", directory, i);
         // Looked for before, because renaming would take the place of an empty directory. The lock on the root keeps
         // other processes from taking the name in between.
-        if (::access(target.c_str(), F_OK) == 0) {
+        if (exists(target)) {
             continue;
         }
-        if (::rename(directory.c_str(), target.c_str()) != 0) {
+        if (!renameDirectory(directory, target)) {
             return lastError("move aside");
         }
-        moved = std::filesystem::path(target).filename().string();
+        moved = textOf(pathOf(target).filename());
         return {};
     }
     return StoreStatus::failure("move aside: too many damaged databases are kept");
+}
+
+bool leadsTo(const std::string& directory, FileId id) {
+    const std::optional<FileAt> found = fileAt(directory);
+    return found && found->id == id;
 }
 
 class LmdbEngine final : public StoreEngine {
@@ -42,16 +65,16 @@ public:
         const std::lock_guard guard(registry_.lock);
         status = {};
         if (mode == Mode::Create) {
-            status = makeDirectories(directory);
+            status = makeDirectories(pathOf(directory));
             if (!status.ok()) {
                 return nullptr;
             }
-        } else if (::access((directory + "/" + DataFile::kName).c_str(), F_OK) != 0) {
+        } else if (!exists(directory + "/" + DataFile::kName)) {
             status = StoreStatus::notFound();
             return nullptr;
         }
         // Shared where nothing is created: processes may check files at once, but not one that another has half made.
-        const RootLock rootLock(std::filesystem::path(directory).parent_path(), mode == Mode::Create);
+        const RootLock rootLock(textOf(pathOf(directory).parent_path()), mode == Mode::Create);
         // After the directory was made, because only then does the file system tell whose name it has taken it for.
         if (!hasExactName(directory)) {
             status = mode == Mode::Create
@@ -85,27 +108,26 @@ private:
     std::shared_ptr<LmdbDatabase> openDirectory(const std::string& directory, Mode mode, StoreStatus& status) {
         if (mode == Mode::Create) {
             std::error_code error;
-            std::filesystem::create_directory(directory, error);  // gone after it was moved aside
+            std::filesystem::create_directory(pathOf(directory), error);  // gone after it was moved aside
         }
-        struct stat file {};
-        if (::stat(directory.c_str(), &file) != 0) {
+        const std::optional<FileAt> found = fileAt(directory);
+        if (!found) {
             status = lastError("stat");
             return nullptr;
         }
         // By identity: whatever path leads there, through links or other spellings, a second environment would be one
         // too many.
-        if (std::shared_ptr<LmdbDatabase> open = registry_.find(idOf(file), mode == Mode::Create)) {
+        if (std::shared_ptr<LmdbDatabase> open = registry_.find(found->id, mode == Mode::Create)) {
             return open;
         }
         std::shared_ptr<LmdbDatabase> database = openFresh(directory, mode, status);
-        struct stat after {};
-        if (database && (::stat(directory.c_str(), &after) != 0 || !(idOf(after) == idOf(file)))) {
+        if (database && !leadsTo(directory, found->id)) {
             database->retire();  // its two files may come from two directories
             database = nullptr;
             status = StoreStatus::failure("removed or replaced while it was opened");
         }
         if (database) {
-            registry_.enter(idOf(file), database);
+            registry_.enter(found->id, database);
         }
         return database;
     }

@@ -1,14 +1,11 @@
 #include "platform/persist/LmdbEnvironment.h"
 
-#include <fcntl.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <optional>
 #include <thread>
 
 #include "platform/persist/LmdbWriters.h"
-#include "platform/persist/PosixFiles.h"
 
 namespace persist {
 namespace {
@@ -20,14 +17,8 @@ constexpr unsigned kMaxReaders = 2048;  // slots of the lock file, for all proce
 /// So the room is taken beforehand. The file's size stays the library's to set.
 int reserveLockFile(const std::string& path) {
     constexpr std::size_t kSlotBytes = 64;
-    constexpr auto kBytes = static_cast<off_t>((kMaxReaders + kSlotBytes) * kSlotBytes);
-    const Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kFileMode));
-    if (!file.valid()) {
-        return MDB_SUCCESS;  // the library will tell what is wrong
-    }
-    // Not every file system can reserve room.
-    const bool full = ::fallocate(file.get(), FALLOC_FL_KEEP_SIZE, 0, kBytes) != 0 && errno == ENOSPC;
-    return full ? ENOSPC : MDB_SUCCESS;
+    // Where the file cannot be made, the library will tell what is wrong.
+    return reserveRoom(path, (kMaxReaders + kSlotBytes) * kSlotBytes) ? MDB_SUCCESS : ENOSPC;
 }
 
 }  // namespace
@@ -58,9 +49,9 @@ int LmdbEnvironment::open(std::size_t fileBytes, bool forWriting) {
         environment_ = fresh;
         canWrite_ = forWriting;
         // The library leaves this one of its files open in programs that the host executes.
-        int dataFile = -1;
+        mdb_filehandle_t dataFile{};
         if (mdb_env_get_fd(fresh, &dataFile) == MDB_SUCCESS) {
-            ::fcntl(dataFile, F_SETFD, FD_CLOEXEC);
+            keepFromChildren(dataFile);
         }
     } else if (fresh != nullptr) {
         mdb_env_close(fresh);
@@ -109,7 +100,7 @@ int LmdbEnvironment::reopen(bool forWriting) {
     }
     drop();
     // Where the path leads elsewhere now, another database would be opened under this one's name.
-    const std::optional<off_t> bytes = file_.size();
+    const std::optional<std::uint64_t> bytes = file_.size();
     if (!bytes) {
         return MDB_PANIC;
     }

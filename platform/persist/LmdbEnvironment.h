@@ -9,10 +9,10 @@
 #include <string>
 
 #include "platform/persist/DataFile.h"
-#include "platform/persist/ForkCount.h"
 #include "platform/persist/LmdbCalls.h"
 #include "platform/persist/LmdbReaders.h"
 #include "platform/persist/StoreEngine.h"
+#include "platform/persist/System.h"
 #include "system/SharedMutex.h"
 
 namespace persist {

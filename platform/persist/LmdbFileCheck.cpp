@@ -1,11 +1,10 @@
 #include "platform/persist/LmdbFileCheck.h"
 
 #include <fmt/format.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <optional>
 #include <utility>
@@ -85,19 +84,9 @@ Plain copyFrom(const char* at) {
     return plain;
 }
 
-/// Not through a map: of a file that somebody cuts short meanwhile this reads too little, where a map would end the
-/// process.
-bool readAt(int fd, void* into, std::size_t size, std::uint64_t offset) {
-    return ::pread(fd, into, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
-}
-
-std::size_t systemPageBytes() {
-    return static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
-}
-
-std::optional<Meta> readMeta(int fd, std::size_t pageBytes, int index) {
+std::optional<Meta> readMeta(const OpenFile& file, std::size_t pageBytes, int index) {
     std::array<char, kHeaderBytes + sizeof(Meta)> bytes;
-    if (!readAt(fd, bytes.data(), bytes.size(), pageBytes * static_cast<std::size_t>(index))) {
+    if (!file.readAt(bytes.data(), bytes.size(), pageBytes * static_cast<std::size_t>(index))) {
         return std::nullopt;
     }
     const auto header = copyFrom<PageHeader>(bytes.data());
@@ -114,8 +103,8 @@ std::optional<Meta> readMeta(int fd, std::size_t pageBytes, int index) {
 /// aside. Pages that are neither in use nor free are none, as they only take room.
 class TreeCheck {
 public:
-    TreeCheck(int fd, std::size_t pageBytes, const Meta& meta)
-        : fd_(fd), pageBytes_(pageBytes), meta_(meta), used_(meta.lastPage + 1) {}
+    TreeCheck(const OpenFile& file, std::size_t pageBytes, const Meta& meta)
+        : file_(file), pageBytes_(pageBytes), meta_(meta), used_(meta.lastPage + 1) {}
 
     std::string run() {
         walkTree(meta_.main, false);
@@ -191,7 +180,7 @@ private:
             return;
         }
         std::vector<char> page(pageBytes_);
-        if (!readAt(fd_, page.data(), pageBytes_, number * pageBytes_)) {
+        if (!file_.readAt(page.data(), pageBytes_, number * pageBytes_)) {
             return fail(number, "beyond the end of the file");
         }
         const auto header = copyFrom<PageHeader>(page.data());
@@ -307,7 +296,7 @@ private:
 
     void checkOverflow(PageNumber first, std::size_t valueSize, bool freePages, Counts& counts) {
         std::array<char, kHeaderBytes> bytes;
-        if (first > meta_.lastPage || !readAt(fd_, bytes.data(), bytes.size(), first * pageBytes_)) {
+        if (first > meta_.lastPage || !file_.readAt(bytes.data(), bytes.size(), first * pageBytes_)) {
             return fail(first, "overflow page out of range");
         }
         // More pages than the value needs are sound: it may have replaced a longer one.
@@ -327,12 +316,12 @@ private:
         // Only the last byte, which tells that the file goes so far: what the value holds is for its reader to check.
         char last = 0;
         const std::uint64_t begin = first * pageBytes_ + kHeaderBytes;
-        if (valueSize != 0 && !readAt(fd_, &last, 1, begin + valueSize - 1)) {
+        if (valueSize != 0 && !file_.readAt(&last, 1, begin + valueSize - 1)) {
             return fail(first, "beyond the end of the file");
         }
         if (freePages) {
             std::vector<char> value(valueSize);
-            if (!readAt(fd_, value.data(), value.size(), begin)) {
+            if (!file_.readAt(value.data(), value.size(), begin)) {
                 return fail(first, "beyond the end of the file");
             }
             noteFreePages(first, value.data(), valueSize);
@@ -360,7 +349,7 @@ private:
         }
     }
 
-    const int fd_;
+    const OpenFile& file_;
     const std::size_t pageBytes_;
     const Meta meta_;
     std::vector<bool> used_;
@@ -371,20 +360,20 @@ private:
 /// No page beyond the file's end can be in use, but the library may count a few that it gave out and never wrote.
 constexpr PageNumber kMaxUnwrittenPages = PageNumber{1} << 18U;
 
-std::string metaProblem(int fd) {
+std::string metaProblem(const OpenFile& file) {
     const std::size_t pageBytes = systemPageBytes();
-    struct stat file {};
-    if (::fstat(fd, &file) != 0) {
+    const std::optional<std::uint64_t> bytes = file.size();
+    if (!bytes) {
         return std::strerror(errno);
     }
     // Of both pages, also the one that is not in force: the library reads both before it chooses.
     std::array<std::uint64_t, 2> transactions{};
     for (const int index : {0, 1}) {
-        const std::optional<Meta> meta = readMeta(fd, pageBytes, index);
+        const std::optional<Meta> meta = readMeta(file, pageBytes, index);
         if (!meta) {
             return fmt::format("meta page {} is damaged", index);
         }
-        if (meta->lastPage > static_cast<std::uint64_t>(file.st_size) / pageBytes + kMaxUnwrittenPages) {
+        if (meta->lastPage > *bytes / pageBytes + kMaxUnwrittenPages) {
             return fmt::format("meta page {} counts more pages than the file can have", index);
         }
         transactions[static_cast<std::size_t>(index)] = meta->transaction;
@@ -397,12 +386,12 @@ std::string metaProblem(int fd) {
 
 }  // namespace
 
-std::string checkMetaPages(int fd) {
+std::string checkMetaPages(const OpenFile& file) {
     constexpr int kMaxAttempts = 10;
     std::string problem;
     // A writer of another process may have committed between the two reads; damage stays.
     for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
-        problem = metaProblem(fd);
+        problem = metaProblem(file);
         if (problem.empty()) {
             break;
         }
@@ -410,15 +399,15 @@ std::string checkMetaPages(int fd) {
     return problem;
 }
 
-std::string checkTree(int fd, std::uint64_t transaction, bool* superseded) {
+std::string checkTree(const OpenFile& file, std::uint64_t transaction, bool* superseded) {
     const std::size_t pageBytes = systemPageBytes();
     *superseded = false;
     for (const int index : {0, 1}) {
-        const std::optional<Meta> meta = readMeta(fd, pageBytes, index);
+        const std::optional<Meta> meta = readMeta(file, pageBytes, index);
         if (meta && meta->transaction == transaction) {
-            const std::string problem = TreeCheck(fd, pageBytes, *meta).run();
+            const std::string problem = TreeCheck(file, pageBytes, *meta).run();
             // Read while a writer replaced it, the page may have told half of two states.
-            const std::optional<Meta> again = readMeta(fd, pageBytes, index);
+            const std::optional<Meta> again = readMeta(file, pageBytes, index);
             *superseded = !problem.empty() && again && std::memcmp(&*again, &*meta, sizeof *meta) != 0;
             return *superseded ? std::string() : problem;
         }

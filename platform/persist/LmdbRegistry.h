@@ -7,7 +7,7 @@
 #include <string>
 
 #include "platform/persist/LmdbDatabase.h"
-#include "platform/persist/PosixFiles.h"
+#include "platform/persist/System.h"
 
 namespace persist {
 

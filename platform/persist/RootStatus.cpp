@@ -1,46 +1,32 @@
 #include "platform/persist/RootStatus.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
+#include <optional>
 #include <system_error>
+
+#include "platform/persist/System.h"
 
 // What the engine will find beneath a root, told without it: asking must not make the directories that only a load is
 // to make.
 
 namespace persist {
-namespace {
-
-/// 0, or why not. By the rights that the process acts with: those it was started with open no file.
-int cannot(const std::string& path, int access) {
-    return ::faccessat(AT_FDCWD, path.c_str(), access, AT_EACCESS) == 0 ? 0 : errno;
-}
-
-/// Whether something bears the name, be it a link that leads nowhere.
-bool isTaken(const std::string& path) {
-    struct stat entry {};
-    return ::lstat(path.c_str(), &entry) == 0;
-}
-
-}  // namespace
 
 RootStatus RootStatus::ofExisting(const std::string& directory) {
-    struct stat entry {};
-    if (::stat(directory.c_str(), &entry) != 0) {
+    const std::optional<FileAt> found = fileAt(directory);
+    if (!found) {
         return {Kind::Unusable, errno};
     }
-    if (!S_ISDIR(entry.st_mode)) {
+    if (!found->isDirectory) {
         return {Kind::Unusable, ENOTDIR};
     }
     // Names may be hidden from us: databases are opened by theirs.
-    if (const int error = cannot(directory, X_OK)) {
+    if (const int error = barrierTo(directory, false)) {
         return {Kind::Unusable, error};
     }
-    const int error = cannot(directory, W_OK | X_OK);
+    const int error = barrierTo(directory, true);
     return {error == 0 ? Kind::Writable : Kind::ReadOnly, error};
 }
 
@@ -48,11 +34,12 @@ RootStatus RootStatus::of(const std::string& directory) {
     if (directory.empty()) {
         return {Kind::Unusable, 0};
     }
-    std::filesystem::path way = directory;
+    std::string way = directory;
     RootStatus status = ofExisting(way);
     // A link that leads nowhere ends the way as well: no directory can be made under its name.
     while (status.error_ == ENOENT && !isTaken(way)) {
-        const std::filesystem::path parent = way.has_parent_path() ? way.parent_path() : ".";
+        const std::filesystem::path above = pathOf(way).parent_path();
+        const std::string parent = above.empty() ? "." : textOf(above);
         if (parent == way) {
             break;
         }

@@ -35,7 +35,7 @@ public:
     LogDelay& operator=(const LogDelay&) = delete;
 
 private:
-    friend void logLine(int, const std::string&, const char*, const char*, int) noexcept;
+    friend struct DelayedLines;
     struct Line {
         int level;
         std::string text;

@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "platform/utils/MarketRuleSet.h"
+#include "system/ThreadObject.h"
 
 namespace utils {
 
@@ -44,14 +45,30 @@ struct ThreadView {
     bool ended = false;  // the thread's owner of the set is destroyed already
 };
 
-constinit thread_local ThreadView threadView;
+#ifndef _WIN32
+constinit thread_local ThreadView viewOfThread;
 
-// Keeps alive what threadView points to. Apart from it, so that the view needs no construction on the way to it and can
+// Keeps alive what the view points to. Apart from it, so that the view needs no construction on the way to it and can
 // be asked while the thread's objects are destroyed.
 struct ThreadOwner {
     RuleSetPtr rules;
-    ~ThreadOwner() { threadView = {0, nullptr, true}; }
+    ~ThreadOwner() { viewOfThread = {0, nullptr, true}; }
 };
+
+ThreadView& threadView() {
+    return viewOfThread;
+}
+#else
+// In one: a plain variable of the thread is gone before the owner's end.
+struct ThreadOwner {
+    RuleSetPtr rules;
+    ThreadView view;
+};
+
+ThreadView& threadView() {
+    return sys::ofThread<ThreadOwner>().view;
+}
+#endif
 
 RuleSetPtr takeUpRules() {
     RulesInForce& inForce = rulesInForce();
@@ -59,17 +76,17 @@ RuleSetPtr takeUpRules() {
     RuleSetPtr rules = inForce.rules;
     const std::uint64_t generation = generationInForce.load(std::memory_order_relaxed);
     lock.unlock();
-    if (!threadView.ended) {
-        thread_local ThreadOwner owner;
-        owner.rules = rules;
-        threadView = {generation, rules.get(), false};
+    if (!threadView().ended) {
+        sys::ofThread<ThreadOwner>().rules = rules;
+        threadView() = {generation, rules.get(), false};
     }
     return rules;
 }
 
 bool accepts(MarketPredicate predicate, const std::string& market, const std::string& code) {
-    if (threadView.generation == generationInForce.load(std::memory_order_acquire)) {
-        return threadView.rules->accepts(predicate, market, code);
+    const ThreadView& view = threadView();
+    if (view.generation == generationInForce.load(std::memory_order_acquire)) {
+        return view.rules->accepts(predicate, market, code);
     }
     return takeUpRules()->accepts(predicate, market, code);
 }

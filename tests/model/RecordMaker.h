@@ -11,9 +11,16 @@ namespace mxservice::model {
 
 // What records are made of: few values, so that everything meets everything.
 
+// Differs from "SH" in case alone. Not where file systems ignore case: the market that comes second is not stored
+// there.
+#ifdef _WIN32
+constexpr const char* kLower = "si";
+#else
+constexpr const char* kLower = "sh";
+#endif
 inline const std::vector<std::string> kMarkets{
-    "SH",   "SZ", "BJ",   "HK",     "HGT", "SGT", "SHFI", "SHO",  "SZO", "DCE",  "CZCE", "INE",   "NEEQ",    "SHGE",
-    "BANK", "WP", "NYSE", "NASDAQ", "S",   "",    "a/b",  "SOTC", "sh",  "SHFE", "GFEX", "CFFEX", "ETFINSTS"};
+    "SH",   "SZ", "BJ",   "HK",     "HGT", "SGT", "SHFI", "SHO",  "SZO",  "DCE",  "CZCE", "INE",   "NEEQ",    "SHGE",
+    "BANK", "WP", "NYSE", "NASDAQ", "S",   "",    "a/b",  "SOTC", kLower, "SHFE", "GFEX", "CFFEX", "ETFINSTS"};
 // Some collide on purpose: "S" and "H1" have the key text of "SH" and "1".
 inline const std::vector<std::string> kCodes{
     "1",      "2",        "3",         "H1",        "00700",  "600000", "730001", "689009",   "301999",

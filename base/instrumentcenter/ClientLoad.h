@@ -79,8 +79,8 @@ struct ClientLoad {
     public:
         explicit Showing(ClientLoad& load) : load_(load) {}
         ~Showing() {
-            if (const auto note = std::exchange(load_.note, nullptr)) {
-                load_.client.subscribers.show(*note);
+            if (const auto written = std::exchange(load_.note, nullptr)) {
+                load_.client.subscribers.show(*written);
             }
         }
         Showing(const Showing&) = delete;

@@ -16,6 +16,7 @@
 #include "base/instrumentcenter/Guarded.h"
 #include "base/instrumentcenter/boundary/Log.h"
 #include "base/instrumentcenter/boundary/Records.h"
+#include "system/ThreadObject.h"
 
 namespace mxservice {
 namespace {
@@ -271,8 +272,7 @@ struct Held {
 };
 
 Held& held() {
-    static thread_local Held ofThread;
-    return ofThread;
+    return sys::ofThread<Held>();
 }
 
 }  // namespace

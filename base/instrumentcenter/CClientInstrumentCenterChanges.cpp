@@ -142,13 +142,11 @@ std::map<std::string, std::unique_lock<std::mutex>> ClientAmendment::lockDatabas
         lock = std::unique_lock(client_.writeLock(db));
     }
     // A removed key may have got a market in between, by a load at the same time: then it came after this change.
-    for (const StockKey key : std::vector<StockKey>(amendment_.removed.begin(), amendment_.removed.end())) {
-        const auto now = client_.hold();
+    const auto now = client_.hold();
+    erase_if(amendment_.removed, [&](StockKey key) {
         const MarketKey* const market = now->keys.marketOf(key);
-        if (market != nullptr && writing.count(now->market(*market).db) == 0) {
-            amendment_.removed.erase(key);
-        }
-    }
+        return market != nullptr && writing.count(now->market(*market).db) == 0;
+    });
     return writing;
 }
 

@@ -55,10 +55,10 @@ void addFunctions(py::module_& module) {
         py::arg("fields") = py::none(), py::arg("dates") = "date");
 }
 
-/// Before anything is taken down: no thread of ours may be in a callback, or come back, once that has begun.
+/// Before anything is taken down: no thread may be in a callback, or come back from the library, once that has begun.
 void closeAtExit() {
     const auto close = py::cpp_function([] {
-        binding::endSubscriptions();
+        binding::endCallbacks();
         binding::closeInterpreter();
     });
     py::module_::import("atexit").attr("register")(close);

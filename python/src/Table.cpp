@@ -21,6 +21,12 @@ py::object frameOf(const py::dict& columns) {
     return py::module_::import("pandas").attr("DataFrame")(columns, py::arg("copy") = false);
 }
 
+/// pybind11 imports numpy within the making of a static object: a thread that waits for that object holds the
+/// interpreter's lock, and the import needs it. Here the import has locks of Python's own, and is over by then.
+void needNumpy() {
+    py::module_::import("numpy");
+}
+
 }  // namespace
 
 Table::Table(const mxservice::RecordType& type, Records records, const py::object& fields)
@@ -91,6 +97,7 @@ std::vector<std::unique_ptr<Column>> Table::read(bool datesAsText) const {
 
 py::object Table::frame(const std::string& dates) const {
     const Dates form = datesNamed(dates);
+    needNumpy();
     py::dict columns;
     for (const auto& column : read(form == Dates::Text)) {
         columns[column->field().name().c_str()] = column->series(form);
@@ -99,6 +106,7 @@ py::object Table::frame(const std::string& dates) const {
 }
 
 py::dict Table::columns() const {
+    needNumpy();
     py::dict columns;
     for (const auto& column : read(false)) {
         columns[column->field().name().c_str()] = column->array();

@@ -124,7 +124,7 @@ py::object fieldValue(const std::string& name, const IData& record) {
         fieldObject(fieldNamed(record.recordType(), name, PyExc_ValueError), record));
 }
 
-py::object diff(const Day& older, const Day& newer, const std::string& catalogue, const std::set<std::string>& ignore) {
+py::tuple diff(const Day& older, const Day& newer, const std::string& catalogue, const std::set<std::string>& ignore) {
     std::vector<Difference> found;
     {
         const auto number = catalogueNamed(catalogue);
@@ -151,12 +151,7 @@ py::object diff(const Day& older, const Day& newer, const std::string& catalogue
             }
         }
     }
-    py::dict columns;
-    columns["key"] = keys;
-    columns["field"] = fields;
-    columns["old"] = before;
-    columns["new"] = after;
-    return py::module_::import("pandas").attr("DataFrame")(columns, py::arg("dtype") = "object");
+    return py::make_tuple(keys, fields, before, after);
 }
 
 }  // namespace
@@ -194,12 +189,7 @@ void addSubscribe(py::module_& module, py::class_<Center, Catalogue, std::shared
 }
 
 void addDiff(py::module_& module) {
-    module.def(
-        "diff", diff,
-        "What changed from one day to another: a pandas.DataFrame of key, field, old and new. A record that came "
-        "or went has one row without a field, and stands itself under new or old.",
-        py::arg("old"), py::arg("new"), py::arg("catalogue") = "instruments",
-        py::arg("ignore") = std::set<std::string>());
+    module.def("_diff", diff, "For diff.", py::arg("old"), py::arg("new"), py::arg("catalogue"), py::arg("ignore"));
     module.def(
         "changed_fields",
         [](const boost::shared_ptr<IData>& before, const boost::shared_ptr<IData>& after) {

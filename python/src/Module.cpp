@@ -46,13 +46,6 @@ void addFunctions(py::module_& module) {
         "table",
         [](py::handle records, const py::object& fields) { return binding::Table::ofObjects(records, fields); },
         "Records of one class as columns.", py::arg("records"), py::arg("fields") = py::none());
-    module.def(
-        "frame",
-        [](py::handle records, const py::object& fields, const std::string& dates) {
-            return binding::Table::ofObjects(records, fields).frame(dates);
-        },
-        "Records of one class as a pandas.DataFrame; see Table.frame.", py::arg("records"),
-        py::arg("fields") = py::none(), py::arg("dates") = "date");
 }
 
 /// Before anything is taken down: no thread may be in a callback, or come back from the library, once that has begun.

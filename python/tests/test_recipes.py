@@ -1,5 +1,6 @@
 """The guide's page runs as it stands, and the package's types hold."""
 
+import json
 import os
 import pathlib
 import re
@@ -25,6 +26,20 @@ def test_every_recipe_of_the_guide_answers(monkeypatch, capsys):
         assert number == 0 or answer.strip() and not answer.startswith(("Empty", "[]")), recipe
     assert names["chain"].underlyingCode.eq("510050").all() and len(names["mains"]) > 3
     assert names["positions"].name.isna().sum() == 1 and names["value"] > 0
+
+
+def test_the_notebook_draws_three_plots(monkeypatch):
+    matplotlib = pytest.importorskip("matplotlib")
+    matplotlib.use("Agg")
+    monkeypatch.chdir(conftest.ROOT)
+    notebook = json.loads((conftest.ROOT / "python/notebooks/day.ipynb").read_text())
+    names = {}
+    for cell in notebook["cells"]:
+        if cell["cell_type"] == "code":
+            exec("".join(cell["source"]), names)
+    plots = [names["plt"].figure(number).axes[0] for number in names["plt"].get_fignums()]
+    assert len(plots) == 3 and all(plot.has_data() and plot.get_title() for plot in plots)
+    names["plt"].close("all")
 
 
 TYPED = """

@@ -31,6 +31,8 @@ constexpr const char* kLineEnd = "\r\n";                      // of CSV
 class TemporaryFile {
 public:
     explicit TemporaryFile(const fs::path& wanted) : wanted_(wanted) {
+        // With a dot in front, which readers of directories pass over, and a number, for two may write one day at a
+        // time.
         const std::uint64_t number = std::uint64_t{std::random_device()()} << 32U | std::random_device()();
         path_ = wanted.parent_path() / pathOf(fmt::format(".{}.{:016x}", textOf(wanted.filename()), number));
     }
@@ -92,6 +94,7 @@ void appendHeader(std::string& out, const std::vector<Field>& fields) {
 }
 
 /// Whether reading takes the line as one record again.
+// Asked before anything is renamed: a day that is written and cannot be read back would be noticed when it is needed.
 bool canBeRead(std::string_view line) {
     const bool joined = line.find('\n') < line.size() - 1;
     return line.size() <= (joined ? kMaxJoinedBytes : kMaxLineBytes);
@@ -172,6 +175,8 @@ void Snapshot::write(const std::string& directory, SnapshotFormat format, Snapsh
         files.push_back({catalogue, format, packing});
         names.push_back(fileNameOf(files.back()));
     });
+    // The files of all catalogues are written, also of those without records: one of a former day would stay among
+    // these.
     expectNoOthers(root, names);
     std::vector<std::unique_ptr<TemporaryFile>> written;
     for (const FileName& name : files) {

@@ -103,15 +103,6 @@ private:
 
 }  // namespace
 
-std::filesystem::path pathOf(const std::string& utf8) {
-    return fs::path(std::u8string(utf8.begin(), utf8.end()));
-}
-
-std::string textOf(const std::filesystem::path& path) {
-    const std::u8string text = path.u8string();
-    return {text.begin(), text.end()};
-}
-
 std::unique_ptr<ByteSource> fileSource(const std::filesystem::path& path) {
     return std::make_unique<FileSource>(path);
 }

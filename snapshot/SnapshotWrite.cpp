@@ -18,6 +18,7 @@
 #include "snapshot/PackedFile.h"
 #include "snapshot/RecordText.h"
 #include "snapshot/Snapshot.h"
+#include "snapshot/Utf8.h"
 
 namespace mxservice::snapshot {
 namespace {

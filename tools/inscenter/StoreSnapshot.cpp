@@ -1,7 +1,6 @@
 #include "tools/inscenter/StoreSnapshot.h"
 
 #include <fmt/format.h>
-#include <stdlib.h>
 
 #include <filesystem>
 #include <optional>
@@ -16,11 +15,11 @@
 #include "tools/inscenter/MarketNames.h"
 #include "tools/inscenter/StoreDirectory.h"
 #include "tools/inscenter/StoreReader.h"
+#include "tools/inscenter/System.h"
+#include "tools/inscenter/Utf8.h"
 
 namespace inscenter {
 namespace {
-
-namespace fs = std::filesystem;
 
 /// The catalogue whose records the database holds. Derived databases and raw ones repeat what others hold.
 std::optional<SnapshotCatalogue> catalogueOf(const DatabaseDirectory& directory) {
@@ -41,20 +40,13 @@ std::optional<SnapshotCatalogue> catalogueOf(const DatabaseDirectory& directory)
 /// A store of its own, gone with the object; the process's own is back then.
 class ScratchStore {
 public:
-    ScratchStore() {
-        std::string pattern = (fs::temp_directory_path() / "inscenter-XXXXXX").string();
-        if (::mkdtemp(pattern.data()) == nullptr) {
-            throw UnreadableInput(pattern + ": cannot be made: " + std::generic_category().message(errno));
-        }
-        root_ = pattern;
-        persist::CPersistService::instance()->setRootPath(root_);
-    }
+    ScratchStore() { persist::CPersistService::instance()->setRootPath(root_); }
     ~ScratchStore() {
         // First, so that nothing is open of what is removed. A process that is killed before leaves the directory among
         // the temporary files.
         persist::CPersistService::instance()->setRootPath(before_);
         std::error_code ignored;
-        fs::remove_all(root_, ignored);
+        std::filesystem::remove_all(pathOf(root_), ignored);
     }
     ScratchStore(const ScratchStore&) = delete;
     ScratchStore& operator=(const ScratchStore&) = delete;
@@ -64,7 +56,7 @@ public:
 
 private:
     const std::string before_ = persist::CPersistService::instance()->rootPath();
-    std::string root_;
+    const std::string root_ = makeTemporaryDirectory();
 };
 
 /// A center goes on after a failed write; a comparison with half a store would name what is not gone.

@@ -126,7 +126,7 @@ std::string fileNameOf(const FileName& file) {
 }
 
 bool isIgnoredSilently(std::string_view name) {
-    return name.starts_with('.') || name.starts_with("README");
+    return name.starts_with('.') || name.starts_with("README") || name.starts_with(kComponentsName);
 }
 
 }  // namespace mxservice::snapshot

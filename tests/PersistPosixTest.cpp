@@ -6,7 +6,6 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
-#include <csignal>
 #include <fstream>
 
 #include "tests/LogCapture.h"

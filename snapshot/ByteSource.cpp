@@ -89,6 +89,7 @@ public:
         if (count > 0) {
             std::memcpy(to, bytes_ + at_, count);
         }
+        // No end is kept apart: at the end this gives nothing, as often as it is asked.
         at_ += count;
         return count;
     }

@@ -24,7 +24,7 @@ CodePoint decodeUtf8(std::string_view text);
 
 bool isUtf8(std::string_view text);
 
-/// Whether a terminal may take the character for a command.
+/// Whether a terminal may take the character for a command, also for one to turn the direction of writing.
 bool isControl(char32_t value);
 
 /// Appends `text` with every offending byte replaced.

@@ -80,7 +80,7 @@ protected:
     static void close() { TemporaryStore::service().setRootPath(""); }
 
     Result ask(const std::string& verb, const std::vector<std::string>& arguments = {}) const {
-        std::vector<std::string> all{"store", verb, store_.path()};
+        std::vector<std::string> all{"store", verb, store_.path().string()};
         all.insert(all.end(), arguments.begin(), arguments.end());
         return run(all);
     }
@@ -100,7 +100,7 @@ protected:
     void put(const std::string& db, const std::string& key, const mxservice::IData& record,
              const std::string& field = {}) const {
         auto& service = TemporaryStore::service();
-        service.setRootPath(store_.path());
+        service.setRootPath(store_.path().string());
         const bson::BSONObj document = record.toBsonWithBson();
         EXPECT_TRUE(field.empty() ? service.writeData(db, key, document, false)
                                   : service.writeHashDatas(db, {key}, {document}, false, field, false));
@@ -112,7 +112,7 @@ protected:
         std::map<std::string, std::string> bytesByName;
         for (const auto& entry : fs::recursive_directory_iterator(store_.path())) {
             const bool counts = entry.is_regular_file() && entry.path().filename() != "lock.mdb";
-            bytesByName[entry.path()] = counts ? bytesOf(entry.path()) : std::string();
+            bytesByName[entry.path().string()] = counts ? bytesOf(entry.path()) : std::string();
         }
         return bytesByName;
     }
@@ -279,13 +279,14 @@ TEST_F(StoreVerbTest, ADamagedFileIsReportedAndLeftAlone) {
 
 TEST_F(StoreVerbTest, WhatIsNoStoreIsRefused) {
     const TemporaryDirectory other;
-    const std::string empty = other.path() / "empty";
+    const std::string empty = (other.path() / "empty").string();
     fs::create_directory(empty);
     std::ofstream(other.path() / "file") << "text";
-    const std::map<std::string, std::string> reasons{{store_.path("missing"), "cannot be read: No such file"},
-                                                     {other.path() / "file", "cannot be read: Not a directory"},
-                                                     {other.path(), "is no store"},
-                                                     {store_.path("OvIns_SH"), "is a single database"}};
+    const std::map<std::string, std::string> reasons{
+        {store_.path("missing").string(), "cannot be read: No such file"},
+        {(other.path() / "file").string(), "cannot be read: Not a directory"},
+        {other.path().string(), "is no store"},
+        {store_.path("OvIns_SH").string(), "is a single database"}};
     for (const auto& [root, reason] : reasons) {
         for (const char* const verb : {"ls", "dump", "verify", "stat"}) {
             const Result result = run({"store", verb, root});

@@ -29,7 +29,8 @@ constexpr std::array kRules{
     // By the market that the option names, else by any: of futures options feeds mostly leave it out. Those on an index
     // name their own series there, which is no instrument.
     Rule{"no-underlying", "an option's underlying is not there",
-         "select key, name, iif(underlyingCode = '', 'none named', underlyingMarket || underlyingCode || ' is not there')\n"
+         "select key, name, iif(underlyingCode = '', 'none named', underlyingMarket || underlyingCode || ' is not "
+         "there')\n"
          "  finding from instruments o where optionType in (1, 2) and (underlyingCode = '' or market <> 'CFFEX' and\n"
          "  not exists (select 1 from instruments u where u.code = o.underlyingCode\n"
          "    and o.underlyingMarket in ('', u.market, u.filed)))"},

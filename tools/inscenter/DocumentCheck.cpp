@@ -147,7 +147,8 @@ boost::shared_ptr<IData> recordOf(const DatabaseDirectory& database, const Docum
     auto record = mxservice::TypeManager::instance()->parse(bytes, nullptr);
     std::int32_t size = 0;  // of the document, as it says itself: nothing may stand behind it
     std::memcpy(&size, bytes.data(), std::min(bytes.size(), sizeof size));
-    problem = record && static_cast<std::size_t>(size) == bytes.size() ? wrongPlace(database, key, *record) : problemOf(database, key, bytes);
+    problem = record && static_cast<std::size_t>(size) == bytes.size() ? wrongPlace(database, key, *record)
+                                                                       : problemOf(database, key, bytes);
     return record;
 }
 

@@ -26,6 +26,11 @@ constexpr const char* kFooter =
     "  inscenter --data day get SH600000 HK00700 --format json\n"
     "  inscenter help list";
 
+constexpr const char* kShellFooter =
+    "Also: \"sql\" and statements over several lines, up to a semicolon; \"format FORMAT\" for all further answers; "
+    "\"reload\" reads the day again; \"quit\". Behind a line, \"> FILE\" writes its answer to a file and \">> FILE\" "
+    "appends it.";
+
 constexpr const char* kStoreFooter =
     "Databases are opened for reading only, also beside a running host, and never changed. The one file that may be "
     "made is the engine's lock.mdb where a database has none; hosts must be able to write to it, so run this as their "

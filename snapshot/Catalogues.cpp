@@ -45,6 +45,7 @@ struct Access {
 
     static bool add(Snapshot& snapshot, shared_ptr<IData> record) {
         Pointer pointer = boost::static_pointer_cast<Record>(std::move(record));
+        // A list keeps all of one key, as a center takes them; which of them stays is the center's to say.
         if constexpr (kList) {
             (snapshot.*member).push_back(std::move(pointer));
             return true;

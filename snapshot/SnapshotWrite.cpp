@@ -19,6 +19,7 @@
 #include "snapshot/PackedFile.h"
 #include "snapshot/RecordText.h"
 #include "snapshot/Snapshot.h"
+#include "snapshot/Utf8.h"
 
 namespace mxservice::snapshot {
 namespace {
@@ -33,6 +34,8 @@ constexpr const char* kByteOrderMark = "\xEF\xBB\xBF";
 class TemporaryFile {
 public:
     explicit TemporaryFile(const fs::path& wanted) : wanted_(wanted) {
+        // With a dot in front, which readers of directories pass over, and a number, for two may write one day at a
+        // time.
         const std::uint64_t number = std::uint64_t{std::random_device()()} << 32U | std::random_device()();
         path_ = wanted.parent_path() / pathOf(fmt::format(".{}.{:016x}", textOf(wanted.filename()), number));
     }
@@ -120,6 +123,7 @@ void appendLine(std::string& out, const IData& record, const SnapshotWriteOption
 }
 
 /// Whether reading takes the line as one record again.
+// Asked before anything is renamed: a day that is written and cannot be read back would be noticed when it is needed.
 bool canBeRead(std::string_view line) {
     const bool joined = line.find('\n') < line.size() - 1;
     return line.size() <= (joined ? kMaxJoinedBytes : kMaxLineBytes);
@@ -219,6 +223,8 @@ void Snapshot::write(const std::string& directory, const SnapshotWriteOptions& o
     forEachCatalogue([&](SnapshotCatalogue catalogue) {
         names.push_back(fileNameOf({catalogue, options.format, options.packing}));
     });
+    // The files of all catalogues are written, also of those without records: one of a former day would stay among
+    // these.
     expectNoOthers(root, names);
     std::vector<std::unique_ptr<TemporaryFile>> written;
     const auto write = [&](const std::string& name, const auto& fill) {

@@ -74,6 +74,7 @@ public:
         formatter->label("TEXT", "");
         formatter->column_width(kNameColumns);
         app_.formatter(formatter);
+        app_.allow_windows_style_options(false);  // the library's default there, to which a path like /day is an option
         app_.fallthrough();  // global options may stand behind the command; inherited by commands added from here on
         app_.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::Throw);
         app_.failure_message([place](const CLI::App* app, const CLI::Error& error) {

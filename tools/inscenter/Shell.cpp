@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <exception>
@@ -19,8 +17,10 @@
 #include "tools/inscenter/Prompt.h"
 #include "tools/inscenter/RecordText.h"
 #include "tools/inscenter/ShellWords.h"
+#include "tools/inscenter/System.h"
 #include "tools/inscenter/Terminal.h"
 #include "tools/inscenter/TextTable.h"
+#include "tools/inscenter/Utf8.h"
 #include "tools/inscenter/VerbList.h"
 
 namespace inscenter {
@@ -207,7 +207,7 @@ private:
     /// The file is touched once the line makes sense, so that a slip of the pen does not empty it.
     int answerInto(const std::string& name, bool append, const Command& command) {
         errno = 0;
-        std::ofstream file(name, std::ios::binary | (append ? std::ios::app : std::ios::trunc));
+        std::ofstream file(pathOf(name), std::ios::binary | (append ? std::ios::app : std::ios::trunc));
         requireWritten(file, name);
         const int code = answer(command, file, {});
         file.close();
@@ -349,7 +349,7 @@ std::vector<std::string> shellCompletions(const std::string& line, const std::st
 int runShell(const Command& settings, LoadedDay& loaded, const std::function<void()>& reload, std::ostream& out,
              Console& console, std::ostream& err) {
     // Both: with either end in a pipe a prompt would stand among the answers, or wait for keys that nobody types.
-    const bool prompt = isatty(STDIN_FILENO) == 1 && isTerminal(out);
+    const bool prompt = terminalOf(Standard::Input) && isTerminal(out);
     std::unique_ptr<LineSource> lines;
     const Shell* typed = nullptr;
     if (prompt) {

@@ -15,6 +15,7 @@
 #include "tools/inscenter/FoldedText.h"
 #include "tools/inscenter/Interruption.h"
 #include "tools/inscenter/NearNames.h"
+#include "tools/inscenter/Utf8.h"
 
 namespace inscenter {
 namespace {
@@ -237,14 +238,14 @@ void Sql::execute(const std::string& statement) {
 }
 
 void Sql::save(const std::string& file) {
-    const fs::path wanted(file);
+    const fs::path wanted = pathOf(file);
     const fs::path written =
-        wanted.parent_path() / fmt::format(".{}.{:08x}", wanted.filename().string(), std::random_device()());
+        wanted.parent_path() / fmt::format(".{}.{:08x}", textOf(wanted.filename()), std::random_device()());
     sqlite3_set_authorizer(connection_.get(), nullptr, nullptr);
     std::string failure;
     try {
         const std::unique_ptr<char, void (*)(void*)> attach(
-            sqlite3_mprintf("attach %Q as written", written.string().c_str()), sqlite3_free);
+            sqlite3_mprintf("attach %Q as written", textOf(written).c_str()), sqlite3_free);
         execute(attach.get());
         // Whoever is stopped over it loses a file that nobody has seen yet; so no journal.
         execute("pragma written.journal_mode = off; begin");

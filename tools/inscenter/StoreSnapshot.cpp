@@ -1,7 +1,6 @@
 #include "tools/inscenter/StoreSnapshot.h"
 
 #include <fmt/format.h>
-#include <stdlib.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -18,11 +17,12 @@
 #include "tools/inscenter/MarketNames.h"
 #include "tools/inscenter/StoreDirectory.h"
 #include "tools/inscenter/StoreReader.h"
+#include "tools/inscenter/System.h"
+#include "tools/inscenter/Utf8.h"
 
 namespace inscenter {
 namespace {
 
-namespace fs = std::filesystem;
 namespace market = mxservice::market;
 
 constexpr std::size_t kShownDocuments = 20;  // of a database: one that is damaged throughout would fill the screen
@@ -118,12 +118,8 @@ std::vector<std::string> keyTexts(const std::string& key, const DatabaseDirector
 
 }  // namespace
 
-ScratchStore::ScratchStore() : before_(persist::CPersistService::instance()->rootPath()) {
-    std::string pattern = (fs::temp_directory_path() / "inscenter-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) {
-        throw UnreadableInput(pattern + ": cannot be made: " + std::generic_category().message(errno));
-    }
-    root_ = pattern;
+ScratchStore::ScratchStore()
+    : before_(persist::CPersistService::instance()->rootPath()), root_(makeTemporaryDirectory()) {
     persist::CPersistService::instance()->setRootPath(root_);
 }
 
@@ -132,7 +128,7 @@ ScratchStore::~ScratchStore() {
     // the temporary files.
     persist::CPersistService::instance()->setRootPath(before_);
     std::error_code ignored;
-    fs::remove_all(root_, ignored);
+    std::filesystem::remove_all(pathOf(root_), ignored);
 }
 
 void ScratchStore::close() {

@@ -1,9 +1,6 @@
 #include "tools/inscenter/Tool.h"
 
 #include <fmt/format.h>
-#include <log4cxx/consoleappender.h>
-#include <log4cxx/level.h>
-#include <log4cxx/patternlayout.h>
 
 #include <chrono>
 #include <exception>
@@ -15,14 +12,15 @@
 #include <system_error>
 
 #include "platform/persist/CPersistService.h"
-#include "platform/utils/Log.h"
 #include "platform/utils/Utils.h"
 #include "tools/inscenter/CommandLine.h"
 #include "tools/inscenter/Diff.h"
+#include "tools/inscenter/LogOutput.h"
 #include "tools/inscenter/Shell.h"
 #include "tools/inscenter/StoreSnapshot.h"
 #include "tools/inscenter/Terminal.h"
 #include "tools/inscenter/Tour.h"
+#include "tools/inscenter/Utf8.h"
 
 namespace inscenter {
 namespace {
@@ -40,7 +38,7 @@ public:
     /// From the default, so that what is in force goes back when a rules file or a day is refused: the destructor runs.
     explicit ProcessSettings(const Command& command) : ProcessSettings() {
         if (command.log) {
-            switchLogOn();
+            log_.emplace();
         }
         if (!command.rulesFile.empty()) {
             utils::CMarketRules::load(command.rulesFile);
@@ -56,11 +54,7 @@ public:
         if (storeOpen_) {
             persist::CPersistService::instance()->setRootPath("");
         }
-        if (appender_) {
-            utils::CLogCenter::setLogEnabled(false);
-            g_MXStdLogger->removeAppender(appender_);
-            g_MXStdLogger->setAdditivity(true);
-        }
+        log_.reset();
         utils::CMarketRules::reset();
         utils::setToday("");
     }
@@ -68,17 +62,7 @@ public:
     ProcessSettings& operator=(const ProcessSettings&) = delete;
 
 private:
-    void switchLogOn() {
-        const log4cxx::LayoutPtr layout(new log4cxx::PatternLayout(LOG4CXX_STR("%d{HH:mm:ss.SSS} %-5p %m%n")));
-        appender_ =
-            log4cxx::AppenderPtr(new log4cxx::ConsoleAppender(layout, log4cxx::ConsoleAppender::getSystemErr()));
-        g_MXStdLogger->addAppender(appender_);
-        g_MXStdLogger->setAdditivity(false);  // a configuration of the host's would print every line twice
-        g_MXStdLogger->setLevel(log4cxx::Level::getInfo());
-        utils::CLogCenter::setLogEnabled(true);
-    }
-
-    log4cxx::AppenderPtr appender_;
+    std::optional<LogOutput> log_;
     bool storeOpen_ = false;
 };
 
@@ -205,7 +189,7 @@ int tour(const Command& command, std::ostream& out, Console& console) {
     const ProcessSettings settings(command);
     // A directory that is not there yet is as good as an empty one.
     std::error_code ignored;
-    if (!std::filesystem::is_empty(command.store, ignored) && !ignored) {
+    if (!std::filesystem::is_empty(pathOf(command.store), ignored) && !ignored) {
         console.message(command.store + ": not empty; what earlier loads left there may show as differences");
     }
     Snapshot snapshot;

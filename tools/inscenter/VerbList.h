@@ -71,8 +71,9 @@ inline constexpr std::array kVerbs{
              "list --market SH --where 'name~银行' --where lotSize=100\n"
              "list --market SH --fields code,name --format csv",
              listInstruments, Arguments::Selection, FiledInstrument::table},
-    VerbLine{verbgroup::kInstruments, "find", "What has a code that begins so, or a name that holds it, in any market",
-             "find 银行\nfind 6000 --limit 20\nfind 'spc a26'", findText, Arguments::Text},
+    VerbLine{verbgroup::kInstruments, "find",
+             "What a code, name, pinyin, initials or ISIN may be, in any market, best first",
+             "find 银行\nfind payh --limit 20\nfind 'ping an'\nfind 'spc a26'", findText, Arguments::Text},
     VerbLine{verbgroup::kInstruments, "explain",
              "Every market that a code may mean: what it is there, its keys and hashes",
              "explain 000001\nexplain 00700 HGT00700 --format json", explainCodes, Arguments::Codes},

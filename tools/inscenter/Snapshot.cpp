@@ -76,7 +76,7 @@ Snapshot readFrom(const std::string& directory, const SnapshotReadOptions& optio
     // Before the others are named: one sentence says more than a line about each database.
     if (directory != kStandardInput && onlyOthers && looksLikeStore(directory)) {
         throw UnreadableInput(
-            fmt::format("{}: is a store, not a snapshot; the commands \"store\" look into it, and \"diff\" compares it",
+            fmt::format("{}: is a store, not a snapshot; --store in the place of --data asks it, and \"diff\" compares it",
                         directory));
     }
     report(failure.issues, console);

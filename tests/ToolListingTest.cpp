@@ -80,7 +80,8 @@ TEST_F(ToolListingTest, ListsHideNoRecordBehindAnotherAndAddUp) {
         EXPECT_THAT(out({"list", "--market", "SH"}), Not(HasSubstr("filed")));
         EXPECT_THAT(out({"find", "fund"}), AllOf(HasSubstr("fund \"<b>\""), Not(HasSubstr("filed"))));
         EXPECT_THAT(out({"find", "HK00001"}), HasSubstr("HGT     00001  CKH"));
-        EXPECT_THAT(out({"find", "etfinsts6", "--format", "csv"}), HasSubstr("SZ,600001,600001,ETF creation,,,,ETFINSTS\r\n"));
+        EXPECT_THAT(out({"find", "etfinsts6", "--format", "csv"}),
+                    HasSubstr("SZ,600001,600001,ETF creation,,,,ETFINSTS\r\n"));
         const std::vector<std::string> everything = linesOf(out({"list", "--trader-type", "4", "--jsonl"}));
         EXPECT_THAT(everything, SizeIs(10));
         EXPECT_THAT(out({"summary", "--jsonl"}),

@@ -9,6 +9,7 @@
 
 #include "tools/inscenter/FiledInstruments.h"
 #include "tools/inscenter/InstrumentKind.h"
+#include "tools/inscenter/MarketNames.h"
 #include "tools/inscenter/SoughtText.h"
 #include "tools/inscenter/Verbs.h"
 

@@ -63,7 +63,7 @@ function place() {
   tops = new Float64Array(rows.length + 1);
   for (let i = 0; i < rows.length; ++i) {
     const own = widths[rows[i]];
-    const lines = own === 0 ? 1 + withKey : Math.ceil(own / perLine) + always;
+    const lines = own === 0 ? 1 + withKey : Math.ceil(own * 0.88 / perLine) + always;
     tops[i + 1] = tops[i] + lines * lineHeight + 10;
   }
 }
@@ -349,7 +349,8 @@ async function fillOverview() {
 function fillFrame() {
   document.title = day.title;
   byId("title").textContent = visible(day.title);
-  byId("subtitle").textContent = visible(day.subtitle);
+  const old = "DecompressionStream" in window ? "" : " This browser is too old to unpack large tables.";
+  byId("subtitle").textContent = visible(day.subtitle) + old;
   const remarks = day.remarks.length > 0 ? `; ${number.format(day.remarks.length)} remarks` : "";
   document.querySelector("#sources summary").textContent = visible(day.sources[day.sources.length - 1]) + remarks;
   const lines = [...day.sources.slice(0, -1), ...day.remarks];
@@ -357,6 +358,7 @@ function fillFrame() {
   const add = (id, title, count) => {
     const tab = element("button", undefined, {type: "button", "data-id": id});
     tab.append(element("b", title), element("span", count));
+    if (count === "0") tab.className = "none";
     tab.addEventListener("click", () => go(id));
     byId("tabs").append(tab);
   };

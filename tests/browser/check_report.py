@@ -16,7 +16,7 @@ from webdriver import Browser
 
 # Texts of records, and how the page shows them.
 HOSTILE = {"</script><img src=x onerror=window.harmed=1>": None, "<b id=harmed>bold</b>": None, "<!--<script>": None,
-           "\"'&amp;\u2028x": "\"'&amp;\\u2028x", "\x1b[2J\x07": "\\x1B[2J\\x07", "a\u202egnp.exe": "a\\u202Egnp.exe",
+           "\"'&amp;\u2028x": "\"'&amp;\\x2028x", "\x1b[2J\x07": "\\x1B[2J\\x07", "a\u202egnp.exe": "a\\x202Egnp.exe",
            "mark \ufdd0\ufdd6": "mark \ufdd0\ufdd6", "=1+1": None}
 QUERIES = ["payh", "pingan", "ping an", "yinhang", "60", "sh60", "银行", "50etf", "科技 a", "a", "n", "cne", "LV", "co ltd", "2605",
            "hk 00", "科技", "yqwj87hao", "o", "c", "zz", "ag-"]

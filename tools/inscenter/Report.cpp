@@ -21,6 +21,7 @@
 #include "tools/inscenter/RecordText.h"
 #include "tools/inscenter/ReportData.h"
 #include "tools/inscenter/Spelling.h"
+#include "tools/inscenter/Utf8.h"
 #include "tools/inscenter/Verbs.h"
 #include "tools/inscenter/report/ReportPage.h"
 
@@ -285,7 +286,7 @@ void writeReport(Session& session, const Query& query) {
     std::string html = kReportPage;
     boost::replace_first(html, "%DATA%", std::move(data).finish());
     errno = 0;
-    std::ofstream file(query.page, std::ios::binary);
+    std::ofstream file(pathOf(query.page), std::ios::binary);
     file << html;
     file.close();  // what the system has kept back may be refused only now
     requireWritten(file, query.page);

@@ -18,10 +18,7 @@ function element(tag, text, attributes) {
 
 // Signs that would steer what is written around them, or cannot be seen, by their numbers: as the tool writes them.
 const visible = (text) => text.replace(/[\0-\x1f\x7f-\x9f\u061c\u200b-\u200f\u2028-\u202e\u2060-\u2069\ufeff]/g,
-    (sign) => {
-      const code = sign.charCodeAt(0).toString(16).toUpperCase();
-      return code.length < 3 ? `\\x${code.padStart(2, "0")}` : `\\u${code.padStart(4, "0")}`;
-    });
+    (sign) => `\\x${sign.charCodeAt(0).toString(16).toUpperCase().padStart(2, "0")}`);
 const shownCell = (cell) => (typeof cell === "number" ? number.format(cell) : visible(cellText(cell)));
 
 // How wide a text gets, rather too wide than too narrow: fonts differ.

@@ -103,8 +103,17 @@ ReportTable byKey(ReportTable table, const Map& kept) {
         textColumn("name", "display name", [records](std::size_t row) { return nameOf(*(*records)[row]); }));
     table.listed.push_back(textColumn("key", "the key under which the center keeps the record",
                                       [keys](std::size_t row) { return (*keys)[row]; }));
+    // A name or key that is a field of the class, too, stands in the list once.
+    const auto repeats = [&](const Field& field) {
+        std::size_t row = 0;
+        return field.kind() == mxservice::FieldKind::Text &&
+               std::all_of(records->begin(), records->end(), [&](const RecordPtr& record) {
+                   const auto& text = field.in<std::string>(*record);
+                   return text == (*keys)[row++] || text == nameOf(*record);
+               });
+    };
     for (const Field* const field : Output::usualFields(*records)) {
-        if (field->name() != "name") {
+        if (!repeats(*field)) {
             table.listed.push_back(fieldColumn(*field, records));
         }
     }

@@ -40,10 +40,10 @@ function measure(table) {
   table.nameWidths = new Uint16Array(table.length);
   for (let row = 0; row < table.length; ++row) table.nameWidths[row] = widthOf(table.shown[0].text(row));
   table.widths = table.shown.map((column) => {
-    const long = /^(note|englishName|industry|issuer|manager)$/.test(column.name);
+    const long = /^(englishName|industry|issuer|manager|old|new)$/.test(column.name);
     let widest = widthOf(column.name) + 24;
     for (const value of column.values) widest = Math.max(widest, widthOf(cellText(value)));
-    return Math.min(widest, isCode(column) ? 160 : long ? 380 : 720) + 26;
+    return Math.min(widest, isCode(column) ? 160 : long ? 300 : 720) + 26;
   });
 }
 

@@ -113,7 +113,8 @@ class Finder {
   }
 
   finish() {
-    while (!this.making.next().done) {} // eslint-disable-line no-empty
+    let step = this.making.next();
+    while (!step.done) step = this.making.next();
   }
 
   // The rank of each row that has the text, by SoughtText's numbers.

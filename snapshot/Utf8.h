@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <filesystem>
 #include <string>
 #include <string_view>
 
@@ -23,7 +24,7 @@ CodePoint decodeUtf8(std::string_view text);
 
 bool isUtf8(std::string_view text);
 
-/// Whether a terminal may take the character for a command.
+/// Whether a terminal may take the character for a command, also for one to turn the direction of writing.
 bool isControl(char32_t value);
 
 /// Appends `text` with every offending byte replaced.
@@ -31,5 +32,10 @@ void appendUtf8(std::string& out, std::string_view text);
 
 /// The text as it may be written to a terminal: offending bytes replaced, control characters as "\x1B".
 std::string printable(std::string_view text);
+
+/// A path from the UTF-8 in which hosts and users write it, and back. Left to the standard library, narrow letters of a
+/// path are what the system takes them for, which on Windows is no UTF-8.
+std::filesystem::path pathOf(const std::string& utf8);
+std::string textOf(const std::filesystem::path& path);
 
 }  // namespace mxservice::snapshot

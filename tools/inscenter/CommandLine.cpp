@@ -74,6 +74,7 @@ public:
         formatter->label("TEXT", "");
         formatter->column_width(kNameColumns);
         app_.formatter(formatter);
+        app_.allow_windows_style_options(false);  // the library's default there, to which a path like /day is an option
         app_.fallthrough();  // global options may stand behind the command; inherited by commands added from here on
         app_.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::Throw);
         app_.failure_message([place](const CLI::App* app, const CLI::Error& error) {
@@ -169,6 +170,7 @@ private:
         }
         sub->callback([this, &verb] {
             command_.verb = verb.verb;
+            command_.asksRecords = asksRecords(verb.arguments);
             if (verb.listed != nullptr) {
                 select(verb.listed());
             }
@@ -210,11 +212,64 @@ private:
                 }
                 break;
             }
+            case Arguments::Statements:
+                sub->add_option("STATEMENTS", command_.query.text, "Separated by semicolons; - for standard input")
+                    ->required();
+                addOld(*sub);
+                break;
+            case Arguments::Export:
+                addExport(*sub);
+                break;
+            case Arguments::Rules:
+                addRules(*sub);
+                break;
             case Arguments::Group:
                 sub->add_option("--group", command_.query.group, "Plans of this group only; -1 for all")
                     ->type_name("NUMBER");
                 break;
         }
+    }
+
+    void addOld(CLI::App& app) {
+        if (place_ == Place::CommandLine) {  // at a prompt the days are read already
+            app.add_option("--old", command_.query.against, "Snapshot or store of another day, as the schema \"old\"")
+                ->type_name("OLD");
+        }
+    }
+
+    void addExport(CLI::App& app) {
+        ExportQuery& query = command_.query.exported;
+        CLI::Option* const sqlite = app.add_option("--sqlite", query.sqlite, "A database file")->type_name("FILE");
+        CLI::Option* const csv =
+            app.add_option("--csv", query.csv, "A directory; baskets also flat, in components.csv")->type_name("DIR");
+        CLI::Option* const ndjson = app.add_option("--ndjson", query.ndjson, "A directory")->type_name("DIR");
+        sqlite->excludes(csv)->excludes(ndjson);
+        csv->excludes(ndjson);
+        app.add_flag("--zeros", query.zeros, "Numbers that are zero, too; a database always has them");
+        app.add_flag("--bom", query.byteOrderMark, "A byte-order mark, by which spreadsheets know UTF-8")
+            ->excludes(sqlite);
+        app.callback([this, sqlite, csv, ndjson] {
+            command_.verb = exportDay;
+            command_.asksRecords = true;
+            if (sqlite->empty() && csv->empty() && ndjson->empty()) {
+                throw CLI::RequiredError("--sqlite, --csv or --ndjson");
+            }
+        });
+    }
+
+    void addRules(CLI::App& app) {
+        CheckQuery& query = command_.query.check;
+        const auto add = [&app](const char* name, std::vector<std::string>& rules, const char* about) {
+            app.add_option(name, rules, about)
+                ->type_name("RULE")
+                ->delimiter(',')
+                ->check(CLI::IsMember(checkRules()).description(""))
+                ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        };
+        add("--rule", query.rules, "Only this rule; may be repeated");
+        add("--no-rule", query.without, "All rules but this; may be repeated");
+        app.add_flag("--show-sql", query.showSql, "The rules as statements for sql, instead of what they find");
+        addLimit(app, command_.query.limit);
     }
 
     CLI::Option* addMarkets(CLI::App& app, const char* about) {
@@ -305,6 +360,7 @@ private:
                 ->group(verbgroup::kInstruments);
         sub->footer(exampleLines("inscenter --data day ", "shell\nshell < questions.txt"));
         sub->callback([this] { command_.task = Task::Shell; });
+        addOld(*sub);
     }
 
     void addTour() {
@@ -330,6 +386,7 @@ private:
             ->required();
         sub->add_option("NEW", command_.diff.after, "The same for the later day")->required();
         sub->add_option("--ignore", command_.diff.ignored, "Fields that make no change")->type_name("A,B,C");
+        sub->add_flag("--exit-code", command_.diff.exitCode, "End with 1 where there is a difference");
     }
 
     void addGenerate() {
@@ -374,8 +431,8 @@ std::string contradiction(const Command& command) {
                : twice ? "standard input can be only one of the two days"
                        : "";
     }
-    if (command.data.empty()) {
-        return "--data DIR is required";
+    if (command.data.empty() && (command.store.empty() || command.task == Task::Tour)) {
+        return command.task == Task::Tour ? "--data DIR is required" : "--data DIR or --store DIR is required";
     }
     if (command.task == Task::Tour) {
         return command.store.empty() ? "--store DIR is required, for the persisted center" : "";
@@ -432,7 +489,7 @@ std::optional<Command> parseCommand(int argc, const char* const* argv, std::ostr
     const bool oneCenter = command.task == Task::Ask || command.task == Task::Shell;
     // Noted, not refused: a script may ask both centers with one list of arguments. Cleared, so that no directory is
     // made that nobody fills.
-    if (oneCenter && command.center == CenterKind::Server && !command.store.empty()) {
+    if (oneCenter && command.center == CenterKind::Server && !command.data.empty() && !command.store.empty()) {
         err << "inscenter: the in-memory center does not use --store; --center client does\n";
         command.store.clear();
     }

@@ -28,7 +28,8 @@ struct Command {
     std::string today;      ///< YYYYMMDD; empty: the records' trading day, else the clock's day
     bool log = false;
 
-    Verb verb = nullptr;  ///< of Task::Ask
+    Verb verb = nullptr;       ///< of Task::Ask
+    bool asksRecords = false;  ///< of a verb that needs no center
     Query query;
     StoreVerb storeVerb = nullptr;  ///< of Task::Store
     StoreQuery storeQuery;

@@ -16,6 +16,7 @@
 #include "tools/inscenter/FiledInstruments.h"
 #include "tools/inscenter/MarketNames.h"
 #include "tools/inscenter/RecordText.h"
+#include "tools/inscenter/Utf8.h"
 #include "tools/inscenter/Verbs.h"
 #include "tools/inscenter/report/ReportPage.h"
 
@@ -237,7 +238,7 @@ void writeReport(Session& session, const Query& query) {
     // Whole before the file is touched: until then a page of that name stays as it was.
     const std::string html = std::move(page).finish();
     errno = 0;
-    std::ofstream file(query.page, std::ios::binary);
+    std::ofstream file(pathOf(query.page), std::ios::binary);
     file << html;
     file.close();  // what the system has kept back may be refused only now
     requireWritten(file, query.page);

@@ -1,7 +1,5 @@
 #include "tools/inscenter/Shell.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <exception>
@@ -15,8 +13,10 @@
 #include "tools/inscenter/Prompt.h"
 #include "tools/inscenter/RecordText.h"
 #include "tools/inscenter/ShellWords.h"
+#include "tools/inscenter/System.h"
 #include "tools/inscenter/Terminal.h"
 #include "tools/inscenter/TextTable.h"
+#include "tools/inscenter/Utf8.h"
 #include "tools/inscenter/VerbList.h"
 
 namespace inscenter {
@@ -93,7 +93,7 @@ private:
     /// The file is touched once the line makes sense, so that a slip of the pen does not empty it.
     int answerInto(const std::string& name, bool append, const Command& command) {
         errno = 0;
-        std::ofstream file(name, std::ios::binary | (append ? std::ios::app : std::ios::trunc));
+        std::ofstream file(pathOf(name), std::ios::binary | (append ? std::ios::app : std::ios::trunc));
         requireWritten(file, name);
         const int code = answer(command, file);
         file.close();
@@ -222,7 +222,7 @@ int runShell(const Command& settings, mxservice::IInstrumentCenter& center, cons
              Console& console, std::ostream& err) {
     Shell shell(settings, center, day, out, console, err);
     // Both: with either end in a pipe a prompt would stand among the answers, or wait for keys that nobody types.
-    const bool prompt = isatty(STDIN_FILENO) == 1 && isTerminal(out);
+    const bool prompt = terminalOf(Standard::Input) && isTerminal(out);
     std::unique_ptr<LineSource> lines;
     if (prompt) {
         const std::size_t columns = screenOf(out).columns;

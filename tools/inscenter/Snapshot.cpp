@@ -4,11 +4,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <iostream>
 #include <system_error>
 #include <vector>
 
 #include "tools/inscenter/StoreDirectory.h"
+#include "tools/inscenter/Utf8.h"
 
 namespace inscenter {
 namespace {
@@ -53,21 +55,21 @@ void report(const std::vector<SnapshotIssue>& issues, Console& console) {
     }
 }
 
-Snapshot readFrom(const std::filesystem::path& directory, const SnapshotReadOptions& options) {
+Snapshot readFrom(const std::string& directory, const SnapshotReadOptions& options) {
     if (directory == kStandardInput) {
         std::istream input(std::cin.rdbuf());  // with states of its own
         return Snapshot::read(input, options);
     }
     // One file is a day to the library; to the tool it is a slip of the fingers, as it is with stores.
-    if (std::error_code ignored; std::filesystem::is_regular_file(directory, ignored)) {
-        throw SnapshotUnreadable(fmt::format("{}: cannot be read: {}", directory.string(),
+    if (std::error_code ignored; std::filesystem::is_regular_file(pathOf(directory), ignored)) {
+        throw SnapshotUnreadable(fmt::format("{}: cannot be read: {}", directory,
                                              std::make_error_code(std::errc::not_a_directory).message()),
                                  {});
     }
-    return Snapshot::read(directory.string(), options);
+    return Snapshot::read(directory, options);
 }
 
-[[noreturn]] void giveUp(const std::filesystem::path& directory, const SnapshotUnreadable& failure, Console& console) {
+[[noreturn]] void giveUp(const std::string& directory, const SnapshotUnreadable& failure, Console& console) {
     const bool onlyOthers = std::all_of(failure.issues.begin(), failure.issues.end(), [](const SnapshotIssue& issue) {
         return issue.kind == SnapshotIssueKind::FileSkipped;
     });
@@ -75,7 +77,7 @@ Snapshot readFrom(const std::filesystem::path& directory, const SnapshotReadOpti
     if (directory != kStandardInput && onlyOthers && looksLikeStore(directory)) {
         throw UnreadableInput(
             fmt::format("{}: is a store, not a snapshot; the commands \"store\" look into it, and \"diff\" compares it",
-                        directory.string()));
+                        directory));
     }
     report(failure.issues, console);
     throw UnreadableInput(directory == kStandardInput ? "standard input holds no record" : failure.what());
@@ -83,8 +85,8 @@ Snapshot readFrom(const std::filesystem::path& directory, const SnapshotReadOpti
 
 }  // namespace
 
-std::string snapshotName(const std::filesystem::path& path) {
-    return path == kStandardInput ? "standard input" : path.string();
+std::string snapshotName(const std::string& path) {
+    return path == kStandardInput ? "standard input" : path;
 }
 
 std::string tradingDayOf(const Snapshot& snapshot) {
@@ -101,7 +103,7 @@ std::string tradingDayOf(const Snapshot& snapshot) {
     return agreed ? day : std::string();
 }
 
-ReadReport readSnapshot(const std::filesystem::path& directory, Snapshot& snapshot, Console& console) {
+ReadReport readSnapshot(const std::string& directory, Snapshot& snapshot, Console& console) {
     const auto began = std::chrono::steady_clock::now();
     SnapshotReadOptions options;
     options.name = snapshotName(directory);

@@ -1,0 +1,54 @@
+#pragma once
+
+// How texts and records cross between the two languages, for every unit of the module alike.
+
+#include <pybind11/pybind11.h>
+
+#include <boost/shared_ptr.hpp>
+#include <string>
+#include <type_traits>
+
+#include "src/RecordObject.h"
+#include "src/Values.h"
+
+namespace pybind11::detail {
+
+/// In place of pybind11's own, which refuses bytes that are not UTF-8.
+template <>
+class type_caster<std::string> {
+public:
+    PYBIND11_TYPE_CASTER(std::string, const_name("str"));
+    bool load(handle source, bool) { return binding::readText(source.ptr(), value); }
+    static handle cast(const std::string& text, return_value_policy, handle) {
+        PyObject* const object = binding::textObject(text);
+        if (object == nullptr) {
+            throw error_already_set();
+        }
+        return object;
+    }
+};
+
+/// Records are shared by both languages: neither changes one (see ownCopy for what loads do). None is no record.
+template <class Record>
+class type_caster<boost::shared_ptr<Record>, enable_if_t<std::is_base_of_v<mxservice::IData, Record>>> {
+public:
+    PYBIND11_TYPE_CASTER(boost::shared_ptr<Record>, const_name("Record"));
+    bool load(handle source, bool) {
+        const auto* const record = binding::recordIn(source.ptr());
+        value = record == nullptr
+                    ? nullptr
+                    : boost::dynamic_pointer_cast<Record>(boost::const_pointer_cast<mxservice::IData>(*record));
+        return value != nullptr;
+    }
+    static handle cast(boost::shared_ptr<Record> record, return_value_policy, handle) {
+        PyObject* const object = binding::recordObject(std::move(record));
+        if (object == nullptr) {
+            throw error_already_set();
+        }
+        return object;
+    }
+};
+
+}  // namespace pybind11::detail
+
+#include <pybind11/stl.h>

@@ -1,0 +1,224 @@
+#include "src/Changes.h"
+
+#include <optional>
+#include <set>
+#include <unordered_map>
+
+#include "base/instrumentcenter/CatalogueChange.h"
+#include "src/Casters.h"
+#include "src/Day.h"
+#include "src/Interpreter.h"
+
+namespace binding {
+namespace {
+
+using mxservice::CatalogueChange;
+using mxservice::IData;
+
+bool ending = false;  // the interpreter; guarded by its lock
+
+/// A subscription as Python has it. The center's end of it knows `callback` alone, and looks at it under the
+/// interpreter's lock: so nothing of Python's is destroyed on whatever thread lets go of the center's end last.
+class PythonSubscription {
+public:
+    PythonSubscription(Center& center, py::function callback) : callback_(std::make_shared<Callback>()) {
+        callback_->function = std::move(callback);
+        {
+            const Released released;
+            subscription_ =
+                center.subscribe([callback = callback_](const CatalogueChange& change) { tell(*callback, change); });
+        }
+        all().insert(this);
+    }
+
+    ~PythonSubscription() { close(); }
+
+    PythonSubscription(const PythonSubscription&) = delete;
+    PythonSubscription& operator=(const PythonSubscription&) = delete;
+
+    /// A call that another thread is in the middle of wants the interpreter's lock to get to its end.
+    void close() {
+        all().erase(this);
+        auto former = std::exchange(subscription_, std::nullopt);
+        {
+            const Released released;
+            former.reset();
+        }
+        callback_->function = py::none();
+    }
+
+    bool active() const { return subscription_.has_value(); }
+
+    /// Those that are open, for the end of the interpreter. Guarded by the interpreter's lock.
+    static std::set<PythonSubscription*>& all() {
+        static auto& open = *new std::set<PythonSubscription*>();
+        return open;
+    }
+
+private:
+    struct Callback {
+        py::object function;                 // None once it was closed
+        ~Callback() { function.release(); }  // None by then, which nobody counts
+    };
+
+    static void tell(const Callback& callback, const CatalogueChange& change) {
+        const Held held;
+        if (!held) {
+            return;
+        }
+        // Its own reference: the callback may close its subscription.
+        const py::object function = callback.function;
+        if (function.is_none()) {
+            return;
+        }
+        try {
+            function(change);
+        } catch (py::error_already_set& error) {
+            // The load goes on, whatever a subscriber thinks of it.
+            error.discard_as_unraisable(function);
+        }
+    }
+
+    std::shared_ptr<Callback> callback_;
+    std::optional<mxservice::Subscription> subscription_;
+};
+
+/// The record of each key; of several the last.
+std::unordered_map<std::string, boost::shared_ptr<IData>> byKey(const std::vector<boost::shared_ptr<IData>>& records) {
+    std::unordered_map<std::string, boost::shared_ptr<IData>> map;
+    map.reserve(records.size());
+    for (const auto& record : records) {
+        map.insert_or_assign(record->getKey(), record);
+    }
+    return map;
+}
+
+/// What became of one key.
+struct Difference {
+    std::string key;
+    boost::shared_ptr<IData> before;
+    boost::shared_ptr<IData> after;
+    std::vector<std::string> fields;  // where both are there
+};
+
+std::vector<Difference> differences(const Day& older, const Day& newer, mxservice::SnapshotCatalogue catalogue) {
+    const auto former = byKey(older.snapshot.records(catalogue));
+    const auto latter = byKey(newer.snapshot.records(catalogue));
+    std::vector<Difference> found;
+    for (const auto& [key, before] : former) {
+        const auto after = latter.find(key);
+        if (after == latter.end()) {
+            found.push_back({key, before, nullptr, {}});
+        } else if (auto fields = mxservice::changedFields(*before, *after->second); !fields.empty()) {
+            found.push_back({key, before, after->second, std::move(fields)});
+        }
+    }
+    for (const auto& [key, after] : latter) {
+        if (former.count(key) == 0) {
+            found.push_back({key, nullptr, after, {}});
+        }
+    }
+    std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.key < b.key; });
+    return found;
+}
+
+py::object fieldValue(const std::string& name, const IData& record) {
+    return py::reinterpret_steal<py::object>(
+        fieldObject(fieldNamed(record.recordType(), name, PyExc_ValueError), record));
+}
+
+py::object diff(const Day& older, const Day& newer, const std::string& catalogue, const std::set<std::string>& ignore) {
+    std::vector<Difference> found;
+    {
+        const auto number = catalogueNamed(catalogue);
+        const Released released;
+        found = differences(older, newer, number);
+    }
+    py::list keys;
+    py::list fields;
+    py::list before;
+    py::list after;
+    const auto add = [&](const std::string& key, py::object field, py::object from, py::object to) {
+        keys.append(key);
+        fields.append(std::move(field));
+        before.append(std::move(from));
+        after.append(std::move(to));
+    };
+    for (const Difference& one : found) {
+        if (!one.before || !one.after) {
+            add(one.key, py::none(), py::cast(one.before), py::cast(one.after));
+        }
+        for (const std::string& field : one.fields) {
+            if (ignore.count(field) == 0) {
+                add(one.key, py::cast(field), fieldValue(field, *one.before), fieldValue(field, *one.after));
+            }
+        }
+    }
+    py::dict columns;
+    columns["key"] = keys;
+    columns["field"] = fields;
+    columns["old"] = before;
+    columns["new"] = after;
+    return py::module_::import("pandas").attr("DataFrame")(columns, py::arg("dtype") = "object");
+}
+
+}  // namespace
+
+void addSubscribe(py::module_& module, py::class_<Center, Catalogue, std::shared_ptr<Center>>& center) {
+    py::class_<CatalogueChange>(module, "Change", "What one load or update has changed in a center.")
+        .def_readonly("version", &CatalogueChange::version, "That readers have by then, or a later one.")
+        .def_readonly("markets", &CatalogueChange::markets, "Whose listings were brought, changed or not.")
+        .def_readonly("catalogues", &CatalogueChange::catalogues, "Other catalogues that were brought.")
+        .def_property_readonly(
+            "instruments",
+            [](const CatalogueChange& change) {
+                py::list items;
+                for (const auto& item : change.instruments) {
+                    items.append(py::make_tuple(item.before, item.after));
+                }
+                return items;
+            },
+            "Pairs of the record before and after; None before: added, None after: removed.");
+    py::class_<PythonSubscription>(module, "Subscription",
+                                   "A subscription, which ends with close(), the end of a with block, or this object.")
+        .def("close", &PythonSubscription::close,
+             "Ends it; waits for a call that another thread is in. Closing twice is closing once.")
+        .def_property_readonly("active", &PythonSubscription::active, "Whether it was not closed yet.")
+        .def("__enter__", [](py::object self) { return self; })
+        .def("__exit__", [](PythonSubscription& self, const py::args&) { self.close(); });
+    center.def(
+        "subscribe",
+        [](Center& self, py::function callback) {
+            if (ending) {
+                throw std::runtime_error("the interpreter is at its end");
+            }
+            return std::make_unique<PythonSubscription>(self, std::move(callback));
+        },
+        "Calls `callback(change)` after each load or update, on a thread that is loading. What it raises goes to "
+        "sys.unraisablehook, and the load goes on. Keep the subscription that is returned.",
+        py::arg("callback"));
+}
+
+void addDiff(py::module_& module) {
+    module.def(
+        "diff", diff,
+        "What changed from one day to another: a pandas.DataFrame of key, field, old and new. A record that came "
+        "or went has one row without a field, and stands itself under new or old.",
+        py::arg("old"), py::arg("new"), py::arg("catalogue") = "instruments",
+        py::arg("ignore") = std::set<std::string>());
+    module.def(
+        "changed_fields",
+        [](const boost::shared_ptr<IData>& before, const boost::shared_ptr<IData>& after) {
+            return mxservice::changedFields(*before, *after);
+        },
+        "The names of the fields in which two records of a class differ.", py::arg("before"), py::arg("after"));
+}
+
+void endSubscriptions() {
+    ending = true;
+    while (!PythonSubscription::all().empty()) {
+        (*PythonSubscription::all().begin())->close();
+    }
+}
+
+}  // namespace binding

@@ -1,0 +1,268 @@
+#include "src/Day.h"
+
+#include <array>
+#include <filesystem>
+#include <optional>
+#include <system_error>
+
+#include "platform/record/Records.h"
+#include "src/Casters.h"
+#include "src/Interpreter.h"
+
+namespace binding {
+namespace {
+
+using mxservice::Snapshot;
+using mxservice::SnapshotCatalogue;
+using mxservice::SnapshotFormat;
+using mxservice::SnapshotIssue;
+using mxservice::SnapshotPacking;
+using mxservice::SnapshotReadOptions;
+
+constexpr std::array<const char*, 6> kIssueKinds{"line_skipped",    "file_skipped", "number_cut",
+                                                 "record_replaced", "key_unknown",  "file_changed"};
+
+SnapshotFormat formatNamed(const std::string& name) {
+    if (name != "ndjson" && name != "csv") {
+        throw py::value_error("a format is \"ndjson\" or \"csv\"");
+    }
+    return name == "csv" ? SnapshotFormat::Csv : SnapshotFormat::Ndjson;
+}
+
+SnapshotPacking packingNamed(const py::object& name) {
+    if (name.is_none()) {
+        return SnapshotPacking::None;
+    }
+    const auto text = name.cast<std::string>();
+    if (text != "gzip" && text != "zstd") {
+        throw py::value_error("a packing is \"gzip\", \"zstd\" or None");
+    }
+    return text == "gzip" ? SnapshotPacking::Gzip : SnapshotPacking::Zstd;
+}
+
+/// Raises what Python raises for a path that is not there.
+void expectThere(const std::string& path, const py::object& shown) {
+    std::error_code error;
+    if (!std::filesystem::exists(path, error)) {
+        const int number = error ? error.value() : ENOENT;
+        PyErr_SetObject(PyExc_OSError, py::make_tuple(number, std::generic_category().message(number), shown).ptr());
+        throw py::error_already_set();
+    }
+}
+
+Snapshot readBytes(py::handle source, const SnapshotReadOptions& options) {
+    Py_buffer buffer;
+    if (PyObject_GetBuffer(source.ptr(), &buffer, PyBUF_SIMPLE) != 0) {
+        throw py::error_already_set();
+    }
+    const std::unique_ptr<Py_buffer, void (*)(Py_buffer*)> kept(&buffer, PyBuffer_Release);
+    const Released released;
+    return Snapshot::read(static_cast<const char*>(buffer.buf), static_cast<std::size_t>(buffer.len), options);
+}
+
+void warnOfSkipped(const Snapshot& snapshot) {
+    if (snapshot.skippedLines == 0 && snapshot.skippedFiles == 0) {
+        return;
+    }
+    std::string text = std::to_string(snapshot.skippedLines) + " lines and " + std::to_string(snapshot.skippedFiles) +
+                       " files skipped, see Day.issues";
+    for (const SnapshotIssue& issue : snapshot.issues) {
+        if (issue.kind == mxservice::SnapshotIssueKind::LineSkipped ||
+            issue.kind == mxservice::SnapshotIssueKind::FileSkipped) {
+            text += "; first: " + issue.file + (issue.line > 0 ? ":" + std::to_string(issue.line) : "") + ": " +
+                    (issue.field.empty() ? "" : issue.field + ": ") + issue.reason;
+            break;
+        }
+    }
+    const py::object category = py::module_::import("inscenter._native").attr("SnapshotWarning");
+    if (PyErr_WarnEx(category.ptr(), text.c_str(), 1) != 0) {
+        throw py::error_already_set();
+    }
+}
+
+SnapshotReadOptions optionsOf(const std::optional<std::string>& catalogue, const std::optional<std::string>& format,
+                              unsigned threads) {
+    SnapshotReadOptions options;
+    if (catalogue) {
+        options.catalogue = catalogueNamed(*catalogue);
+    }
+    if (format) {
+        options.format = formatNamed(*format);
+    }
+    options.threads = threads;
+    return options;
+}
+
+/// The catalogue of a record's class. Throws TypeError where there is none.
+SnapshotCatalogue catalogueOf(const mxservice::IData& record) {
+    for (std::size_t i = 0; i < mxservice::kSnapshotCatalogues; ++i) {
+        const auto catalogue = static_cast<SnapshotCatalogue>(i);
+        if (&classOf(catalogue) == &record.recordType()) {
+            return catalogue;
+        }
+    }
+    throw py::type_error(std::string(recordName(record.recordType())) + " is no record of a day's catalogue");
+}
+
+Day dayOf(const py::iterable& records) {
+    Day day;
+    for (const py::handle object : records) {
+        const auto record = object.cast<boost::shared_ptr<mxservice::IData>>();
+        if (!record) {
+            throw py::type_error("records expected");
+        }
+        day.snapshot.add(catalogueOf(*record), record);
+    }
+    return day;
+}
+
+py::list recordsOf(const Day& day, const std::string& catalogue) {
+    py::list records;
+    for (const auto& record : day.snapshot.records(catalogueNamed(catalogue))) {
+        records.append(py::cast(record));
+    }
+    return records;
+}
+
+py::dict counts(const Day& day) {
+    py::dict counts;
+    for (std::size_t i = 0; i < mxservice::kSnapshotCatalogues; ++i) {
+        const auto catalogue = static_cast<SnapshotCatalogue>(i);
+        counts[mxservice::catalogueName(catalogue)] = day.snapshot.records(catalogue).size();
+    }
+    return counts;
+}
+
+void addIssue(py::module_& module) {
+    py::class_<SnapshotIssue>(module, "Issue", "Something that reading has met.")
+        .def_readonly("file", &SnapshotIssue::file, "The file, as its path was given.")
+        .def_readonly("line", &SnapshotIssue::line, "From 1; 0: the file as a whole.")
+        .def_readonly("field", &SnapshotIssue::field, "Empty where no field is at fault.")
+        .def_readonly("reason", &SnapshotIssue::reason, "For people.")
+        .def_readonly("count", &SnapshotIssue::count, "How many it stands for.")
+        .def_property_readonly(
+            "kind", [](const SnapshotIssue& issue) { return kIssueKinds.at(static_cast<std::size_t>(issue.kind)); },
+            "What it is about: \"line_skipped\" and \"file_skipped\" cost records, the others do not.")
+        .def("__repr__", [](const SnapshotIssue& issue) {
+            return "<Issue " + issue.file + ":" + std::to_string(issue.line) + " " + issue.field + " " + issue.reason +
+                   ">";
+        });
+}
+
+}  // namespace
+
+Day Day::open(const py::object& source, const SnapshotReadOptions& options) {
+    Day day;
+    if (PyObject_CheckBuffer(source.ptr()) != 0) {
+        day.snapshot = readBytes(source, options);
+    } else if (py::hasattr(source, "read")) {
+        day.snapshot = readBytes(source.attr("read")(), options);
+    } else {
+        const auto path = py::module_::import("os").attr("fsdecode")(source).cast<std::string>();
+        expectThere(path, source);
+        const Released released;
+        day.snapshot = Snapshot::read(path, options);
+    }
+    warnOfSkipped(day.snapshot);
+    return day;
+}
+
+Table Day::table(const std::string& catalogue, const py::object& fields) const {
+    const auto records = snapshot.records(catalogueNamed(catalogue));
+    return {classOf(catalogueNamed(catalogue)), Table::Records(records.begin(), records.end()), fields};
+}
+
+void loadCopy(Center& center, const Day& day) {
+    const Released released;
+    day.snapshot.copy().loadInto(center.operations());
+}
+
+SnapshotCatalogue catalogueNamed(const std::string& name) {
+    for (std::size_t i = 0; i < mxservice::kSnapshotCatalogues; ++i) {
+        if (name == mxservice::catalogueName(static_cast<SnapshotCatalogue>(i))) {
+            return static_cast<SnapshotCatalogue>(i);
+        }
+    }
+    throw py::value_error("no catalogue " + name);
+}
+
+const mxservice::RecordType& classOf(SnapshotCatalogue catalogue) {
+    using namespace mxservice;
+    static const std::array<const RecordType*, kSnapshotCatalogues> classes{&CInstrumentDetail::table(),
+                                                                            &CETFDetail::table(),
+                                                                            &CBondInfoDetail::table(),
+                                                                            &CTenderBondInfoDetail::table(),
+                                                                            &CCounterpartyDetail::table(),
+                                                                            &COTCFundPlanInfo::table(),
+                                                                            &COTCSecuritiesIssuanceInfo::table(),
+                                                                            &COTCStockEnquiryPriceSetting::table()};
+    return *classes.at(static_cast<std::size_t>(catalogue));
+}
+
+void addDay(py::module_& module) {
+    addIssue(module);
+    const auto named = py::arg("catalogue") = "instruments";
+    const auto fields = py::arg("fields") = py::none();
+    py::class_<Day>(module, "Day", "A day's records of all catalogues.")
+        .def(py::init(&dayOf), "Of records of any catalogue.", py::arg("records") = py::tuple())
+        .def_static(
+            "open",
+            [](const py::object& source, const std::optional<std::string>& catalogue,
+               const std::optional<std::string>& format,
+               unsigned threads) { return Day::open(source, optionsOf(catalogue, format, threads)); },
+            "Reads a day: a directory, a file, bytes, or an open binary file, packed with gzip or zstd or not. "
+            "`catalogue` and `format` are for what no file name tells. Warns (SnapshotWarning) of skipped lines.",
+            py::arg("source"), py::arg("catalogue") = py::none(), py::arg("format") = py::none(),
+            py::arg("threads") = 0)
+        .def("records", recordsOf, "The records of one catalogue.", named)
+        .def("table", &Day::table, "One catalogue as columns.", named, fields)
+        .def(
+            "frame",
+            [](const Day& day, const std::string& catalogue, const py::object& names, const std::string& dates) {
+                return day.table(catalogue, names).frame(dates);
+            },
+            "One catalogue as a pandas.DataFrame; see Table.frame.", named, fields, py::arg("dates") = "date")
+        .def(
+            "columns",
+            [](const Day& day, const std::string& catalogue, const py::object& names) {
+                return day.table(catalogue, names).columns();
+            },
+            "One catalogue as numpy arrays; see Table.columns.", named, fields)
+        .def(
+            "baskets",
+            [](const Day& day) {
+                const auto funds = day.snapshot.records(SnapshotCatalogue::Etfs);
+                return basketFrame(Table::Records(funds.begin(), funds.end()));
+            },
+            "Every component of the funds' baskets as a pandas.DataFrame, a row each, with its fund's market and code.")
+        .def(
+            "__arrow_c_stream__",
+            [](const Day& day, const py::object& schema) {
+                return day.table("instruments", py::none()).arrowStream(schema);
+            },
+            "The instruments, for who takes Arrow's C data interface.", py::arg("requested_schema") = py::none())
+        .def(
+            "write",
+            [](const Day& day, const py::object& directory, const std::string& format, const py::object& packing) {
+                const auto path = py::module_::import("os").attr("fsdecode")(directory).cast<std::string>();
+                const SnapshotFormat form = formatNamed(format);
+                const SnapshotPacking packed = packingNamed(packing);
+                const Released released;
+                day.snapshot.write(path, form, packed);
+            },
+            "Writes all catalogues into a directory, as \"ndjson\" or \"csv\", packed with \"gzip\", \"zstd\" or not.",
+            py::arg("directory"), py::arg("format") = "ndjson", py::arg("packing") = py::none())
+        .def_property_readonly("counts", counts, "How many records each catalogue has.")
+        .def_property_readonly(
+            "markets", [](const Day& day) { return day.snapshot.markets(); },
+            "The markets that the instruments name, as init_instruments takes them.")
+        .def_property_readonly(
+            "issues", [](const Day& day) { return day.snapshot.issues; }, "What reading has met.")
+        .def_property_readonly(
+            "skipped_lines", [](const Day& day) { return day.snapshot.skippedLines; }, "Lines that made no record.")
+        .def_property_readonly(
+            "skipped_files", [](const Day& day) { return day.snapshot.skippedFiles; },
+            "Files passed over or given up.");
+}
+
+}  // namespace binding

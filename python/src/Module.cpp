@@ -1,0 +1,73 @@
+// The extension module inscenter._native: what it is made of, in the order in which one part needs the other.
+
+#include "base/instrumentcenter/Version.h"
+#include "platform/utils/Calendar.h"
+#include "platform/utils/Hash.h"
+#include "platform/utils/MarketRules.h"
+#include "src/Casters.h"
+#include "src/Catalogue.h"
+#include "src/Changes.h"
+#include "src/Day.h"
+#include "src/Interpreter.h"
+#include "src/Store.h"
+#include "src/Table.h"
+
+namespace {
+
+namespace py = pybind11;
+
+void addErrors(py::module_& module) {
+    py::register_exception<mxservice::SnapshotUnreadable>(module, "UnreadableError", PyExc_OSError).doc() =
+        "A day of which nothing can be read.";
+    const auto warning = py::reinterpret_steal<py::object>(PyErr_NewExceptionWithDoc(
+        "inscenter.SnapshotWarning", "Lines or files of a day were skipped.", PyExc_UserWarning, nullptr));
+    module.attr("SnapshotWarning") = warning;
+}
+
+void addFunctions(py::module_& module) {
+    module.def("hash_key", &utils::hash, "The 64-bit key of a text.", py::arg("text"));
+    module.def("today", &utils::today, "The day by which new issues are told, YYYYMMDD.");
+    module.def("set_today", &utils::setToday,
+               "Pins that day, for the whole process, so that a day's files are classified as on their own day; an "
+               "empty text returns to the clock.",
+               py::arg("day"));
+    module.def("load_market_rules", &utils::CMarketRules::load,
+               "Replaces the code ranges of the market rules by those of a JSON file.", py::arg("path"));
+    module.def("reset_market_rules", &utils::CMarketRules::reset, "Puts the built-in market rules back.");
+    module.def("table", &binding::Table::ofObjects, "Records of one class as columns.", py::arg("records"),
+               py::arg("fields") = py::none());
+    module.def(
+        "frame",
+        [](py::handle records, const py::object& fields, const std::string& dates) {
+            return binding::Table::ofObjects(records, fields).frame(dates);
+        },
+        "Records of one class as a pandas.DataFrame; see Table.frame.", py::arg("records"),
+        py::arg("fields") = py::none(), py::arg("dates") = "date");
+}
+
+/// Before anything is taken down: no thread of ours may be in a callback, or come back, once that has begun.
+void closeAtExit() {
+    const auto close = py::cpp_function([] {
+        binding::endSubscriptions();
+        binding::closeInterpreter();
+    });
+    py::module_::import("atexit").attr("register")(close);
+}
+
+}  // namespace
+
+PYBIND11_MODULE(_native, module) {
+    module.doc() = "The instrument catalogue; import inscenter instead.";
+    module.attr("__version__") = mxservice::version();
+    addErrors(module);
+    binding::addRecords(module);
+    binding::addTable(module);
+    binding::addDay(module);
+    binding::addCatalogue(module);
+    binding::addCenters(module);
+    binding::addStatistics(module);
+    binding::addStore(module);
+    binding::addDiff(module);
+    addFunctions(module);
+    closeAtExit();
+}

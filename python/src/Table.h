@@ -1,0 +1,57 @@
+#pragma once
+
+#include <pybind11/pybind11.h>
+
+#include <boost/shared_ptr.hpp>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/record/IData.h"
+#include "platform/record/RecordType.h"
+
+namespace binding {
+
+namespace py = pybind11;
+
+class Column;
+
+/// Records of one class and some of their fields, to be had as columns.
+class Table {
+public:
+    using Records = std::vector<boost::shared_ptr<const mxservice::IData>>;
+
+    /// `fields` is a sequence of names; None: all but baskets. Throws where a field is unknown or a basket.
+    Table(const mxservice::RecordType& type, Records records, const py::object& fields);
+    /// Of a class that is known beforehand.
+    template <class Record>
+    Table(const std::vector<boost::shared_ptr<Record>>& records, const py::object& fields)
+        : Table(Record::table(), Records(records.begin(), records.end()), fields) {}
+    /// Of records that Python holds; instruments where there are none.
+    static Table ofObjects(py::handle records, const py::object& fields);
+
+    std::size_t size() const { return records_.size(); }
+    py::tuple names() const;
+    py::list records() const;
+    /// A pandas.DataFrame.
+    py::object frame(const std::string& dates) const;
+    /// numpy arrays by name.
+    py::dict columns() const;
+    /// A capsule with a stream of one batch. The schema that is asked for is a wish, and is not granted.
+    py::capsule arrowStream(const py::object& requestedSchema) const;
+
+private:
+    /// Every field read into columns, without the interpreter's lock.
+    std::vector<std::unique_ptr<Column>> read(bool datesAsText) const;
+
+    const mxservice::RecordType* type_;
+    Records records_;
+    std::vector<const mxservice::Field*> fields_;
+};
+
+/// Every component of the funds' baskets, with its fund.
+py::object basketFrame(const Table::Records& funds);
+
+void addTable(py::module_& module);
+
+}  // namespace binding

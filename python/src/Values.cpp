@@ -1,0 +1,168 @@
+#include "src/Values.h"
+
+#include <datetime.h>
+
+#include <chrono>
+#include <limits>
+#include <type_traits>
+
+#include "platform/record/Records.h"
+#include "src/Casters.h"
+
+namespace binding {
+namespace {
+
+using mxservice::CETFComponentStockInfo;
+using mxservice::ComponentMap;
+using mxservice::Field;
+using mxservice::IData;
+
+bool loadDates() {
+    if (PyDateTimeAPI == nullptr) {
+        PyDateTime_IMPORT;
+    }
+    return PyDateTimeAPI != nullptr;
+}
+
+struct ToPython {
+    PyObject* operator()(const std::string& text) const { return textObject(text); }
+    PyObject* operator()(double number) const { return PyFloat_FromDouble(number); }
+    PyObject* operator()(const ComponentMap& components) const { return py::cast(components).release().ptr(); }
+    template <class Whole>
+    PyObject* operator()(Whole number) const {
+        return PyLong_FromLongLong(static_cast<long long>(number));
+    }
+};
+
+[[noreturn]] void refuse(const Field& field, const char* expected, py::handle value) {
+    throw py::type_error(field.name() + ": " + expected + " expected, " + Py_TYPE(value.ptr())->tp_name + " found");
+}
+
+/// Puts the field's name before what Python says.
+[[noreturn]] void refuse(const Field& field, const char* expected, PyObject* error, py::handle value) {
+    if (error == PyExc_OverflowError) {
+        PyErr_Clear();
+        PyErr_Format(PyExc_OverflowError, "%s: %R is more than the field holds", field.name().c_str(), value.ptr());
+        throw py::error_already_set();
+    }
+    PyErr_Clear();
+    refuse(field, expected, value);
+}
+
+struct FromPython {
+    const Field& field;
+    py::handle value;
+
+    void operator()(std::string& text) const {
+        if (readText(value.ptr(), text)) {
+            return;
+        }
+        if (!field.isDate() || !loadDates() || !PyDate_Check(value.ptr())) {
+            refuse(field, field.isDate() ? "str or datetime.date" : "str", value);
+        }
+        const auto part = [&](const char* name) { return value.attr(name).cast<int>(); };
+        const int day = part("year") * 10000 + part("month") * 100 + part("day");
+        text = std::to_string(day);
+        text.insert(0, 8 - text.size(), '0');
+    }
+
+    void operator()(double& number) const {
+        const double read = PyFloat_AsDouble(value.ptr());
+        if (PyErr_Occurred() != nullptr) {
+            refuse(field, "float", value);
+        }
+        number = read;
+    }
+
+    void operator()(ComponentMap& components) const {
+        ComponentMap read;
+        const py::object items = py::isinstance<py::dict>(value) ? py::object(value.attr("values")())
+                                                                 : py::reinterpret_borrow<py::object>(value);
+        for (const py::handle item : items) {
+            const auto component = item.cast<boost::shared_ptr<CETFComponentStockInfo>>();
+            if (!component) {
+                refuse(field, "EtfComponent", item);
+            }
+            read[component->code] = component;
+        }
+        components = std::move(read);
+    }
+
+    template <class Whole>
+    void operator()(Whole& number) const {
+        const auto index = py::reinterpret_steal<py::object>(PyNumber_Index(value.ptr()));
+        const long long read = index ? PyLong_AsLongLong(index.ptr()) : 0;
+        if (PyObject* const error = PyErr_Occurred()) {
+            refuse(field, "int", PyErr_GivenExceptionMatches(error, PyExc_OverflowError) ? PyExc_OverflowError : error,
+                   value);
+        }
+        if (read < static_cast<long long>(std::numeric_limits<Whole>::min()) ||
+            read > static_cast<long long>(std::numeric_limits<Whole>::max())) {
+            refuse(field, "int", PyExc_OverflowError, value);
+        }
+        number = static_cast<Whole>(read);
+    }
+};
+
+}  // namespace
+
+PyObject* textObject(std::string_view text) {
+    return PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "surrogateescape");
+}
+
+bool readText(PyObject* object, std::string& text) {
+    if (!PyUnicode_Check(object)) {
+        return false;
+    }
+    Py_ssize_t size = 0;
+    if (const char* const bytes = PyUnicode_AsUTF8AndSize(object, &size)) {
+        text.assign(bytes, static_cast<std::size_t>(size));
+        return true;
+    }
+    PyErr_Clear();
+    const auto bytes = py::reinterpret_steal<py::object>(PyUnicode_AsEncodedString(object, "utf-8", "surrogateescape"));
+    if (!bytes) {
+        throw py::error_already_set();
+    }
+    text.assign(PyBytes_AS_STRING(bytes.ptr()), static_cast<std::size_t>(PyBytes_GET_SIZE(bytes.ptr())));
+    return true;
+}
+
+std::int32_t dayNumber(std::string_view text) {
+    if (text.size() != 8) {
+        return kNoDay;
+    }
+    int number = 0;
+    for (const char digit : text) {
+        if (digit < '0' || digit > '9') {
+            return kNoDay;
+        }
+        number = number * 10 + (digit - '0');
+    }
+    const std::chrono::year_month_day day{std::chrono::year(number / 10000),
+                                          std::chrono::month(static_cast<unsigned>(number / 100 % 100)),
+                                          std::chrono::day(static_cast<unsigned>(number % 100))};
+    // datetime.date begins with the year 1.
+    return day.ok() && number >= 10000
+               ? static_cast<std::int32_t>(std::chrono::sys_days(day).time_since_epoch().count())
+               : kNoDay;
+}
+
+PyObject* dateObject(std::int32_t dayNumber) {
+    if (!loadDates()) {
+        return nullptr;
+    }
+    const std::chrono::year_month_day day{std::chrono::sys_days(std::chrono::days(dayNumber))};
+    return PyDate_FromDate(static_cast<int>(day.year()), static_cast<int>(static_cast<unsigned>(day.month())),
+                           static_cast<int>(static_cast<unsigned>(day.day())));
+}
+
+PyObject* fieldObject(const Field& field, const IData& record) {
+    return mxservice::visitField(field, record, ToPython());
+}
+
+void setField(const Field& field, IData& record, py::handle value) {
+    mxservice::visitField(field, record, FromPython{field, value});
+}
+
+}  // namespace binding

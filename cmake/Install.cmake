@@ -15,6 +15,8 @@ set(PM_PUBLIC_HEADERS
   base/instrumentcenter/InstrumentView.h
   base/instrumentcenter/Version.h
   base/instrumentcenter/vocabulary/TraderType.h
+  feed/Export.h
+  feed/Feed.h
   platform/Export.h
   platform/bson/BSONObj.h
   platform/net/RPCEngine.h
@@ -39,6 +41,9 @@ set(PM_PUBLIC_HEADERS
 if(NOT TARGET PmSnapshot)
   list(FILTER PM_PUBLIC_HEADERS EXCLUDE REGEX "^snapshot/")
 endif()
+if(NOT TARGET PmFeed)
+  list(FILTER PM_PUBLIC_HEADERS EXCLUDE REGEX "^feed/")
+endif()
 
 foreach(header IN LISTS PM_PUBLIC_HEADERS)
   cmake_path(GET header PARENT_PATH directory)
@@ -60,6 +65,9 @@ set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/PmInstrumentCenter)
 pm_install_targets(PmInstrumentCenterTargets PmPlatform PmInstrumentCenter)
 if(TARGET PmSnapshot)
   pm_install_targets(PmInstrumentCenterSnapshotTargets PmSnapshot)
+endif()
+if(TARGET PmFeed)
+  pm_install_targets(PmInstrumentCenterFeedTargets PmFeed)
 endif()
 
 if(TARGET inscenter)
@@ -98,6 +106,7 @@ if(WIN32)
   set(PM_PC_LIBS "-lws2_32")
 endif()
 set(PM_PC_SNAPSHOT_REQUIRES "")
+set(PM_PC_FEED_REQUIRES "")
 if(BUILD_SHARED_LIBS)
   set(PM_STATIC OFF)
 else()
@@ -105,6 +114,7 @@ else()
   string(APPEND PM_PC_REQUIRES " fmt simdjson ${bson_MODULE_NAME} lmdb libxxhash")
   string(APPEND PM_PC_LIBS " -lboost_filesystem")
   set(PM_PC_SNAPSHOT_REQUIRES " fmt simdjson zlib libzstd")
+  set(PM_PC_FEED_REQUIRES " fmt libzstd libnats")
 endif()
 
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/PmInstrumentCenterConfig.cmake.in
@@ -123,6 +133,9 @@ file(RELATIVE_PATH includedirFromPc
 set(pcNames PmInstrumentCenter)
 if(TARGET PmSnapshot)
   list(APPEND pcNames PmSnapshot)
+endif()
+if(TARGET PmFeed)
+  list(APPEND pcNames PmFeed)
 endif()
 foreach(name IN LISTS pcNames)
   configure_file(${CMAKE_CURRENT_LIST_DIR}/${name}.pc.in ${PROJECT_BINARY_DIR}/package/${name}.pc @ONLY)

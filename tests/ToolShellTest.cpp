@@ -41,6 +41,7 @@ protected:
         inscenter::Day day;
         day.read = inscenter::readSnapshot(day_.path().string(), snapshot, console);
         day.markets = inscenter::marketsOf(snapshot);
+        day.sql = std::make_shared<inscenter::Sql>(snapshot, nullptr);
         const auto center = inscenter::makeCenter(inscenter::CenterKind::Server);
         inscenter::load(*center, snapshot, console);
         return inscenter::shellCompletions(line, word, *center, day);
@@ -98,6 +99,33 @@ TEST_F(ToolShellTest, WritesAnAnswerToAFileOnceTheLineMakesSense) {
     EXPECT_THAT(completed("summary > ", ""), IsEmpty());
 }
 
+TEST_F(ToolShellTest, TakesStatementsOverLinesAndReadsTheDayAgain) {
+    const std::string file = day_.path() / "instruments.ndjson";
+    const Result all = talk(
+        "sql select code, ';' s\n  from instruments -- ; \n where key = 'SH600000';\n"
+        "sql 'select 1 one' --format csv\n"
+        "format jsonl\n"
+        "sql select 2 two; select\n3 three; --format csv\n"
+        "sql\nselec;\n"
+        "format frob\n"
+        "sql select market, code, name || 'X' name from instruments where code = '600000'; > " +
+        file +
+        "\nreload\n"
+        "get SH600000\n"
+        "has SZ000002\n"
+        "sql select count(*) n from instruments");
+    EXPECT_EQ(all.out,
+              "code    s\n600000  ;\n"
+              "one\r\n1\r\n"
+              "two\r\n2\r\nthree\r\n3\r\n"
+              "{\"market\":\"SH\",\"code\":\"600000\",\"name\":\"浦发银行X\"}\n"
+              "{\"key\":\"SZ000002\",\"predicates\":[]}\n"
+              "{\"n\":1}\n");
+    EXPECT_EQ(all.code, 2);
+    EXPECT_THAT(all.err, HasSubstr("near \"selec\""));
+    EXPECT_THAT(talk("sql select 'never closed\n").err, HasSubstr("has no end"));
+}
+
 TEST_F(ToolShellTest, LeavesWhatIsNoQuestionToTheCommandLine) {
     for (const char* const line : {"diff a b", "store ls db", "generate --size 1 d", "shell", "summary --data d"}) {
         EXPECT_EQ(talk(line).code, 2) << line;
@@ -107,6 +135,8 @@ TEST_F(ToolShellTest, LeavesWhatIsNoQuestionToTheCommandLine) {
 
 TEST_F(ToolShellTest, CompletesByThePlaceOfTheWord) {
     EXPECT_THAT(completed("", "sp"), ElementsAre("spreads"));
+    EXPECT_THAT(completed("sql select ", "max(x.strik"), ElementsAre("max(x.strikePrice"));
+    EXPECT_THAT(completed("sql select 1\nfrom ", "counterp"), ElementsAre("counterparties", "counterpartyType"));
     EXPECT_THAT(completed("help ", "ou"), ElementsAre("outer"));
     EXPECT_THAT(completed("list ", "--tr"), ElementsAre("--trader-type"));
     EXPECT_THAT(completed("list --market DCE ", "N"), ElementsAre("NEEQ"));

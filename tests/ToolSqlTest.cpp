@@ -134,9 +134,9 @@ TEST_F(ToolSql, TwoDaysAreAskedTogether) {
     const TemporaryDirectory old;
     std::ofstream(old.path() / "instruments.ndjson") << R"({"market":"SH","code":"600000","name":"旧名"})";
     const std::string changed =
-        "select i.key, o.name was, i.name \"is\" from old.instruments o join instruments i using (key)";
+        "select i.key, o.key, o.name was, i.name \"is\" from old.instruments o join instruments i using (key)";
     EXPECT_EQ(ask({"sql", "--old", old.path().string(), changed, "--jsonl"}).out,
-              "{\"key\":\"SH600000\",\"was\":\"旧名\",\"is\":\"浦发银行\"}\n");
+              "{\"key\":\"SH600000\",\"key_2\":\"SH600000\",\"was\":\"旧名\",\"is\":\"浦发银行\"}\n");
     EXPECT_EQ(ask({"sql", changed}).code, 2);
 }
 

@@ -63,6 +63,8 @@ mkdir "$work/pkg-config"
 for example in "$docs"/examples/*.cpp; do
     package=PmInstrumentCenter
     ! grep -q '"snapshot/' "$example" || package=PmSnapshot
+    ! grep -q '"feed/' "$example" || package=PmFeed
+    pkg-config --exists $package || continue # which this build has left out
     read -r -a flags <<<"$(pkg-config --cflags --libs $package)"
     "$cxx" -std=c++17 "$example" "${flags[@]}" -Wl,-rpath,"$prefix/$libdir" -o "$work/pkg-config/$(basename "$example" .cpp)"
 done

@@ -86,6 +86,9 @@ public:
                                   "Print the version and exit");
             addLoading();
         }
+        if (place == Place::Shell) {
+            app_.footer(kShellFooter);
+        }
         addFormat();
         for (const VerbLine& verb : kVerbs) {
             addVerb(verb);
@@ -144,19 +147,12 @@ private:
     }
 
     void addFormat() {
-        constexpr std::array<std::pair<std::string_view, Format>, 4> kFormats{
-            {{"table", Format::Table}, {"json", Format::Json}, {"jsonl", Format::Json}, {"csv", Format::Csv}}};
-        auto* const format = app_.add_option_function<std::string>(
-                                     "--format",
-                                     [this, kFormats](const std::string& name) {
-                                         command_.format =
-                                             std::find_if(kFormats.begin(), kFormats.end(), [&](const auto& known) {
-                                                 return name == known.first;
-                                             })->second;
-                                     },
-                                     "table, json (one object a line, also called jsonl) or csv; table by default")
-                                 ->check(CLI::IsMember({"table", "json", "jsonl", "csv"}).description(""))
-                                 ->type_name("FORMAT");
+        auto* const format =
+            app_.add_option_function<std::string>(
+                    "--format", [this](const std::string& name) { command_.format = *formatNamed(name); },
+                    "table, json (one object a line, also called jsonl) or csv; table by default")
+                ->check(CLI::IsMember({"table", "json", "jsonl", "csv"}).description(""))
+                ->type_name("FORMAT");
         app_.add_flag_callback(
                 "--jsonl", [this] { command_.format = Format::Json; }, "The same as --format json")
             ->excludes(format);  // of two formats neither is the one that is meant
@@ -343,6 +339,20 @@ private:
             command_.task = Task::Store;
             command_.storeVerb = run;
         });
+        if (verb.verb == explainKeys) {
+            sub->add_option("WORDS", query.words,
+                            "Directory that holds the databases, unless --store names it; numbers")
+                ->required();
+            sub->callback([this] {
+                command_.task = Task::Store;
+                command_.storeVerb = explainKeys;
+                command_.storeQuery.root = std::exchange(command_.store, {});
+                if (command_.storeQuery.words.size() < (command_.storeQuery.root.empty() ? 2U : 1U)) {
+                    throw CLI::RequiredError("NUMBER");
+                }
+            });
+            return;
+        }
         sub->add_option("DIR", query.root, "Directory that holds the databases")->required();
         sub->add_option("DB", query.database, "Name of a database; all by default");
         if (verb.verb == dumpStore) {
@@ -509,6 +519,13 @@ std::optional<Command> parseQuestion(const std::vector<std::string>& words, cons
         return std::nullopt;
     }
     return command;
+}
+
+std::optional<Format> formatNamed(std::string_view name) {
+    return name == "table"                     ? std::optional(Format::Table)
+           : name == "json" || name == "jsonl" ? std::optional(Format::Json)
+           : name == "csv"                     ? std::optional(Format::Csv)
+                                               : std::nullopt;
 }
 
 std::vector<std::string> helpAsOption(std::vector<std::string> words) {

@@ -104,7 +104,13 @@ public:
     std::vector<std::string> columns() const {
         std::vector<std::string> names;
         for (int i = 0; i < sqlite3_column_count(statement_); ++i) {
-            names.emplace_back(sqlite3_column_name(statement_, i));
+            const std::string given = sqlite3_column_name(statement_, i);
+            std::string name = given;
+            // Of two members with one name readers of JSON take one, and nobody would miss the other.
+            for (int n = 2; std::find(names.begin(), names.end(), name) != names.end(); ++n) {
+                name = fmt::format("{}_{}", given, n);
+            }
+            names.push_back(std::move(name));
         }
         return names;
     }

@@ -141,6 +141,11 @@ std::size_t readStoredSnapshot(const std::string& root, Snapshot& snapshot, Cons
     for (const DatabaseDirectory& directory : directoriesOf(root)) {
         const std::optional<SnapshotCatalogue> catalogue = catalogueOf(directory);
         const auto database = catalogue ? reader.open(directory) : nullptr;
+        if (catalogue && !directory.fileBytes) {
+            // A load makes both at once, so somebody has taken the file away.
+            console.message(directory.name + ": has lost its data.mdb");
+            ++skipped;
+        }
         if (!database) {
             continue;
         }

@@ -6,7 +6,7 @@ _inscenter() {
     local listing="--where --fields --sort --limit"
     local verbs="help summary get has list find explain sql check export report mains products spreads codes outer etf etfs bond bonds
         interbank tenderbonds counterparties otc issuances issuanceprices shell store tour diff generate"
-    local storeVerbs="ls dump verify stat"
+    local storeVerbs="ls dump verify stat key"
     local markets="SH SZ BJ SHFI HK HGT SGT SHO SZO CFFEX SHFE DCE CZCE INE GFEX NEEQ SHGE BANK ETFINSTS WP NYSE
         NASDAQ OTC SOTC"
     local futures="CFFEX SHFE DCE CZCE INE GFEX"

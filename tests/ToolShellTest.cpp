@@ -100,7 +100,7 @@ TEST_F(ToolShellTest, WritesAnAnswerToAFileOnceTheLineMakesSense) {
 }
 
 TEST_F(ToolShellTest, TakesStatementsOverLinesAndReadsTheDayAgain) {
-    const std::string file = day_.path() / "instruments.ndjson";
+    const std::string file = (day_.path() / "instruments.ndjson").string();
     const Result all = talk(
         "sql select code, ';' s\n  from instruments -- ; \n where key = 'SH600000';\n"
         "sql 'select 1 one' --format csv\n"

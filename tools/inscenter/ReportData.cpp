@@ -35,9 +35,11 @@ void appendBase64(std::string& out, const std::vector<Bytef>& bytes) {
 
 std::vector<Bytef> packed(const std::string& text) {
     constexpr int kLevel = 6;
-    std::vector<Bytef> bytes(compressBound(text.size()));
-    uLongf size = bytes.size();
-    if (compress2(bytes.data(), &size, reinterpret_cast<const Bytef*>(text.data()), text.size(), kLevel) != Z_OK) {
+    // The library counts up to 4 GiB on Windows, far more than the columns of a page take.
+    const auto plain = static_cast<uLong>(text.size());
+    std::vector<Bytef> bytes(compressBound(plain));
+    auto size = static_cast<uLongf>(bytes.size());
+    if (compress2(bytes.data(), &size, reinterpret_cast<const Bytef*>(text.data()), plain, kLevel) != Z_OK) {
         throw std::runtime_error("the report cannot be packed");
     }
     bytes.resize(size);

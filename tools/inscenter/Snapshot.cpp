@@ -82,9 +82,9 @@ Snapshot readFrom(const std::string& directory, const SnapshotReadOptions& optio
     });
     // Before the others are named: one sentence says more than a line about each database.
     if (directory != kStandardInput && onlyOthers && looksLikeStore(directory)) {
-        throw UnreadableInput(
-            fmt::format("{}: is a store, not a snapshot; --store in the place of --data asks it, and \"diff\" compares it",
-                        directory));
+        throw UnreadableInput(fmt::format(
+            "{}: is a store, not a snapshot; --store in the place of --data asks it, and \"diff\" compares it",
+            directory));
     }
     report(failure.issues, console);
     throw UnreadableInput(directory == kStandardInput ? "standard input holds no record" : failure.what());

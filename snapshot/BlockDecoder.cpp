@@ -33,6 +33,7 @@ public:
             if (!isTooLong(line) && !isBlank(line)) {
                 LineError error;
                 boost::shared_ptr<IData> record = type_.make();
+                // A record for each line, also for one that is refused: those are few.
                 const bool read = json_.readLine(line, *record, notes_, error);
                 keep(read, std::move(record), error);
             }
@@ -75,6 +76,7 @@ private:
     }
 
     void keep(bool read, boost::shared_ptr<IData> record, LineError& error) {
+        // Looked at once the line is whole: which of its fields came first does not matter.
         if (read && hasIdentity(*record, identity_, error) && hasDays(*record, dates_, error)) {
             decoded_.records.push_back({std::move(record), notes_.line()});
         } else {

@@ -7,8 +7,10 @@
 namespace mxservice::snapshot {
 namespace {
 
+// Below, starting threads costs more than they save.
 constexpr std::size_t kBytesWorthThreads = std::size_t{4} << 20U;
 constexpr unsigned kMostThreads = 8;  // one reader cuts, and inflates: more would wait for it
+// One that is decoded, one that waits, one that is done: enough for nobody to stand idle, and a bound on the memory.
 constexpr std::size_t kBlocksAThread = 3;
 
 }  // namespace
@@ -21,6 +23,7 @@ BlockPipeline::~BlockPipeline() {
         const std::lock_guard<std::mutex> lock(mutex_);
         stopped_ = true;
     }
+    // A block under way is finished; those that wait are never begun.
     waiting_.notify_all();
     for (std::thread& thread : threads_) {
         thread.join();
@@ -37,6 +40,7 @@ void BlockPipeline::put(Block block) {
         jobs_.push_back(std::move(job));
     }
     waiting_.notify_one();
+    // Without threads this decodes the block at once, on the caller's.
     takeUntil(kBlocksAThread * threads_.size());
 }
 
@@ -63,6 +67,7 @@ void BlockPipeline::takeUntil(std::size_t left) {
         if (jobs_.front()->done) {
             const std::unique_ptr<Job> job = std::move(jobs_.front());
             jobs_.pop_front();
+            // What it is given to may take its time, and the threads need the lock.
             --begun_;
             lock.unlock();
             if (job->failure) {
@@ -71,6 +76,7 @@ void BlockPipeline::takeUntil(std::size_t left) {
             take_(std::move(job->decoded));
             lock.lock();
         } else if (begun_ < jobs_.size()) {
+            // Rather than wait: the front block is with somebody, and this thread would stand idle.
             decodeNext(lock);
         } else {
             done_.wait(lock, [this] { return jobs_.front()->done; });
@@ -98,6 +104,7 @@ void BlockPipeline::work() {
             return;
         }
         decodeNext(lock);
+        // The caller's thread alone waits there, for the front block; of another one it finds out in passing.
         done_.notify_one();
     }
 }

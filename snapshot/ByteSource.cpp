@@ -89,6 +89,7 @@ public:
         if (count > 0) {
             std::memcpy(to, bytes_ + at_, count);
         }
+        // No end is kept apart: at the end this gives nothing, as often as it is asked.
         at_ += count;
         return count;
     }
@@ -101,15 +102,6 @@ private:
 };
 
 }  // namespace
-
-std::filesystem::path pathOf(const std::string& utf8) {
-    return fs::path(std::u8string(utf8.begin(), utf8.end()));
-}
-
-std::string textOf(const std::filesystem::path& path) {
-    const std::u8string text = path.u8string();
-    return {text.begin(), text.end()};
-}
 
 std::unique_ptr<ByteSource> fileSource(const std::filesystem::path& path) {
     return std::make_unique<FileSource>(path);

@@ -17,10 +17,6 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// A path from the UTF-8 in which hosts write it, and back.
-std::filesystem::path pathOf(const std::string& utf8);
-std::string textOf(const std::filesystem::path& path);
-
 /// Bytes as they are stored, one after the other.
 class ByteSource {
 public:

@@ -45,6 +45,7 @@ struct Access {
 
     static bool add(Snapshot& snapshot, shared_ptr<IData> record) {
         Pointer pointer = boost::static_pointer_cast<Record>(std::move(record));
+        // A list keeps all of one key, as a center takes them; which of them stays is the center's to say.
         if constexpr (kList) {
             (snapshot.*member).push_back(std::move(pointer));
             return true;
@@ -125,7 +126,7 @@ std::string fileNameOf(const FileName& file) {
 }
 
 bool isIgnoredSilently(std::string_view name) {
-    return name.starts_with('.') || name.starts_with("README");
+    return name.starts_with('.') || name.starts_with("README") || name.starts_with(kComponentsName);
 }
 
 }  // namespace mxservice::snapshot

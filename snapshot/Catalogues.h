@@ -44,6 +44,9 @@ std::optional<FileName> readFileName(std::string_view name);
 /// The name of the file that write() makes.
 std::string fileNameOf(const FileName& file);
 
+/// How the names of files begin that repeat baskets for other programs.
+constexpr const char* kComponentsName = "components.";
+
 /// Whether a file of that name beside a snapshot's own needs no word.
 bool isIgnoredSilently(std::string_view name);
 

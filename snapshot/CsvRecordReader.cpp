@@ -31,6 +31,7 @@ std::errc parseWhole(std::string_view text, Number& value) {
 
 bool readColumns(const CsvCells& names, const RecordType& type, CsvColumns& columns, FileNotes& notes,
                  LineError& error) {
+    // By name and not by place: a column that was added or moved changes nothing.
     columns.clear();
     for (std::size_t i = 0; i < names.size(); ++i) {
         const Field* const field = type.find(names[i]);
@@ -46,6 +47,7 @@ bool readColumns(const CsvCells& names, const RecordType& type, CsvColumns& colu
 }
 
 bool CsvRecordReader::readCells(const CsvCells& cells, IData& record, FileNotes& notes, LineError& error) {
+    // With one too few or too many, which cell belongs to which column is a guess.
     if (cells.size() != columns_.size()) {
         return refuse(error, "", fmt::format("{} cells under {} columns", cells.size(), columns_.size()));
     }

@@ -76,6 +76,7 @@ bool assignNumber(const Field& field, IData& record, double value, FileNotes& no
 }
 
 bool assignDay(const Field& field, IData& record, std::int64_t value, LineError& error) {
+    // Spreadsheets and scripts write days as numbers.
     std::string day = std::to_string(value);
     if (!utils::isDay(day)) {
         return refuseDay(field, day, error);
@@ -97,6 +98,7 @@ std::vector<const Field*> dateFields(const RecordType& type) {
 bool hasDays(const IData& record, const std::vector<const Field*>& dates, LineError& error) {
     for (const Field* const field : dates) {
         const std::string& day = field->in<std::string>(record);
+        // A day that is none would sort among the others, and be asked for by nobody.
         if (!day.empty() && !utils::isDay(day) && !isMarketKey(*field, record)) {
             return refuseDay(*field, day, error);
         }

@@ -51,6 +51,7 @@ void FileNotes::addReplaced(std::uint64_t line, std::string_view key) {
 }
 
 void FileNotes::addUnknownKey(std::string_view key) {
+    // A column that the command-line tool's listings have, and no record.
     if (key != kFiledField) {
         addUnknown(line_, shownText(key));
     }
@@ -71,6 +72,8 @@ void FileNotes::addUnknown(std::uint64_t line, std::string key) {
 }
 
 void FileNotes::merge(Notes& notes, Notes&& later) const {
+    // Stretches are merged in their order, so that those told one by one are the first of the file, whoever decoded
+    // them.
     const std::size_t room = bound_ - std::min(bound_, notes.first.size());
     const auto end = later.first.begin() + static_cast<std::ptrdiff_t>(std::min(room, later.first.size()));
     std::move(later.first.begin(), end, std::back_inserter(notes.first));
@@ -100,6 +103,7 @@ void FileNotes::report(const std::string& file, const std::string& failure, std:
             issues.push_back({file, 0, "", fmt::format("... and {} more {}", others, what), kind, others});
         }
     };
+    // What was lost comes first, then what was changed, then what only looks odd.
     list(skipped_.first, SnapshotIssueKind::LineSkipped);
     if (!failure.empty()) {
         issues.push_back({file, 0, "", failure, SnapshotIssueKind::FileSkipped});

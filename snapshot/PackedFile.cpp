@@ -15,6 +15,7 @@ namespace {
 constexpr std::size_t kPackedBytes = std::size_t{1} << 17U;  // written at once
 constexpr int kPackWindow = 15 + 16;                         // the largest window; 16 stands for gzip's own header
 constexpr int kGzipMemory = 8;
+// The library's own default: a day takes a twentieth of its text.
 constexpr int kZstdLevel = 3;
 
 /// Without a name and a time in its header, which would differ from day to day.
@@ -83,6 +84,8 @@ private:
 }  // namespace
 
 PackedFile::PackedFile(const std::filesystem::path& path, SnapshotPacking packing) : buffer_(kPackedBytes) {
+    // Streams say that something failed, the system's number says what; it is cleared, for a stream that fails by
+    // itself sets none.
     errno = 0;
     file_.open(path, std::ios::binary | std::ios::trunc);
     put(nullptr, 0);
@@ -98,6 +101,7 @@ void PackedFile::write(std::string_view bytes) {
 }
 
 void PackedFile::close() {
+    // What the packer holds back, and its checksum. Without this call a file ends too early, and readers say so.
     pack({}, true);
     errno = 0;
     file_.close();
@@ -109,6 +113,7 @@ void PackedFile::pack(std::string_view bytes, bool last) {
         put(bytes.data(), bytes.size());
         return;
     }
+    // A step may take bytes and give none, or give some and take none.
     while (!bytes.empty() || (last && !packing_->finished())) {
         put(buffer_.data(), packing_->step(bytes, buffer_.data(), buffer_.size(), last));
     }

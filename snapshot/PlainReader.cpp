@@ -141,6 +141,8 @@ SnapshotPacking packingOf(std::string_view magic) {
 PlainReader::PlainReader(std::unique_ptr<ByteSource> source, SnapshotPacking named)
     : source_(std::move(source)), sizeAtFirst_(source_->size()), buffer_(kStoredBytes) {
     refill();
+    // By what is in the file and not by its name: a file that was renamed, or unpacked in place, is read for what it
+    // is.
     const SnapshotPacking packing = packingOf(stored_.substr(0, kMagicBytes));
     // Taken as it stands, each line of a broken download would be reported by itself.
     if (named != SnapshotPacking::None && packing != named) {
@@ -166,6 +168,8 @@ void PlainReader::refill() {
 }
 
 std::size_t PlainReader::read(char* to, std::size_t room) {
+    // What was read to look at the magic bytes first, then straight into the caller's memory: plain files are copied
+    // once.
     if (!unpacking_) {
         if (stored_.empty()) {
             const std::size_t count = atEnd_ ? 0 : source_->read(to, room);

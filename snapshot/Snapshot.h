@@ -98,6 +98,19 @@ struct SnapshotReadOptions {
     std::size_t blockBytes = 0;
 };
 
+/// How a snapshot is written.
+struct SnapshotWriteOptions {
+    SnapshotFormat format = SnapshotFormat::Ndjson;   ///< what files are made of
+    SnapshotPacking packing = SnapshotPacking::None;  ///< what they are packed with
+    /// Numbers that are at their default are written, too: for readers that take a missing one for unknown.
+    bool zeros = false;
+    /// Files begin with a byte-order mark, by which spreadsheets know UTF-8.
+    bool byteOrderMark = false;
+    /// In CSV also "components.csv": a line for each component of each basket behind the fund's key. Reading passes
+    /// over it, because the baskets stand in "etfs.csv" as well, as JSON in a cell.
+    bool components = false;
+};
+
 /// The records of a day, each catalogue as the center's operation for it takes them, and what is to be said of its
 /// files. A plain value; copies share the records (see copy()). Not for several threads while one of them changes it.
 struct Snapshot {
@@ -149,6 +162,8 @@ struct Snapshot {
     /// other catalogue files, which would be read together with these, nothing is written and the error names one.
     PM_SNAPSHOT_API void write(const std::string& directory, SnapshotFormat format,
                                SnapshotPacking packing = SnapshotPacking::None) const;
+    /// The same with options.
+    PM_SNAPSHOT_API void write(const std::string& directory, const SnapshotWriteOptions& options) const;
 
     /// Does `load` for one catalogue of so many records, and whatever is to be done around it.
     using LoadStep =

@@ -33,12 +33,16 @@ void Snapshot::loadInto(IInstrumentCenter& center, const LoadStep& step) const {
 
 std::vector<std::string> Snapshot::markets() const {
     std::vector<std::string> names;
+    // In the order in which they first occur, which is that of the files: a load goes through the markets in this
+    // order.
     std::unordered_set<std::string> known;
     for (const auto& instrument : instruments) {
         if (instrument && known.insert(instrument->market).second) {
             names.push_back(instrument->market);
         }
     }
+    // A batch of one of these alone would be kept as a part, and nothing of it seen until the others come. A second
+    // name says that it is all there is.
     if (names.size() == 1) {
         if (names.front() == market::kHongKong) {
             names.emplace_back(market::kShanghaiConnect);

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/record/Records.h"
 #include "snapshot/BlockReader.h"
 #include "snapshot/ByteSource.h"
 #include "snapshot/Catalogues.h"
@@ -18,6 +19,7 @@
 #include "snapshot/PackedFile.h"
 #include "snapshot/RecordText.h"
 #include "snapshot/Snapshot.h"
+#include "snapshot/Utf8.h"
 
 namespace mxservice::snapshot {
 namespace {
@@ -26,11 +28,14 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t kWrittenBytes = std::size_t{1} << 16U;  // put together before they are packed or written
 constexpr const char* kLineEnd = "\r\n";                      // of CSV
+constexpr const char* kByteOrderMark = "\xEF\xBB\xBF";
 
 /// A file under a name of its own that readers pass over, until it is complete.
 class TemporaryFile {
 public:
     explicit TemporaryFile(const fs::path& wanted) : wanted_(wanted) {
+        // With a dot in front, which readers of directories pass over, and a number, for two may write one day at a
+        // time.
         const std::uint64_t number = std::uint64_t{std::random_device()()} << 32U | std::random_device()();
         path_ = wanted.parent_path() / pathOf(fmt::format(".{}.{:016x}", textOf(wanted.filename()), number));
     }
@@ -57,24 +62,30 @@ private:
     fs::path path_;
 };
 
-bool isWritten(const Field& field, const IData& record) {
+bool isWritten(const Field& field, const IData& record, bool zeros) {
     // Cells at their default stay empty, which a reader takes for it; so do numbers that no file can hold.
-    return !field.isDefault(record) && visitField(field, record, [](const auto& member) {
-        if constexpr (std::is_floating_point_v<std::decay_t<decltype(member)>>) {
-            return std::isfinite(member);
+    return visitField(field, record, [&](const auto& member) {
+        using Member = std::decay_t<decltype(member)>;
+        if constexpr (std::is_floating_point_v<Member>) {
+            return std::isfinite(member) && (zeros || !field.isDefault(record));
         } else {
-            return true;
+            return (zeros && std::is_arithmetic_v<Member>) || !field.isDefault(record);
         }
     });
 }
 
-void appendCsv(std::string& out, const std::vector<Field>& fields, const IData& record) {
+/// `before`: a cell that stands before those of the record; null: none does.
+void appendCsv(std::string& out, const IData& record, bool zeros, const std::string* before = nullptr) {
+    if (before != nullptr) {
+        appendCsvCell(out, *before);
+    }
+    const std::vector<Field>& fields = record.recordType().fields();
     std::string cell;
     for (const Field& field : fields) {
-        if (&field != &fields.front()) {
+        if (before != nullptr || &field != &fields.front()) {
             out += ',';
         }
-        if (isWritten(field, record)) {
+        if (isWritten(field, record, zeros)) {
             cell.clear();
             appendField(cell, field, record);
             appendCsvCell(out, cell);
@@ -91,36 +102,74 @@ void appendHeader(std::string& out, const std::vector<Field>& fields) {
     out += kLineEnd;
 }
 
+void appendLine(std::string& out, const IData& record, const SnapshotWriteOptions& options) {
+    if (options.format == SnapshotFormat::Csv) {
+        appendCsv(out, record, options.zeros);
+        return;
+    }
+    if (!options.zeros) {
+        appendJson(out, record);
+    } else {
+        char separator = '{';
+        for (const Field& field : record.recordType().fields()) {
+            if (isWritten(field, record, true)) {
+                (((out += std::exchange(separator, ',')) += '"') += field.name()) += "\":";
+                appendJsonField(out, field, record);
+            }
+        }
+        out += separator == '{' ? "{}" : "}";
+    }
+    out += '\n';
+}
+
 /// Whether reading takes the line as one record again.
+// Asked before anything is renamed: a day that is written and cannot be read back would be noticed when it is needed.
 bool canBeRead(std::string_view line) {
     const bool joined = line.find('\n') < line.size() - 1;
     return line.size() <= (joined ? kMaxJoinedBytes : kMaxLineBytes);
 }
 
-void writeRecords(const Snapshot& snapshot, const FileName& name, PackedFile& file) {
-    const CatalogueKind& kind = kindOf(name.catalogue);
-    const std::vector<Field>& fields = kind.table().fields();
-    std::string text;
-    if (name.format == SnapshotFormat::Csv) {
-        appendHeader(text, fields);
+/// Writes the text once it is worth it.
+void pass(std::string& text, PackedFile& file) {
+    if (text.size() >= kWrittenBytes) {
+        file.write(text);
+        text.clear();
+    }
+}
+
+void writeRecords(const Snapshot& snapshot, SnapshotCatalogue catalogue, const SnapshotWriteOptions& options,
+                  PackedFile& file) {
+    const CatalogueKind& kind = kindOf(catalogue);
+    std::string text = options.byteOrderMark ? kByteOrderMark : "";
+    if (options.format == SnapshotFormat::Csv) {
+        appendHeader(text, kind.table().fields());
     }
     for (const auto& record : kind.all(snapshot)) {
         if (!record) {
             continue;
         }
         const std::size_t begin = text.size();
-        if (name.format == SnapshotFormat::Csv) {
-            appendCsv(text, fields, *record);
-        } else {
-            appendJson(text, *record);
-            text += '\n';
-        }
+        appendLine(text, *record, options);
         if (!canBeRead(std::string_view(text).substr(begin))) {
             throw std::runtime_error("cannot be written: the record " + record->getKey() + " is too long");
         }
-        if (text.size() >= kWrittenBytes) {
-            file.write(text);
-            text.clear();
+        pass(text, file);
+    }
+    file.write(text);
+    file.close();
+}
+
+void writeComponents(const Snapshot& snapshot, const SnapshotWriteOptions& options, PackedFile& file) {
+    std::string text = std::string(options.byteOrderMark ? kByteOrderMark : "") + "fund,";
+    appendHeader(text, CETFComponentStockInfo::table().fields());
+    for (const auto& fund : snapshot.etfs) {
+        const std::string key = fund->getKey();
+        for (const auto& [code, component] : fund->components) {
+            if (!component) {
+                continue;
+            }
+            appendCsv(text, *component, options.zeros, &key);
+            pass(text, file);
         }
     }
     file.write(text);
@@ -159,6 +208,10 @@ void forFile(const fs::path& path, const Step& step) {
 namespace mxservice {
 
 void Snapshot::write(const std::string& directory, SnapshotFormat format, SnapshotPacking packing) const {
+    write(directory, SnapshotWriteOptions{format, packing, false, false, false});
+}
+
+void Snapshot::write(const std::string& directory, const SnapshotWriteOptions& options) const {
     using namespace snapshot;
     const std::filesystem::path root = pathOf(directory);
     std::error_code failure;
@@ -166,20 +219,30 @@ void Snapshot::write(const std::string& directory, SnapshotFormat format, Snapsh
     if (failure) {
         throw std::runtime_error(directory + ": cannot be made: " + failure.message());
     }
-    std::vector<FileName> files;
     std::vector<std::string> names;
     forEachCatalogue([&](SnapshotCatalogue catalogue) {
-        files.push_back({catalogue, format, packing});
-        names.push_back(fileNameOf(files.back()));
+        names.push_back(fileNameOf({catalogue, options.format, options.packing}));
     });
+    // The files of all catalogues are written, also of those without records: one of a former day would stay among
+    // these.
     expectNoOthers(root, names);
     std::vector<std::unique_ptr<TemporaryFile>> written;
-    for (const FileName& name : files) {
-        const auto& file = *written.emplace_back(std::make_unique<TemporaryFile>(root / pathOf(fileNameOf(name))));
+    const auto write = [&](const std::string& name, const auto& fill) {
+        const auto& file = *written.emplace_back(std::make_unique<TemporaryFile>(root / pathOf(name)));
         forFile(file.wanted(), [&] {
-            PackedFile packed(file.path(), packing);
-            writeRecords(*this, name, packed);
+            PackedFile packed(file.path(), options.packing);
+            fill(packed);
         });
+    };
+    forEachCatalogue([&](SnapshotCatalogue catalogue) {
+        write(names[static_cast<std::size_t>(catalogue)],
+              [&](PackedFile& file) { writeRecords(*this, catalogue, options, file); });
+    });
+    if (options.components && options.format == SnapshotFormat::Csv) {
+        // Named as etfs.csv is behind its beginning: ".csv", or that and what it is packed with.
+        const std::string& funds = names[static_cast<std::size_t>(SnapshotCatalogue::Etfs)];
+        write(kComponentsName + funds.substr(funds.find('.') + 1),
+              [&](PackedFile& file) { writeComponents(*this, options, file); });
     }
     // All of them first, so that a full disk leaves the former day whole. A crash from here on leaves some files of
     // this day and some of the former one, each of them whole.

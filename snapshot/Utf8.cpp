@@ -34,7 +34,12 @@ bool isUtf8(std::string_view text) {
 
 bool isControl(char32_t value) {
     // The upper ones, too: to a terminal U+009B may be the beginning of an escape.
-    return value < 0x20 || (value >= 0x7F && value < 0xA0);
+    if (value < 0x20 || (value >= 0x7F && value < 0xA0)) {
+        return true;
+    }
+    // Marks that turn the direction of writing (UAX #9): one left open would turn around what stands behind it.
+    return value == 0x061C || value == 0x200E || value == 0x200F || (value >= 0x202A && value <= 0x202E) ||
+           (value >= 0x2066 && value <= 0x2069);
 }
 
 void appendUtf8(std::string& out, std::string_view text) {

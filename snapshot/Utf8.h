@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "system/Path.h"
+
 // Part of the library and of the tool, hidden in both.
 
 namespace mxservice::snapshot {
@@ -23,7 +25,7 @@ CodePoint decodeUtf8(std::string_view text);
 
 bool isUtf8(std::string_view text);
 
-/// Whether a terminal may take the character for a command.
+/// Whether a terminal may take the character for a command, also for one to turn the direction of writing.
 bool isControl(char32_t value);
 
 /// Appends `text` with every offending byte replaced.
@@ -31,5 +33,9 @@ void appendUtf8(std::string& out, std::string_view text);
 
 /// The text as it may be written to a terminal: offending bytes replaced, control characters as "\x1B".
 std::string printable(std::string_view text);
+
+// For paths, which hosts and users write in UTF-8.
+using sys::pathOf;
+using sys::textOf;
 
 }  // namespace mxservice::snapshot

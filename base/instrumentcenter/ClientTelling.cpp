@@ -14,6 +14,7 @@ void addUnwrittenDifference(const MarketRecords& unwritten, const MarketRecords&
                             CatalogueChange& change) {
     for (const auto& [key, before] : unwritten) {
         const auto after = records.find(key);
+        // A part that leaves a record out leaves it as it was; a whole market does not.
         if (after != records.end() || isWhole) {
             addDifference(before, after == records.end() ? nullptr : after->second, change);
         }
@@ -28,6 +29,7 @@ void addUnwrittenDifference(const MarketRecords& unwritten, const MarketRecords&
 /// Documents and batch in step, in the order of the document keys. Nearly all records of a load are as they were: the
 /// bytes of their documents tell, and no record is made of those.
 void addStoredDifference(const std::string& db, const MarketRecords& records, bool isWhole, CatalogueChange& change) {
+    // Both go through once and side by side, for a market's documents need not fit into memory as records.
     const DocumentBatch batch(records);
     std::size_t next = 0;
     const auto recordAt = [&](std::size_t entry) { return records.at(documentKey(batch.key(entry))); };
@@ -74,6 +76,7 @@ CatalogueChange marketDifference(const Market& known, std::string name, const Ma
         // What an earlier process has left, and what an unwritten batch had taken the place of, no list has.
         addStoredDifference(known.isStale ? std::string() : known.db, records, isWhole, change);
     }
+    // Of a market that is forgotten only the hash is known; where it had no record, nobody can be told its name.
     if (name.empty() && !change.instruments.empty()) {
         const CatalogueChange::Item& any = change.instruments.front();
         name = foldedMarket((any.after ? any.after : any.before)->market);

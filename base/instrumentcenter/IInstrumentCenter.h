@@ -43,7 +43,9 @@ struct InterfaceState;
 /// A center is destroyed through its own class, never through this one: no destructor here is virtual. No operation
 /// may run any more when the destructor begins.
 ///
-/// The virtual operations stand in the order of their slots, which callers compiled elsewhere rely on.
+/// The virtual operations stand in the order of their slots, which callers compiled elsewhere rely on. The Microsoft
+/// compiler gives the overloads of one name their slots last first: for it they are declared in reverse, so that a
+/// slot's number is the same everywhere.
 class PM_CENTER_API IInstrumentCenter {
 public:
     /// @name Loads
@@ -162,6 +164,7 @@ public:
     /// file, which may wait for the disk, and enters the cache.
     /// @{
 
+#ifndef _MSC_VER
     /// By 64-bit stock key.
     virtual boost::shared_ptr<CInstrumentDetail> getInstrument(uint64 key) = 0;
     /// By stock key text; folds "HGT" and "SGT". The persisted center answers a connect key with a fresh copy whose
@@ -169,6 +172,11 @@ public:
     virtual boost::shared_ptr<CInstrumentDetail> getInstrument(const std::string& code) = 0;
     /// By market and code; folds a market "HGT" or "SGT".
     virtual boost::shared_ptr<CInstrumentDetail> getInstrument(const std::string& market, const std::string& code) = 0;
+#else
+    virtual boost::shared_ptr<CInstrumentDetail> getInstrument(const std::string& market, const std::string& code) = 0;
+    virtual boost::shared_ptr<CInstrumentDetail> getInstrument(const std::string& code) = 0;
+    virtual boost::shared_ptr<CInstrumentDetail> getInstrument(uint64 key) = 0;
+#endif
     /// @}
 
     /// @name Many instruments
@@ -182,6 +190,7 @@ public:
     /// two literals in braces alone could be a text as well, which compilers refuse as ambiguous.
     /// @{
 
+#ifndef _MSC_VER
     /// Appends one market's records in the order of their key texts.
     virtual void getInstruments(const std::string& market, std::list<boost::shared_ptr<CInstrumentDetail>>& out) = 0;
     /// Adds the records of several markets.
@@ -202,6 +211,19 @@ public:
     virtual std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getInstruments(EOvTraderType type) = 0;
     /// Every record there is.
     virtual std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getInstruments() = 0;
+#else
+    virtual std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getInstruments() = 0;
+    virtual std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getInstruments(EOvTraderType type) = 0;
+    virtual std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getInstruments(const std::string& market) = 0;
+    virtual std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getInstruments(
+        const std::list<std::string>& markets) = 0;
+    virtual void getInstruments(std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) = 0;
+    virtual void getInstruments(EOvTraderType type,
+                                std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) = 0;
+    virtual void getInstruments(const std::list<std::string>& markets,
+                                std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) = 0;
+    virtual void getInstruments(const std::string& market, std::list<boost::shared_ptr<CInstrumentDetail>>& out) = 0;
+#endif
     /// @}
 
     /// @name Futures
@@ -235,17 +257,27 @@ public:
     /// and interbank codes are in memory in both, in ordered tables.
     /// @{
 
+#ifndef _MSC_VER
     /// By either of the fund's keys. A known fund whose document is lost answers a record of defaults in the persisted
     /// center.
     virtual boost::shared_ptr<CETFDetail> getEtf(const std::string& code) = 0;
     /// By market and either code; asks getEtf(code) through its slot.
     virtual boost::shared_ptr<CETFDetail> getEtf(const std::string& market, const std::string& code) = 0;
+#else
+    virtual boost::shared_ptr<CETFDetail> getEtf(const std::string& market, const std::string& code) = 0;
+    virtual boost::shared_ptr<CETFDetail> getEtf(const std::string& code) = 0;
+#endif
     /// Every fund once, keyed by market and ETF code.
     virtual std::map<std::string, boost::shared_ptr<CETFDetail>> getEtfs() = 0;
+#ifndef _MSC_VER
     /// By the 64-bit key of "BANK" and bond code.
     virtual boost::shared_ptr<CBondInfoDetail> getBond(uint64 key) = 0;
     /// By the stock key text of "BANK" and bond code.
     virtual boost::shared_ptr<CBondInfoDetail> getBond(const std::string& code) = 0;
+#else
+    virtual boost::shared_ptr<CBondInfoDetail> getBond(const std::string& code) = 0;
+    virtual boost::shared_ptr<CBondInfoDetail> getBond(uint64 key) = 0;
+#endif
     /// Keyed by bond code.
     virtual std::map<std::string, boost::shared_ptr<CBondInfoDetail>> getBonds() = 0;
     /// By counterparty id.
@@ -262,10 +294,15 @@ public:
     /// issuances, price settings and tender bonds are in memory in both.
     /// @{
 
+#ifndef _MSC_VER
     /// Appends the plans of a group, -1 for all. The persisted center leaves `out` as it is.
     virtual void getOtcInstruments(int group, std::vector<boost::shared_ptr<COTCFundPlanInfo>>& out) = 0;
     /// Every plan as an instrument, by stock key text.
     virtual std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getOtcInstruments() = 0;
+#else
+    virtual std::map<std::string, boost::shared_ptr<CInstrumentDetail>> getOtcInstruments() = 0;
+    virtual void getOtcInstruments(int group, std::vector<boost::shared_ptr<COTCFundPlanInfo>>& out) = 0;
+#endif
     /// By the stock key text of the plan.
     virtual boost::shared_ptr<COTCFundPlanInfo> getOtcInstrument(const std::string& code) = 0;
     /// All of them, keyed by code.
@@ -307,8 +344,8 @@ public:
 
     /// Removes the catalogue databases, which are the directories beneath `path` with "OvIns" in their names, from
     /// disk; raw ones stay, and what cannot be removed is logged. Nothing in the in-memory center. To be called while
-    /// no center uses the store, from any one thread. Throws boost::filesystem::filesystem_error when `path` cannot be
-    /// read.
+    /// no center uses the store, from any one thread. `path` is UTF-8. Throws boost::filesystem::filesystem_error when
+    /// it cannot be read.
     virtual void clearPersist(const std::string& path);
 
     /// @name Code sets of today
@@ -356,7 +393,9 @@ protected:
     /// For the two centers: code sets, translation table and connect snapshots. Of no use to others, the type is
     /// nowhere installed. Protected, because with the centers as friends compilers would take the destructor for
     /// public.
-    InterfaceState& state() const { return *state_; }
+    InterfaceState& state() const {
+        return *state_;
+    }
 
 private:
     std::unique_ptr<InterfaceState> state_;

@@ -49,6 +49,7 @@ struct Subscriber {
     Subscriber(ChangeHandler changeHandler, Executor taskExecutor, std::uint64_t version)
         : executor(std::move(taskExecutor)), since(version), handler_(std::move(changeHandler)) {}
 
+    // Asked before the work of making a change; call() asks again, for it may end in between.
     bool hasEnded() {
         const std::lock_guard guard(lock_);
         return ended_;
@@ -60,6 +61,7 @@ struct Subscriber {
             if (ended_) {
                 return;
             }
+            // Known by their threads: an executor may run several calls at once, and end() must not wait for its own.
             callers_.push_back(std::this_thread::get_id());
         }
         guarded("a subscriber", [&] { handler_(change); });
@@ -73,6 +75,7 @@ struct Subscriber {
         left_.notify_all();
     }
 
+    // Once this returns, no call begins and none of another thread is under way, so what the handler refers to may go.
     void end() {
         ChangeHandler done;
         std::unique_lock guard(lock_);
@@ -82,6 +85,7 @@ struct Subscriber {
             return std::all_of(callers_.begin(), callers_.end(),
                                [](std::thread::id caller) { return caller == std::this_thread::get_id(); });
         });
+        // Else the handler is running above this very call: it is destroyed when that returns.
         if (callers_.empty()) {
             done.swap(handler_);
         }
@@ -161,6 +165,7 @@ public:
         count = subscribers_.size();
     }
 
+    // A copy: a handler may subscribe and unsubscribe.
     std::vector<std::shared_ptr<Subscriber>> all() {
         const std::lock_guard guard(lock_);
         return subscribers_;
@@ -172,6 +177,8 @@ public:
         waiting = notes_.size();
     }
 
+    // Between put() and this, readers do not see the change yet. Notes behind it wait, so that none is told out of
+    // order.
     void show(Note& note) {
         const std::lock_guard guard(lock_);
         note.shown = true;
@@ -181,6 +188,7 @@ public:
         assertNoLockHeld();
         {
             const std::lock_guard guard(lock_);
+            // That thread will find what is there now: it looks once more, under this lock, before it ends.
             if (telling_) {
                 return;
             }
@@ -209,6 +217,8 @@ private:
         std::vector<std::shared_ptr<Note>> parts;
         {
             const std::lock_guard guard(lock_);
+            // Parts of one load, such as a market a version, are told as one: whoever listens wants to hear of the
+            // load.
             while (!notes_.empty() && notes_.front()->shown &&
                    (parts.empty() ||
                     (notes_.front()->origin != nullptr && notes_.front()->origin == parts.back()->origin))) {
@@ -226,6 +236,7 @@ private:
     /// Whether something has come in since; if not, nobody tells any more.
     bool goesOn() {
         const std::lock_guard guard(lock_);
+        // Decided and said under one lock: whoever shows a note after this finds that nobody is telling, and tells it.
         telling_ = !notes_.empty() && notes_.front()->shown;
         return telling_;
     }
@@ -242,6 +253,7 @@ private:
             }
         };
         for (const std::shared_ptr<Subscriber>& subscriber : all()) {
+            // Who subscribed while it waited could see it by then.
             if (note->version <= subscriber->since) {
                 continue;
             }
@@ -284,6 +296,7 @@ Subscription::Subscription(std::shared_ptr<Subscriber> subscriber) : subscriber_
 Subscription::~Subscription() {
     if (subscriber_) {
         if (const auto queue = subscriber_->queue.lock()) {
+            // First out of the queue, so that no new call begins while those under way are waited for.
             queue->remove(subscriber_.get());
         }
         subscriber_->end();
@@ -293,6 +306,7 @@ Subscription::~Subscription() {
 Subscription::Subscription(Subscription&& other) noexcept = default;
 
 Subscription& Subscription::operator=(Subscription&& other) noexcept {
+    // What it held ends when this function does, by which time `other` has been taken over.
     const Subscription former(std::move(*this));
     subscriber_ = std::move(other.subscriber_);
     return *this;
@@ -306,6 +320,8 @@ Subscription Subscribers::add(ChangeHandler handler, Executor executor, std::uin
     if (!handler) {
         return {};
     }
+    // Any version that is published from here on is noted, for the flag is up; what came before was told others or
+    // nobody.
     auto subscriber = std::make_shared<Subscriber>(std::move(handler), std::move(executor), version);
     subscriber->queue = queue_;
     queue_->add(subscriber);
@@ -349,6 +365,7 @@ void Subscribers::close() {
 Subscribers::HoldBack::HoldBack(Subscribers& subscribers) : subscribers_(subscribers) {
     Held& own = held();
     if (own.depth++ == 0) {
+        // Its address names the load in the notes: what is noted within it stands together.
         own.outermost = this;
     }
 }
@@ -360,6 +377,7 @@ Subscribers::HoldBack::~HoldBack() {
         subscribers_.tell();  // later
         return;
     }
+    // Before anything is told: what a handler loads is a load of its own.
     own.outermost = nullptr;
     own.depth = 0;
     subscribers_.tell();

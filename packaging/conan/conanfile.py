@@ -63,6 +63,7 @@ class PmInstrumentCenterRecipe(ConanFile):
             self.requires("zstd/[>=1.5 <2]")
         if self.options.tool:
             self.requires("cli11/[>=2.1 <3]")
+            self.requires("sqlite3/[>=3.38 <4]")
             self.requires("utf8proc/[>=2.6 <3]")
 
     def build_requirements(self):

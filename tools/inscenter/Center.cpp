@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <boost/pointer_cast.hpp>
+
 #include <algorithm>
 #include <chrono>
 #include <functional>
@@ -10,6 +12,8 @@
 
 #include "base/instrumentcenter/CClientInstrumentCenter.h"
 #include "base/instrumentcenter/CServerInstrumentCenter.h"
+#include "base/instrumentcenter/vocabulary/Markets.h"
+#include "tools/inscenter/MarketNames.h"
 
 namespace inscenter {
 namespace {
@@ -91,6 +95,19 @@ std::map<std::string, shared_ptr<mxservice::IData>> recordsKept(IInstrumentCente
             return all(center.getIssuancePriceInfos());
     }
     return {};
+}
+
+void separate(Snapshot& snapshot) {
+    namespace market = mxservice::market;
+    for (auto& record : snapshot.instruments) {
+        // What is filed under another market, and Hong Kong records, whose connect flags are filled in.
+        if (filedMarket(record->market) != record->market || record->market == market::kHongKong) {
+            record = boost::static_pointer_cast<mxservice::CInstrumentDetail>(record->copy());
+        }
+    }
+    Snapshot funds;
+    funds.etfs = std::move(snapshot.etfs);
+    snapshot.etfs = funds.copy().etfs;  // with baskets of their own, where a load writes names
 }
 
 BothCenters loadBoth(const Snapshot& snapshot, Console& console) {

@@ -43,6 +43,9 @@ std::vector<LoadStep> load(mxservice::IInstrumentCenter& center, const Snapshot&
 std::map<std::string, boost::shared_ptr<mxservice::IData>> recordsKept(mxservice::IInstrumentCenter& center,
                                                                        SnapshotCatalogue catalogue);
 
+/// Gives the snapshot copies of its own of the records that a load may change, so that the others stay as they are.
+void separate(Snapshot& snapshot);
+
 /// A center of each kind.
 struct BothCenters {
     std::shared_ptr<mxservice::IInstrumentCenter> server;

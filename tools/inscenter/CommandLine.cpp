@@ -19,6 +19,7 @@
 #include "tools/inscenter/Terminal.h"
 #include "tools/inscenter/Utf8.h"
 #include "tools/inscenter/VerbList.h"
+#include "tools/inscenter/VerbOptions.h"
 
 namespace inscenter {
 namespace {
@@ -74,6 +75,7 @@ public:
         formatter->label("TEXT", "");
         formatter->column_width(kNameColumns);
         app_.formatter(formatter);
+        app_.allow_windows_style_options(false);  // the library's default there, to which a path like /day is an option
         app_.fallthrough();  // global options may stand behind the command; inherited by commands added from here on
         app_.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::Throw);
         app_.failure_message([place](const CLI::App* app, const CLI::Error& error) {
@@ -84,6 +86,9 @@ public:
             app_.set_version_flag("--version", std::string("inscenter ") + mxservice::version(),
                                   "Print the version and exit");
             addLoading();
+        }
+        if (place == Place::Shell) {
+            app_.footer(kShellFooter);
         }
         addFormat();
         for (const VerbLine& verb : kVerbs) {
@@ -143,19 +148,12 @@ private:
     }
 
     void addFormat() {
-        constexpr std::array<std::pair<std::string_view, Format>, 4> kFormats{
-            {{"table", Format::Table}, {"json", Format::Json}, {"jsonl", Format::Json}, {"csv", Format::Csv}}};
-        auto* const format = app_.add_option_function<std::string>(
-                                     "--format",
-                                     [this, kFormats](const std::string& name) {
-                                         command_.format =
-                                             std::find_if(kFormats.begin(), kFormats.end(), [&](const auto& known) {
-                                                 return name == known.first;
-                                             })->second;
-                                     },
-                                     "table, json (one object a line, also called jsonl) or csv; table by default")
-                                 ->check(CLI::IsMember({"table", "json", "jsonl", "csv"}).description(""))
-                                 ->type_name("FORMAT");
+        auto* const format =
+            app_.add_option_function<std::string>(
+                    "--format", [this](const std::string& name) { command_.format = *formatNamed(name); },
+                    "table, json (one object a line, also called jsonl) or csv; table by default")
+                ->check(CLI::IsMember({"table", "json", "jsonl", "csv"}).description(""))
+                ->type_name("FORMAT");
         app_.add_flag_callback(
                 "--jsonl", [this] { command_.format = Format::Json; }, "The same as --format json")
             ->excludes(format);  // of two formats neither is the one that is meant
@@ -165,10 +163,15 @@ private:
         CLI::App* const sub = app_.add_subcommand(verb.name, verb.about)->group(verb.group);
         sub->footer(exampleLines(place_ == Place::Shell ? "" : "inscenter --data day ", verb.examples));
         if (verb.listed != nullptr) {
-            addListing(*sub);
+            addListing(*sub, selection_);
         }
         sub->callback([this, &verb] {
             command_.verb = verb.verb;
+            command_.asksRecords = asksRecords(verb.arguments);
+            const ExportQuery& to = command_.query.exported;
+            if (verb.arguments == Arguments::Export && to.sqlite.empty() && to.csv.empty() && to.ndjson.empty()) {
+                throw CLI::RequiredError("--sqlite, --csv or --ndjson");
+            }
             if (verb.listed != nullptr) {
                 select(verb.listed());
             }
@@ -210,10 +213,29 @@ private:
                 }
                 break;
             }
+            case Arguments::Statements:
+                sub->add_option("STATEMENTS", command_.query.text, "Separated by semicolons; - for standard input")
+                    ->required();
+                addOld(*sub);
+                break;
+            case Arguments::Export:
+                addExport(*sub, command_.query.exported);
+                break;
+            case Arguments::Rules:
+                addRules(*sub, command_.query.check);
+                addLimit(*sub, command_.query.limit);
+                break;
             case Arguments::Group:
                 sub->add_option("--group", command_.query.group, "Plans of this group only; -1 for all")
                     ->type_name("NUMBER");
                 break;
+        }
+    }
+
+    void addOld(CLI::App& app) {
+        if (place_ == Place::CommandLine) {  // at a prompt the days are read already
+            app.add_option("--old", command_.query.against, "Snapshot or store of another day, as the schema \"old\"")
+                ->type_name("OLD");
         }
     }
 
@@ -222,27 +244,6 @@ private:
             ->type_name("MARKET")
             ->delimiter(',')
             ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    }
-
-    static void addLimit(CLI::App& app, std::optional<std::size_t>& limit) {
-        app.add_option("--limit", limit, "No more than so many")->type_name("N")->check(notNegative);
-    }
-
-    static std::string notNegative(const std::string& text) {
-        const bool digits = text.find_first_not_of("0123456789") == std::string::npos;
-        return digits ? "" : printable(text) + " is no number from 0 up";
-    }
-
-    /// What every verb takes that lists records.
-    void addListing(CLI::App& app) {
-        app.add_option("--where", selection_.conditions,
-                       "Only records whose FIELD=VALUE; also !=, <, <=, >, >= and ~ (holds the text); all must hold")
-            ->type_name("CONDITION")
-            ->expected(1)
-            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-        app.add_option("--fields", selection_.fields, "These fields only, in this order")->type_name("A,B,C");
-        app.add_option("--sort", selection_.sort, "By this field; -FIELD for descending")->type_name("FIELD");
-        addLimit(app, selection_.limit);
     }
 
     void select(const mxservice::RecordType& type) {
@@ -288,6 +289,20 @@ private:
             command_.task = Task::Store;
             command_.storeVerb = run;
         });
+        if (verb.verb == explainKeys) {
+            sub->add_option("WORDS", query.words,
+                            "Directory that holds the databases, unless --store names it; numbers")
+                ->required();
+            sub->callback([this] {
+                command_.task = Task::Store;
+                command_.storeVerb = explainKeys;
+                command_.storeQuery.root = std::exchange(command_.store, {});
+                if (command_.storeQuery.words.size() < (command_.storeQuery.root.empty() ? 2U : 1U)) {
+                    throw CLI::RequiredError("NUMBER");
+                }
+            });
+            return;
+        }
         sub->add_option("DIR", query.root, "Directory that holds the databases")->required();
         sub->add_option("DB", query.database, "Name of a database; all by default");
         if (verb.verb == dumpStore) {
@@ -299,44 +314,42 @@ private:
         }
     }
 
+    CLI::App& addTask(const char* name, const char* about, const char* group, Task task, const std::string& footer) {
+        CLI::App* const sub = app_.add_subcommand(name, about)->group(group)->footer(footer);
+        sub->callback([this, task] { command_.task = task; });
+        return *sub;
+    }
+
     void addShell() {
-        CLI::App* const sub =
-            app_.add_subcommand("shell", "The commands above at a prompt, or from standard input; loads once")
-                ->group(verbgroup::kInstruments);
-        sub->footer(exampleLines("inscenter --data day ", "shell\nshell < questions.txt"));
-        sub->callback([this] { command_.task = Task::Shell; });
+        addOld(addTask("shell", "The commands above at a prompt, or from standard input; loads once",
+                       verbgroup::kInstruments, Task::Shell,
+                       exampleLines("inscenter --data day ", "shell\nshell < questions.txt")));
     }
 
     void addTour() {
-        CLI::App* const tour =
-            app_.add_subcommand("tour", "Every catalogue in both centers, short, and where they differ on purpose")
-                ->group(verbgroup::kStore);
-        tour->footer(exampleLines("inscenter ", "--data day --store db tour"));
-        tour->callback([this] { command_.task = Task::Tour; });
+        addTask("tour", "Every catalogue in both centers, short, and where they differ on purpose", verbgroup::kStore,
+                Task::Tour, exampleLines("inscenter ", "--data day --store db tour"));
     }
 
     void addDiff() {
-        CLI::App* const sub =
-            app_.add_subcommand("diff", "What was listed, delisted and changed from one day to another")
-                ->group(verbgroup::kSnapshots);
-        sub->footer(
+        CLI::App* const sub = &addTask(
+            "diff", "What was listed, delisted and changed from one day to another", verbgroup::kSnapshots, Task::Diff,
             exampleLines("inscenter ",
                          "diff monday tuesday --ignore tradingDay,preClosePrice\n"
                          "diff db tuesday --jsonl\ndiff monday - < tuesday.ndjson") +
-            "\n\nA store is compared with the form in which a snapshot would be stored: listings merged, connect "
-            "flags set.");
-        sub->callback([this] { command_.task = Task::Diff; });
+                "\n\nA store is compared with the form in which a snapshot would be stored: listings merged, connect "
+                "flags set.");
         sub->add_option("OLD", command_.diff.before, "Directory of a snapshot or a store; - for standard input")
             ->required();
         sub->add_option("NEW", command_.diff.after, "The same for the later day")->required();
         sub->add_option("--ignore", command_.diff.ignored, "Fields that make no change")->type_name("A,B,C");
+        sub->add_flag("--exit-code", command_.diff.exitCode, "End with 1 where there is a difference");
     }
 
     void addGenerate() {
         CLI::App* const sub =
-            app_.add_subcommand("generate", "Write an invented market day as a snapshot")->group(verbgroup::kSnapshots);
-        sub->footer(exampleLines("inscenter ", "generate --size 300000 --seed 7 day"));
-        sub->callback([this] { command_.task = Task::Generate; });
+            &addTask("generate", "Write an invented market day as a snapshot", verbgroup::kSnapshots, Task::Generate,
+                     exampleLines("inscenter ", "generate --size 300000 --seed 7 day"));
         sub->add_option("--size", command_.generate.size, "Number of instruments")
             ->type_name("N")
             ->required()
@@ -374,8 +387,8 @@ std::string contradiction(const Command& command) {
                : twice ? "standard input can be only one of the two days"
                        : "";
     }
-    if (command.data.empty()) {
-        return "--data DIR is required";
+    if (command.data.empty() && (command.store.empty() || command.task == Task::Tour)) {
+        return command.task == Task::Tour ? "--data DIR is required" : "--data DIR or --store DIR is required";
     }
     if (command.task == Task::Tour) {
         return command.store.empty() ? "--store DIR is required, for the persisted center" : "";
@@ -432,7 +445,7 @@ std::optional<Command> parseCommand(int argc, const char* const* argv, std::ostr
     const bool oneCenter = command.task == Task::Ask || command.task == Task::Shell;
     // Noted, not refused: a script may ask both centers with one list of arguments. Cleared, so that no directory is
     // made that nobody fills.
-    if (oneCenter && command.center == CenterKind::Server && !command.store.empty()) {
+    if (oneCenter && command.center == CenterKind::Server && !command.data.empty() && !command.store.empty()) {
         err << "inscenter: the in-memory center does not use --store; --center client does\n";
         command.store.clear();
     }
@@ -452,6 +465,13 @@ std::optional<Command> parseQuestion(const std::vector<std::string>& words, cons
         return std::nullopt;
     }
     return command;
+}
+
+std::optional<Format> formatNamed(std::string_view name) {
+    return name == "table"                     ? std::optional(Format::Table)
+           : name == "json" || name == "jsonl" ? std::optional(Format::Json)
+           : name == "csv"                     ? std::optional(Format::Csv)
+                                               : std::nullopt;
 }
 
 std::vector<std::string> helpAsOption(std::vector<std::string> words) {

@@ -3,6 +3,7 @@
 #include <iosfwd>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tools/inscenter/Center.h"
@@ -28,7 +29,8 @@ struct Command {
     std::string today;      ///< YYYYMMDD; empty: the records' trading day, else the clock's day
     bool log = false;
 
-    Verb verb = nullptr;  ///< of Task::Ask
+    Verb verb = nullptr;       ///< of Task::Ask
+    bool asksRecords = false;  ///< of a verb that needs no center
     Query query;
     StoreVerb storeVerb = nullptr;  ///< of Task::Store
     StoreQuery storeQuery;
@@ -45,6 +47,9 @@ std::optional<Command> parseCommand(int argc, const char* const* argv, std::ostr
 /// stands as in `settings`.
 std::optional<Command> parseQuestion(const std::vector<std::string>& words, const Command& settings, std::ostream& out,
                                      std::ostream& err, int& exitCode);
+
+/// The format of that name, or nothing.
+std::optional<Format> formatNamed(std::string_view name);
 
 /// "help VERB" as "VERB --help"; other words as they are.
 std::vector<std::string> helpAsOption(std::vector<std::string> words);

@@ -39,6 +39,22 @@ void Console::message(std::string_view text) {
     err_ << line.replace(0, kName.size(), name);
 }
 
+void Console::point(std::string_view line, std::size_t at) {
+    constexpr std::string_view kIndent = "  ";
+    std::string before = printable(line.substr(0, at));
+    std::string behind = printable(line.substr(at));
+    const std::size_t room =
+        screen_.columns == 0 ? std::string::npos : screen_.columns - std::min(screen_.columns, 2 * kIndent.size());
+    // The place itself is what is to be seen: the line loses its beginning first, then its end.
+    while (!before.empty() && displayWidth(before) > room * 2 / 3) {
+        before.erase(0, decodeUtf8(before).length);
+    }
+    if (room != std::string::npos) {
+        behind = cutText(behind, room - displayWidth(before));
+    }
+    err_ << kIndent << before << behind << '\n' << kIndent << std::string(displayWidth(before), ' ') << "^\n";
+}
+
 void Console::begin(std::string step, std::uint64_t total) {
     step_ = std::move(step);
     total_ = total;

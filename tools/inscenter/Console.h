@@ -25,6 +25,9 @@ public:
     /// are shown in a harmless form.
     void message(std::string_view text);
 
+    /// Shows a byte of a line that the last message was about: the line, or what of it has room, and a mark below.
+    void point(std::string_view line, std::size_t at);
+
     /// Begins a step of `total` units; 0 when it cannot be told how far the step is.
     void begin(std::string step, std::uint64_t total);
     /// So many units are done.

@@ -132,7 +132,7 @@ Table changeCountTable(const Changes& changes) {
     return table;
 }
 
-bool showDiff(const DiffQuery& query, Output& output, Console& console) {
+DiffOutcome showDiff(const DiffQuery& query, Output& output, Console& console) {
     const std::vector<std::string> ignored = ignoredFields(query.ignored);  // before the days, which take long to read
     const Side before = readSide(query.before, console);
     const Side after = readSide(query.after, console);
@@ -153,7 +153,7 @@ bool showDiff(const DiffQuery& query, Output& output, Console& console) {
         output.note(
             fmt::format("Most changed records differ in {0}; --ignore {0} leaves that out.", fmt::join(noisy, ",")));
     }
-    return before.skipped + after.skipped == 0;
+    return {!changes.changes.empty(), before.skipped + after.skipped == 0};
 }
 
 }  // namespace inscenter

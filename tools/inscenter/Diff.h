@@ -47,11 +47,17 @@ Comparison compareSides(const Side& before, const Side& after, const std::vector
 struct DiffQuery {
     std::string before;  ///< a snapshot's directory, "-" for standard input, or a store's
     std::string after;
-    std::string ignored;  ///< field names separated by commas
+    std::string ignored;    ///< field names separated by commas
+    bool exitCode = false;  ///< whether a difference shows in the exit code
 };
 
-/// Writes what was listed, delisted and changed. Answers whether both sides were read whole. Throws UnreadableInput
-/// when a side cannot be read at all.
-bool showDiff(const DiffQuery& query, Output& output, Console& console);
+/// What a comparison came to.
+struct DiffOutcome {
+    bool different = false;
+    bool whole = true;  ///< both sides were read without passing over anything
+};
+
+/// Writes what was listed, delisted and changed. Throws UnreadableInput when a side cannot be read at all.
+DiffOutcome showDiff(const DiffQuery& query, Output& output, Console& console);
 
 }  // namespace inscenter

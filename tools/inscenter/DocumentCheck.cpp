@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <cstring>
 #include <vector>
 
 #include "base/instrumentcenter/vocabulary/Markets.h"
@@ -138,6 +140,16 @@ DocumentKey::DocumentKey(std::string_view stored) : key(stored) {
         key = stored.substr(separator + 1);
         isSub = true;
     }
+}
+
+boost::shared_ptr<IData> recordOf(const DatabaseDirectory& database, const DocumentKey& key, std::string_view bytes,
+                                  std::string& problem) {
+    auto record = mxservice::TypeManager::instance()->parse(bytes, nullptr);
+    std::int32_t size = 0;  // of the document, as it says itself: nothing may stand behind it
+    std::memcpy(&size, bytes.data(), std::min(bytes.size(), sizeof size));
+    problem = record && static_cast<std::size_t>(size) == bytes.size() ? wrongPlace(database, key, *record)
+                                                                       : problemOf(database, key, bytes);
+    return record;
 }
 
 std::string problemOf(const DatabaseDirectory& database, const DocumentKey& key, std::string_view bytes) {

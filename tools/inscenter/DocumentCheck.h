@@ -3,6 +3,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/record/IData.h"
 #include "tools/inscenter/StoreDirectory.h"
 
 namespace inscenter {
@@ -20,5 +21,10 @@ struct DocumentKey {
 /// does not belong there, or a key that is not the one of its record (docs/persistence.md, "What is stored"). Empty
 /// when nothing is. Of databases of unknown kinds only the bytes are checked.
 std::string problemOf(const DatabaseDirectory& database, const DocumentKey& key, std::string_view bytes);
+
+/// The record of the document, and its problem as above, for who wants the records: bytes are looked at only as far as
+/// it takes to read them. Null where they make none.
+boost::shared_ptr<mxservice::IData> recordOf(const DatabaseDirectory& database, const DocumentKey& key,
+                                             std::string_view bytes, std::string& problem);
 
 }  // namespace inscenter

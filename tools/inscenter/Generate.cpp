@@ -9,6 +9,7 @@
 
 #include "platform/utils/Calendar.h"
 #include "tools/inscenter/RecordText.h"
+#include "tools/inscenter/Utf8.h"
 #include "tools/marketday/MarketDay.h"
 
 namespace inscenter {
@@ -32,14 +33,14 @@ std::size_t writeFile(const marketday::MarketDay& day, const std::string& catalo
     // What the system has kept back may be refused only now.
     file.close();
     if (!file) {
-        throw std::runtime_error(path.string() + ": cannot be written: " + std::generic_category().message(errno));
+        throw std::runtime_error(textOf(path) + ": cannot be written: " + std::generic_category().message(errno));
     }
     return records;
 }
 
 void writeSnapshot(const GenerateOptions& options, std::ostream& out) {
     const marketday::MarketDay day(options.size, options.seed, options.date.empty() ? utils::today() : options.date);
-    const std::filesystem::path directory(options.directory);
+    const std::filesystem::path directory = pathOf(options.directory);
     std::error_code error;
     std::filesystem::create_directories(directory, error);
     if (error) {

@@ -1,15 +1,18 @@
 #include "tools/inscenter/Interruption.h"
 
+#include <atomic>
 #include <csignal>
 
 namespace inscenter {
 namespace {
 
-// The one kind of object that a handler may write to.
-volatile std::sig_atomic_t interrupted = 0;
+// A handler may write to it, and so may the thread that runs the handler on Windows.
+std::atomic<bool> interrupted{false};
+static_assert(std::atomic<bool>::is_always_lock_free);
 
 extern "C" void noteInterruption(int /*signal*/) {
-    interrupted = 1;
+    std::signal(SIGINT, noteInterruption);  // there are systems that forget a handler once they have called it
+    interrupted = true;
 }
 
 }  // namespace
@@ -25,11 +28,11 @@ Interruption::~Interruption() {
 }
 
 bool Interruption::happened() {
-    return interrupted != 0;
+    return interrupted;
 }
 
 void Interruption::forget() {
-    interrupted = 0;
+    interrupted = false;
 }
 
 }  // namespace inscenter

@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <fstream>
+#include <iterator>
 #include <ostream>
 #include <system_error>
 #include <type_traits>
@@ -57,17 +58,6 @@ std::vector<const Field*> candidates(const RecordType& type) {
     return allFields(type);
 }
 
-/// Whether the texts of a column stand for something by every letter, so that a part of one is of no use.
-bool isIdentifier(std::string_view column) {
-    constexpr std::array<std::string_view, 21> kIdentifiers{
-        kFiledField,      "market",       "code",    "key",      "keyText",
-        "platformCode",   "productId",    "product", "isin",     "underlyingMarket",
-        "underlyingCode", "exchid",       "etfcode", "prcode",   "bondCode",
-        "shanghaiCode",   "shenzhenCode", "id",      "firstLeg", "secondLeg",
-        "database"};
-    return std::find(kIdentifiers.begin(), kIdentifiers.end(), column) != kIdentifiers.end();
-}
-
 bool isNumber(const Cell& cell) {
     return std::holds_alternative<std::int64_t>(cell) || std::holds_alternative<double>(cell);
 }
@@ -89,6 +79,16 @@ Cell listedCell(const Field& field, const IData& record) {
 }
 
 }  // namespace
+
+bool isIdentifier(std::string_view column) {
+    constexpr std::array<std::string_view, 25> kIdentifiers{
+        kFiledField,      "market",       "code",    "key",      "keyText",
+        "platformCode",   "productId",    "product", "isin",     "underlyingMarket",
+        "underlyingCode", "exchid",       "etfcode", "prcode",   "bondCode",
+        "shanghaiCode",   "shenzhenCode", "id",      "firstLeg", "secondLeg",
+        "database",       "fund",         "rule",    "number",   "hex"};
+    return std::find(kIdentifiers.begin(), kIdentifiers.end(), column) != kIdentifiers.end();
+}
 
 Cell cellOf(const Field& field, const IData& record) {
     return mxservice::visitField(field, record, [](const auto& member) -> Cell {
@@ -247,32 +247,44 @@ void Output::recordRows(const std::vector<RecordPtr>& records, const Fields& fie
 }
 
 void Output::write(const Rows& rows) {
-    const auto& columns = rows.columns;
     if (format_ == Format::Table) {
         textTable(rows);
         return;
     }
-    std::vector<std::string> cells(columns.size());
-    if (format_ == Format::Csv) {
-        std::transform(columns.begin(), columns.end(), cells.begin(), [](const auto& column) { return column.title; });
-        csvLine(cells);
+    std::vector<std::string> columns;
+    for (const TextTable::Column& column : rows.columns) {
+        columns.push_back(column.title);
     }
+    head(columns);
+    std::vector<Cell> cells(columns.size());
     for (std::size_t row = 0; row < rows.count; ++row) {
         for (std::size_t i = 0; i < columns.size(); ++i) {
-            if (format_ == Format::Csv) {
-                cells[i] = cellText(rows.cell(row, i), " ");
-                continue;
-            }
-            text_ += i == 0 ? '{' : ',';
-            appendJsonString(text_, columns[i].title);
-            appendJsonCell(text_ += ':', rows.cell(row, i));
+            cells[i] = rows.cell(row, i);
         }
-        if (format_ == Format::Csv) {
-            csvLine(cells);
-        } else {
-            line("}");
-        }
+        this->row(columns, cells);
     }
+}
+
+void Output::head(const std::vector<std::string>& columns) {
+    if (format_ == Format::Csv) {
+        csvLine(columns);
+    }
+}
+
+void Output::row(const std::vector<std::string>& columns, const std::vector<Cell>& cells) {
+    if (format_ == Format::Csv) {
+        std::vector<std::string> texts;
+        std::transform(cells.begin(), cells.end(), std::back_inserter(texts),
+                       [](const Cell& cell) { return cellText(cell, " "); });
+        csvLine(texts);
+        return;
+    }
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+        text_ += i == 0 ? '{' : ',';
+        appendJsonString(text_, columns[i]);
+        appendJsonCell(text_ += ':', cells[i]);
+    }
+    line("}");
 }
 
 void Output::textTable(const Rows& rows) {

@@ -37,6 +37,9 @@ struct Table {
 /// The field as a cell.
 Cell cellOf(const mxservice::Field& field, const mxservice::IData& record);
 
+/// Whether the texts of a column stand for something by every letter, so that a part of one is of no use.
+bool isIdentifier(std::string_view column);
+
 /// The cell as the text of a CSV cell, the texts of a list with `separator` between them.
 std::string cellText(const Cell& cell, std::string_view separator);
 
@@ -78,6 +81,10 @@ public:
     void table(const Table& table, std::string_view nothing);
     /// The same, but in tables one column a line, as details() does.
     void blocks(const Table& table);
+
+    /// For programs, answers whose rows come one by one: what stands before the first row, then each.
+    void head(const std::vector<std::string>& columns);
+    void row(const std::vector<std::string>& columns, const std::vector<Cell>& cells);
 
     /// A line as it stands, for answers that are JSON already.
     void line(std::string_view text);

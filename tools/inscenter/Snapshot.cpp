@@ -4,11 +4,14 @@
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <iostream>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "tools/inscenter/StoreDirectory.h"
+#include "tools/inscenter/Utf8.h"
 
 namespace inscenter {
 namespace {
@@ -40,42 +43,48 @@ std::string unknownKeys(const std::vector<SnapshotIssue>& issues, std::size_t& a
                        fmt::join(keys, ", "), more ? ", ..." : "");
 }
 
-void report(const std::vector<SnapshotIssue>& issues, Console& console) {
+/// Answers what it has said.
+std::vector<std::string> report(const std::vector<SnapshotIssue>& issues, Console& console) {
+    std::vector<std::string> remarks;
     for (std::size_t i = 0; i < issues.size(); ++i) {
         const SnapshotIssue& issue = issues[i];
         if (issue.kind == SnapshotIssueKind::KeyUnknown) {
-            console.message(unknownKeys(issues, i));
+            remarks.push_back(unknownKeys(issues, i));
             continue;
         }
         const std::string place = issue.line == 0 ? issue.file : fmt::format("{}:{}", issue.file, issue.line);
         const std::string field = issue.field.empty() ? "" : fmt::format("field {}: ", issue.field);
-        console.message(fmt::format("{}: {}{}", place, field, issue.reason));
+        remarks.push_back(fmt::format("{}: {}{}", place, field, issue.reason));
     }
+    for (const std::string& remark : remarks) {
+        console.message(remark);
+    }
+    return remarks;
 }
 
-Snapshot readFrom(const std::filesystem::path& directory, const SnapshotReadOptions& options) {
+Snapshot readFrom(const std::string& directory, const SnapshotReadOptions& options) {
     if (directory == kStandardInput) {
         std::istream input(std::cin.rdbuf());  // with states of its own
         return Snapshot::read(input, options);
     }
     // One file is a day to the library; to the tool it is a slip of the fingers, as it is with stores.
-    if (std::error_code ignored; std::filesystem::is_regular_file(directory, ignored)) {
-        throw SnapshotUnreadable(fmt::format("{}: cannot be read: {}", directory.string(),
+    if (std::error_code ignored; std::filesystem::is_regular_file(pathOf(directory), ignored)) {
+        throw SnapshotUnreadable(fmt::format("{}: cannot be read: {}", directory,
                                              std::make_error_code(std::errc::not_a_directory).message()),
                                  {});
     }
-    return Snapshot::read(directory.string(), options);
+    return Snapshot::read(directory, options);
 }
 
-[[noreturn]] void giveUp(const std::filesystem::path& directory, const SnapshotUnreadable& failure, Console& console) {
+[[noreturn]] void giveUp(const std::string& directory, const SnapshotUnreadable& failure, Console& console) {
     const bool onlyOthers = std::all_of(failure.issues.begin(), failure.issues.end(), [](const SnapshotIssue& issue) {
         return issue.kind == SnapshotIssueKind::FileSkipped;
     });
     // Before the others are named: one sentence says more than a line about each database.
     if (directory != kStandardInput && onlyOthers && looksLikeStore(directory)) {
-        throw UnreadableInput(
-            fmt::format("{}: is a store, not a snapshot; the commands \"store\" look into it, and \"diff\" compares it",
-                        directory.string()));
+        throw UnreadableInput(fmt::format(
+            "{}: is a store, not a snapshot; --store in the place of --data asks it, and \"diff\" compares it",
+            directory));
     }
     report(failure.issues, console);
     throw UnreadableInput(directory == kStandardInput ? "standard input holds no record" : failure.what());
@@ -83,8 +92,8 @@ Snapshot readFrom(const std::filesystem::path& directory, const SnapshotReadOpti
 
 }  // namespace
 
-std::string snapshotName(const std::filesystem::path& path) {
-    return path == kStandardInput ? "standard input" : path.string();
+std::string snapshotName(const std::string& path) {
+    return path == kStandardInput ? "standard input" : path;
 }
 
 std::string tradingDayOf(const Snapshot& snapshot) {
@@ -101,7 +110,7 @@ std::string tradingDayOf(const Snapshot& snapshot) {
     return agreed ? day : std::string();
 }
 
-ReadReport readSnapshot(const std::filesystem::path& directory, Snapshot& snapshot, Console& console) {
+ReadReport readSnapshot(const std::string& directory, Snapshot& snapshot, Console& console) {
     const auto began = std::chrono::steady_clock::now();
     SnapshotReadOptions options;
     options.name = snapshotName(directory);
@@ -121,12 +130,12 @@ ReadReport readSnapshot(const std::filesystem::path& directory, Snapshot& snapsh
         giveUp(directory, failure, console);
     }
     console.end();
-    report(snapshot.issues, console);
+    std::vector<std::string> remarks = report(snapshot.issues, console);
     // A pipe without a record is mostly that of a program that failed; a file may well be empty.
     if (directory == kStandardInput && snapshot.instruments.empty()) {
         throw UnreadableInput("standard input holds no record");
     }
-    ReadReport read{snapshot.recordsRead, snapshot.skippedLines + snapshot.skippedFiles, 0};
+    ReadReport read{snapshot.recordsRead, snapshot.skippedLines + snapshot.skippedFiles, 0, std::move(remarks)};
     read.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
     return read;
 }

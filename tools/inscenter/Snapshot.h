@@ -3,9 +3,9 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "snapshot/Snapshot.h"
 #include "tools/inscenter/Console.h"
@@ -31,10 +31,11 @@ struct ReadReport {
     std::array<std::uint64_t, kCatalogues> records{};  ///< by catalogue
     std::uint64_t skipped = 0;                         ///< lines and files that were passed over
     double seconds = 0;
+    std::vector<std::string> remarks;  ///< what was reported on the console of what could not be used
 };
 
 /// The directory as messages name it: "standard input" for "-".
-std::string snapshotName(const std::filesystem::path& path);
+std::string snapshotName(const std::string& path);
 
 /// Reads the snapshot in `directory`. The directory "-" stands for standard input, which holds instruments, a JSON
 /// object a line, packed or not.
@@ -42,6 +43,6 @@ std::string snapshotName(const std::filesystem::path& path);
 /// What cannot be used is reported on `console` and passed over: a line as "FILE:LINE: field NAME: REASON", up to 20
 /// lines a file and then their number; unknown keys once a file. Throws UnreadableInput when the directory cannot be
 /// read, or none of its files can.
-ReadReport readSnapshot(const std::filesystem::path& directory, Snapshot& snapshot, Console& console);
+ReadReport readSnapshot(const std::string& directory, Snapshot& snapshot, Console& console);
 
 }  // namespace inscenter

@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "tools/inscenter/Snapshot.h"
+#include "tools/inscenter/Utf8.h"
 
 namespace inscenter {
 namespace {
@@ -67,7 +68,7 @@ const char* kindName(DirectoryKind kind) {
 
 std::vector<DatabaseDirectory> directoriesOf(const std::string& root) {
     std::error_code error;
-    fs::directory_iterator entries(root, error);
+    fs::directory_iterator entries(pathOf(root), error);
     if (error) {
         refuse(root, "cannot be read: " + error.message());
     }
@@ -81,9 +82,9 @@ std::vector<DatabaseDirectory> directoriesOf(const std::string& root) {
         }
         std::error_code ignored;
         // A hidden one is no database any more: clearing hides what it is about to remove.
-        if (fs::is_directory(path, ignored) && path.filename().string().front() != '.') {
+        if (fs::is_directory(path, ignored) && textOf(path.filename()).front() != '.') {
             DatabaseDirectory& found = directories.emplace_back();
-            found.name = path.filename();
+            found.name = textOf(path.filename());
             found.path = path;
             found.fileBytes = sizeOfData(path);
             classify(found);
@@ -106,10 +107,10 @@ std::vector<DatabaseDirectory> directoriesOf(const std::string& root) {
 
 bool looksLikeStore(const std::string& root) {
     std::error_code error;
-    for (fs::directory_iterator entries(root, error); !error && entries != fs::directory_iterator();
+    for (fs::directory_iterator entries(pathOf(root), error); !error && entries != fs::directory_iterator();
          entries.increment(error)) {
         DatabaseDirectory directory;
-        directory.name = entries->path().filename();
+        directory.name = textOf(entries->path().filename());
         classify(directory);
         std::error_code ignored;
         if (directory.kind != DirectoryKind::Unknown && fs::is_directory(entries->path(), ignored)) {

@@ -1,9 +1,12 @@
 #include "tools/inscenter/StoreReader.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <filesystem>
+#include <system_error>
+
+#include "tools/inscenter/System.h"
+#include "tools/inscenter/Utf8.h"
 
 namespace inscenter {
 namespace {
@@ -15,8 +18,8 @@ using persist::StoreStatus;
 /// Whether the engine is refused its lock file, which it writes to even for a reader.
 bool lacksLock(const DatabaseDirectory& directory) {
     const std::filesystem::path file = directory.path / "lock.mdb";
-    const bool there = ::access(file.c_str(), F_OK) == 0;
-    return ::access(there ? file.c_str() : directory.path.c_str(), W_OK) != 0;
+    std::error_code unknown;
+    return !mayWrite(std::filesystem::exists(file, unknown) ? file : directory.path);
 }
 
 }  // namespace
@@ -27,7 +30,7 @@ std::shared_ptr<StoreDatabase> StoreReader::open(const DatabaseDirectory& direct
     }
     StoreStatus status;
     // A reader changes nothing: what is damaged stays in its place, and the next load sets it aside.
-    auto database = engine_->open(directory.path.string(), StoreEngine::Mode::ReadExisting, status);
+    auto database = engine_->open(textOf(directory.path), StoreEngine::Mode::ReadExisting, status);
     check(directory, status);
     return database;
 }

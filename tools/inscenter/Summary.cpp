@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <chrono>
 #include <cmath>
-#include <fstream>
+#include <cstdint>
 #include <list>
 #include <string_view>
 
@@ -16,6 +15,7 @@
 #include "tools/inscenter/DayTables.h"
 #include "tools/inscenter/FiledInstruments.h"
 #include "tools/inscenter/MarketNames.h"
+#include "tools/inscenter/System.h"
 #include "tools/inscenter/Verbs.h"
 
 namespace inscenter {
@@ -121,20 +121,9 @@ Table derivedTable(IInstrumentCenter& center) {
              row("outer products", center.getOutterProduct().size())}};
 }
 
-/// A line of /proc/self/status in megabytes; 0 where the system has none.
-double memoryMb(std::string_view name) {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with(name)) {
-            const std::size_t digits = line.find_first_of("0123456789");
-            std::int64_t kilobytes = 0;
-            if (digits != std::string::npos) {
-                std::from_chars(line.data() + digits, line.data() + line.size(), kilobytes);
-            }
-            return std::round(static_cast<double>(kilobytes) / 102.4) / 10;  // to a tenth of 1024 kilobytes
-        }
-    }
-    return 0;
+/// In megabytes of 1024 kilobytes, to a tenth.
+double megabytes(std::uint64_t bytes) {
+    return std::round(static_cast<double>(bytes) / 1024 / 102.4) / 10;
 }
 
 double milliseconds(std::chrono::nanoseconds time) {
@@ -191,12 +180,13 @@ Table costTable(const Day& day) {
     for (const LoadStep& step : day.steps) {
         loading += step.seconds;
     }
+    const MemoryUse memory = memoryUse();
     return {{"cost", "value"},
             {{std::string("reading, ms"), milliseconds(day.read.seconds)},
              {std::string("loading, ms"), milliseconds(loading)},
              {std::string("lines and files skipped"), static_cast<double>(day.read.skipped)},
-             {std::string("memory now, MB"), memoryMb("VmRSS")},
-             {std::string("memory at most, MB"), memoryMb("VmHWM")}}};
+             {std::string("memory now, MB"), megabytes(memory.now)},
+             {std::string("memory at most, MB"), megabytes(memory.most)}}};
 }
 
 /// One table of uniform rows for programs: the tables' names become the section.

@@ -1,17 +1,19 @@
 #include "tools/inscenter/Terminal.h"
 
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <cstdlib>
 #include <iostream>
+#include <optional>
 #include <string_view>
+
+#include "tools/inscenter/System.h"
 
 namespace inscenter {
 namespace {
 
-int descriptorOf(const std::ostream& stream) {
-    return &stream == &std::cout ? STDOUT_FILENO : &stream == &std::cerr ? STDERR_FILENO : -1;
+std::optional<TerminalState> terminalBehind(const std::ostream& stream) {
+    return &stream == &std::cout   ? terminalOf(Standard::Output)
+           : &stream == &std::cerr ? terminalOf(Standard::Error)
+                                   : std::nullopt;
 }
 
 std::string_view variable(const char* name) {
@@ -22,18 +24,15 @@ std::string_view variable(const char* name) {
 }  // namespace
 
 bool isTerminal(const std::ostream& stream) {
-    const int descriptor = descriptorOf(stream);
-    return descriptor >= 0 && isatty(descriptor) == 1;
+    return terminalBehind(stream).has_value();
 }
 
 Screen screenOf(const std::ostream& stream) {
-    if (!isTerminal(stream)) {
+    const std::optional<TerminalState> terminal = terminalBehind(stream);
+    if (!terminal) {
         return {};
     }
-    winsize size{};
-    // A serial line or an editor may say 0 columns, which means the same as no answer: as wide as it takes.
-    const bool known = ioctl(descriptorOf(stream), TIOCGWINSZ, &size) == 0;
-    return {known ? size.ws_col : std::size_t{0}, variable("NO_COLOR").empty() && variable("TERM") != "dumb"};
+    return {terminal->columns, terminal->escapes && variable("NO_COLOR").empty() && variable("TERM") != "dumb"};
 }
 
 }  // namespace inscenter

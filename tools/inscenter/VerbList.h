@@ -12,7 +12,24 @@
 namespace inscenter {
 
 /// What a verb takes besides the global options.
-enum class Arguments : std::uint8_t { None, Keys, Codes, Selection, Exchange, Group, Text, Page };
+enum class Arguments : std::uint8_t {
+    None,
+    Keys,
+    Codes,
+    Selection,
+    Exchange,
+    Group,
+    Text,
+    Page,
+    Statements,
+    Export,
+    Rules
+};
+
+/// Whether a verb that takes them asks the records alone, so that no center need be loaded for it.
+constexpr bool asksRecords(Arguments arguments) {
+    return arguments >= Arguments::Statements;
+}
 
 /// A verb that asks a loaded center.
 struct VerbLine {
@@ -54,11 +71,25 @@ inline constexpr std::array kVerbs{
              "list --market SH --where 'name~银行' --where lotSize=100\n"
              "list --market SH --fields code,name --format csv",
              listInstruments, Arguments::Selection, FiledInstrument::table},
-    VerbLine{verbgroup::kInstruments, "find", "What has a code that begins so, or a name that holds it, in any market",
-             "find 银行\nfind 6000 --limit 20\nfind 'spc a26'", findText, Arguments::Text},
+    VerbLine{verbgroup::kInstruments, "find",
+             "What a code, name, pinyin, initials or ISIN may be, in any market, best first",
+             "find 银行\nfind payh --limit 20\nfind 'ping an'\nfind 'spc a26'", findText, Arguments::Text},
     VerbLine{verbgroup::kInstruments, "explain",
              "Every market that a code may mean: what it is there, its keys and hashes",
              "explain 000001\nexplain 00700 HGT00700 --format json", explainCodes, Arguments::Codes},
+    VerbLine{verbgroup::kInstruments, "sql",
+             "Questions in SQL: every catalogue is a table, and \"components\" has those of all baskets",
+             "sql 'select market, count(*) from instruments group by 1'\n"
+             "sql --old yesterday 'select key from instruments except select key from old.instruments'\n"
+             "sql \"select i.name, c.fund from components c join instruments i using (key)\" --format csv",
+             answerSql, Arguments::Statements},
+    VerbLine{verbgroup::kInstruments, "check",
+             "What is not right within the day, rule by rule; the exit code is 1 where something is found",
+             "check\ncheck --rule main-twice --rule duplicate-key --jsonl\ncheck --show-sql", checkDay,
+             Arguments::Rules},
+    VerbLine{verbgroup::kInstruments, "export",
+             "Every catalogue in files: a database, or a directory of CSV or NDJSON that is read as a snapshot again",
+             "export --sqlite day.sqlite\nexport --csv out --bom --zeros", exportDay, Arguments::Export},
     VerbLine{verbgroup::kInstruments, "report",
              "One page of the day for a browser: every table, to search and to sort, without a server",
              "report --html day.html\nreport --html day.html --against yesterday", writeReport, Arguments::Page},
@@ -105,6 +136,8 @@ inline constexpr std::array kStoreVerbs{
     StoreVerbLine{"verify", "Reads every document and names those that are damaged, of a wrong class or misplaced",
                   "verify db", verifyStore},
     StoreVerbLine{"stat", "Numbers and sizes of the documents of each database, and their classes", "stat db OvIns_SH",
-                  measureStore}};
+                  measureStore},
+    StoreVerbLine{"key", "Which record, field or market a number in a store or a log line is the key of",
+                  "key db 15268337435934448243\nkey db 0xd3e40800bbabda73", explainKeys}};
 
 }  // namespace inscenter

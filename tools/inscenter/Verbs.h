@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,6 +16,7 @@
 #include "tools/inscenter/Output.h"
 #include "tools/inscenter/RecordSelection.h"
 #include "tools/inscenter/Snapshot.h"
+#include "tools/inscenter/Sql.h"
 
 namespace inscenter {
 
@@ -27,6 +29,31 @@ struct Day {
     std::vector<LoadStep> steps;
     bool stored = true;                    ///< all of it, in a center with a store
     std::optional<Comparison> comparison;  ///< with the day that the query names
+    // For verbs that ask the records and no center:
+    std::shared_ptr<const Snapshot> records;  ///< as they were read; loads change others
+    std::shared_ptr<Sql> sql;                 ///< over them
+};
+
+/// A day in a center.
+struct LoadedDay {
+    std::shared_ptr<mxservice::IInstrumentCenter> center;
+    Day day;
+};
+
+/// Where a day is exported to: one of the three, and how.
+struct ExportQuery {
+    std::string sqlite;  ///< file
+    std::string csv;     ///< directory
+    std::string ndjson;  ///< directory
+    bool zeros = false;
+    bool byteOrderMark = false;
+};
+
+/// Which rules a day is checked by.
+struct CheckQuery {
+    std::vector<std::string> rules;    ///< empty: all
+    std::vector<std::string> without;  ///< but for these
+    bool showSql = false;              ///< the rules themselves are wanted
 };
 
 /// What a verb is asked.
@@ -41,6 +68,8 @@ struct Query {
     std::string page;                  ///< file to write
     std::string against;               ///< snapshot or store of another day
     RecordSelection selection;         ///< of verbs that list records
+    ExportQuery exported;
+    CheckQuery check;
 };
 
 /// What a verb works with.
@@ -51,6 +80,7 @@ struct Session {
     Output& output;
     Console& console;
     bool missing = false;  ///< a key was not found
+    bool failed = false;   ///< the question makes no sense; the console says why
 
     /// Reports the key on the console and remembers that one was missing.
     void reportMissing(const std::string& key, const std::string& what);
@@ -78,6 +108,13 @@ void explainCodes(Session& session, const Query& query);
 
 /// Throws UnreadableInput when the page cannot be written.
 void writeReport(Session& session, const Query& query);
+
+/// These three ask the records of the day. Throw UnreadableInput when a file cannot be written.
+void answerSql(Session& session, const Query& query);
+void exportDay(Session& session, const Query& query);
+void checkDay(Session& session, const Query& query);
+/// The names of the rules.
+std::vector<std::string> checkRules();
 
 void showMains(Session& session, const Query& query);
 void showProducts(Session& session, const Query& query);

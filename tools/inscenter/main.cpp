@@ -1,22 +1,16 @@
-#include <unistd.h>
-
-#include <csignal>
 #include <iostream>
+#include <string>
+#include <vector>
 
+#include "tools/inscenter/System.h"
 #include "tools/inscenter/Tool.h"
 
-namespace {
-
-/// Whoever read the answer has seen enough ("inscenter ... | head"): there is nothing left to do and nothing to report.
-extern "C" void endQuietly(int /*signal*/) {
-    // Not exit(): a handler may interrupt anything, also what its destructors would tear down.
-    _exit(0);
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
-    std::signal(SIGPIPE, endQuietly);
-    std::ios::sync_with_stdio(false);
-    return inscenter::runTool(argc, argv, std::cout, std::cerr);
+    const inscenter::StandardStreams streams;
+    const std::vector<std::string> words = inscenter::commandWords(argc, argv);
+    std::vector<const char*> texts;
+    for (const std::string& word : words) {
+        texts.push_back(word.c_str());
+    }
+    return inscenter::runTool(static_cast<int>(texts.size()), texts.data(), std::cout, std::cerr);
 }

@@ -21,6 +21,8 @@ const CInstrumentDetail* recordAfter(const Amendment& amendment, MarketKey marke
     return record == records->second.end() ? nullptr : record->second.get();
 }
 
+// Text by text: of these sets nothing else tells to which record a code belongs, so a touched record's is taken out
+// first, and comes back if the record still earns it.
 void replaceTexts(const std::set<std::string>& texts, std::set<std::string> fresh, std::set<std::string>& codes) {
     std::erase_if(codes, [&](const std::string& code) { return texts.count(code) != 0; });
     codes.merge(fresh);
@@ -29,6 +31,7 @@ void replaceTexts(const std::set<std::string>& texts, std::set<std::string> fres
 }  // namespace
 
 KeySet Amendment::touched() const {
+    // Upserts are touched whether or not they were filed: what is new is derived by the same way as what changed.
     KeySet keys = removed;
     for (const auto& [market, records] : upserts) {
         for (const auto& [key, record] : records) {
@@ -43,6 +46,7 @@ void setRemoved(const std::vector<std::string>& removedKeys, Amendment& amendmen
     for (const std::string& text : removedKeys) {
         amendment.removed.insert(foldedTextKey(text));
     }
+    // A key in both lists is brought: removing it first and filing it then is one change, in which no reader misses it.
     for (const auto& [market, records] : amendment.upserts) {
         for (const auto& [key, record] : records) {
             amendment.removed.erase(key);
@@ -101,6 +105,7 @@ bool namesMainContract(const KeySet& keys, const FuturesCatalogue& catalogue) {
 
 void amendMainContracts(const KeySet& touched, const std::map<MarketKey, MainContracts>& mains,
                         FuturesCatalogue& catalogue) {
+    // Out with all of them first: a contract may have lost its flag, or have gone over to another product.
     removeKeys(touched, catalogue);
     for (const auto& [market, fresh] : mains) {
         catalogue.mainCodesByMarket[market].insert(fresh.all.begin(), fresh.all.end());
@@ -111,6 +116,8 @@ void amendMainContracts(const KeySet& touched, const std::map<MarketKey, MainCon
 }
 
 void amendCodes(const Amendment& amendment, CodeSets& sets) {
+    // By the texts that records bear and not by their keys: "HGT" and "HK" fold onto one key, and these sets keep
+    // texts.
     StockCodes fresh = deriveStockCodes(amendment.upserts);
     for (const char* const market : {market::kShanghai, market::kShenzhen, market::kBeijing}) {
         replaceTexts(amendment.texts, std::move(fresh.ipo[market]), sets.ipoCodes[market]);
@@ -131,6 +138,8 @@ std::set<std::string> marketsToDerive(const Amendment& amendment, const FormerRe
          {marketKey(market::kShenzhenOption), market::kShenzhenOption}}};
     static const MarketKey dalian = marketKey(market::kDalian);
     std::set<std::string> markets;
+    // Asked of the records before and after: most changes touch neither spreads nor options, and a listing of a market,
+    // which the persisted center reads from its store, costs a thousand times the change itself.
     for (const auto& [key, filed] : former) {
         const CInstrumentDetail* const after = recordAfter(amendment, filed.market, key);
         for (const auto& [market, name] : optionMarkets) {

@@ -40,6 +40,8 @@ bool listsOptionsOn(std::string_view market, std::string_view underlyingMarket) 
     return market == underlyingMarket && (isFuturesExchange(market) || market == market::kOuterFuture);
 }
 
+// Ends every order, so that no two records of different keys are equal: else the two centers, which meet records in
+// different orders, would list them differently.
 bool comesFirst(const CInstrumentDetail& a, const CInstrumentDetail& b) {
     const int markets = foldedMarket(a.market).compare(foldedMarket(b.market));
     return markets != 0 ? markets < 0 : a.code < b.code;
@@ -97,11 +99,13 @@ Underlying underlyingOf(const CInstrumentDetail& record) {
     const std::string_view market = record.market;
     const bool isStockOption = isStockOptionMarket(market);
     Underlying underlying{record.underlyingMarket, record.underlyingCode};
+    // What the record says itself goes first; its market and its product only where it is silent.
     if (underlying.market.empty()) {
         underlying.market = !isStockOption                      ? market
                             : market == market::kShanghaiOption ? market::kShanghai
                                                                 : market::kShenzhen;
     }
+    // Such as "50ETF(510050)".
     if (underlying.code.empty() && isStockOption) {
         const auto parts = split(record.productId, "()");
         underlying.code = parts.size() >= 2 ? parts[1] : std::string_view();
@@ -158,6 +162,7 @@ DerivativeTables deriveDerivatives(const RecordPlaces& records) {
         [&](const InstrumentPtr& record) {
             if (isContract(record)) {
                 tables.contractsByProduct[textKey(record->productId)].push_back(record);
+                // No record is both: what has the option type of an option is no contract.
             } else if (const Underlying underlying = underlyingOf(*record); !underlying.code.empty()) {
                 tables.optionsByUnderlying[underlyingKey(underlying.market, underlying.code)].push_back(record);
             }
@@ -176,6 +181,7 @@ RecordTable deriveDays(const RecordPlaces& records, std::string CInstrumentDetai
         records,
         [&](const InstrumentPtr& record) {
             const std::string& day = (*record).*date;
+            // An empty text stands for an unknown day, and nobody asks for what has none.
             if (!day.empty()) {
                 table[textKey(day)].push_back(record);
             }

@@ -4,9 +4,9 @@ _inscenter() {
     local word=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
     local global="--help --version --data --center --store --format --jsonl --rules --today --log"
     local listing="--where --fields --sort --limit"
-    local verbs="help summary get has list find explain report mains products spreads codes outer etf etfs bond bonds
+    local verbs="help summary get has list find explain sql check export report mains products spreads codes outer etf etfs bond bonds
         interbank tenderbonds counterparties otc issuances issuanceprices shell store tour diff generate"
-    local storeVerbs="ls dump verify stat"
+    local storeVerbs="ls dump verify stat key"
     local markets="SH SZ BJ SHFI HK HGT SGT SHO SZO CFFEX SHFE DCE CZCE INE GFEX NEEQ SHGE BANK ETFINSTS WP NYSE
         NASDAQ OTC SOTC"
     local futures="CFFEX SHFE DCE CZCE INE GFEX"
@@ -32,12 +32,13 @@ _inscenter() {
     local issuances="code name issuanceState issuer startDate endDate valueDate maturityDate issueAmount issuePrice
         couponRate minSubscribeAmount"
     local issuanceprices="code enquiryState enquiryPrice lowestPrice highestPrice priceStep tradingDay"
+    local rules="duplicate-key expired no-underlying unknown-component main-twice zero-tick"
     local i verb="" storeVerb="" options="" fields="" named="" before=""
 
     case $previous in
         --center) COMPREPLY=($(compgen -W "server client" -- "$word")) && return ;;
         --format) COMPREPLY=($(compgen -W "table json jsonl csv" -- "$word")) && return ;;
-        --data | --store | --rules | --html | --against) compopt -o default 2>/dev/null; COMPREPLY=(); return ;;
+        --data | --store | --rules | --html | --against | --old | --sqlite | --csv | --ndjson) compopt -o default 2>/dev/null; COMPREPLY=(); return ;;
     esac
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
@@ -65,6 +66,9 @@ _inscenter() {
         COMPREPLY=($(compgen -W "$markets" -- "$word"))
         return
     fi
+    case $named in
+        --rule | --no-rule) [[ $word != -* ]] && COMPREPLY=($(compgen -W "$rules" -- "$word")) && return ;;
+    esac
     case $previous in
         --fields | --sort | --where)
             case $previous$word in
@@ -85,7 +89,10 @@ _inscenter() {
         otc) options="--group $listing" ;;
         find) options="--limit" ;;
         report) options="--html --against" ;;
-        diff) options="--ignore" ;;
+        sql | shell) options="--old" ;;
+        check) options="--rule --no-rule --show-sql --limit" ;;
+        export) options="--sqlite --csv --ndjson --zeros --bom" ;;
+        diff) options="--ignore --exit-code" ;;
         generate) options="--size --seed --date" ;;
         store)
             case $storeVerb in

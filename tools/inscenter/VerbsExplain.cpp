@@ -1,4 +1,4 @@
-// Looking for an instrument whose key is not known.
+// What a code may mean.
 
 #include <fmt/format.h>
 
@@ -6,7 +6,6 @@
 #include <array>
 #include <set>
 #include <string_view>
-#include <tuple>
 
 #include "base/instrumentcenter/vocabulary/Markets.h"
 #include "platform/utils/Utils.h"
@@ -24,66 +23,6 @@ using mxservice::IInstrumentCenter;
 
 /// Other names for Hong Kong: every key text of "HK" may be said with them, too.
 constexpr std::array kConnectMarkets{mxservice::market::kShanghaiConnect, mxservice::market::kShenzhenConnect};
-
-/// Something that a code or name may stand for, in any catalogue.
-struct Entry {
-    std::string market;  ///< of catalogues without markets their name
-    std::string filed;   ///< the market under which a center files it; the same where it files under none
-    std::string code;
-    std::string name;
-    RecordPtr record;
-};
-
-template <class Map>
-void addEntries(const char* catalogue, const Map& records, std::vector<Entry>& entries) {
-    for (const auto& [key, record] : records) {
-        entries.push_back({catalogue, catalogue, record->getKey(), record->name, record});
-    }
-}
-
-/// Everything that has a code and a name. Funds and interbank bonds are found as the instruments that stand for them.
-std::vector<Entry> allEntries(Session& session) {
-    IInstrumentCenter& center = session.center;
-    std::vector<Entry> entries;
-    for (const auto& [market, record] : instrumentsOf(center, filedMarkets(session.day.markets))) {
-        entries.push_back({record->market, market, record->code, record->name, record});
-    }
-    for (const auto& [key, plan] : center.getOtcInstruments()) {
-        entries.push_back({plan->market, plan->market, plan->code, plan->name, plan});
-    }
-    addEntries("tenderbonds", center.getTrenderBondInfos(), entries);
-    addEntries("counterparties", center.getCounterpartys(), entries);
-    addEntries("issuances", center.getIssuanceInfos(), entries);
-    return entries;
-}
-
-/// How well the entry fits: 0 its whole code or key, 1 its whole name, 2 the beginning of its code or key, 3 the
-/// beginning of its name, 4 part of its name. Nothing where it does not. Either of its markets may begin the key.
-std::optional<int> rankOf(const Entry& entry, const std::string& wanted) {
-    const std::string code = foldedText(entry.code);
-    const std::string name = foldedText(entry.name);
-    bool begins = code.starts_with(wanted);
-    bool whole = code == wanted;
-    for (const std::string* const market : {&entry.market, &entry.filed}) {
-        // A market's name alone is no beginning of a key: it would find the whole market.
-        if (wanted.size() > market->size()) {
-            const std::string key = foldedText(*market) + code;
-            begins = begins || key.starts_with(wanted);
-            whole = whole || key == wanted;
-        }
-    }
-    if (whole) {
-        return 0;
-    }
-    if (name == wanted) {
-        return 1;
-    }
-    if (begins) {
-        return 2;
-    }
-    const std::size_t at = name.find(wanted);
-    return at == std::string::npos ? std::nullopt : std::optional<int>(at == 0 ? 3 : 4);
-}
 
 /// The numbers in which a key is known, as decimal (as in the store) and hexadecimal.
 std::string keyNumbers(std::uint64_t key) {
@@ -219,53 +158,6 @@ void Session::reportMissingKey(const std::string& key, const char* what,
         }
     }
     reportMissing(key, what + didYouMean(std::move(meant)));
-}
-
-void findText(Session& session, const Query& query) {
-    const std::string wanted = foldedText(query.text);
-    using Found = std::tuple<int, Entry>;
-    std::vector<Found> found;
-    if (!wanted.empty()) {  // a text of blanks folds to nothing, which every name holds
-        for (Entry& entry : allEntries(session)) {
-            if (const auto rank = rankOf(entry, wanted)) {
-                found.emplace_back(*rank, std::move(entry));
-            }
-        }
-    }
-    if (found.empty()) {
-        session.reportMissing(query.text, "no code begins so, and no name holds it");
-    }
-    std::stable_sort(found.begin(), found.end(), [](const Found& left, const Found& right) {
-        const auto& [rank, entry] = left;
-        const auto& [otherRank, other] = right;
-        return std::tie(rank, entry.code, entry.market) < std::tie(otherRank, other.code, other.market);
-    });
-    Table table{{"market", "code", "name", "product", "listed", "expires", kFiledField}, {}};
-    const std::size_t shown = std::min(found.size(), query.limit.value_or(found.size()));
-    bool elsewhere = session.output.format() != Format::Table;
-    for (std::size_t i = 0; i < shown; ++i) {
-        const Entry& entry = std::get<Entry>(found[i]);
-        const auto* const instrument = dynamic_cast<const mxservice::CInstrumentDetail*>(entry.record.get());
-        const auto text = [&](std::string mxservice::CInstrumentDetail::*field) {
-            return instrument == nullptr || (instrument->*field).empty() ? Cell() : Cell(instrument->*field);
-        };
-        table.rows.push_back({entry.market, entry.code, entry.name, text(&mxservice::CInstrumentDetail::productId),
-                              text(&mxservice::CInstrumentDetail::listingDate),
-                              text(&mxservice::CInstrumentDetail::expireDate), entry.filed});
-        elsewhere = elsewhere || entry.filed != entry.market;
-    }
-    if (!elsewhere) {  // people need no column that repeats another
-        table.columns.pop_back();
-        for (auto& row : table.rows) {
-            row.pop_back();
-        }
-    }
-    if (!table.rows.empty() || session.output.format() != Format::Table) {
-        session.output.table(table, "");
-    }
-    if (shown < found.size()) {
-        session.output.note(fmt::format("... and {} more", found.size() - shown));
-    }
 }
 
 void explainCodes(Session& session, const Query& query) {

@@ -1,0 +1,76 @@
+// The classes of the public header: cores over a log in NATS.
+
+#include "feed/Feed.h"
+
+#include <stdexcept>
+
+#include "feed/NatsLog.h"
+#include "feed/PublisherCore.h"
+#include "feed/SubscriberCore.h"
+
+namespace mxservice::feed {
+namespace {
+
+std::shared_ptr<Log> logOf(const Options& options) {
+    constexpr const char* kAllowed = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-";
+    if (options.feed.empty() || options.feed.find_first_not_of(kAllowed) != std::string::npos) {
+        throw std::invalid_argument("a feed is named by letters, digits, '_' and '-', not '" + options.feed + "'");
+    }
+    if (options.servers.empty()) {
+        throw std::invalid_argument("a feed needs the URL of a server");
+    }
+    return makeNatsLog(options);
+}
+
+}  // namespace
+
+Publisher::Publisher(const Options& options) : core_(std::make_unique<PublisherCore>(logOf(options), options)) {}
+Publisher::~Publisher() = default;
+
+Outcome Publisher::publish(const std::string& tradingDay, const Day& day) {
+    return core_->publish(tradingDay, day);
+}
+
+Outcome Publisher::apply(const Change& change) {
+    return core_->apply(change);
+}
+
+Outcome Publisher::catchUp() {
+    return core_->catchUp();
+}
+
+Revision Publisher::revision() const {
+    return core_->revision();
+}
+
+Subscriber::Subscriber(CServerInstrumentCenter& center, const Options& options)
+    : core_(std::make_unique<SubscriberCore>(hostOf(center), logOf(options), options)) {}
+Subscriber::Subscriber(CClientInstrumentCenter& center, const Options& options)
+    : core_(std::make_unique<SubscriberCore>(hostOf(center), logOf(options), options)) {}
+Subscriber::~Subscriber() = default;
+
+State Subscriber::state() const {
+    return core_->state();
+}
+
+Revision Subscriber::revision() const {
+    return core_->revision();
+}
+
+Health Subscriber::health() const {
+    return core_->health();
+}
+
+Registration Subscriber::onChange(std::function<void(const Revision&)> handler) {
+    return core_->onChange(std::move(handler));
+}
+
+Registration Subscriber::onState(std::function<void(State, const std::string& reason)> handler) {
+    return core_->onState(std::move(handler));
+}
+
+bool Subscriber::waitCurrent(std::chrono::milliseconds timeout) const {
+    return core_->waitCurrent(timeout);
+}
+
+}  // namespace mxservice::feed

@@ -1,0 +1,257 @@
+#include "feed/NatsLog.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <cstdlib>
+#include <string_view>
+#include <utility>
+
+#include "feed/NatsLines.h"
+
+namespace mxservice::feed {
+namespace {
+
+constexpr std::int64_t kNanoseconds = 1000000;  // a millisecond
+
+class NatsLog : public Log {
+public:
+    explicit NatsLog(const Options& options)
+        : options_(options),
+          stream_(options.feed + "-v1"),
+          logSubject_(options.feed + ".v1.log"),
+          partSubject_(options.feed + ".v1.part"),
+          bellSubject_(options.feed + ".v1.bell"),
+          lines_(options, bellSubject_) {}
+
+    Got last(Asked whom) override {
+        return whom == Asked::Any
+                   ? direct([this](jsDirectGetMsgOptions& get) { get.LastBySubject = logSubject_.c_str(); })
+                   : lastOf(logSubject_);
+    }
+    Got next(std::uint64_t after) override {
+        return direct([&](jsDirectGetMsgOptions& get) {
+            get.Sequence = after + 1;
+            get.NextBySubject = logSubject_.c_str();
+        });
+    }
+    Got at(std::uint64_t sequence) override;
+    Got part(const std::string& token, std::uint64_t index) override;
+    Put prepare() override;
+    Put putPart(const std::string& token, std::uint64_t index, const std::string& bytes) override;
+    Put commit(const Headers& headers, const std::string& payload, const std::string& id,
+               std::uint64_t expected) override;
+    Put purgeBefore(std::uint64_t sequence) override;
+    void listen(std::function<void(std::uint64_t)> bell) override { lines_.listen(std::move(bell)); }
+    std::string server() const override { return lines_.server(); }
+    void close() override { lines_.close(); }
+
+private:
+    template <class Fill>
+    Got direct(Fill fill);
+    Got lastOf(const std::string& subject);
+    template <class Ask>
+    Got got(Ask ask);
+    template <class Ask>
+    Put put(Ask ask);
+    std::string partName(const std::string& token, std::uint64_t index) const {
+        return fmt::format("{}.{}.{}", partSubject_, token, index);
+    }
+
+    const Options options_;
+    const std::string stream_;
+    const std::string logSubject_;
+    const std::string partSubject_;
+    const std::string bellSubject_;
+    NatsLines lines_;
+};
+
+template <class Ask>
+Got NatsLog::got(Ask ask) {
+    Got got;
+    NatsFailure failure;
+    const NatsLineHandle line = lines_.get(failure);
+    if (!line) {
+        got.reply = failure.reply;
+        got.reason = failure.reason;
+        return got;
+    }
+    natsMsg* message = nullptr;
+    auto code = static_cast<jsErrCode>(0);
+    const natsStatus status = ask(*line, &message, &code);
+    const NatsMessage owned(message);
+    if (status != NATS_OK) {
+        const bool missing = status == NATS_NOT_FOUND || code == JSNoMessageFoundErr || code == JSStreamNotFoundErr;
+        failure = missing ? NatsFailure{Reply::Missing, "not there"} : lines_.failureOf(status, code);
+        got.reply = failure.reply;
+        got.reason = failure.reason;
+        return got;
+    }
+    got.reply = Reply::Ok;
+    got.message.sequence = natsMsg_GetSequence(message);
+    got.message.payload.assign(natsMsg_GetData(message), static_cast<std::size_t>(natsMsg_GetDataLength(message)));
+    const char** keys = nullptr;
+    int count = 0;
+    if (natsMsgHeader_Keys(message, &keys, &count) == NATS_OK) {
+        for (int i = 0; i < count; ++i) {
+            const char* value = nullptr;
+            const std::string_view key = keys[i];
+            const bool ours = key.substr(0, 4) == "Ins-" || key == kIdHeader;
+            if (ours && natsMsgHeader_Get(message, keys[i], &value) == NATS_OK) {
+                got.message.headers.emplace(key, value);
+            }
+        }
+        free(keys);
+    }
+    lines_.answered();
+    return got;
+}
+
+template <class Fill>
+Got NatsLog::direct(Fill fill) {
+    return got([&](NatsLine& line, natsMsg** message, jsErrCode* /*code*/) {
+        jsDirectGetMsgOptions get;
+        jsDirectGetMsgOptions_Init(&get);
+        fill(get);
+        const natsStatus status = js_DirectGetMsg(message, line.context.get(), stream_.c_str(), nullptr, &get);
+        // Nobody listens: there is no such stream, or none of its replicas is ready. Whoever cares asks the leader.
+        return status == NATS_NO_RESPONDERS ? NATS_NOT_FOUND : status;
+    });
+}
+
+Got NatsLog::lastOf(const std::string& subject) {
+    return got([&](NatsLine& line, natsMsg** message, jsErrCode* code) {
+        return js_GetLastMsg(message, line.context.get(), stream_.c_str(), subject.c_str(), nullptr, code);
+    });
+}
+
+/// A replica may not have yet what a bell or another replica has told of; the leader has.
+Got NatsLog::at(std::uint64_t sequence) {
+    Got got = direct([&](jsDirectGetMsgOptions& get) { get.Sequence = sequence; });
+    return got.reply != Reply::Missing ? got : this->got([&](NatsLine& line, natsMsg** message, jsErrCode* code) {
+        return js_GetMsg(message, line.context.get(), stream_.c_str(), sequence, nullptr, code);
+    });
+}
+
+Got NatsLog::part(const std::string& token, std::uint64_t index) {
+    const std::string subject = partName(token, index);
+    Got got = direct([&](jsDirectGetMsgOptions& get) { get.LastBySubject = subject.c_str(); });
+    return got.reply != Reply::Missing ? got : lastOf(subject);
+}
+
+template <class Ask>
+Put NatsLog::put(Ask ask) {
+    Put put;
+    NatsFailure failure;
+    const NatsLineHandle line = lines_.get(failure);
+    if (!line) {
+        put.reply = failure.reply;
+        put.reason = failure.reason;
+        return put;
+    }
+    auto code = static_cast<jsErrCode>(0);
+    jsPubAck* answered = nullptr;
+    const natsStatus status = ask(*line, &answered, &code);
+    const NatsAck ack(answered);
+    if (status != NATS_OK) {
+        failure = lines_.failureOf(status, code);
+        const bool conflict = code == JSStreamWrongLastSequenceErr;
+        put.reply = conflict ? Reply::Conflict : failure.reply;
+        put.reason = failure.reason;
+        return put;
+    }
+    put.reply = Reply::Ok;
+    put.sequence = answered != nullptr ? answered->Sequence : 0;
+    return put;
+}
+
+Put NatsLog::prepare() {
+    return put([this](NatsLine& line, jsPubAck** /*ack*/, jsErrCode* code) {
+        jsStreamInfo* info = nullptr;
+        natsStatus status = js_GetStreamInfo(&info, line.context.get(), stream_.c_str(), nullptr, code);
+        const NatsInfo owned(info);
+        if (status == NATS_OK || *code != JSStreamNotFoundErr) {
+            // The library's own word for it comes without a code.
+            if (status != NATS_NOT_FOUND) {
+                return status;
+            }
+        }
+        jsStreamConfig config;
+        jsStreamConfig_Init(&config);
+        jsRePublish bell;
+        jsRePublish_Init(&bell);
+        bell.Source = logSubject_.c_str();
+        bell.Destination = bellSubject_.c_str();
+        bell.HeadersOnly = true;
+        const std::string parts = partSubject_ + ".>";
+        std::array<const char*, 2> subjects{logSubject_.c_str(), parts.c_str()};
+        config.Name = stream_.c_str();
+        config.Subjects = subjects.data();
+        config.SubjectsLen = static_cast<int>(subjects.size());
+        config.Storage = js_FileStorage;
+        config.Replicas = options_.replicas;
+        config.Duplicates = options_.duplicates.count() * kNanoseconds;
+        config.AllowDirect = true;
+        config.RePublish = &bell;
+        status = js_AddStream(nullptr, line.context.get(), &config, nullptr, code);
+        // Another publisher may have made it in between.
+        return *code == JSStreamNameExistErr ? NATS_OK : status;
+    });
+}
+
+Put NatsLog::putPart(const std::string& token, std::uint64_t index, const std::string& bytes) {
+    const std::string subject = partName(token, index);
+    const std::string id = fmt::format("{}-{}", token, index);
+    return put([&](NatsLine& line, jsPubAck** ack, jsErrCode* code) {
+        jsPubOptions options;
+        jsPubOptions_Init(&options);
+        options.MsgId = id.c_str();
+        return js_Publish(ack, line.context.get(), subject.c_str(), bytes.data(), static_cast<int>(bytes.size()),
+                          &options, code);
+    });
+}
+
+Put NatsLog::commit(const Headers& headers, const std::string& payload, const std::string& id, std::uint64_t expected) {
+    return put([&](NatsLine& line, jsPubAck** ack, jsErrCode* code) {
+        natsMsg* made = nullptr;
+        natsStatus status =
+            natsMsg_Create(&made, logSubject_.c_str(), nullptr, payload.data(), static_cast<int>(payload.size()));
+        const NatsMessage message(made);
+        for (const auto& [name, value] : headers) {
+            if (status == NATS_OK && name != kIdHeader) {
+                status = natsMsgHeader_Set(made, name.c_str(), value.c_str());
+            }
+        }
+        if (status != NATS_OK) {
+            return status;
+        }
+        jsPubOptions options;
+        jsPubOptions_Init(&options);
+        options.MsgId = id.c_str();
+        options.ExpectLastSubjectSeq = expected;
+        options.ExpectNoMessage = expected == 0;
+        return js_PublishMsg(ack, line.context.get(), made, &options, code);
+    });
+}
+
+Put NatsLog::purgeBefore(std::uint64_t sequence) {
+    if (sequence <= 1) {
+        // Servers take "before the first message" for no bound at all, and remove everything.
+        return {Reply::Ok, "", 0};
+    }
+    return put([&](NatsLine& line, jsPubAck** /*ack*/, jsErrCode* code) {
+        jsOptions options;
+        jsOptions_Init(&options);
+        options.Wait = options_.requestTimeout.count();
+        options.Stream.Purge.Sequence = sequence;
+        return js_PurgeStream(line.context.get(), stream_.c_str(), &options, code);
+    });
+}
+
+}  // namespace
+
+std::shared_ptr<Log> makeNatsLog(const Options& options) {
+    return std::make_shared<NatsLog>(options);
+}
+
+}  // namespace mxservice::feed

@@ -1,0 +1,43 @@
+#include <utility>
+
+#include "feed/Feed.h"
+
+namespace mxservice::feed {
+
+Registration::Registration(std::function<void()> end) : end_(std::move(end)) {}
+
+Registration::~Registration() {
+    if (end_) {
+        end_();
+    }
+}
+
+Registration::Registration(Registration&& other) noexcept : end_(std::exchange(other.end_, nullptr)) {}
+
+Registration& Registration::operator=(Registration&& other) noexcept {
+    if (this != &other) {
+        const auto end = std::exchange(end_, std::exchange(other.end_, nullptr));
+        if (end) {
+            end();
+        }
+    }
+    return *this;
+}
+
+const char* stateName(State state) {
+    switch (state) {
+        case State::Connecting:
+            return "Connecting";
+        case State::Loading:
+            return "Loading";
+        case State::Current:
+            return "Current";
+        case State::Stale:
+            return "Stale";
+        case State::Failed:
+            break;
+    }
+    return "Failed";
+}
+
+}  // namespace mxservice::feed

@@ -4,6 +4,8 @@
 #include <chrono>
 #include <thread>
 
+#include "src/Inside.h"
+
 namespace binding {
 namespace {
 
@@ -13,6 +15,10 @@ namespace {
 std::atomic<int> entering{0};
 std::atomic<bool> shut{false};
 std::atomic<std::thread::id> closer{};
+
+// Of Inside; guarded by the interpreter's lock.
+bool closing = false;
+int threadsInside = 0;
 
 /// Whether the lock may be asked for; if so, leave() is called once it is held. Both sides write before they read (the
 /// default order), so of a thread that enters and the end that shuts at the same time at least one sees the other.
@@ -53,6 +59,18 @@ Released::~Released() {
     leave();
 }
 
+Inside::Inside() {
+    if (closing && closer.load() != std::this_thread::get_id()) {
+        PyEval_SaveThread();
+        waitForTheEnd();
+    }
+    ++threadsInside;
+}
+
+Inside::~Inside() {
+    --threadsInside;
+}
+
 Held::Held() : held_(enter()) {
     if (held_) {
         state_ = PyGILState_Ensure();
@@ -68,6 +86,12 @@ Held::~Held() {
 
 void closeInterpreter() {
     closer = std::this_thread::get_id();
+    closing = true;
+    // Before the gate is shut, through which those who are inside have to come back.
+    while (threadsInside > 0) {
+        const Released released;
+        std::this_thread::yield();
+    }
     shut = true;
     PyThreadState* const state = PyEval_SaveThread();
     while (entering.load() != 0) {

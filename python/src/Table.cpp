@@ -5,6 +5,7 @@
 #include "platform/record/Records.h"
 #include "src/Casters.h"
 #include "src/Column.h"
+#include "src/Inside.h"
 #include "src/Interpreter.h"
 
 namespace binding {
@@ -92,6 +93,7 @@ std::vector<std::unique_ptr<Column>> Table::read(bool datesAsText) const {
 
 py::dict Table::series(const std::string& dates) const {
     const Dates form = datesNamed(dates);
+    const Inside inside;
     needNumpy();
     py::dict columns;
     for (const auto& column : read(form == Dates::Text)) {
@@ -101,6 +103,7 @@ py::dict Table::series(const std::string& dates) const {
 }
 
 py::dict Table::columns() const {
+    const Inside inside;
     needNumpy();
     py::dict columns;
     for (const auto& column : read(false)) {

@@ -1,5 +1,6 @@
 # Debian packages, one a component: the libraries, what one needs to build against them, the tool. ./dev package makes
-# them from a build that is configured for /usr; dependencies of binaries are those that dpkg-shlibdeps finds.
+# them from a build that is configured for /usr; dependencies of binaries are those that dpkg-shlibdeps finds. For Windows
+# one archive of all three, which ./dev windows makes.
 
 set(PM_ABI ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 set(CPACK_GENERATOR DEB)
@@ -7,7 +8,12 @@ set(CPACK_PACKAGE_NAME pminstrumentcenter)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_VENDOR "PmInstrumentCenter maintainers")
 set(CPACK_PACKAGE_CONTACT "PmInstrumentCenter maintainers <root@localhost>")
-set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+if(WIN32)  # one archive of all components, which may be unpacked anywhere
+  set(CPACK_GENERATOR ZIP)
+  set(CPACK_PACKAGING_INSTALL_PREFIX /)
+else()
+  set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+endif()
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_GROUPING IGNORE)
@@ -16,7 +22,8 @@ set(CPACK_COMPONENTS_ALL library dev tool)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
-  ${PROJECT_BINARY_DIR}/base ${PROJECT_BINARY_DIR}/platform ${PROJECT_BINARY_DIR}/snapshot)
+  ${PROJECT_BINARY_DIR}/base ${PROJECT_BINARY_DIR}/platform ${PROJECT_BINARY_DIR}/snapshot
+  ${PROJECT_BINARY_DIR}/feed)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 

@@ -24,61 +24,53 @@ std::shared_ptr<Log> logOf(const Options& options) {
 
 }  // namespace
 
-class Publisher::Impl : public PublisherCore {
-    using PublisherCore::PublisherCore;
-};
-
-Publisher::Publisher(const Options& options) : impl_(std::make_unique<Impl>(logOf(options), options)) {}
+Publisher::Publisher(const Options& options) : core_(std::make_unique<PublisherCore>(logOf(options), options)) {}
 Publisher::~Publisher() = default;
 
 Outcome Publisher::publish(const std::string& tradingDay, const Day& day) {
-    return impl_->publish(tradingDay, day);
+    return core_->publish(tradingDay, day);
 }
 
 Outcome Publisher::apply(const Change& change) {
-    return impl_->apply(change);
+    return core_->apply(change);
 }
 
 Outcome Publisher::catchUp() {
-    return impl_->catchUp();
+    return core_->catchUp();
 }
 
 Revision Publisher::revision() const {
-    return impl_->revision();
+    return core_->revision();
 }
 
-class Subscriber::Impl : public SubscriberCore {
-    using SubscriberCore::SubscriberCore;
-};
-
 Subscriber::Subscriber(CServerInstrumentCenter& center, const Options& options)
-    : impl_(std::make_unique<Impl>(hostOf(center), logOf(options), options)) {}
+    : core_(std::make_unique<SubscriberCore>(hostOf(center), logOf(options), options)) {}
 Subscriber::Subscriber(CClientInstrumentCenter& center, const Options& options)
-    : impl_(std::make_unique<Impl>(hostOf(center), logOf(options), options)) {}
+    : core_(std::make_unique<SubscriberCore>(hostOf(center), logOf(options), options)) {}
 Subscriber::~Subscriber() = default;
 
 State Subscriber::state() const {
-    return impl_->state();
+    return core_->state();
 }
 
 Revision Subscriber::revision() const {
-    return impl_->revision();
+    return core_->revision();
 }
 
 Health Subscriber::health() const {
-    return impl_->health();
+    return core_->health();
 }
 
 Registration Subscriber::onChange(std::function<void(const Revision&)> handler) {
-    return impl_->onChange(std::move(handler));
+    return core_->onChange(std::move(handler));
 }
 
 Registration Subscriber::onState(std::function<void(State, const std::string& reason)> handler) {
-    return impl_->onState(std::move(handler));
+    return core_->onState(std::move(handler));
 }
 
 bool Subscriber::waitCurrent(std::chrono::milliseconds timeout) const {
-    return impl_->waitCurrent(timeout);
+    return core_->waitCurrent(timeout);
 }
 
 }  // namespace mxservice::feed

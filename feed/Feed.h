@@ -22,6 +22,9 @@
 
 namespace mxservice::feed {
 
+class PublisherCore;
+class SubscriberCore;
+
 /// Where the log is and how it is spoken to. What is left as it is suits a server on the same machine.
 struct Options {
     /// URLs of the servers, "nats://host:port" or "tls://host:port"; any of a cluster will do, several spare a start
@@ -173,8 +176,7 @@ public:
     Revision revision() const;
 
 private:
-    class Impl;
-    std::unique_ptr<Impl> impl_;
+    std::unique_ptr<PublisherCore> core_;
 };
 
 /// What a subscriber can say of its center.
@@ -260,8 +262,7 @@ public:
     bool waitCurrent(std::chrono::milliseconds timeout) const;
 
 private:
-    class Impl;
-    std::unique_ptr<Impl> impl_;
+    std::unique_ptr<SubscriberCore> core_;
 };
 
 }  // namespace mxservice::feed

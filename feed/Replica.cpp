@@ -67,7 +67,8 @@ Look Replica::look(std::uint64_t heard, Receiver& receiver) {
 }
 
 /// Any replica will do while it knows of something newer. Where it seems to have less than we do, the leader decides:
-/// to take a replica that lags for a log that went back would load the whole day again.
+/// to take a replica that lags for a log that went back would load the whole day again. Where nobody answers, too: of a
+/// stream that is not there only the leader says so.
 Got Replica::lastMessage(std::uint64_t heard) {
     Got got = log_.last(Asked::Any);
     const bool old = got.reply == Reply::Ok && got.message.sequence < std::max(sequence_, heard);
@@ -75,7 +76,8 @@ Got Replica::lastMessage(std::uint64_t heard) {
     const bool other = got.reply == Reply::Ok && head_ &&
                        readHead(got.message.headers, head, reason_) == HeadKind::Good &&
                        decide(&*head_, sequence_, head, got.message.sequence) == Step::Reload;
-    return got.reply == Reply::Missing || old || other ? log_.last(Asked::Leader) : got;
+    return got.reply == Reply::Missing || got.reply == Reply::Unreachable || old || other ? log_.last(Asked::Leader)
+                                                                                          : got;
 }
 
 Look Replica::catchUp(const Message& last, const Head& head, Receiver& receiver) {

@@ -273,7 +273,10 @@ void addCatalogue(py::module_& module) {
     for (const auto& [name, type] : traderTypes()) {
         names[name] = static_cast<int>(type);
     }
-    module.attr("_trader_types") = names;
+    const py::object kind =
+        py::module_::import("enum").attr("IntFlag")("TraderType", names, py::arg("module") = "inscenter._native");
+    kind.attr("__doc__") = "Kinds of trading; get_instruments and frame list what each stands for.";
+    module.attr("TraderType") = kind;
 }
 
 }  // namespace binding

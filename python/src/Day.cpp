@@ -143,7 +143,7 @@ void addIssue(py::module_& module) {
         .def_property_readonly(
             "kind", [](const SnapshotIssue& issue) { return kIssueKinds.at(static_cast<std::size_t>(issue.kind)); },
             "What it is about: \"line_skipped\" and \"file_skipped\" cost records, the others do not.")
-        .def("__repr__", [](const SnapshotIssue& issue) {
+        .def("__repr__", [](const SnapshotIssue& issue) -> std::string {
             return "<Issue " + issue.file + ":" + std::to_string(issue.line) + " " + issue.field + " " + issue.reason +
                    ">";
         });

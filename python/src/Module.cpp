@@ -17,6 +17,14 @@ namespace {
 namespace py = pybind11;
 
 void addErrors(py::module_& module) {
+    // What pybind11 calls a failure at run time is an argument of a wrong type, where a function converts it by itself.
+    py::register_local_exception_translator([](std::exception_ptr thrown) {
+        try {
+            std::rethrow_exception(std::move(thrown));
+        } catch (const py::cast_error&) {
+            PyErr_SetString(PyExc_TypeError, "an argument is of a wrong type");
+        }
+    });
     py::register_exception<mxservice::SnapshotUnreadable>(module, "UnreadableError", PyExc_OSError).doc() =
         "A day of which nothing can be read.";
     const auto warning = py::reinterpret_steal<py::object>(PyErr_NewExceptionWithDoc(
@@ -34,8 +42,10 @@ void addFunctions(py::module_& module) {
     module.def("load_market_rules", &utils::CMarketRules::load,
                "Replaces the code ranges of the market rules by those of a JSON file.", py::arg("path"));
     module.def("reset_market_rules", &utils::CMarketRules::reset, "Puts the built-in market rules back.");
-    module.def("table", &binding::Table::ofObjects, "Records of one class as columns.", py::arg("records"),
-               py::arg("fields") = py::none());
+    module.def(
+        "table",
+        [](py::handle records, const py::object& fields) { return binding::Table::ofObjects(records, fields); },
+        "Records of one class as columns.", py::arg("records"), py::arg("fields") = py::none());
     module.def(
         "frame",
         [](py::handle records, const py::object& fields, const std::string& dates) {
@@ -64,8 +74,8 @@ PYBIND11_MODULE(_native, module) {
     binding::addTable(module);
     binding::addDay(module);
     binding::addCatalogue(module);
-    binding::addCenters(module);
     binding::addStatistics(module);
+    binding::addCenters(module);
     binding::addStore(module);
     binding::addDiff(module);
     addFunctions(module);

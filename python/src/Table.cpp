@@ -118,19 +118,20 @@ py::capsule Table::arrowStream(const py::object&) const {
 }
 
 py::object basketFrame(const Table::Records& funds) {
-    // A row a component: the fund's two keys, twice in the frame where the names are the component's, too.
     Table::Records fundOfRow;
     Table::Records components;
     for (const auto& record : funds) {
         const auto& fund = static_cast<const CETFDetail&>(*record);
         for (const auto& [code, component] : fund.components) {
-            fundOfRow.push_back(record);
-            components.push_back(component);
+            if (component) {
+                fundOfRow.push_back(record);
+                components.push_back(component);
+            }
         }
     }
     py::dict columns;
-    const py::object keys = Table(CETFDetail::table(), fundOfRow, py::make_tuple("market", "etfcode")).frame("date");
-    columns["etf_market"] = keys["market"];
+    const py::object keys = Table(CETFDetail::table(), fundOfRow, py::make_tuple("exchid", "etfcode")).frame("date");
+    columns["etf_market"] = keys["exchid"];
     columns["etf_code"] = keys["etfcode"];
     const py::object rows = Table(CETFComponentStockInfo::table(), components, py::none()).frame("date");
     for (const Field& field : CETFComponentStockInfo::table().fields()) {

@@ -245,7 +245,7 @@ void Sql::execute(const std::string& statement) {
 void Sql::save(const std::string& file) {
     const fs::path wanted = pathOf(file);
     const fs::path written =
-        wanted.parent_path() / fmt::format(".{}.{:08x}", textOf(wanted.filename()), std::random_device()());
+        wanted.parent_path() / pathOf(fmt::format(".{}.{:08x}", textOf(wanted.filename()), std::random_device()()));
     sqlite3_set_authorizer(connection_.get(), nullptr, nullptr);
     std::string failure;
     try {

@@ -18,7 +18,9 @@
 #include "platform/utils/Utils.h"
 #include "tools/inscenter/DocumentCheck.h"
 #include "tools/inscenter/RecordText.h"
+#include "tools/inscenter/Snapshot.h"
 #include "tools/inscenter/StoreDirectory.h"
+#include "tools/inscenter/Snapshot.h"
 #include "tools/inscenter/StoreReader.h"
 
 namespace inscenter {

@@ -1,0 +1,268 @@
+#include "feed/NatsLines.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <charconv>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace mxservice::feed {
+namespace {
+
+constexpr std::int64_t kConnectMs = 1000;
+constexpr std::int64_t kPingMs = 2000;
+constexpr int kPingsUnanswered = 2;
+constexpr std::int64_t kReconnectMs = 250;
+constexpr std::int64_t kReconnectJitterMs = 250;
+constexpr std::size_t kUrlBytes = 256;
+
+bool isDenied(natsStatus status, jsErrCode code) {
+    switch (status) {
+        case NATS_CONNECTION_AUTH_FAILED:
+        case NATS_NOT_PERMITTED:
+        case NATS_SSL_ERROR:
+        case NATS_SECURE_CONNECTION_REQUIRED:
+        case NATS_SECURE_CONNECTION_WANTED:
+        case NATS_ADDRESS_MISSING:
+        case NATS_INVALID_ARG:
+            return true;
+        default:
+            return code == JSNotEnabledErr || code == JSNotEnabledForAccountErr || code == JSStreamSubjectOverlapErr ||
+                   code == JSStreamReplicasNotSupportedErr || code == JSStorageResourcesExceededErr ||
+                   code == JSStreamMessageExceedsMaximumErr || code == JSStreamInvalidConfig;
+    }
+}
+
+}  // namespace
+
+NatsLines::NatsLines(const Options& options, std::string bellSubject)
+    : options_(options), bellSubject_(std::move(bellSubject)) {}
+
+NatsLines::~NatsLines() {
+    close();
+}
+
+void NatsLines::noteError(natsConnection* connection, natsSubscription* /*unused*/, natsStatus status, void* closure) {
+    auto& shared = **static_cast<SharedHandle*>(closure);
+    const char* text = nullptr;
+    natsConnection_GetLastError(connection, &text);
+    const std::lock_guard guard(shared.lock);
+    shared.lastError = text != nullptr && *text != '\0' ? text : natsStatus_GetText(status);
+}
+
+void NatsLines::noteBell(natsConnection* /*unused*/, natsSubscription* /*unused*/, natsMsg* message, void* closure) {
+    const NatsMessage owned(message);
+    const char* text = nullptr;
+    std::uint64_t sequence = 0;
+    if (natsMsgHeader_Get(message, JSSequence, &text) == NATS_OK) {
+        const std::string_view digits(text);
+        std::from_chars(digits.data(), digits.data() + digits.size(), sequence);
+    }
+    auto& shared = **static_cast<SharedHandle*>(closure);
+    const std::lock_guard guard(shared.lock);
+    if (shared.bell) {
+        shared.bell(sequence);
+    }
+}
+
+void NatsLines::dropShared(void* closure) {
+    delete static_cast<SharedHandle*>(closure);
+}
+
+void NatsLines::dropSharedOf(natsConnection* /*unused*/, void* closure) {
+    dropShared(closure);
+}
+
+natsStatus NatsLines::setUp(natsOptions* options) const {
+    std::vector<const char*> servers;
+    for (const std::string& server : options_.servers) {
+        servers.push_back(server.c_str());
+    }
+    natsStatus status = natsOptions_SetServers(options, servers.data(), static_cast<int>(servers.size()));
+    const auto with = [&status](bool wanted, auto set) {
+        if (status == NATS_OK && wanted) {
+            status = set();
+        }
+    };
+    const auto text = [](const std::string& value) { return value.empty() ? nullptr : value.c_str(); };
+    with(true, [&] { return natsOptions_SetTimeout(options, kConnectMs); });
+    with(true, [&] { return natsOptions_SetPingInterval(options, kPingMs); });
+    with(true, [&] { return natsOptions_SetMaxPingsOut(options, kPingsUnanswered); });
+    with(true, [&] { return natsOptions_SetMaxReconnect(options, -1); });
+    with(true, [&] { return natsOptions_SetReconnectWait(options, kReconnectMs); });
+    with(true, [&] { return natsOptions_SetReconnectJitter(options, kReconnectJitterMs, kReconnectJitterMs); });
+    // A request that waits for a server that is gone ends at once, as does one of a connection that is closed.
+    with(true, [&] { return natsOptions_SetFailRequestsOnDisconnect(options, true); });
+    with(true, [&] { return natsOptions_SetSendAsap(options, true); });
+    // Nothing waits in the library for a connection: what is asked meanwhile is answered with a failure.
+    with(true, [&] { return natsOptions_SetReconnectBufSize(options, 0); });
+    with(true, [&] {
+        return natsOptions_SetRetryOnFailedConnect(
+            options, true, [](natsConnection*, void*) {}, nullptr);
+    });
+    with(!options_.name.empty(), [&] { return natsOptions_SetName(options, options_.name.c_str()); });
+    with(!options_.user.empty(),
+         [&] { return natsOptions_SetUserInfo(options, options_.user.c_str(), options_.password.c_str()); });
+    with(!options_.token.empty(), [&] { return natsOptions_SetToken(options, options_.token.c_str()); });
+    with(!options_.credentialsFile.empty(),
+         [&] { return natsOptions_SetUserCredentialsFromFiles(options, options_.credentialsFile.c_str(), nullptr); });
+    with(options_.tls, [&] { return natsOptions_SetSecure(options, true); });
+    with(!options_.caFile.empty(),
+         [&] { return natsOptions_LoadCATrustedCertificates(options, options_.caFile.c_str()); });
+    with(!options_.certificateFile.empty(), [&] {
+        return natsOptions_LoadCertificatesChain(options, options_.certificateFile.c_str(), text(options_.keyFile));
+    });
+    return status;
+}
+
+NatsFailure NatsLines::failureOf(natsStatus status, jsErrCode code) const {
+    std::string reason = natsStatus_GetText(status);
+    if (code != 0) {
+        reason += fmt::format(" ({})", static_cast<int>(code));
+    }
+    // Refused permissions come as a remark on the connection; the request itself hears nothing.
+    const std::lock_guard guard(shared_->lock);
+    if (!shared_->lastError.empty()) {
+        reason += ": " + shared_->lastError;
+    }
+    const bool refused = shared_->lastError.find("ermissions Violation") != std::string::npos ||
+                         shared_->lastError.find("uthorization Violation") != std::string::npos;
+    return {refused || isDenied(status, code) ? Reply::Denied : Reply::Unreachable, reason};
+}
+
+NatsLineHandle NatsLines::connect(NatsFailure& failure) {
+    natsOptions* made = nullptr;
+    natsStatus status = natsOptions_Create(&made);
+    const NatsOptions options(made);
+    if (status == NATS_OK) {
+        status = setUp(made);
+    }
+    auto* const errors = new SharedHandle(shared_);
+    if (status == NATS_OK) {
+        natsOptions_SetErrorHandler(made, noteError, errors);
+        // The last that the library says of a connection, however it ends.
+        status = natsOptions_SetClosedCB(made, dropSharedOf, errors);
+    }
+    natsConnection* connection = nullptr;
+    if (status == NATS_OK) {
+        status = natsConnection_Connect(&connection, made);
+    }
+    const bool trying = status == NATS_NOT_YET_CONNECTED;
+    if (status != NATS_OK && !trying) {
+        failure = failureOf(status, static_cast<jsErrCode>(0));
+        delete errors;
+        return nullptr;
+    }
+    auto line = std::make_shared<NatsLine>();
+    line->connection.reset(connection);
+    jsOptions waits;
+    jsOptions_Init(&waits);
+    waits.Wait = options_.requestTimeout.count();
+    jsCtx* context = nullptr;
+    status = natsConnection_JetStream(&context, connection, &waits);
+    line->context.reset(context);
+    if (status != NATS_OK) {
+        failure = failureOf(status, static_cast<jsErrCode>(0));
+        return nullptr;
+    }
+    subscribe(*line);
+    return line;
+}
+
+void NatsLines::subscribe(NatsLine& line) const {
+    {
+        const std::lock_guard guard(shared_->lock);
+        if (!shared_->bell) {
+            return;
+        }
+    }
+    auto* const closure = new SharedHandle(shared_);
+    natsSubscription* subscription = nullptr;
+    if (natsConnection_Subscribe(&subscription, line.connection.get(), bellSubject_.c_str(), noteBell, closure) !=
+        NATS_OK) {
+        delete closure;  // without a bell the log is looked at now and then
+        return;
+    }
+    natsSubscription_SetOnCompleteCB(subscription, dropShared, closure);
+    line.bell.reset(subscription);
+}
+
+/// The connection, made where there is none, or where the library has given one up: it does after two refused
+/// credentials.
+NatsLineHandle NatsLines::get(NatsFailure& failure) {
+    const std::lock_guard one(connecting_);
+    NatsLineHandle line;
+    {
+        const std::lock_guard guard(lock_);
+        if (closed_) {
+            failure = {Reply::Unreachable, "closed"};
+            return nullptr;
+        }
+        line = line_;
+    }
+    if (!line || natsConnection_Status(line->connection.get()) == NATS_CONN_STATUS_CLOSED) {
+        line = connect(failure);
+        const std::lock_guard guard(lock_);
+        line_ = line;
+        if (!line) {
+            return nullptr;
+        }
+        if (closed_) {
+            line_.reset();
+            failure = {Reply::Unreachable, "closed"};
+            return nullptr;
+        }
+    }
+    const natsConnStatus status = natsConnection_Status(line->connection.get());
+    if (status != NATS_CONN_STATUS_CONNECTED) {
+        const char* text = nullptr;
+        natsConnection_GetLastError(line->connection.get(), &text);
+        const std::string_view reason = text != nullptr ? text : "";
+        const bool refused = reason.find("uthorization") != std::string_view::npos;
+        failure = {refused ? Reply::Denied : Reply::Unreachable,
+                   fmt::format("not connected{}{}", reason.empty() ? "" : ": ", reason)};
+        return nullptr;
+    }
+    return line;
+}
+
+void NatsLines::answered() {
+    const std::lock_guard guard(shared_->lock);
+    shared_->lastError.clear();
+}
+
+void NatsLines::listen(std::function<void(std::uint64_t)> bell) {
+    const std::lock_guard guard(shared_->lock);
+    shared_->bell = std::move(bell);
+}
+
+std::string NatsLines::server() const {
+    NatsLineHandle line;
+    {
+        const std::lock_guard guard(lock_);
+        line = line_;
+    }
+    std::array<char, kUrlBytes> url{};
+    const bool connected =
+        line && natsConnection_GetConnectedUrl(line->connection.get(), url.data(), url.size()) == NATS_OK;
+    return connected ? url.data() : "";
+}
+
+void NatsLines::close() {
+    NatsLineHandle line;
+    {
+        const std::lock_guard guard(lock_);
+        closed_ = true;
+        line = std::move(line_);
+    }
+    if (line) {
+        natsConnection_Close(line->connection.get());
+    }
+    // From here on nobody is called: whoever owns the bell may be gone when this returns.
+    const std::lock_guard guard(shared_->lock);
+    shared_->bell = nullptr;
+}
+
+}  // namespace mxservice::feed

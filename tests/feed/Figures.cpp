@@ -1,0 +1,140 @@
+// What a feed takes, on one machine with one server and with three: printed, not judged.
+//
+//   feed_figures [INSTRUMENTS]
+
+#include <algorithm>
+#include <chrono>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/feed/NatsServer.h"
+#include "tests/feed/WatchedHost.h"
+#include "tools/marketday/MarketDay.h"
+
+namespace mxservice::feed {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double msSince(Clock::time_point began) {
+    return std::chrono::duration<double, std::milli>(Clock::now() - began).count();
+}
+
+Snapshot makeDay(std::size_t size) {
+    Snapshot day;
+    const marketday::MarketDay made(size, 1, "20260302");
+    for (std::size_t i = 0; i < kSnapshotCatalogues; ++i) {
+        const auto catalogue = static_cast<SnapshotCatalogue>(i);
+        made.visit(catalogueName(catalogue), [&](const boost::shared_ptr<IData>& one) { day.add(catalogue, one); });
+    }
+    return day;
+}
+
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+/// Publishing a day, and until a host that waits for it has it.
+void measureDay(const Snapshot& snapshot, const Options& options, const std::string& what) {
+    constexpr int kTimes = 5;
+    std::vector<double> plain;
+    std::vector<double> published;
+    std::vector<double> loaded;
+    std::vector<double> late;
+    const Day day = Day::of(snapshot);
+    Publisher publisher(options);
+    eventually([&] { return publisher.catchUp().result == Published::Done; });
+    for (int i = 0; i < kTimes; ++i) {
+        {
+            const Day copy = Day::of(snapshot.copy());
+            CServerInstrumentCenter center("plain");
+            const auto began = Clock::now();
+            copy.loadInto(center);
+            plain.push_back(msSince(began));
+        }
+        CServerInstrumentCenter center("host");
+        Subscriber host(center, options);
+        eventually([&] { return host.health().lastSeen.time_since_epoch().count() != 0; });
+        auto began = Clock::now();
+        const Outcome outcome = publisher.publish("20260302", day);
+        published.push_back(msSince(began));
+        eventually([&] { return host.revision() == outcome.revision; });
+        loaded.push_back(msSince(began));
+        CServerInstrumentCenter other("late");
+        began = Clock::now();
+        const Subscriber second(other, options);
+        eventually([&] { return second.revision() == outcome.revision; });
+        late.push_back(msSince(began));
+    }
+    std::cout << what << ", " << snapshot.instruments.size() << " instruments: plain load " << median(plain)
+              << " ms, published in " << median(published) << " ms, at a host that had the former day after "
+              << median(loaded) << " ms (" << median(loaded) / median(plain)
+              << " plain loads), at one that starts after " << median(late) << " ms (" << median(late) / median(plain)
+              << ")" << std::endl;
+}
+
+/// From the call that publishes a change until the center of each of many hosts has it.
+void measureChanges(const Options& options, const std::string& what) {
+    constexpr std::size_t kHosts = 50;
+    constexpr int kChanges = 200;
+    std::mt19937 random(1);
+    Publisher publisher(options);
+    eventually([&] { return publisher.publish("20260302", randomDay(random)).result == Published::Done; });
+    std::vector<std::unique_ptr<CServerInstrumentCenter>> centers;
+    std::vector<std::unique_ptr<Subscriber>> hosts;
+    std::vector<Registration> told;
+    std::mutex lock;
+    std::vector<double> times;
+    Clock::time_point began;
+    for (std::size_t i = 0; i < kHosts; ++i) {
+        centers.push_back(std::make_unique<CServerInstrumentCenter>("host"));
+        hosts.push_back(std::make_unique<Subscriber>(*centers.back(), options));
+        hosts.back()->waitCurrent(std::chrono::seconds(60));
+        told.push_back(hosts.back()->onChange([&](const Revision&) {
+            const std::lock_guard guard(lock);
+            times.push_back(msSince(began));
+        }));
+    }
+    std::vector<double> all;
+    std::vector<double> slowest;
+    for (int i = 0; i < kChanges; ++i) {
+        {
+            const std::lock_guard guard(lock);
+            times.clear();
+            began = Clock::now();
+        }
+        publisher.apply(randomChange(random));
+        eventually([&] {
+            const std::lock_guard guard(lock);
+            return times.size() == kHosts;
+        });
+        const std::lock_guard guard(lock);
+        all.insert(all.end(), times.begin(), times.end());
+        slowest.push_back(*std::max_element(times.begin(), times.end()));
+    }
+    std::cout << what << ", a change at " << kHosts << " hosts: median " << median(all) << " ms, the slowest of them "
+              << median(slowest) << " ms at the median, " << *std::max_element(slowest.begin(), slowest.end())
+              << " ms at worst" << std::endl;
+}
+
+}  // namespace
+}  // namespace mxservice::feed
+
+int main(int argc, char** argv) {
+    using namespace mxservice::feed;
+    const std::size_t size = argc > 1 ? std::stoul(argv[1]) : 300000;
+    const mxservice::Snapshot day = makeDay(size);
+    for (const int count : {1, 3}) {
+        const NatsServers servers(count);
+        Options options;
+        options.servers = servers.urls();
+        options.replicas = count;
+        const std::string what = count == 1 ? "one server" : "three servers";
+        measureChanges(options, what);
+        measureDay(day, options, what);
+    }
+    return 0;
+}

@@ -20,7 +20,6 @@
 #include "tools/inscenter/RecordText.h"
 #include "tools/inscenter/Snapshot.h"
 #include "tools/inscenter/StoreDirectory.h"
-#include "tools/inscenter/Snapshot.h"
 #include "tools/inscenter/StoreReader.h"
 
 namespace inscenter {

@@ -37,9 +37,10 @@ void appendBase64(std::string& out, const std::vector<Bytef>& bytes) {
 // With zlib's header, which browsers call "deflate"; zstd they do not unpack.
 std::vector<Bytef> packed(const std::string& text) {
     constexpr int kLevel = 6;
-    std::vector<Bytef> bytes(compressBound(text.size()));
-    uLongf size = bytes.size();
-    if (compress2(bytes.data(), &size, reinterpret_cast<const Bytef*>(text.data()), text.size(), kLevel) != Z_OK) {
+    const auto length = static_cast<uLong>(text.size());  // 32 bit on Windows, which no block comes near
+    std::vector<Bytef> bytes(compressBound(length));
+    auto size = static_cast<uLongf>(bytes.size());
+    if (compress2(bytes.data(), &size, reinterpret_cast<const Bytef*>(text.data()), length, kLevel) != Z_OK) {
         throw std::runtime_error("the report cannot be packed");
     }
     bytes.resize(size);

@@ -37,10 +37,11 @@ void appendBase64(std::string& out, const std::vector<Bytef>& bytes) {
 // With zlib's header, which browsers call "deflate"; zstd they do not unpack.
 std::vector<Bytef> packed(const std::string& text) {
     constexpr int kLevel = 6;
-    const auto length = static_cast<uLong>(text.size());  // 32 bit on Windows, which no block comes near
-    std::vector<Bytef> bytes(compressBound(length));
+    // The library counts up to 4 GiB on Windows, far more than the columns of a page take.
+    const auto plain = static_cast<uLong>(text.size());
+    std::vector<Bytef> bytes(compressBound(plain));
     auto size = static_cast<uLongf>(bytes.size());
-    if (compress2(bytes.data(), &size, reinterpret_cast<const Bytef*>(text.data()), length, kLevel) != Z_OK) {
+    if (compress2(bytes.data(), &size, reinterpret_cast<const Bytef*>(text.data()), plain, kLevel) != Z_OK) {
         throw std::runtime_error("the report cannot be packed");
     }
     bytes.resize(size);

@@ -75,6 +75,6 @@ endforeach()
 # What a host's engineer reads, where Debian puts it; other installations have it in the same place.
 set(devDocs ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_DEV_PACKAGE_NAME})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/guide ${PROJECT_SOURCE_DIR}/examples DESTINATION ${devDocs} COMPONENT dev)
-foreach(page IN ITEMS docs/persistence.md docs/market-rules.md)
+foreach(page IN ITEMS docs/persistence.md docs/feed.md docs/market-rules.md)
   install(FILES ${PROJECT_SOURCE_DIR}/${page} DESTINATION ${devDocs} COMPONENT dev)
 endforeach()

@@ -265,4 +265,14 @@ private:
     std::unique_ptr<SubscriberCore> core_;
 };
 
+/// What a log has at one moment, as a snapshot: the day with its changes in it.
+struct Reading {
+    Revision revision;  ///< which state it is
+    Snapshot day;       ///< every catalogue
+};
+
+/// Reads a log once, for tools: a host subscribes. Throws std::runtime_error with the reason where there is no day to
+/// be had within `timeout`.
+PM_FEED_API Reading read(const Options& options, std::chrono::milliseconds timeout);
+
 }  // namespace mxservice::feed

@@ -259,10 +259,11 @@ std::set<std::string> marketsOf(const Listing& listing) {
     for (const std::string& name : listing.markets) {
         markets.emplace(filedUnder(name));
     }
+    std::string_view last;
     for (const InstrumentPtr& record : listing.instruments) {
-        const std::string_view name = filedUnder(record->market);
-        if (markets.count(std::string(name)) == 0) {
-            markets.emplace(name);
+        if (record->market != last) {  // records of one market mostly stand together
+            last = record->market;
+            markets.emplace(filedUnder(last));
         }
     }
     return markets;

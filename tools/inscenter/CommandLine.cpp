@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "tools/inscenter/FeedCommand.h"
 #include "tools/inscenter/HelpTexts.h"
 #include "tools/inscenter/NearNames.h"
 #include "tools/inscenter/RecordSelection.h"
@@ -100,6 +101,10 @@ public:
             addTour();
             addDiff();
             addGenerate();
+            addFeedCommands(app_, verbgroup::kSnapshots, command_.feed, [this](FeedVerb verb) {
+                command_.task = Task::Feed;
+                command_.feedVerb = verb;
+            });
         }
     }
 
@@ -125,9 +130,15 @@ public:
 
 private:
     void addLoading() {
-        app_.add_option("--data", command_.data,
-                        "Directory of the snapshot; - for instruments from standard input, one JSON object a line")
-            ->type_name("DIR");
+        auto* const data =
+            app_.add_option("--data", command_.data,
+                            "Directory of the snapshot; - for instruments from standard input, one JSON object a line")
+                ->type_name("DIR");
+        app_.add_option("--feed", command_.data, "URL of a feed's server, whose day takes the place of --data's")
+            ->type_name("URL")
+            ->check(
+                [](const std::string& url) { return isFeed(url) ? "" : url + " is no URL, nats://... or tls://..."; })
+            ->excludes(data);
         app_.add_option_function<std::string>(
                 "--center",
                 [this](const std::string& name) {
@@ -377,7 +388,7 @@ std::size_t columnsOf(const std::ostream& out) {
 std::string contradiction(const Command& command) {
     // Said here and not as requirements of the options: what loads a center stands at the top, where it would be
     // required of commands that load none as well.
-    if (command.task == Task::Generate) {
+    if (command.task == Task::Generate || command.task == Task::Feed) {
         return {};
     }
     if (command.task == Task::Store || command.task == Task::Diff) {

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "tools/inscenter/FeedVerbs.h"
 #include "tools/inscenter/StoreDirectory.h"
 #include "tools/inscenter/Utf8.h"
 
@@ -66,6 +67,9 @@ Snapshot readFrom(const std::string& directory, const SnapshotReadOptions& optio
     if (directory == kStandardInput) {
         std::istream input(std::cin.rdbuf());  // with states of its own
         return Snapshot::read(input, options);
+    }
+    if (isFeed(directory)) {
+        return readFeed(directory);
     }
     // One file is a day to the library; to the tool it is a slip of the fingers, as it is with stores.
     if (std::error_code ignored; std::filesystem::is_regular_file(pathOf(directory), ignored)) {

@@ -26,6 +26,9 @@ public:
         } else {
             // Nobody asks for a former day: every load as it was handed in, every change as it was made.
             day.loadInto(center_);
+            if (!listing.left.empty()) {
+                center_.applyChanges({}, listing.left);  // or it had more than a host that has seen other days
+            }
             for (const Change& change : changes) {
                 apply(change);
             }

@@ -78,9 +78,14 @@ TEST_F(FeedFaults, ADamagedChangeAndAMissingRevision) {
     last().payload.back() ^= 1;
     expectDay(State::Failed, "");
     last().payload.back() ^= 1;
+    const std::string digest = last().headers["Ins-Digest"];
+    last().headers["Ins-Digest"] = std::string(32, '0');
+    expectDay(State::Failed, "another digest");
+    last().headers["Ins-Digest"] = digest;
     host_.subscriber.step();
     EXPECT_EQ(host_.asked().getInstrument("SH1")->name, "z");
-    ASSERT_TRUE(publisher_.apply({{named("SH", "1", "a")}, {}}));
+    // One that changes nothing: the digests would not tell that it is missing.
+    ASSERT_TRUE(publisher_.apply({{}, {"SHnothing"}}));
     const auto lost = std::prev(stream_->messages.end())->first;
     ASSERT_TRUE(publisher_.apply({{named("SH", "3", "a")}, {}}));
     stream_->messages.erase(lost);

@@ -27,6 +27,9 @@ public:
             // Nobody asks for a former day: every load as it was handed in, every change as it was made. Not where that
             // leaves records that hosts which had a day before do not have.
             day.loadInto(center_);
+            if (!listing.left.empty()) {
+                center_.applyChanges({}, listing.left);  // or it had more than a host that has seen other days
+            }
             for (const Change& change : changes) {
                 apply(change);
             }

@@ -3,7 +3,10 @@
 #include "feed/Feed.h"
 
 #include <stdexcept>
+#include <thread>
+#include <utility>
 
+#include "feed/Listing.h"
 #include "feed/NatsLog.h"
 #include "feed/PublisherCore.h"
 #include "feed/SubscriberCore.h"
@@ -21,6 +24,21 @@ std::shared_ptr<Log> logOf(const Options& options) {
     }
     return makeNatsLog(options);
 }
+
+/// Keeps what a replica brings.
+class Reader : public Receiver {
+public:
+    void loading(bool /*fault*/) override {}
+    void day(const Day& day, const std::vector<Change>& changes, const std::vector<Entry>& entries) override {
+        reading.day = day.snapshot();
+        reading.day.instruments = listingOf(day, changes, ConnectParts::Grouped).instruments;
+        reading.revision = revisionOf(entries.back().head, entries.back().sequence);
+    }
+    void change(const Change& /*change*/, const Entry& /*entry*/) override {}
+    void damaged(const std::string& /*reason*/) override {}
+
+    Reading reading;
+};
 
 }  // namespace
 
@@ -71,6 +89,25 @@ Registration Subscriber::onState(std::function<void(State, const std::string& re
 
 bool Subscriber::waitCurrent(std::chrono::milliseconds timeout) const {
     return core_->waitCurrent(timeout);
+}
+
+Reading read(const Options& options, std::chrono::milliseconds timeout) {
+    constexpr std::chrono::milliseconds kBetweenLooks{50};
+    const auto until = std::chrono::steady_clock::now() + timeout;
+    const std::shared_ptr<Log> log = logOf(options);
+    Replica replica(*log, options.maxUnpackedBytes);
+    for (;;) {
+        Reader reader;
+        const Look look = replica.look(0, reader);
+        if (look.seen == Seen::Current) {
+            return std::move(reader.reading);
+        }
+        // Only silence may end by itself.
+        if (look.seen != Seen::Unreachable || std::chrono::steady_clock::now() > until) {
+            throw std::runtime_error(look.reason);
+        }
+        std::this_thread::sleep_for(kBetweenLooks);
+    }
 }
 
 }  // namespace mxservice::feed

@@ -18,17 +18,20 @@ public:
 
     void load(const Day& day, const std::vector<Change>& changes) override {
         Listing listing = listingOf(day, changes, kParts);
-        const std::set<std::string> markets = marketsOf(listing);
-        if (std::exchange(loaded_, true)) {
-            replace(day, changes, std::move(listing));
+        std::set<std::string> markets = marketsOf(listing);
+        if (std::exchange(loaded_, true) || bringsTwice(day)) {
+            nameAll(markets, listing.markets);
+            nameAll(markets_, listing.markets);  // of a market that the batch has nothing for, everything goes
+            replace(day, changes, listing);
         } else {
-            // Nobody asks for a former day: every load as it was handed in, every change as it was made.
+            // Nobody asks for a former day: every load as it was handed in, every change as it was made. Not where that
+            // leaves records that hosts which had a day before do not have.
             day.loadInto(center_);
             for (const Change& change : changes) {
                 apply(change);
             }
         }
-        markets_ = markets;
+        markets_ = std::move(markets);
         catalogues_ = cataloguesOf(day);
     }
 
@@ -50,9 +53,7 @@ private:
 
     /// Changes are in the one batch, too: replayed one by one behind the day, a listing that the former state had and a
     /// change brings again would be gone in between.
-    void replace(const Day& day, const std::vector<Change>& changes, Listing listing) {
-        nameAll(marketsOf(listing), listing.markets);
-        nameAll(markets_, listing.markets);  // of a market that the batch has nothing for, everything goes
+    void replace(const Day& day, const std::vector<Change>& changes, const Listing& listing) {
         center_.replaceInstruments(listing.markets, listing.instruments);
         const auto upserts = sharedUpserts(changes);
         if (!upserts.empty()) {

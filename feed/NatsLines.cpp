@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <string_view>
@@ -108,7 +109,9 @@ natsStatus NatsLines::setUp(natsOptions* options) const {
     with(!options_.token.empty(), [&] { return natsOptions_SetToken(options, options_.token.c_str()); });
     with(!options_.credentialsFile.empty(),
          [&] { return natsOptions_SetUserCredentialsFromFiles(options, options_.credentialsFile.c_str(), nullptr); });
-    with(options_.tls, [&] { return natsOptions_SetSecure(options, true); });
+    const bool tls = options_.tls || std::any_of(options_.servers.begin(), options_.servers.end(),
+                                                 [](const auto& url) { return url.rfind("tls://", 0) == 0; });
+    with(tls, [&] { return natsOptions_SetSecure(options, true); });
     with(!options_.caFile.empty(),
          [&] { return natsOptions_LoadCATrustedCertificates(options, options_.caFile.c_str()); });
     with(!options_.certificateFile.empty(), [&] {

@@ -99,6 +99,10 @@ void SubscriberCore::step() {
         look.reason = failure.what();
     }
     refused_ = look.seen == Seen::Damaged ? refused_ + 1 : 0;
+    if (look.seen == Seen::Current || look.seen == Seen::Empty) {
+        const std::lock_guard guard(mutex_);
+        heard_ = heard_ == heard ? 0 : heard_;  // followed; or a bell of a stream that is gone
+    }
     tell(look);
 }
 
@@ -115,9 +119,6 @@ void SubscriberCore::tell(const Look& look) {
             ++health_.failures;
         } else {
             health_.lastSeen = std::chrono::system_clock::now();
-        }
-        if (look.seen == Seen::Empty) {
-            heard_ = 0;  // bells of a stream that is gone
         }
         if (look.seen != Seen::Current) {
             health_.lastFailure = look.reason;

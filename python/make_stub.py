@@ -7,6 +7,7 @@ can be told beyond that stands in the tables here.
 """
 
 import importlib
+import inspect
 import pathlib
 import re
 import sys
@@ -46,7 +47,7 @@ PARAMETERS = {
     "callback": "Callable[[Change], object]", "default": "object",
 }
 RETURNS = {
-    "frame": "pd.DataFrame", "baskets": "pd.DataFrame", "diff": "pd.DataFrame",
+    "_baskets": "Tuple[Table, Table]", "_series": "Dict[str, Any]", "_diff": "Tuple[List[Any], ...]",
     "columns": "Dict[str, np.ndarray[Any, Any]]", "resolve": "List[Optional[Instrument]]",
     "__arrow_c_stream__": "object", "__iter__": "Iterator[Instrument]", "counts": "Dict[str, int]",
     "instruments": "List[Tuple[Optional[Instrument], Optional[Instrument]]]", "names": "Tuple[str, ...]",
@@ -103,6 +104,12 @@ def signatures(name, doc, own):
 
 
 def function(name, value, own, indent):
+    if inspect.isfunction(value):  # put there by the package, with annotations
+        signature = inspect.signature(value)
+        taken = [key if key == "self" else f"{key}: {one.annotation}{'' if one.default is one.empty else ' = ...'}"
+                 for key, one in signature.parameters.items()]
+        yield f"{indent}def {name}({', '.join(taken)}) -> {signature.return_annotation}: ..."
+        return
     lines = WHOLE.get(f"{own}.{name}") or list(signatures(name, value.__doc__, own or "?"))
     static = bool(own and lines) and "(self" not in lines[0]
     for line in lines:

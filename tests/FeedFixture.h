@@ -57,6 +57,8 @@ struct StepHost {
     SubscriberCore subscriber;
 };
 
+using ServerHost = StepHost<OpenServerCenter>;
+
 class FeedTest : public testing::Test {
 protected:
     static Options oneTry() {

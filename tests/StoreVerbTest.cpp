@@ -250,13 +250,13 @@ TEST_F(StoreVerbTest, VerifyNamesEveryBadDocument) {
     EXPECT_THAT(problems, SizeIs(10));
 
     // Who asks the store for its records is told the same, and gets the others.
-    const Result asked = run({"--store", store_.path(), "list", "--market", "SH", "HK", "--fields", "code"});
+    const Result asked = run({"--store", store_.path().string(), "list", "--market", "SH", "HK", "--fields", "code"});
     EXPECT_EQ(asked.code, 3);
     EXPECT_THAT(asked.out, AllOf(HasSubstr("600000"), HasSubstr("00700"), Not(HasSubstr("600009"))));
     EXPECT_THAT(asked.err, AllOf(HasSubstr("OvIns_SH: document " + keyOf("SH600001") + ": the key should be"),
                                  HasSubstr("OvIns_HK: document " + keyOf("HK1") + ": the document is a")));
-    EXPECT_EQ(run({"--store", store_.path(), "get", "SH600001"}).code, 1);
-    EXPECT_EQ(run({"--store", store_.path(), "get", "SH600000"}).code, 0);
+    EXPECT_EQ(run({"--store", store_.path().string(), "get", "SH600001"}).code, 1);
+    EXPECT_EQ(run({"--store", store_.path().string(), "get", "SH600000"}).code, 0);
 
     EXPECT_EQ(ask("verify", {"OvIns_DCE"}).code, 2);
     EXPECT_EQ(ask("verify", {"OvIns_OTCINS"}).code, 0);
@@ -285,7 +285,7 @@ TEST_F(StoreVerbTest, ADamagedFileIsReportedAndLeftAlone) {
     const Result dumped = ask("dump");
     EXPECT_EQ(dumped.code, 2);
     EXPECT_THAT(dumped.out, AllOf(HasSubstr(R"("database":"OvIns_BANK")"), HasSubstr(R"("database":"OvIns_HK")")));
-    const Result asked = run({"--store", store_.path(), "list", "--market", "HK"});
+    const Result asked = run({"--store", store_.path().string(), "list", "--market", "HK"});
     EXPECT_EQ(asked.code, 3);
     EXPECT_THAT(asked.err, AllOf(HasSubstr("OvIns_SH: damaged: "), HasSubstr("OvIns_DCE: damaged: ")));
     EXPECT_EQ(files(), before);
@@ -296,15 +296,16 @@ TEST_F(StoreVerbTest, AStoreOfAnotherVersionOrHalfDeletedSaysSo) {
         overwrite(dataOf("OvIns_SH"), page * 4096 + 16 + 4, std::string("\x63\0\0\0", 4));  // the format's version
     }
     fs::remove(dataOf("OvIns_HK"));
-    const Result half = run({"--store", store_.path(), "list", "--market", "SH", "HK", "DCE", "--fields", "code"});
+    const Result half =
+        run({"--store", store_.path().string(), "list", "--market", "SH", "HK", "DCE", "--fields", "code"});
     EXPECT_EQ(half.code, 3);
     EXPECT_THAT(half.out, HasSubstr("a2705"));
     EXPECT_THAT(half.err,
                 AllOf(HasSubstr("OvIns_SH: "), HasSubstr("version"), HasSubstr("OvIns_HK: has lost its data.mdb")));
     const TemporaryDirectory other;
-    fs::create_directory(other.path() / "accounts");
     fs::copy(store_.path("OvIns_DCE"), other.path() / "accounts", fs::copy_options::recursive);
-    EXPECT_THAT(run({"--store", other.path(), "get", "DCEa2705"}).err, HasSubstr("no instrument in this store"));
+    EXPECT_THAT(run({"--store", other.path().string(), "get", "DCEa2705"}).err,
+                HasSubstr("no instrument in this store"));
 }
 
 TEST_F(StoreVerbTest, KeysLeadBackToTheirRecords) {
@@ -318,7 +319,7 @@ TEST_F(StoreVerbTest, KeysLeadBackToTheirRecords) {
                 testing::UnorderedElementsAre("OvIns_SH document SH600000", "OvRawSH document SH600000",
                                               "OvIns_DCE market null", "OvIns_FUMAIN field DCEa2705",
                                               "OvIns_BANKBOND document 220001", "OvIns_BANK document BANK220001"));
-    const Result none = run({"--store", store_.path(), "store", "key", "17"});
+    const Result none = run({"--store", store_.path().string(), "store", "key", "17"});
     EXPECT_EQ(none.code, 1);
     EXPECT_THAT(none.err, HasSubstr("17: no key in this store"));
     for (const char* const word : {"", "x", "0x", "-1", "18446744073709551616"}) {

@@ -59,12 +59,15 @@ std::vector<std::string> sorted(std::vector<std::string> texts) {
 TEST(ToolDocuments, CompletionOffersEveryVerbAndOption) {
     std::vector<std::string> verbs;
     std::vector<std::string> storeVerbs;
+    std::vector<std::string> feedVerbs;
     std::vector<std::string> global;
     for (const inscenter::VerbHelp& verb : inscenter::describeVerbs()) {
         if (verb.name.empty()) {
             global = verb.options;
         } else if (verb.name.starts_with("store ")) {
             storeVerbs.push_back(verb.name.substr(6));
+        } else if (verb.name.starts_with("feed ")) {
+            feedVerbs.push_back(verb.name.substr(5));
         } else {
             verbs.push_back(verb.name);
         }
@@ -77,6 +80,7 @@ TEST(ToolDocuments, CompletionOffersEveryVerbAndOption) {
     EXPECT_THAT(offered("help \"\""), UnorderedElementsAreArray(verbs));
     EXPECT_THAT(offered("--data day --format csv \"\""), UnorderedElementsAreArray(verbs));
     EXPECT_THAT(offered("store \"\""), UnorderedElementsAreArray(storeVerbs));
+    EXPECT_THAT(offered("feed \"\""), UnorderedElementsAreArray(feedVerbs));
 }
 
 TEST(ToolDocuments, CompletionOffersMarketsAndTheFieldsOfWhatIsListed) {

@@ -234,9 +234,10 @@ TEST_F(ToolPairsTest, ReportHoldsTheDayAsJsonThatNoRecordCanEnd) {
     EXPECT_THAT(tables["baskets"], ElementsAre(R"("SH510050","","SH600000","浦发银行",100,0,0)"));
     EXPECT_EQ(tables.count("changes"), 0U);
     write("issuanceprices.ndjson", R"({"code":"I1","enquiryPrice":10.5,"tradingDay":"20260302"})");
-    EXPECT_THAT(tablesOf({"--against", later_.path().string()})["changes"], ElementsAre(HasSubstr(R"("SH600009","listed",)")));
-    EXPECT_EQ(heading, "Instruments of 2026-03-02\n" + day + " (2026-03-02) compared with " +
-                           later_.path().string() + ", as the in-memory center answers.\n");
+    EXPECT_THAT(tablesOf({"--against", later_.path().string()})["changes"],
+                ElementsAre(HasSubstr(R"("SH600009","listed",)")));
+    EXPECT_EQ(heading, "Instruments of 2026-03-02\n" + day + " (2026-03-02) compared with " + later_.path().string() +
+                           ", as the in-memory center answers.\n");
     // The store holds what the day had, and is open for the center that answers here.
     ASSERT_EQ(askClient({"summary"}).code, 0);
     write("instruments3.ndjson", R"({"market":"HK","code":"00009","name":"九"})");

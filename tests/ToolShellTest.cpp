@@ -100,10 +100,10 @@ TEST_F(ToolShellTest, WritesAnAnswerToAFileOnceTheLineMakesSense) {
 }
 
 TEST_F(ToolShellTest, TakesStatementsOverLinesAndReadsTheDayAgain) {
-    const std::string file = day_.path() / "instruments.ndjson";
+    const std::string file = (day_.path() / "instruments.ndjson").string();
     const Result all = talk(
         "sql select code, ';' s\n  from instruments -- ; \n where key = 'SH600000';\n"
-        "sql 'select 1 one' --format csv\n"
+        "sql \"select combinedConnectFlags flags from instruments where market = 'HGT'\" --format csv\n"
         "format jsonl\n"
         "sql select 2 two; select\n3 three; --format csv\n"
         "sql\nselec;\n"
@@ -116,7 +116,7 @@ TEST_F(ToolShellTest, TakesStatementsOverLinesAndReadsTheDayAgain) {
         "sql select count(*) n from instruments");
     EXPECT_EQ(all.out,
               "code    s\n600000  ;\n"
-              "one\r\n1\r\n"
+              "flags\r\n0\r\n"  // as it was read: loads fill it in
               "two\r\n2\r\nthree\r\n3\r\n"
               "{\"market\":\"SH\",\"code\":\"600000\",\"name\":\"浦发银行X\"}\n"
               "{\"key\":\"SZ000002\",\"predicates\":[]}\n"

@@ -262,6 +262,8 @@ TEST_F(ToolSql, StoreAnswersByItself) {
     EXPECT_EQ(run({"--store", db, "--center", "client", "outer"}).out, outer.out);
     EXPECT_THAT(run({"--store", db, "sql", "select key from instruments where filed = 'HK'", "--format", "csv"}).out,
                 HasSubstr("HGT00005"));
+    // Funds are stored under each of their codes.
+    EXPECT_EQ(run({"--store", db, "sql", "select count(*) n from etfs", "--jsonl"}).out, "{\"n\":1}\n");
     EXPECT_EQ(filesOf(), before);
     EXPECT_EQ(run({"--store", (store_.path() / "none").string(), "list", "--market", "SH"}).code, 2);
     EXPECT_THAT(run({"--store", day_.path().string(), "summary"}).err, HasSubstr("is no store"));

@@ -75,6 +75,7 @@ class PmInstrumentCenterRecipe(ConanFile):
         toolchain.cache_variables["BUILD_TESTING"] = False
         toolchain.cache_variables["PM_WARNINGS_AS_ERRORS"] = False
         toolchain.cache_variables["PM_BUILD_SNAPSHOT"] = bool(self.options.snapshot)
+        toolchain.cache_variables["PM_BUILD_FEED"] = False  # or the machine's own libnats would decide
         toolchain.cache_variables["PM_BUILD_TOOL"] = bool(self.options.tool)
         toolchain.generate()
         CMakeDeps(self).generate()

@@ -14,6 +14,7 @@ vcpkg_cmake_configure(
   OPTIONS
     ${featureOptions}
     -DBUILD_TESTING=OFF
+    -DPM_BUILD_FEED=OFF
     -DPM_WARNINGS_AS_ERRORS=OFF
     "-DPKG_CONFIG_EXECUTABLE=${PKGCONFIG}")
 vcpkg_cmake_install()

@@ -36,8 +36,6 @@ from ._native import (
     View as View,
     __version__ as __version__,
     changed_fields as changed_fields,
-    diff as diff,
-    frame as frame,
     hash_key as hash_key,
     load_market_rules as load_market_rules,
     reset_market_rules as reset_market_rules,
@@ -45,4 +43,5 @@ from ._native import (
     table as table,
     today as today,
 )
+from ._frames import diff as diff, frame as frame
 from ._generate import generate as generate

@@ -199,13 +199,6 @@ void addTables(py::class_<Catalogue, std::shared_ptr<Catalogue>>& object) {
         .def("table", table, "Instruments as columns: of everything, a market, several, or a TraderType.",
              py::arg("market") = py::none(), py::arg("fields") = py::none())
         .def(
-            "frame",
-            [table](Catalogue& catalogue, py::handle market, const py::object& fields, const std::string& dates) {
-                return table(catalogue, market, fields).frame(dates);
-            },
-            "The same as a pandas.DataFrame; see Table.frame.", py::arg("market") = py::none(),
-            py::arg("fields") = py::none(), py::arg("dates") = "date")
-        .def(
             "columns",
             [table](Catalogue& catalogue, py::handle market, const py::object& fields) {
                 return table(catalogue, market, fields).columns();

@@ -215,9 +215,7 @@ public:
         for (const std::string_view text : texts_) {
             categories.append(checked(textObject(text)));
         }
-        return py::module_::import("pandas")
-            .attr("Categorical")
-            .attr("from_codes")(arrayOf(std::move(places_), py::dtype::of<std::int32_t>()), categories);
+        return py::make_tuple(arrayOf(std::move(places_), py::dtype::of<std::int32_t>()), categories);
     }
 
     ArrowColumn arrow() override {

@@ -46,19 +46,12 @@ void addFunctions(py::module_& module) {
         "table",
         [](py::handle records, const py::object& fields) { return binding::Table::ofObjects(records, fields); },
         "Records of one class as columns.", py::arg("records"), py::arg("fields") = py::none());
-    module.def(
-        "frame",
-        [](py::handle records, const py::object& fields, const std::string& dates) {
-            return binding::Table::ofObjects(records, fields).frame(dates);
-        },
-        "Records of one class as a pandas.DataFrame; see Table.frame.", py::arg("records"),
-        py::arg("fields") = py::none(), py::arg("dates") = "date");
 }
 
-/// Before anything is taken down: no thread of ours may be in a callback, or come back, once that has begun.
+/// Before anything is taken down: no thread may be in a callback, or come back from the library, once that has begun.
 void closeAtExit() {
     const auto close = py::cpp_function([] {
-        binding::endSubscriptions();
+        binding::endCallbacks();
         binding::closeInterpreter();
     });
     py::module_::import("atexit").attr("register")(close);

@@ -103,7 +103,9 @@ def test_loads_lookups_and_subscriptions_from_many_threads():
 
 
 ENDINGS = {
-    "subscribed": "keep = center.subscribe(lambda change: seen.append(center.get('SH600000')))",
+    "subscribed": """
+keep = center.subscribe(lambda change: seen.append(center.get('SH600000')))
+center.init_instruments(['SH'], records)""",
     "asking": """
 def work():
     while True:
@@ -157,7 +159,6 @@ def start(*works):
     for _ in works:
         running.acquire()
 {ENDINGS[ending]}
-center.init_instruments(['SH'], records)
 print('end')
 """
     for _ in range(4):

@@ -220,7 +220,7 @@ def check_widths(browser, page, work):
 def measure(browser):
     """For people: how long the page takes. Nothing is asserted, machines differ."""
     ready = browser.run("return performance.now()")
-    browser.wait(lambda: browser.run("return Boolean(tableOf('instruments').finder.starts)"), "the search")
+    browser.wait(lambda: browser.run("return Boolean(tableOf('instruments').finder.words)"), "the search")
     times = [browser.run("byId('search').value = arguments[0]; const begun = performance.now(); update();"
                          "return performance.now() - begun", query) for query in QUERIES]
     browser.run("byId('search').value = ''; update()")

@@ -265,6 +265,43 @@ TEST_F(FeedServers, RefusedCredentialsAndMissingServersAreStates) {
     EXPECT_TRUE(host.subscriber().waitCurrent(std::chrono::seconds(60)));
 }
 
+/// The configuration that the tool writes: one user publishes, the others only read.
+TEST_F(FeedServers, TheWrittenConfigurationLetsOneUserPublish) {
+    const TemporaryDirectory directory(TemporaryDirectory::inMemory());
+    const int port = freePort();
+    const std::string file = (directory.path() / "nats-server.conf").string();
+    EXPECT_EQ(
+        Process({PM_INSCENTER, "feed", "serve", directory.path().string(), "--port", std::to_string(port)}).wait(), 0);
+    const Process server({"nats-server", "-c", file});
+    ASSERT_TRUE(eventually([&] { return accepts(port); }));
+    const auto optionsFor = [&](const std::string& user) {
+        std::ifstream text(file);
+        const std::string all{std::istreambuf_iterator<char>(text), {}};
+        const std::string before = "user: " + user + ", password: \"";
+        const std::size_t at = all.find(before) + before.size();
+        Options options = optionsOf({"nats://127.0.0.1:" + std::to_string(port)});
+        options.user = user;
+        options.password = all.substr(at, all.find('"', at) - at);
+        options.publishFor = std::chrono::milliseconds(500);
+        return options;
+    };
+    Publisher publisher(optionsFor("publisher"));
+    ServerHost host(optionsFor("hosts"), ledger_);
+    for (int i = 0; i < 3; ++i) {  // the third removes the first
+        EXPECT_TRUE(
+            eventually([&] { return publisher.publish("20260302", randomDay(random_)).result == Published::Done; }));
+        EXPECT_TRUE(publisher.apply(randomChange(random_)));
+    }
+    EXPECT_TRUE(eventually([&] { return host.subscriber().revision() == publisher.revision(); }))
+        << host.subscriber().health().lastFailure;
+    Publisher reader(optionsFor("hosts"));
+    EXPECT_TRUE(reader.catchUp());
+    const Outcome refused = reader.apply(randomChange(random_));
+    EXPECT_EQ(refused.result, Published::Failed) << refused.reason;
+    EXPECT_NE(refused.reason.find("ermission"), std::string::npos) << refused.reason;
+    EXPECT_EQ(host.subscriber().state(), State::Current);
+}
+
 /// Many changes against a model, a day now and then; neither host nor server grows.
 TEST_F(FeedServers, ASoakLeavesContentAndMemoryAsTheyShouldBe) {
     NatsServers servers(1);

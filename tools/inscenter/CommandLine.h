@@ -8,6 +8,7 @@
 
 #include "tools/inscenter/Center.h"
 #include "tools/inscenter/Diff.h"
+#include "tools/inscenter/FeedVerbs.h"
 #include "tools/inscenter/Generate.h"
 #include "tools/inscenter/Output.h"
 #include "tools/inscenter/StoreVerbs.h"
@@ -16,7 +17,7 @@
 namespace inscenter {
 
 /// What kind of work a command is.
-enum class Task { Ask, Shell, Tour, Store, Diff, Generate };
+enum class Task { Ask, Shell, Tour, Store, Diff, Generate, Feed };
 
 /// What the command line asks for.
 struct Command {
@@ -36,6 +37,8 @@ struct Command {
     StoreQuery storeQuery;
     DiffQuery diff;
     GenerateOptions generate;
+    FeedVerb feedVerb = nullptr;  ///< of Task::Feed
+    FeedQuery feed;
 };
 
 /// Reads the command line. Without a command to run, because help was asked for or the line makes no sense, the text is

@@ -16,9 +16,9 @@ constexpr const char* kAbout =
     "bonds*, tenderbonds*, counterparties*, otcfundplans*, issuances*, issuanceprices*.\n";
 
 constexpr const char* kFooter =
-    "Exit codes: 0 answered; 1 a key or market was not found, or check or diff --exit-code found something; 2 bad usage, "
-    "unreadable input or a store with bad documents; 3 answered, but lines, files or documents were skipped; 4 answered, "
-    "but the store could not be written (where both hold, 4; where a key was not found, too, 1).\n"
+    "Exit codes: 0 answered; 1 a key or market was not found, or check or diff --exit-code found something; 2 bad "
+    "usage, unreadable input or a store with bad documents; 3 answered, but lines, files or documents were skipped; "
+    "4 answered, but the store could not be written (where both hold, 4; where a key was not found, too, 1).\n"
     "\nExamples:\n"
     "  inscenter generate --size 1000 day\n"
     "  inscenter --data day summary\n"

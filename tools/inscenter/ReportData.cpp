@@ -18,6 +18,7 @@ namespace {
 /// Smaller tables stand in the page as they are: packing them would save nothing that anybody notices.
 constexpr std::size_t kPackedRows = 4096;
 
+// A page is text: packed bytes would have to be valid UTF-8. None of these signs ends an element, either.
 void appendBase64(std::string& out, const std::vector<Bytef>& bytes) {
     constexpr std::string_view kSigns = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     out.reserve(out.size() + bytes.size() / 3 * 4 + 4);
@@ -33,11 +34,14 @@ void appendBase64(std::string& out, const std::vector<Bytef>& bytes) {
     }
 }
 
+// With zlib's header, which browsers call "deflate"; zstd they do not unpack.
 std::vector<Bytef> packed(const std::string& text) {
     constexpr int kLevel = 6;
-    std::vector<Bytef> bytes(compressBound(text.size()));
-    uLongf size = bytes.size();
-    if (compress2(bytes.data(), &size, reinterpret_cast<const Bytef*>(text.data()), text.size(), kLevel) != Z_OK) {
+    // The library counts up to 4 GiB on Windows, far more than the columns of a page take.
+    const auto plain = static_cast<uLong>(text.size());
+    std::vector<Bytef> bytes(compressBound(plain));
+    auto size = static_cast<uLongf>(bytes.size());
+    if (compress2(bytes.data(), &size, reinterpret_cast<const Bytef*>(text.data()), plain, kLevel) != Z_OK) {
         throw std::runtime_error("the report cannot be packed");
     }
     bytes.resize(size);
@@ -46,6 +50,7 @@ std::vector<Bytef> packed(const std::string& text) {
 
 /// The rows from `begin` to `end`: a list of values, or, where few values occur, these and a list of their places.
 void appendColumn(std::string& json, const ReportColumn& column, std::size_t begin, std::size_t end) {
+    // With more values than that, their places take as much room as the values.
     const std::size_t most = (end - begin) / 8 + 1;
     boost::unordered_flat_map<std::string, std::size_t> places;
     std::string plain;
@@ -67,6 +72,7 @@ void appendColumn(std::string& json, const ReportColumn& column, std::size_t beg
         plain += plain.empty() ? "" : ",";
         plain += value;
     }
+    // How many values there are is known only now, so both forms were made: asking the records twice takes longer.
     if (places.size() == 1) {
         json += fmt::format(R"({{"values":[{}]}})", values);
     } else if (places.size() <= most) {
@@ -124,6 +130,7 @@ void ReportData::add(const ReportTable& table) {
     appendAbout(json, table.known);
     json += ",\"details\":";
     appendAbout(json, table.details);
+    // In this order, which the script takes for the columns' own.
     const std::string columns = columnsOf(pointersTo({&table.listed, &table.known}), 0, table.rows);
     if (table.rows < kPackedRows) {
         json += ",\"columns\":" + columns;

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "tools/inscenter/FeedVerbs.h"
 #include "tools/inscenter/StoreDirectory.h"
 #include "tools/inscenter/Utf8.h"
 
@@ -67,6 +68,9 @@ Snapshot readFrom(const std::string& directory, const SnapshotReadOptions& optio
         std::istream input(std::cin.rdbuf());  // with states of its own
         return Snapshot::read(input, options);
     }
+    if (isFeed(directory)) {
+        return readFeed(directory);
+    }
     // One file is a day to the library; to the tool it is a slip of the fingers, as it is with stores.
     if (std::error_code ignored; std::filesystem::is_regular_file(pathOf(directory), ignored)) {
         throw SnapshotUnreadable(fmt::format("{}: cannot be read: {}", directory,
@@ -82,9 +86,9 @@ Snapshot readFrom(const std::string& directory, const SnapshotReadOptions& optio
     });
     // Before the others are named: one sentence says more than a line about each database.
     if (directory != kStandardInput && onlyOthers && looksLikeStore(directory)) {
-        throw UnreadableInput(
-            fmt::format("{}: is a store, not a snapshot; --store in the place of --data asks it, and \"diff\" compares it",
-                        directory));
+        throw UnreadableInput(fmt::format(
+            "{}: is a store, not a snapshot; --store in the place of --data asks it, and \"diff\" compares it",
+            directory));
     }
     report(failure.issues, console);
     throw UnreadableInput(directory == kStandardInput ? "standard input holds no record" : failure.what());

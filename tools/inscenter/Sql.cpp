@@ -158,15 +158,14 @@ void Sql::Close::operator()(sqlite3* connection) const {
     sqlite3_close_v2(connection);
 }
 
-Sql::Sql(const Snapshot& day, const Snapshot* old) : tables_(tablesOf(day)) {
+Sql::Sql(Tables tables, Tables old) : tables_(std::move(tables)), oldTables_(std::move(old)) {
     sqlite3* opened = nullptr;
     int code = sqlite3_open(":memory:", &opened);
     connection_.reset(opened);
     if (code == SQLITE_OK) {
         code = addTables(*opened, kDay, tables_);
     }
-    if (code == SQLITE_OK && old != nullptr) {
-        oldTables_ = tablesOf(*old);
+    if (code == SQLITE_OK && !oldTables_.empty()) {
         execute("attach ':memory:' as old");
         code = addTables(*opened, kOld, oldTables_);
     }

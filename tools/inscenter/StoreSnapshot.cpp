@@ -75,10 +75,15 @@ public:
     Documents(const Documents&) = delete;
     Documents& operator=(const Documents&) = delete;
 
-    bool add(std::string_view stored, std::string_view bytes) {
+    /// `once`: not those under another key than the record's own. A fund is stored under each of its two codes.
+    bool add(std::string_view stored, std::string_view bytes, bool once = false) {
         std::string problem;
         auto record = recordOf(directory_, DocumentKey(stored), bytes, problem);
         if (problem.empty()) {
+            if (once && catalogue_ == SnapshotCatalogue::Etfs &&
+                DocumentKey(stored).key != std::to_string(utils::hash(record->getKey()))) {
+                return true;
+            }
             // Without a problem the document is of the class that the catalogue takes for granted.
             snapshot_.add(catalogue_, std::move(record));
         } else if (++skipped_ <= kShownDocuments) {
@@ -152,7 +157,7 @@ std::size_t readStoredSnapshot(const std::string& root, Snapshot& snapshot, Cons
         console.begin("reading " + directory.name, 0);
         Documents documents(directory, *catalogue, snapshot, console);
         reader.scan(directory, *database, {},
-                    [&](std::string_view key, std::string_view bytes) { return documents.add(key, bytes); });
+                    [&](std::string_view key, std::string_view bytes) { return documents.add(key, bytes, true); });
         skipped += documents.skipped();
     }
     console.end();

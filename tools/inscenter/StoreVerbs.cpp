@@ -18,6 +18,7 @@
 #include "platform/utils/Utils.h"
 #include "tools/inscenter/DocumentCheck.h"
 #include "tools/inscenter/RecordText.h"
+#include "tools/inscenter/Snapshot.h"
 #include "tools/inscenter/StoreDirectory.h"
 #include "tools/inscenter/StoreReader.h"
 
@@ -226,8 +227,8 @@ void addMeanings(std::uint64_t number, const DatabaseDirectory& directory, Store
     const std::string stored = std::to_string(number);
     const auto add = [&](const char* what, std::string_view bytes) {
         const auto record = bytes.empty() ? nullptr : mxservice::TypeManager::instance()->parse(bytes, nullptr);
-        table.rows.push_back({stored, fmt::format("0x{:016x}", number), directory.name, std::string(what),
-                              record ? Cell(record->getKey()) : Cell(), record ? Cell(nameOf(*record)) : Cell()});
+        table.rows.push_back({record ? Cell(record->getKey()) : Cell(), record ? Cell(nameOf(*record)) : Cell(), stored,
+                              std::string(what), directory.name, fmt::format("0x{:016x}", number)});
         return false;  // of a field's documents the first will do
     };
     if (!directory.market.empty() && utils::hash(directory.market) == number) {
@@ -248,7 +249,7 @@ StoreOutcome explainKeys(const StoreQuery& query, Output& output, Console& conso
     std::vector<std::uint64_t> numbers;
     std::transform(query.words.begin() + (known ? 0 : 1), query.words.end(), std::back_inserter(numbers), numberOf);
     StoreReader reader(console);
-    Table table{{"number", "hex", "database", "what", "key", "name"}, {}};
+    Table table{{"key", "name", "number", "what", "database", "hex"}, {}};
     std::vector<std::size_t> found(numbers.size());
     for (const DatabaseDirectory& directory : directoriesOf(root)) {
         const auto database = directory.kind == DirectoryKind::SetAside ? nullptr : reader.open(directory);

@@ -221,6 +221,12 @@ int diff(const Command& command, std::ostream& out, Console& console) {
     return outcome.different && command.diff.exitCode ? kKeyMissing : outcome.whole ? kAnswered : kSkipped;
 }
 
+int feed(const Command& command, std::ostream& out, Console& console) {
+    const ProcessSettings settings(command);
+    Output output(out, command.format, screenOf(out));
+    return command.feedVerb(command.feed, output, console);
+}
+
 int run(const Command& command, std::ostream& out, std::ostream& err) {
     Console console(err, isTerminal(err), screenOf(err));
     try {
@@ -235,6 +241,8 @@ int run(const Command& command, std::ostream& out, std::ostream& err) {
                 return diff(command, out, console);
             case Task::Store:
                 return lookIntoStore(command, out, console);
+            case Task::Feed:
+                return feed(command, out, console);
             case Task::Generate:
                 return runGenerate(command.generate, out, err);
         }

@@ -2,11 +2,12 @@
 
 _inscenter() {
     local word=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-    local global="--help --version --data --center --store --format --jsonl --rules --today --log"
+    local global="--help --version --data --feed --center --store --format --jsonl --rules --today --log"
     local listing="--where --fields --sort --limit"
     local verbs="help summary get has list find explain sql check export report mains products spreads codes outer etf etfs bond bonds
-        interbank tenderbonds counterparties otc issuances issuanceprices shell store tour diff generate"
+        interbank tenderbonds counterparties otc issuances issuanceprices shell store tour diff generate feed"
     local storeVerbs="ls dump verify stat key"
+    local feedVerbs="publish changes watch status serve"
     local markets="SH SZ BJ SHFI HK HGT SGT SHO SZO CFFEX SHFE DCE CZCE INE GFEX NEEQ SHGE BANK ETFINSTS WP NYSE
         NASDAQ OTC SOTC"
     local futures="CFFEX SHFE DCE CZCE INE GFEX"
@@ -42,12 +43,12 @@ _inscenter() {
     esac
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-            --data | --center | --store | --format | --rules | --today) ((++i)) ;;
+            --data | --feed | --center | --store | --format | --rules | --today) ((++i)) ;;
             -*) ;;
             *)
                 if [ -z "$verb" ]; then
                     verb=${COMP_WORDS[i]}
-                elif [ "$verb" = store ] && [ -z "$storeVerb" ]; then
+                elif [[ $verb == store || $verb == feed ]] && [ -z "$storeVerb" ]; then
                     storeVerb=${COMP_WORDS[i]}
                 fi
                 ;;
@@ -94,6 +95,16 @@ _inscenter() {
         export) options="--sqlite --csv --ndjson --zeros --bom" ;;
         diff) options="--ignore --exit-code" ;;
         generate) options="--size --seed --date" ;;
+        feed)
+            case $storeVerb in
+                "") options=$feedVerbs ;;
+                serve) options="--name --port --peers --tls-cert --tls-key" ;;
+                *) options="--name --server --creds --ca" ;;&
+                publish) options="$options --day --replicas" ;;
+                changes) options="$options --remove" ;;
+                watch) options="$options --count" ;;
+            esac
+            ;;
         store)
             case $storeVerb in
                 "") options=$storeVerbs ;;
@@ -101,7 +112,7 @@ _inscenter() {
             esac
             ;;
     esac
-    if [[ $word == -* || -z $verb || $verb == help || ($verb == store && -z $storeVerb) ]]; then
+    if [[ $word == -* || -z $verb || $verb == help || (($verb == store || $verb == feed) && -z $storeVerb) ]]; then
         [[ $word == -* ]] && options="$options $global"
         COMPREPLY=($(compgen -W "$options" -- "$word"))
     else

@@ -108,7 +108,8 @@ function fillRows() {
   };
   body.append(gap(tops[first]));
   for (let i = first; i < last; ++i) {
-    const row = element("tr", undefined, {"data-row": rows[i], style: `height:${tops[i + 1] - tops[i]}px`});
+    const height = tops[i + 1] - tops[i];
+    const row = element("tr", undefined, {"data-row": rows[i], tabindex: 0, style: `height:${height}px`});
     if (i % 2 === 1) row.className = "odd";
     shown.shown.forEach((column, at) => row.append(makeCell(column, rows[i], at === 0)));
     body.append(row);
@@ -397,10 +398,12 @@ function listen() {
     typing = setTimeout(update, 60);
   });
   byId("scroll").addEventListener("scroll", () => requestAnimationFrame(fillRows), {passive: true});
-  byId("rows").addEventListener("click", (event) => {
+  const open = (event) => {
     const row = event.target.closest("tr[data-row]");
     if (row) go(shown.id, byId("search").value, row.dataset.row);
-  });
+  };
+  byId("rows").addEventListener("click", open);
+  byId("rows").addEventListener("keydown", (event) => event.key === "Enter" && open(event));
   byId("close").addEventListener("click", () => go(location.hash.slice(1).split("/")[0], shown ? byId("search").value : ""));
   byId("download").addEventListener("click", download);
   byId("underlying").addEventListener("change", () => go("chains", byId("underlying").value));

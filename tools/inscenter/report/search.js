@@ -45,8 +45,13 @@ const sorts = 4;
 const fits = {whole: 0, beginning: 1, word: 2, part: 3, words: 4};
 const elsewhere = fits.words * sorts + 1; // in a column that the tool does not look at
 const never = 255;
+// Ranks of codes.
+const whole = fits.whole * sorts;
+const beginning = fits.beginning * sorts;
+const endsAt = (text, at) => at >= text.length || isMark(text.charCodeAt(at));
 
-// All texts of a table in one, so that the browser's own search goes through it.
+// All codes of a table in one text and all others in another, so that the browser's own search goes through them: digits
+// are everywhere in codes, where only beginnings count, and seldom elsewhere.
 class Finder {
   constructor(table) {
     this.table = table;
@@ -66,16 +71,18 @@ class Finder {
     const strange = /[\ufdd0-\ufdef]/g;
     const clean = table.columns.some((column) => strange.test(column.values.join(""))) ?
       (text) => text.replace(strange, "") : (text) => text;
+    const codeParts = [];
     const parts = [];
     for (let row = 0; row < table.length; ++row) {
-      let line = mark.row;
       const code = codes.length > 0 ? codes[0].text(row) : "";
+      let line = mark.row;
       codes.forEach((column, i) => {
         const text = column.text(row);
         if (i === 0 || (text !== "" && text !== code)) line += mark.code + clean(text);
       });
+      codeParts.push(line);
       const own = name ? clean(name.text(row)) : "";
-      line += mark.name + own;
+      line = mark.row + mark.name + own;
       const typed = /[^\0-\u2e7f]/.test(own) ? spelled(own) : null;
       line += mark.spelling + clean((initials && initials.text(row)) || (typed ? typed.initials : ""));
       if (typed) line += mark.pinyin + typed.pinyin;
@@ -84,18 +91,26 @@ class Finder {
       parts.push(line);
       if (row % 10000 === 9999) yield;
     }
-    const spaced = plain(parts.join(""));
+    this.codes = folded(codeParts.join(""));
+    this.codeStarts = this.rowsOf(this.codes);
     yield;
+    const spaced = plain(parts.join(""));
     this.text = spaced.replace(/[\0- \u3000]+/g, "");
     yield;
+    this.starts = this.rowsOf(this.text);
     this.measure(spaced);
   }
 
-  // Where rows begin, and at which letters words do.
+  // Where each row begins, and the last one ends.
+  rowsOf(text) {
+    const starts = new Uint32Array(this.table.length + 1).fill(text.length);
+    for (let row = 0, at = text.indexOf(mark.row); at >= 0; at = text.indexOf(mark.row, at + 1)) starts[row++] = at;
+    return starts;
+  }
+
+  // At which letters words begin.
   measure(spaced) {
-    this.starts = new Uint32Array(this.table.length + 1).fill(this.text.length);
     this.words = new Uint8Array((this.text.length >> 3) + 1);
-    let row = 0;
     let at = 0;
     let separated = true;
     for (let i = 0; i < spaced.length; ++i) {
@@ -104,7 +119,6 @@ class Finder {
         separated = true;
         continue;
       }
-      if (code === firstMark + marks.row) this.starts[row++] = at;
       if (separated) this.words[at >> 3] |= 1 << (at & 7);
       // Marks are above 0x80, and what follows one begins its text, of which nobody asks this.
       separated = code < 0x80 && !(code >= 0x61 && code <= 0x7a) && !(code >= 0x30 && code <= 0x39);
@@ -120,10 +134,20 @@ class Finder {
   // The rank of each row that has the text, by SoughtText's numbers.
   ranksOf(wanted) {
     const found = new Uint8Array(this.table.length).fill(never);
+    this.scanCodes(wanted, found);
     this.scan(wanted, found, false);
     if (/^[\0-\x7f]*$/.test(wanted) && wanted.includes("v")) this.scan(wanted.replaceAll("v", "u"), found, true);
     for (const name of ["market", "filed"]) this.scanKeys(wanted, this.table.column(name), found);
     return found;
+  }
+
+  scanCodes(wanted, found) {
+    const {codes, codeStarts} = this;
+    let row = 0;
+    for (let at = codes.indexOf(mark.code + wanted); at >= 0; at = codes.indexOf(mark.code + wanted, at + 1)) {
+      while (codeStarts[row + 1] <= at) ++row;
+      found[row] = Math.min(found[row], endsAt(codes, at + 1 + wanted.length) ? whole : beginning);
+    }
   }
 
   scan(wanted, found, pinyinOnly) {
@@ -135,20 +159,15 @@ class Finder {
       while (!isMark(text.charCodeAt(before))) --before;
       const sort = text.charCodeAt(before) - firstMark;
       let fit = fits.part;
-      if (before === at - 1) fit = this.endsAt(at + wanted.length) ? fits.whole : fits.beginning;
+      if (before === at - 1) fit = endsAt(text, at + wanted.length) ? fits.whole : fits.beginning;
       else if (words[at >> 3] & (1 << (at & 7))) fit = fits.word;
-      // Of codes only the beginning counts, of pinyin that of a syllable.
-      const counts = sort === marks.code ? fit < fits.word : sort !== marks.pinyin || fit < fits.part;
-      if (counts && (!pinyinOnly || sort === marks.pinyin)) {
+      // Of pinyin only the beginning of a syllable counts.
+      if (sort === marks.pinyin ? fit < fits.part : !pinyinOnly) {
         const rank = sort === marks.rest ? elsewhere : fit * sorts + (sort === marks.pinyin ? marks.spelling : sort);
         if (rank < found[row]) found[row] = rank;
       }
       at = text.indexOf(wanted, found[row] === 0 ? starts[row + 1] : at + 1);
     }
-  }
-
-  endsAt(at) {
-    return at >= this.text.length || isMark(this.text.charCodeAt(at));
   }
 
   // Codes behind the name of their market.
@@ -160,10 +179,9 @@ class Finder {
       if (wanted.length <= name.length || !wanted.startsWith(name)) continue;
       const code = wanted.slice(name.length);
       for (let row = 0; row < this.table.length; ++row) {
-        const at = this.starts[row] + 2; // behind the marks of row and code
-        if (column.at(row) === market && this.text.startsWith(code, at)) {
-          const fit = this.endsAt(at + code.length) ? fits.whole : fits.beginning;
-          found[row] = Math.min(found[row], fit * sorts);
+        const at = this.codeStarts[row] + 2; // behind the marks of row and code
+        if (column.at(row) === market && this.codes.startsWith(code, at)) {
+          found[row] = Math.min(found[row], endsAt(this.codes, at + code.length) ? whole : beginning);
         }
       }
     }
@@ -191,9 +209,9 @@ class Finder {
 
   search(words) {
     this.finish();
-    const whole = folded(words.join(""));
-    if (whole === "") return new Uint8Array(this.table.length).fill(never);
-    const found = this.ranksOf(whole);
+    const joined = folded(words.join(""));
+    if (joined === "") return new Uint8Array(this.table.length).fill(never);
+    const found = this.ranksOf(joined);
     const each = words.length > 1 ? words.map(folded).filter((word) => word !== "").map((word) => this.ranksOf(word)) : [];
     if (each.length > 0) {
       for (let row = 0; row < found.length; ++row) {

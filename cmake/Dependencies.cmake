@@ -28,6 +28,10 @@ if(PM_BUILD_FEED AND PM_BUILD_SNAPSHOT AND NOT WIN32)
   endif()
 endif()
 
+if(PM_BUILD_PYTHON)
+  find_package(Python 3.9 REQUIRED COMPONENTS Interpreter Development.Module)
+endif()
+
 if(PM_BUILD_TOOL)
   find_package(CLI11 REQUIRED)
   pkg_check_modules(utf8proc REQUIRED IMPORTED_TARGET libutf8proc)

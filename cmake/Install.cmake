@@ -57,6 +57,7 @@ function(pm_install_targets export)
   install(TARGETS ${ARGN}
     EXPORT ${export}
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT dev
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT library
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
   install(EXPORT ${export} NAMESPACE PmInstrumentCenter:: DESTINATION ${packageDir} COMPONENT dev)
 endfunction()
@@ -73,15 +74,37 @@ if(TARGET inscenter)
   file(RELATIVE_PATH libdirFromBindir ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
   set_target_properties(inscenter PROPERTIES INSTALL_RPATH "$ORIGIN/${libdirFromBindir}")
   install(TARGETS inscenter RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
-  install(FILES ${PROJECT_SOURCE_DIR}/tools/inscenter/install/inscenter.1
-    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
-  install(FILES ${PROJECT_SOURCE_DIR}/tools/inscenter/install/inscenter.bash
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME inscenter COMPONENT tool)
+  if(NOT WIN32)
+    install(FILES ${PROJECT_SOURCE_DIR}/tools/inscenter/install/inscenter.1
+      DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
+    install(FILES ${PROJECT_SOURCE_DIR}/tools/inscenter/install/inscenter.bash
+      DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME inscenter COMPONENT tool)
+  endif()
+endif()
+
+# What no Windows has of itself stands beside the programs, here as there.
+if(MINGW)
+  foreach(dll IN ITEMS libstdc++-6.dll libgcc_s_seh-1.dll libwinpthread-1.dll zlib1.dll)
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${dll} OUTPUT_VARIABLE found
+      OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    install(PROGRAMS ${found} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT library)
+    if(CMAKE_RUNTIME_OUTPUT_DIRECTORY)
+      file(COPY ${found} DESTINATION ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
+    endif()
+  endforeach()
 endif()
 
 # Static libraries leave it to the host to link what shared ones carry along.
 set(PM_PC_REQUIRES "liblog4cxx")
+set(PM_PC_CFLAGS "")
 set(PM_PC_LIBS "")
+if(PM_PLAIN_LOG)
+  set(PM_PC_REQUIRES "")
+  set(PM_PC_CFLAGS "-DPM_PLAIN_LOG")
+endif()
+if(WIN32)
+  set(PM_PC_LIBS "-lws2_32")
+endif()
 set(PM_PC_SNAPSHOT_REQUIRES "")
 set(PM_PC_FEED_REQUIRES "")
 if(BUILD_SHARED_LIBS)
@@ -89,7 +112,7 @@ if(BUILD_SHARED_LIBS)
 else()
   set(PM_STATIC ON)
   string(APPEND PM_PC_REQUIRES " fmt simdjson ${bson_MODULE_NAME} lmdb libxxhash")
-  set(PM_PC_LIBS "-lboost_filesystem")
+  string(APPEND PM_PC_LIBS " -lboost_filesystem")
   set(PM_PC_SNAPSHOT_REQUIRES " fmt simdjson zlib libzstd")
   set(PM_PC_FEED_REQUIRES " fmt libzstd libnats")
 endif()

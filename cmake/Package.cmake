@@ -1,5 +1,6 @@
-# Debian packages, one a component: the libraries, what one needs to build against them, the tool. ./dev package makes
-# them from a build that is configured for /usr; dependencies of binaries are those that dpkg-shlibdeps finds.
+# Debian packages, one a component: the libraries, what one needs to build against them, the tool, the Python package.
+# ./dev package makes them from a build that is configured for /usr; dependencies of binaries are those that
+# dpkg-shlibdeps finds. For Windows one archive of the first three, which ./dev windows makes.
 
 set(PM_ABI ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 set(CPACK_GENERATOR DEB)
@@ -7,11 +8,19 @@ set(CPACK_PACKAGE_NAME pminstrumentcenter)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_VENDOR "PmInstrumentCenter maintainers")
 set(CPACK_PACKAGE_CONTACT "PmInstrumentCenter maintainers <root@localhost>")
-set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+if(WIN32)  # one archive of all components, which may be unpacked anywhere
+  set(CPACK_GENERATOR ZIP)
+  set(CPACK_PACKAGING_INSTALL_PREFIX /)
+else()
+  set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+endif()
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_COMPONENTS_ALL library dev tool)
+if(TARGET inscenter_native)
+  list(APPEND CPACK_COMPONENTS_ALL python)
+endif()
 
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
@@ -41,6 +50,18 @@ set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "${CPACK_DEBIAN_LIBRARY_PACKAGE_NAME} (= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_TOOL_DESCRIPTION "Catalogue of tradable instruments, command line
  Loads a snapshot of a market day and answers questions about it.")
+
+if(TARGET inscenter_native)
+  # The extension is for the interpreter that it was built with; frames and arrays import what they need when asked for.
+  math(EXPR nextPython "${Python_VERSION_MINOR} + 1")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-inscenter)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "${CPACK_DEBIAN_LIBRARY_PACKAGE_NAME} (= ${PROJECT_VERSION}), \
+python3 (>= ${Python_VERSION_MAJOR}.${Python_VERSION_MINOR}), python3 (<< ${Python_VERSION_MAJOR}.${nextPython})")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS "python3-numpy, python3-pandas, inscenter")
+  set(CPACK_COMPONENT_PYTHON_DESCRIPTION "Catalogue of tradable instruments, Python package
+ Days, centers and stores for Python, as records and as columns.")
+endif()
 
 include(CPack)
 

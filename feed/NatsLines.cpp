@@ -36,6 +36,13 @@ bool isDenied(natsStatus status, jsErrCode code) {
     }
 }
 
+/// Whether what the library or the server remarks is nothing that passes by itself.
+bool isRefusal(const std::string& remark) {
+    constexpr std::array kRefusals{"ermissions Violation", "uthorization", "uthentication", "certificate", "SSL"};
+    return std::any_of(kRefusals.begin(), kRefusals.end(),
+                       [&](const char* refusal) { return remark.find(refusal) != std::string::npos; });
+}
+
 }  // namespace
 
 NatsLines::NatsLines(const Options& options, std::string bellSubject)
@@ -130,9 +137,7 @@ NatsFailure NatsLines::failureOf(natsStatus status, jsErrCode code) const {
     if (!shared_->lastError.empty()) {
         reason += ": " + shared_->lastError;
     }
-    const bool refused = shared_->lastError.find("ermissions Violation") != std::string::npos ||
-                         shared_->lastError.find("uthorization Violation") != std::string::npos;
-    return {refused || isDenied(status, code) ? Reply::Denied : Reply::Unreachable, reason};
+    return {isRefusal(shared_->lastError) || isDenied(status, code) ? Reply::Denied : Reply::Unreachable, reason};
 }
 
 NatsLineHandle NatsLines::connect(NatsFailure& failure) {
@@ -153,6 +158,12 @@ NatsLineHandle NatsLines::connect(NatsFailure& failure) {
         status = natsConnection_Connect(&connection, made);
     }
     const bool trying = status == NATS_NOT_YET_CONNECTED;
+    if (trying) {
+        // The connection itself does not say why its first attempt failed.
+        const char* const text = nats_GetLastError(nullptr);
+        const std::lock_guard guard(shared_->lock);
+        shared_->lastError = text != nullptr ? text : "";
+    }
     if (status != NATS_OK && !trying) {
         failure = failureOf(status, static_cast<jsErrCode>(0));
         delete errors;
@@ -222,9 +233,12 @@ NatsLineHandle NatsLines::get(NatsFailure& failure) {
     if (status != NATS_CONN_STATUS_CONNECTED) {
         const char* text = nullptr;
         natsConnection_GetLastError(line->connection.get(), &text);
-        const std::string_view reason = text != nullptr ? text : "";
-        const bool refused = reason.find("uthorization") != std::string_view::npos;
-        failure = {refused ? Reply::Denied : Reply::Unreachable,
+        std::string reason = text != nullptr ? text : "";
+        if (reason.empty()) {
+            const std::lock_guard guard(shared_->lock);
+            reason = shared_->lastError;
+        }
+        failure = {isRefusal(reason) ? Reply::Denied : Reply::Unreachable,
                    fmt::format("not connected{}{}", reason.empty() ? "" : ": ", reason)};
         return nullptr;
     }

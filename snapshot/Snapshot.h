@@ -100,8 +100,8 @@ struct SnapshotReadOptions {
 
 /// How a snapshot is written.
 struct SnapshotWriteOptions {
-    SnapshotFormat format = SnapshotFormat::Ndjson;
-    SnapshotPacking packing = SnapshotPacking::None;
+    SnapshotFormat format = SnapshotFormat::Ndjson;   ///< what files are made of
+    SnapshotPacking packing = SnapshotPacking::None;  ///< what they are packed with
     /// Numbers that are at their default are written, too: for readers that take a missing one for unknown.
     bool zeros = false;
     /// Files begin with a byte-order mark, by which spreadsheets know UTF-8.

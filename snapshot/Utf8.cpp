@@ -70,13 +70,4 @@ std::string printable(std::string_view text) {
     return shown;
 }
 
-std::filesystem::path pathOf(const std::string& utf8) {
-    return {std::u8string(utf8.begin(), utf8.end())};
-}
-
-std::string textOf(const std::filesystem::path& path) {
-    const std::u8string text = path.u8string();
-    return {text.begin(), text.end()};
-}
-
 }  // namespace mxservice::snapshot

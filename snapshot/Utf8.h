@@ -1,9 +1,10 @@
 #pragma once
 
 #include <cstddef>
-#include <filesystem>
 #include <string>
 #include <string_view>
+
+#include "system/Path.h"
 
 // Part of the library and of the tool, hidden in both.
 
@@ -33,9 +34,8 @@ void appendUtf8(std::string& out, std::string_view text);
 /// The text as it may be written to a terminal: offending bytes replaced, control characters as "\x1B".
 std::string printable(std::string_view text);
 
-/// A path from the UTF-8 in which hosts and users write it, and back. Left to the standard library, narrow letters of a
-/// path are what the system takes them for, which on Windows is no UTF-8.
-std::filesystem::path pathOf(const std::string& utf8);
-std::string textOf(const std::filesystem::path& path);
+// For paths, which hosts and users write in UTF-8.
+using sys::pathOf;
+using sys::textOf;
 
 }  // namespace mxservice::snapshot

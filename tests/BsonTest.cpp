@@ -1,7 +1,11 @@
 #include <bson/bson.h>
 #include <gtest/gtest.h>
+
+#ifdef _WIN32
+#include <windows.h>
+#else
 #include <sys/mman.h>
-#include <unistd.h>
+#endif
 
 #include <cmath>
 #include <limits>
@@ -157,21 +161,35 @@ TEST(BSONObj, JsonOfWhatTheLibraryRefusesIsStillGiven) {
 /// Bytes, no more than a page of them, with a page behind that nobody may touch, so that reading on ends the process.
 class BytesAtTheEdge {
 public:
-    explicit BytesAtTheEdge(const std::string& bytes)
-        : page_(static_cast<std::size_t>(::sysconf(_SC_PAGESIZE))), size_(bytes.size()) {
+    explicit BytesAtTheEdge(const std::string& bytes) : size_(bytes.size()) {
+#ifdef _WIN32
+        DWORD before = 0;
+        begin_ = static_cast<char*>(::VirtualAlloc(nullptr, 2 * kPage, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
+        ::VirtualProtect(begin_ + kPage, kPage, PAGE_NOACCESS, &before);
+#else
         begin_ =
-            static_cast<char*>(::mmap(nullptr, 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-        ::mprotect(begin_ + page_, page_, PROT_NONE);
-        bytes.copy(begin_ + page_ - size_, size_);
+            static_cast<char*>(::mmap(nullptr, 2 * kPage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        ::mprotect(begin_ + kPage, kPage, PROT_NONE);
+#endif
+        bytes.copy(begin_ + kPage - size_, size_);
     }
-    ~BytesAtTheEdge() { ::munmap(begin_, 2 * page_); }
+    ~BytesAtTheEdge() {
+#ifdef _WIN32
+        ::VirtualFree(begin_, 0, MEM_RELEASE);
+#else
+        ::munmap(begin_, 2 * kPage);
+#endif
+    }
     BytesAtTheEdge(const BytesAtTheEdge&) = delete;
     BytesAtTheEdge& operator=(const BytesAtTheEdge&) = delete;
 
-    std::string_view view() const { return {begin_ + page_ - size_, size_}; }
+    std::string_view view() const {
+        return {begin_ + kPage - size_, size_};
+    }
 
 private:
-    const std::size_t page_;
+    static constexpr std::size_t kPage = 64 * 1024;  // of any system, or some of them
+
     const std::size_t size_;
     char* begin_ = nullptr;
 };

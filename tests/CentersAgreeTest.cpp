@@ -292,8 +292,8 @@ Snapshot dayIn(const std::string& directory) {
 /// PM_DAY names the directory of a further day.
 TEST(CentersAgree, OnEverythingThatADayCanBeAsked) {
     const TemporaryDirectory invented;
-    ASSERT_EQ(tooltest::run({"generate", "--size", "3000", "--date", "20260302", invented.path()}).code, 0);
-    std::vector<std::string> days{PM_SAMPLES, invented.path()};
+    ASSERT_EQ(tooltest::run({"generate", "--size", "3000", "--date", "20260302", invented.path().string()}).code, 0);
+    std::vector<std::string> days{PM_SAMPLES, invented.path().string()};
     if (const char* const further = std::getenv("PM_DAY")) {
         days.emplace_back(further);
     }

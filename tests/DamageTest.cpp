@@ -6,6 +6,7 @@
 #include <random>
 
 #include "base/instrumentcenter/catalogue/PseudoInstruments.h"
+#include "system/Path.h"
 #include "tests/CenterFixture.h"
 #include "tests/ChildProcess.h"
 #include "tests/FromEnvironment.h"
@@ -125,7 +126,8 @@ struct Answers {
 std::map<std::string, Bytes> documentsOf(const fs::path& directory) {
     std::map<std::string, Bytes> documents;
     persist::StoreStatus status;
-    const auto database = persist::makeLmdbEngine()->open(directory, persist::StoreEngine::Mode::ReadExisting, status);
+    const auto database =
+        persist::makeLmdbEngine()->open(sys::textOf(directory), persist::StoreEngine::Mode::ReadExisting, status);
     if (database) {
         database->scan({}, [&](std::string_view key, std::string_view bytes) {
             documents.emplace(key, bytes);
@@ -158,7 +160,9 @@ public:
     Vandal(const fs::path& root, std::uint64_t seed) : root_(root), random_(seed) {
         std::vector<std::string> names;
         for (const auto& entry : fs::directory_iterator(root)) {
-            names.push_back(entry.path().filename());
+            if (entry.is_directory()) {  // there may be a lock file, too
+                names.push_back(sys::textOf(entry.path().filename()));
+            }
         }
         std::sort(names.begin(), names.end());
         harm_.db = names[random_() % names.size()];
@@ -177,7 +181,9 @@ private:
 
     void harmFile() {
         const fs::path file = root_ / harm_.db / "data.mdb";
-        const Bytes good = read(file);
+        Bytes good = read(file);
+        // On Windows the file has the size of its map.
+        good.resize((good.find_last_not_of('\0') / kPage + 1) * kPage);
         Bytes bad = good;
         const std::size_t pages = good.size() / kPage;
         const auto overwrite = [&](std::size_t at, const Bytes& bytes) {
@@ -302,8 +308,8 @@ private:
             harm_.lost.insert(chosen->first);
         }
         persist::StoreStatus status;
-        const auto database =
-            persist::makeLmdbEngine()->open(root_ / harm_.db, persist::StoreEngine::Mode::WriteExisting, status);
+        const auto database = persist::makeLmdbEngine()->open(sys::textOf(root_ / harm_.db),
+                                                              persist::StoreEngine::Mode::WriteExisting, status);
         database->put(ReadyBatch{{chosen->first, bad}}, false, {});
     }
 
@@ -434,21 +440,23 @@ TEST_F(Damage, IsNeverServedNorCrashesTheHostAndIsHealedByALoad) {
     const fs::path pristine = directory_.path() / "pristine";
     const fs::path root = directory_.path() / "store";
     persist::CPersistService& service = TemporaryStore::service();
-    service.setRootPath(pristine);
-    OpenClientCenter center(1);
     const Day day("old");
-    day.load(center);
-    const Answers before(center, day);
-    service.setRootPath("");
     for (std::uint64_t i = 0; i < mutants && !HasFailure(); ++i) {
+        service.setRootPath(sys::textOf(pristine));
+        OpenClientCenter center(1);
+        day.load(center);
+        const Answers before(center, day);
+        service.setRootPath("");
         fs::remove_all(root);
         fs::copy(pristine, root, fs::copy_options::recursive);
         const Harm harm = Vandal(root, seed + i).harm();
         SCOPED_TRACE("PM_SEED=" + std::to_string(seed + i) + " PM_MUTANTS=1: " + harm.db + ", " + harm.what);
         EXPECT_EQ(inChild([&] {
-                      service.setRootPath(root);
-                      const std::string problem = broken(before, Answers(center, day), harm);
-                      return problem.empty() ? brokenByLoad(center, root, harm) : problem;
+                      service.setRootPath(sys::textOf(root));
+                      std::string problem = broken(before, Answers(center, day), harm);
+                      problem = problem.empty() ? brokenByLoad(center, root, harm) : problem;
+                      service.setRootPath("");
+                      return problem;
                   }),
                   0);
     }

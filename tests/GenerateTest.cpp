@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <boost/pointer_cast.hpp>
 
@@ -19,6 +18,7 @@
 #include <vector>
 
 #include "FromEnvironment.h"
+#include "TemporaryStore.h"
 #include "platform/record/Records.h"
 #include "platform/utils/MarketRules.h"
 #include "tools/marketday/MarketDay.h"
@@ -236,13 +236,11 @@ TEST(MarketDayTest, EveryFutureProductHasAMainContract) {
 
 class GenerateTest : public ::testing::Test {
 protected:
-    ~GenerateTest() override { std::filesystem::remove_all(root_); }
-
     /// What the files of a day hold, by their names.
     std::map<std::string, std::string> generate(std::uint64_t seed, const std::string& date) {
         std::ostringstream out;
         std::ostringstream err;
-        EXPECT_EQ(runGenerate({600, seed, date, root_}, out, err), 0) << err.str();
+        EXPECT_EQ(runGenerate({600, seed, date, root_.string()}, out, err), 0) << err.str();
         const auto files = filesIn(root_);
         for (const auto& [file, bytes] : files) {
             EXPECT_THAT(out.str(), HasSubstr(file + ": "));
@@ -254,13 +252,13 @@ protected:
         std::map<std::string, std::string> files;
         for (const auto& entry : std::filesystem::directory_iterator(directory)) {
             std::ifstream stream(entry.path(), std::ios::binary);
-            files[entry.path().filename()] = {std::istreambuf_iterator<char>(stream), {}};
+            files[entry.path().filename().string()] = {std::istreambuf_iterator<char>(stream), {}};
         }
         return files;
     }
 
-    const std::filesystem::path root_ =
-        std::filesystem::path(::testing::TempDir()) / ("generate-" + std::to_string(getpid()));
+    const TemporaryDirectory directory_;
+    const std::filesystem::path root_ = directory_.path() / "day";
 };
 
 TEST_F(GenerateTest, SameSeedAndDateGiveTheSameBytes) {
@@ -280,15 +278,22 @@ TEST_F(GenerateTest, SameSeedAndDateGiveTheSameBytes) {
 
 TEST_F(GenerateTest, WhatCannotBeWrittenIsSaid) {
     std::filesystem::create_directories(root_);
-    const std::string blocked = root_ / "file";
+    const std::string blocked = (root_ / "file").string();
     std::ofstream(blocked) << "in the way";
     const std::filesystem::path full = root_ / "full";
     std::filesystem::create_directories(full);
-    std::filesystem::create_symlink("/dev/full", full / "instruments.ndjson");
+    std::filesystem::create_directories(full / "bonds.ndjson");
+    if (std::filesystem::exists("/dev/full")) {
+        std::filesystem::create_symlink("/dev/full", full / "instruments.ndjson");
+    }
+    const std::string root = root_.string();
     const std::vector<std::pair<GenerateOptions, std::string>> cases{
-        {{600, 1, kDate, blocked}, blocked},           {{600, 1, kDate, "/dev/null/day"}, "/dev/null"},
-        {{600, 1, kDate, full}, "instruments.ndjson"}, {{600, 1, "20260230", root_}, "20260230"},
-        {{600, 1, "today", root_}, "today"},           {{static_cast<std::size_t>(-1), 1, kDate, root_}, "at most"}};
+        {{600, 1, kDate, blocked}, blocked},
+        {{600, 1, kDate, blocked + "/day"}, blocked},
+        {{600, 1, kDate, full.string()}, std::filesystem::exists("/dev/full") ? "instruments.ndjson" : "bonds.ndjson"},
+        {{600, 1, "20260230", root}, "20260230"},
+        {{600, 1, "today", root}, "today"},
+        {{static_cast<std::size_t>(-1), 1, kDate, root}, "at most"}};
     for (const auto& [options, words] : cases) {
         std::ostringstream out;
         std::ostringstream err;

@@ -1,12 +1,10 @@
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <spawn.h>
-#include <sys/wait.h>
 
-#include <array>
-#include <csignal>
+#include <chrono>
+#include <future>
 #include <optional>
 
+#include "tests/ChildProgram.h"
 #include "tests/FromEnvironment.h"
 #include "tests/LogCapture.h"
 #include "tests/StoredDay.h"
@@ -19,55 +17,27 @@ namespace {
 class Worker {
 public:
     /// Loads, numbered upwards from `first`; clears the store over and over without it.
-    Worker(const std::filesystem::path& root, std::optional<int> first) {
-        int ends[2];
-        EXPECT_EQ(::pipe(ends), 0);
-        posix_spawn_file_actions_t actions;
-        ::posix_spawn_file_actions_init(&actions);
-        ::posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-        ::posix_spawn_file_actions_addclose(&actions, ends[0]);
-        std::string program = PM_STORE_WRITER;
-        std::string directory = root;
-        std::string number = first ? std::to_string(*first) : std::string();
-        char* const arguments[] = {program.data(), directory.data(), first ? number.data() : nullptr, nullptr};
-        EXPECT_EQ(::posix_spawn(&process_, program.c_str(), &actions, nullptr, arguments, environ), 0);
-        ::posix_spawn_file_actions_destroy(&actions);
-        ::close(ends[1]);
-        output_ = ends[0];
-    }
-    ~Worker() {
-        if (output_ >= 0) {
-            kill();
-        }
-    }
-    Worker(const Worker&) = delete;
-    Worker& operator=(const Worker&) = delete;
+    Worker(const std::filesystem::path& root, std::optional<int> first)
+        : program_({PM_STORE_WRITER, sys::textOf(root), first ? "load" : "clear", std::to_string(first.value_or(0))}) {}
 
     /// Waits until it has begun so many steps.
     void await(int steps) {
-        for (char byte = 0; steps_ < steps && ::read(output_, &byte, 1) == 1;) {
+        while (steps_ < steps && program_.read()) {
             ++steps_;
         }
         EXPECT_EQ(steps_, steps) << "it ended by itself";
     }
     /// How many steps it has begun; the last one may be done or not.
     int kill() {
-        ::kill(process_, SIGKILL);
-        int status = 0;
-        ::waitpid(process_, &status, 0);
-        EXPECT_TRUE(WIFSIGNALED(status)) << "it ended by itself";
-        std::array<char, 4096> bytes;
-        for (ssize_t got = 1; got > 0;) {
-            got = ::read(output_, bytes.data(), bytes.size());
-            steps_ += got > 0 ? static_cast<int>(got) : 0;
+        EXPECT_TRUE(program_.kill()) << "it ended by itself";
+        while (program_.read()) {
+            ++steps_;
         }
-        ::close(std::exchange(output_, -1));
         return steps_;
     }
 
 private:
-    pid_t process_ = 0;
-    int output_ = -1;
+    ChildProgram program_;
     int steps_ = 0;
 };
 
@@ -75,8 +45,7 @@ class Kill : public testing::Test {
 protected:
     /// Lets the workers work on for a while; how long is of no importance, only that it differs.
     void letWork(unsigned atMostMicroseconds) {
-        timespec time{0, static_cast<long>(random_() % atMostMicroseconds) * 1000L};
-        ::ppoll(nullptr, 0, &time, nullptr);
+        std::promise<void>().get_future().wait_for(std::chrono::microseconds(random_() % atMostMicroseconds));
     }
     /// The first load of the next center.
     int nextLoad() { return ++centers_ * kLoadsOfACenter; }
@@ -85,7 +54,7 @@ protected:
     int loadAndCheck() {
         const int number = nextLoad();
         const LogCapture capture;
-        TemporaryStore::service().setRootPath(store_.path());
+        TemporaryStore::service().setRootPath(sys::textOf(store_.path()));
         CClientInstrumentCenter center("test", 10, 10, 10);
         IInstrumentCenter& asked = center;
         load(center, number);

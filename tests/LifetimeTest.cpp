@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
+
+#ifndef _WIN32
 #include <sys/wait.h>
 #include <unistd.h>
+#endif
 
 #include <atomic>
 #include <cstdlib>
@@ -52,7 +55,7 @@ TEST(LifetimeDeathTest, AProcessMayExitWhileThreadsAskAndLoad) {
     const TemporaryDirectory directory;
     EXPECT_EXIT(
         {
-            persist::CPersistService::instance()->setRootPath(directory.path() / "store");
+            persist::CPersistService::instance()->setRootPath((directory.path() / "store").string());
             auto& client = leaked(new OpenClientCenter(8));
             auto& server = leaked(new OpenServerCenter);
             client.initInstruments({"SZ"}, someRecords());
@@ -71,6 +74,7 @@ TEST(LifetimeDeathTest, AProcessMayExitWhileThreadsAskAndLoad) {
         testing::ExitedWithCode(0), "");
 }
 
+#ifndef _WIN32
 TEST(Lifetime, AForkedChildMayExecuteAnotherProgram) {
     TemporaryStore store;
     OpenClientCenter center;
@@ -98,6 +102,7 @@ TEST(Lifetime, AForkedChildMayExecuteAnotherProgram) {
     center.initInstruments({"SZ"}, {instrument("SZ", "1"), instrument("SZ", "new")});
     EXPECT_TRUE(center.getInstrument("SZnew"));
 }
+#endif
 
 TEST(Lifetime, CentersOfOneProcessKnowTheirOwnKeysAndShareTheStore) {
     const TemporaryStore store;

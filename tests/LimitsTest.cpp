@@ -1,8 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#ifndef _WIN32
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
+#endif
 
 #include <algorithm>
 #include <cerrno>
@@ -44,6 +47,16 @@ void loadDay(IInstrumentCenter& center, int markets, int codes, const std::strin
     center.initOtcInstruments({plan("P1", 1, name)});
 }
 
+/// The lines at ERROR that hold the text.
+std::size_t errorsWith(const LogCapture& capture, const std::string& text) {
+    const auto lines = capture.lines();
+    return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [&](const LogCapture::Line& line) {
+        return line.level >= utils::kLogError && line.text.find(text) != std::string::npos;
+    }));
+}
+
+#ifndef _WIN32  // where nobody gives a process or a disk less
+
 /// The first question about such a day that is not answered; empty when all are.
 std::string unanswered(IInstrumentCenter& center, int markets, int codes, const std::string& name) {
     for (int market = 0; market < markets; ++market) {
@@ -62,14 +75,6 @@ std::string unanswered(IInstrumentCenter& center, int markets, int codes, const 
     const bool others = fund && fund->etfCode == "510050" && center.getInstrument("ETFINSTS510051") &&
                         center.getBond("BANK240001") && fundPlan && fundPlan->name == name;
     return others ? std::string() : "no answer for a fund, bond or plan";
-}
-
-/// The lines at ERROR that hold the text.
-std::size_t errorsWith(const LogCapture& capture, const std::string& text) {
-    const auto lines = capture.lines();
-    return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [&](const LogCapture::Line& line) {
-        return line.level >= utils::kLogError && line.text.find(text) != std::string::npos;
-    }));
 }
 
 constexpr int kMarkets = 30;
@@ -218,10 +223,12 @@ TEST_F(Limits, OfFileDescriptors) {
               0);
 }
 
+#endif
+
 template <class Kind>
 class LargeLimits : public testing::Test {
 protected:
-    LargeLimits() { TemporaryStore::service().setRootPath(directory_.path() / "store"); }
+    LargeLimits() { TemporaryStore::service().setRootPath((directory_.path() / "store").string()); }
     ~LargeLimits() override { TemporaryStore::service().setRootPath(""); }
     typename Kind::Center center_;
 

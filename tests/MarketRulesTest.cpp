@@ -1,11 +1,9 @@
 #include "platform/utils/MarketRules.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <barrier>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -14,6 +12,10 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "system/Path.h"
+#include "tests/Barrier.h"
+#include "tests/TemporaryStore.h"
 
 namespace {
 
@@ -62,22 +64,17 @@ void expectNames(const CodesByMarket& codesByMarket, const Names& names) {
 
 class MarketRulesTest : public ::testing::Test {
 protected:
-    MarketRulesTest() { std::filesystem::create_directory(directory_); }
-    ~MarketRulesTest() override {
-        CMarketRules::reset();
-        std::filesystem::remove_all(directory_);
-    }
+    ~MarketRulesTest() override { CMarketRules::reset(); }
 
-    std::string write(const std::string& text, const std::string& name = "rules.json") const {
-        const std::string file = directory_ / name;
+    std::string write(const std::string& text, const std::filesystem::path& name = "rules.json") const {
+        const std::filesystem::path file = directory_.path() / name;
         std::ofstream(file, std::ios::binary) << text;
-        return file;
+        return sys::textOf(file);
     }
 
     void load(const std::string& text) const { CMarketRules::load(write(text)); }
 
-    const std::filesystem::path directory_ =
-        std::filesystem::path(::testing::TempDir()) / ("market-rules-" + std::to_string(getpid()));
+    const TemporaryDirectory directory_;
 };
 
 TEST_F(MarketRulesTest, BuiltInRangesAreThePublishedSegments) {
@@ -148,7 +145,7 @@ TEST_F(MarketRulesTest, FileReplacesAllRulesUntilReset) {
         EXPECT_EQ(namesOf("SH", "730958"), Names{});
         EXPECT_EQ(namesOf("SZ", "000001"), Names{});
     }
-    load("{}");
+    CMarketRules::load(write("{}", u8"\u89C4\u5219.json"));
     EXPECT_EQ(namesOf("SH", "600000"), Names{});
     CMarketRules::reset();
     EXPECT_EQ(namesOf("SH", "730958"), Names{"isShanghaiStockIPO"});
@@ -225,9 +222,13 @@ TEST_F(MarketRulesTest, BadFileIsRefusedWithItsPlaceAndTheRulesStay) {
         SCOPED_TRACE(range);
         expectRefused(write(withRange('"' + std::string(range) + '"')), {"line 3", "neither MARKET:FROM-TO nor"});
     }
-    expectRefused(directory_ / "missing.json", {"cannot be read", "No such file"});
-    expectRefused(directory_, {"is a directory"});
+    expectRefused(sys::textOf(directory_.path() / "missing.json"), {"cannot be read", "No such file"});
+    expectRefused(sys::textOf(directory_.path()), {"is a directory"});
+#ifndef _WIN32  // where no file is endless
     expectRefused("/dev/zero", {"not a regular file"});
+#endif
+    EXPECT_THROW(CMarketRules::load(write("{}") + std::string("\0.json", 6)), std::runtime_error);
+    EXPECT_THROW(CMarketRules::load("\xFF.json"), std::runtime_error);
     expectRefused("", {"cannot be read"});
 }
 
@@ -254,8 +255,8 @@ TEST_F(MarketRulesTest, ThreadsAskWhileRulesAreReplaced) {
     CMarketRules::load(even);
     constexpr int kRounds = 300;
     constexpr int kAskers = 3;
-    std::barrier replaced(kAskers + 1);
-    std::barrier answered(kAskers + 1);
+    Barrier replaced(kAskers + 1);
+    Barrier answered(kAskers + 1);
     std::atomic<int> wrong{0};
     const auto ask = [&] {
         for (int round = 0; round < kRounds; ++round) {

@@ -6,7 +6,6 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
-#include <csignal>
 #include <fstream>
 
 #include "tests/LogCapture.h"
@@ -60,25 +59,6 @@ TEST_F(Persist, TwoNamesOfOneDirectoryShareOneEnvironment) {
     EXPECT_EQ(textOf("A", "2"), "through B");
 }
 
-TEST_F(Persist, GrowthByAnotherProcessIsAdopted) {
-    ASSERT_TRUE(writeMany("A", 10, "first"));
-    const pid_t child = ::fork();
-    if (child == 0) {
-        // A fresh service, as of another process: what the parent opened is left alone.
-        const auto engine = persist::makeLmdbEngine();
-        persist::StoreStatus status;
-        const auto database = engine->open(store_.path("A"), persist::StoreEngine::Mode::Create, status);
-        const BSONObj big = document(std::string(8U << 20U, 'x'));
-        const std::string_view bytes(big.objdata(), static_cast<std::size_t>(big.objsize()));
-        ::_exit(database && database->put(ReadyBatch{{"big", std::string(bytes)}}, false, {}).ok() ? 0 : 1);
-    }
-    int result = 0;
-    ASSERT_EQ(::waitpid(child, &result, 0), child);
-    ASSERT_EQ(result, 0);
-    EXPECT_EQ(textOf("A", "big").size(), 8U << 20U);
-    EXPECT_TRUE(service().writeData("A", "11", document("after"), false));
-}
-
 /// It reads by itself: pages that it still reads are kept from its parent's writes.
 TEST_F(Persist, AForkedChildDoesNotGoOnWithWhatItsParentOpened) {
     constexpr int kDocuments = 2000;
@@ -114,35 +94,6 @@ TEST_F(Persist, AForkedChildDoesNotGoOnWithWhatItsParentOpened) {
     for (const int end : {begun[0], written[0], written[1]}) {
         ::close(end);
     }
-}
-
-/// Otherwise the pages that it read would be kept for ever, and the file grow with each write.
-TEST_F(Persist, WhatAKilledReaderHeldIsUsedAgain) {
-    ASSERT_TRUE(writeMany("A", 20, "old"));
-    int begun[2];
-    ASSERT_EQ(::pipe(begun), 0);
-    const pid_t child = ::fork();
-    if (child == 0) {
-        service().visitAllData("A", [&](std::string_view, std::string_view) {
-            const char byte = '.';
-            static_cast<void>(::write(begun[1], &byte, 1));
-            for (;;) {
-                ::pause();
-            }
-            return false;
-        });
-        ::_exit(1);
-    }
-    ::close(begun[1]);
-    char byte = '.';
-    EXPECT_EQ(::read(begun[0], &byte, 1), 1);
-    ::close(begun[0]);
-    ::kill(child, SIGKILL);
-    ASSERT_EQ(::waitpid(child, nullptr, 0), child);
-    for (int round = 0; round < 60; ++round) {
-        ASSERT_TRUE(writeMany("A", 20, std::string(2000, 'x')));
-    }
-    EXPECT_LT(fs::file_size(store_.path("A") / "data.mdb"), 1U << 20U);
 }
 
 /// Each takes memory of its own, and of all pages that it wrote.

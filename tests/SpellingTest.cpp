@@ -55,6 +55,7 @@ TEST_F(SpelledNames, AreFoundAfterCodesAndNamesAndTheBestFirst) {
 {"market":"NYSE","code":"Y","name":"Biotech of Ping An"}
 {"market":"NYSE","code":"Z","name":"Shipping","isin":"US0PA"}
 {"market":"SZ","code":"4","name":"绿能","productName":"Ping An note"}
+{"market":"SZ","code":"5","name":"宁V50"}
 )-");
     EXPECT_THAT(found("ping an"), ElementsAre("X", "3", "2", "4", "Y", "1"));
     EXPECT_THAT(found("pingan"), found("ping an"));
@@ -65,6 +66,7 @@ TEST_F(SpelledNames, AreFoundAfterCodesAndNamesAndTheBestFirst) {
     EXPECT_THAT(found("pan"), ElementsAre("3"));  // the initials that a record brings, not those of its name
     EXPECT_THAT(found("us0p"), ElementsAre("Z"));
     EXPECT_THAT(found("lvneng"), ElementsAre("4"));
+    EXPECT_THAT(found("ningv"), ElementsAre("5"));       // a v of the name's own
     EXPECT_THAT(found("angan"), ElementsAre());          // across syllables is no name that anybody types
     EXPECT_THAT(found("an biotech"), ElementsAre("Y"));  // both words, in whichever order
 }

@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <simdjson.h>
@@ -22,6 +23,7 @@ using mxservice::instrument;
 using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::Not;
 using ::testing::SizeIs;
 using ::testing::StartsWith;
 using tooltest::linesOf;
@@ -80,7 +82,7 @@ protected:
     static void close() { TemporaryStore::service().setRootPath(""); }
 
     Result ask(const std::string& verb, const std::vector<std::string>& arguments = {}) const {
-        std::vector<std::string> all{"store", verb, store_.path()};
+        std::vector<std::string> all{"store", verb, store_.path().string()};
         all.insert(all.end(), arguments.begin(), arguments.end());
         return run(all);
     }
@@ -100,7 +102,7 @@ protected:
     void put(const std::string& db, const std::string& key, const mxservice::IData& record,
              const std::string& field = {}) const {
         auto& service = TemporaryStore::service();
-        service.setRootPath(store_.path());
+        service.setRootPath(store_.path().string());
         const bson::BSONObj document = record.toBsonWithBson();
         EXPECT_TRUE(field.empty() ? service.writeData(db, key, document, false)
                                   : service.writeHashDatas(db, {key}, {document}, false, field, false));
@@ -112,7 +114,7 @@ protected:
         std::map<std::string, std::string> bytesByName;
         for (const auto& entry : fs::recursive_directory_iterator(store_.path())) {
             const bool counts = entry.is_regular_file() && entry.path().filename() != "lock.mdb";
-            bytesByName[entry.path()] = counts ? bytesOf(entry.path()) : std::string();
+            bytesByName[entry.path().string()] = counts ? bytesOf(entry.path()) : std::string();
         }
         return bytesByName;
     }
@@ -247,6 +249,15 @@ TEST_F(StoreVerbTest, VerifyNamesEveryBadDocument) {
     expect("OvIns_FUMAIN  " + future, "only sub-documents belong");
     EXPECT_THAT(problems, SizeIs(10));
 
+    // Who asks the store for its records is told the same, and gets the others.
+    const Result asked = run({"--store", store_.path().string(), "list", "--market", "SH", "HK", "--fields", "code"});
+    EXPECT_EQ(asked.code, 3);
+    EXPECT_THAT(asked.out, AllOf(HasSubstr("600000"), HasSubstr("00700"), Not(HasSubstr("600009"))));
+    EXPECT_THAT(asked.err, AllOf(HasSubstr("OvIns_SH: document " + keyOf("SH600001") + ": the key should be"),
+                                 HasSubstr("OvIns_HK: document " + keyOf("HK1") + ": the document is a")));
+    EXPECT_EQ(run({"--store", store_.path().string(), "get", "SH600001"}).code, 1);
+    EXPECT_EQ(run({"--store", store_.path().string(), "get", "SH600000"}).code, 0);
+
     EXPECT_EQ(ask("verify", {"OvIns_DCE"}).code, 2);
     EXPECT_EQ(ask("verify", {"OvIns_OTCINS"}).code, 0);
     const Result dumped = ask("dump", {"OvRawSH"});
@@ -274,18 +285,58 @@ TEST_F(StoreVerbTest, ADamagedFileIsReportedAndLeftAlone) {
     const Result dumped = ask("dump");
     EXPECT_EQ(dumped.code, 2);
     EXPECT_THAT(dumped.out, AllOf(HasSubstr(R"("database":"OvIns_BANK")"), HasSubstr(R"("database":"OvIns_HK")")));
+    const Result asked = run({"--store", store_.path().string(), "list", "--market", "HK"});
+    EXPECT_EQ(asked.code, 3);
+    EXPECT_THAT(asked.err, AllOf(HasSubstr("OvIns_SH: damaged: "), HasSubstr("OvIns_DCE: damaged: ")));
     EXPECT_EQ(files(), before);
+}
+
+TEST_F(StoreVerbTest, AStoreOfAnotherVersionOrHalfDeletedSaysSo) {
+    for (const std::size_t page : {std::size_t{0}, std::size_t{1}}) {
+        overwrite(dataOf("OvIns_SH"), page * 4096 + 16 + 4, std::string("\x63\0\0\0", 4));  // the format's version
+    }
+    fs::remove(dataOf("OvIns_HK"));
+    const Result half =
+        run({"--store", store_.path().string(), "list", "--market", "SH", "HK", "DCE", "--fields", "code"});
+    EXPECT_EQ(half.code, 3);
+    EXPECT_THAT(half.out, HasSubstr("a2705"));
+    EXPECT_THAT(half.err,
+                AllOf(HasSubstr("OvIns_SH: "), HasSubstr("version"), HasSubstr("OvIns_HK: has lost its data.mdb")));
+    const TemporaryDirectory other;
+    fs::copy(store_.path("OvIns_DCE"), other.path() / "accounts", fs::copy_options::recursive);
+    EXPECT_THAT(run({"--store", other.path().string(), "get", "DCEa2705"}).err,
+                HasSubstr("no instrument in this store"));
+}
+
+TEST_F(StoreVerbTest, KeysLeadBackToTheirRecords) {
+    const std::string hex = fmt::format("0x{:x}", utils::hash("SH600000"));
+    const auto rows = objectsOf(ask("key", {hex, keyOf("DCE"), keyOf("BANK220001"), "--jsonl"}).out);
+    std::vector<std::string> found;
+    for (auto row : rows) {
+        found.push_back(row["database"] + ' ' + row["what"] + ' ' + row["key"]);
+    }
+    EXPECT_THAT(found,
+                testing::UnorderedElementsAre("OvIns_SH document SH600000", "OvRawSH document SH600000",
+                                              "OvIns_DCE market null", "OvIns_FUMAIN field DCEa2705",
+                                              "OvIns_BANKBOND document 220001", "OvIns_BANK document BANK220001"));
+    const Result none = run({"--store", store_.path().string(), "store", "key", "17"});
+    EXPECT_EQ(none.code, 1);
+    EXPECT_THAT(none.err, HasSubstr("17: no key in this store"));
+    for (const char* const word : {"", "x", "0x", "-1", "18446744073709551616"}) {
+        EXPECT_EQ(ask("key", {word}).code, 2) << word;
+    }
 }
 
 TEST_F(StoreVerbTest, WhatIsNoStoreIsRefused) {
     const TemporaryDirectory other;
-    const std::string empty = other.path() / "empty";
+    const std::string empty = (other.path() / "empty").string();
     fs::create_directory(empty);
     std::ofstream(other.path() / "file") << "text";
-    const std::map<std::string, std::string> reasons{{store_.path("missing"), "cannot be read: No such file"},
-                                                     {other.path() / "file", "cannot be read: Not a directory"},
-                                                     {other.path(), "is no store"},
-                                                     {store_.path("OvIns_SH"), "is a single database"}};
+    const std::map<std::string, std::string> reasons{
+        {store_.path("missing").string(), "cannot be read: No such file"},
+        {(other.path() / "file").string(), "cannot be read: Not a directory"},
+        {other.path().string(), "is no store"},
+        {store_.path("OvIns_SH").string(), "is a single database"}};
     for (const auto& [root, reason] : reasons) {
         for (const char* const verb : {"ls", "dump", "verify", "stat"}) {
             const Result result = run({"store", verb, root});

@@ -11,6 +11,7 @@
 
 #include "base/instrumentcenter/CClientInstrumentCenter.h"
 #include "platform/persist/CPersistService.h"
+#include "system/Path.h"
 #include "tests/SecondaryRecords.h"
 
 // Days whose every record carries the number of its load in its name, so that a store tells which loads it holds.
@@ -122,7 +123,8 @@ inline const std::set<std::string>& futureMarkets() {
 inline std::optional<StoredLoads> storedLoads(const std::filesystem::path& root, const std::string& db,
                                               const std::string& market = {}) {
     persist::StoreStatus status;
-    const auto database = persist::makeLmdbEngine()->open(root / db, persist::StoreEngine::Mode::ReadExisting, status);
+    const auto database =
+        persist::makeLmdbEngine()->open(sys::textOf(root / db), persist::StoreEngine::Mode::ReadExisting, status);
     if (!database && !status.failed()) {
         return std::nullopt;
     }

@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/syscall.h>
 
 #include <atomic>
 #include <functional>
@@ -197,7 +196,7 @@ TYPED_TEST(Subscribing, EndsWhenTheCallOfAnotherThreadHasEnded) {
             leftBefore = left;
         });
         if (WatchedThread::canBeWatched()) {
-            EXPECT_TRUE(unsubscribe.waitsIn(SYS_futex));
+            EXPECT_TRUE(unsubscribe.waitsForALock());
         }
         release.set_value();
     }

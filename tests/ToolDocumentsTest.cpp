@@ -13,7 +13,9 @@
 
 #include "ToolFixture.h"
 #include "base/instrumentcenter/vocabulary/Markets.h"
+#include "platform/record/Records.h"
 #include "tools/inscenter/CommandLine.h"
+#include "tools/inscenter/FieldMeanings.h"
 #include "tools/inscenter/MarketNames.h"
 #include "tools/inscenter/RecordText.h"
 #include "tools/inscenter/VerbList.h"
@@ -97,6 +99,19 @@ TEST(ToolDocuments, CompletionOffersMarketsAndTheFieldsOfWhatIsListed) {
     }
     EXPECT_THAT(offered("list --market SH --fields code,isi"), ElementsAre("code,isin"));
     EXPECT_THAT(offered("bonds --sort -maturityD"), ElementsAre("-maturityDate"));
+}
+
+TEST(ToolDocuments, EveryFieldHasAMeaning) {
+    for (const mxservice::RecordType* const type : mxservice::TypeManager::instance()->types()) {
+        for (const mxservice::Field& field : type->fields()) {
+            EXPECT_STRNE(inscenter::meaningOf(*type, field), "") << type->name() << " " << field.name();
+        }
+    }
+    const mxservice::RecordType& fund = mxservice::CETFDetail::table();
+    EXPECT_STREQ(inscenter::meaningOf(fund, *fund.find("exchid")), "market of the fund");
+    const mxservice::RecordType& instrument = mxservice::CInstrumentDetail::table();
+    EXPECT_STREQ(inscenter::meaningOf(instrument, *instrument.find("issueState")),
+                 "as delivered; -1 belongs to a Shenzhen issue of today");
 }
 
 TEST(ToolDocuments, ManualNamesEveryVerbAndOptionAndNoOther) {

@@ -81,11 +81,11 @@ protected:
 
     /// Runs a verb on the day.
     Result ask(std::vector<std::string> arguments) {
-        arguments.insert(arguments.end(), {"--data", day_.path()});
+        arguments.insert(arguments.end(), {"--data", day_.path().string()});
         return run(arguments);
     }
     Result askClient(std::vector<std::string> arguments) {
-        arguments.insert(arguments.end(), {"--center", "client", "--store", store_.path() / "db"});
+        arguments.insert(arguments.end(), {"--center", "client", "--store", (store_.path() / "db").string()});
         return ask(std::move(arguments));
     }
 

@@ -89,7 +89,7 @@ TEST_F(ToolListingTest, ListsHideNoRecordBehindAnotherAndAddUp) {
         // The answer is a snapshot again.
         const TemporaryDirectory again;
         std::ofstream(again.path() / "instruments.ndjson") << everything.front();
-        EXPECT_EQ(run({"summary", "--data", again.path()}).err, "");
+        EXPECT_EQ(run({"summary", "--data", again.path().string()}).err, "");
     }
 }
 
@@ -210,7 +210,7 @@ TEST_F(ToolListingTest, ExplainsEveryMarketOfACode) {
 }
 
 TEST_F(ToolListingTest, ReadsInstrumentsFromStandardInput) {
-    const std::string file = day_.path() / "instruments.ndjson";
+    const std::string file = (day_.path() / "instruments.ndjson").string();
     ASSERT_NE(std::freopen(file.c_str(), "rb", stdin), nullptr);
     const Result piped = run({"--data", "-", "list", "--market", "SZ"});
     EXPECT_THAT(piped.out, HasSubstr("fund"));

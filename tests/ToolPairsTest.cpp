@@ -31,19 +31,27 @@ using tooltest::Result;
 using tooltest::run;
 using tooltest::squeezed;
 
-/// Sets a variable of the environment for as long as it lives.
+/// Sets a variable of the environment for as long as it lives; an empty one is none.
 class Setting {
 public:
     Setting(const char* name, const std::string& value) : name_(name) {
         const char* const before = std::getenv(name);
         before_ = before == nullptr ? std::nullopt : std::optional<std::string>(before);
-        ::setenv(name, value.c_str(), 1);
+        set(name, value);
     }
-    ~Setting() { before_ ? ::setenv(name_, before_->c_str(), 1) : ::unsetenv(name_); }
+    ~Setting() { set(name_, before_.value_or("")); }
     Setting(const Setting&) = delete;
     Setting& operator=(const Setting&) = delete;
 
 private:
+    static void set(const char* name, const std::string& value) {
+#ifdef _WIN32
+        ::_putenv_s(name, value.c_str());
+#else
+        value.empty() ? ::unsetenv(name) : ::setenv(name, value.c_str(), 1);
+#endif
+    }
+
     const char* name_;
     std::optional<std::string> before_;
 };
@@ -53,7 +61,7 @@ protected:
     /// The day as a directory, and a later one that begins as a copy of it.
     ToolPairsTest() {
         for (const auto& file : std::filesystem::directory_iterator(day_.path())) {
-            std::filesystem::copy(file.path(), later_.path());
+            std::filesystem::copy_file(file.path(), later_.path() / file.path().filename());
         }
     }
 
@@ -61,7 +69,7 @@ protected:
         std::ofstream(later_.path() / name, std::ios::binary) << bytes;
     }
     Result diff(std::vector<std::string> options = {}) {
-        options.insert(options.begin(), {"diff", day_.path(), later_.path()});
+        options.insert(options.begin(), {"diff", day_.path().string(), later_.path().string()});
         return run(options);
     }
 
@@ -80,8 +88,8 @@ TEST_F(ToolPairsTest, DiffNamesWhatWasListedDelistedAndChanged) {
                               R"({"market":"SH","code":"600000","name":"浦发银行","quantity":200},)"
                               R"({"market":"SH","code":"600009"}]})");
     writeLater("bonds.ndjson", R"({"bondCode":"220002","bondName":"22国债02"})");
-    EXPECT_THAT(diff().out, StartsWith("From " + std::string(day_.path()) + " to " + std::string(later_.path()) +
-                                       " (2026-03-03).\n"));
+    EXPECT_THAT(diff().out,
+                StartsWith("From " + day_.path().string() + " to " + later_.path().string() + " (2026-03-03).\n"));
     const Result found = diff({"--ignore", "tradingDay", "--format", "csv"});
     EXPECT_EQ(found.code, 0);
     std::vector<std::string> lines = linesOf(found.out);
@@ -117,11 +125,12 @@ TEST_F(ToolPairsTest, DiffNamesWhatWasListedDelistedAndChanged) {
 
 TEST_F(ToolPairsTest, DiffOfASnapshotAndItsStoreIsEmptyAlthoughListingsWereMerged) {
     ASSERT_EQ(askClient({"summary"}).code, 0);
-    const std::string store = store_.path() / "db";
+    const std::string store = (store_.path() / "db").string();
     const TemporaryDirectory scratch;
-    const Setting temporaryFiles("TMPDIR", scratch.path());
+    const Setting temporaryFiles("TMPDIR", scratch.path().string());
+    const Setting onWindows("TMP", scratch.path().string());
     for (const auto& [before, after] :
-         {std::pair<std::string, std::string>{store, day_.path()}, {day_.path(), store}}) {
+         {std::pair<std::string, std::string>{store, day_.path().string()}, {day_.path().string(), store}}) {
         const Result same = run({"diff", before, after});
         EXPECT_EQ(same.code, 0) << same.err;
         EXPECT_THAT(squeezed(same.out), AllOf(HasSubstr("no difference"), HasSubstr("instruments 0 0 0 13\n"),
@@ -130,7 +139,7 @@ TEST_F(ToolPairsTest, DiffOfASnapshotAndItsStoreIsEmptyAlthoughListingsWereMerge
     EXPECT_TRUE(std::filesystem::is_empty(scratch.path())) << "stores of the comparison's own";
     write("instruments2.ndjson", R"({"market":"HK","code":"00009","name":"九"})");
     EXPECT_THAT(
-        linesOf(run({"diff", store, day_.path(), "--jsonl"}).out),
+        linesOf(run({"diff", store, day_.path().string(), "--jsonl"}).out),
         ElementsAre(StartsWith(R"({"change":"listed","catalogue":"instruments","key":"HK00009","name":"九",)")));
     EXPECT_THAT(run({"diff", store, store}).out, HasSubstr("no difference"));
 }
@@ -138,21 +147,21 @@ TEST_F(ToolPairsTest, DiffOfASnapshotAndItsStoreIsEmptyAlthoughListingsWereMerge
 TEST_F(ToolPairsTest, DiffSaysWhatItCannotUse) {
     EXPECT_EQ(diff({"--ignore", "nme"}).code, 2);
     EXPECT_THAT(diff({"--ignore", "nme"}).err, HasSubstr("did you mean name?"));
-    EXPECT_EQ(run({"diff", day_.path()}).code, 2);
-    EXPECT_EQ(run({"diff", day_.path(), day_.path() / "missing"}).code, 2);
+    EXPECT_EQ(run({"diff", day_.path().string()}).code, 2);
+    EXPECT_EQ(run({"diff", day_.path().string(), (day_.path() / "missing").string()}).code, 2);
     EXPECT_EQ(run({"diff", "-", "-"}).code, 2);
-    EXPECT_EQ(run({"diff", day_.path(), later_.path(), "--data", day_.path()}).code, 2);
+    EXPECT_EQ(run({"diff", day_.path().string(), later_.path().string(), "--data", day_.path().string()}).code, 2);
     writeLater("instruments2.ndjson", "{\n");
     EXPECT_EQ(diff().code, 3);
-    EXPECT_EQ(run({"diff", later_.path(), day_.path()}).code, 3) << "of the older day, too";
+    EXPECT_EQ(run({"diff", later_.path().string(), day_.path().string()}).code, 3) << "of the older day, too";
     ASSERT_EQ(askClient({"summary"}).code, 0);
-    const Result store = run({"summary", "--data", store_.path() / "db"});
+    const Result store = run({"summary", "--data", (store_.path() / "db").string()});
     EXPECT_EQ(store.code, 2);
     EXPECT_THAT(linesOf(store.err), ElementsAre(HasSubstr("db: is a store, not a snapshot")));
 }
 
 TEST_F(ToolPairsTest, TourShowsWhatEachCenterKeepsOfEveryCatalogue) {
-    const std::vector<std::string> arguments{"tour", "--store", store_.path() / "db", "--today", "20260302"};
+    const std::vector<std::string> arguments{"tour", "--store", (store_.path() / "db").string(), "--today", "20260302"};
     const Result tour = ask(arguments);
     EXPECT_EQ(tour.code, 0) << tour.err;
     EXPECT_THAT(squeezed(tour.out),
@@ -169,12 +178,23 @@ TEST_F(ToolPairsTest, TourShowsWhatEachCenterKeepsOfEveryCatalogue) {
 
 TEST_F(ToolPairsTest, ReportHoldsTheDayAsJsonThatNoRecordCanEnd) {
     write("instruments2.ndjson", R"-({"market":"SH","code":"600009","name":"</script><b>\"&<!--"})-");
-    const std::string file = store_.path() / "day.html";
+    const std::string file = (store_.path() / "day.html").string();
     std::string heading;
+    std::string sources;
+    bool skips = false;
+    // Each value of a column, or the one of all rows, or that in the row's place.
+    const auto cellOf = [](simdjson::dom::element column, std::size_t row) -> std::string {
+        simdjson::dom::element found;
+        if (column["rows"].get(found) == simdjson::SUCCESS) {
+            return simdjson::minify(found.at(row));
+        }
+        const bool placed = column["places"].get(found) == simdjson::SUCCESS;
+        return simdjson::minify(column["values"].at(placed ? found.at(row).get_uint64().value() : 0));
+    };
     const auto tablesOf = [&](std::vector<std::string> options) {
         options.insert(options.begin(), {"report", "--html", file});
         const Result result = ask(options);
-        EXPECT_EQ(result.code, 0) << result.err;
+        EXPECT_EQ(result.code, skips ? 3 : 0) << result.err;
         std::ifstream stream(file, std::ios::binary);
         const std::string page{std::istreambuf_iterator<char>(stream), {}};
         const std::string begin = "<script id=\"data\" type=\"application/json\">";
@@ -189,42 +209,49 @@ TEST_F(ToolPairsTest, ReportHoldsTheDayAsJsonThatNoRecordCanEnd) {
         for (const char* const part : {"title", "subtitle"}) {
             heading += std::string(data[part].get_string().value()) + '\n';
         }
+        sources = simdjson::minify(data["sources"]) + simdjson::minify(data["remarks"]);
         for (const simdjson::dom::element table : data["tables"].get_array()) {
             auto& rows = rowsByTable[std::string(table["id"].get_string().value())];
-            for (const simdjson::dom::element row : table["rows"].get_array()) {
-                EXPECT_EQ(row.get_array().size(), table["columns"].get_array().size());
-                rows.push_back(simdjson::minify(row));
+            for (const simdjson::dom::element column : table["columns"].get_array()) {
+                rows.resize(table["length"].get_uint64().value());
+                for (std::size_t row = 0; row < rows.size(); ++row) {
+                    rows[row] += (rows[row].empty() ? "" : ",") + cellOf(column, row);
+                }
             }
         }
         return rowsByTable;
     };
     tablesOf({});
-    const std::string day = day_.path();
+    const std::string day = day_.path().string();
     EXPECT_EQ(heading, "Instruments of " + day + "\n" + day + ", as the in-memory center answers.\n");
     auto tables = tablesOf({"--today", "20260302"});
     EXPECT_THAT(heading, StartsWith("Instruments of 2026-03-02\n"));
     EXPECT_THAT(tables["instruments"], SizeIs(16));  // with those that stand for the fund and the bond
     EXPECT_THAT(tables["instruments"], Contains(HasSubstr(R"("</script><b>\"&<!--")")));
-    EXPECT_THAT(tables["connect"], ElementsAre(R"(["00005","HSBC","yes","",1])"));
-    EXPECT_THAT(tables["mains"], ElementsAre(R"(["a","DCE","豆一",1,["DCEa2705"]])"));
-    EXPECT_THAT(tables["codes"], Contains(R"(["ipo","SH730001","申购"])"));
-    EXPECT_THAT(tables["baskets"], ElementsAre(R"(["SH510050","","SH600000","浦发银行",100,0,0])"));
+    EXPECT_THAT(tables["connect"], ElementsAre(R"("00005","HSBC","yes","",1)"));
+    EXPECT_THAT(tables["mains"], ElementsAre(R"("a","DCE","豆一",1,["DCEa2705"])"));
+    EXPECT_THAT(tables["codes"], Contains(R"("ipo","SH730001","申购")"));
+    EXPECT_THAT(tables["baskets"], ElementsAre(R"("SH510050","","SH600000","浦发银行",100,0,0)"));
     EXPECT_EQ(tables.count("changes"), 0U);
     write("issuanceprices.ndjson", R"({"code":"I1","enquiryPrice":10.5,"tradingDay":"20260302"})");
-    EXPECT_THAT(tablesOf({"--against", later_.path()})["changes"],
-                ElementsAre(StartsWith(R"(["listed","instruments","SH600009",)")));
-    EXPECT_EQ(heading, "Instruments of 2026-03-02\n" + day + " (2026-03-02) compared with " +
-                           std::string(later_.path()) + ", as the in-memory center answers.\n");
+    EXPECT_THAT(tablesOf({"--against", later_.path().string()})["changes"],
+                ElementsAre(HasSubstr(R"("SH600009","listed",)")));
+    EXPECT_EQ(heading, "Instruments of 2026-03-02\n" + day + " (2026-03-02) compared with " + later_.path().string() +
+                           ", as the in-memory center answers.\n");
     // The store holds what the day had, and is open for the center that answers here.
     ASSERT_EQ(askClient({"summary"}).code, 0);
     write("instruments3.ndjson", R"({"market":"HK","code":"00009","name":"九"})");
-    const std::string store = store_.path() / "db";
-    EXPECT_THAT(tablesOf({"--against", store})["changes"],
-                ElementsAre(StartsWith(R"(["listed","instruments","HK00009",)")));
+    const std::string store = (store_.path() / "db").string();
+    EXPECT_THAT(tablesOf({"--against", store})["changes"], ElementsAre(HasSubstr(R"("HK00009","listed",)")));
     EXPECT_THAT(tablesOf({"--against", store, "--center", "client", "--store", store})["changes"], SizeIs(1));
     EXPECT_THAT(tablesOf({"--against", store})["changes"], IsEmpty());
+    EXPECT_THAT(sources, HasSubstr(R"("nothing was skipped"][])"));
+    write("instruments4.ndjson", "{\n");
+    skips = true;
+    tablesOf({});
+    EXPECT_THAT(sources, AllOf(HasSubstr("1 lines and files were skipped"), HasSubstr("instruments4.ndjson:1: ")));
     EXPECT_EQ(ask({"report"}).code, 2);
-    const Result unwritable = ask({"report", "--html", later_.path() / "no/day.html"});
+    const Result unwritable = ask({"report", "--html", (later_.path() / "no/day.html").string()});
     EXPECT_EQ(unwritable.code, 2);
     EXPECT_THAT(unwritable.err, HasSubstr("day.html: cannot be written: No such file"));
 }

@@ -39,8 +39,9 @@ protected:
         inscenter::Console console(messages, false);
         inscenter::Snapshot snapshot;
         inscenter::Day day;
-        day.read = inscenter::readSnapshot(day_.path(), snapshot, console);
+        day.read = inscenter::readSnapshot(day_.path().string(), snapshot, console);
         day.markets = inscenter::marketsOf(snapshot);
+        day.sql = std::make_shared<inscenter::Sql>(snapshot, nullptr);
         const auto center = inscenter::makeCenter(inscenter::CenterKind::Server);
         inscenter::load(*center, snapshot, console);
         return inscenter::shellCompletions(line, word, *center, day);
@@ -77,7 +78,7 @@ TEST_F(ToolShellTest, AnswersLineByLineAndOutlivesBadOnes) {
 }
 
 TEST_F(ToolShellTest, WritesAnAnswerToAFileOnceTheLineMakesSense) {
-    const std::string file = store_.path() / "answer";
+    const std::string file = (store_.path() / "answer").string();
     const auto written = [&] {
         std::ifstream stream(file);
         return std::string(std::istreambuf_iterator<char>(stream), {});
@@ -93,9 +94,36 @@ TEST_F(ToolShellTest, WritesAnAnswerToAFileOnceTheLineMakesSense) {
     }
     EXPECT_EQ(talk("find '>'").code, 1);
     EXPECT_EQ(written(), "code\n730001\ncode\n730001\n");
-    EXPECT_THAT(talk("summary > " + file + "/no").err, HasSubstr("/no: cannot be written: Not a directory"));
+    EXPECT_THAT(talk("summary > " + file + "/no").err, HasSubstr("/no: cannot be written: No"));
     EXPECT_EQ(talk("list --market SH > /dev/full").code, 2);
     EXPECT_THAT(completed("summary > ", ""), IsEmpty());
+}
+
+TEST_F(ToolShellTest, TakesStatementsOverLinesAndReadsTheDayAgain) {
+    const std::string file = (day_.path() / "instruments.ndjson").string();
+    const Result all = talk(
+        "sql select code, ';' s\n  from instruments -- ; \n where key = 'SH600000';\n"
+        "sql \"select combinedConnectFlags flags from instruments where market = 'HGT'\" --format csv\n"
+        "format jsonl\n"
+        "sql select 2 two; select\n3 three; --format csv\n"
+        "sql\nselec;\n"
+        "format frob\n"
+        "sql select market, code, name || 'X' name from instruments where code = '600000'; > " +
+        file +
+        "\nreload\n"
+        "get SH600000\n"
+        "has SZ000002\n"
+        "sql select count(*) n from instruments");
+    EXPECT_EQ(all.out,
+              "code    s\n600000  ;\n"
+              "flags\r\n0\r\n"  // as it was read: loads fill it in
+              "two\r\n2\r\nthree\r\n3\r\n"
+              "{\"market\":\"SH\",\"code\":\"600000\",\"name\":\"浦发银行X\"}\n"
+              "{\"key\":\"SZ000002\",\"predicates\":[]}\n"
+              "{\"n\":1}\n");
+    EXPECT_EQ(all.code, 2);
+    EXPECT_THAT(all.err, HasSubstr("near \"selec\""));
+    EXPECT_THAT(talk("sql select 'never closed\n").err, HasSubstr("has no end"));
 }
 
 TEST_F(ToolShellTest, LeavesWhatIsNoQuestionToTheCommandLine) {
@@ -107,6 +135,8 @@ TEST_F(ToolShellTest, LeavesWhatIsNoQuestionToTheCommandLine) {
 
 TEST_F(ToolShellTest, CompletesByThePlaceOfTheWord) {
     EXPECT_THAT(completed("", "sp"), ElementsAre("spreads"));
+    EXPECT_THAT(completed("sql select ", "max(x.strik"), ElementsAre("max(x.strikePrice"));
+    EXPECT_THAT(completed("sql select 1\nfrom ", "counterp"), ElementsAre("counterparties", "counterpartyType"));
     EXPECT_THAT(completed("help ", "ou"), ElementsAre("outer"));
     EXPECT_THAT(completed("list ", "--tr"), ElementsAre("--trader-type"));
     EXPECT_THAT(completed("list --market DCE ", "N"), ElementsAre("NEEQ"));
@@ -125,6 +155,8 @@ TEST_F(ToolShellTest, CompletesByThePlaceOfTheWord) {
 TEST(ShellWords, KeepQuotedBlanksAndEscapedSigns) {
     EXPECT_THAT(inscenter::shellLine(R"(a "b c"'d "e' f\ g '' \'h "\"i" )")->words,
                 ElementsAre("a", "b cd \"e", "f g", "", "'h", "\"i"));
+    EXPECT_THAT(inscenter::shellLine(R"(> "C:\day\中" C:\day\a\ b \>)")->words,
+                ElementsAre("C:\\day\\中", "C:\\day\\a b", ">"));
     EXPECT_THAT(inscenter::shellLine(" \t")->words, IsEmpty());
     EXPECT_FALSE(inscenter::shellLine("get 'SH"));
     EXPECT_FALSE(inscenter::shellLine("get \"SH'"));

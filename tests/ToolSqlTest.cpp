@@ -134,9 +134,9 @@ TEST_F(ToolSql, TwoDaysAreAskedTogether) {
     const TemporaryDirectory old;
     std::ofstream(old.path() / "instruments.ndjson") << R"({"market":"SH","code":"600000","name":"旧名"})";
     const std::string changed =
-        "select i.key, o.name was, i.name \"is\" from old.instruments o join instruments i using (key)";
-    EXPECT_EQ(ask({"sql", "--old", old.path(), changed, "--jsonl"}).out,
-              "{\"key\":\"SH600000\",\"was\":\"旧名\",\"is\":\"浦发银行\"}\n");
+        "select i.key, o.key, o.name was, i.name \"is\" from old.instruments o join instruments i using (key)";
+    EXPECT_EQ(ask({"sql", "--old", old.path().string(), changed, "--jsonl"}).out,
+              "{\"key\":\"SH600000\",\"key_2\":\"SH600000\",\"was\":\"旧名\",\"is\":\"浦发银行\"}\n");
     EXPECT_EQ(ask({"sql", changed}).code, 2);
 }
 
@@ -164,7 +164,7 @@ TEST_F(ToolSql, ExportedDayIsReadBackAsTheSameDay) {
         std::vector<std::string> words{"export", form[0], out};
         words.insert(words.end(), form.begin() + 1, form.end());
         ASSERT_EQ(ask(words).code, 0) << form[0];
-        const Result same = run({"diff", "--exit-code", day_.path(), out, "--jsonl"});
+        const Result same = run({"diff", "--exit-code", day_.path().string(), out, "--jsonl"});
         EXPECT_EQ(same.code, 0) << form[0] << same.out << same.err;
         EXPECT_EQ(same.err, "");
         EXPECT_EQ(std::filesystem::exists(out + "/components.csv"), form[0] == "--csv");
@@ -173,7 +173,7 @@ TEST_F(ToolSql, ExportedDayIsReadBackAsTheSameDay) {
     EXPECT_EQ(ask({"export"}).code, 2);
     // In the way of the finished file: nothing half done is left.
     std::filesystem::create_directories(store_.path() / "taken" / "below");
-    EXPECT_EQ(ask({"export", "--sqlite", store_.path() / "taken"}).code, 2);
+    EXPECT_EQ(ask({"export", "--sqlite", (store_.path() / "taken").string()}).code, 2);
     for (const auto& entry : std::filesystem::directory_iterator(store_.path())) {
         EXPECT_NE(entry.path().filename().string().front(), '.') << entry.path();
     }
@@ -262,9 +262,11 @@ TEST_F(ToolSql, StoreAnswersByItself) {
     EXPECT_EQ(run({"--store", db, "--center", "client", "outer"}).out, outer.out);
     EXPECT_THAT(run({"--store", db, "sql", "select key from instruments where filed = 'HK'", "--format", "csv"}).out,
                 HasSubstr("HGT00005"));
+    // Funds are stored under each of their codes.
+    EXPECT_EQ(run({"--store", db, "sql", "select count(*) n from etfs", "--jsonl"}).out, "{\"n\":1}\n");
     EXPECT_EQ(filesOf(), before);
     EXPECT_EQ(run({"--store", (store_.path() / "none").string(), "list", "--market", "SH"}).code, 2);
-    EXPECT_THAT(run({"--store", day_.path(), "summary"}).err, HasSubstr("is no store"));
+    EXPECT_THAT(run({"--store", day_.path().string(), "summary"}).err, HasSubstr("is no store"));
 }
 
 }  // namespace

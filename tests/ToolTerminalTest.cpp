@@ -118,6 +118,7 @@ protected:
         }
         ::setenv("HOME", home_.path().c_str(), 1);
         ::setenv("TERM", "xterm", 1);
+        ::setenv("PAGER", "cat", 1);
         ::unsetenv("NO_COLOR");
     }
 
@@ -190,6 +191,29 @@ TEST_F(ToolTerminalTest, ControlCStopsALongAnswer) {
     shell.readToPrompt();
     shell.type("\x04");
     EXPECT_EQ(shell.finish().second, 0);
+}
+
+TEST_F(ToolTerminalTest, LongAnswersGoThroughThePager) {
+    ::setenv("PAGER", "sed 's/^/|/'; true", 1);
+    Terminal shell = start({"shell"});
+    shell.readToPrompt();
+    shell.type("list --market SH --limit 30\r");
+    EXPECT_THAT(shell.readToPrompt(), HasSubstr("|SH      600029"));
+    shell.type("sql select code from instruments\r");
+    shell.readTo("...> ");
+    shell.type("where code < '600002';\r");
+    EXPECT_THAT(shell.readToPrompt(), AllOf(HasSubstr("\r\n600001\r\n"), Not(HasSubstr("|600"))));
+    shell.type("sql select 1\r");
+    shell.readTo("...> ");
+    shell.type("\x03");
+    shell.readToPrompt();  // the statement is given up with its line
+    shell.type("sql select nam\t from instr\tlimit 1;\r");
+    EXPECT_THAT(shell.readToPrompt(), HasSubstr("\r\n名称\r\n"));
+    ::setenv("PAGER", "no-such-program", 1);
+    Terminal lost = start({"shell"});
+    lost.readToPrompt();
+    lost.type("list --market SH --limit 30\r");
+    EXPECT_THAT(lost.readToPrompt(), HasSubstr("\nSH      600029"));
 }
 
 TEST_F(ToolTerminalTest, LongTextsAreBrokenBetweenWords) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #ifdef __linux__
+#include <sys/syscall.h>
 #include <unistd.h>
 #endif
 
@@ -30,7 +31,11 @@ public:
 
     /// Whether this system tells.
     static bool canBeWatched() {
+#ifdef __linux__
         return std::ifstream("/proc/self/syscall").good();
+#else
+        return false;  // also under Wine, where that file is another's
+#endif
     }
 
     /// Waits until it is done or inside the system call of that number, where nothing but what it waits for lets it
@@ -45,6 +50,15 @@ public:
             std::this_thread::yield();
         }
         return false;
+    }
+
+    /// The same where a lock of the standard library's lets it wait.
+    bool waitsForALock() const {
+#ifdef __linux__
+        return waitsIn(SYS_futex);
+#else
+        return false;
+#endif
     }
 
 private:

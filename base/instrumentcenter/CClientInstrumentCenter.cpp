@@ -1,7 +1,6 @@
 #include "base/instrumentcenter/CClientInstrumentCenter.h"
 
 #include <fmt/format.h>
-#include <boost/filesystem.hpp>
 
 #include <algorithm>
 #include <optional>
@@ -12,7 +11,7 @@
 #include "base/instrumentcenter/vocabulary/Exchanges.h"
 #include "system/Memory.h"
 
-// Construction, the load of instruments and clearing.
+// Construction and the load of instruments.
 
 namespace mxservice {
 namespace {
@@ -84,38 +83,6 @@ void mergeRaw(const std::set<std::string>& family, const std::vector<std::string
     for (const auto& [market, records] : brought) {
         saveRaw(market, records, loads);
     }
-}
-
-/// A name beside the directory's own that nothing has: what bears it already is not ours to take away, be it a plain
-/// file.
-boost::filesystem::path freeNameBeside(const boost::filesystem::path& directory) {
-    namespace fs = boost::filesystem;
-    const std::string name = "." + directory.filename().string() + ".cleared";
-    fs::path free = directory.parent_path() / name;
-    boost::system::error_code error;
-    for (int i = 2; fs::symlink_status(free, error).type() != fs::file_not_found; ++i) {
-        free = directory.parent_path() / (name + "-" + std::to_string(i));
-    }
-    return free;
-}
-
-/// Removes a directory. First it gets a name that is no database's: it vanishes for other processes in one step, and
-/// when this one dies half way, no database is left without one of its files. What is left then has "OvIns" in its name
-/// still, and goes with the next clearing.
-boost::system::error_code removeWhole(const boost::filesystem::path& directory) {
-    namespace fs = boost::filesystem;
-    boost::system::error_code error;
-    fs::path aside = directory;
-    if (directory.filename().string().front() != '.') {
-        aside = freeNameBeside(directory);
-        fs::rename(directory, aside, error);
-    }
-    fs::remove_all(error ? directory : aside, error);
-    if (error && aside != directory) {
-        boost::system::error_code ignored;
-        fs::rename(aside, directory, ignored);
-    }
-    return error;
 }
 
 }  // namespace
@@ -463,28 +430,6 @@ void CClientInstrumentCenter::forgetMarkets(const std::vector<std::string>& mark
     client_->publish(forget, std::move(told));
     for (auto& [name, former] : formerByName) {
         load.notes.noteCleared(names.at(name), name, std::move(former));
-    }
-}
-
-void CClientInstrumentCenter::clearPersist(const std::string& path) {
-    namespace fs = boost::filesystem;
-    std::vector<fs::path> doomed;
-    for (const fs::directory_entry& entry : fs::directory_iterator(fs::path(path))) {
-        boost::system::error_code unreadable;
-        if (entry.status(unreadable).type() == fs::directory_file &&
-            entry.path().filename().string().find("OvIns") != std::string::npos) {
-            doomed.push_back(entry.path());
-        }
-    }
-    for (const fs::path& directory : doomed) {
-        const std::string name = directory.filename().string();
-        const boost::system::error_code error = removeWhole(directory);
-        if (error) {
-            // "patch" is the wording that operators' scripts look for.
-            PM_CENTER_LOG(
-                kLogError, kClientSource,
-                formatted("[clientIns] clear persist failed, patch = %1%, error = %2%", name, error.message()));
-        }
     }
 }
 

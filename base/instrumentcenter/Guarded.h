@@ -3,6 +3,8 @@
 #include <cassert>
 #include <shared_mutex>
 
+#include "system/ThreadObject.h"
+
 namespace mxservice {
 
 #ifdef NDEBUG
@@ -12,16 +14,18 @@ inline void assertNoLockHeld() {}
 #else
 /// Locks of the center that the calling thread holds. No operation holds two at once, and none holds one while it
 /// calls the store.
-inline thread_local int heldLocks = 0;
+struct HeldLocks {
+    int count = 0;
+};
 inline void assertNoLockHeld() {
-    assert(heldLocks == 0 && "a lock of the center is held");
+    assert(sys::ofThread<HeldLocks>().count == 0 && "a lock of the center is held");
 }
 inline void noteLockTaken() {
     assertNoLockHeld();
-    ++heldLocks;
+    ++sys::ofThread<HeldLocks>().count;
 }
 inline void noteLockReleased() {
-    --heldLocks;
+    --sys::ofThread<HeldLocks>().count;
 }
 #endif
 

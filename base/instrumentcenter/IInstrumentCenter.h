@@ -344,8 +344,8 @@ public:
 
     /// Removes the catalogue databases, which are the directories beneath `path` with "OvIns" in their names, from
     /// disk; raw ones stay, and what cannot be removed is logged. Nothing in the in-memory center. To be called while
-    /// no center uses the store, from any one thread. Throws boost::filesystem::filesystem_error when `path` cannot be
-    /// read.
+    /// no center uses the store, from any one thread. `path` is UTF-8. Throws boost::filesystem::filesystem_error when
+    /// it cannot be read.
     virtual void clearPersist(const std::string& path);
 
     /// @name Code sets of today

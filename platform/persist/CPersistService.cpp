@@ -10,7 +10,9 @@
 #include <shared_mutex>
 #include <utility>
 
+#include "platform/persist/ServiceBatches.h"
 #include "platform/persist/StoreEngine.h"
+#include "platform/persist/StoreNames.h"
 #include "platform/persist/System.h"
 #include "platform/utils/LogLine.h"
 #include "system/SharedMutex.h"
@@ -20,90 +22,9 @@ namespace persist {
 namespace {
 
 constexpr const char* kSource = "platform/persist/CPersistService";
-constexpr std::size_t kMaxNameBytes = 64;
-constexpr std::size_t kMaxKeyBytes = 511;  // LMDB's limit
 constexpr const char* kEveryKey = ".*";
 constexpr const char* kBadKey = "a field or key is empty, too long or holds a NUL";
 
-/// Whether Windows takes the name for a device, whatever follows a dot in it.
-bool isDeviceName(const std::string& name) {
-    std::string stem = name.substr(0, name.find('.'));
-    stem.erase(stem.find_last_not_of(' ') + 1);
-    std::transform(stem.begin(), stem.end(), stem.begin(),
-                   [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
-    if (stem.size() == 4 && (stem.compare(0, 3, "COM") == 0 || stem.compare(0, 3, "LPT") == 0)) {
-        return stem.back() >= '0' && stem.back() <= '9';
-    }
-    return stem == "CON" || stem == "PRN" || stem == "AUX" || stem == "NUL";
-}
-
-/// Names with a dot in front are those of directories that are being cleared away. What one system cannot have as a
-/// directory is refused by all, so that a store can be carried from one to the other.
-bool isSafeName(const std::string& name) {
-    const auto unsafe = [](char c) {
-        const auto byte = static_cast<unsigned char>(c);
-        return byte < 0x20 || byte == 0x7F || std::string_view("/\\<>:\"|?*").find(c) != std::string_view::npos;
-    };
-    return !name.empty() && name.size() <= kMaxNameBytes && name.front() != '.' && name.back() != '.' &&
-           name.back() != ' ' && name.find("..") == std::string::npos &&
-           std::none_of(name.begin(), name.end(), unsafe) && !isDeviceName(name);
-}
-
-bool isSafeKey(std::string_view key) {
-    return !key.empty() && key.size() <= kMaxKeyBytes && key.find(kFieldSeparator) == std::string_view::npos;
-}
-
-/// A name from outside, fit for a log line.
-std::string shown(const std::string& name) {
-    constexpr std::size_t kMost = 80;
-    std::string text = name.substr(0, kMost);
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; }, '?');
-    return name.size() > kMost ? text + "..." : text;
-}
-
-/// Keys and documents that the caller has in two lists of one length. An empty document stands for one that could not
-/// be built.
-class ObjectBatch final : public StoreBatch {
-public:
-    ObjectBatch(const std::vector<std::string>& keys, const std::vector<bson::BSONObj>& objects)
-        : keys_(keys), objects_(objects) {}
-    std::size_t size() const override { return keys_.size(); }
-    std::string_view key(std::size_t entry) const override { return keys_[entry]; }
-    std::string_view value(std::size_t entry) const override {
-        const bson::BSONObj& object = objects_[entry];
-        return {object.objdata(), static_cast<std::size_t>(object.objsize())};
-    }
-
-private:
-    const std::vector<std::string>& keys_;
-    const std::vector<bson::BSONObj>& objects_;
-};
-
-/// A batch of documents, of which those that hold nothing count as not made: that is what a builder hands out which
-/// failed, and a record without a field would be read as one of defaults.
-class CheckedBatch final : public StoreBatch {
-public:
-    explicit CheckedBatch(const StoreBatch& batch) : batch_(batch) {}
-    std::size_t size() const override { return batch_.size(); }
-    std::string_view key(std::size_t entry) const override { return batch_.key(entry); }
-    std::string_view value(std::size_t entry) const override {
-        constexpr std::size_t kEmptyDocumentBytes = 5;
-        const std::string_view document = batch_.value(entry);
-        return document.size() <= kEmptyDocumentBytes ? std::string_view() : document;
-    }
-
-private:
-    const StoreBatch& batch_;
-};
-
-/// Nothing at all.
-class EmptyBatch final : public StoreBatch {
-public:
-    std::size_t size() const override { return 0; }
-    std::string_view key(std::size_t /*entry*/) const override { return {}; }
-    std::string_view value(std::size_t /*entry*/) const override { return {}; }
-};
 const EmptyBatch kNothing;
 
 std::string prefixOf(const std::string& field) {
@@ -172,6 +93,10 @@ CPersistService::State::Handle CPersistService::State::open(const std::string& n
     }
     if (directory.empty()) {
         status = StoreStatus::failure("no root path is set, call setRootPath before the first load");
+        return nullptr;
+    }
+    if (!isPath(directory)) {
+        status = StoreStatus::failure("the root path: " + RootStatus::of(directory).reason());
         return nullptr;
     }
     // For writing also where only a read asks: the handle is kept for whatever comes next.
@@ -267,9 +192,12 @@ CPersistService* CPersistService::instance() {
 }
 
 RootStatus CPersistService::setRootPath(const std::string& directory) {
-    std::error_code error;
-    const std::filesystem::path absolute = std::filesystem::absolute(pathOf(directory), error);
-    const std::string root = directory.empty() || error ? directory : textOf(absolute);
+    std::string root = directory;
+    if (!directory.empty() && isPath(directory)) {
+        std::error_code error;
+        const std::filesystem::path absolute = std::filesystem::absolute(pathOf(directory), error);
+        root = error ? directory : textOf(absolute);
+    }
     state_->restart([&] { state_->root = root; });
     return RootStatus::of(root);
 }

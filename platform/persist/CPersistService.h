@@ -38,7 +38,8 @@ public:
 
     /// Where the databases live; made on demand; a relative path is taken from the working directory of now. Closes
     /// what was open. Until a root is set, every call fails. Answers whether the built-in engine can use it now and
-    /// makes nothing for that; it is set in any case, as what is in its way may go.
+    /// makes nothing for that; it is set in any case, as what is in its way may go. The path is UTF-8 on every system;
+    /// one that is malformed on Windows, or holds a NUL anywhere, is unusable for good.
     RootStatus setRootPath(const std::string& directory);
     /// The root as an absolute path; empty until one is set.
     std::string rootPath() const;

@@ -99,6 +99,16 @@ std::optional<Meta> readMeta(const OpenFile& file, std::size_t pageBytes, int in
     return plausible ? std::optional(meta) : std::nullopt;
 }
 
+/// The version that a meta page names; 0 where the page is none.
+std::uint32_t versionIn(const OpenFile& file, std::size_t pageBytes, int index) {
+    std::array<char, kHeaderBytes + sizeof(Meta)> bytes;
+    if (!file.readAt(bytes.data(), bytes.size(), pageBytes * static_cast<std::size_t>(index))) {
+        return 0;
+    }
+    const auto meta = copyFrom<Meta>(bytes.data() + kHeaderBytes);
+    return meta.magic == kMagic ? meta.version : 0;
+}
+
 /// One walk over both trees of one state of the file. It ends with the first problem: one is enough to set the file
 /// aside. Pages that are neither in use nor free are none, as they only take room.
 class TreeCheck {
@@ -371,7 +381,11 @@ std::string metaProblem(const OpenFile& file) {
     for (const int index : {0, 1}) {
         const std::optional<Meta> meta = readMeta(file, pageBytes, index);
         if (!meta) {
-            return fmt::format("meta page {} is damaged", index);
+            // Told apart for people alone: what cannot be read is set aside by the next load, whoever wrote it.
+            const std::uint32_t version = versionIn(file, pageBytes, index);
+            return version == 0 || version == kVersion
+                       ? fmt::format("meta page {} is damaged", index)
+                       : fmt::format("meta page {} is of version {}, not {}", index, version, kVersion);
         }
         if (meta->lastPage > *bytes / pageBytes + kMaxUnwrittenPages) {
             return fmt::format("meta page {} counts more pages than the file can have", index);

@@ -1,7 +1,10 @@
 // How the map of an environment grows. The library cannot change it under a transaction of this process, so all of this
 // waits for the calls in flight and holds new ones up meanwhile; transactions of other processes do not matter.
 
+#include <algorithm>
+
 #include "platform/persist/LmdbEnvironment.h"
+#include "platform/persist/System.h"
 
 namespace persist {
 namespace {
@@ -36,7 +39,8 @@ int LmdbEnvironment::remap(std::size_t bytes) {
     if (environment_ == nullptr) {
         return MDB_PANIC;
     }
-    const int code = mdb_env_set_mapsize(environment_, bytes);
+    const std::size_t least = leastMapBytes(file_.size().value_or(0));
+    const int code = mdb_env_set_mapsize(environment_, std::max(bytes, least));
     if (code != MDB_SUCCESS) {
         shut();
     }

@@ -34,6 +34,9 @@ RootStatus RootStatus::of(const std::string& directory) {
     if (directory.empty()) {
         return {Kind::Unusable, 0};
     }
+    if (!isPath(directory)) {
+        return {Kind::Unusable, EILSEQ};
+    }
     std::string way = directory;
     RootStatus status = ofExisting(way);
     // A link that leads nowhere ends the way as well: no directory can be made under its name.
@@ -51,7 +54,9 @@ RootStatus RootStatus::of(const std::string& directory) {
 }
 
 std::string RootStatus::reason() const {
-    const auto why = [this] { return std::generic_category().message(error_); };
+    const auto why = [this] {
+        return error_ == EILSEQ ? "malformed UTF-8, or a NUL in it" : std::generic_category().message(error_);
+    };
     switch (kind_) {
         case Kind::ReadOnly:
             return fmt::format("no database can be made in it: {}", why());

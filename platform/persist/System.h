@@ -7,6 +7,7 @@
 #include <string>
 
 #include "platform/persist/StoreEngine.h"
+#include "system/Path.h"
 
 // All that the store asks of the operating system. Each system has one unit that answers, System*.cpp; nothing else in
 // this directory knows which system it is. Paths are UTF-8. What fails says why in `errno`, by POSIX's numbers.
@@ -16,14 +17,9 @@ namespace persist {
 /// The rights of the files that the engine makes, where files have such.
 constexpr int kFileMode = 0644;
 
-inline std::filesystem::path pathOf(const std::string& utf8) {
-    return std::filesystem::path(std::u8string(utf8.begin(), utf8.end()));
-}
-
-inline std::string textOf(const std::filesystem::path& path) {
-    const std::u8string utf8 = path.u8string();
-    return {utf8.begin(), utf8.end()};
-}
+using sys::isPath;
+using sys::pathOf;
+using sys::textOf;
 
 /// Which file or directory a path leads to.
 struct FileId {
@@ -114,6 +110,10 @@ std::int64_t coarseNanoseconds();
 
 /// The size of the pages by which the system maps files.
 std::size_t systemPageBytes();
+
+/// The least that a file of that size is to be mapped with for writing. Where files get the size of their map, one that
+/// another process has mapped cannot be given less.
+std::uint64_t leastMapBytes(std::uint64_t fileBytes);
 
 /// Counts this process's forks from now on; may be called more than once.
 void watchForks();

@@ -155,6 +155,10 @@ std::size_t systemPageBytes() {
     return static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
 }
 
+std::uint64_t leastMapBytes(std::uint64_t /*fileBytes*/) {
+    return 0;  // files grow by what is written
+}
+
 void watchForks() {
     // Only the child is told, where other threads may have held any lock when it was made: an addition needs none.
     static const int registered = ::pthread_atfork(nullptr, nullptr, [] { ++forks; });

@@ -20,10 +20,11 @@ int lastErrno() {
     switch (::GetLastError()) {
         case ERROR_FILE_NOT_FOUND:
         case ERROR_PATH_NOT_FOUND:
-        case ERROR_INVALID_NAME:
         case ERROR_BAD_NETPATH:
-        case ERROR_BAD_PATHNAME:
             return ENOENT;
+        case ERROR_INVALID_NAME:
+        case ERROR_BAD_PATHNAME:
+            return EINVAL;  // and none that could still be made
         case ERROR_ACCESS_DENIED:
         case ERROR_SHARING_VIOLATION:
         case ERROR_LOCK_VIOLATION:
@@ -222,6 +223,10 @@ std::size_t systemPageBytes() {
     SYSTEM_INFO system{};
     ::GetSystemInfo(&system);
     return system.dwPageSize;
+}
+
+std::uint64_t leastMapBytes(std::uint64_t fileBytes) {
+    return fileBytes;
 }
 
 void watchForks() {}

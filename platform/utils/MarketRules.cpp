@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "platform/utils/MarketRuleSet.h"
+#include "system/Path.h"
 #include "system/ThreadObject.h"
 
 namespace utils {
@@ -117,15 +118,19 @@ std::string shown(std::string_view text) {
 }
 
 std::string readWhole(const std::string& file) {
+    if (!sys::isPath(file)) {
+        throw std::runtime_error("has a name that is malformed UTF-8, or holds a NUL");
+    }
+    const std::filesystem::path path = sys::pathOf(file);
     std::error_code error;
-    const auto status = std::filesystem::status(file, error);
+    const auto status = std::filesystem::status(path, error);
     // Told apart before reading: a directory opens like a file, and a pipe may never end.
     if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
         const bool directory = std::filesystem::is_directory(status);
         throw std::runtime_error(directory ? "is a directory" : "is not a regular file");
     }
     errno = 0;
-    std::ifstream in(file, std::ios::binary);
+    std::ifstream in(path, std::ios::binary);
     std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
     if (!in.is_open() || in.bad()) {
         const int reason = errno != 0 ? errno : EIO;

@@ -62,9 +62,9 @@ PM_PLATFORM_API bool isForeignMarket(const std::string& market);
 /// has asked again or ended, so replacing often does not pile sets up.
 class PM_PLATFORM_API CMarketRules {
 public:
-    /// Reads `jsonFile` and puts its rules in force: one JSON object, predicate name to a list of ranges. A range is
-    /// "MARKET:FROM-TO" (codes of exactly that length between the two, bytewise, both included) or "MARKET:PREFIX*"
-    /// (codes that start so). A predicate that the file does not name accepts nothing.
+    /// Reads `jsonFile`, a path in UTF-8, and puts its rules in force: one JSON object, predicate name to a list of
+    /// ranges. A range is "MARKET:FROM-TO" (codes of exactly that length between the two, bytewise, both included) or
+    /// "MARKET:PREFIX*" (codes that start so). A predicate that the file does not name accepts nothing.
     ///
     ///     {"isShanghaiStockIPO": ["SH:730000-730999", "SH:732*"]}
     ///

@@ -11,10 +11,14 @@ template <class T>
 class PM_PLATFORM_API CSingletonT {
 public:
     /// Never null; valid until the process ends.
-    static T* instance() {
-        static T* const object = new T;
-        return object;
-    }
+    static T* instance();
 };
+
+// Not within the class: what is inline there, compilers for Windows may leave out of the library that instantiates it.
+template <class T>
+T* CSingletonT<T>::instance() {
+    static T* const object = new T;
+    return object;
+}
 
 }  // namespace utils

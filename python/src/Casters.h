@@ -8,8 +8,35 @@
 #include <string>
 #include <type_traits>
 
+#include "platform/record/Records.h"
 #include "src/RecordObject.h"
 #include "src/Values.h"
+
+namespace binding {
+
+/// What a record class is called in Python.
+template <class Record>
+inline constexpr auto kPythonName = py::detail::const_name("Record");
+template <>
+inline constexpr auto kPythonName<mxservice::CInstrumentDetail> = py::detail::const_name("Instrument");
+template <>
+inline constexpr auto kPythonName<mxservice::COTCFundPlanInfo> = py::detail::const_name("OtcPlan");
+template <>
+inline constexpr auto kPythonName<mxservice::CETFDetail> = py::detail::const_name("Etf");
+template <>
+inline constexpr auto kPythonName<mxservice::CETFComponentStockInfo> = py::detail::const_name("EtfComponent");
+template <>
+inline constexpr auto kPythonName<mxservice::CBondInfoDetail> = py::detail::const_name("Bond");
+template <>
+inline constexpr auto kPythonName<mxservice::CTenderBondInfoDetail> = py::detail::const_name("TenderBond");
+template <>
+inline constexpr auto kPythonName<mxservice::CCounterpartyDetail> = py::detail::const_name("Counterparty");
+template <>
+inline constexpr auto kPythonName<mxservice::COTCSecuritiesIssuanceInfo> = py::detail::const_name("Issuance");
+template <>
+inline constexpr auto kPythonName<mxservice::COTCStockEnquiryPriceSetting> = py::detail::const_name("IssuancePrice");
+
+}  // namespace binding
 
 namespace pybind11::detail {
 
@@ -32,7 +59,7 @@ public:
 template <class Record>
 class type_caster<boost::shared_ptr<Record>, enable_if_t<std::is_base_of_v<mxservice::IData, Record>>> {
 public:
-    PYBIND11_TYPE_CASTER(boost::shared_ptr<Record>, const_name("Record"));
+    PYBIND11_TYPE_CASTER(boost::shared_ptr<Record>, binding::kPythonName<Record>);
     bool load(handle source, bool) {
         const auto* const record = binding::recordIn(source.ptr());
         value = record == nullptr

@@ -160,9 +160,8 @@ std::shared_ptr<T> makeShared(Arguments&&... arguments) {
 
 // Each adds its part to the module, in this order.
 void addCatalogue(py::module_& module);
-void addCenters(py::module_& module);
-void addCenterLoads(py::class_<Center, Catalogue, std::shared_ptr<Center>>& center);
 void addStatistics(py::module_& module);
+void addCenters(py::module_& module);
 
 /// By their Python names.
 const std::vector<std::pair<const char*, EOvTraderType>>& traderTypes();

@@ -144,8 +144,6 @@ void addClient(py::module_& module) {
              py::arg("otc_cache") = 1000, py::arg("name") = "instruments");
 }
 
-}  // namespace
-
 void addCenterLoads(py::class_<Center, Catalogue, std::shared_ptr<Center>>& center) {
     using I = IInstrumentCenter;
     const auto add = [&](const char* name, auto load, const char* doc, const auto&... arguments) {
@@ -186,6 +184,8 @@ void addCenterLoads(py::class_<Center, Catalogue, std::shared_ptr<Center>>& cent
             Release(), "Puts single records and removes single keys, as one version.",
             py::arg("upserts") = Instruments(), py::arg("removed_keys") = std::vector<std::string>());
 }
+
+}  // namespace
 
 void addCenters(py::module_& module) {
     py::class_<Center, Catalogue, std::shared_ptr<Center>> center(module, "Center", "What both centers have.");

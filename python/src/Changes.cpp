@@ -1,7 +1,10 @@
 #include "src/Changes.h"
 
+#include <algorithm>
+#include <memory>
 #include <optional>
 #include <set>
+#include <thread>
 #include <unordered_map>
 
 #include "base/instrumentcenter/CatalogueChange.h"
@@ -15,7 +18,16 @@ namespace {
 using mxservice::CatalogueChange;
 using mxservice::IData;
 
-bool ending = false;  // the interpreter; guarded by its lock
+// Both guarded by the interpreter's lock.
+bool ending = false;       // the interpreter
+int callbacksRunning = 0;  // on whatever thread
+
+struct Running {
+    Running() { ++callbacksRunning; }
+    ~Running() { --callbacksRunning; }
+    Running(const Running&) = delete;
+    Running& operator=(const Running&) = delete;
+};
 
 /// A subscription as Python has it. The center's end of it knows `callback` alone, and looks at it under the
 /// interpreter's lock: so nothing of Python's is destroyed on whatever thread lets go of the center's end last.
@@ -28,7 +40,6 @@ public:
             subscription_ =
                 center.subscribe([callback = callback_](const CatalogueChange& change) { tell(*callback, change); });
         }
-        all().insert(this);
     }
 
     ~PythonSubscription() { close(); }
@@ -38,7 +49,6 @@ public:
 
     /// A call that another thread is in the middle of wants the interpreter's lock to get to its end.
     void close() {
-        all().erase(this);
         auto former = std::exchange(subscription_, std::nullopt);
         {
             const Released released;
@@ -49,12 +59,6 @@ public:
 
     bool active() const { return subscription_.has_value(); }
 
-    /// Those that are open, for the end of the interpreter. Guarded by the interpreter's lock.
-    static std::set<PythonSubscription*>& all() {
-        static auto& open = *new std::set<PythonSubscription*>();
-        return open;
-    }
-
 private:
     struct Callback {
         py::object function;                 // None once it was closed
@@ -63,7 +67,7 @@ private:
 
     static void tell(const Callback& callback, const CatalogueChange& change) {
         const Held held;
-        if (!held) {
+        if (!held || ending) {
             return;
         }
         // Its own reference: the callback may close its subscription.
@@ -71,6 +75,7 @@ private:
         if (function.is_none()) {
             return;
         }
+        const Running running;
         try {
             function(change);
         } catch (py::error_already_set& error) {
@@ -127,7 +132,7 @@ py::object fieldValue(const std::string& name, const IData& record) {
         fieldObject(fieldNamed(record.recordType(), name, PyExc_ValueError), record));
 }
 
-py::object diff(const Day& older, const Day& newer, const std::string& catalogue, const std::set<std::string>& ignore) {
+py::tuple diff(const Day& older, const Day& newer, const std::string& catalogue, const std::set<std::string>& ignore) {
     std::vector<Difference> found;
     {
         const auto number = catalogueNamed(catalogue);
@@ -154,12 +159,7 @@ py::object diff(const Day& older, const Day& newer, const std::string& catalogue
             }
         }
     }
-    py::dict columns;
-    columns["key"] = keys;
-    columns["field"] = fields;
-    columns["old"] = before;
-    columns["new"] = after;
-    return py::module_::import("pandas").attr("DataFrame")(columns, py::arg("dtype") = "object");
+    return py::make_tuple(keys, fields, before, after);
 }
 
 }  // namespace
@@ -189,9 +189,6 @@ void addSubscribe(py::module_& module, py::class_<Center, Catalogue, std::shared
     center.def(
         "subscribe",
         [](Center& self, py::function callback) {
-            if (ending) {
-                throw std::runtime_error("the interpreter is at its end");
-            }
             return std::make_unique<PythonSubscription>(self, std::move(callback));
         },
         "Calls `callback(change)` after each load or update, on a thread that is loading. What it raises goes to "
@@ -200,12 +197,7 @@ void addSubscribe(py::module_& module, py::class_<Center, Catalogue, std::shared
 }
 
 void addDiff(py::module_& module) {
-    module.def(
-        "diff", diff,
-        "What changed from one day to another: a pandas.DataFrame of key, field, old and new. A record that came "
-        "or went has one row without a field, and stands itself under new or old.",
-        py::arg("old"), py::arg("new"), py::arg("catalogue") = "instruments",
-        py::arg("ignore") = std::set<std::string>());
+    module.def("_diff", diff, "For diff.", py::arg("old"), py::arg("new"), py::arg("catalogue"), py::arg("ignore"));
     module.def(
         "changed_fields",
         [](const boost::shared_ptr<IData>& before, const boost::shared_ptr<IData>& after) {
@@ -214,10 +206,11 @@ void addDiff(py::module_& module) {
         "The names of the fields in which two records of a class differ.", py::arg("before"), py::arg("after"));
 }
 
-void endSubscriptions() {
+void endCallbacks() {
     ending = true;
-    while (!PythonSubscription::all().empty()) {
-        (*PythonSubscription::all().begin())->close();
+    while (callbacksRunning > 0) {
+        const Released released;
+        std::this_thread::yield();
     }
 }
 

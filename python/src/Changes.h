@@ -14,7 +14,8 @@ void addSubscribe(py::module_& module, py::class_<Center, Catalogue, std::shared
 /// Differences between two days.
 void addDiff(py::module_& module);
 
-/// Ends every subscription there is, and refuses new ones; with the interpreter's lock, which is free in between.
-void endSubscriptions();
+/// From here on subscribers hear of nothing. Waits for those that are being told; with the interpreter's lock, which
+/// is free in between.
+void endCallbacks();
 
 }  // namespace binding

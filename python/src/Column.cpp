@@ -4,11 +4,11 @@
 
 #include <algorithm>
 #include <array>
+#include <boost/unordered/unordered_flat_map.hpp>
 #include <cstdint>
 #include <limits>
 #include <numeric>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 
 #include "platform/record/Records.h"
@@ -69,11 +69,11 @@ constexpr const char* arrowFormat() {
 template <class Value>
 class NumberColumn : public Column {
 public:
-    NumberColumn(const Field& field, std::size_t rows) : Column(field) { values_.reserve(rows); }
+    NumberColumn(const Field& field, std::size_t rows) : Column(field), values_(rows), next_(values_.data()) {}
 
     void read(const RecordPointer* records, std::size_t count) override {
         for (std::size_t i = 0; i < count; ++i) {
-            values_.push_back(field().template in<Value>(*records[i]));
+            *next_++ = field().template in<Value>(*records[i]);
         }
     }
     py::object array() override { return arrayOf(std::move(values_), py::dtype::of<Value>()); }
@@ -87,6 +87,7 @@ public:
 
 private:
     std::vector<Value> values_;
+    Value* next_;
 };
 
 class DayColumn : public Column {
@@ -95,7 +96,8 @@ public:
 
     void read(const RecordPointer* records, std::size_t count) override {
         for (std::size_t i = 0; i < count; ++i) {
-            days_.push_back(dayNumber(field().in<std::string>(*records[i])));
+            const auto& text = field().in<std::string>(*records[i]);
+            days_.push_back(text.empty() ? kNoDay : dayNumber(text));
         }
     }
 
@@ -105,14 +107,21 @@ public:
         if (dates == Dates::Nanoseconds) {
             return instants(std::int64_t{86'400'000'000'000}, "M8[ns]");
         }
-        std::unordered_map<std::int32_t, std::int32_t> placeByDay{{kNoDay, 0}};
+        boost::unordered_flat_map<std::int32_t, std::int32_t> placeByDay{{kNoDay, 0}};
         std::vector<py::object> objects{py::none()};
+        std::int32_t lastDay = kNoDay;
+        std::int32_t lastPlace = 0;
         for (std::int32_t& day : days_) {
+            if (day == lastDay) {
+                day = lastPlace;
+                continue;
+            }
             const auto [known, fresh] = placeByDay.try_emplace(day, static_cast<std::int32_t>(objects.size()));
             if (fresh) {
                 objects.push_back(checked(dateObject(day)));
             }
-            day = known->second;
+            lastDay = std::exchange(day, known->second);
+            lastPlace = day;
         }
         return objectArray(days_, objects);
     }
@@ -206,9 +215,7 @@ public:
         for (const std::string_view text : texts_) {
             categories.append(checked(textObject(text)));
         }
-        return py::module_::import("pandas")
-            .attr("Categorical")
-            .attr("from_codes")(arrayOf(std::move(places_), py::dtype::of<std::int32_t>()), categories);
+        return py::make_tuple(arrayOf(std::move(places_), py::dtype::of<std::int32_t>()), categories);
     }
 
     ArrowColumn arrow() override {
@@ -244,16 +251,25 @@ private:
         return column;
     }
 
-    /// Most neighbours are alike: empty, or of one market and product. Those need no search.
+    /// Most neighbours are alike: empty, or of one market and product. Those need no search. Where nearly every text is
+    /// another one (codes, names), searching finds nothing and costs more than the objects that it would save; a
+    /// category is searched to its end, since its texts must differ.
     std::int32_t placeOf(const std::string& text) {
-        if (!places_.empty() && texts_[static_cast<std::size_t>(places_.back())] == text) {
+        if (text.size() == last_.size() && (text.empty() || text == last_) && !places_.empty()) {
             return places_.back();
         }
-        const auto [known, fresh] = placeByText_.try_emplace(text, static_cast<std::int32_t>(texts_.size()));
-        if (fresh) {
-            texts_.emplace_back(text);
+        last_ = text;
+        const auto next = static_cast<std::int32_t>(texts_.size());
+        constexpr std::size_t kTried = 1024;
+        const bool hopeless = !category_ && searches_ >= kTried && placeByText_.size() > searches_ / 4 * 3;
+        if (!hopeless) {
+            ++searches_;
+            if (const auto [known, fresh] = placeByText_.try_emplace(text, next); !fresh) {
+                return known->second;
+            }
         }
-        return known->second;
+        texts_.emplace_back(text);
+        return next;
     }
 
     /// By their bytes, so that categories are in one order whatever the records are in.
@@ -278,7 +294,9 @@ private:
     const bool category_;
     std::vector<std::int32_t> places_;
     std::vector<std::string_view> texts_;  // of the records, which outlive the column
-    std::unordered_map<std::string_view, std::int32_t> placeByText_;
+    boost::unordered_flat_map<std::string_view, std::int32_t> placeByText_;
+    std::size_t searches_ = 0;
+    std::string_view last_;
 };
 
 }  // namespace

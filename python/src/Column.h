@@ -36,7 +36,7 @@ public:
     virtual void read(const RecordPointer* records, std::size_t count) = 0;
     /// A numpy array of its own; texts as objects, days as datetime64[D].
     virtual py::object array() = 0;
-    /// What a DataFrame takes: an array, or a Categorical.
+    /// What a frame is made of: an array, or numbers and the texts that they stand for.
     virtual py::object series(Dates) { return array(); }
     /// Takes over what was read.
     virtual ArrowColumn arrow() = 0;

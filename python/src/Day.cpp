@@ -143,7 +143,7 @@ void addIssue(py::module_& module) {
         .def_property_readonly(
             "kind", [](const SnapshotIssue& issue) { return kIssueKinds.at(static_cast<std::size_t>(issue.kind)); },
             "What it is about: \"line_skipped\" and \"file_skipped\" cost records, the others do not.")
-        .def("__repr__", [](const SnapshotIssue& issue) {
+        .def("__repr__", [](const SnapshotIssue& issue) -> std::string {
             return "<Issue " + issue.file + ":" + std::to_string(issue.line) + " " + issue.field + " " + issue.reason +
                    ">";
         });
@@ -217,24 +217,18 @@ void addDay(py::module_& module) {
         .def("records", recordsOf, "The records of one catalogue.", named)
         .def("table", &Day::table, "One catalogue as columns.", named, fields)
         .def(
-            "frame",
-            [](const Day& day, const std::string& catalogue, const py::object& names, const std::string& dates) {
-                return day.table(catalogue, names).frame(dates);
-            },
-            "One catalogue as a pandas.DataFrame; see Table.frame.", named, fields, py::arg("dates") = "date")
-        .def(
             "columns",
             [](const Day& day, const std::string& catalogue, const py::object& names) {
                 return day.table(catalogue, names).columns();
             },
             "One catalogue as numpy arrays; see Table.columns.", named, fields)
         .def(
-            "baskets",
+            "_baskets",
             [](const Day& day) {
                 const auto funds = day.snapshot.records(SnapshotCatalogue::Etfs);
-                return basketFrame(Table::Records(funds.begin(), funds.end()));
+                return baskets(Table::Records(funds.begin(), funds.end()));
             },
-            "Every component of the funds' baskets as a pandas.DataFrame, a row each, with its fund's market and code.")
+            "For baskets.")
         .def(
             "__arrow_c_stream__",
             [](const Day& day, const py::object& schema) {

@@ -17,6 +17,14 @@ namespace {
 namespace py = pybind11;
 
 void addErrors(py::module_& module) {
+    // What pybind11 calls a failure at run time is an argument of a wrong type, where a function converts it by itself.
+    py::register_local_exception_translator([](std::exception_ptr thrown) {
+        try {
+            std::rethrow_exception(std::move(thrown));
+        } catch (const py::cast_error&) {
+            PyErr_SetString(PyExc_TypeError, "an argument is of a wrong type");
+        }
+    });
     py::register_exception<mxservice::SnapshotUnreadable>(module, "UnreadableError", PyExc_OSError).doc() =
         "A day of which nothing can be read.";
     const auto warning = py::reinterpret_steal<py::object>(PyErr_NewExceptionWithDoc(
@@ -34,21 +42,16 @@ void addFunctions(py::module_& module) {
     module.def("load_market_rules", &utils::CMarketRules::load,
                "Replaces the code ranges of the market rules by those of a JSON file.", py::arg("path"));
     module.def("reset_market_rules", &utils::CMarketRules::reset, "Puts the built-in market rules back.");
-    module.def("table", &binding::Table::ofObjects, "Records of one class as columns.", py::arg("records"),
-               py::arg("fields") = py::none());
     module.def(
-        "frame",
-        [](py::handle records, const py::object& fields, const std::string& dates) {
-            return binding::Table::ofObjects(records, fields).frame(dates);
-        },
-        "Records of one class as a pandas.DataFrame; see Table.frame.", py::arg("records"),
-        py::arg("fields") = py::none(), py::arg("dates") = "date");
+        "table",
+        [](py::handle records, const py::object& fields) { return binding::Table::ofObjects(records, fields); },
+        "Records of one class as columns.", py::arg("records"), py::arg("fields") = py::none());
 }
 
-/// Before anything is taken down: no thread of ours may be in a callback, or come back, once that has begun.
+/// Before anything is taken down: no thread may be in a callback, or come back from the library, once that has begun.
 void closeAtExit() {
     const auto close = py::cpp_function([] {
-        binding::endSubscriptions();
+        binding::endCallbacks();
         binding::closeInterpreter();
     });
     py::module_::import("atexit").attr("register")(close);
@@ -64,8 +67,8 @@ PYBIND11_MODULE(_native, module) {
     binding::addTable(module);
     binding::addDay(module);
     binding::addCatalogue(module);
-    binding::addCenters(module);
     binding::addStatistics(module);
+    binding::addCenters(module);
     binding::addStore(module);
     binding::addDiff(module);
     addFunctions(module);

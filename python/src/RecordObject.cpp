@@ -6,7 +6,6 @@
 #include <functional>
 #include <new>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "platform/record/Records.h"
@@ -36,20 +35,24 @@ struct RecordClass {
 
 PyTypeObject* recordBase = nullptr;
 
+template <class Record>
+RecordClass classOfRecord(const char* doc) {
+    return {&Record::table(), kPythonName<Record>.text, doc, nullptr};
+}
+
 std::array<RecordClass, 9>& recordClasses() {
     using namespace mxservice;
     // An instrument first: it is what is asked for most. Bases stand before what derives from them.
-    static std::array<RecordClass, 9> classes{{
-        {&CInstrumentDetail::table(), "Instrument", "A tradable instrument of any market.", nullptr},
-        {&COTCFundPlanInfo::table(), "OtcPlan", "An OTC fund plan: an instrument with the terms of the plan.", nullptr},
-        {&CETFDetail::table(), "Etf", "A fund with its creation and redemption parameters and its basket.", nullptr},
-        {&CETFComponentStockInfo::table(), "EtfComponent", "One component of a fund's basket.", nullptr},
-        {&CBondInfoDetail::table(), "Bond", "An interbank bond.", nullptr},
-        {&CTenderBondInfoDetail::table(), "TenderBond", "A bond on tender.", nullptr},
-        {&CCounterpartyDetail::table(), "Counterparty", "A counterparty of the interbank market.", nullptr},
-        {&COTCSecuritiesIssuanceInfo::table(), "Issuance", "An OTC securities issuance.", nullptr},
-        {&COTCStockEnquiryPriceSetting::table(), "IssuancePrice", "The price setting of an OTC enquiry.", nullptr},
-    }};
+    static std::array<RecordClass, 9> classes{
+        classOfRecord<CInstrumentDetail>("A tradable instrument of any market."),
+        classOfRecord<COTCFundPlanInfo>("An OTC fund plan: an instrument with the terms of the plan."),
+        classOfRecord<CETFDetail>("A fund with its creation and redemption parameters and its basket."),
+        classOfRecord<CETFComponentStockInfo>("One component of a fund's basket."),
+        classOfRecord<CBondInfoDetail>("An interbank bond."),
+        classOfRecord<CTenderBondInfoDetail>("A bond on tender."),
+        classOfRecord<CCounterpartyDetail>("A counterparty of the interbank market."),
+        classOfRecord<COTCSecuritiesIssuanceInfo>("An OTC securities issuance."),
+        classOfRecord<COTCStockEnquiryPriceSetting>("The price setting of an OTC enquiry.")};
     return classes;
 }
 
@@ -68,6 +71,8 @@ PyObject* guarded(Work&& work) {
         return work();
     } catch (py::error_already_set& error) {
         error.restore();
+    } catch (const py::cast_error& error) {
+        PyErr_SetString(PyExc_TypeError, error.what());
     } catch (const py::builtin_exception& error) {
         error.set_error();
     } catch (const std::bad_alloc&) {
@@ -220,15 +225,27 @@ PyObject* reduced(PyObject* self, PyObject*) {
     });
 }
 
-boost::shared_ptr<IData> restore(const std::string& className, const py::bytes& document) {
-    const RecordType* const type = mxservice::TypeManager::instance()->find(className);
-    const boost::shared_ptr<IData> record = type == nullptr ? nullptr : type->make();
-    std::string error = "no class " + className;
-    if (!record || !record->readDocument(static_cast<std::string_view>(document), true, &error)) {
-        throw py::value_error("no record: " + error);
+PyObject* restored(PyObject*, PyObject* arguments) {
+    const char* className = nullptr;
+    PyObject* document = nullptr;
+    if (PyArg_ParseTuple(arguments, "sS", &className, &document) == 0) {
+        return nullptr;
     }
-    return record;
+    return guarded([&] {
+        const RecordType* const type = mxservice::TypeManager::instance()->find(className);
+        const boost::shared_ptr<IData> record = type == nullptr ? nullptr : type->make();
+        std::string error = std::string("no class ") + className;
+        if (!record ||
+            !record->readDocument({PyBytes_AS_STRING(document), static_cast<std::size_t>(PyBytes_GET_SIZE(document))},
+                                  true, &error)) {
+            throw py::value_error("no record: " + error);
+        }
+        return recordObject(record);
+    });
 }
+
+/// Not by pybind11, of whose functions pickle knows no name.
+PyMethodDef moduleFunctions[] = {{"_restore", restored, METH_VARARGS, "For pickle."}, {nullptr, nullptr, 0, nullptr}};
 
 const char* docOf(const Field& field) {
     switch (field.kind()) {
@@ -303,7 +320,9 @@ void addRecords(py::module_& module) {
         type.attr("fields") = py::tuple(names);
         module.add_object(known.name, type);
     }
-    module.def("_restore", restore, "For pickle.");
+    if (PyModule_AddFunctions(module.ptr(), moduleFunctions) != 0) {
+        throw py::error_already_set();
+    }
 }
 
 PyObject* recordObject(boost::shared_ptr<const IData> record) {

@@ -103,7 +103,7 @@ public:
     }
 
     /// The instrument of a key text. The markets whose names it begins with may have it; the longer name first.
-    boost::shared_ptr<IData> get(std::string key) const {
+    boost::shared_ptr<mxservice::CInstrumentDetail> get(std::string key) const {
         if (key.starts_with("HGT") || key.starts_with("SGT")) {
             key.replace(0, 3, "HK");  // as a center files them
         }
@@ -113,11 +113,12 @@ public:
         });
         std::sort(candidates.begin(), candidates.end(),
                   [](const auto& a, const auto& b) { return a.market.size() > b.market.size(); });
-        boost::shared_ptr<IData> record;
+        boost::shared_ptr<mxservice::CInstrumentDetail> record;
         for (const Database& candidate : candidates) {
             const auto database = opened(candidate);
             check(candidate, database->get(std::to_string(utils::hash(key)), [&](auto, std::string_view bytes) {
-                record = mxservice::TypeManager::instance()->parse(bytes, nullptr);
+                record = boost::dynamic_pointer_cast<mxservice::CInstrumentDetail>(
+                    mxservice::TypeManager::instance()->parse(bytes, nullptr));
                 return true;
             }));
             if (record) {
@@ -175,6 +176,11 @@ Day dayOf(const Store& store) {
     return store.day();
 }
 
+boost::shared_ptr<mxservice::CInstrumentDetail> recordOf(const Store& store, const std::string& key) {
+    const Released released;
+    return store.get(key);
+}
+
 }  // namespace
 
 void addStore(py::module_& module) {
@@ -199,17 +205,11 @@ void addStore(py::module_& module) {
             "day", dayOf,
             "Everything that it holds as a day: instruments, funds, bonds and OTC plans; documents that cannot be used "
             "are its issues.")
-        .def(
-            "get",
-            [](const Store& store, const std::string& key) {
-                const Released released;
-                return store.get(key);
-            },
-            "The instrument of a key text, read now, or None.", py::arg("key"))
+        .def("get", recordOf, "The instrument of a key text, read now, or None.", py::arg("key"))
         .def(
             "__getitem__",
             [](const Store& store, const std::string& key) {
-                auto record = store.get(key);
+                auto record = recordOf(store, key);
                 if (!record) {
                     throw py::key_error(key);
                 }
@@ -217,15 +217,14 @@ void addStore(py::module_& module) {
             },
             "As get; KeyError for a miss.", py::arg("key"))
         .def(
-            "__contains__", [](const Store& store, const std::string& key) { return store.get(key) != nullptr; },
+            "__contains__", [](const Store& store, const std::string& key) { return recordOf(store, key) != nullptr; },
             "Whether get finds it.", py::arg("key"))
         .def(
-            "frame",
-            [](const Store& store, const std::string& catalogue, const py::object& fields, const std::string& dates) {
-                return dayOf(store).table(catalogue, fields).frame(dates);
+            "table",
+            [](const Store& store, const std::string& catalogue, const py::object& fields) {
+                return dayOf(store).table(catalogue, fields);
             },
-            "One catalogue as a pandas.DataFrame; see Table.frame.", py::arg("catalogue") = "instruments",
-            py::arg("fields") = py::none(), py::arg("dates") = "date");
+            "One catalogue as columns.", py::arg("catalogue") = "instruments", py::arg("fields") = py::none());
 }
 
 }  // namespace binding

@@ -16,9 +16,10 @@ using mxservice::CInstrumentDetail;
 using mxservice::Field;
 using mxservice::FieldKind;
 
-py::object frameOf(const py::dict& columns) {
-    // The arrays are the frame's own from here on: nothing is copied.
-    return py::module_::import("pandas").attr("DataFrame")(columns, py::arg("copy") = false);
+/// pybind11 imports numpy within the making of a static object: a thread that waits for that object holds the
+/// interpreter's lock, and the import needs it. Here the import has locks of Python's own, and is over by then.
+void needNumpy() {
+    py::module_::import("numpy");
 }
 
 }  // namespace
@@ -89,16 +90,18 @@ std::vector<std::unique_ptr<Column>> Table::read(bool datesAsText) const {
     return columns;
 }
 
-py::object Table::frame(const std::string& dates) const {
+py::dict Table::series(const std::string& dates) const {
     const Dates form = datesNamed(dates);
+    needNumpy();
     py::dict columns;
     for (const auto& column : read(form == Dates::Text)) {
         columns[column->field().name().c_str()] = column->series(form);
     }
-    return frameOf(columns);
+    return columns;
 }
 
 py::dict Table::columns() const {
+    needNumpy();
     py::dict columns;
     for (const auto& column : read(false)) {
         columns[column->field().name().c_str()] = column->array();
@@ -117,26 +120,20 @@ py::capsule Table::arrowStream(const py::object&) const {
     });
 }
 
-py::object basketFrame(const Table::Records& funds) {
-    // A row a component: the fund's two keys, twice in the frame where the names are the component's, too.
+std::pair<Table, Table> baskets(const Table::Records& funds) {
     Table::Records fundOfRow;
     Table::Records components;
     for (const auto& record : funds) {
         const auto& fund = static_cast<const CETFDetail&>(*record);
         for (const auto& [code, component] : fund.components) {
-            fundOfRow.push_back(record);
-            components.push_back(component);
+            if (component) {
+                fundOfRow.push_back(record);
+                components.push_back(component);
+            }
         }
     }
-    py::dict columns;
-    const py::object keys = Table(CETFDetail::table(), fundOfRow, py::make_tuple("market", "etfcode")).frame("date");
-    columns["etf_market"] = keys["market"];
-    columns["etf_code"] = keys["etfcode"];
-    const py::object rows = Table(CETFComponentStockInfo::table(), components, py::none()).frame("date");
-    for (const Field& field : CETFComponentStockInfo::table().fields()) {
-        columns[field.name().c_str()] = rows[field.name().c_str()];
-    }
-    return frameOf(columns);
+    return {Table(CETFDetail::table(), std::move(fundOfRow), py::make_tuple("exchid", "etfcode")),
+            Table(CETFComponentStockInfo::table(), std::move(components), py::none())};
 }
 
 void addTable(py::module_& module) {
@@ -146,11 +143,7 @@ void addTable(py::module_& module) {
         .def("__len__", &Table::size, "How many records.")
         .def_property_readonly("names", &Table::names, "The fields, in their order.")
         .def("records", &Table::records, "The records themselves.")
-        .def("frame", &Table::frame,
-             "A pandas.DataFrame. Texts that tell groups (market, product, currency, ...) are categories. Days are "
-             "datetime.date or None; with dates=\"datetime64\" pandas' own, NaT where unknown or beyond 2262; with "
-             "dates=\"text\" as they stand on the records.",
-             py::arg("dates") = "date")
+        .def("_series", &Table::series, "For frame.", py::arg("dates"))
         .def("columns", &Table::columns, "numpy arrays by name: numbers, objects for texts, datetime64[D] for days.")
         .def("__arrow_c_stream__", &Table::arrowStream, "A stream of Arrow's C data interface, of one batch.",
              py::arg("requested_schema") = py::none());

@@ -5,6 +5,7 @@
 #include <boost/shared_ptr.hpp>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/record/IData.h"
@@ -33,8 +34,10 @@ public:
     std::size_t size() const { return records_.size(); }
     py::tuple names() const;
     py::list records() const;
-    /// A pandas.DataFrame.
-    py::object frame(const std::string& dates) const;
+    /// What a frame is made of, by name: arrays, and of categories their numbers and texts. The frame itself is made by
+    /// Python's own code (_frames.py): a thread that the interpreter ends while it runs such code must have no frame of
+    /// ours below it.
+    py::dict series(const std::string& dates) const;
     /// numpy arrays by name.
     py::dict columns() const;
     /// A capsule with a stream of one batch. The schema that is asked for is a wish, and is not granted.
@@ -49,8 +52,8 @@ private:
     std::vector<const mxservice::Field*> fields_;
 };
 
-/// Every component of the funds' baskets, with its fund.
-py::object basketFrame(const Table::Records& funds);
+/// Every component of the funds' baskets, and the fund of each.
+std::pair<Table, Table> baskets(const Table::Records& funds);
 
 void addTable(py::module_& module);
 

@@ -36,6 +36,13 @@ for part in [port, *port["features"].values()]:
     expect(names == sorted(set(names)), f"dependencies are not in order, once each: {names}")
     expect(all(re.fullmatch(r"[a-z0-9]+(-[a-z0-9]+)*", name) for name in names), f"no name for vcpkg among {names}")
 
+# The manifest at the top installs what the port takes, and what tests and pkg-config need beside it.
+taken = {entry if isinstance(entry, str) else entry["name"]
+         for part in [port, *port["features"].values()] for entry in part["dependencies"]}
+taken = taken - {"vcpkg-cmake", "vcpkg-cmake-config", port["name"]} | {"gtest", "pkgconf"}
+manifest = {entry if isinstance(entry, str) else entry["name"] for entry in json.loads(read("vcpkg.json"))["dependencies"]}
+expect(manifest == taken, f"the manifest differs from the port in {manifest ^ taken}")
+
 
 class Anything:
     """Stands for what the recipe makes and sets properties of."""

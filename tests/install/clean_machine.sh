@@ -32,8 +32,11 @@ inside sh -c 'apt-get -qq -y --no-install-recommends install /packages/*.deb g++
 inside sh -c 'cmake -S /usr/share/doc/libpminstrumentcenter-dev/examples -B /tmp/build >/dev/null && cmake --build /tmp/build >/dev/null && /tmp/build/server_host'
 inside sh -c 'g++ -std=c++17 /usr/share/doc/libpminstrumentcenter-dev/examples/updates_host.cpp $(pkg-config --cflags --libs PmInstrumentCenter) -o /tmp/host && /tmp/host /tmp/updates'
 
+echo "-- the Python package"
+inside python3 -B -c 'import inscenter; assert inscenter.ServerCenter.open("/samples")["DCEm2607"].code == "m2607"'
+
 echo "-- removed without a trace"
-inside sh -c 'apt-get -qq -y purge inscenter libpminstrumentcenter-dev "libpminstrumentcenter0*"' >/dev/null
+inside sh -c 'apt-get -qq -y purge inscenter python3-inscenter libpminstrumentcenter-dev "libpminstrumentcenter0*"' >/dev/null
 left=$(inside find /usr -iname '*pminstrument*' -o -iname '*inscenter*' -not -path '/proc/*')
 [ -z "$left" ] || { echo "left behind: $left" >&2; exit 1; }
 echo "ok"

@@ -20,6 +20,7 @@
 #include "tools/inscenter/Terminal.h"
 #include "tools/inscenter/Utf8.h"
 #include "tools/inscenter/VerbList.h"
+#include "tools/inscenter/VerbOptions.h"
 
 namespace inscenter {
 namespace {
@@ -86,6 +87,9 @@ public:
             app_.set_version_flag("--version", std::string("inscenter ") + mxservice::version(),
                                   "Print the version and exit");
             addLoading();
+        }
+        if (place == Place::Shell) {
+            app_.footer(kShellFooter);
         }
         addFormat();
         for (const VerbLine& verb : kVerbs) {
@@ -155,19 +159,12 @@ private:
     }
 
     void addFormat() {
-        constexpr std::array<std::pair<std::string_view, Format>, 4> kFormats{
-            {{"table", Format::Table}, {"json", Format::Json}, {"jsonl", Format::Json}, {"csv", Format::Csv}}};
-        auto* const format = app_.add_option_function<std::string>(
-                                     "--format",
-                                     [this, kFormats](const std::string& name) {
-                                         command_.format =
-                                             std::find_if(kFormats.begin(), kFormats.end(), [&](const auto& known) {
-                                                 return name == known.first;
-                                             })->second;
-                                     },
-                                     "table, json (one object a line, also called jsonl) or csv; table by default")
-                                 ->check(CLI::IsMember({"table", "json", "jsonl", "csv"}).description(""))
-                                 ->type_name("FORMAT");
+        auto* const format =
+            app_.add_option_function<std::string>(
+                    "--format", [this](const std::string& name) { command_.format = *formatNamed(name); },
+                    "table, json (one object a line, also called jsonl) or csv; table by default")
+                ->check(CLI::IsMember({"table", "json", "jsonl", "csv"}).description(""))
+                ->type_name("FORMAT");
         app_.add_flag_callback(
                 "--jsonl", [this] { command_.format = Format::Json; }, "The same as --format json")
             ->excludes(format);  // of two formats neither is the one that is meant
@@ -177,11 +174,15 @@ private:
         CLI::App* const sub = app_.add_subcommand(verb.name, verb.about)->group(verb.group);
         sub->footer(exampleLines(place_ == Place::Shell ? "" : "inscenter --data day ", verb.examples));
         if (verb.listed != nullptr) {
-            addListing(*sub);
+            addListing(*sub, selection_);
         }
         sub->callback([this, &verb] {
             command_.verb = verb.verb;
             command_.asksRecords = asksRecords(verb.arguments);
+            const ExportQuery& to = command_.query.exported;
+            if (verb.arguments == Arguments::Export && to.sqlite.empty() && to.csv.empty() && to.ndjson.empty()) {
+                throw CLI::RequiredError("--sqlite, --csv or --ndjson");
+            }
             if (verb.listed != nullptr) {
                 select(verb.listed());
             }
@@ -229,10 +230,11 @@ private:
                 addOld(*sub);
                 break;
             case Arguments::Export:
-                addExport(*sub);
+                addExport(*sub, command_.query.exported);
                 break;
             case Arguments::Rules:
-                addRules(*sub);
+                addRules(*sub, command_.query.check);
+                addLimit(*sub, command_.query.limit);
                 break;
             case Arguments::Group:
                 sub->add_option("--group", command_.query.group, "Plans of this group only; -1 for all")
@@ -248,67 +250,11 @@ private:
         }
     }
 
-    void addExport(CLI::App& app) {
-        ExportQuery& query = command_.query.exported;
-        CLI::Option* const sqlite = app.add_option("--sqlite", query.sqlite, "A database file")->type_name("FILE");
-        CLI::Option* const csv =
-            app.add_option("--csv", query.csv, "A directory; baskets also flat, in components.csv")->type_name("DIR");
-        CLI::Option* const ndjson = app.add_option("--ndjson", query.ndjson, "A directory")->type_name("DIR");
-        sqlite->excludes(csv)->excludes(ndjson);
-        csv->excludes(ndjson);
-        app.add_flag("--zeros", query.zeros, "Numbers that are zero, too; a database always has them");
-        app.add_flag("--bom", query.byteOrderMark, "A byte-order mark, by which spreadsheets know UTF-8")
-            ->excludes(sqlite);
-        app.callback([this, sqlite, csv, ndjson] {
-            command_.verb = exportDay;
-            command_.asksRecords = true;
-            if (sqlite->empty() && csv->empty() && ndjson->empty()) {
-                throw CLI::RequiredError("--sqlite, --csv or --ndjson");
-            }
-        });
-    }
-
-    void addRules(CLI::App& app) {
-        CheckQuery& query = command_.query.check;
-        const auto add = [&app](const char* name, std::vector<std::string>& rules, const char* about) {
-            app.add_option(name, rules, about)
-                ->type_name("RULE")
-                ->delimiter(',')
-                ->check(CLI::IsMember(checkRules()).description(""))
-                ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-        };
-        add("--rule", query.rules, "Only this rule; may be repeated");
-        add("--no-rule", query.without, "All rules but this; may be repeated");
-        app.add_flag("--show-sql", query.showSql, "The rules as statements for sql, instead of what they find");
-        addLimit(app, command_.query.limit);
-    }
-
     CLI::Option* addMarkets(CLI::App& app, const char* about) {
         return app.add_option("--market", command_.query.markets, about)
             ->type_name("MARKET")
             ->delimiter(',')
             ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    }
-
-    static void addLimit(CLI::App& app, std::optional<std::size_t>& limit) {
-        app.add_option("--limit", limit, "No more than so many")->type_name("N")->check(notNegative);
-    }
-
-    static std::string notNegative(const std::string& text) {
-        const bool digits = text.find_first_not_of("0123456789") == std::string::npos;
-        return digits ? "" : printable(text) + " is no number from 0 up";
-    }
-
-    /// What every verb takes that lists records.
-    void addListing(CLI::App& app) {
-        app.add_option("--where", selection_.conditions,
-                       "Only records whose FIELD=VALUE; also !=, <, <=, >, >= and ~ (holds the text); all must hold")
-            ->type_name("CONDITION")
-            ->expected(1)
-            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-        app.add_option("--fields", selection_.fields, "These fields only, in this order")->type_name("A,B,C");
-        app.add_option("--sort", selection_.sort, "By this field; -FIELD for descending")->type_name("FIELD");
-        addLimit(app, selection_.limit);
     }
 
     void select(const mxservice::RecordType& type) {
@@ -354,6 +300,20 @@ private:
             command_.task = Task::Store;
             command_.storeVerb = run;
         });
+        if (verb.verb == explainKeys) {
+            sub->add_option("WORDS", query.words,
+                            "Directory that holds the databases, unless --store names it; numbers")
+                ->required();
+            sub->callback([this] {
+                command_.task = Task::Store;
+                command_.storeVerb = explainKeys;
+                command_.storeQuery.root = std::exchange(command_.store, {});
+                if (command_.storeQuery.words.size() < (command_.storeQuery.root.empty() ? 2U : 1U)) {
+                    throw CLI::RequiredError("NUMBER");
+                }
+            });
+            return;
+        }
         sub->add_option("DIR", query.root, "Directory that holds the databases")->required();
         sub->add_option("DB", query.database, "Name of a database; all by default");
         if (verb.verb == dumpStore) {
@@ -365,34 +325,31 @@ private:
         }
     }
 
+    CLI::App& addTask(const char* name, const char* about, const char* group, Task task, const std::string& footer) {
+        CLI::App* const sub = app_.add_subcommand(name, about)->group(group)->footer(footer);
+        sub->callback([this, task] { command_.task = task; });
+        return *sub;
+    }
+
     void addShell() {
-        CLI::App* const sub =
-            app_.add_subcommand("shell", "The commands above at a prompt, or from standard input; loads once")
-                ->group(verbgroup::kInstruments);
-        sub->footer(exampleLines("inscenter --data day ", "shell\nshell < questions.txt"));
-        sub->callback([this] { command_.task = Task::Shell; });
-        addOld(*sub);
+        addOld(addTask("shell", "The commands above at a prompt, or from standard input; loads once",
+                       verbgroup::kInstruments, Task::Shell,
+                       exampleLines("inscenter --data day ", "shell\nshell < questions.txt")));
     }
 
     void addTour() {
-        CLI::App* const tour =
-            app_.add_subcommand("tour", "Every catalogue in both centers, short, and where they differ on purpose")
-                ->group(verbgroup::kStore);
-        tour->footer(exampleLines("inscenter ", "--data day --store db tour"));
-        tour->callback([this] { command_.task = Task::Tour; });
+        addTask("tour", "Every catalogue in both centers, short, and where they differ on purpose", verbgroup::kStore,
+                Task::Tour, exampleLines("inscenter ", "--data day --store db tour"));
     }
 
     void addDiff() {
-        CLI::App* const sub =
-            app_.add_subcommand("diff", "What was listed, delisted and changed from one day to another")
-                ->group(verbgroup::kSnapshots);
-        sub->footer(
+        CLI::App* const sub = &addTask(
+            "diff", "What was listed, delisted and changed from one day to another", verbgroup::kSnapshots, Task::Diff,
             exampleLines("inscenter ",
                          "diff monday tuesday --ignore tradingDay,preClosePrice\n"
                          "diff db tuesday --jsonl\ndiff monday - < tuesday.ndjson") +
-            "\n\nA store is compared with the form in which a snapshot would be stored: listings merged, connect "
-            "flags set.");
-        sub->callback([this] { command_.task = Task::Diff; });
+                "\n\nA store is compared with the form in which a snapshot would be stored: listings merged, connect "
+                "flags set.");
         sub->add_option("OLD", command_.diff.before, "Directory of a snapshot or a store; - for standard input")
             ->required();
         sub->add_option("NEW", command_.diff.after, "The same for the later day")->required();
@@ -402,9 +359,8 @@ private:
 
     void addGenerate() {
         CLI::App* const sub =
-            app_.add_subcommand("generate", "Write an invented market day as a snapshot")->group(verbgroup::kSnapshots);
-        sub->footer(exampleLines("inscenter ", "generate --size 300000 --seed 7 day"));
-        sub->callback([this] { command_.task = Task::Generate; });
+            &addTask("generate", "Write an invented market day as a snapshot", verbgroup::kSnapshots, Task::Generate,
+                     exampleLines("inscenter ", "generate --size 300000 --seed 7 day"));
         sub->add_option("--size", command_.generate.size, "Number of instruments")
             ->type_name("N")
             ->required()
@@ -520,6 +476,13 @@ std::optional<Command> parseQuestion(const std::vector<std::string>& words, cons
         return std::nullopt;
     }
     return command;
+}
+
+std::optional<Format> formatNamed(std::string_view name) {
+    return name == "table"                     ? std::optional(Format::Table)
+           : name == "json" || name == "jsonl" ? std::optional(Format::Json)
+           : name == "csv"                     ? std::optional(Format::Csv)
+                                               : std::nullopt;
 }
 
 std::vector<std::string> helpAsOption(std::vector<std::string> words) {

@@ -3,6 +3,7 @@
 #include <iosfwd>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tools/inscenter/Center.h"
@@ -49,6 +50,9 @@ std::optional<Command> parseCommand(int argc, const char* const* argv, std::ostr
 /// stands as in `settings`.
 std::optional<Command> parseQuestion(const std::vector<std::string>& words, const Command& settings, std::ostream& out,
                                      std::ostream& err, int& exitCode);
+
+/// The format of that name, or nothing.
+std::optional<Format> formatNamed(std::string_view name);
 
 /// "help VERB" as "VERB --help"; other words as they are.
 std::vector<std::string> helpAsOption(std::vector<std::string> words);

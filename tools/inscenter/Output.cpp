@@ -81,12 +81,12 @@ Cell listedCell(const Field& field, const IData& record) {
 }  // namespace
 
 bool isIdentifier(std::string_view column) {
-    constexpr std::array<std::string_view, 23> kIdentifiers{
+    constexpr std::array<std::string_view, 25> kIdentifiers{
         kFiledField,      "market",       "code",    "key",      "keyText",
         "platformCode",   "productId",    "product", "isin",     "underlyingMarket",
         "underlyingCode", "exchid",       "etfcode", "prcode",   "bondCode",
         "shanghaiCode",   "shenzhenCode", "id",      "firstLeg", "secondLeg",
-        "database",       "fund",         "rule"};
+        "database",       "fund",         "rule",    "number",   "hex"};
     return std::find(kIdentifiers.begin(), kIdentifiers.end(), column) != kIdentifiers.end();
 }
 

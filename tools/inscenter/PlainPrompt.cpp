@@ -13,14 +13,22 @@ const char* Prompt::keys() {
     return "Ctrl-C stops.";
 }
 
-bool Prompt::next(std::string& line) {
-    std::cout << "inscenter> " << std::flush;
-    const bool read = PlainLines().next(line);
-    if (!read) {
+LineSource::Next Prompt::next(std::string& line, bool continued) {
+    std::cout << (continued ? "      ...> " : "inscenter> ") << std::flush;
+    const Next read = PlainLines().next(line, continued);
+    if (read == Next::End) {
         std::cout << std::endl;
     }
     Interruption::forget();  // the terminal has taken back what was typed before it
     return read;
+}
+
+bool Prompt::hasPages() const {
+    return false;
+}
+
+bool Prompt::show(const std::string& /*answer*/) {
+    return false;
 }
 
 }  // namespace inscenter

@@ -3,11 +3,16 @@
 #include <editline/readline.h>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <clocale>
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
@@ -19,6 +24,8 @@ namespace inscenter {
 namespace {
 
 constexpr const char* kPrompt = "inscenter> ";
+constexpr const char* kContinued = "      ...> ";
+constexpr int kNoSuchProgram = 127;  // of a shell's exit codes
 constexpr int kKeptLines = 1000;
 constexpr int kControlC = 3;
 
@@ -56,6 +63,11 @@ void remember(const std::string& line) {
     if (file >= 0) {
         ::close(file);  // and with it the lock, also where the process ends first
     }
+}
+
+std::string pager() {
+    const char* const named = std::getenv("PAGER");
+    return named == nullptr ? "less" : named;
 }
 
 /// The bytes before the cursor; rl_point counts characters.
@@ -143,25 +155,43 @@ Prompt::~Prompt() {
     currentCompleter() = nullptr;  // it refers to the center and day of whoever made this prompt
 }
 
-bool Prompt::next(std::string& line) {
-    std::unique_ptr<char, void (*)(void*)> read(nullptr, std::free);
-    do {
-        Interruption::forget();
-        givenUp = false;
-        const TypedControlC typed;
-        read.reset(readline(kPrompt));
-        if (!read) {
-            std::cout << (givenUp ? "^C\n" : "\n") << std::flush;
-        }
-    } while (givenUp);
+LineSource::Next Prompt::next(std::string& line, bool continued) {
+    Interruption::forget();
+    givenUp = false;
+    const TypedControlC typed;
+    const std::unique_ptr<char, void (*)(void*)> read(readline(continued ? kContinued : kPrompt), std::free);
     if (!read) {
-        return false;
+        std::cout << (givenUp ? "^C\n" : "\n") << std::flush;
+        return givenUp ? Next::GivenUp : Next::End;
     }
     line = read.get();
     if (line.find_first_not_of(" \t") != std::string::npos) {
         remember(line);
     }
-    return true;
+    return Next::Line;
+}
+
+bool Prompt::hasPages() const {
+    return !pager().empty() && pager() != "cat";
+}
+
+bool Prompt::show(const std::string& answer) {
+    winsize size{};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 ||
+        std::count(answer.begin(), answer.end(), '\n') < static_cast<std::ptrdiff_t>(size.ws_row)) {
+        return false;
+    }
+    ::setenv("LESS", "FRX", 0);  // colours as they are, and the answer stays on the screen afterwards
+    // Whoever leaves the pager early has seen enough; that is no reason to end the shell.
+    const auto before = std::signal(SIGPIPE, SIG_IGN);
+    std::cout.flush();
+    FILE* const pages = ::popen(pager().c_str(), "w");
+    if (pages != nullptr) {
+        std::fwrite(answer.data(), 1, answer.size(), pages);
+    }
+    const int ended = pages == nullptr ? -1 : ::pclose(pages);
+    std::signal(SIGPIPE, before);
+    return ended != -1 && !(WIFEXITED(ended) && WEXITSTATUS(ended) == kNoSuchProgram);
 }
 
 }  // namespace inscenter

@@ -9,12 +9,18 @@
 
 namespace inscenter {
 
-/// Where the lines of a shell come from.
+/// Where the lines of a shell come from, and where its answers may be shown.
 class LineSource {
 public:
+    enum class Next { Line, GivenUp, End };
+
     virtual ~LineSource() = default;
-    /// False at the end.
-    virtual bool next(std::string& line) = 0;
+    /// The next line, of one that goes on where `continued`.
+    virtual Next next(std::string& line, bool continued) = 0;
+    /// Whether long answers may be shown in pages.
+    virtual bool hasPages() const { return false; }
+    /// Shows an answer in pages that is too long for the screen; false where it is not, or cannot be shown so.
+    virtual bool show(const std::string& /*answer*/) { return false; }
 
 protected:
     LineSource() = default;
@@ -25,12 +31,15 @@ protected:
 /// Standard input as it stands, for scripts.
 class PlainLines : public LineSource {
 public:
-    bool next(std::string& line) override { return static_cast<bool>(std::getline(std::cin, line)); }
+    Next next(std::string& line, bool /*continued*/) override {
+        return std::getline(std::cin, line) ? Next::Line : Next::End;
+    }
 };
 
 /// A prompt on the terminal. Ctrl-C gives up the line that is being typed; Ctrl-D on an empty one is the end. With
-/// libedit it has completion, and a history that outlives the process (~/.inscenter_history); a build without that
-/// library takes PlainPrompt.cpp instead. One at a time.
+/// libedit it has completion, a history that outlives the process (~/.inscenter_history), and shows long answers with
+/// $PAGER or less (not where that is empty or "cat"); a build without that library takes PlainPrompt.cpp instead. One
+/// at a time.
 class Prompt : public LineSource {
 public:
     /// Answers what the word at the end of `line` may become.
@@ -41,7 +50,9 @@ public:
     Prompt(const Prompt&) = delete;
     Prompt& operator=(const Prompt&) = delete;
 
-    bool next(std::string& line) override;
+    Next next(std::string& line, bool continued) override;
+    bool hasPages() const override;
+    bool show(const std::string& answer) override;
 
     /// What the keys do, in a sentence.
     static const char* keys();

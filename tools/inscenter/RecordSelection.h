@@ -1,10 +1,10 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/record/RecordType.h"
@@ -46,22 +46,13 @@ public:
     const std::vector<const mxservice::Field*>& fields() const { return fields_; }
 
 private:
-    enum class Comparison : std::uint8_t { Equal, NotEqual, Less, LessOrEqual, Greater, GreaterOrEqual, Holds };
-    struct Condition {
-        const mxservice::Field* field;
-        Comparison comparison;
-        std::string text;  // of Holds folded
-        double number;     // of fields that hold numbers
-    };
-
-    static Condition parse(const mxservice::RecordType& type, const std::string& text);
-    static bool meets(const mxservice::IData& record, const Condition& condition);
+    void add(const std::string& condition);
 
     const mxservice::RecordType* type_ = nullptr;
-    std::vector<Condition> conditions_;
+    std::vector<std::pair<const mxservice::Field*, std::string>> parts_;  // what fields must hold, folded
+    std::string where_;  // what else must be, and the order, as a statement has them behind the table
+    std::string order_;
     std::vector<const mxservice::Field*> fields_;
-    const mxservice::Field* sort_ = nullptr;
-    bool descending_ = false;
     std::optional<std::size_t> limit_;
 };
 

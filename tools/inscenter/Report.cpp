@@ -1,21 +1,26 @@
-// One page of a market day for a browser. The page holds its tables as JSON and shows them itself.
+// One page of a market day for a browser. The page holds its tables and shows them itself.
 
 #include <fmt/format.h>
 
 #include <boost/algorithm/string/replace.hpp>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <fstream>
-#include <list>
-#include <string_view>
+#include <memory>
 #include <utility>
 
 #include "base/instrumentcenter/vocabulary/Markets.h"
 #include "tools/inscenter/DayTables.h"
 #include "tools/inscenter/Diff.h"
+#include "tools/inscenter/FieldMeanings.h"
 #include "tools/inscenter/FiledInstruments.h"
+#include "tools/inscenter/InstrumentKind.h"
 #include "tools/inscenter/MarketNames.h"
 #include "tools/inscenter/RecordText.h"
+#include "tools/inscenter/ReportData.h"
+#include "tools/inscenter/Spelling.h"
 #include "tools/inscenter/Utf8.h"
 #include "tools/inscenter/Verbs.h"
 #include "tools/inscenter/report/ReportPage.h"
@@ -24,75 +29,145 @@ namespace inscenter {
 namespace {
 
 namespace market = mxservice::market;
-using mxservice::CETFComponentStockInfo;
 using mxservice::CInstrumentDetail;
 using mxservice::Field;
 
-/// A table of the page.
-struct Sheet {
-    const char* id;
-    const char* title;
-    const char* note;
-    const char* link;  ///< "SHEET/COLUMN": where a row leads to, and the column that its first cell picks from
-    bool overview;     ///< stands on the first page instead of on one of its own
-};
+/// What the list of instruments shows, and what search and option chains ask of each besides; where any record has it.
+constexpr std::array kListedFields{"productId",
+                                   "isin",
+                                   "listingDate",
+                                   "expireDate",
+                                   "priceTick",
+                                   "volumeMultiple",
+                                   "lotSize",
+                                   "underlyingCode",
+                                   "strikePrice",
+                                   "mainContractFlag",
+                                   "combinedConnectFlags",
+                                   "currency"};
+constexpr std::array kKnownFields{"platformCode",     "spellName",  "englishName",        "productName",
+                                  "underlyingMarket", "optionType", "preSettlementPrice", "preOpenInterest"};
 
-/// A field as the page shows it, without a value that says nothing and with a basket as the number of its components.
-Cell shownCell(const Field& field, const mxservice::IData& record) {
-    const Cell cell = field.isDefault(record) ? Cell() : cellOf(field, record);
-    const auto* const basket = std::get_if<Basket>(&cell);
-    return basket == nullptr ? cell : static_cast<std::int64_t>((*basket)->size());
+bool given(const Field& field, const std::vector<RecordPtr>& records) {
+    return std::any_of(records.begin(), records.end(),
+                       [&](const RecordPtr& record) { return !field.isDefault(*record); });
 }
 
-/// A row of a table that is made of a record.
-struct Line {
-    std::string first;
-    RecordPtr record;
-};
+/// The field of each of the records, which the column shares. A basket is the number of its components.
+ReportColumn fieldColumn(const Field& field, const std::shared_ptr<const std::vector<RecordPtr>>& records) {
+    return {field.name(), meaningOf(records->front()->recordType(), field),
+            [&field, records](std::string& json, std::size_t row) {
+                const mxservice::IData& record = *(*records)[row];
+                if (field.isDefault(record)) {
+                    json += "null";
+                } else if (field.kind() == mxservice::FieldKind::Components) {
+                    json += std::to_string(field.in<mxservice::ComponentMap>(record).size());
+                } else {
+                    appendJsonField(json, field, record);
+                }
+            }};
+}
 
-/// The records with the columns that their lists show, behind a first column.
-Table recordTable(const char* firstColumn, const std::vector<Line>& lines) {
-    Table table;
-    std::vector<RecordPtr> records;
-    records.reserve(lines.size());
-    for (const Line& line : lines) {
-        records.push_back(line.record);
-    }
-    if (records.empty()) {
-        return table;
-    }
-    const std::vector<const Field*> fields = Output::usualFields(records);
-    table.columns.emplace_back(firstColumn);
-    for (const Field* const field : fields) {
-        table.columns.push_back(field->name());
-    }
-    for (const Line& line : lines) {
-        std::vector<Cell>& row = table.rows.emplace_back();
-        row.emplace_back(line.first);
-        for (const Field* const field : fields) {
-            row.push_back(shownCell(*field, *line.record));
+ReportColumn textColumn(const char* name, const char* meaning, std::function<std::string(std::size_t)> text) {
+    return {name, meaning,
+            [text = std::move(text)](std::string& json, std::size_t row) { appendJsonString(json, text(row)); }};
+}
+
+/// Puts the columns of all other fields that any record has to the details.
+void addDetails(ReportTable& table, const std::shared_ptr<const std::vector<RecordPtr>>& records) {
+    const auto shown = [&](const Field& field) {
+        const auto named = [&](const ReportColumn& column) { return column.name == field.name(); };
+        return std::any_of(table.listed.begin(), table.listed.end(), named) ||
+               std::any_of(table.known.begin(), table.known.end(), named);
+    };
+    for (const Field& field : records->front()->recordType().fields()) {
+        if (!shown(field) && given(field, *records)) {
+            table.details.push_back(fieldColumn(field, records));
         }
     }
-    return table;
 }
 
 template <class Map>
-Table byKey(const Map& records) {
-    std::vector<Line> lines;
-    lines.reserve(records.size());
-    for (const auto& [key, record] : records) {
-        lines.push_back({key, record});
+ReportTable byKey(ReportTable table, const Map& kept) {
+    if (kept.empty()) {
+        return table;
     }
-    return recordTable("key", lines);
+    auto keys = std::make_shared<std::vector<std::string>>();
+    auto records = std::make_shared<std::vector<RecordPtr>>();
+    for (const auto& [key, record] : kept) {
+        keys->push_back(key);
+        records->push_back(record);
+    }
+    table.rows = records->size();
+    table.listed.push_back(
+        textColumn("name", "display name", [records](std::size_t row) { return nameOf(*(*records)[row]); }));
+    table.listed.push_back(textColumn("key", "the key under which the center keeps the record",
+                                      [keys](std::size_t row) { return (*keys)[row]; }));
+    // A name or key that is a field of the class, too, stands in the list once.
+    const auto repeats = [&](const Field& field) {
+        std::size_t row = 0;
+        return field.kind() == mxservice::FieldKind::Text &&
+               std::all_of(records->begin(), records->end(), [&](const RecordPtr& record) {
+                   const auto& text = field.in<std::string>(*record);
+                   return text == (*keys)[row++] || text == nameOf(*record);
+               });
+    };
+    for (const Field* const field : Output::usualFields(*records)) {
+        if (!repeats(*field)) {
+            table.listed.push_back(fieldColumn(*field, records));
+        }
+    }
+    addDetails(table, records);
+    return table;
 }
 
-/// Every instrument with the market under which it is filed.
-Table instrumentTable(Session& session) {
-    std::vector<Line> lines;
-    for (const Filed& instrument : instrumentsOf(session.center, filedMarkets(session.day.markets))) {
-        lines.push_back({instrument.market, instrument.record});
+/// Every instrument, and the spelling of the names.
+ReportTable instrumentTable(Session& session, Spelling& spelling) {
+    ReportTable table{"instruments", "Instruments", "market=SH asks for a whole cell, lotSize= for an empty one.", "",
+                      false};
+    const auto filed =
+        std::make_shared<const std::vector<Filed>>(instrumentsOf(session.center, filedMarkets(session.day.markets)));
+    auto records = std::make_shared<std::vector<RecordPtr>>();
+    for (const Filed& instrument : *filed) {
+        records->push_back(instrument.record);
+        spelling.of(instrument.record->name);
     }
-    return recordTable(kFiledField, lines);
+    if (records->empty()) {
+        return table;
+    }
+    const mxservice::RecordType& type = CInstrumentDetail::table();
+    table.rows = records->size();
+    for (const char* const name : {"name", "code", "market"}) {
+        table.listed.push_back(fieldColumn(*type.find(name), records));
+    }
+    table.listed.push_back(textColumn("kind", "what it is, as the center sees it", [&session, filed](std::size_t row) {
+        return instrumentKind(session.center, (*filed)[row]);
+    }));
+    for (const char* const name : kListedFields) {
+        if (given(*type.find(name), *records)) {
+            table.listed.push_back(fieldColumn(*type.find(name), records));
+        }
+    }
+    table.listed.push_back(textColumn(kFiledField, "the market under which the center files it; with the code its key",
+                                      [filed](std::size_t row) { return (*filed)[row].market; }));
+    for (const char* const name : kKnownFields) {
+        table.known.push_back(fieldColumn(*type.find(name), records));
+    }
+    addDetails(table, records);
+    return table;
+}
+
+/// The table with those of its columns that are named, in that order, or as it is.
+ReportTable rowsOf(ReportTable table, Table answer, const std::vector<std::string>& columns = {}) {
+    const auto rows = std::make_shared<const Table>(std::move(answer));
+    table.rows = rows->rows.size();
+    for (const std::string& name : columns.empty() ? rows->columns : columns) {
+        const auto at = static_cast<std::size_t>(std::find(rows->columns.begin(), rows->columns.end(), name) -
+                                                 rows->columns.begin());
+        table.listed.push_back(
+            {name, "", [rows, at](std::string& json, std::size_t row) { appendJsonCell(json, rows->rows[row][at]); }});
+    }
+    return table;
 }
 
 Table basketTable(Session& session) {
@@ -129,49 +204,6 @@ Table connectTable(Session& session) {
     return table;
 }
 
-/// Puts the page's data together.
-class Page {
-public:
-    Page(std::string_view title, std::string_view subtitle) {
-        json_ = "{\"title\":";
-        appendJsonString(json_, title);
-        json_ += ",\"subtitle\":";
-        appendJsonString(json_, subtitle);
-        json_ += ",\"tables\":[";
-    }
-
-    void add(const Sheet& sheet, const Table& table) {
-        json_ += empty_ ? "" : ",";
-        empty_ = false;
-        json_ += fmt::format(R"({{"id":"{}","overview":{},"link":"{}","title":)", sheet.id, sheet.overview, sheet.link);
-        appendJsonString(json_, sheet.title);
-        json_ += ",\"note\":";
-        appendJsonString(json_, sheet.note);
-        json_ += ",\"columns\":";
-        appendJsonCell(json_, table.columns);
-        json_ += ",\"rows\":";
-        appendJsonArray(json_, table.rows, [this](const std::vector<Cell>& row) {
-            json_ += '\n';
-            appendJsonArray(json_, row, [this](const Cell& cell) { appendJsonCell(json_, cell); });
-        });
-        json_ += '}';
-    }
-
-    /// The whole page. No text of a record can end the block that holds the data: "<" is escaped in it.
-    std::string finish() && {
-        json_ += "]}";
-        boost::replace_all(json_, "<", "\\u003c");
-        std::string html = kReportPage;
-        // Once: a text among the data may say the same, and stays as it is.
-        boost::replace_first(html, "%DATA%", json_);
-        return html;
-    }
-
-private:
-    std::string json_;
-    bool empty_ = true;
-};
-
 Table mainsWithNames(Session& session) {
     const Table products = productTable(session);
     Table table{{"product", "market", "name", "listed", "mainContracts"}, {}};
@@ -187,37 +219,38 @@ Table mainsWithNames(Session& session) {
     return table;
 }
 
-void addTables(Session& session, Page& page) {
+void addTables(Session& session, ReportData& data, Spelling& spelling) {
     mxservice::IInstrumentCenter& center = session.center;
-    page.add({"markets", "Markets", "", "instruments/filed", true}, marketTable(session));
+    data.add(rowsOf({"markets", "Markets", "", "instruments/filed/market", true}, marketTable(session)));
     if (const auto& comparison = session.day.comparison) {
-        const std::string note =
-            fmt::format("Since {}, without the trading day itself. {}", comparison->before, comparison->note);
-        page.add({"changecounts", "Changes by catalogue", "", "", true}, changeCountTable(comparison->changes));
-        page.add({"changes", "Changes", note.c_str(), "", false}, changeTable(comparison->changes));
+        data.add(rowsOf({"changecounts", "Changes by catalogue", "", "", true}, changeCountTable(comparison->changes)));
+        data.add(
+            rowsOf({"changes", "Changes",
+                    fmt::format("Since {}, without the trading day itself. {}", comparison->before, comparison->note),
+                    "", false},
+                   changeTable(comparison->changes), {"name", "key", "change", "field", "old", "new", "catalogue"}));
     }
-    page.add({"instruments", "Instruments",
-              "Of several words all must occur, in any column; market=SH asks for a whole cell.", "", false},
-             instrumentTable(session));
-    page.add({"mains", "Main contracts", "By product.", "", false}, mainsWithNames(session));
-    page.add({"codes", "Codes of the day",
-              "New issues (ipo), depositary receipts (cdr), NEEQ inquiries (neeq), underlyings of stock options.", "",
-              false},
-             codeTable(session));
-    page.add({"spreads", "Dalian spreads", "", "", false}, spreadTable(session));
-    page.add({"connect", "Connect eligibility", "Hong Kong stocks that the connect markets reach.", "", false},
-             connectTable(session));
-    page.add({"etfs", "ETFs", "A row leads to the fund's basket.", "baskets/fund", false}, byKey(center.getEtfs()));
-    page.add({"baskets", "ETF baskets", "", "", false}, basketTable(session));
-    page.add({"bonds", "Interbank bonds", "", "", false}, byKey(center.getBonds()));
-    page.add({"tenderbonds", "Tender bonds", "", "", false}, byKey(center.getTrenderBondInfos()));
-    page.add({"counterparties", "Counterparties", "", "", false}, byKey(center.getCounterpartys()));
-    page.add({"otc", "OTC fund plans", "", "", false}, byKey(center.getOtcInstruments()));
-    page.add({"issuances", "OTC issuances", "", "", false}, byKey(center.getIssuanceInfos()));
+    data.add(instrumentTable(session, spelling));
+    data.add(rowsOf({"mains", "Main contracts", "By product.", "", false}, mainsWithNames(session)));
+    data.add(
+        rowsOf({"codes", "Codes of the day",
+                "New issues (ipo), depositary receipts (cdr), NEEQ inquiries (neeq), underlyings of stock options.", "",
+                false},
+               codeTable(session)));
+    data.add(rowsOf({"spreads", "Dalian spreads", "", "", false}, spreadTable(session)));
+    data.add(rowsOf({"connect", "Connect eligibility", "Hong Kong stocks that the connect markets reach.", "", false},
+                    connectTable(session)));
+    data.add(byKey({"etfs", "ETFs", "", "baskets/fund/key", false}, center.getEtfs()));
+    data.add(rowsOf({"baskets", "ETF baskets", "", "", false}, basketTable(session)));
+    data.add(byKey({"bonds", "Interbank bonds", "", "", false}, center.getBonds()));
+    data.add(byKey({"tenderbonds", "Tender bonds", "", "", false}, center.getTrenderBondInfos()));
+    data.add(byKey({"counterparties", "Counterparties", "", "", false}, center.getCounterpartys()));
+    data.add(byKey({"otc", "OTC fund plans", "", "", false}, center.getOtcInstruments()));
+    data.add(byKey({"issuances", "OTC issuances", "", "", false}, center.getIssuanceInfos()));
     // The other center keeps neither; an empty table would read as if the day had none.
     if (session.kind == CenterKind::Client) {
-        page.add({"outer", "Outer futures products", "", "", false}, outerTable(session));
-        page.add({"issuanceprices", "OTC price settings", "", "", false}, byKey(center.getIssuancePriceInfos()));
+        data.add(rowsOf({"outer", "Outer futures products", "", "", false}, outerTable(session)));
+        data.add(byKey({"issuanceprices", "OTC price settings", "", "", false}, center.getIssuancePriceInfos()));
     }
 }
 
@@ -228,15 +261,39 @@ std::string subtitleOf(const Session& session) {
                        session.kind == CenterKind::Server ? "in-memory" : "persisted");
 }
 
+/// Where the day came from and what of it was passed over.
+std::vector<std::string> sourcesOf(const Session& session) {
+    const Day& day = session.day;
+    std::vector<std::string> counts;
+    for (std::size_t i = 0; i < kCatalogues; ++i) {
+        if (day.read.records[i] > 0) {
+            counts.push_back(
+                fmt::format("{} {}", day.read.records[i], catalogueName(static_cast<SnapshotCatalogue>(i))));
+        }
+    }
+    std::vector<std::string> sources{
+        fmt::format("{}: {}", day.name, counts.empty() ? "no records" : fmt::format("{}", fmt::join(counts, ", ")))};
+    if (day.comparison) {
+        sources.push_back("compared with " + day.comparison->before);
+    }
+    sources.push_back(day.read.skipped == 0 ? "nothing was skipped"
+                                            : fmt::format("{} lines and files were skipped", day.read.skipped));
+    return sources;
+}
+
 }  // namespace
 
 void writeReport(Session& session, const Query& query) {
     const Day& day = session.day;
+    ReportData data;
+    Spelling spelling;
+    addTables(session, data, spelling);
     // Not the clock's day: a page is opened, and often made, long after the day that it shows.
-    Page page("Instruments of " + (day.today.empty() ? day.name : shownDay(day.today)), subtitleOf(session));
-    addTables(session, page);
+    data.describe("Instruments of " + (day.today.empty() ? day.name : shownDay(day.today)), subtitleOf(session),
+                  sourcesOf(session), day.read.remarks, spelling.readings());
     // Whole before the file is touched: until then a page of that name stays as it was.
-    const std::string html = std::move(page).finish();
+    std::string html = kReportPage;
+    boost::replace_first(html, "%DATA%", std::move(data).finish());
     errno = 0;
     std::ofstream file(pathOf(query.page), std::ios::binary);
     file << html;

@@ -1,5 +1,7 @@
 #include "tools/inscenter/Shell.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <exception>
@@ -7,6 +9,8 @@
 #include <memory>
 #include <new>
 #include <ostream>
+#include <sstream>
+#include <string_view>
 #include <utility>
 
 #include "tools/inscenter/FiledInstruments.h"
@@ -24,15 +28,64 @@ namespace {
 
 constexpr std::size_t kMostKeys = 200;  // more than anybody reads to choose from
 constexpr int kBadLine = 2;
+constexpr std::string_view kSql = "sql";
+
+/// Whether the line begins a statement that goes on until its semicolon: behind "sql" stands neither an option nor the
+/// whole statement as one quoted word.
+bool beginsStatement(const std::string& line) {
+    const std::size_t verb = line.find_first_not_of(" \t");
+    if (verb == std::string::npos || line.compare(verb, kSql.size(), kSql) != 0) {
+        return false;
+    }
+    const std::size_t end = verb + kSql.size();
+    const std::size_t next = line.find_first_not_of(" \t\r", end);
+    return end == line.size() || (next != end && (next == std::string::npos ||
+                                                  std::string_view("-'\"").find(line[next]) == std::string_view::npos));
+}
 
 class Shell {
 public:
-    Shell(const Command& settings, mxservice::IInstrumentCenter& center, const Day& day, std::ostream& out,
-          Console& console, std::ostream& err)
-        : settings_(settings), center_(center), day_(day), out_(out), console_(console), err_(err) {}
+    Shell(const Command& settings, LoadedDay& loaded, const std::function<void()>& reload, LineSource& lines,
+          std::ostream& out, Console& console, std::ostream& err)
+        : settings_(settings),
+          loaded_(loaded),
+          reload_(reload),
+          lines_(lines),
+          out_(out),
+          console_(console),
+          err_(err) {}
 
+    void run() {
+        std::string line;
+        for (bool more = true; more;) {
+            switch (lines_.next(line, !statement_.empty())) {
+                case LineSource::Next::Line:
+                    more = take(line);
+                    break;
+                case LineSource::Next::GivenUp:
+                    statement_.clear();
+                    break;
+                case LineSource::Next::End:
+                    // Nothing can follow, so the semicolon is no longer needed to tell the end.
+                    if (!statement_.empty() && takeStatement(";") && !statement_.empty()) {
+                        console_.message("the last statement has no end");
+                        note(kBadLine);
+                    }
+                    return;
+            }
+        }
+    }
+
+    int exitCode() const { return exitCode_; }
+    /// What was typed of a statement on the lines before.
+    const std::string& statement() const { return statement_; }
+
+private:
     /// Answers one line; false when it asks to leave.
     bool take(const std::string& line) {
+        if (!statement_.empty() || beginsStatement(line)) {
+            return takeStatement(line);
+        }
         auto taken = shellLine(line);
         if (!taken) {
             console_.message("a quotation is not closed");
@@ -46,16 +99,71 @@ public:
         if (words == std::vector<std::string>{"quit"} || words == std::vector<std::string>{"exit"}) {
             return false;
         }
-        note(answer(std::move(*taken)));
+        return answered(words.front() == "format"                     ? setFormat(words)
+                        : words == std::vector<std::string>{"reload"} ? reload()
+                                                                      : answer(std::move(*taken)));
+    }
+
+    /// The same of a line of statements. What stands behind the last semicolon are words of the command again.
+    bool takeStatement(const std::string& line) {
+        statement_ += line + '\n';
+        const std::size_t begin = statement_.find(kSql) + kSql.size();
+        for (std::size_t end = statement_.rfind(';'); end != std::string::npos && end >= begin;
+             end = end == 0 ? std::string::npos : statement_.rfind(';', end - 1)) {
+            std::string text = statement_.substr(begin, end + 1 - begin);
+            auto behind = Sql::isComplete(text) ? shellLine(statement_.substr(end + 1, statement_.size() - end - 2))
+                                                : std::nullopt;
+            // Options of the command or a file; anything else begins a further statement.
+            if (behind && (behind->words.empty() || behind->words.front().starts_with('-') || behind->file == 0U)) {
+                statement_.clear();
+                text.erase(0, std::min(text.find_first_not_of(" \t\r\n"), text.size()));
+                behind->words.insert(behind->words.begin(), {std::string(kSql), std::move(text)});
+                behind->file = behind->file ? std::optional(*behind->file + 2) : std::nullopt;
+                return answered(answer(std::move(*behind)));
+            }
+        }
+        return true;
+    }
+
+    // The first counts: what goes wrong later often follows from it.
+    void note(int code) { exitCode_ = exitCode_ == 0 ? code : exitCode_; }
+
+    bool answered(int code) {
+        note(code);
         out_.flush();
         return static_cast<bool>(out_);  // where nobody can read answers, no more are asked for
     }
 
-    int exitCode() const { return exitCode_; }
+    int setFormat(const std::vector<std::string>& words) {
+        const auto format = words.size() == 2 ? formatNamed(words.back()) : std::nullopt;
+        if (!format) {
+            console_.message("format table, json, jsonl or csv");
+            return kBadLine;
+        }
+        settings_.format = *format;
+        return 0;
+    }
 
-private:
-    // The first counts: what goes wrong later often follows from it.
-    void note(int code) { exitCode_ = exitCode_ == 0 ? code : exitCode_; }
+    int reload() {
+        return guarded([this] {
+            reload_();
+            console_.message(fmt::format("{} instruments read", loaded_.day.records->instruments.size()));
+            return 0;
+        });
+    }
+
+    template <class Work>
+    int guarded(const Work& work) {
+        try {
+            return work();
+        } catch (const std::bad_alloc&) {
+            console_.message("out of memory");
+        } catch (const std::exception& failure) {
+            // Interrupted is one of them: it ends the answer and not the shell.
+            console_.message(failure.what());
+        }
+        return kBadLine;
+    }
 
     int answer(ShellLine line) {
         std::string file;
@@ -72,22 +180,28 @@ private:
         if (!command) {
             return code;
         }
-        try {
-            return line.file ? answerInto(file, line.append, *command) : answer(*command, out_);
-        } catch (const std::bad_alloc&) {
-            console_.message("out of memory");
-        } catch (const std::exception& failure) {
-            // Interrupted is one of them: it ends the answer and not the shell.
-            console_.message(failure.what());
-        }
-        return kBadLine;
+        return guarded([&] { return line.file ? answerInto(file, line.append, *command) : answerOnScreen(*command); });
     }
 
-    int answer(const Command& command, std::ostream& out) {
-        Output output(out, command.format, screenOf(out));
-        Session session{center_, settings_.center, day_, output, console_};
+    int answerOnScreen(const Command& command) {
+        const Screen screen = screenOf(out_);
+        if (!lines_.hasPages()) {
+            return answer(command, out_, screen);
+        }
+        // Whole before it is shown: how long it is decides where.
+        std::ostringstream text;
+        const int code = answer(command, text, screen);
+        if (!lines_.show(text.str())) {
+            out_ << text.str();
+        }
+        return code;
+    }
+
+    int answer(const Command& command, std::ostream& out, const Screen& screen) {
+        Output output(out, command.format, screen);
+        Session session{*loaded_.center, settings_.center, loaded_.day, output, console_};
         command.verb(session, command.query);
-        return session.missing ? 1 : 0;
+        return session.failed ? kBadLine : session.missing ? 1 : 0;
     }
 
     /// The file is touched once the line makes sense, so that a slip of the pen does not empty it.
@@ -95,23 +209,25 @@ private:
         errno = 0;
         std::ofstream file(pathOf(name), std::ios::binary | (append ? std::ios::app : std::ios::trunc));
         requireWritten(file, name);
-        const int code = answer(command, file);
+        const int code = answer(command, file, {});
         file.close();
         requireWritten(file, name);
         return code;
     }
 
-    const Command& settings_;
-    mxservice::IInstrumentCenter& center_;
-    const Day& day_;
+    Command settings_;
+    LoadedDay& loaded_;
+    const std::function<void()>& reload_;
+    LineSource& lines_;
     std::ostream& out_;
     Console& console_;
     std::ostream& err_;
+    std::string statement_;
     int exitCode_ = 0;
 };
 
 std::vector<std::string> verbNames() {
-    std::vector<std::string> names{"help", "quit"};
+    std::vector<std::string> names{"format", "help", "quit", "reload"};
     for (const VerbLine& verb : kVerbs) {
         names.emplace_back(verb.name);
     }
@@ -178,7 +294,7 @@ std::vector<std::string> candidates(const std::vector<std::string>& before, cons
         return verbNames();
     }
     const std::string& last = before.back();
-    if (last == "--format") {
+    if (last == "--format" || (before.size() == 1 && last == "format")) {
         return {"csv", "json", "jsonl", "table"};
     }
     const auto verb =
@@ -201,16 +317,28 @@ std::vector<std::string> candidates(const std::vector<std::string>& before, cons
     return keys ? keysBeginning(word, center, day) : optionNames(before.front());
 }
 
+/// Tables and columns, behind whatever of an expression stands before them in the word.
+std::vector<std::string> namesIn(const Sql& sql, const std::string& word) {
+    const std::string before = word.substr(0, word.find_last_of(".,(=<>|+-*/") + 1);
+    std::vector<std::string> names = sql.names();
+    for (std::string& name : names) {
+        name.insert(0, before);
+    }
+    return names;
+}
+
 }  // namespace
 
 std::vector<std::string> shellCompletions(const std::string& line, const std::string& word,
                                           mxservice::IInstrumentCenter& center, const Day& day) {
     std::vector<std::string> fitting;
+    const bool statement =
+        day.sql && beginsStatement(line + word) && line.find_first_not_of(" \t") != std::string::npos;
     const ShellLine taken = shellLine(line).value_or(ShellLine());
-    if (taken.file) {  // names of files are the system's, and none of what is known here
+    if (taken.file && !statement) {  // names of files are the system's, and none of what is known here
         return fitting;
     }
-    for (std::string& candidate : candidates(taken.words, word, center, day)) {
+    for (std::string& candidate : statement ? namesIn(*day.sql, word) : candidates(taken.words, word, center, day)) {
         if (candidate.starts_with(word)) {
             fitting.push_back(std::move(candidate));
         }
@@ -218,25 +346,25 @@ std::vector<std::string> shellCompletions(const std::string& line, const std::st
     return fitting;
 }
 
-int runShell(const Command& settings, mxservice::IInstrumentCenter& center, const Day& day, std::ostream& out,
+int runShell(const Command& settings, LoadedDay& loaded, const std::function<void()>& reload, std::ostream& out,
              Console& console, std::ostream& err) {
-    Shell shell(settings, center, day, out, console, err);
     // Both: with either end in a pipe a prompt would stand among the answers, or wait for keys that nobody types.
     const bool prompt = terminalOf(Standard::Input) && isTerminal(out);
     std::unique_ptr<LineSource> lines;
+    const Shell* typed = nullptr;
     if (prompt) {
         const std::size_t columns = screenOf(out).columns;
         const std::string banner = std::string("Type a command, \"help\" for the list, or \"quit\". ") + Prompt::keys();
         out << (columns == 0 ? banner + '\n' : wrapped(banner, columns)) << std::flush;
         lines = std::make_unique<Prompt>([&](const std::string& line, const std::string& word) {
-            return shellCompletions(line, word, center, day);
+            return shellCompletions(typed->statement() + line, word, *loaded.center, loaded.day);
         });
     } else {
         lines = std::make_unique<PlainLines>();
     }
-    std::string line;
-    while (lines->next(line) && shell.take(line)) {
-    }
+    Shell shell(settings, loaded, reload, *lines, out, console, err);
+    typed = &shell;
+    shell.run();
     return prompt ? 0 : shell.exitCode();  // who sits at a prompt has seen what went wrong
 }
 

@@ -3,6 +3,15 @@
 #include <utility>
 
 namespace inscenter {
+namespace {
+
+/// Whether what follows a backslash begins with a character that means something here. Before any other a backslash
+/// stands for itself: paths of Windows are full of them.
+bool isSpecial(std::string_view next) {
+    return next.find_first_of(" \t'\"\\>#") == 0;
+}
+
+}  // namespace
 
 std::optional<ShellLine> shellLine(std::string_view line) {
     ShellLine taken;
@@ -12,7 +21,7 @@ std::optional<ShellLine> shellLine(std::string_view line) {
     char quote = '\0';
     for (std::size_t i = 0; i < line.size(); ++i) {
         const char character = line[i];
-        if (character == '\\' && quote != '\'' && i + 1 < line.size()) {
+        if (character == '\\' && quote != '\'' && isSpecial(line.substr(i + 1))) {
             word += line[++i];
             begun = true;
         } else if (quote != '\0') {

@@ -15,9 +15,10 @@ struct ShellLine {
     bool append = false;              ///< it was ">>"
 };
 
-/// Takes a line apart as a shell does: blanks separate, '...' and "..." keep them, a backslash takes the next character
-/// as it is (not within '...'). A ">" that begins a word is none of the words; within a word, as in a condition, it is
-/// like any other character. Nothing when a quotation is not closed.
+/// Takes a line apart as a shell does: blanks separate, '...' and "..." keep them, a backslash takes a
+/// blank, a quotation mark, ">", "#" or another backslash as it is (not within '...'). A ">" that begins a word is none
+/// of the words; within a word, as in a condition, it is like any other character. Nothing when a quotation is not
+/// closed.
 std::optional<ShellLine> shellLine(std::string_view line);
 
 }  // namespace inscenter

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <iostream>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "tools/inscenter/FeedVerbs.h"
@@ -43,17 +44,23 @@ std::string unknownKeys(const std::vector<SnapshotIssue>& issues, std::size_t& a
                        fmt::join(keys, ", "), more ? ", ..." : "");
 }
 
-void report(const std::vector<SnapshotIssue>& issues, Console& console) {
+/// Answers what it has said.
+std::vector<std::string> report(const std::vector<SnapshotIssue>& issues, Console& console) {
+    std::vector<std::string> remarks;
     for (std::size_t i = 0; i < issues.size(); ++i) {
         const SnapshotIssue& issue = issues[i];
         if (issue.kind == SnapshotIssueKind::KeyUnknown) {
-            console.message(unknownKeys(issues, i));
+            remarks.push_back(unknownKeys(issues, i));
             continue;
         }
         const std::string place = issue.line == 0 ? issue.file : fmt::format("{}:{}", issue.file, issue.line);
         const std::string field = issue.field.empty() ? "" : fmt::format("field {}: ", issue.field);
-        console.message(fmt::format("{}: {}{}", place, field, issue.reason));
+        remarks.push_back(fmt::format("{}: {}{}", place, field, issue.reason));
     }
+    for (const std::string& remark : remarks) {
+        console.message(remark);
+    }
+    return remarks;
 }
 
 Snapshot readFrom(const std::string& directory, const SnapshotReadOptions& options) {
@@ -79,9 +86,9 @@ Snapshot readFrom(const std::string& directory, const SnapshotReadOptions& optio
     });
     // Before the others are named: one sentence says more than a line about each database.
     if (directory != kStandardInput && onlyOthers && looksLikeStore(directory)) {
-        throw UnreadableInput(
-            fmt::format("{}: is a store, not a snapshot; the commands \"store\" look into it, and \"diff\" compares it",
-                        directory));
+        throw UnreadableInput(fmt::format(
+            "{}: is a store, not a snapshot; --store in the place of --data asks it, and \"diff\" compares it",
+            directory));
     }
     report(failure.issues, console);
     throw UnreadableInput(directory == kStandardInput ? "standard input holds no record" : failure.what());
@@ -127,12 +134,12 @@ ReadReport readSnapshot(const std::string& directory, Snapshot& snapshot, Consol
         giveUp(directory, failure, console);
     }
     console.end();
-    report(snapshot.issues, console);
+    std::vector<std::string> remarks = report(snapshot.issues, console);
     // A pipe without a record is mostly that of a program that failed; a file may well be empty.
     if (directory == kStandardInput && snapshot.instruments.empty()) {
         throw UnreadableInput("standard input holds no record");
     }
-    ReadReport read{snapshot.recordsRead, snapshot.skippedLines + snapshot.skippedFiles, 0};
+    ReadReport read{snapshot.recordsRead, snapshot.skippedLines + snapshot.skippedFiles, 0, std::move(remarks)};
     read.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
     return read;
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "snapshot/Snapshot.h"
 #include "tools/inscenter/Console.h"
@@ -30,6 +31,7 @@ struct ReadReport {
     std::array<std::uint64_t, kCatalogues> records{};  ///< by catalogue
     std::uint64_t skipped = 0;                         ///< lines and files that were passed over
     double seconds = 0;
+    std::vector<std::string> remarks;  ///< what was reported on the console of what could not be used
 };
 
 /// The directory as messages name it: "standard input" for "-".

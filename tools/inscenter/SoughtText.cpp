@@ -148,7 +148,10 @@ std::optional<int> SoughtText::rankOf(const Needle& needle, const FindTexts& tex
     if (!needle.pinyin.empty()) {
         best.offerAnywhere(texts.initials.empty() ? std::string_view(spelled.initials) : texts.initials, needle.text,
                            Sort::Spelling);
-        best.offerAnywhere(spelled.pinyin, needle.pinyin, Sort::Spelling, true);
+        best.offerAnywhere(spelled.pinyin, needle.text, Sort::Spelling, true);
+        if (needle.pinyin != needle.text) {
+            best.offerAnywhere(spelled.pinyin, needle.pinyin, Sort::Spelling, true);
+        }
     }
     for (const std::string_view text : texts.otherNames) {
         best.offerAnywhere(text, needle.text, Sort::OtherName);

@@ -83,6 +83,8 @@ Spelled Spelling::of(std::string_view name) {
                 taken = word->first.size();
             } else if (!letter.reading.empty()) {
                 add(letter.reading);
+            } else {
+                together = false;
             }
         } else {
             together = false;

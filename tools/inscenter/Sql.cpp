@@ -15,6 +15,7 @@
 #include "tools/inscenter/FoldedText.h"
 #include "tools/inscenter/Interruption.h"
 #include "tools/inscenter/NearNames.h"
+#include "tools/inscenter/Utf8.h"
 
 namespace inscenter {
 namespace {
@@ -103,7 +104,13 @@ public:
     std::vector<std::string> columns() const {
         std::vector<std::string> names;
         for (int i = 0; i < sqlite3_column_count(statement_); ++i) {
-            names.emplace_back(sqlite3_column_name(statement_, i));
+            const std::string given = sqlite3_column_name(statement_, i);
+            std::string name = given;
+            // Of two members with one name readers of JSON take one, and nobody would miss the other.
+            for (int n = 2; std::find(names.begin(), names.end(), name) != names.end(); ++n) {
+                name = fmt::format("{}_{}", given, n);
+            }
+            names.push_back(std::move(name));
         }
         return names;
     }
@@ -151,15 +158,14 @@ void Sql::Close::operator()(sqlite3* connection) const {
     sqlite3_close_v2(connection);
 }
 
-Sql::Sql(const Snapshot& day, const Snapshot* old) : tables_(tablesOf(day)) {
+Sql::Sql(Tables tables, Tables old) : tables_(std::move(tables)), oldTables_(std::move(old)) {
     sqlite3* opened = nullptr;
     int code = sqlite3_open(":memory:", &opened);
     connection_.reset(opened);
     if (code == SQLITE_OK) {
         code = addTables(*opened, kDay, tables_);
     }
-    if (code == SQLITE_OK && old != nullptr) {
-        oldTables_ = tablesOf(*old);
+    if (code == SQLITE_OK && !oldTables_.empty()) {
         execute("attach ':memory:' as old");
         code = addTables(*opened, kOld, oldTables_);
     }
@@ -237,14 +243,14 @@ void Sql::execute(const std::string& statement) {
 }
 
 void Sql::save(const std::string& file) {
-    const fs::path wanted(file);
+    const fs::path wanted = pathOf(file);
     const fs::path written =
-        wanted.parent_path() / fmt::format(".{}.{:08x}", wanted.filename().string(), std::random_device()());
+        wanted.parent_path() / pathOf(fmt::format(".{}.{:08x}", textOf(wanted.filename()), std::random_device()()));
     sqlite3_set_authorizer(connection_.get(), nullptr, nullptr);
     std::string failure;
     try {
         const std::unique_ptr<char, void (*)(void*)> attach(
-            sqlite3_mprintf("attach %Q as written", written.string().c_str()), sqlite3_free);
+            sqlite3_mprintf("attach %Q as written", textOf(written).c_str()), sqlite3_free);
         execute(attach.get());
         // Whoever is stopped over it loses a file that nobody has seen yet; so no journal.
         execute("pragma written.journal_mode = off; begin");

@@ -29,8 +29,11 @@ public:
 /// changes it. Not for several threads.
 class Sql {
 public:
-    /// The days must outlive it; their records must not be changed meanwhile. `old` may be null.
-    Sql(const Snapshot& day, const Snapshot* old);
+    /// The records must not be changed meanwhile. `old` may be null.
+    Sql(const Snapshot& day, const Snapshot* old) : Sql(tablesOf(day), old == nullptr ? Tables() : tablesOf(*old)) {}
+    /// The same of any tables.
+    using Tables = std::vector<SqlTable>;
+    explicit Sql(Tables tables, Tables old = {});
     ~Sql();
     Sql(const Sql&) = delete;
     Sql& operator=(const Sql&) = delete;
@@ -56,8 +59,8 @@ private:
     void execute(const std::string& statement);
     [[noreturn]] void fail(const std::string& text, std::size_t begin);
 
-    std::vector<SqlTable> tables_;
-    std::vector<SqlTable> oldTables_;
+    Tables tables_;
+    Tables oldTables_;
     struct Close {
         void operator()(sqlite3* connection) const;
     };

@@ -238,7 +238,7 @@ SqlTable::SqlTable(std::string name, const mxservice::RecordType& type, Rows row
         const bool indexed = field.kind() == FieldKind::Text && isIdentifier(field.name());
         columns_.push_back({field.name(), Kind::Field, &field, indexed});
     }
-    if (type.find("platformCode") != nullptr) {  // instruments and fund plans
+    if (type.find("platformCode") != nullptr && type.find(kFiledField) == nullptr) {  // instruments and fund plans
         columns_.push_back({kFiledField, Kind::Filed, nullptr, true});
     }
     indexes_.resize(columns_.size());

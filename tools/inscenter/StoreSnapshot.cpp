@@ -75,10 +75,15 @@ public:
     Documents(const Documents&) = delete;
     Documents& operator=(const Documents&) = delete;
 
-    bool add(std::string_view stored, std::string_view bytes) {
+    /// `once`: not those under another key than the record's own. A fund is stored under each of its two codes.
+    bool add(std::string_view stored, std::string_view bytes, bool once = false) {
         std::string problem;
         auto record = recordOf(directory_, DocumentKey(stored), bytes, problem);
         if (problem.empty()) {
+            if (once && catalogue_ == SnapshotCatalogue::Etfs &&
+                DocumentKey(stored).key != std::to_string(utils::hash(record->getKey()))) {
+                return true;
+            }
             // Without a problem the document is of the class that the catalogue takes for granted.
             snapshot_.add(catalogue_, std::move(record));
         } else if (++skipped_ <= kShownDocuments) {
@@ -141,13 +146,18 @@ std::size_t readStoredSnapshot(const std::string& root, Snapshot& snapshot, Cons
     for (const DatabaseDirectory& directory : directoriesOf(root)) {
         const std::optional<SnapshotCatalogue> catalogue = catalogueOf(directory);
         const auto database = catalogue ? reader.open(directory) : nullptr;
+        if (catalogue && !directory.fileBytes) {
+            // A load makes both at once, so somebody has taken the file away.
+            console.message(directory.name + ": has lost its data.mdb");
+            ++skipped;
+        }
         if (!database) {
             continue;
         }
         console.begin("reading " + directory.name, 0);
         Documents documents(directory, *catalogue, snapshot, console);
         reader.scan(directory, *database, {},
-                    [&](std::string_view key, std::string_view bytes) { return documents.add(key, bytes); });
+                    [&](std::string_view key, std::string_view bytes) { return documents.add(key, bytes, true); });
         skipped += documents.skipped();
     }
     console.end();

@@ -3,8 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <map>
 #include <memory>
@@ -13,8 +15,10 @@
 
 #include "platform/bson/BSONObj.h"
 #include "platform/record/RecordType.h"
+#include "platform/utils/Utils.h"
 #include "tools/inscenter/DocumentCheck.h"
 #include "tools/inscenter/RecordText.h"
+#include "tools/inscenter/Snapshot.h"
 #include "tools/inscenter/StoreDirectory.h"
 #include "tools/inscenter/StoreReader.h"
 
@@ -25,6 +29,10 @@ using persist::StoreDatabase;
 using persist::StoreStatus;
 
 constexpr const char* kEmptyStore = "no databases: the store is empty";
+
+StoreOutcome outcome(bool good) {
+    return good ? StoreOutcome::Good : StoreOutcome::Bad;
+}
 
 /// The databases that the query names. Those set aside are read only where they are named.
 std::vector<DatabaseDirectory> asked(const StoreQuery& query) {
@@ -94,8 +102,8 @@ std::vector<Cell> listRow(const DatabaseDirectory& directory, const Measures* me
 }
 
 /// One row a database: of what a sweep over it counts, or of nothing where it cannot be read or is set aside.
-bool tellDatabases(const StoreQuery& query, Output& output, Console& console, Table table, bool classes,
-                   std::vector<Cell> (*rowOf)(const DatabaseDirectory&, const Measures*)) {
+StoreOutcome tellDatabases(const StoreQuery& query, Output& output, Console& console, Table table, bool classes,
+                           std::vector<Cell> (*rowOf)(const DatabaseDirectory&, const Measures*)) {
     StoreReader reader(console);
     for (const DatabaseDirectory& directory : asked(query)) {
         console.begin("reading " + directory.name, 0);
@@ -113,7 +121,7 @@ bool tellDatabases(const StoreQuery& query, Output& output, Console& console, Ta
     }
     console.end();
     output.table(table, kEmptyStore);
-    return !reader.failed();
+    return outcome(!reader.failed());
 }
 
 /// One document as a line: {"database":...,"key":...,"field":...,"document":...}, "database" where `database` is not
@@ -199,14 +207,77 @@ bool dumpDatabase(const StoreQuery& query, const DatabaseDirectory& directory, S
     return good;
 }
 
+/// A key as logs and stores show it, in decimal, or in hexadecimal behind "0x" or with letters among its digits.
+std::uint64_t numberOf(std::string_view word) {
+    std::uint64_t number = 0;
+    const auto reads = [&](std::string_view digits, int base) {
+        const auto [end, failure] = std::from_chars(digits.data(), digits.data() + digits.size(), number, base);
+        return failure == std::errc() && end == digits.data() + digits.size();
+    };
+    const bool hex = word.starts_with("0x") || word.starts_with("0X");
+    if (!(hex ? reads(word.substr(2), 16) : reads(word, 10) || reads(word, 16))) {
+        throw UnreadableInput(fmt::format("\"{}\" is no key: 64 bits, in decimal or hexadecimal", word));
+    }
+    return number;
+}
+
+/// Adds what the number is the key of in the database.
+void addMeanings(std::uint64_t number, const DatabaseDirectory& directory, StoreDatabase& database, StoreReader& reader,
+                 Table& table) {
+    const std::string stored = std::to_string(number);
+    const auto add = [&](const char* what, std::string_view bytes) {
+        const auto record = bytes.empty() ? nullptr : mxservice::TypeManager::instance()->parse(bytes, nullptr);
+        table.rows.push_back({record ? Cell(record->getKey()) : Cell(), record ? Cell(nameOf(*record)) : Cell(), stored,
+                              std::string(what), directory.name, fmt::format("0x{:016x}", number)});
+        return false;  // of a field's documents the first will do
+    };
+    if (!directory.market.empty() && utils::hash(directory.market) == number) {
+        add("market", {});
+    }
+    reader.check(directory, database.get(stored, [&](std::string_view, std::string_view bytes) {
+        return add("document", bytes);
+    }));
+    reader.scan(directory, database, stored + persist::kFieldSeparator,
+                [&](std::string_view, std::string_view bytes) { return add("field", bytes); });
+}
+
 }  // namespace
 
-bool listStore(const StoreQuery& query, Output& output, Console& console) {
+StoreOutcome explainKeys(const StoreQuery& query, Output& output, Console& console) {
+    const bool known = !query.root.empty();
+    const std::string& root = known ? query.root : query.words.front();
+    std::vector<std::uint64_t> numbers;
+    std::transform(query.words.begin() + (known ? 0 : 1), query.words.end(), std::back_inserter(numbers), numberOf);
+    StoreReader reader(console);
+    Table table{{"key", "name", "number", "what", "database", "hex"}, {}};
+    std::vector<std::size_t> found(numbers.size());
+    for (const DatabaseDirectory& directory : directoriesOf(root)) {
+        const auto database = directory.kind == DirectoryKind::SetAside ? nullptr : reader.open(directory);
+        for (std::size_t i = 0; database && i < numbers.size(); ++i) {
+            const std::size_t before = table.rows.size();
+            addMeanings(numbers[i], directory, *database, reader, table);
+            found[i] += table.rows.size() - before;
+        }
+    }
+    bool missing = false;
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        if (found[i] == 0) {
+            missing = true;
+            console.message(fmt::format("{}: no key in this store", numbers[i]));
+        }
+    }
+    if (!table.rows.empty() || output.format() != Format::Table) {
+        output.table(table, "");
+    }
+    return reader.failed() ? StoreOutcome::Bad : missing ? StoreOutcome::Missing : StoreOutcome::Good;
+}
+
+StoreOutcome listStore(const StoreQuery& query, Output& output, Console& console) {
     const Table table{{"database", "kind", "documents", "subDocuments", "fileBytes"}, {}};
     return tellDatabases(query, output, console, table, false, listRow);
 }
 
-bool dumpStore(const StoreQuery& query, Output& output, Console& console) {
+StoreOutcome dumpStore(const StoreQuery& query, Output& output, Console& console) {
     const bool all = query.database.empty();
     const std::vector<DatabaseDirectory> directories = asked(query);
     StoreReader reader(console);
@@ -236,10 +307,10 @@ bool dumpStore(const StoreQuery& query, Output& output, Console& console) {
     if (directories.empty()) {
         output.note(kEmptyStore);
     }
-    return good && !reader.failed();
+    return outcome(good && !reader.failed());
 }
 
-bool verifyStore(const StoreQuery& query, Output& output, Console& console) {
+StoreOutcome verifyStore(const StoreQuery& query, Output& output, Console& console) {
     StoreReader reader(console);
     Table table{{"database", "field", "key", "problem"}, {}};
     std::int64_t documents = 0;
@@ -266,15 +337,15 @@ bool verifyStore(const StoreQuery& query, Output& output, Console& console) {
     console.end();
     if (directories.empty()) {
         output.note(kEmptyStore);
-        return true;
+        return StoreOutcome::Good;
     }
     const char* const unread = documents > 0 ? "every document that could be read is good" : "nothing could be read";
     output.table(table, reader.failed() ? unread : "every document is good");
     output.note(fmt::format("{} documents in {} databases read, {} bad", documents, databases, table.rows.size()));
-    return table.rows.empty() && !reader.failed();
+    return outcome(table.rows.empty() && !reader.failed());
 }
 
-bool measureStore(const StoreQuery& query, Output& output, Console& console) {
+StoreOutcome measureStore(const StoreQuery& query, Output& output, Console& console) {
     const Table table{{"database", "documents", "subDocuments", "fileBytes", "bytes", "minBytes", "averageBytes",
                        "maxBytes", "classes"},
                       {}};

@@ -73,8 +73,8 @@ std::string settleToday(const Command& command, const Snapshot& snapshot, Consol
         return command.today;
     }
     std::string day = tradingDayOf(snapshot);
+    utils::setToday(day);  // also to none: a day before it may have had one
     if (!day.empty()) {
-        utils::setToday(day);
         console.message(fmt::format("today is {}, the trading day of the records; --today names another", day));
     }
     return day;
@@ -115,21 +115,20 @@ Side readDay(const Command& command, ReadReport& read, Console& console) {
     return side;
 }
 
-/// Reads the day, into the center if it is asked, which alone holds the records then: but for verbs that ask the
-/// records themselves.
-Day loadDay(const Command& command, mxservice::IInstrumentCenter& center, Console& console) {
+/// Reads the day, into a center if it is asked, which alone holds the records then: but for verbs that ask the records
+/// themselves. What is loaded already stays as it is when that throws.
+void loadDay(const Command& command, LoadedDay& loaded, Console& console) {
     Day day;
     Side today = readDay(command, day.read, console);
     day.name = today.name;
     // Now and not at the first question: which issues are new is decided while the center is loaded.
     day.today = settleToday(command, today.records, console);
-    const bool keepsRecords = command.asksRecords || command.task == Task::Shell;
     std::optional<Side> before;
     if (!command.query.against.empty()) {
         before = readSide(command.query.against, console);
         day.read.skipped += before->skipped;
     }
-    if (keepsRecords) {
+    if (command.asksRecords || command.task == Task::Shell) {
         day.records = std::make_shared<Snapshot>(today.records);
         day.sql = std::make_shared<Sql>(*day.records, before ? &before->records : nullptr);
         separate(today.records);
@@ -139,11 +138,15 @@ Day loadDay(const Command& command, mxservice::IInstrumentCenter& center, Consol
     }
     // Before the load as well: it writes "SH" into the records of "SHFI".
     day.markets = marketsOf(today.records);
+    // A persisted center empties its databases with its second load of a market and not with its first, and one in
+    // memory keeps answering for keys that a later load lacks: the one goes on, the other is made anew.
+    const bool goesOn = loaded.center && command.center == CenterKind::Client;
+    const auto center = goesOn ? loaded.center : makeCenter(command.center);
     if (!command.asksRecords) {
-        day.steps = load(center, today.records, console);
-        day.stored = wroteEverything(center, command.center, console);
+        day.steps = load(*center, today.records, console);
+        day.stored = wroteEverything(*center, command.center, console);
     }
-    return day;
+    loaded = {center, std::move(day)};
 }
 
 /// What an answer about a day is worth. What is on disk goes before what was skipped: it is the next process that is
@@ -161,10 +164,11 @@ std::unique_ptr<ScratchStore> scratchFor(const Command& command) {
 int answer(const Command& command, std::ostream& out, Console& console) {
     const ProcessSettings settings(command);
     const auto scratch = scratchFor(command);
-    const auto center = makeCenter(command.center);
-    const Day day = loadDay(command, *center, console);
+    LoadedDay loaded;
+    loadDay(command, loaded, console);
+    const Day& day = loaded.day;
     Output output(out, command.format, screenOf(out));
-    Session session{*center, command.center, day, output, console};
+    Session session{*loaded.center, command.center, day, output, console};
     command.verb(session, command.query);
     // A script that asks for a key wants to hear that it is not there before anything about other lines of the file.
     return session.failed ? kUnreadable : session.missing ? kKeyMissing : worthOf(day.stored, day.read);
@@ -173,10 +177,11 @@ int answer(const Command& command, std::ostream& out, Console& console) {
 int converse(const Command& command, std::ostream& out, Console& console, std::ostream& err) {
     const ProcessSettings settings(command);
     const auto scratch = scratchFor(command);
-    const auto center = makeCenter(command.center);
-    const Day day = loadDay(command, *center, console);
-    const int code = runShell(command, *center, day, out, console, err);
-    return code == kAnswered ? worthOf(day.stored, day.read) : code;
+    LoadedDay loaded;
+    const auto reload = [&] { loadDay(command, loaded, console); };
+    reload();
+    const int code = runShell(command, loaded, reload, out, console, err);
+    return code == kAnswered ? worthOf(loaded.day.stored, loaded.day.read) : code;
 }
 
 /// The persisted center answers whatever its store holds, so that a store of another day shows as differences.
@@ -199,7 +204,15 @@ int tour(const Command& command, std::ostream& out, Console& console) {
 
 int lookIntoStore(const Command& command, std::ostream& out, Console& console) {
     Output output(out, command.format, screenOf(out));
-    return command.storeVerb(command.storeQuery, output, console) ? kAnswered : kUnreadable;
+    switch (command.storeVerb(command.storeQuery, output, console)) {
+        case StoreOutcome::Good:
+            return kAnswered;
+        case StoreOutcome::Missing:
+            return kKeyMissing;
+        case StoreOutcome::Bad:
+            break;
+    }
+    return kUnreadable;
 }
 
 int diff(const Command& command, std::ostream& out, Console& console) {

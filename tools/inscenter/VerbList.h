@@ -136,6 +136,8 @@ inline constexpr std::array kStoreVerbs{
     StoreVerbLine{"verify", "Reads every document and names those that are damaged, of a wrong class or misplaced",
                   "verify db", verifyStore},
     StoreVerbLine{"stat", "Numbers and sizes of the documents of each database, and their classes", "stat db OvIns_SH",
-                  measureStore}};
+                  measureStore},
+    StoreVerbLine{"key", "Which record, field or market a number in a store or a log line is the key of",
+                  "key db 15268337435934448243\nkey db 0xd3e40800bbabda73", explainKeys}};
 
 }  // namespace inscenter

@@ -34,6 +34,12 @@ struct Day {
     std::shared_ptr<Sql> sql;                 ///< over them
 };
 
+/// A day in a center.
+struct LoadedDay {
+    std::shared_ptr<mxservice::IInstrumentCenter> center;
+    Day day;
+};
+
 /// Where a day is exported to: one of the three, and how.
 struct ExportQuery {
     std::string sqlite;  ///< file

@@ -6,7 +6,7 @@ _inscenter() {
     local listing="--where --fields --sort --limit"
     local verbs="help summary get has list find explain sql check export report mains products spreads codes outer etf etfs bond bonds
         interbank tenderbonds counterparties otc issuances issuanceprices shell store tour diff generate feed"
-    local storeVerbs="ls dump verify stat"
+    local storeVerbs="ls dump verify stat key"
     local feedVerbs="publish changes watch status serve"
     local markets="SH SZ BJ SHFI HK HGT SGT SHO SZO CFFEX SHFE DCE CZCE INE GFEX NEEQ SHGE BANK ETFINSTS WP NYSE
         NASDAQ OTC SOTC"

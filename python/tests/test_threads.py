@@ -1,0 +1,165 @@
+"""Threads, callbacks and the interpreter's end."""
+
+import gc
+import sys
+import threading
+import weakref
+
+import pytest
+
+import inscenter
+from inscenter import Instrument
+
+
+def listing(number, **fields):
+    return [Instrument(market="SH", code=str(600000 + place), lotSize=number, **fields) for place in range(50)]
+
+
+def test_subscribers_hear_of_changes_in_order_until_they_close():
+    center, heard = inscenter.ServerCenter(), []
+    with center.subscribe(heard.append) as subscription:
+        center.init_instruments(["SH"], listing(1))
+        center.apply_changes([listing(2)[0]], ["SH600001"])
+        center.init_counterpartys({})
+        assert subscription.active
+    center.init_instruments(["SH"], listing(3))
+    first, second, third = heard
+    assert len(first.instruments) == 50 and all(before is None for before, _ in first.instruments)
+    assert {(before and before.lotSize, after and after.lotSize) for before, after in second.instruments} == {
+        (1, 2), (1, None)}
+    assert third.catalogues == ["counterparties"] and first.markets == ["SH"]
+    assert first.version < second.version < third.version <= center.version
+    assert not subscription.active
+    subscription.close()
+    with pytest.raises(TypeError):
+        center.subscribe(5)
+
+
+def test_a_callback_may_close_ask_load_and_raise(monkeypatch):
+    center, seen, raised = inscenter.ServerCenter(), [], []
+    monkeypatch.setattr(sys, "unraisablehook", lambda what: raised.append(what.exc_value))
+
+    def callback(change):
+        subscription.close()
+        seen.append(center["SH600000"].lotSize)
+        center.init_instruments(["SZ"], [Instrument(market="SZ", code="000001")])
+        raise LookupError("mine")
+
+    subscription = center.subscribe(callback)
+    center.init_instruments(["SH"], listing(1))
+    center.init_instruments(["SH"], listing(2))
+    assert seen == [1] and "SZ000001" in center and [type(error) for error in raised] == [LookupError]
+
+
+def test_a_subscription_keeps_neither_callback_nor_center_longer_than_itself():
+    class Callback:
+        def __call__(self, change):
+            pass
+
+    center, callback = inscenter.ServerCenter(), Callback()
+    subscription = center.subscribe(callback)
+    dead = weakref.ref(callback)
+    del callback
+    center.init_instruments(["SH"], listing(1))
+    assert dead() is not None
+    del center
+    gc.collect()
+    subscription.close()
+    assert dead() is None
+
+
+def test_loads_lookups_and_subscriptions_from_many_threads():
+    center, wrong, heard = inscenter.ServerCenter(), [], []
+    center.init_instruments(["SH"], listing(0))
+    done = threading.Event()
+
+    def load():
+        for number in range(1, 40):
+            center.replace_instruments(["SH"], listing(number))
+        done.set()
+
+    def look():
+        while not done.is_set():
+            view = center.view()
+            if len({record.lotSize for record in view.get_instruments("SH").values()}) != 1:
+                wrong.append("a torn view")
+            if center.get("SH600000") is None or None in center.resolve(["SH600000", "SH600049"]):
+                wrong.append("a lost key")
+            if view.frame(fields=["lotSize"]).lotSize.nunique() != 1:
+                wrong.append("a torn frame")
+
+    def subscribe():
+        while not done.is_set():
+            with center.subscribe(heard.append):
+                center["SH600000"]
+
+    threads = [threading.Thread(target=work) for work in (load, look, look, subscribe)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join(60)
+    assert not wrong and not any(thread.is_alive() for thread in threads)
+    assert center["SH600000"].lotSize == 39
+
+
+ENDINGS = {
+    "subscribed": """
+keep = center.subscribe(lambda change: seen.append(center.get('SH600000')))
+center.init_instruments(['SH'], records)""",
+    "asking": """
+def work():
+    while True:
+        center.get_instruments(); center.resolve(['SH600000'] * 100); center.frame(fields=['code'])
+start(work, work)""",
+    "loading": """
+keep = center.subscribe(lambda change: seen.append(len(change.instruments)))
+def work():
+    while True:
+        center.init_instruments(['SH'], records)
+start(work, work)""",
+    "closing": """
+def work():
+    while True:
+        with center.subscribe(seen.append):
+            center.init_instruments(['SH'], records)
+start(work, work)""",
+    "at exit": """
+import atexit
+class Last:
+    def __del__(self):
+        center.init_instruments(['SH'], records)
+        center.get('SH600000')
+last = Last()
+last.me = last
+atexit.register(lambda: center.subscribe(seen.append) and center.init_instruments(['SH'], records))""",
+    "persisted": """
+import tempfile
+center = inscenter.ClientCenter(tempfile.mkdtemp(dir=sys.argv[1]))
+keep = center.subscribe(seen.append)
+def work():
+    while True:
+        center.init_instruments(['SH'], records); center.get('SH600000')
+start(work)""",
+}
+
+
+@pytest.mark.parametrize("ending", ENDINGS)
+def test_the_interpreter_ends_whatever_is_under_way(ending, in_process, tmp_path):
+    script = f"""
+import inscenter, sys, threading
+records = [inscenter.Instrument(market='SH', code=str(600000 + place)) for place in range(200)]
+center, seen, running = inscenter.ServerCenter(), [], threading.Semaphore(0)
+center.init_instruments(['SH'], records)
+def start(*works):
+    for work in works:
+        def begin(work=work):
+            running.release()
+            work()
+        threading.Thread(target=begin, daemon=True).start()
+    for _ in works:
+        running.acquire()
+{ENDINGS[ending]}
+print('end')
+"""
+    for _ in range(4):
+        assert in_process(script, tmp_path) == "end\n"

@@ -1,0 +1,42 @@
+# Writes FieldMeanings.cpp: what each field of a record means, from the comments of its class in Records.h, under the key
+# that RecordTables.cpp gives the member. So the comment is the one place where a meaning is written.
+
+set(recordsHeader ${PROJECT_SOURCE_DIR}/platform/record/Records.h)
+set(recordTables ${PROJECT_SOURCE_DIR}/platform/record/RecordTables.cpp)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${recordsHeader} ${recordTables})
+
+# The lines of a file as a list, without what CMake takes for a part of lists.
+function(pm_lines file result)
+  file(READ ${file} text)
+  string(REPLACE ";" "<semicolon>" text "${text}")
+  string(REPLACE "[" "<open>" text "${text}")
+  string(REPLACE "]" "<close>" text "${text}")
+  string(REPLACE "\n" ";" text "${text}")
+  set(${result} "${text}" PARENT_SCOPE)
+endfunction()
+
+pm_lines(${recordsHeader} lines)
+foreach(line IN LISTS lines)
+  if(line MATCHES "^class PM_PLATFORM_API (C[A-Za-z]+)")
+    set(class ${CMAKE_MATCH_1})
+  elseif(line MATCHES "^    [A-Za-z0-9_:]+ ([A-Za-z]+)( = [0-9]+)?<semicolon> +///< (.+)$")
+    set(meaning_${class}_${CMAKE_MATCH_1} "${CMAKE_MATCH_3}")
+  endif()
+endforeach()
+
+set(PM_FIELD_MEANINGS "")
+pm_lines(${recordTables} lines)
+foreach(line IN LISTS lines)
+  if(line MATCHES "using R = (C[A-Za-z]+)")
+    set(class ${CMAKE_MATCH_1})
+  elseif(line MATCHES "\\.(field|date)\\(\"([A-Za-z]+)\", &R::([A-Za-z]+)\\)")
+    set(meaning "${meaning_${class}_${CMAKE_MATCH_3}}")
+    string(REPLACE "<semicolon>" ";" meaning "${meaning}")
+    string(REPLACE "<open>" "[" meaning "${meaning}")
+    string(REPLACE "<close>" "]" meaning "${meaning}")
+    string(REPLACE "\"" "\\\"" meaning "${meaning}")
+    string(APPEND PM_FIELD_MEANINGS "    {\"${class}\", \"${CMAKE_MATCH_2}\", \"${meaning}\"},\n")
+  endif()
+endforeach()
+configure_file(FieldMeanings.cpp.in FieldMeanings.cpp @ONLY)
+target_sources(inscenter_core PRIVATE ${CMAKE_CURRENT_BINARY_DIR}/FieldMeanings.cpp)

@@ -106,10 +106,6 @@ natsStatus NatsLines::setUp(natsOptions* options) const {
     with(true, [&] { return natsOptions_SetSendAsap(options, true); });
     // Nothing waits in the library for a connection: what is asked meanwhile is answered with a failure.
     with(true, [&] { return natsOptions_SetReconnectBufSize(options, 0); });
-    with(true, [&] {
-        return natsOptions_SetRetryOnFailedConnect(
-            options, true, [](natsConnection*, void*) {}, nullptr);
-    });
     with(!options_.name.empty(), [&] { return natsOptions_SetName(options, options_.name.c_str()); });
     with(!options_.user.empty(),
          [&] { return natsOptions_SetUserInfo(options, options_.user.c_str(), options_.password.c_str()); });
@@ -157,15 +153,10 @@ NatsLineHandle NatsLines::connect(NatsFailure& failure) {
     if (status == NATS_OK) {
         status = natsConnection_Connect(&connection, made);
     }
-    const bool trying = status == NATS_NOT_YET_CONNECTED;
-    if (trying) {
-        // The connection itself does not say why its first attempt failed.
+    if (status != NATS_OK) {
         const char* const text = nats_GetLastError(nullptr);
-        const std::lock_guard guard(shared_->lock);
-        shared_->lastError = text != nullptr ? text : "";
-    }
-    if (status != NATS_OK && !trying) {
         failure = failureOf(status, static_cast<jsErrCode>(0));
+        failure.reason += text != nullptr && *text != '\0' ? fmt::format(", {}", text) : "";
         delete errors;
         return nullptr;
     }
@@ -204,7 +195,9 @@ void NatsLines::subscribe(NatsLine& line) const {
 }
 
 /// The connection, made where there is none, or where the library has given one up: it does after two refused
-/// credentials.
+/// credentials. A first one is tried anew at each look. The library could do so by itself
+/// (natsOptions_SetRetryOnFailedConnect), but would not say what is wrong: certificates that are refused would look
+/// like a server that is away.
 NatsLineHandle NatsLines::get(NatsFailure& failure) {
     const std::lock_guard one(connecting_);
     NatsLineHandle line;
@@ -233,11 +226,7 @@ NatsLineHandle NatsLines::get(NatsFailure& failure) {
     if (status != NATS_CONN_STATUS_CONNECTED) {
         const char* text = nullptr;
         natsConnection_GetLastError(line->connection.get(), &text);
-        std::string reason = text != nullptr ? text : "";
-        if (reason.empty()) {
-            const std::lock_guard guard(shared_->lock);
-            reason = shared_->lastError;
-        }
+        const std::string reason = text != nullptr ? text : "";
         failure = {isRefusal(reason) ? Reply::Denied : Reply::Unreachable,
                    fmt::format("not connected{}{}", reason.empty() ? "" : ": ", reason)};
         return nullptr;

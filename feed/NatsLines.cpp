@@ -36,6 +36,13 @@ bool isDenied(natsStatus status, jsErrCode code) {
     }
 }
 
+/// Whether what the library or the server remarks is nothing that passes by itself.
+bool isRefusal(const std::string& remark) {
+    constexpr std::array kRefusals{"ermissions Violation", "uthorization", "uthentication", "certificate", "SSL"};
+    return std::any_of(kRefusals.begin(), kRefusals.end(),
+                       [&](const char* refusal) { return remark.find(refusal) != std::string::npos; });
+}
+
 }  // namespace
 
 NatsLines::NatsLines(const Options& options, std::string bellSubject)
@@ -99,10 +106,6 @@ natsStatus NatsLines::setUp(natsOptions* options) const {
     with(true, [&] { return natsOptions_SetSendAsap(options, true); });
     // Nothing waits in the library for a connection: what is asked meanwhile is answered with a failure.
     with(true, [&] { return natsOptions_SetReconnectBufSize(options, 0); });
-    with(true, [&] {
-        return natsOptions_SetRetryOnFailedConnect(
-            options, true, [](natsConnection*, void*) {}, nullptr);
-    });
     with(!options_.name.empty(), [&] { return natsOptions_SetName(options, options_.name.c_str()); });
     with(!options_.user.empty(),
          [&] { return natsOptions_SetUserInfo(options, options_.user.c_str(), options_.password.c_str()); });
@@ -130,9 +133,7 @@ NatsFailure NatsLines::failureOf(natsStatus status, jsErrCode code) const {
     if (!shared_->lastError.empty()) {
         reason += ": " + shared_->lastError;
     }
-    const bool refused = shared_->lastError.find("ermissions Violation") != std::string::npos ||
-                         shared_->lastError.find("uthorization Violation") != std::string::npos;
-    return {refused || isDenied(status, code) ? Reply::Denied : Reply::Unreachable, reason};
+    return {isRefusal(shared_->lastError) || isDenied(status, code) ? Reply::Denied : Reply::Unreachable, reason};
 }
 
 NatsLineHandle NatsLines::connect(NatsFailure& failure) {
@@ -152,9 +153,10 @@ NatsLineHandle NatsLines::connect(NatsFailure& failure) {
     if (status == NATS_OK) {
         status = natsConnection_Connect(&connection, made);
     }
-    const bool trying = status == NATS_NOT_YET_CONNECTED;
-    if (status != NATS_OK && !trying) {
+    if (status != NATS_OK) {
+        const char* const text = nats_GetLastError(nullptr);
         failure = failureOf(status, static_cast<jsErrCode>(0));
+        failure.reason += text != nullptr && *text != '\0' ? fmt::format(", {}", text) : "";
         delete errors;
         return nullptr;
     }
@@ -193,7 +195,9 @@ void NatsLines::subscribe(NatsLine& line) const {
 }
 
 /// The connection, made where there is none, or where the library has given one up: it does after two refused
-/// credentials.
+/// credentials. A first one is tried anew at each look. The library could do so by itself
+/// (natsOptions_SetRetryOnFailedConnect), but would not say what is wrong: certificates that are refused would look
+/// like a server that is away.
 NatsLineHandle NatsLines::get(NatsFailure& failure) {
     const std::lock_guard one(connecting_);
     NatsLineHandle line;
@@ -222,9 +226,8 @@ NatsLineHandle NatsLines::get(NatsFailure& failure) {
     if (status != NATS_CONN_STATUS_CONNECTED) {
         const char* text = nullptr;
         natsConnection_GetLastError(line->connection.get(), &text);
-        const std::string_view reason = text != nullptr ? text : "";
-        const bool refused = reason.find("uthorization") != std::string_view::npos;
-        failure = {refused ? Reply::Denied : Reply::Unreachable,
+        const std::string reason = text != nullptr ? text : "";
+        failure = {isRefusal(reason) ? Reply::Denied : Reply::Unreachable,
                    fmt::format("not connected{}{}", reason.empty() ? "" : ": ", reason)};
         return nullptr;
     }

@@ -108,10 +108,11 @@ void SubscriberCore::step() {
 
 void SubscriberCore::tell(const Look& look) {
     bool hasDay = false;
+    std::string server = log_->server();
     {
         const std::lock_guard guard(mutex_);
         hasDay = hasDay_;
-        health_.server = log_->server();
+        health_.server = std::move(server);
         if (look.newest != 0) {
             health_.newest = look.newest;
         }

@@ -89,9 +89,11 @@ bool Unpacker::finished() {
 
 /// Makes at least `size` bytes ready; with 0 a further piece, if there is one.
 void Unpacker::fill(std::size_t size) {
-    std::memmove(plain_.data(), plain_.data() + begin_, end_ - begin_);
-    end_ -= begin_;
-    begin_ = 0;
+    if (begin_ > 0) {
+        std::memmove(plain_.data(), plain_.data() + begin_, end_ - begin_);
+        end_ -= begin_;
+        begin_ = 0;
+    }
     do {
         if (frameEnded_) {
             throw BadBytes("the operations break off");

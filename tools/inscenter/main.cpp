@@ -9,6 +9,7 @@ int main(int argc, char** argv) {
     const inscenter::StandardStreams streams;
     const std::vector<std::string> words = inscenter::commandWords(argc, argv);
     std::vector<const char*> texts;
+    texts.reserve(words.size());
     for (const std::string& word : words) {
         texts.push_back(word.c_str());
     }

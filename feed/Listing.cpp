@@ -240,32 +240,6 @@ Listing listingOf(const Day& day, const std::vector<Change>& changes, ConnectPar
     return listing;
 }
 
-bool bringsTwice(const Day& day) {
-    std::set<std::string, std::less<>> known;
-    for (const Day::Call& call : day.calls()) {
-        if (call.catalogue != SnapshotCatalogue::Instruments) {
-            continue;
-        }
-        // Parts of Hong Kong add to each other, and each replaces none but itself.
-        const bool part = isPart(call);
-        std::set<std::string, std::less<>> brought;
-        std::string_view last;
-        for (const auto& record : call.records) {
-            const std::string& name = static_cast<const CInstrumentDetail&>(*record).market;
-            if (name != last) {  // records of one market mostly stand together
-                last = name;
-                brought.emplace(part ? last : filedUnder(last));
-            }
-        }
-        for (const std::string& name : brought) {
-            if (!known.insert(name).second) {
-                return true;
-            }
-        }
-    }
-    return false;
-}
-
 void nameAll(const std::set<std::string>& folded, std::vector<std::string>& markets) {
     for (const std::string& name : folded) {
         if (std::find(markets.begin(), markets.end(), name) == markets.end()) {

@@ -21,6 +21,10 @@
 namespace mxservice {
 namespace {
 
+// Nothing forks on Windows; and when a process ends whose threads are at work, Wine itself waits at times for a lock
+// that one of them held.
+#ifndef _WIN32
+
 Instruments someRecords() {
     Instruments records;
     for (int i = 0; i < 200; ++i) {
@@ -74,7 +78,6 @@ TEST(LifetimeDeathTest, AProcessMayExitWhileThreadsAskAndLoad) {
         testing::ExitedWithCode(0), "");
 }
 
-#ifndef _WIN32
 TEST(Lifetime, AForkedChildMayExecuteAnotherProgram) {
     TemporaryStore store;
     OpenClientCenter center;

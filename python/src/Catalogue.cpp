@@ -229,7 +229,8 @@ void addTables(py::class_<Catalogue, std::shared_ptr<Catalogue>>& object) {
 
 const std::vector<std::pair<const char*, EOvTraderType>>& traderTypes() {
     using namespace mxservice;
-    static const std::vector<std::pair<const char*, EOvTraderType>> types{
+    // Never destroyed: a thread may be asking while the process exits.
+    static const auto& types = *new std::vector<std::pair<const char*, EOvTraderType>>{
         {"STOCK", OvTraderStock},
         {"FUTURE", OvTraderFuture},
         {"ALL", OvTraderAll},

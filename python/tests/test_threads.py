@@ -102,14 +102,32 @@ def test_loads_lookups_and_subscriptions_from_many_threads():
     assert center["SH600000"].lotSize == 39
 
 
+def test_the_first_arrays_may_be_asked_for_by_several_threads(in_process):
+    for _ in range(3):
+        assert in_process("""if True:
+            import inscenter, threading
+            center = inscenter.ServerCenter()
+            center.init_instruments(["SH"], [inscenter.Instrument(market="SH", code="600000")])
+            begin = threading.Barrier(4)
+            def work():
+                begin.wait()
+                assert center.columns()["code"].tolist() == ["600000"]
+            threads = [threading.Thread(target=work) for _ in range(4)]
+            [thread.start() for thread in threads]
+            [thread.join() for thread in threads]
+            print("end")
+            """) == "end\n"
+
+
 ENDINGS = {
     "subscribed": """
 keep = center.subscribe(lambda change: seen.append(center.get('SH600000')))
 center.init_instruments(['SH'], records)""",
     "asking": """
+center.columns()  # numpy is there: a thread that the end meets while it imports ends the process without our help
 def work():
     while True:
-        center.get_instruments(); center.resolve(['SH600000'] * 100); center.frame(fields=['code'])
+        center.get_instruments(); center.resolve(['SH600000'] * 100); center.columns(fields=['code', 'lotSize'])
 start(work, work)""",
     "loading": """
 keep = center.subscribe(lambda change: seen.append(len(change.instruments)))

@@ -55,6 +55,7 @@ bool isWanted(const Rule& rule, const CheckQuery& query) {
 
 std::vector<std::string> checkRules() {
     std::vector<std::string> names;
+    names.reserve(kRules.size());
     for (const Rule& rule : kRules) {
         names.emplace_back(rule.name);
     }

@@ -46,7 +46,7 @@ public:
     const std::vector<const mxservice::Field*>& fields() const { return fields_; }
 
 private:
-    void add(const std::string& condition);
+    void add(const std::string& text);
 
     const mxservice::RecordType* type_ = nullptr;
     std::vector<std::pair<const mxservice::Field*, std::string>> parts_;  // what fields must hold, folded

@@ -127,8 +127,10 @@ public:
     }
 
     std::vector<Cell> row() const {
+        const int columns = sqlite3_column_count(statement_);
         std::vector<Cell> cells;
-        for (int i = 0; i < sqlite3_column_count(statement_); ++i) {
+        cells.reserve(static_cast<std::size_t>(columns));
+        for (int i = 0; i < columns; ++i) {
             cells.push_back(cell(i));
         }
         return cells;

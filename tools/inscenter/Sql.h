@@ -42,7 +42,7 @@ public:
     /// SqlError; Interrupted when an Interruption happens.
     void answer(const std::string& statements, Output& output);
     /// What one statement answers. Throws the same.
-    Table ask(const std::string& statement);
+    Table ask(const std::string& text);
 
     /// Writes the day's tables with their indexes into a database file, which is replaced once the new one is whole.
     /// Throws UnreadableInput when that fails.

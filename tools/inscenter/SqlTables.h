@@ -42,7 +42,7 @@ public:
     std::string definition() const;
     /// A text that is made for the answer; of columns that are no fields.
     std::string madeText(std::size_t row, const Column& column) const;
-    const Index& indexOf(std::size_t column);
+    const Index& indexOf(std::size_t number);
 
 private:
     std::string name_;

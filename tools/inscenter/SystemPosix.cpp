@@ -51,7 +51,10 @@ StandardStreams::StandardStreams() {
     std::ios::sync_with_stdio(false);
 }
 
-StandardStreams::~StandardStreams() = default;
+// What ends here has been written: whoever looks at the exit code next finds the whole answer.
+StandardStreams::~StandardStreams() {
+    std::cout.flush();
+}
 
 std::vector<std::string> commandWords(int argc, const char* const* argv) {
     return {argv, argv + argc};

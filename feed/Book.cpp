@@ -5,6 +5,7 @@
 #define XXH_INLINE_ALL
 #include <xxhash.h>
 
+#include <algorithm>
 #include <charconv>
 #include <system_error>
 
@@ -12,6 +13,7 @@ namespace mxservice::feed {
 namespace {
 
 constexpr std::size_t kDigits = 16;  // of one half
+constexpr std::uint64_t kReserved = 1U << 19U;
 
 std::optional<std::uint64_t> halfOf(std::string_view digits) {
     std::uint64_t value = 0;
@@ -66,6 +68,8 @@ void Book::addCall(SnapshotCatalogue catalogue, const std::vector<std::string>& 
         markets_.insert(market);
     }
     digest_ += hashOf(calls_++, text);
+    // Growing step by step would move every entry several times. Bounded, for nobody has seen the records yet.
+    hashByKey_.reserve(hashByKey_.size() + std::min(records, kReserved));
 }
 
 void Book::add(std::uint64_t key, std::string_view bytes) {

@@ -19,13 +19,17 @@ public:
     void load(const Day& day, const std::vector<Change>& changes) override {
         Listing listing = listingOf(day, changes, kParts);
         std::set<std::string> markets = marketsOf(listing);
-        if (std::exchange(loaded_, true)) {
+        if (std::exchange(loaded_, true) || bringsTwice(day)) {
             nameAll(markets, listing.markets);
             nameAll(markets_, listing.markets);  // of a market that the batch has nothing for, everything goes
             replace(day, changes, listing);
         } else {
-            // Nobody asks for a former day: every load as it was handed in, every change as it was made.
+            // Nobody asks for a former day: every load as it was handed in, every change as it was made. Not where that
+            // leaves records that hosts which had a day before do not have.
             day.loadInto(center_);
+            if (!listing.left.empty()) {
+                center_.applyChanges({}, listing.left);  // or it had more than a host that has seen other days
+            }
             for (const Change& change : changes) {
                 apply(change);
             }

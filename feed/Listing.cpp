@@ -66,8 +66,12 @@ std::uint32_t flagsOf(bool shanghai, bool shenzhen) {
 /// later parts say.
 class Parts {
 public:
-    void take(const std::string& part, Instruments records) {
-        byMarket_[part] = std::move(records);
+    void take(const std::string& part, Instruments records, std::set<std::string>& dropped) {
+        Instruments& place = byMarket_[part];
+        for (const InstrumentPtr& record : place) {
+            dropped.insert(filedKey(record->market, record->code));
+        }
+        place = std::move(records);
         if (byMarket_.count(market::kShanghaiConnect) != 0 && byMarket_.count(market::kShenzhenConnect) != 0) {
             build();
         }
@@ -148,13 +152,18 @@ void append(const Instruments& more, Instruments& instruments) {
 }
 
 /// What a later load replaces of the earlier ones: the markets that its records name.
-void dropReplaced(const Day::Call& call, Instruments& instruments) {
+void dropReplaced(const Day::Call& call, Instruments& instruments, std::set<std::string>& dropped) {
     std::set<std::string, std::less<>> replaced;
     for (const auto& record : call.records) {
         replaced.emplace(filedUnder(static_cast<const CInstrumentDetail&>(*record).market));
     }
-    std::erase_if(instruments,
-                  [&](const InstrumentPtr& record) { return replaced.count(filedUnder(record->market)) != 0; });
+    std::erase_if(instruments, [&](const InstrumentPtr& record) {
+        const bool gone = replaced.count(filedUnder(record->market)) != 0;
+        if (gone) {
+            dropped.insert(filedKey(record->market, record->code));
+        }
+        return gone;
+    });
 }
 
 void takeChanges(const std::vector<Change>& changes, Instruments& instruments) {
@@ -198,6 +207,7 @@ Listing listingOf(const Day& day, const std::vector<Change>& changes, ConnectPar
     Listing listing;
     Parts hongKong;
     std::set<std::string> named;
+    std::set<std::string> dropped;
     bool first = true;
     for (const Day::Call& call : day.calls()) {
         if (call.catalogue != SnapshotCatalogue::Instruments) {
@@ -209,19 +219,51 @@ Listing listingOf(const Day& day, const std::vector<Change>& changes, ConnectPar
             }
         }
         if (isPart(call)) {
-            hongKong.take(call.markets.front(), instrumentsOf(call));
+            hongKong.take(call.markets.front(), instrumentsOf(call), dropped);
             continue;
         }
         if (!std::exchange(first, false)) {
-            dropReplaced(call, listing.instruments);
+            dropReplaced(call, listing.instruments, dropped);
         }
         append(instrumentsOf(call), listing.instruments);
     }
     append(parts == ConnectParts::LastWins ? hongKong.built() : hongKong.all(), listing.instruments);
+    if (!dropped.empty()) {
+        for (const InstrumentPtr& record : listing.instruments) {
+            dropped.erase(filedKey(record->market, record->code));
+        }
+        listing.left.assign(dropped.begin(), dropped.end());
+    }
     if (!changes.empty()) {
         takeChanges(changes, listing.instruments);
     }
     return listing;
+}
+
+bool bringsTwice(const Day& day) {
+    std::set<std::string, std::less<>> known;
+    for (const Day::Call& call : day.calls()) {
+        if (call.catalogue != SnapshotCatalogue::Instruments) {
+            continue;
+        }
+        // Parts of Hong Kong add to each other, and each replaces none but itself.
+        const bool part = isPart(call);
+        std::set<std::string, std::less<>> brought;
+        std::string_view last;
+        for (const auto& record : call.records) {
+            const std::string& name = static_cast<const CInstrumentDetail&>(*record).market;
+            if (name != last) {  // records of one market mostly stand together
+                last = name;
+                brought.emplace(part ? last : filedUnder(last));
+            }
+        }
+        for (const std::string& name : brought) {
+            if (!known.insert(name).second) {
+                return true;
+            }
+        }
+    }
+    return false;
 }
 
 void nameAll(const std::set<std::string>& folded, std::vector<std::string>& markets) {

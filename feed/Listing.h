@@ -14,6 +14,9 @@ namespace mxservice::feed {
 struct Listing {
     std::vector<std::string> markets;
     std::vector<boost::shared_ptr<CInstrumentDetail>> instruments;
+    /// Keys of a load that a later one of the same day has left out. A center that does load by load still answers
+    /// them.
+    std::vector<std::string> left;
 };
 
 /// How a center takes Hong Kong when it comes in parts, one load for each of "HGT", "SGT" and "HK": the in-memory one
@@ -23,6 +26,10 @@ enum class ConnectParts : bool { LastWins, Grouped };
 
 /// What the loads of a day and the changes since come to. A load replaces what earlier ones brought for its markets.
 Listing listingOf(const Day& day, const std::vector<Change>& changes, ConnectParts parts);
+
+/// Whether two loads of the day bring records of one market. Of a code that the later one lacks, a center still answers
+/// by its key with the earlier record; a day that is taken in one step leaves none of these.
+bool bringsTwice(const Day& day);
 
 /// Of the changes, the last upsert of each key that is still there, for keys that several markets share: who takes
 /// such a key is decided otherwise in a change than in a batch.

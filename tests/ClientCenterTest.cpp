@@ -10,12 +10,12 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <barrier>
 #include <fstream>
 #include <optional>
 #include <thread>
 
 #include "system/Path.h"
+#include "tests/Barrier.h"
 #include "tests/CenterFixture.h"
 #include "tests/LogCapture.h"
 #include "tests/WatchedThread.h"
@@ -157,7 +157,7 @@ TEST_F(ClientCenter, TwoLoadsOfOneMarketAtOnceLeaveCacheAndStoreAlike) {
     constexpr int kPairs = 4000;
     const TemporaryDirectory memory(TemporaryDirectory::inMemory());
     service().setRootPath(sys::textOf(memory.path()));
-    std::barrier<> both(2);
+    Barrier both(2);
     const auto loads = [&](const std::string& who, const auto& afterwards) {
         for (int pair = 0; pair < kPairs; ++pair) {
             const InstrumentPtr record = instrument("SZ", "1");

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <barrier>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -15,6 +14,7 @@
 #include <vector>
 
 #include "system/Path.h"
+#include "tests/Barrier.h"
 #include "tests/TemporaryStore.h"
 
 namespace {
@@ -255,8 +255,8 @@ TEST_F(MarketRulesTest, ThreadsAskWhileRulesAreReplaced) {
     CMarketRules::load(even);
     constexpr int kRounds = 300;
     constexpr int kAskers = 3;
-    std::barrier replaced(kAskers + 1);
-    std::barrier answered(kAskers + 1);
+    Barrier replaced(kAskers + 1);
+    Barrier answered(kAskers + 1);
     std::atomic<int> wrong{0};
     const auto ask = [&] {
         for (int round = 0; round < kRounds; ++round) {

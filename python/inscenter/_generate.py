@@ -2,13 +2,11 @@
 
 from __future__ import annotations
 
-import os
-import shutil
-import subprocess
-import tempfile
-from typing import Optional
-
 from ._native import Day
+
+TYPE_CHECKING = False  # as in _frames.py
+if TYPE_CHECKING:
+    from typing import Optional
 
 
 def generate(size: int = 1000, seed: int = 1, date: Optional[str] = None) -> Day:
@@ -16,6 +14,12 @@ def generate(size: int = 1000, seed: int = 1, date: Optional[str] = None) -> Day
 
     Made by the program `inscenter`, which is looked for in $INSCENTER_TOOL and on the path; FileNotFoundError without.
     """
+    # Here, because they take as long as everything else of the package, which mostly reads days that are there.
+    import os
+    import shutil
+    import subprocess
+    import tempfile
+
     tool = os.environ.get("INSCENTER_TOOL") or shutil.which("inscenter")
     if tool is None:
         raise FileNotFoundError("the program inscenter is not installed, which makes invented days")

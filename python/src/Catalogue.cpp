@@ -1,5 +1,7 @@
 #include "src/Catalogue.h"
 
+#include <algorithm>
+#include <set>
 #include <string_view>
 
 #include "platform/utils/Hash.h"
@@ -131,6 +133,15 @@ InstrumentMap instrumentsOf(Catalogue& catalogue, py::handle what) {
     return catalogue.instruments(markets);
 }
 
+/// In order, each once.
+std::vector<std::string> marketsOf(Catalogue& catalogue) {
+    std::set<std::string> names;
+    for (const auto& [key, record] : catalogue.instruments()) {
+        names.insert(record->market);
+    }
+    return {names.begin(), names.end()};
+}
+
 std::string dayText(py::handle day) {
     return py::isinstance<py::str>(day) ? day.cast<std::string>() : day.attr("strftime")("%Y%m%d").cast<std::string>();
 }
@@ -165,6 +176,7 @@ void addLists(py::class_<Catalogue, std::shared_ptr<Catalogue>>& object) {
         .def("get_instruments", instrumentsOf,
              "Records by key: of everything, of a market, of several markets, or of a TraderType.",
              py::arg("what") = py::none())
+        .def("markets", marketsOf, Release(), "The markets that instruments name, in order.")
         .def("get_contracts", &Catalogue::contracts, Release(),
              "The futures of a product, by expiry, then code. Options on them are none.", py::arg("product_id"))
         .def("get_option_chain", &Catalogue::chain, Release(),

@@ -1,5 +1,7 @@
 #include "src/Changes.h"
 
+#include <algorithm>
+#include <memory>
 #include <optional>
 #include <set>
 #include <thread>
@@ -19,6 +21,13 @@ using mxservice::IData;
 // Both guarded by the interpreter's lock.
 bool ending = false;       // the interpreter
 int callbacksRunning = 0;  // on whatever thread
+
+struct Running {
+    Running() { ++callbacksRunning; }
+    ~Running() { --callbacksRunning; }
+    Running(const Running&) = delete;
+    Running& operator=(const Running&) = delete;
+};
 
 /// A subscription as Python has it. The center's end of it knows `callback` alone, and looks at it under the
 /// interpreter's lock: so nothing of Python's is destroyed on whatever thread lets go of the center's end last.
@@ -66,14 +75,13 @@ private:
         if (function.is_none()) {
             return;
         }
-        ++callbacksRunning;
+        const Running running;
         try {
             function(change);
         } catch (py::error_already_set& error) {
             // The load goes on, whatever a subscriber thinks of it.
             error.discard_as_unraisable(function);
         }
-        --callbacksRunning;
     }
 
     std::shared_ptr<Callback> callback_;

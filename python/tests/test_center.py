@@ -138,6 +138,7 @@ def test_lookups_go_as_in_a_dict(center):
         with pytest.raises(OverflowError):
             center.get(wrong)
     everything = list(center)
+    assert center.markets() == sorted({record.market for record in everything})
     assert len(everything) == len(center) and record in everything
     assert [r.key for r in everything] == sorted(r.key for r in everything)
 

@@ -91,33 +91,26 @@ Table catalogueTable(Session& session, std::int64_t instruments) {
     return table;
 }
 
-/// Asked code by code, because no center lists them.
-std::int64_t countUnderlyings(IInstrumentCenter& center) {
-    std::int64_t count = 0;
-    for (const char* const market : {"SH", "SZ"}) {
-        Records records;
-        center.getInstruments(market, records);
-        count += std::count_if(records.begin(), records.end(),
-                               [&](const auto& record) { return center.isStkOptionUndlCode(market, record->code); });
-    }
-    return count;
-}
-
-Table derivedTable(IInstrumentCenter& center) {
+Table derivedTable(Session& session) {
+    IInstrumentCenter& center = session.center;
     std::size_t mains = 0;
     const auto products = center.getProductMainInstruments();
     for (const auto& [product, records] : products) {
         mains += records.size();
     }
+    const Table codes = codeTable(session);
+    const auto inSet = [&](const char* set) {
+        return static_cast<std::size_t>(std::count_if(codes.rows.begin(), codes.rows.end(),
+                                                      [&](const auto& row) { return row.front() == Cell(set); }));
+    };
     const auto row = [](const char* name, std::size_t size) {
         return std::vector<Cell>{std::string(name), static_cast<std::int64_t>(size)};
     };
     return {{"derived", "entries"},
             {row("main contracts", mains), row("products with main contracts", products.size()),
              row("spreads", center.getDceCrossProduct().size() + center.getDceCrossPeriod().size()),
-             row("IPO codes", center.getStockIpoCodes().size()), row("CDR codes", center.getStockCdrCodes().size()),
-             row("NEEQ inquiry codes", center.getNeeqInquiryCodes().size()),
-             row("option underlyings among the stocks", static_cast<std::size_t>(countUnderlyings(center))),
+             row("IPO codes", inSet("ipo")), row("CDR codes", inSet("cdr")), row("NEEQ inquiry codes", inSet("neeq")),
+             row("option underlyings among the stocks", inSet("underlying")),
              row("outer products", center.getOutterProduct().size())}};
 }
 
@@ -233,7 +226,7 @@ void showSummary(Session& session, const Query& /*query*/) {
     }
     std::vector<Table> tables{markets,
                               catalogueTable(session, instruments),
-                              derivedTable(session.center),
+                              derivedTable(session),
                               loadTable(statistics),
                               indexTable(statistics),
                               cost};

@@ -13,7 +13,7 @@ namespace mxservice::feed {
 namespace {
 
 constexpr std::size_t kDigits = 16;  // of one half
-constexpr std::uint64_t kReserved = 1U << 19U;
+constexpr std::uint64_t kReservedHashes = 1U << 19U;
 
 std::optional<std::uint64_t> halfOf(std::string_view digits) {
     std::uint64_t value = 0;
@@ -69,7 +69,7 @@ void Book::addCall(SnapshotCatalogue catalogue, const std::vector<std::string>& 
     }
     digest_ += hashOf(calls_++, text);
     // Growing step by step would move every entry several times. Bounded, for nobody has seen the records yet.
-    hashByKey_.reserve(hashByKey_.size() + std::min(records, kReserved));
+    hashByKey_.reserve(hashByKey_.size() + std::min(records, kReservedHashes));
 }
 
 void Book::add(std::uint64_t key, std::string_view bytes) {

@@ -20,7 +20,7 @@ constexpr char kRemoved = 'R';  // key texts
 constexpr char kUpserts = 'U';  // instruments
 constexpr char kEnd = 'E';
 
-constexpr std::uint64_t kReserved = 1U << 16U;  // at most, before records have shown that they are there
+constexpr std::uint64_t kReservedRecords = 1U << 16U;  // at most, before records have shown that they are there
 
 const RecordType& typeOf(SnapshotCatalogue catalogue) {
     switch (catalogue) {
@@ -175,7 +175,7 @@ public:
         const bool keyed = in_.byte() != 0;
         const std::uint64_t count = in_.number();
         book_.addCall(call.catalogue, call.markets, count);
-        call.records.reserve(std::min(count, kReserved));
+        call.records.reserve(std::min(count, kReservedRecords));
         for (std::uint64_t i = 0; i < count; ++i) {
             if (keyed) {
                 call.keys.emplace_back(in_.text());

@@ -365,6 +365,7 @@ TEST_F(ToolTest, FeedsSayWhatIsMissingBeforeAnyServerIsAsked) {
     const tooltest::Result served = tooltest::run({"feed", "serve", directory, "--peers", "a:6222,b:6222", "--jsonl"});
     EXPECT_EQ(served.code, 0) << served.err;
     EXPECT_NE(served.out.find("nats://hosts:"), std::string::npos) << served.out;
+#ifndef _WIN32  // which has no such rights, and no quotes in names
     const std::filesystem::path file = std::filesystem::path(directory) / "nats-server.conf";
     const auto perms = std::filesystem::status(file).permissions();
     EXPECT_EQ(perms & (std::filesystem::perms::group_all | std::filesystem::perms::others_all),
@@ -373,6 +374,7 @@ TEST_F(ToolTest, FeedsSayWhatIsMissingBeforeAnyServerIsAsked) {
     std::ifstream written(file);
     const std::string text{std::istreambuf_iterator<char>(written), {}};
     EXPECT_NE(text.find("a \\\"feed\\\"/store"), std::string::npos) << text;
+#endif
     EXPECT_EQ(tooltest::run({"feed", "serve", directory}).code, 2) << "the passwords in use must not go";
     EXPECT_EQ(tooltest::run({"feed", "changes"}).code, 2);
     EXPECT_EQ(tooltest::run({"feed", "serve"}).code, 2);

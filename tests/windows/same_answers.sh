@@ -2,7 +2,7 @@
 # same_answers.sh TOOL WINDOWS_TOOL WINE DIRECTORY DAY: asks both tools the same about a day and compares what they answer
 # byte for byte. DIRECTORY keeps the answers of both.
 # Left out: times and memory of "summary"; of a report the readings of Chinese letters, which a build without ICU has not,
-# and its size; the sizes of files of "store ls". Of messages, \ is taken for /.
+# and its size; the sizes of files of "store ls". Of messages, also those that a report holds, \ is taken for /.
 set -euo pipefail
 
 declare -A tools=([linux]=$(realpath "$1") [windows]="$3 $(realpath "$2")")
@@ -40,7 +40,7 @@ askAll() {
         answer "$center-find" "${arguments[@]}" find 银行 --limit 20
         answer "$center-report" "${arguments[@]}" report --html "$center-日.html" --against older
         if [ -e "$center-日.html" ]; then # else the answers differ, and show why
-            sed -i -E 's/"readings":\[(\[[^]]*\],?)*\]/"readings":[]/' "$center-日.html"
+            sed -i -E 's/"readings":\[(\[[^]]*\],?)*\]/"readings":[]/; s|\\\\|/|g' "$center-日.html"
         fi
         sed -i -E 's|html +[0-9]+$|html|' "$center-report.out"
         answer "$center-shell" "${arguments[@]}" shell < <(printf 'get SH600000\r\nfind 银行 > 银行.txt\nlist --market\n')
@@ -57,6 +57,7 @@ askAll() {
         # shellcheck disable=SC2086
         ${tools[$side]} --data "$day" --jsonl list --trader-type 4 2>closed.err || code=$?
         echo "exit $code" >closed.code
+        sed -i 's|\\|/|g' closed.err
     } | head -n 1 >closed.out
 }
 

@@ -12,7 +12,7 @@
 namespace mxservice::feed {
 namespace {
 
-constexpr std::size_t kDigits = 16;  // of one half
+constexpr std::size_t kHalfDigits = 16;  // of one half
 constexpr std::uint64_t kReservedHashes = 1U << 19U;
 
 std::optional<std::uint64_t> halfOf(std::string_view digits) {
@@ -43,11 +43,11 @@ std::string Digest::text() const {
 }
 
 std::optional<Digest> Digest::of(std::string_view text) {
-    if (text.size() != 2 * kDigits) {
+    if (text.size() != 2 * kHalfDigits) {
         return std::nullopt;
     }
-    const auto high = halfOf(text.substr(0, kDigits));
-    const auto low = halfOf(text.substr(kDigits));
+    const auto high = halfOf(text.substr(0, kHalfDigits));
+    const auto low = halfOf(text.substr(kHalfDigits));
     return high && low ? std::optional<Digest>({*high, *low}) : std::nullopt;
 }
 

@@ -72,7 +72,6 @@ TEST_F(FeedTest, OtherCataloguesComeAndGoWithTheirDay) {
 
 /// Days in many loads, Hong Kong in parts among them, with changes: a host that has gone through all of them has what a
 /// fresh one has, and so has one that was away in between.
-template <class Host>
 void expectSameAsFresh(unsigned seed, PublisherCore& publisher,
                        const std::function<std::shared_ptr<MemoryLog>()>& log) {
     std::mt19937 random(seed);
@@ -87,7 +86,7 @@ void expectSameAsFresh(unsigned seed, PublisherCore& publisher,
         }
         return some;
     };
-    const auto expectEqual = [&](Host& host, Host& fresh, const char* which) {
+    const auto expectEqual = [&](ServerHost& host, ServerHost& fresh, const char* which) {
         const auto has = host.asked().getInstruments();
         const auto wants = fresh.asked().getInstruments();
         EXPECT_EQ(keysOf(has), keysOf(wants)) << which;
@@ -96,8 +95,8 @@ void expectSameAsFresh(unsigned seed, PublisherCore& publisher,
             EXPECT_TRUE(found != has.end() && *found->second == *record) << which << ' ' << key << ": " << *record;
         }
     };
-    Host old(log());
-    Host away(log());
+    ServerHost old(log());
+    ServerHost away(log());
     for (int day = 0; day < 6; ++day) {
         SCOPED_TRACE(day);
         Day loads;
@@ -129,7 +128,7 @@ void expectSameAsFresh(unsigned seed, PublisherCore& publisher,
             away.subscriber.step();
         }
     }
-    Host fresh(log());
+    ServerHost fresh(log());
     fresh.subscriber.step();
     expectEqual(old, fresh, "the one that saw all");
     expectEqual(away, fresh, "the one that was away");
@@ -138,7 +137,7 @@ void expectSameAsFresh(unsigned seed, PublisherCore& publisher,
 TEST_F(FeedTest, WhatAHostHasDoesNotDependOnWhatItHadBefore) {
     const unsigned seed = seedOfRun();
     SCOPED_TRACE("PM_SEED=" + std::to_string(seed));
-    expectSameAsFresh<ServerHost>(seed, publisher_, [this] { return connection(); });
+    expectSameAsFresh(seed, publisher_, [this] { return connection(); });
 }
 
 TEST_F(FeedTest, AChangeOfAConnectListingComesOutAlikeWhereverItIsTaken) {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <unordered_map>
 
 #include "tests/CenterFixture.h"
@@ -34,34 +35,12 @@ public:
     explicit Walk(unsigned seed) : make_(seed) { restart(); }
 
     void step() {
-        switch (make_.below(22)) {
-            case 0:
-                return etfs();
-            case 1:
-                return bonds();
-            case 2:
-                return plans();
-            case 3:
-                return issuances();
-            case 4:
-                return priceSettings();
-            case 5:
-                return tenderBonds();
-            case 6:
-                return counterparties();
-            case 7:
-                trace("clearDatas");
-                {
-                    const Markets markets{make_.oneOf(kMarkets), make_.oneOf(kMarkets)};
-                    center_->clearDatas(markets);
-                    model_->clearDatas(markets);
-                }
-                return;
-            case 8:
-                return disturb();
-            default:
-                return instruments();
+        if constexpr (!kClient) {
+            if (make_.chance(8)) {
+                return together();
+            }
         }
+        operation(make_.below(kOperations));
     }
 
     void askSome() {
@@ -93,6 +72,67 @@ public:
     const std::string& last() const { return last_; }
 
 private:
+    static constexpr std::size_t kOperations = 22;
+    static constexpr std::size_t kDisturb = 8;
+
+    void operation(std::size_t which) {
+        switch (which) {
+            case 0:
+                return etfs();
+            case 1:
+                return bonds();
+            case 2:
+                return plans();
+            case 3:
+                return issuances();
+            case 4:
+                return priceSettings();
+            case 5:
+                return tenderBonds();
+            case 6:
+                return counterparties();
+            case 7:
+                trace("clearDatas");
+                {
+                    const Markets markets{make_.oneOf(kMarkets), make_.oneOf(kMarkets)};
+                    center_->clearDatas(markets);
+                    model_->clearDatas(markets);
+                }
+                return;
+            case kDisturb:
+                return disturb();
+            default:
+                return instruments();
+        }
+    }
+
+    /// Several operations as one version, or none of them.
+    void together() {
+        if constexpr (!kClient) {
+            const bool fails = make_.chance(3);
+            trace(fails ? "together, in vain" : "together");
+            const auto before = *model_;
+            const auto version = center_->version();
+            const auto operations = [&] {
+                for (std::size_t left = make_.below(4); left > 0; --left) {
+                    const std::size_t which = make_.below(kOperations);
+                    operation(which == kDisturb ? which + 1 : which);
+                    EXPECT_EQ(center_->version(), version);
+                }
+                if (fails) {
+                    throw std::runtime_error("in vain");
+                }
+            };
+            try {
+                center_->loadTogether(operations);
+                EXPECT_LE(center_->version(), version + 1);
+            } catch (const std::runtime_error&) {
+                *model_ = before;
+                EXPECT_EQ(center_->version(), version);
+            }
+        }
+    }
+
     void restart() {
         center_.reset();
         if constexpr (kClient) {

@@ -26,7 +26,8 @@ constexpr std::string_view kMagic = "PmFeed 1\n";  // stored; never change
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-/// A file that is being written.
+/// A file that is being written. By the system's calls, for streams neither flush to the disk nor say why they failed;
+/// not kept by programs that the host starts.
 class Output {
 public:
     Output(const std::string& path, int flags) : fd_(::open(path.c_str(), O_WRONLY | O_CLOEXEC | flags, 0666)) {
@@ -57,7 +58,8 @@ private:
     int fd_;
 };
 
-/// An entry: its length, sequence, headers, payload, and the hash of all that.
+/// An entry: its length, sequence, headers, payload, and the hash of all that. A process that dies while it appends
+/// leaves a piece of one, and a power cut perhaps a length with zeros behind it: neither has the right hash.
 std::string bytesOf(const Entry& entry) {
     std::string body;
     appendNumber(body, entry.sequence);
@@ -88,6 +90,7 @@ Entry readEntry(ByteReader& reader) {
         entry.headers[std::move(name)] = fields.text();
     }
     entry.packed = fields.text();
+    // The bytes are sound, but another version of the library may have written them.
     std::string reason;
     if (readHead(entry.headers, entry.head, reason) != HeadKind::Good) {
         throw BadBytes(reason);
@@ -116,7 +119,7 @@ std::vector<Entry> DayFile::read() {
         while (!reader.atEnd()) {
             entries.push_back(readEntry(reader));
         }
-        whole_ = true;
+        whole_ = true;  // else nothing is appended until the next day: nobody reads on behind what is damaged
     } catch (const BadBytes& bad) {
         complain(path_, bad.what());
     }
@@ -127,7 +130,7 @@ void DayFile::write(const std::vector<Entry>& entries) {
     if (path_.empty()) {
         return;
     }
-    whole_ = false;
+    whole_ = false;  // if this fails the file has another day, which the next changes are not of
     const std::string beside = path_ + ".new";
     try {
         {
@@ -139,6 +142,7 @@ void DayFile::write(const std::vector<Entry>& entries) {
             // Before the name changes: a name that survives a power cut must not lead to bytes that did not.
             output.flush();
         }
+        // That the new name is on the disk is not waited for: the former file is a whole day, too.
         std::filesystem::rename(beside, path_);
         whole_ = true;
     } catch (const std::exception& failure) {
@@ -153,6 +157,8 @@ void DayFile::append(const Entry& entry) {
         return;
     }
     try {
+        // Opened for each, and not made: a file that an operator has removed is an error line, where one that was kept
+        // open would take changes that nobody finds.
         Output(path_, O_APPEND).write(bytesOf(entry));
     } catch (const std::exception& failure) {
         whole_ = false;  // what follows half an entry could not be read

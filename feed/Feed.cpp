@@ -14,6 +14,8 @@
 namespace mxservice::feed {
 namespace {
 
+/// What no waiting mends throws here, before there is a thread. A feed's name becomes part of subjects, in which dots,
+/// blanks and wildcards would be those of other feeds.
 std::shared_ptr<Log> logOf(const Options& options) {
     constexpr const char* kAllowed = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-";
     if (options.feed.empty() || options.feed.find_first_not_of(kAllowed) != std::string::npos) {
@@ -30,6 +32,8 @@ class Reader : public Receiver {
 public:
     void loading(bool /*fault*/) override {}
     void day(const Day& day, const std::vector<Change>& changes, const std::vector<Entry>& entries) override {
+        // Hong Kong in parts as the persisted center takes it, which groups all listings; the in-memory one would leave
+        // out those that the last of a code replaces.
         reading.day = day.snapshot();
         reading.day.instruments = listingOf(day, changes, ConnectParts::Grouped).instruments;
         reading.revision = revisionOf(entries.back().head, entries.back().sequence);
@@ -98,7 +102,7 @@ Reading read(const Options& options, std::chrono::milliseconds timeout) {
     Replica replica(*log, options.maxUnpackedBytes);
     for (;;) {
         Reader reader;
-        const Look look = replica.look(0, reader);
+        const Look look = replica.look(0, reader);  // no bell has told of a sequence
         if (look.seen == Seen::Current) {
             return std::move(reader.reading);
         }

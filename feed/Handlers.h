@@ -28,21 +28,23 @@ public:
             const std::lock_guard guard(shared_->lock);
             shared_->list.push_back(handler);
         }
+        // The list weakly, for a registration may outlive the subscriber.
         return Registration([handler, list = std::weak_ptr<Shared>(shared_)] {
             if (const auto shared = list.lock()) {
                 const std::lock_guard guard(shared->lock);
                 shared->list.remove(handler);
             }
-            // Recursive: by the handler itself it is had already. Waits for a call on another thread.
+            // Recursive: by the handler itself it is had already. Waits for a call on another thread, and with the
+            // list's lock released: that call may register.
             const std::lock_guard running(handler->running);
-            handler->function = nullptr;
+            handler->function = nullptr;  // each() may have it still in its round
         });
     }
 
     /// `call` runs one of them, and is to swallow what it throws.
     template <class Call>
     void each(Call call) {
-        std::vector<std::shared_ptr<Handler>> now;
+        std::vector<std::shared_ptr<Handler>> now;  // what is called may change the list
         {
             const std::lock_guard guard(shared_->lock);
             now.assign(shared_->list.begin(), shared_->list.end());

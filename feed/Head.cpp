@@ -31,6 +31,7 @@ constexpr const char* kChange = "change";
 
 constexpr std::size_t kTokenDigits = 16;
 constexpr std::size_t kDayDigits = 8;
+// What a header may ask a reader to fetch before anything of it can be checked: no day has come near either.
 constexpr std::uint64_t kMostParts = 1U << 16U;
 constexpr std::uint64_t kMostBytes = std::uint64_t{1} << 32U;
 
@@ -39,6 +40,7 @@ std::string_view textOf(const Headers& headers, const char* name) {
     return found == headers.end() ? std::string_view() : std::string_view(found->second);
 }
 
+/// Digits and nothing else: a number that is read in part would be another one that looks sound.
 std::optional<std::uint64_t> numberOf(const Headers& headers, const char* name) {
     const std::string_view text = textOf(headers, name);
     std::uint64_t number = 0;
@@ -68,6 +70,8 @@ Headers headersOf(const Head& head) {
 }
 
 HeadKind readHead(const Headers& headers, Head& head, std::string& reason) {
+    // Before all else: what a newer format has in the other headers is not for this library to judge, and its user
+    // should hear that the library is old, not that the log is damaged.
     const auto format = numberOf(headers, kFormatHeader);
     if (format && *format > kFormat) {
         reason = fmt::format("the log is of format {}, this library reads up to {}", *format, kFormat);
@@ -103,6 +107,7 @@ HeadKind readHead(const Headers& headers, Head& head, std::string& reason) {
         std::uint64_t* to;
         std::uint64_t most;
     };
+    // Whether a revision or sequence can be is for whoever knows the state before it.
     constexpr std::uint64_t kAny = std::numeric_limits<std::uint64_t>::max();
     for (const Number& number : {Number{kRevisionHeader, &head.revision, kAny}, Number{kBaseHeader, &head.base, kAny},
                                  Number{kAfterHeader, &head.after, kAny}, Number{kPartsHeader, &head.parts, kMostParts},
@@ -118,7 +123,6 @@ HeadKind readHead(const Headers& headers, Head& head, std::string& reason) {
         return refuse(kDigestHeader);
     }
     head.digest = *digest;
-    head.id = textOf(headers, kIdHeader);
     return HeadKind::Good;
 }
 
@@ -126,6 +130,7 @@ Revision revisionOf(const Head& head, std::uint64_t sequence) {
     return {head.epoch, head.revision, sequence, head.tradingDay, head.digest.text()};
 }
 
+/// From the system at each call: a generator seeded once would give a forked publisher and its parent the same names.
 std::string randomToken() {
     std::random_device random;
     return fmt::format("{:08x}{:08x}", random(), random());

@@ -17,11 +17,10 @@ struct Head {
     std::uint64_t revision = 0;  // counts log messages of the epoch from 1
     std::uint64_t base = 0;      // sequence of the day that a change is of; of a day 0, which cannot know its own
     std::uint64_t after = 0;     // sequence of the log message before; all parts of this one are behind that
-    std::string token;           // names the parts
+    std::string token;           // names the parts, and is the id under which it was committed
     std::uint64_t parts = 0;     // 0: the payload is in the message
     std::uint64_t bytes = 0;     // of all parts
     Digest digest;               // of the state after it
-    std::string id;              // under which it was committed
 
     /// The sequence of the day that the state is built on.
     std::uint64_t baseOf(std::uint64_t sequence) const { return isDay ? sequence : base; }

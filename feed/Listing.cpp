@@ -32,6 +32,7 @@ std::string_view filedUnder(std::string_view name) {
                                               : name;
 }
 
+/// Whether listings of several markets may have one key here.
 bool isShared(std::string_view name) {
     const std::string_view filed = filedUnder(name);
     return filed == market::kHongKong || filed == market::kShanghai;
@@ -46,7 +47,8 @@ std::string filedKey(std::string_view name, std::string_view code) {
     return std::string(filedUnder(name)).append(code);
 }
 
-/// A removed key is a text in which only the connect markets are folded.
+/// A removed key is a text in which only the connect markets are folded: centers look for "SHFI..." as it stands, and
+/// have nothing under it.
 std::string filedKey(const std::string& text) {
     constexpr std::size_t kConnectLetters = 3;
     return isConnect(std::string_view(text).substr(0, kConnectLetters))
@@ -107,10 +109,12 @@ private:
         bool shenzhen = false;
     };
 
+    /// Connect flags are those of all parts that are there now; a record that a former build has marked is one that the
+    /// center has marked, too, and keeps its mark when the other listing goes.
     void build() {
         codes_.clear();
         for (const InstrumentPtr& record : all()) {
-            if (filedUnder(record->market) == market::kHongKong) {
+            if (filedUnder(record->market) == market::kHongKong) {  // the center leaves others out of its build
                 Code& code = codes_[record->code];
                 code.record = record;
                 code.shanghai = code.shanghai || record->market == market::kShanghaiConnect;
@@ -147,9 +151,15 @@ void append(const Instruments& more, Instruments& instruments) {
     instruments.insert(instruments.end(), more.begin(), more.end());
 }
 
-/// What a later load replaces of the earlier ones: the markets that its records name.
-void dropReplaced(const Day::Call& call, Instruments& instruments) {
+/// What a later load replaces of the earlier ones: the markets that its records name, in the persisted center also
+/// those that it names itself.
+void dropReplaced(const Day::Call& call, ConnectParts parts, Instruments& instruments) {
     std::set<std::string, std::less<>> replaced;
+    if (parts == ConnectParts::Grouped) {
+        for (const std::string& name : call.markets) {
+            replaced.emplace(filedUnder(name));
+        }
+    }
     for (const auto& record : call.records) {
         replaced.emplace(filedUnder(static_cast<const CInstrumentDetail&>(*record).market));
     }
@@ -157,6 +167,8 @@ void dropReplaced(const Day::Call& call, Instruments& instruments) {
                   [&](const InstrumentPtr& record) { return replaced.count(filedUnder(record->market)) != 0; });
 }
 
+/// A record keeps its place when it changes, because of listings with one key the order decides; one that is removed
+/// leaves its place empty until the end, for the maps know places.
 void takeChanges(const std::vector<Change>& changes, Instruments& instruments) {
     std::unordered_map<std::string, std::size_t> places;
     std::unordered_map<std::string, std::vector<std::size_t>> placesOfKey;
@@ -173,6 +185,7 @@ void takeChanges(const std::vector<Change>& changes, Instruments& instruments) {
             if (found == placesOfKey.end()) {
                 continue;
             }
+            // All listings of the key: a center that has forgotten it brings none of the others up.
             for (const std::size_t place : found->second) {
                 places.erase(exactKey(*instruments[place]));
                 instruments[place].reset();
@@ -212,8 +225,8 @@ Listing listingOf(const Day& day, const std::vector<Change>& changes, ConnectPar
             hongKong.take(call.markets.front(), instrumentsOf(call));
             continue;
         }
-        if (!std::exchange(first, false)) {
-            dropReplaced(call, listing.instruments);
+        if (!std::exchange(first, false)) {  // mostly there is one load, and nothing that it could replace
+            dropReplaced(call, parts, listing.instruments);
         }
         append(instrumentsOf(call), listing.instruments);
     }

@@ -18,7 +18,8 @@ struct Listing {
 
 /// How a center takes Hong Kong when it comes in parts, one load for each of "HGT", "SGT" and "HK": the in-memory one
 /// keeps the last record of a code and nothing before both connect markets are there, the persisted one groups all
-/// records as it would those of one load.
+/// records as it would those of one load. Beside that, the persisted one empties every market that a load names, the
+/// in-memory one those alone that the load has records of.
 enum class ConnectParts : bool { LastWins, Grouped };
 
 /// What the loads of a day and the changes since come to. A load replaces what earlier ones brought for its markets.

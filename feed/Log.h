@@ -77,7 +77,4 @@ public:
     virtual void close() = 0;
 };
 
-/// The header that commit() keeps its id in.
-constexpr const char* kIdHeader = "Nats-Msg-Id";
-
 }  // namespace mxservice::feed

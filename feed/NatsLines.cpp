@@ -12,9 +12,16 @@
 namespace mxservice::feed {
 namespace {
 
+// A subscriber that ends waits for an attempt to connect: this long for each server that takes the connection and then
+// says nothing.
 constexpr std::int64_t kConnectMs = 1000;
+// A line that swallows bytes is given up after four to six seconds. Requests fail before, but they alone do not make
+// the library look for another server.
 constexpr std::int64_t kPingMs = 2000;
 constexpr int kPingsUnanswered = 2;
+// Between two rounds through all servers. Until one is found a host neither hears nor can ask, so the library's two
+// seconds would be felt; the jitter keeps the hosts of a server that has died from all coming to the next in one
+// moment.
 constexpr std::int64_t kReconnectMs = 250;
 constexpr std::int64_t kReconnectJitterMs = 250;
 constexpr std::size_t kUrlBytes = 256;
@@ -27,16 +34,19 @@ bool isDenied(natsStatus status, jsErrCode code) {
         case NATS_SECURE_CONNECTION_REQUIRED:
         case NATS_SECURE_CONNECTION_WANTED:
         case NATS_ADDRESS_MISSING:
-        case NATS_INVALID_ARG:
+        case NATS_INVALID_ARG:  // of options: a certificate without its key, a URL that is none
             return true;
         default:
+            // Others pass, as those of a cluster that has no leader yet.
             return code == JSNotEnabledErr || code == JSNotEnabledForAccountErr || code == JSStreamSubjectOverlapErr ||
                    code == JSStreamReplicasNotSupportedErr || code == JSStorageResourcesExceededErr ||
                    code == JSStreamMessageExceedsMaximumErr || code == JSStreamInvalidConfig;
     }
 }
 
-/// Whether what the library or the server remarks is nothing that passes by itself.
+/// Whether what the library or the server remarks is nothing that passes by itself. Told by the text, for the status of
+/// such a request is that of one without an answer; without the first letters, which library and servers write
+/// differently.
 bool isRefusal(const std::string& remark) {
     constexpr std::array kRefusals{"ermissions Violation", "uthorization", "uthentication", "certificate", "SSL"};
     return std::any_of(kRefusals.begin(), kRefusals.end(),
@@ -55,7 +65,7 @@ NatsLines::~NatsLines() {
 void NatsLines::noteError(natsConnection* connection, natsSubscription* /*unused*/, natsStatus status, void* closure) {
     auto& shared = **static_cast<SharedHandle*>(closure);
     const char* text = nullptr;
-    natsConnection_GetLastError(connection, &text);
+    natsConnection_GetLastError(connection, &text);  // the status alone does not say which permission is missing
     const std::lock_guard guard(shared.lock);
     shared.lastError = text != nullptr && *text != '\0' ? text : natsStatus_GetText(status);
 }
@@ -68,6 +78,7 @@ void NatsLines::noteBell(natsConnection* /*unused*/, natsSubscription* /*unused*
         const std::string_view digits(text);
         std::from_chars(digits.data(), digits.data() + digits.size(), sequence);
     }
+    // A bell without a number rings as well: whoever hears it looks at the log, which alone says what is new.
     auto& shared = **static_cast<SharedHandle*>(closure);
     const std::lock_guard guard(shared.lock);
     if (shared.bell) {
@@ -94,17 +105,17 @@ natsStatus NatsLines::setUp(natsOptions* options) const {
             status = set();
         }
     };
-    const auto text = [](const std::string& value) { return value.empty() ? nullptr : value.c_str(); };
     with(true, [&] { return natsOptions_SetTimeout(options, kConnectMs); });
     with(true, [&] { return natsOptions_SetPingInterval(options, kPingMs); });
     with(true, [&] { return natsOptions_SetMaxPingsOut(options, kPingsUnanswered); });
-    with(true, [&] { return natsOptions_SetMaxReconnect(options, -1); });
+    with(true,
+         [&] { return natsOptions_SetMaxReconnect(options, -1); });  // as long as it takes: a host outlives servers
     with(true, [&] { return natsOptions_SetReconnectWait(options, kReconnectMs); });
     with(true, [&] { return natsOptions_SetReconnectJitter(options, kReconnectJitterMs, kReconnectJitterMs); });
     // A request that waits for a server that is gone ends at once, as does one of a connection that is closed.
     with(true, [&] { return natsOptions_SetFailRequestsOnDisconnect(options, true); });
-    with(true, [&] { return natsOptions_SetSendAsap(options, true); });
-    // Nothing waits in the library for a connection: what is asked meanwhile is answered with a failure.
+    // Nothing waits in the library for a connection: what is asked meanwhile is answered with a failure. (Its manual
+    // has 0 mean a default of 8 MB, but only an option that is not set gets that.)
     with(true, [&] { return natsOptions_SetReconnectBufSize(options, 0); });
     with(!options_.name.empty(), [&] { return natsOptions_SetName(options, options_.name.c_str()); });
     with(!options_.user.empty(),
@@ -112,11 +123,12 @@ natsStatus NatsLines::setUp(natsOptions* options) const {
     with(!options_.token.empty(), [&] { return natsOptions_SetToken(options, options_.token.c_str()); });
     with(!options_.credentialsFile.empty(),
          [&] { return natsOptions_SetUserCredentialsFromFiles(options, options_.credentialsFile.c_str(), nullptr); });
+    // The library reads no scheme: without this "tls://" would speak plainly to a server that does not insist.
     with(usesTls(), [&] { return natsOptions_SetSecure(options, true); });
     with(!options_.caFile.empty(),
          [&] { return natsOptions_LoadCATrustedCertificates(options, options_.caFile.c_str()); });
     with(!options_.certificateFile.empty(), [&] {
-        return natsOptions_LoadCertificatesChain(options, options_.certificateFile.c_str(), text(options_.keyFile));
+        return natsOptions_LoadCertificatesChain(options, options_.certificateFile.c_str(), options_.keyFile.c_str());
     });
     return status;
 }
@@ -157,6 +169,7 @@ NatsLineHandle NatsLines::connect(NatsFailure& failure) {
         status = natsConnection_Connect(&connection, made);
     }
     if (status != NATS_OK) {
+        // Of this thread's last call: there is no connection yet that could have remarked anything.
         const char* const text = nats_GetLastError(nullptr);
         failure = failureOf(status, static_cast<jsErrCode>(0));
         failure.reason += text != nullptr && *text != '\0' ? fmt::format(", {}", text) : "";
@@ -165,14 +178,14 @@ NatsLineHandle NatsLines::connect(NatsFailure& failure) {
             // that is refused shows as a connection that ends, which a server that is being stopped does as well.
             failure.reason += "; the server may not accept this certificate";
         }
-        delete errors;
+        delete errors;  // a connection that never was is not closed, so nobody else does
         return nullptr;
     }
     auto line = std::make_shared<NatsLine>();
     line->connection.reset(connection);
     jsOptions waits;
     jsOptions_Init(&waits);
-    waits.Wait = options_.requestTimeout.count();
+    waits.Wait = options_.requestTimeout.count();  // of every request of this context that names none
     jsCtx* context = nullptr;
     status = natsConnection_JetStream(&context, connection, &waits);
     line->context.reset(context);
@@ -184,11 +197,12 @@ NatsLineHandle NatsLines::connect(NatsFailure& failure) {
     return line;
 }
 
+/// Another handle than the connection's: either may be the last that the library lets go of.
 void NatsLines::subscribe(NatsLine& line) const {
     {
         const std::lock_guard guard(shared_->lock);
         if (!shared_->bell) {
-            return;
+            return;  // a publisher's
         }
     }
     auto* const closure = new SharedHandle(shared_);
@@ -207,6 +221,8 @@ void NatsLines::subscribe(NatsLine& line) const {
 /// (natsOptions_SetRetryOnFailedConnect), but would not say what is wrong: certificates that are refused would look
 /// like a server that is away.
 NatsLineHandle NatsLines::get(NatsFailure& failure) {
+    // Held while connecting, so that two that find no line do not make two. Whoever ends does not wait for it: close()
+    // takes the other lock, which is never held across a call of the library that waits.
     const std::lock_guard one(connecting_);
     NatsLineHandle line;
     {
@@ -224,12 +240,13 @@ NatsLineHandle NatsLines::get(NatsFailure& failure) {
         if (!line) {
             return nullptr;
         }
-        if (closed_) {
+        if (closed_) {  // while we connected; close() has not seen this line
             line_.reset();
             failure = {Reply::Unreachable, "closed"};
             return nullptr;
         }
     }
+    // Reconnecting: the library does so by itself, and a request would only wait for its time to pass.
     const natsConnStatus status = natsConnection_Status(line->connection.get());
     if (status != NATS_CONN_STATUS_CONNECTED) {
         const char* text = nullptr;
@@ -271,6 +288,7 @@ void NatsLines::close() {
         closed_ = true;
         line = std::move(line_);
     }
+    // Only closed: calls under way still have the line. They fail at once, and the last of them destroys it.
     if (line) {
         natsConnection_Close(line->connection.get());
     }

@@ -81,6 +81,7 @@ Got NatsLog::got(Ask ask) {
     const natsStatus status = ask(*line, &message, &code);
     const NatsMessage owned(message);
     if (status != NATS_OK) {
+        // Without the stream nobody has published, either: who follows waits for a day, who publishes makes the stream.
         const bool missing = status == NATS_NOT_FOUND || code == JSNoMessageFoundErr || code == JSStreamNotFoundErr;
         failure = missing ? NatsFailure{Reply::Missing, "not there"} : lines_.failureOf(status, code);
         got.reply = failure.reply;
@@ -96,12 +97,12 @@ Got NatsLog::got(Ask ask) {
         for (int i = 0; i < count; ++i) {
             const char* value = nullptr;
             const std::string_view key = keys[i];
-            const bool ours = key.substr(0, 4) == "Ins-" || key == kIdHeader;
-            if (ours && natsMsgHeader_Get(message, keys[i], &value) == NATS_OK) {
+            // What servers add differs by the way of asking; cache files keep what the publisher wrote.
+            if (key.substr(0, 4) == "Ins-" && natsMsgHeader_Get(message, keys[i], &value) == NATS_OK) {
                 got.message.headers.emplace(key, value);
             }
         }
-        free(keys);
+        free(keys);  // the list alone is ours, its texts are the message's
     }
     lines_.answered();
     return got;
@@ -119,6 +120,7 @@ Got NatsLog::direct(Fill fill) {
     });
 }
 
+/// Of the leader, which alone knows for sure that there is none.
 Got NatsLog::lastOf(const std::string& subject) {
     return got([&](NatsLine& line, natsMsg** message, jsErrCode* code) {
         return js_GetLastMsg(message, line.context.get(), stream_.c_str(), subject.c_str(), nullptr, code);
@@ -133,6 +135,8 @@ Got NatsLog::at(std::uint64_t sequence) {
     });
 }
 
+/// By its subject: the sequences that acknowledgements tell are not reliable where a cluster takes a duplicate. A bell
+/// may ring before every replica has the parts, so one that lacks one is no proof, as above.
 Got NatsLog::part(const std::string& token, std::uint64_t index) {
     const std::string subject = partName(token, index);
     Got got = direct([&](jsDirectGetMsgOptions& get) { get.LastBySubject = subject.c_str(); });
@@ -161,20 +165,20 @@ Put NatsLog::put(Ask ask) {
         return put;
     }
     put.reply = Reply::Ok;
-    put.sequence = answered != nullptr ? answered->Sequence : 0;
+    put.sequence = answered != nullptr ? answered->Sequence : 0;  // only messages are acknowledged with one
+    lines_.answered();
     return put;
 }
 
+/// A stream that is there stays as it is: what an operator has set on it (replicas, limits, placement) wins.
 Put NatsLog::prepare() {
     return put([this](NatsLine& line, jsPubAck** /*ack*/, jsErrCode* code) {
         jsStreamInfo* info = nullptr;
         natsStatus status = js_GetStreamInfo(&info, line.context.get(), stream_.c_str(), nullptr, code);
         const NatsInfo owned(info);
-        if (status == NATS_OK || *code != JSStreamNotFoundErr) {
-            // The library's own word for it comes without a code.
-            if (status != NATS_NOT_FOUND) {
-                return status;
-            }
+        // The library's own word for it comes without a code.
+        if (status != NATS_NOT_FOUND && *code != JSStreamNotFoundErr) {
+            return status;
         }
         jsStreamConfig config;
         jsStreamConfig_Init(&config);
@@ -182,7 +186,7 @@ Put NatsLog::prepare() {
         jsRePublish_Init(&bell);
         bell.Source = logSubject_.c_str();
         bell.Destination = bellSubject_.c_str();
-        bell.HeadersOnly = true;
+        bell.HeadersOnly = true;  // hosts need no more than the sequence: what is new they ask for, as when they start
         const std::string parts = partSubject_ + ".>";
         std::array<const char*, 2> subjects{logSubject_.c_str(), parts.c_str()};
         config.Name = stream_.c_str();
@@ -191,7 +195,7 @@ Put NatsLog::prepare() {
         config.Storage = js_FileStorage;
         config.Replicas = options_.replicas;
         config.Duplicates = options_.duplicates.count() * kNanoseconds;
-        config.AllowDirect = true;
+        config.AllowDirect = true;  // any replica answers hosts, so that the leader does not serve them all
         config.RePublish = &bell;
         status = js_AddStream(nullptr, line.context.get(), &config, nullptr, code);
         // Another publisher may have made it in between.
@@ -199,6 +203,7 @@ Put NatsLog::prepare() {
     });
 }
 
+/// Without an expectation: parts of several publishers may lie between each other, only log messages are in order.
 Put NatsLog::putPart(const std::string& token, std::uint64_t index, const std::string& bytes) {
     const std::string subject = partName(token, index);
     const std::string id = fmt::format("{}-{}", token, index);
@@ -218,7 +223,7 @@ Put NatsLog::commit(const Headers& headers, const std::string& payload, const st
             natsMsg_Create(&made, logSubject_.c_str(), nullptr, payload.data(), static_cast<int>(payload.size()));
         const NatsMessage message(made);
         for (const auto& [name, value] : headers) {
-            if (status == NATS_OK && name != kIdHeader) {
+            if (status == NATS_OK) {
                 status = natsMsgHeader_Set(made, name.c_str(), value.c_str());
             }
         }
@@ -228,6 +233,8 @@ Put NatsLog::commit(const Headers& headers, const std::string& payload, const st
         jsPubOptions options;
         jsPubOptions_Init(&options);
         options.MsgId = id.c_str();
+        // Of the subject, not of the stream: the parts of this commit came in between. 0 means no expectation to the
+        // library, so that the first commit of all has to be told otherwise, or two publishers would both begin a log.
         options.ExpectLastSubjectSeq = expected;
         options.ExpectNoMessage = expected == 0;
         return js_PublishMsg(ack, line.context.get(), made, &options, code);
@@ -242,7 +249,6 @@ Put NatsLog::purgeBefore(std::uint64_t sequence) {
     return put([&](NatsLine& line, jsPubAck** /*ack*/, jsErrCode* code) {
         jsOptions options;
         jsOptions_Init(&options);
-        options.Wait = options_.requestTimeout.count();
         options.Stream.Purge.Sequence = sequence;
         return js_PurgeStream(line.context.get(), stream_.c_str(), &options, code);
     });

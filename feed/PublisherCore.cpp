@@ -13,8 +13,11 @@
 namespace mxservice::feed {
 namespace {
 
+// Half of what servers take in a message unless told otherwise; a line needs 2 Mbit/s for one to be acknowledged within
+// the two seconds of a request.
 constexpr std::size_t kPartBytes = std::size_t{512} << 10U;
-constexpr std::size_t kMostInOneMessage = 900000;  // servers refuse more than 1 MiB unless told otherwise
+constexpr std::size_t kMostInOneMessage = 900000;  // servers refuse more than 1 MiB, headers included
+// Some failures come at once: a server that is started again, or a cluster that elects, is asked ten times a second.
 constexpr std::chrono::milliseconds kBetweenTries{100};
 
 /// A publisher has no use for records: the replica keeps the book.
@@ -29,6 +32,7 @@ public:
     }
 };
 
+/// Whether days compare as their texts do; whether the calendar has it is the caller's affair.
 bool isDay(const std::string& text) {
     constexpr std::size_t kDigits = 8;
     return text.size() == kDigits && text.find_first_not_of("0123456789") == std::string::npos;
@@ -61,13 +65,15 @@ Outcome PublisherCore::catchUp() {
     return readTip();
 }
 
-/// Asks the leader: what a replica that lags says would let every commit lose.
+/// Asks the leader: what a replica that lags says would let every commit lose. Once and no more: nothing is lost yet,
+/// and the caller may be one that looks on its way to something else.
 Outcome PublisherCore::readTip() {
     if (known_) {
         return outcome(Published::Done);
     }
     Got got = log_->last(Asked::Leader);
     if (got.reply == Reply::Missing) {
+        // This one is tried again: a cluster that has just been started takes its time until it can make a stream.
         const Put made = insist([&] { return log_->prepare(); });
         if (made.reply != Reply::Ok) {
             return outcome(made.reply == Reply::Denied ? Published::Failed : Published::Unreachable, made.reason);
@@ -82,6 +88,7 @@ Outcome PublisherCore::readTip() {
     Tip tip;
     std::string reason;
     const HeadKind kind = readHead(got.message.headers, tip.head, reason);
+    // Not even a day goes over it: hosts would be taken back to a format that their publisher has left.
     if (kind == HeadKind::Newer) {
         return outcome(Published::Failed, reason);
     }
@@ -101,9 +108,11 @@ Outcome PublisherCore::readBook() {
     NoReceiver unused;
     const Look look = replica_.look(tip_->sequence, unused);
     if (look.seen != Seen::Current) {
+        // Empty: the log has gone since the tip was read. Only catchUp() begins another one.
         const bool unreachable = look.seen == Seen::Unreachable || look.seen == Seen::Empty;
         return outcome(unreachable ? Published::Unreachable : Published::Failed, look.reason);
     }
+    // Had the tip followed the replica, the change would go on top of something that the caller has not seen.
     if (replica_.sequence() != tip_->sequence) {
         return outcome(Published::Lost, "another publisher was faster");
     }
@@ -123,6 +132,7 @@ Outcome PublisherCore::publish(const std::string& tradingDay, const Day& day) {
     head.isDay = true;
     head.tradingDay = tradingDay;
     if (tip_ && tip_->readable) {
+        // A publisher that was forgotten on some machine must not take all hosts back to its day.
         if (tradingDay < tip_->head.tradingDay) {
             return outcome(Published::Refused, fmt::format("the trading day {} is before the log's, {}", tradingDay,
                                                            tip_->head.tradingDay));
@@ -130,6 +140,7 @@ Outcome PublisherCore::publish(const std::string& tradingDay, const Day& day) {
         head.epoch = tip_->head.epoch;
         head.revision = tip_->head.revision + 1;
     } else {
+        // Numbers cannot be gone on with where the last one is not known; hosts load a day of another epoch as a whole.
         head.epoch = randomToken();
         head.revision = 1;
     }
@@ -151,6 +162,8 @@ Outcome PublisherCore::apply(const Change& change) {
     if (!known) {
         return known;
     }
+    // A host that takes the next day names the markets of the one it has, so that nothing of them is left. A record of
+    // any other market would stay in the hosts that saw the change, and be in none that starts after the next day.
     for (const auto& upsert : change.upserts) {
         if (upsert && !replica_.book().hasMarket(upsert->market)) {
             return outcome(Published::Refused,
@@ -162,7 +175,7 @@ Outcome PublisherCore::apply(const Change& change) {
     head.epoch = tip_->head.epoch;
     head.revision = tip_->head.revision + 1;
     head.base = tip_->head.baseOf(tip_->sequence);
-    Book book = replica_.book();
+    Book book = replica_.book();  // a copy, for the commit may fail
     std::string packed = packChange(change, book);
     const bool inParts = packed.size() > kMostInOneMessage;
     return send(std::move(head), std::move(packed), inParts, std::move(book));
@@ -193,24 +206,24 @@ Put PublisherCore::putParts(const Head& head, const std::string& packed) {
 }
 
 /// First the parts, then the one message that makes them count: whoever dies in between leaves parts that nobody reads
-/// and that a later day removes.
+/// and that a later day removes. Their name is new at each attempt, so that those of one that failed half-way are never
+/// taken for these.
 Outcome PublisherCore::send(Head head, std::string packed, bool inParts, Book book) {
     head.digest = book.digest();
     head.token = randomToken();
-    head.id = head.token;
     head.after = tip_ ? tip_->sequence : 0;
     if (inParts) {
         head.parts = (packed.size() + kPartBytes - 1) / kPartBytes;
         head.bytes = packed.size();
         const Put put = putParts(head, packed);
         if (put.reply != Reply::Ok) {
-            known_ = false;
+            known_ = false;  // the stream itself may have gone, and only a look makes one anew
             return outcome(put.reply == Reply::Denied ? Published::Failed : Published::Unreachable, put.reason);
         }
         packed.clear();
     }
     const Headers headers = headersOf(head);
-    const Put put = insist([&] { return log_->commit(headers, packed, head.id, head.after); });
+    const Put put = insist([&] { return log_->commit(headers, packed, head.token, head.after); });
     return settle(put, head, std::move(book));
 }
 
@@ -222,7 +235,7 @@ Outcome PublisherCore::settle(const Put& put, const Head& head, Book book) {
         case Reply::Conflict:
             return lost(head, std::move(book));
         case Reply::Denied:
-            return outcome(Published::Failed, put.reason);
+            return outcome(Published::Failed, put.reason);  // nothing was stored: the tip is what it was
         case Reply::Missing:
         case Reply::Unreachable:
             break;
@@ -232,13 +245,18 @@ Outcome PublisherCore::settle(const Put& put, const Head& head, Book book) {
 }
 
 /// The last message is another one than we go on from. It may be our own: its acknowledgement was lost, and the server
-/// looks at the expected sequence before it looks whether it knows the message.
+/// looks at the expected sequence before it looks whether it knows the message. Where it was somebody else's, the tip
+/// stays as it was, so that every further commit loses until catchUp(): the caller decided on a state that is no more.
 Outcome PublisherCore::lost(const Head& head, Book book) {
     Got got;
     insist([&] {
         got = log_->last(Asked::Leader);
         return Put{got.reply, got.reason, 0};
     });
+    if (got.reply == Reply::Unreachable || got.reply == Reply::Denied) {
+        known_ = false;  // whose it is nobody has said: to call it lost would be to deny what may be published
+        return outcome(got.reply == Reply::Denied ? Published::Failed : Published::Unreachable, got.reason);
+    }
     Head winner;
     std::string reason;
     if (got.reply == Reply::Ok && readHead(got.message.headers, winner, reason) == HeadKind::Good) {
@@ -252,6 +270,7 @@ Outcome PublisherCore::lost(const Head& head, Book book) {
     return outcome(Published::Lost, "the log is no longer the one that was read");
 }
 
+/// The book is the replica's from now on: the next change needs nothing read, however large the day.
 void PublisherCore::adopt(const Head& head, std::uint64_t sequence, Book book) {
     const std::uint64_t formerBase = tip_ && tip_->readable ? tip_->head.baseOf(tip_->sequence) : 0;
     tip_ = Tip{head, sequence, true};
@@ -266,13 +285,14 @@ void PublisherCore::adopt(const Head& head, std::uint64_t sequence, Book book) {
 }
 
 /// Keeps the former day: hosts may be reading it. What is older goes; nobody needs it, and a host that still reads it
-/// begins again with the new day.
+/// begins again with the new day. Whatever keeps this from being done the next day makes up for: it removes everything
+/// before its own former day.
 void PublisherCore::purge(std::uint64_t formerBase) {
     const Got got = log_->at(formerBase);
     Head former;
     std::string reason;
     if (got.reply == Reply::Ok && readHead(got.message.headers, former, reason) == HeadKind::Good) {
-        const Put put = log_->purgeBefore(former.after + 1);
+        const Put put = log_->purgeBefore(former.after + 1);  // its parts begin there, before its own message
         reason = put.reply == Reply::Ok ? "" : put.reason;
     } else {
         reason = got.reason + reason;

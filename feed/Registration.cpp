@@ -12,10 +12,12 @@ Registration::~Registration() {
     }
 }
 
+// Exchanged, not moved: a function that was moved from need not be empty, and would be ended twice.
 Registration::Registration(Registration&& other) noexcept : end_(std::exchange(other.end_, nullptr)) {}
 
 Registration& Registration::operator=(Registration&& other) noexcept {
     if (this != &other) {
+        // The new one is in place before the old one ends: that waits for a call, which may look at this object.
         const auto end = std::exchange(end_, std::exchange(other.end_, nullptr));
         if (end) {
             end();
@@ -24,6 +26,7 @@ Registration& Registration::operator=(Registration&& other) noexcept {
     return *this;
 }
 
+// Without a default: a further state does not compile as long as it has no name.
 const char* stateName(State state) {
     switch (state) {
         case State::Connecting:

@@ -11,7 +11,9 @@
 namespace mxservice::feed {
 namespace {
 
-constexpr unsigned kLongestBackoff = 5;  // doublings of the pause while the log is damaged
+// Doublings of the pause while the log is damaged: up to a minute. Each look fetches the damaged day again, and what
+// heals it rings.
+constexpr unsigned kLongestBackoff = 5;
 
 void complain(const char* what, const std::exception& failure) {
     PM_LOG(utils::kLogError, __FILE__, fmt::format("[feed] {}: {}", what, failure.what()));
@@ -36,7 +38,7 @@ SubscriberCore::~SubscriberCore() {
         stopped_ = true;
     }
     changed_.notify_all();
-    log_->close();  // a server that hangs is not waited for
+    log_->close();  // a server that hangs is not waited for, and no bell rings any more
     if (thread_.joinable()) {
         thread_.join();
     }
@@ -44,6 +46,7 @@ SubscriberCore::~SubscriberCore() {
 
 void SubscriberCore::run() {
     restore();
+    // Before the first look: that one connects, and a line that was made without a bell stays without.
     log_->listen([this](std::uint64_t sequence) {
         {
             const std::lock_guard guard(mutex_);
@@ -59,7 +62,7 @@ void SubscriberCore::run() {
         if (stopped_) {
             return;
         }
-        rung_ = false;
+        rung_ = false;  // before the look: a bell during it may be of something that it no longer saw
     }
 }
 
@@ -70,10 +73,11 @@ std::chrono::milliseconds SubscriberCore::pause() {
     return std::chrono::duration_cast<std::chrono::milliseconds>(options_.pollEvery * jitter * (1U << doublings));
 }
 
+/// Whatever is wrong with the file or the day in it costs nothing but a start without them.
 void SubscriberCore::restore() {
     try {
         const std::vector<Entry> entries = file_.read();
-        restoring_ = true;
+        restoring_ = true;  // what comes from the file need not be written to it
         if (!entries.empty() && replica_.restore(entries, *this)) {
             enter(State::Stale, "loaded from the cache file; not confirmed yet");
         }
@@ -93,7 +97,8 @@ void SubscriberCore::step() {
     try {
         look = replica_.look(heard, *this);
     } catch (const std::exception& failure) {
-        // Of the center or for want of memory. The replica has forgotten its day, so the next step loads it whole.
+        // Of the center or for want of memory. The replica has forgotten its day, so the next step loads it whole; with
+        // the pauses of a damaged log, for what has thrown once is likely to throw again.
         complain("a day or change was not loaded", failure);
         look.seen = Seen::Damaged;
         look.reason = failure.what();
@@ -108,11 +113,12 @@ void SubscriberCore::step() {
 
 void SubscriberCore::tell(const Look& look) {
     bool hasDay = false;
-    std::string server = log_->server();
+    std::string server = log_->server();  // before the lock: it is the log's affair how long that takes
     {
         const std::lock_guard guard(mutex_);
         hasDay = hasDay_;
         health_.server = std::move(server);
+        // What the log last said of itself stays, so that the lag of a host that is cut off does not look like none.
         if (look.newest != 0) {
             health_.newest = look.newest;
         }
@@ -125,6 +131,7 @@ void SubscriberCore::tell(const Look& look) {
             health_.lastFailure = look.reason;
         }
         const std::uint64_t have = health_.revision.number;
+        // Of another epoch the numbers may be the smaller ones.
         health_.lag = health_.newest > have ? health_.newest - have : 0;
     }
     switch (look.seen) {
@@ -133,6 +140,7 @@ void SubscriberCore::tell(const Look& look) {
         case Seen::Empty:
         case Seen::Unreachable:
             return enter(hasDay ? State::Stale : State::Connecting, look.reason);
+        // With a day or without: none of these mends by itself, so operators are to be told also while hosts answer.
         case Seen::Denied:
         case Seen::Damaged:
         case Seen::Newer:
@@ -144,7 +152,7 @@ void SubscriberCore::enter(State state, const std::string& reason) {
     {
         const std::lock_guard guard(mutex_);
         if (health_.state == state) {
-            return;
+            return;  // each look finds a server that is away again; that says nothing new
         }
         health_.state = state;
     }
@@ -162,6 +170,7 @@ void SubscriberCore::enter(State state, const std::string& reason) {
     });
 }
 
+/// The revision first: a handler that asks for it, or another thread that it wakes, has the one that was told.
 void SubscriberCore::tellChange(const Revision& revision) {
     {
         const std::lock_guard guard(mutex_);
@@ -189,6 +198,7 @@ void SubscriberCore::loading(bool fault) {
     if (fault) {
         PM_LOG(utils::kLogInfo, __FILE__, "[feed] the log does not go on from what is loaded: its day is loaded anew");
     }
+    // With a day it is not Loading: the center answers as before until the new one takes its place in one step.
     if (!hasDay) {
         enter(State::Loading, "");
     }
@@ -211,6 +221,7 @@ void SubscriberCore::day(const Day& day, const std::vector<Change>& changes, con
     tellChange(revision);
 }
 
+/// A center that throws leaves the change out of the file: the whole day is loaded next, which writes it anew.
 void SubscriberCore::change(const Change& change, const Entry& entry) {
     host_->apply(change);
     {

@@ -166,6 +166,28 @@ TEST_F(FeedTest, WhatAHostHasDoesNotDependOnWhatItHadBefore) {
     expectSameAsFresh(seed, publisher_, [this] { return connection(); });
 }
 
+/// The persisted center empties what a load names, the in-memory one only takes what the load brings.
+TEST_F(FeedTest, ALaterLoadThatNamesAMarketWithoutRecordsOfIt) {
+    ServerHost server(connection());
+    ClientHost client(connection());
+    ASSERT_TRUE(publisher_.publish("20260302", dayOf({named("SH", "1", "a"), named("SZ", "1", "b")})));
+    server.subscriber.step();
+    client.subscriber.step();
+    Day day = dayOf({named("SH", "1", "a"), named("SZ", "1", "b")});
+    day.initInstruments({"SH", "SZ"}, {named("SH", "2", "c")});
+    ASSERT_TRUE(publisher_.publish("20260303", day));
+    server.subscriber.step();
+    client.subscriber.step();
+    const Content inMemory = contentOf(server.asked());
+    const Content persisted = contentOf(client.asked());
+    OpenServerCenter plainServer;
+    OpenClientCenter plainClient;  // over the same store, so the other is not asked any more
+    day.loadInto(plainServer);
+    day.loadInto(plainClient);
+    EXPECT_EQ(inMemory, contentOf(plainServer));
+    EXPECT_EQ(persisted, contentOf(plainClient));
+}
+
 TEST_F(FeedTest, AChangeOfAConnectListingComesOutAlikeWhereverItIsTaken) {
     auto hgt = named("HGT", "700", "connect");
     ASSERT_TRUE(publisher_.publish("20260302", dayOf({hgt, named("HK", "700", "plain"), named("SH", "1", "x")})));
@@ -233,6 +255,22 @@ TEST_F(FeedTest, ALostAcknowledgementIsNoSecondRevision) {
     ASSERT_TRUE(publisher.apply({{named("SH", "2", "b")}, {}}));
     EXPECT_EQ(publisher.revision().number, 2U);
     EXPECT_EQ(stream_->messages.size(), 3U) << "one part and two log messages";
+    // The second try meets the expectation of the first, and then nobody says whose message it is.
+    patient.publishFor = std::chrono::milliseconds(150);
+    const auto other = connection();
+    PublisherCore unsure(other, patient);
+    ASSERT_TRUE(unsure.catchUp());
+    calls = 0;
+    other->fault = [&] {
+        ++calls;
+        return calls == 2  ? MemoryLog::Fault::AnswerLost  // the commit, behind its part
+               : calls > 3 ? MemoryLog::Fault::Unanswered
+                           : MemoryLog::Fault::None;
+    };
+    EXPECT_EQ(unsure.publish("20260303", Day()).result, Published::Unreachable);
+    other->fault = nullptr;
+    ASSERT_TRUE(unsure.apply({{}, {"SHnothing"}})) << "it was ours, and is gone on from";
+    EXPECT_EQ(unsure.revision().number, 4U);
 }
 
 TEST_F(FeedTest, OlderDaysLeaveTheStreamAndTheFormerOneStays) {

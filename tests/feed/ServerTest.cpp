@@ -322,6 +322,27 @@ TEST_F(FeedServers, OverTlsBothSidesMustShowWhoTheyAre) {
     }
 }
 
+/// A remark of the server's explains the request that it refuses, not one that hangs after others were answered.
+TEST_F(FeedServers, ARefusalIsForgottenWithTheNextAnswer) {
+    NatsServers servers(1,
+                        "authorization { users: [ { user: pub, password: secret, permissions: { publish: { deny: "
+                        "\"$JS.API.STREAM.PURGE.>\" } } } ] }\n");
+    Options options = optionsOf(servers.urls());
+    options.user = "pub";
+    options.password = "secret";
+    options.requestTimeout = std::chrono::milliseconds(500);
+    options.publishFor = std::chrono::milliseconds(1);
+    Publisher publisher(options);
+    for (int i = 0; i < 3; ++i) {  // from the third day on there is one to remove, which is refused
+        EXPECT_TRUE(
+            eventually([&] { return publisher.publish("20260302", randomDay(random_)).result == Published::Done; }));
+    }
+    EXPECT_TRUE(publisher.apply(randomChange(random_)));
+    servers.process(0).signal(SIGSTOP);
+    const Outcome silent = publisher.apply(randomChange(random_));
+    EXPECT_EQ(silent.result, Published::Unreachable) << silent.reason;
+}
+
 /// The configuration that the tool writes: one user publishes, the others only read.
 TEST_F(FeedServers, TheWrittenConfigurationLetsOneUserPublish) {
     const TemporaryDirectory directory(TemporaryDirectory::inMemory());

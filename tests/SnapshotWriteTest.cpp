@@ -163,8 +163,7 @@ TEST_F(SnapshotTest, NothingIsWrittenWhereItWouldBeReadTogetherWithOtherFilesOrC
 
 template <class Kind>
 class SnapshotLoadTest : public mxservice::CenterTest<Kind> {};
-using Kinds = testing::Types<mxservice::ServerKind, mxservice::ClientKind>;
-TYPED_TEST_SUITE(SnapshotLoadTest, Kinds);
+TYPED_TEST_SUITE(SnapshotLoadTest, mxservice::BothCenterKinds);
 
 TYPED_TEST(SnapshotLoadTest, OneListingOfHongKongIsAWholeLoadAndWhatADayLacksStays) {
     auto& center = this->asked();

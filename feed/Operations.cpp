@@ -28,28 +28,6 @@ constexpr char kEnd = 'E';      // the end of the last one: a day that lacks who
 // a context of zstd costs to make, and larger than its window, so that nearly nothing is lost by their beginning anew.
 constexpr std::size_t kFrameRecords = 8192;
 
-const RecordType& typeOf(SnapshotCatalogue catalogue) {
-    switch (catalogue) {
-        case SnapshotCatalogue::Instruments:
-            break;
-        case SnapshotCatalogue::Etfs:
-            return CETFDetail::table();
-        case SnapshotCatalogue::Bonds:
-            return CBondInfoDetail::table();
-        case SnapshotCatalogue::TenderBonds:
-            return CTenderBondInfoDetail::table();
-        case SnapshotCatalogue::Counterparties:
-            return CCounterpartyDetail::table();
-        case SnapshotCatalogue::OtcPlans:
-            return COTCFundPlanInfo::table();
-        case SnapshotCatalogue::Issuances:
-            return COTCSecuritiesIssuanceInfo::table();
-        case SnapshotCatalogue::IssuancePrices:
-            return COTCStockEnquiryPriceSetting::table();
-    }
-    return CInstrumentDetail::table();
-}
-
 std::uint64_t bookKey(const CInstrumentDetail& instrument, std::string& text) {
     // Never a derived class's own getKey(): centers file by market and code, whatever that answers.
     text.assign(instrument.market).append(instrument.code);
@@ -98,7 +76,7 @@ class Writer {
 public:
     /// Records of a load from `begin` on; with its head where that is 0.
     void records(const Day::Call& call, std::size_t begin, std::size_t end, Notes& notes) {
-        tableOf(typeOf(call.catalogue));
+        tableOf(catalogueType(call.catalogue));
         if (call.catalogue == SnapshotCatalogue::Etfs) {
             tableOf(CETFComponentStockInfo::table());
         }
@@ -118,7 +96,7 @@ public:
             if (keyed) {
                 appendText(out, call.keys[i]);
             }
-            const std::string_view bytes = append(*call.records[i], typeOf(call.catalogue));
+            const std::string_view bytes = append(*call.records[i], catalogueType(call.catalogue));
             notes.add(call.catalogue, keyed ? &call.keys[i] : nullptr, *call.records[i], bytes);
             packer_.offer();
         }
@@ -253,7 +231,7 @@ private:
     }
 
     boost::shared_ptr<IData> record(SnapshotCatalogue catalogue, std::string_view& bytes) {
-        const RecordType& type = typeOf(catalogue);
+        const RecordType& type = catalogueType(catalogue);
         if (names_ == nullptr || &names_->type() != &type) {
             const auto found = tables_.find(type.name());
             if (found == tables_.end()) {

@@ -62,10 +62,7 @@ bool isFolded(std::string_view text) {
 
 /// As asking for one after the other, but the searches wait for memory together.
 Instruments findMany(Catalogue& catalogue, py::handle keys) {
-    const auto sequence = py::reinterpret_steal<py::object>(PySequence_Fast(keys.ptr(), "keys are a sequence"));
-    if (!sequence) {
-        throw py::error_already_set();
-    }
+    const py::object sequence = owned(PySequence_Fast(keys.ptr(), "keys are a sequence"));
     const auto count = static_cast<std::size_t>(PySequence_Fast_GET_SIZE(sequence.ptr()));
     PyObject** const objects = PySequence_Fast_ITEMS(sequence.ptr());
     std::vector<std::uint64_t> hashes(count);

@@ -151,7 +151,7 @@ private:
         const auto open = opened(database);
         check(database, open->scan({}, [&](std::string_view key, std::string_view bytes) {
             auto record = mxservice::TypeManager::instance()->parse(bytes, nullptr);
-            if (record && &record->recordType() == &classOf(catalogue)) {
+            if (record && &record->recordType() == &mxservice::catalogueType(catalogue)) {
                 // Funds stand there twice, under each of their codes.
                 const bool second =
                     catalogue == SnapshotCatalogue::Etfs && key != std::to_string(utils::hash(record->getKey()));

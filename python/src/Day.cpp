@@ -175,7 +175,7 @@ Table Day::table(const std::string& catalogue, const py::object& fields) const {
 
 void loadCopy(Center& center, const Day& day) {
     const Released released;
-    day.snapshot.copy().loadInto(center.operations());
+    center.load(day.snapshot.copy());
 }
 
 SnapshotCatalogue catalogueNamed(const std::string& name) {

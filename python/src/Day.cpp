@@ -19,6 +19,7 @@ using mxservice::SnapshotIssue;
 using mxservice::SnapshotPacking;
 using mxservice::SnapshotReadOptions;
 
+// By the numbers of SnapshotIssueKind.
 constexpr std::array<const char*, 6> kIssueKinds{"line_skipped",    "file_skipped", "number_cut",
                                                  "record_replaced", "key_unknown",  "file_changed"};
 
@@ -40,7 +41,7 @@ SnapshotPacking packingNamed(const py::object& name) {
     return text == "gzip" ? SnapshotPacking::Gzip : SnapshotPacking::Zstd;
 }
 
-/// Raises what Python raises for a path that is not there.
+/// Raises what Python raises for a path that is not there: of the number Python makes FileNotFoundError and its like.
 void expectThere(const std::string& path, const py::object& shown) {
     std::error_code error;
     if (!std::filesystem::exists(path, error)) {
@@ -55,6 +56,7 @@ Snapshot readBytes(py::handle source, const SnapshotReadOptions& options) {
     if (PyObject_GetBuffer(source.ptr(), &buffer, PyBUF_SIMPLE) != 0) {
         throw py::error_already_set();
     }
+    // While it is kept a bytearray cannot be resized by those who have the interpreter's lock meanwhile.
     const std::unique_ptr<Py_buffer, void (*)(Py_buffer*)> kept(&buffer, PyBuffer_Release);
     const Released released;
     return Snapshot::read(static_cast<const char*>(buffer.buf), static_cast<std::size_t>(buffer.len), options);
@@ -75,7 +77,7 @@ void warnOfSkipped(const Snapshot& snapshot) {
         }
     }
     const py::object category = py::module_::import("inscenter._native").attr("SnapshotWarning");
-    if (PyErr_WarnEx(category.ptr(), text.c_str(), 1) != 0) {
+    if (PyErr_WarnEx(category.ptr(), text.c_str(), 1) != 0) {  // a filter has made an error of it
         throw py::error_already_set();
     }
 }
@@ -153,6 +155,7 @@ void addIssue(py::module_& module) {
 
 Day Day::open(const py::object& source, const SnapshotReadOptions& options) {
     Day day;
+    // Bytes first: fsdecode would take them for a path.
     if (PyObject_CheckBuffer(source.ptr()) != 0) {
         day.snapshot = readBytes(source, options);
     } else if (py::hasattr(source, "read")) {

@@ -17,6 +17,7 @@ using mxservice::ComponentMap;
 using mxservice::Field;
 using mxservice::IData;
 
+/// When it is first needed: importing the package stays short.
 bool loadDates() {
     if (PyDateTimeAPI == nullptr) {
         PyDateTime_IMPORT;
@@ -83,13 +84,14 @@ struct FromPython {
             if (!component) {
                 refuse(field, "EtfComponent", item);
             }
-            read[component->code] = component;
+            read[component->code] = component;  // as days are read; what a dict has called it is stored nowhere
         }
         components = std::move(read);
     }
 
     template <class Whole>
     void operator()(Whole& number) const {
+        // Whole numbers of any library, but nothing that would have to be cut to become one.
         const auto index = py::reinterpret_steal<py::object>(PyNumber_Index(value.ptr()));
         const long long read = index ? PyLong_AsLongLong(index.ptr()) : 0;
         if (PyObject* const error = PyErr_Occurred()) {
@@ -114,6 +116,7 @@ bool readText(PyObject* object, std::string& text) {
     if (!PyUnicode_Check(object)) {
         return false;
     }
+    // Nearly always: the object keeps what this makes, so that a key that is asked for again costs a copy.
     Py_ssize_t size = 0;
     if (const char* const bytes = PyUnicode_AsUTF8AndSize(object, &size)) {
         text.assign(bytes, static_cast<std::size_t>(size));

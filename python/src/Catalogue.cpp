@@ -170,6 +170,7 @@ void addContainer(py::class_<Catalogue, std::shared_ptr<Catalogue>>& object) {
         .def("resolve", findMany, "The records of many keys, None for each miss; faster than one after the other.",
              py::arg("keys"))
         .def(
+            // By the list, which __iter__ goes through: of two records with one key text it has one.
             "__len__", [](Catalogue& catalogue) { return catalogue.instruments().size(); }, Release(),
             "How many instruments there are.")
         .def(

@@ -62,6 +62,7 @@ Snapshot readBytes(py::handle source, const SnapshotReadOptions& options) {
     return Snapshot::read(static_cast<const char*>(buffer.buf), static_cast<std::size_t>(buffer.len), options);
 }
 
+/// No error, for the rest of the day is sound; with the first of them in it, since few look at the issues.
 void warnOfSkipped(const Snapshot& snapshot) {
     if (snapshot.skippedLines == 0 && snapshot.skippedFiles == 0) {
         return;
@@ -95,7 +96,8 @@ SnapshotReadOptions optionsOf(const std::optional<std::string>& catalogue, const
     return options;
 }
 
-/// The catalogue of a record's class. Throws TypeError where there is none.
+/// The catalogue of a record's class. By the very class: a plan is an instrument to Python, and is of another
+/// catalogue. Throws TypeError where there is none.
 SnapshotCatalogue catalogueOf(const mxservice::IData& record) {
     for (std::size_t i = 0; i < mxservice::kSnapshotCatalogues; ++i) {
         const auto catalogue = static_cast<SnapshotCatalogue>(i);
@@ -106,6 +108,7 @@ SnapshotCatalogue catalogueOf(const mxservice::IData& record) {
     throw py::type_error(std::string(recordName(record.recordType())) + " is no record of a day's catalogue");
 }
 
+/// Shares the records with the objects: nobody changes either, and a load takes copies.
 Day dayOf(const py::iterable& records) {
     Day day;
     for (const py::handle object : records) {

@@ -125,6 +125,7 @@ py::capsule Table::arrowStream(const py::object&) const {
     });
 }
 
+/// In step: the frame that Python makes of both takes a row of one with that of the other.
 std::pair<Table, Table> baskets(const Table::Records& funds) {
     Table::Records fundOfRow;
     Table::Records components;

@@ -64,11 +64,11 @@ struct FromPython {
         const auto part = [&](const char* name) { return value.attr(name).cast<int>(); };
         const int day = part("year") * 10000 + part("month") * 100 + part("day");
         text = std::to_string(day);
-        text.insert(0, 8 - text.size(), '0');
+        text.insert(0, 8 - text.size(), '0');  // of a year before 1000
     }
 
     void operator()(double& number) const {
-        const double read = PyFloat_AsDouble(value.ptr());
+        const double read = PyFloat_AsDouble(value.ptr());  // whole numbers, too, and numpy's
         if (PyErr_Occurred() != nullptr) {
             refuse(field, "float", value);
         }

@@ -56,13 +56,7 @@ void addFirstQuestion(Suite& suite, const Workload& workload, const char* what, 
     const Records* const records = &workload.records;
     const auto fresh = [] { return std::make_unique<Center>("bench"); };
     const auto load = [records](Center& center) { center.initInstruments(kLoadedMarkets, *records); };
-    Series series;
-    series.what = what;
-    series.who = kCenter;
-    series.size = series.items = records->size();
-    series.manualTime = true;
-    series.repetitions = 5;
-    series.iterations = 1;
+    Series series = timedSeries(what, kCenter, records->size(), 5);
     suite.add(series, timeLoadsBy(fresh, [load, ask](Center& center) {
                   load(center);
                   const double begin = seconds(CLOCK_MONOTONIC);

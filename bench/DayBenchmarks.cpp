@@ -3,7 +3,6 @@
 #include <simdjson.h>
 #include <zlib.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -49,23 +48,10 @@ void readInto(Host& host, const std::string& bytes, SnapshotFormat format) {
     host.day.loadInto(host.center);
 }
 
-/// As timeLoads, but of what several threads do: their processor time counts together.
+/// Of several threads.
 template <class Load>
 Body timeReads(Load load) {
-    return [load](benchmark::State& state) {
-        double wall = 0;
-        double processor = 0;
-        for (auto _ : state) {
-            const auto host = freshHost();
-            const double begin = seconds(CLOCK_MONOTONIC);
-            const double processorBegin = seconds(CLOCK_PROCESS_CPUTIME_ID);
-            const double reported = load(*host);
-            processor += seconds(CLOCK_PROCESS_CPUTIME_ID) - processorBegin;
-            wall += seconds(CLOCK_MONOTONIC) - begin;
-            state.SetIterationTime(reported);
-        }
-        state.counters[kShareCounter] = std::min(processor / wall, 1.0);
-    };
+    return timeLoadsBy(freshHost, load, CLOCK_PROCESS_CPUTIME_ID);
 }
 
 template <class Step>
@@ -122,15 +108,7 @@ void inflateAll(const std::string& packed) {
 }
 
 Series daySeries(const char* what, const char* who, std::size_t size) {
-    Series series;
-    series.what = what;
-    series.who = who;
-    series.size = size;
-    series.items = size;
-    series.manualTime = true;
-    series.repetitions = kRepetitions;
-    series.iterations = 1;
-    return series;
+    return timedSeries(what, who, size, kRepetitions);
 }
 
 std::string written(const Snapshot& day, SnapshotFormat format, SnapshotPacking packing) {

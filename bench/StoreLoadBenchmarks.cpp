@@ -140,15 +140,8 @@ void writeUnordered(const StoredDay& day, FreshStores& fresh) {
 }
 
 Series loadSeries(const char* what, const char* who, std::size_t items, double centerAtMost) {
-    Series series;
-    series.what = what;
-    series.who = who;
-    series.size = items;
-    series.items = items;
-    series.manualTime = true;
+    Series series = timedSeries(what, who, items, items > kManyRecords ? kFewRepetitions : kRepetitions);
     series.centerAtMost = centerAtMost;
-    series.iterations = 1;
-    series.repetitions = items > kManyRecords ? kFewRepetitions : kRepetitions;
     return series;
 }
 

@@ -3,6 +3,9 @@
 #include <benchmark/benchmark.h>
 #include <time.h>
 
+#include <algorithm>
+#include <cstddef>
+
 #include "Suite.h"
 
 namespace bench {
@@ -13,22 +16,36 @@ inline double seconds(clockid_t clock) {
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
-/// Loads what `make` gives and reports the seconds that `load` answers, as one iteration.
+/// A series of loads of so many records, each of which is one iteration.
+inline Series timedSeries(const char* what, const char* who, std::size_t records, int repetitions) {
+    Series series;
+    series.what = what;
+    series.who = who;
+    series.size = records;
+    series.items = records;
+    series.manualTime = true;
+    series.repetitions = repetitions;
+    series.iterations = 1;
+    return series;
+}
+
+/// Loads what `make` gives and reports the seconds that `load` answers, as one iteration. `clock` is the processor time
+/// of those that load: of several threads it counts together.
 template <class Make, class Load>
-Body timeLoadsBy(Make make, Load load) {
-    return [make, load](benchmark::State& state) {
+Body timeLoadsBy(Make make, Load load, clockid_t clock = CLOCK_THREAD_CPUTIME_ID) {
+    return [make, load, clock](benchmark::State& state) {
         double wall = 0;
         double processor = 0;
         for (auto _ : state) {
             const auto target = make();
             const double wallBegin = seconds(CLOCK_MONOTONIC);
-            const double processorBegin = seconds(CLOCK_THREAD_CPUTIME_ID);
+            const double processorBegin = seconds(clock);
             const double reported = load(*target);
-            processor += seconds(CLOCK_THREAD_CPUTIME_ID) - processorBegin;
+            processor += seconds(clock) - processorBegin;
             wall += seconds(CLOCK_MONOTONIC) - wallBegin;
             state.SetIterationTime(reported);
         }
-        state.counters[kShareCounter] = processor / wall;
+        state.counters[kShareCounter] = std::min(processor / wall, 1.0);
     };
 }
 

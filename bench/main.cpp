@@ -231,12 +231,17 @@ void measureStoreReads(std::size_t size, bool rivals, Measurements& measured) {
     runSuite(suite, measured);
 }
 
-void measureStoreLoads(std::size_t size, Measurements& measured) {
-    tell(size, "loads into the store");
-    const StoreLoads loads(size);
+template <class Loads>
+void measureLoads(const Loads& loads, Measurements& measured) {
     Suite suite;
     loads.add(suite);
     runSuite(suite, measured);
+}
+
+void measureStoreLoads(std::size_t size, Measurements& measured) {
+    tell(size, "loads into the store");
+    const StoreLoads loads(size);
+    measureLoads(loads, measured);
     if (const auto bytes = loads.fileBytes()) {
         measured.footprints.push_back(*bytes);
     }
@@ -244,17 +249,7 @@ void measureStoreLoads(std::size_t size, Measurements& measured) {
 
 void measureDayReads(std::size_t size, Measurements& measured) {
     tell(size, "days from files");
-    const DayReads reads(size);
-    Suite suite;
-    reads.add(suite);
-    runSuite(suite, measured);
-}
-
-void measureEtfLoads(Measurements& measured) {
-    const EtfLoads loads;
-    Suite suite;
-    loads.add(suite);
-    runSuite(suite, measured);
+    measureLoads(DayReads(size), measured);
 }
 
 /// Stores go to the memory file system where that is large enough and nothing else is asked for: what is compared is
@@ -334,7 +329,7 @@ Measurements measureAll(const Options& options) {
         malloc_trim(0);
     }
     tell("loads of ETFs");
-    measureEtfLoads(measured);
+    measureLoads(EtfLoads(), measured);
     if (!options.quick) {
         tell("commits");
         measureCommits(measured);

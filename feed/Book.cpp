@@ -5,7 +5,6 @@
 #define XXH_INLINE_ALL
 #include <xxhash.h>
 
-#include <algorithm>
 #include <charconv>
 #include <system_error>
 
@@ -13,7 +12,6 @@ namespace mxservice::feed {
 namespace {
 
 constexpr std::size_t kHalfDigits = 16;  // of one half
-constexpr std::uint64_t kReservedHashes = 1U << 19U;
 
 std::optional<std::uint64_t> halfOf(std::string_view digits) {
     std::uint64_t value = 0;
@@ -56,7 +54,6 @@ std::uint64_t Book::keyOf(SnapshotCatalogue catalogue, std::string_view key) {
 }
 
 Digest Book::hashOf(std::uint64_t key, std::string_view bytes) {
-    // The key is the seed: two records whose bytes changed places are another state.
     const XXH128_hash_t hash = XXH3_128bits_withSeed(bytes.data(), bytes.size(), key);
     return {hash.high64, hash.low64};
 }
@@ -68,21 +65,11 @@ void Book::addCall(SnapshotCatalogue catalogue, const std::vector<std::string>& 
         markets_.insert(market);
     }
     digest_ += hashOf(calls_++, text);
-    // Growing step by step would move every entry several times. Bounded, for nobody has seen the records yet.
-    hashByKey_.reserve(hashByKey_.size() + std::min(records, kReservedHashes));
 }
 
-void Book::add(std::uint64_t key, std::string_view bytes) {
-    const Digest hash = hashOf(key, bytes);
+void Book::add(std::uint64_t key, const Digest& hash) {
     hashByKey_[key] += hash;
     digest_ += hash;
-}
-
-void Book::addMarket(const std::string& market) {
-    if (market != lastMarket_) {  // records of one market mostly stand together
-        markets_.insert(market);
-        lastMarket_ = market;
-    }
 }
 
 void Book::put(std::uint64_t key, std::string_view bytes) {

@@ -34,27 +34,29 @@ public:
     /// under one key is the center's affair.
     static std::uint64_t keyOf(SnapshotCatalogue catalogue, std::string_view key);
 
-    /// A load of a day, before its records.
+    /// The hash of a record. The key is in it: two records whose bytes changed places are another state.
+    static Digest hashOf(std::uint64_t key, std::string_view bytes);
+
+    /// Makes room for the records of a day: growing step by step would move every entry several times.
+    void reserve(std::size_t records) { hashByKey_.reserve(records); }
+    /// A load of a day, beside its records.
     void addCall(SnapshotCatalogue catalogue, const std::vector<std::string>& markets, std::uint64_t records);
     /// A record of a day. Several of one key add up, so that none can be missing.
-    void add(std::uint64_t key, std::string_view bytes);
+    void add(std::uint64_t key, const Digest& hash);
     /// An instrument of a change: in place of whatever has its key.
     void put(std::uint64_t key, std::string_view bytes);
     void remove(std::uint64_t key);
 
     /// A market of a record.
-    void addMarket(const std::string& market);
+    void addMarket(const std::string& market) { markets_.insert(market); }
     bool hasMarket(const std::string& market) const { return markets_.count(market) != 0; }
 
     const Digest& digest() const { return digest_; }
     std::size_t size() const { return hashByKey_.size(); }
 
 private:
-    static Digest hashOf(std::uint64_t key, std::string_view bytes);
-
     boost::unordered_flat_map<std::uint64_t, Digest> hashByKey_;
     std::set<std::string> markets_;  // that records or loads of instruments name
-    std::string lastMarket_;
     std::uint64_t calls_ = 0;
     Digest digest_;
 };

@@ -229,10 +229,10 @@ private:
 /// Fills a center from the log and keeps it there, on a thread of its own. The center must outlive it, and nobody else
 /// loads what the feed loads.
 ///
-/// The first day is loaded as the publisher handed it in. Each later one is one replaceInstruments, markets that it
-/// lacks included, and the loads of the other catalogues; each change is one applyChanges. So a key that is there
-/// before and after answers all the time, and readers see no half of a market. Whatever goes wrong, the center keeps
-/// the last good day.
+/// A day is one replaceInstruments, markets that it lacks included, and the loads of the other catalogues; a change is
+/// one applyChanges. In the in-memory center each of the two is one version. A key that is there before and after
+/// answers all the time; in the persisted center but for the instruments that stand for funds and bonds, which are gone
+/// while their load writes them. Whatever goes wrong, the center keeps the last good day.
 class PM_FEED_API Subscriber {
 public:
     /// Starts at once; returns without having waited for anything.

@@ -6,6 +6,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "base/instrumentcenter/catalogue/PseudoInstruments.h"
+#include "base/instrumentcenter/vocabulary/Markets.h"
 #include "feed/Listing.h"
 
 namespace mxservice::feed {
@@ -17,24 +19,21 @@ public:
     explicit CenterHost(Center& center) : center_(center) {}
 
     void load(const Day& day, const std::vector<Change>& changes) override {
-        Listing listing = listingOf(day, changes, kParts);
-        std::set<std::string> markets = marketsOf(listing);
-        if (std::exchange(loaded_, true)) {
-            nameAll(markets, listing.markets);
-            nameAll(markets_, listing.markets);  // of a market that the batch has nothing for, everything goes
-            replace(day, changes, listing);
-        } else {
-            // Nobody asks for a former day: every load as it was handed in, every change as it was made.
-            day.loadInto(center_);
-            if (!listing.left.empty()) {
-                center_.applyChanges({}, listing.left);  // or it had more than a host that has seen other days
-            }
-            for (const Change& change : changes) {
-                apply(change);
-            }
+        const Listing listing = listingOf(day, changes, kParts);
+        const std::set<std::string> markets = marketsOf(listing);
+        const Catalogues catalogues = cataloguesOf(day);
+        // Before anything is loaded, and with those of the former day: where a center throws, either may be there.
+        markets_.insert(markets.begin(), markets.end());
+        for (std::size_t i = 0; i < catalogues.size(); ++i) {
+            catalogues_[i] = catalogues_[i] || catalogues[i];
         }
-        markets_ = std::move(markets);
-        catalogues_ = cataloguesOf(day);
+        if constexpr (kInMemory) {
+            center_.loadTogether([&] { replace(day, changes, listing); });
+        } else {
+            replace(day, changes, listing);
+        }
+        markets_ = markets;
+        catalogues_ = catalogues;
     }
 
     void apply(const Change& change) override { center_.applyChanges(change.upserts, change.removedKeys); }
@@ -53,27 +52,36 @@ private:
         return catalogues;
     }
 
+    /// The first day goes this way, too: what a load brings and a later one of the same day leaves out would stay in
+    /// a center that does load by load, and hosts of one revision would differ by what they had before.
+    ///
     /// Changes are in the one batch, too: replayed one by one behind the day, a listing that the former state had and a
     /// change brings again would be gone in between.
     void replace(const Day& day, const std::vector<Change>& changes, const Listing& listing) {
-        center_.replaceInstruments(listing.markets, listing.instruments);
+        std::vector<std::string> named = listing.markets;
+        nameAll(markets_, named);  // of a market that the batch has nothing for, everything goes
+        if constexpr (kInMemory) {
+            // What stands for funds and bonds among the instruments is filed beside what former loads have filed. In
+            // the persisted center it would be gone until those loads bring it again.
+            nameAll({kEtfInstruments, market::kInterbank}, named);
+        }
+        center_.replaceInstruments(named, listing.instruments);
         const auto upserts = sharedUpserts(changes);
         if (!upserts.empty()) {
             center_.applyChanges(upserts, {});
         }
-        const Catalogues present = cataloguesOf(day);
         Day others;
-        for (std::size_t i = 1; i < present.size(); ++i) {
-            const auto catalogue = static_cast<SnapshotCatalogue>(i);
-            if (present[i] || catalogues_[i]) {
-                loadsOf(day, catalogue, others);
+        for (std::size_t i = 1; i < catalogues_.size(); ++i) {
+            if (catalogues_[i]) {
+                loadsOf(day, static_cast<SnapshotCatalogue>(i), others);
             }
         }
         others.loadInto(center_);
     }
 
     /// The loads of one catalogue; an empty one where the day has none and the former day had. In the in-memory center
-    /// each replaces the one before, so that only the last one shows: between two of them keys would be gone.
+    /// each replaces the one before, but for the instruments that stand for its funds and bonds: those of the last one
+    /// alone shall be there.
     static void loadsOf(const Day& day, SnapshotCatalogue catalogue, Day& loads) {
         std::vector<const Day::Call*> calls;
         for (const Day::Call& call : day.calls()) {
@@ -95,7 +103,6 @@ private:
     }
 
     Center& center_;
-    bool loaded_ = false;
     std::set<std::string> markets_;  // of the day that the center has, folded
     Catalogues catalogues_{};
 };

@@ -68,13 +68,8 @@ std::uint32_t flagsOf(bool shanghai, bool shenzhen) {
 /// later parts say.
 class Parts {
 public:
-    void take(const std::string& part, Instruments records, std::set<std::string>& dropped) {
-        Instruments& place = byMarket_[part];
-        // A part that comes again replaces the one before, and a center that has built from that one keeps its keys.
-        for (const InstrumentPtr& record : place) {
-            dropped.insert(filedKey(record->market, record->code));
-        }
-        place = std::move(records);
+    void take(const std::string& part, Instruments records) {
+        byMarket_[part] = std::move(records);
         if (byMarket_.count(market::kShanghaiConnect) != 0 && byMarket_.count(market::kShenzhenConnect) != 0) {
             build();
         }
@@ -158,7 +153,7 @@ void append(const Instruments& more, Instruments& instruments) {
 
 /// What a later load replaces of the earlier ones: the markets that its records name, in the persisted center also
 /// those that it names itself.
-void dropReplaced(const Day::Call& call, ConnectParts parts, Instruments& instruments, std::set<std::string>& dropped) {
+void dropReplaced(const Day::Call& call, ConnectParts parts, Instruments& instruments) {
     std::set<std::string, std::less<>> replaced;
     if (parts == ConnectParts::Grouped) {
         for (const std::string& name : call.markets) {
@@ -168,13 +163,8 @@ void dropReplaced(const Day::Call& call, ConnectParts parts, Instruments& instru
     for (const auto& record : call.records) {
         replaced.emplace(filedUnder(static_cast<const CInstrumentDetail&>(*record).market));
     }
-    std::erase_if(instruments, [&](const InstrumentPtr& record) {
-        const bool gone = replaced.count(filedUnder(record->market)) != 0;
-        if (gone) {
-            dropped.insert(filedKey(record->market, record->code));
-        }
-        return gone;
-    });
+    std::erase_if(instruments,
+                  [&](const InstrumentPtr& record) { return replaced.count(filedUnder(record->market)) != 0; });
 }
 
 /// A record keeps its place when it changes, because of listings with one key the order decides; one that is removed
@@ -221,7 +211,6 @@ Listing listingOf(const Day& day, const std::vector<Change>& changes, ConnectPar
     Listing listing;
     Parts hongKong;
     std::set<std::string> named;
-    std::set<std::string> dropped;
     bool first = true;
     for (const Day::Call& call : day.calls()) {
         if (call.catalogue != SnapshotCatalogue::Instruments) {
@@ -233,22 +222,15 @@ Listing listingOf(const Day& day, const std::vector<Change>& changes, ConnectPar
             }
         }
         if (isPart(call)) {
-            hongKong.take(call.markets.front(), instrumentsOf(call), dropped);
+            hongKong.take(call.markets.front(), instrumentsOf(call));
             continue;
         }
         if (!std::exchange(first, false)) {  // mostly there is one load, and nothing that it could replace
-            dropReplaced(call, parts, listing.instruments, dropped);
+            dropReplaced(call, parts, listing.instruments);
         }
         append(instrumentsOf(call), listing.instruments);
     }
     append(parts == ConnectParts::LastWins ? hongKong.built() : hongKong.all(), listing.instruments);
-    // Before the changes: a key that one of them brings back is one that the day has left.
-    if (!dropped.empty()) {
-        for (const InstrumentPtr& record : listing.instruments) {
-            dropped.erase(filedKey(record->market, record->code));
-        }
-        listing.left.assign(dropped.begin(), dropped.end());
-    }
     if (!changes.empty()) {
         takeChanges(changes, listing.instruments);
     }

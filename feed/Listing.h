@@ -14,9 +14,6 @@ namespace mxservice::feed {
 struct Listing {
     std::vector<std::string> markets;
     std::vector<boost::shared_ptr<CInstrumentDetail>> instruments;
-    /// Keys of a load that a later one of the same day has left out. A center that does load by load still answers
-    /// them.
-    std::vector<std::string> left;
 };
 
 /// How a center takes Hong Kong when it comes in parts, one load for each of "HGT", "SGT" and "HK": the in-memory one

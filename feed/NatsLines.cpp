@@ -124,15 +124,18 @@ natsStatus NatsLines::setUp(natsOptions* options) const {
     with(!options_.credentialsFile.empty(),
          [&] { return natsOptions_SetUserCredentialsFromFiles(options, options_.credentialsFile.c_str(), nullptr); });
     // The library reads no scheme: without this "tls://" would speak plainly to a server that does not insist.
-    const bool tls = options_.tls || std::any_of(options_.servers.begin(), options_.servers.end(),
-                                                 [](const auto& url) { return url.rfind("tls://", 0) == 0; });
-    with(tls, [&] { return natsOptions_SetSecure(options, true); });
+    with(usesTls(), [&] { return natsOptions_SetSecure(options, true); });
     with(!options_.caFile.empty(),
          [&] { return natsOptions_LoadCATrustedCertificates(options, options_.caFile.c_str()); });
     with(!options_.certificateFile.empty(), [&] {
         return natsOptions_LoadCertificatesChain(options, options_.certificateFile.c_str(), options_.keyFile.c_str());
     });
     return status;
+}
+
+bool NatsLines::usesTls() const {
+    return options_.tls || std::any_of(options_.servers.begin(), options_.servers.end(),
+                                       [](const auto& url) { return url.rfind("tls://", 0) == 0; });
 }
 
 NatsFailure NatsLines::failureOf(natsStatus status, jsErrCode code) const {
@@ -170,6 +173,11 @@ NatsLineHandle NatsLines::connect(NatsFailure& failure) {
         const char* const text = nats_GetLastError(nullptr);
         failure = failureOf(status, static_cast<jsErrCode>(0));
         failure.reason += text != nullptr && *text != '\0' ? fmt::format(", {}", text) : "";
+        if (usesTls() && (status == NATS_PROTOCOL_ERROR || status == NATS_IO_ERROR)) {
+            // By TLS 1.3 a client takes the handshake for done before the server has looked at its certificate. One
+            // that is refused shows as a connection that ends, which a server that is being stopped does as well.
+            failure.reason += "; the server may not accept this certificate";
+        }
         delete errors;  // a connection that never was is not closed, so nobody else does
         return nullptr;
     }

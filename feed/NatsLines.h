@@ -76,6 +76,7 @@ private:
     static void dropShared(void* closure);
     static void dropSharedOf(natsConnection* unused, void* closure);
 
+    bool usesTls() const;
     natsStatus setUp(natsOptions* options) const;
     NatsLineHandle connect(NatsFailure& failure);
     void subscribe(NatsLine& line) const;

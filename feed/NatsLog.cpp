@@ -66,15 +66,21 @@ private:
     NatsLines lines_;
 };
 
+/// Got or Put that says why there is nothing.
+template <class Answer>
+Answer failed(const NatsFailure& failure) {
+    Answer answer;
+    answer.reply = failure.reply;
+    answer.reason = failure.reason;
+    return answer;
+}
+
 template <class Ask>
 Got NatsLog::got(Ask ask) {
-    Got got;
     NatsFailure failure;
     const NatsLineHandle line = lines_.get(failure);
     if (!line) {
-        got.reply = failure.reply;
-        got.reason = failure.reason;
-        return got;
+        return failed<Got>(failure);
     }
     natsMsg* message = nullptr;
     auto code = static_cast<jsErrCode>(0);
@@ -83,11 +89,9 @@ Got NatsLog::got(Ask ask) {
     if (status != NATS_OK) {
         // Without the stream nobody has published, either: who follows waits for a day, who publishes makes the stream.
         const bool missing = status == NATS_NOT_FOUND || code == JSNoMessageFoundErr || code == JSStreamNotFoundErr;
-        failure = missing ? NatsFailure{Reply::Missing, "not there"} : lines_.failureOf(status, code);
-        got.reply = failure.reply;
-        got.reason = failure.reason;
-        return got;
+        return failed<Got>(missing ? NatsFailure{Reply::Missing, "not there"} : lines_.failureOf(status, code));
     }
+    Got got;
     got.reply = Reply::Ok;
     got.message.sequence = natsMsg_GetSequence(message);
     got.message.payload.assign(natsMsg_GetData(message), static_cast<std::size_t>(natsMsg_GetDataLength(message)));
@@ -145,13 +149,10 @@ Got NatsLog::part(const std::string& token, std::uint64_t index) {
 
 template <class Ask>
 Put NatsLog::put(Ask ask) {
-    Put put;
     NatsFailure failure;
     const NatsLineHandle line = lines_.get(failure);
     if (!line) {
-        put.reply = failure.reply;
-        put.reason = failure.reason;
-        return put;
+        return failed<Put>(failure);
     }
     auto code = static_cast<jsErrCode>(0);
     jsPubAck* answered = nullptr;
@@ -159,15 +160,13 @@ Put NatsLog::put(Ask ask) {
     const NatsAck ack(answered);
     if (status != NATS_OK) {
         failure = lines_.failureOf(status, code);
-        const bool conflict = code == JSStreamWrongLastSequenceErr;
-        put.reply = conflict ? Reply::Conflict : failure.reply;
-        put.reason = failure.reason;
-        return put;
+        if (code == JSStreamWrongLastSequenceErr) {
+            failure.reply = Reply::Conflict;
+        }
+        return failed<Put>(failure);
     }
-    put.reply = Reply::Ok;
-    put.sequence = answered != nullptr ? answered->Sequence : 0;  // only messages are acknowledged with one
     lines_.answered();
-    return put;
+    return {Reply::Ok, "", answered != nullptr ? answered->Sequence : 0};  // only messages are acknowledged with one
 }
 
 /// A stream that is there stays as it is: what an operator has set on it (replicas, limits, placement) wins.

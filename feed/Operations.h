@@ -8,8 +8,8 @@
 #include "feed/Feed.h"
 #include "feed/RecordBytes.h"
 
-// Days and changes as bytes: a sequence of operations in one zstd frame with a checksum. What a message carries, and
-// what the cache file keeps.
+// Days and changes as bytes: a sequence of operations in zstd frames with checksums, a change in one, a day in as many
+// as make several threads worth while. What a message carries, and what the cache file keeps.
 
 namespace mxservice::feed {
 

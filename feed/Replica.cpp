@@ -6,10 +6,12 @@
 #include <utility>
 
 #include "feed/Operations.h"
+#include "feed/Parallel.h"
 
 namespace mxservice::feed {
 namespace {
 
+constexpr std::size_t kPartsAtOnce = 4;
 constexpr int kTries = 3;  // of a look whose messages were purged while it read them
 
 }  // namespace
@@ -214,16 +216,18 @@ Replica::Fetched Replica::fetch(Message message, Entry& entry) {
 
 Replica::Fetched Replica::fetchParts(Entry& entry) {
     entry.packed.clear();
-    for (std::uint64_t i = 0; i < entry.head.parts; ++i) {
-        const Got got = log_.part(entry.head.token, i);
-        if (got.reply != Reply::Ok) {
-            return failed(got);
+    for (std::uint64_t i = 0; i < entry.head.parts && entry.packed.size() <= entry.head.bytes;) {
+        // Several at a time: the server reads one while this side takes another. Nothing is reserved on the word of a
+        // header.
+        std::vector<Got> parts(std::min<std::uint64_t>(entry.head.parts - i, kPartsAtOnce));
+        inParallel(parts.size(), kPartsAtOnce, [&](std::size_t k) { parts[k] = log_.part(entry.head.token, i + k); });
+        for (const Got& got : parts) {
+            if (got.reply != Reply::Ok) {
+                return failed(got);
+            }
+            entry.packed += got.message.payload;
         }
-        // Nothing is reserved on the word of a header.
-        entry.packed += got.message.payload;
-        if (entry.packed.size() > entry.head.bytes) {
-            break;
-        }
+        i += parts.size();
     }
     if (entry.packed.size() != entry.head.bytes) {
         reason_ = fmt::format("revision {}: parts of {} bytes where {} were announced", entry.head.revision,

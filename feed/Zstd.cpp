@@ -50,18 +50,25 @@ void Packer::pack(bool last) {
     plain_.clear();
 }
 
-Unpacker::Unpacker(std::string_view packed, std::uint64_t maxBytes)
-    : context_(ZSTD_createDCtx(), ZSTD_freeDCtx), in_{packed.data(), packed.size(), 0}, allowed_(maxBytes) {
+std::vector<std::string_view> framesOf(std::string_view packed) {
+    std::vector<std::string_view> frames;
+    while (!packed.empty()) {
+        // Walks the heads of the frame's blocks; nothing is unpacked for it.
+        const std::size_t size = ZSTD_findFrameCompressedSize(packed.data(), packed.size());
+        if (ZSTD_isError(size) != 0U) {
+            throw BadBytes(fmt::format("not to be unpacked: {}", ZSTD_getErrorName(size)));
+        }
+        frames.push_back(packed.substr(0, size));
+        packed.remove_prefix(size);
+    }
+    return frames;
+}
+
+Unpacker::Unpacker(std::string_view packed, Allowance& allowance)
+    : context_(ZSTD_createDCtx(), ZSTD_freeDCtx), in_{packed.data(), packed.size(), 0}, allowance_(allowance) {
     if (!context_) {
         throw std::bad_alloc();
     }
-}
-
-void Unpacker::charge(std::uint64_t bytes) {
-    if (bytes > allowed_) {
-        throw BadBytes("more than may be unpacked");
-    }
-    allowed_ -= bytes;
 }
 
 std::string_view Unpacker::take(std::uint64_t size) {

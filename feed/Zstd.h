@@ -2,6 +2,7 @@
 
 #include <zstd.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -32,14 +33,36 @@ private:
     std::string packed_;
 };
 
+/// How much memory what comes from outside may still take. Safe from any thread.
+class Allowance {
+public:
+    explicit Allowance(std::uint64_t bytes) : left_(bytes) {}
+
+    /// Throws BadBytes when it is exceeded, and from then on.
+    void charge(std::uint64_t bytes) {
+        std::uint64_t left = left_;
+        do {
+            if (bytes > left) {
+                throw BadBytes("more than may be unpacked");
+            }
+        } while (!left_.compare_exchange_weak(left, left - bytes));
+    }
+
+private:
+    std::atomic<std::uint64_t> left_;
+};
+
+/// The frames that stand one after the other, each whole. Throws BadBytes where they are none.
+std::vector<std::string_view> framesOf(std::string_view packed);
+
 /// Unpacks a frame step by step. Throws BadBytes for what is none, goes on behind its end, or is longer than allowed.
 class Unpacker final : public Source {
 public:
-    Unpacker(std::string_view packed, std::uint64_t maxBytes);
+    Unpacker(std::string_view packed, Allowance& allowance);
 
     std::string_view take(std::uint64_t size) override;
     /// Counts memory against what is allowed.
-    void charge(std::uint64_t bytes);
+    void charge(std::uint64_t bytes) { allowance_.charge(bytes); }
     /// Whether nothing is left, neither plain nor packed.
     bool finished();
 
@@ -51,7 +74,7 @@ private:
     std::vector<char> plain_;
     std::size_t begin_ = 0;
     std::size_t end_ = 0;
-    std::uint64_t allowed_;
+    Allowance& allowance_;
     bool frameEnded_ = false;
 };
 

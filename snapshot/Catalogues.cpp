@@ -137,4 +137,8 @@ const char* catalogueName(SnapshotCatalogue catalogue) {
     return snapshot::kindOf(catalogue).name;
 }
 
+const RecordType& catalogueType(SnapshotCatalogue catalogue) {
+    return snapshot::kindOf(catalogue).table();
+}
+
 }  // namespace mxservice

@@ -39,6 +39,10 @@ constexpr std::size_t kSnapshotCatalogues = 8;
 /// "counterparties", "otcfundplans", "issuances", "issuanceprices".
 PM_SNAPSHOT_API const char* catalogueName(SnapshotCatalogue catalogue);
 
+/// The field table of a catalogue's class of records, whose fields are the keys and columns of its files. It is the
+/// same object at every call, lives as long as the process and is never changed, so any thread may ask and keep it.
+PM_SNAPSHOT_API const RecordType& catalogueType(SnapshotCatalogue catalogue);
+
 /// What a file is made of: a JSON object a line, or a header line and a record a line (RFC 4180).
 enum class SnapshotFormat : std::uint8_t { Ndjson, Csv };
 

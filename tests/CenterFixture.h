@@ -60,6 +60,7 @@ struct ServerKind {
 struct ClientKind {
     using Center = OpenClientCenter;
 };
+using BothCenterKinds = testing::Types<ServerKind, ClientKind>;
 
 template <class Kind>
 class CenterTest : public testing::Test {
@@ -76,6 +77,15 @@ protected:
 
 private:
     std::unique_ptr<Center> center_ = std::make_unique<Center>();
+};
+
+/// Pins today for as long as it lives.
+class PinnedDay {
+public:
+    PinnedDay() { utils::setToday("20260302"); }
+    ~PinnedDay() { utils::setToday(""); }
+    PinnedDay(const PinnedDay&) = delete;
+    PinnedDay& operator=(const PinnedDay&) = delete;
 };
 
 /// The key texts of a result.

@@ -106,8 +106,7 @@ protected:
     }
 };
 
-using Kinds = testing::Types<ServerKind, ClientKind>;
-TYPED_TEST_SUITE(Chains, Kinds);
+TYPED_TEST_SUITE(Chains, BothCenterKinds);
 
 TYPED_TEST(Chains, OfADayAreWhatAFilterFinds) {
     Instruments records;

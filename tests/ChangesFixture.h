@@ -12,8 +12,6 @@ namespace mxservice {
 inline const std::vector<std::string> kChangedMarkets{"SH",  "SZ",  "BJ",   "HK",   "HGT",  "SGT", "SHO",
                                                       "SZO", "DCE", "CZCE", "NEEQ", "NYSE", "WP"};
 
-using BothCenterKinds = testing::Types<ServerKind, ClientKind>;
-
 /// The text under which a key is filed.
 inline std::string folded(const std::string& text) {
     const std::string prefix = text.substr(0, 3);

@@ -98,7 +98,7 @@ TYPED_TEST(Changes, LeaveACenterAsIfItsMarketsHadBeenReplaced) {
     const int rounds = static_cast<int>(fromEnvironment("PM_ROUNDS", 60));
     SCOPED_TRACE(seed);
     model::Maker maker(seed);
-    utils::setToday("20260302");
+    const PinnedDay day;
     const auto fresh = [&] {
         InstrumentPtr record = maker.instrument(maker.oneOf(kChangedMarkets)).real;
         // Set by the host: what the center sets itself is not told by a listing alone.
@@ -142,7 +142,6 @@ TYPED_TEST(Changes, LeaveACenterAsIfItsMarketsHadBeenReplaced) {
             expectStoredCatalogues(this->asked(), listing);
         }
     }
-    utils::setToday("");
 }
 
 /// A key that is removed or put stays so when Hong Kong is completed from the parts kept of earlier loads.

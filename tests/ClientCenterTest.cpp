@@ -476,12 +476,11 @@ TEST_F(ClientCenter, OuterTablesKeepNamesAndReplaceTheRest) {
 }
 
 TEST_F(ClientCenter, LoadsLogTheIssuesOfTheDay) {
-    utils::setToday("20260302");
+    const PinnedDay day;
     const InstrumentPtr issue = instrument("SH", "730001");
     issue->listingDate = "20260302";
     const LogCapture capture;
     load({"SH"}, {issue, instrument("SH", "689009")});
-    utils::setToday("");
     EXPECT_EQ(capture.count("[ipo] stk code:SH730001"), 1U);
     EXPECT_EQ(capture.count("[ipo] cdr code:SH689009"), 1U);
     EXPECT_EQ(capture.lines().front().file, "base/instrumentcenter/CClientInstrumentCenter");

@@ -111,8 +111,7 @@ private:
     const TemporaryDirectory directory_{TemporaryDirectory::inMemory()};
 };
 
-using Kinds = testing::Types<ServerKind, ClientKind>;
-TYPED_TEST_SUITE(Endurance, Kinds);
+TYPED_TEST_SUITE(Endurance, BothCenterKinds);
 
 TYPED_TEST(Endurance, ReloadsOfOtherContentTakeNoMoreAndMore) {
     const std::uint64_t reloads = fromEnvironment<std::uint64_t>("PM_RELOADS", kTimes);

@@ -9,6 +9,7 @@
 #include "tests/FeedFixture.h"
 #include "tests/FromEnvironment.h"
 #include "tests/RandomRecords.h"
+#include "tests/SecondaryRecords.h"
 
 namespace mxservice::feed {
 namespace {
@@ -81,6 +82,46 @@ TEST(FeedCodec, DayComesBackAsItWasHandedIn) {
     ASSERT_EQ(back.upserts.size(), change.upserts.size());
     EXPECT_EQ(*back.upserts[2], *change.upserts[2]);
     EXPECT_EQ(packed.digest(), unpacked.digest());
+}
+
+TEST(FeedCodec, ALoadOfManyRecordsComesInSeveralFrames) {
+    constexpr int kRecords = 20000;
+    Instruments instruments;
+    std::map<std::string, boost::shared_ptr<CBondInfoDetail>> bonds;
+    for (int i = 0; i < kRecords; ++i) {
+        instruments.push_back(instrument(i % 2 == 0 ? "SH" : "SZ", std::to_string(i)));
+        bonds["key " + std::to_string(i)] = bond(std::to_string(i));
+    }
+    Day day;
+    day.initInstruments({"SH", "SZ"}, instruments);
+    day.initBonds(bonds);
+    Book packed;
+    Book unpacked;
+    const std::string bytes = packDay(day, packed);
+    const Day back = unpackDay(bytes, kRoom, unpacked);
+    expectEqual(back, day);
+    EXPECT_EQ(packed.digest(), unpacked.digest());
+    EXPECT_EQ(unpacked.size(), 2U * kRecords);
+    EXPECT_TRUE(unpacked.hasMarket("SZ"));
+
+    const std::vector<std::string_view> frames = framesOf(bytes);
+    ASSERT_EQ(frames.size(), 6U);
+    const auto unpackFrames = [&](std::initializer_list<std::size_t> chosen) {
+        std::string some;
+        for (const std::size_t frame : chosen) {
+            some += frames[frame];
+        }
+        unpackDay(some, kRoom, unpacked);
+    };
+    EXPECT_THROW(unpackFrames({0, 1, 2, 3, 4}), BadBytes) << "breaks off between two frames";
+    EXPECT_THROW(unpackFrames({1, 2, 3, 4, 5}), BadBytes) << "records without their load";
+    EXPECT_THROW(unpackFrames({0, 4, 5}), BadBytes) << "bonds among instruments";
+    EXPECT_THROW(unpackFrames({5, 0, 5}), BadBytes) << "an end in the middle";
+    EXPECT_THROW(unpackFrames({}), BadBytes);
+    unpackFrames({0, 1, 3, 4, 5});
+    EXPECT_NE(packed.digest(), unpacked.digest()) << "the digest tells of a frame that is missing within";
+    // What all frames take together is bounded, not each of them.
+    EXPECT_THROW(unpackDay(bytes, std::uint64_t{kRecords} * sizeof(CInstrumentDetail), unpacked), BadBytes);
 }
 
 TEST(FeedCodec, MinusZeroAndNotANumberKeepTheirBits) {
@@ -175,20 +216,20 @@ TEST(FeedBook, DigestIsThatOfTheContent) {
     }
     Book fresh;  // in another order
     for (auto at = model.rbegin(); at != model.rend(); ++at) {
-        fresh.add(at->first, at->second);
+        fresh.add(at->first, Book::hashOf(at->first, at->second));
     }
     EXPECT_EQ(book.digest(), fresh.digest());
     EXPECT_EQ(Digest::of(book.digest().text()), book.digest());
     // Bytes that change places are another state, and so is a record twice.
     Book swapped;
-    swapped.add(1, "b");
-    swapped.add(2, "a");
+    swapped.add(1, Book::hashOf(1, "b"));
+    swapped.add(2, Book::hashOf(2, "a"));
     Book plain;
-    plain.add(1, "a");
-    plain.add(2, "b");
+    plain.add(1, Book::hashOf(1, "a"));
+    plain.add(2, Book::hashOf(2, "b"));
     EXPECT_NE(plain.digest(), swapped.digest());
     const Digest once = plain.digest();
-    plain.add(1, "a");
+    plain.add(1, Book::hashOf(1, "a"));
     EXPECT_NE(plain.digest(), once);
 }
 

@@ -236,8 +236,7 @@ private:
     const TemporaryDirectory directory_{TemporaryDirectory::inMemory()};
 };
 
-using Kinds = testing::Types<ServerKind, ClientKind>;
-TYPED_TEST_SUITE(LargeLimits, Kinds);
+TYPED_TEST_SUITE(LargeLimits, BothCenterKinds);
 
 TYPED_TEST(LargeLimits, OfAMarket) {
     const int codes = static_cast<int>(fromEnvironment("PM_RECORDS", 20000));

@@ -30,8 +30,7 @@ std::vector<std::string> keysIn(const Map& map) {
 template <class Kind>
 class Secondary : public CenterTest<Kind> {};
 
-using Kinds = testing::Types<ServerKind, ClientKind>;
-TYPED_TEST_SUITE(Secondary, Kinds);
+TYPED_TEST_SUITE(Secondary, BothCenterKinds);
 
 TYPED_TEST(Secondary, AFundAnswersToBothItsKeys) {
     const auto fund = etf("SH", "510050", "510051");

@@ -102,19 +102,11 @@ std::map<std::string, std::string> filesIn(const std::filesystem::path& director
 
 /// A day with such records in every catalogue.
 Snapshot awkwardDay() {
-    using namespace mxservice;
-    const std::vector<const RecordType*> types{&CInstrumentDetail::table(),
-                                               &CETFDetail::table(),
-                                               &CBondInfoDetail::table(),
-                                               &CTenderBondInfoDetail::table(),
-                                               &CCounterpartyDetail::table(),
-                                               &COTCFundPlanInfo::table(),
-                                               &COTCSecuritiesIssuanceInfo::table(),
-                                               &COTCStockEnquiryPriceSetting::table()};
     Snapshot day;
-    for (std::size_t i = 0; i < types.size(); ++i) {
+    for (std::size_t i = 0; i < day.recordsRead.size(); ++i) {
+        const auto catalogue = static_cast<SnapshotCatalogue>(i);
         for (const std::string& text : kAwkwardTexts) {
-            day.add(static_cast<SnapshotCatalogue>(i), awkwardRecord(*types[i], text));
+            day.add(catalogue, awkwardRecord(catalogueType(catalogue), text));
         }
         day.recordsRead[i] = kAwkwardTexts.size();
     }
@@ -171,8 +163,7 @@ TEST_F(SnapshotTest, NothingIsWrittenWhereItWouldBeReadTogetherWithOtherFilesOrC
 
 template <class Kind>
 class SnapshotLoadTest : public mxservice::CenterTest<Kind> {};
-using Kinds = testing::Types<mxservice::ServerKind, mxservice::ClientKind>;
-TYPED_TEST_SUITE(SnapshotLoadTest, Kinds);
+TYPED_TEST_SUITE(SnapshotLoadTest, mxservice::BothCenterKinds);
 
 TYPED_TEST(SnapshotLoadTest, OneListingOfHongKongIsAWholeLoadAndWhatADayLacksStays) {
     auto& center = this->asked();

@@ -61,8 +61,7 @@ std::uint64_t keysIn(const CenterStatistics& statistics, const std::string& inde
 
 template <class Kind>
 class Statistics : public CenterTest<Kind> {};
-using Kinds = testing::Types<ServerKind, ClientKind>;
-TYPED_TEST_SUITE(Statistics, Kinds);
+TYPED_TEST_SUITE(Statistics, BothCenterKinds);
 
 TYPED_TEST(Statistics, ALoadAccountsForEveryRecord) {
     this->load({"SH", "SHFI", "HK", "HGT", "SGT"},

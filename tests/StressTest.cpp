@@ -397,8 +397,7 @@ protected:
     Faults faults_;
 };
 
-using Kinds = testing::Types<ServerKind, ClientKind>;
-TYPED_TEST_SUITE(Stress, Kinds);
+TYPED_TEST_SUITE(Stress, BothCenterKinds);
 
 TYPED_TEST(Stress, EveryAnswerIsOfOneMomentAndTimeNeverRunsBackwards) {
     this->loadStocks(1);

@@ -152,6 +152,20 @@ void CServerInstrumentCenter::replaceInstruments(const std::vector<std::string>&
     load(markets, instruments, Others::Drop);
 }
 
+void CServerInstrumentCenter::loadTogether(const std::function<void()>& loads) {
+    const Subscribers::HoldBack telling(state().subscribers);  // one change for all, when no lock is held
+    // Before any publication, as every load takes the two: one that waits for publishing with this lock held, while
+    // this thread wants the lock within, would be waited for.
+    const std::lock_guard guard(state().connectLock);
+    auto parts = state().connectSnapshots;
+    try {
+        state().publishTogether(loads, differenceMaker(nullptr));
+    } catch (...) {
+        state().connectSnapshots.swap(parts);  // or the next part would bring what nobody has seen
+        throw;
+    }
+}
+
 void CServerInstrumentCenter::load(const std::vector<std::string>& markets,
                                    const std::vector<InstrumentPtr>& instruments, Others others) {
     const Subscribers::HoldBack telling(state().subscribers);  // until the load is noted and no lock is held

@@ -164,6 +164,15 @@ public:
     void applyChanges(const std::vector<boost::shared_ptr<CInstrumentDetail>>& upserts,
                       const std::vector<std::string>& removedKeys);
 
+    /// Runs `loads`, and whatever it loads, replaces, changes and updates in this center on the calling thread becomes
+    /// visible in one step when it returns: a whole day, of all catalogues, is one version. Until then every question,
+    /// the calling thread's own among them, is answered from the former version. If it throws, nothing of it is ever
+    /// seen and the exception passes on; statistics() tell of its loads all the same. One within another is part of it.
+    /// Subscribers hear of one change. Not virtual. Loads of other threads wait for its end, so `loads` must not wait
+    /// for such a thread; questions wait for nothing. Cost: of the loads, and some memory for what each of them
+    /// replaces of the one before.
+    void loadTogether(const std::function<void()>& loads);
+
     /// Calls `handler` after each load or update that readers can see, in the order of versions and one call at a time,
     /// on the thread of the load, or of another one that is under way, or where `executor` runs it (then the executor
     /// decides about order). No lock is held: the handler may ask, load, subscribe and unsubscribe; what it loads is

@@ -130,8 +130,9 @@ void CServerInstrumentCenter::applyChanges(const std::vector<boost::shared_ptr<C
         return ask(state(),
                    [key](const ServerVersion& version) noexcept { return version.keys.marketOf(key) != nullptr; });
     };
-    const bool changesNothing =
-        amendment.upserts.empty() && std::none_of(amendment.removed.begin(), amendment.removed.end(), isFiled);
+    // Not asked within loadTogether(), where what is filed by now cannot be seen yet.
+    const bool changesNothing = !state().isTogether() && amendment.upserts.empty() &&
+                                std::none_of(amendment.removed.begin(), amendment.removed.end(), isFiled);
     if (!changesNothing) {
         publish(
             state(), [&](ServerVersion& version) { amend(server_->futureMarkets, amendment, version); },

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -7,7 +8,9 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <thread>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "base/instrumentcenter/Guarded.h"
@@ -106,6 +109,11 @@ struct InterfaceState {
 
     /// Between two publications: each is told, or was seen by whoever asks from now on.
     Subscription subscribe(ChangeHandler handler, Executor executor) {
+        if (isTogether()) {
+            // The thread holds already what between() would wait for. The draft still has the number of what can be
+            // seen, so the version that it becomes will be told.
+            return subscribers.add(std::move(handler), std::move(executor), draft_->number);
+        }
         return versions.between([&](const Version& current) {
             return subscribers.add(std::move(handler), std::move(executor), current.number);
         });
@@ -126,22 +134,94 @@ struct InterfaceState {
     /// The same where more is to be published before it can be told. The note, if there is one, must be shown.
     template <class Change>
     std::shared_ptr<Subscribers::Note> publishUnshown(const Change& change, const MakeDifference& difference) {
+        if (isTogether()) {
+            // On a copy: what throws must leave the draft as it was, for whoever catches it may go on.
+            auto next = draft_->copy();
+            change(*next);
+            draft_ = std::move(next);
+            return nullptr;
+        }
         std::shared_ptr<Subscribers::Note> note;
         versions.update([&](const Version& current) {
             std::shared_ptr<Version> fresh = current.copy();
             change(*fresh);
-            fresh->settle(current);
-            ++fresh->number;
-            if (difference && subscribers.any()) {
-                // Here, where no other change is made, so that they are noted in their order.
-                if (auto derive = difference(current.shared_from_this(), fresh)) {
-                    note = subscribers.note(fresh->number, std::move(derive));
-                }
-            }
+            note = settle(current, fresh, difference);
             return fresh;
         });
         return note;
     }
+
+    /// Publishes whatever this thread publishes in `task` as one version; none where that is nothing. Who else
+    /// publishes waits from the beginning, or what it brought in between would be lost. A task that throws publishes
+    /// nothing.
+    template <class Task>
+    void publishTogether(const Task& task, const MakeDifference& difference) {
+        if (isTogether()) {
+            // Within another one: part of that, but for what it throws.
+            const auto before = draft_;
+            try {
+                task();
+            } catch (...) {
+                draft_ = before;
+                throw;
+            }
+            return;
+        }
+        std::shared_ptr<Subscribers::Note> note;
+        versions.update([&](const Version& current) -> std::shared_ptr<const Version> {
+            const auto first = current.copy();
+            const Drafting drafting(*this, first);
+            task();
+            if (draft_ == first) {
+                return current.shared_from_this();
+            }
+            note = settle(current, draft_, difference);
+            return draft_;
+        });
+        if (note) {
+            subscribers.show(*note);
+        }
+    }
+
+    /// Whether the calling thread is within publishTogether().
+    bool isTogether() const { return drafter_ == std::this_thread::get_id(); }
+
+private:
+    /// Makes the calling thread's publications go into a draft, for as long as it lives.
+    class Drafting {
+    public:
+        Drafting(InterfaceState& state, std::shared_ptr<Version> draft) : state_(state) {
+            state_.draft_ = std::move(draft);
+            state_.drafter_ = std::this_thread::get_id();
+        }
+        ~Drafting() {
+            state_.drafter_ = std::thread::id();
+            state_.draft_ = nullptr;
+        }
+        Drafting(const Drafting&) = delete;
+        Drafting& operator=(const Drafting&) = delete;
+
+    private:
+        InterfaceState& state_;
+    };
+
+    /// Makes `fresh` ready to be published in the place of `current`. Answers the note, if there is anybody to tell.
+    std::shared_ptr<Subscribers::Note> settle(const Version& current, const std::shared_ptr<Version>& fresh,
+                                              const MakeDifference& difference) {
+        fresh->settle(current);
+        ++fresh->number;
+        if (difference && subscribers.any()) {
+            // Here, where no other change is made, so that they are noted in their order.
+            if (auto derive = difference(current.shared_from_this(), fresh)) {
+                return subscribers.note(fresh->number, std::move(derive));
+            }
+        }
+        return nullptr;
+    }
+
+    // Other threads only compare themselves with the one that drafts; the draft is that thread's own.
+    std::atomic<std::thread::id> drafter_{};
+    std::shared_ptr<Version> draft_;
 };
 
 }  // namespace mxservice

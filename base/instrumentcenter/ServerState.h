@@ -174,17 +174,22 @@ auto ask(const InterfaceState& state, Question question) {
 /// What subscribers are told of two versions. `touched`: the only keys that can differ, where that is known.
 CatalogueChange difference(const ServerVersion& former, const ServerVersion& fresh, const KeySet* touched);
 
+/// What subscribers are told of a version in the place of another one.
+inline InterfaceState::MakeDifference differenceMaker(std::shared_ptr<const KeySet> touched) {
+    using Shared = std::shared_ptr<const Version>;
+    return [touched = std::move(touched)](const Shared& former, const Shared& fresh) {
+        return [former, fresh, touched] {
+            return difference(static_cast<const ServerVersion&>(*former), static_cast<const ServerVersion&>(*fresh),
+                              touched.get());
+        };
+    };
+}
+
 /// Publishes a version changed by `change`, and tells subscribers.
 template <class Change>
 void publish(InterfaceState& state, const Change& change, std::shared_ptr<const KeySet> touched = nullptr) {
-    using Shared = std::shared_ptr<const Version>;
     state.publish([&](Version& version) { change(static_cast<ServerVersion&>(version)); },
-                  [&](const Shared& former, const Shared& fresh) {
-                      return [former, fresh, touched] {
-                          return difference(static_cast<const ServerVersion&>(*former),
-                                            static_cast<const ServerVersion&>(*fresh), touched.get());
-                      };
-                  });
+                  differenceMaker(std::move(touched)));
     state.subscribers.tell();
 }
 

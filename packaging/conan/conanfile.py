@@ -31,8 +31,8 @@ class PmInstrumentCenterRecipe(ConanFile):
         self.version = ".".join(re.findall(r"#define PM_INSTRUMENTCENTER_VERSION_(?:MAJOR|MINOR|PATCH) (\d+)", text))
 
     def export_sources(self):
-        for pattern in ("CMakeLists.txt", "LICENSE", "base/*", "cmake/*", "docs/*.md", "examples/*", "platform/*",
-                        "snapshot/*", "system/*", "tools/*"):
+        for pattern in ("CMakeLists.txt", "LICENSE", "base/*", "cmake/*", "docs/*.md", "examples/*", "feed/*",
+                        "platform/*", "python/*", "snapshot/*", "system/*", "tools/*"):
             copy(self, pattern, src=self._checkout, dst=self.export_sources_folder)
 
     def configure(self):

@@ -47,11 +47,7 @@ public:
     PYBIND11_TYPE_CASTER(std::string, const_name("str"));
     bool load(handle source, bool) { return binding::readText(source.ptr(), value); }
     static handle cast(const std::string& text, return_value_policy, handle) {
-        PyObject* const object = binding::textObject(text);
-        if (object == nullptr) {
-            throw error_already_set();
-        }
-        return object;
+        return binding::owned(binding::textObject(text)).release();
     }
 };
 
@@ -68,11 +64,7 @@ public:
         return value != nullptr;
     }
     static handle cast(boost::shared_ptr<Record> record, return_value_policy, handle) {
-        PyObject* const object = binding::recordObject(std::move(record));
-        if (object == nullptr) {
-            throw error_already_set();
-        }
-        return object;
+        return binding::owned(binding::recordObject(std::move(record))).release();
     }
 };
 

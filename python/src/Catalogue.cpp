@@ -67,10 +67,7 @@ bool isFolded(std::string_view text) {
 /// As asking for one after the other, but the searches wait for memory together.
 Instruments findMany(Catalogue& catalogue, py::handle keys) {
     // A tuple of our own: a list may be changed by another thread while a lookup lets go of the interpreter's lock.
-    const auto sequence = py::reinterpret_steal<py::object>(PySequence_Tuple(keys.ptr()));
-    if (!sequence) {
-        throw py::error_already_set();
-    }
+    const py::object sequence = owned(PySequence_Tuple(keys.ptr()));
     const auto count = static_cast<std::size_t>(PyTuple_GET_SIZE(sequence.ptr()));
     std::vector<std::uint64_t> hashes(count);  // 0 for what is looked up by itself, whose answer then goes over it
     std::vector<std::pair<std::size_t, Instrument>> single;

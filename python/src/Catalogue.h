@@ -11,12 +11,14 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
 #include "base/instrumentcenter/CClientInstrumentCenter.h"
 #include "base/instrumentcenter/CServerInstrumentCenter.h"
 #include "base/instrumentcenter/InstrumentView.h"
+#include "snapshot/Snapshot.h"
 #include "src/Interpreter.h"
 
 namespace binding {
@@ -55,6 +57,9 @@ public:
 class Center : public Catalogue {
 public:
     virtual mxservice::IInstrumentCenter& operations() = 0;
+    /// Every catalogue that has records, which are the center's from now on; in the center in memory all as one
+    /// version.
+    virtual void load(const mxservice::Snapshot& day) = 0;
     virtual bool hasNyseStock(const std::string& key) = 0;
     virtual bool hasNasdaqStock(const std::string& key) = 0;
     virtual void replaceInstruments(const std::vector<std::string>& markets, const Instruments& records) = 0;
@@ -104,6 +109,13 @@ public:
         return center().getInstrument(market, code);
     }
     mxservice::IInstrumentCenter& operations() override { return center(); }
+    void load(const mxservice::Snapshot& day) override {
+        if constexpr (std::is_same_v<Implementation, mxservice::CServerInstrumentCenter>) {
+            center().loadTogether([&] { day.loadInto(center()); });
+        } else {
+            day.loadInto(center());
+        }
+    }
     bool hasNyseStock(const std::string& key) override { return center().hasNyseStock(key); }
     bool hasNasdaqStock(const std::string& key) override { return center().hasNasdaqStock(key); }
     void replaceInstruments(const std::vector<std::string>& markets, const Instruments& records) override {

@@ -124,7 +124,7 @@ void addServer(py::module_& module) {
                 const Day day = Day::open(source, {});
                 auto center = makeShared<ServerCenter>("instruments");
                 const Released released;
-                day.snapshot.loadInto(center->operations());  // nobody else has seen these records
+                center->load(day.snapshot);  // nobody else has seen these records
                 return center;
             },
             "A center that has loaded a day from files; see Day.open.", py::arg("source"))
@@ -172,7 +172,10 @@ void addCenterLoads(py::class_<Center, Catalogue, std::shared_ptr<Center>>& cent
     add("update_tender_bond_infos", &I::updateTenderBondInfos, "Inserts or replaces bonds on tender.", records);
     add("update_counterparty_info", &I::updateCounterpartyInfo, "Puts a counterparty, or removes one that says so.",
         py::arg("record"));
-    center.def("load", loadCopy, "Loads every catalogue of the day that has records.", py::arg("day"))
+    center
+        .def("load", loadCopy,
+             "Loads every catalogue of the day that has records; in the center in memory all as one version.",
+             py::arg("day"))
         .def(
             "replace_instruments",
             [](Center& self, const std::vector<std::string>& markets, const Instruments& instruments) {

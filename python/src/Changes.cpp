@@ -129,8 +129,7 @@ std::vector<Difference> differences(const Day& older, const Day& newer, mxservic
 }
 
 py::object fieldValue(const std::string& name, const IData& record) {
-    return py::reinterpret_steal<py::object>(
-        fieldObject(fieldNamed(record.recordType(), name, PyExc_ValueError), record));
+    return owned(fieldObject(fieldNamed(record.recordType(), name, PyExc_ValueError), record));
 }
 
 py::tuple diff(const Day& older, const Day& newer, const std::string& catalogue, const std::set<std::string>& ignore) {

@@ -52,13 +52,6 @@ py::object objectArray(const std::vector<std::int32_t>& places, const std::vecto
     return array;
 }
 
-py::object checked(PyObject* object) {
-    if (object == nullptr) {
-        throw py::error_already_set();
-    }
-    return py::reinterpret_steal<py::object>(object);
-}
-
 template <class Value>
 constexpr const char* arrowFormat() {
     return std::is_same_v<Value, std::int8_t>     ? "c"
@@ -121,7 +114,7 @@ public:
             }
             const auto [known, fresh] = placeByDay.try_emplace(day, static_cast<std::int32_t>(objects.size()));
             if (fresh) {
-                objects.push_back(checked(dateObject(day)));
+                objects.push_back(owned(dateObject(day)));
             }
             lastDay = std::exchange(day, known->second);
             lastPlace = day;
@@ -180,7 +173,7 @@ std::string utf8(std::string_view text) {
     if (std::all_of(text.begin(), text.end(), [](char letter) { return static_cast<signed char>(letter) >= 0; })) {
         return std::string(text);
     }
-    const auto decoded = checked(PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "replace"));
+    const auto decoded = owned(PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "replace"));
     Py_ssize_t size = 0;
     const char* const bytes = PyUnicode_AsUTF8AndSize(decoded.ptr(), &size);
     return {bytes, static_cast<std::size_t>(size)};
@@ -205,7 +198,7 @@ public:
         std::vector<py::object> objects;
         objects.reserve(texts_.size());
         for (const std::string_view text : texts_) {
-            objects.push_back(checked(textObject(text)));
+            objects.push_back(owned(textObject(text)));
         }
         return objectArray(places_, objects);
     }
@@ -217,7 +210,7 @@ public:
         sortTexts();
         py::list categories;
         for (const std::string_view text : texts_) {
-            categories.append(checked(textObject(text)));
+            categories.append(owned(textObject(text)));
         }
         return py::make_tuple(arrayOf(std::move(places_), py::dtype::of<std::int32_t>()), categories);
     }

@@ -101,7 +101,7 @@ SnapshotReadOptions optionsOf(const std::optional<std::string>& catalogue, const
 SnapshotCatalogue catalogueOf(const mxservice::IData& record) {
     for (std::size_t i = 0; i < mxservice::kSnapshotCatalogues; ++i) {
         const auto catalogue = static_cast<SnapshotCatalogue>(i);
-        if (&classOf(catalogue) == &record.recordType()) {
+        if (&mxservice::catalogueType(catalogue) == &record.recordType()) {
             return catalogue;
         }
     }
@@ -175,12 +175,13 @@ Day Day::open(const py::object& source, const SnapshotReadOptions& options) {
 
 Table Day::table(const std::string& catalogue, const py::object& fields) const {
     const auto records = snapshot.records(catalogueNamed(catalogue));
-    return {classOf(catalogueNamed(catalogue)), Table::Records(records.begin(), records.end()), fields};
+    return {mxservice::catalogueType(catalogueNamed(catalogue)), Table::Records(records.begin(), records.end()),
+            fields};
 }
 
 void loadCopy(Center& center, const Day& day) {
     const Released released;
-    day.snapshot.copy().loadInto(center.operations());
+    center.load(day.snapshot.copy());
 }
 
 SnapshotCatalogue catalogueNamed(const std::string& name) {
@@ -190,19 +191,6 @@ SnapshotCatalogue catalogueNamed(const std::string& name) {
         }
     }
     throw py::value_error("no catalogue " + name);
-}
-
-const mxservice::RecordType& classOf(SnapshotCatalogue catalogue) {
-    using namespace mxservice;
-    static const std::array<const RecordType*, kSnapshotCatalogues> classes{&CInstrumentDetail::table(),
-                                                                            &CETFDetail::table(),
-                                                                            &CBondInfoDetail::table(),
-                                                                            &CTenderBondInfoDetail::table(),
-                                                                            &CCounterpartyDetail::table(),
-                                                                            &COTCFundPlanInfo::table(),
-                                                                            &COTCSecuritiesIssuanceInfo::table(),
-                                                                            &COTCStockEnquiryPriceSetting::table()};
-    return *classes.at(static_cast<std::size_t>(catalogue));
 }
 
 void addDay(py::module_& module) {

@@ -29,9 +29,6 @@ void loadCopy(Center& center, const Day& day);
 /// "instruments", "etfs" and so on. Throws ValueError for another name.
 mxservice::SnapshotCatalogue catalogueNamed(const std::string& name);
 
-/// The class of a catalogue's records.
-const mxservice::RecordType& classOf(mxservice::SnapshotCatalogue catalogue);
-
 void addDay(py::module_& module);
 
 }  // namespace binding

@@ -83,14 +83,6 @@ PyObject* guarded(Work&& work) {
     return nullptr;
 }
 
-/// A new reference, or the error that is set.
-py::object owned(PyObject* object) {
-    if (object == nullptr) {
-        throw py::error_already_set();
-    }
-    return py::reinterpret_steal<py::object>(object);
-}
-
 /// Of a type of ours, whose objects have nothing beside the record; what Python derives may have, see construct().
 PyObject* makeObject(PyTypeObject* type, boost::shared_ptr<const IData> record) {
     auto* const object = PyObject_New(RecordObject, type);

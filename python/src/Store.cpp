@@ -155,7 +155,7 @@ private:
         check(database, open->scan({}, [&](std::string_view key, std::string_view bytes) {
             auto record = mxservice::TypeManager::instance()->parse(bytes, nullptr);
             // By the exact class: a document that parses as another one has been damaged, or put there by hand.
-            if (record && &record->recordType() == &classOf(catalogue)) {
+            if (record && &record->recordType() == &mxservice::catalogueType(catalogue)) {
                 // Funds stand there twice, under each of their codes.
                 const bool second =
                     catalogue == SnapshotCatalogue::Etfs && key != std::to_string(utils::hash(record->getKey()));

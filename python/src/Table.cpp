@@ -71,7 +71,7 @@ py::tuple Table::names() const {
 py::list Table::records() const {
     py::list records;
     for (const auto& record : records_) {
-        records.append(py::reinterpret_steal<py::object>(recordObject(record)));
+        records.append(owned(recordObject(record)));
     }
     return records;
 }

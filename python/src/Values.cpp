@@ -108,6 +108,13 @@ struct FromPython {
 
 }  // namespace
 
+py::object owned(PyObject* object) {
+    if (object == nullptr) {
+        throw py::error_already_set();
+    }
+    return py::reinterpret_steal<py::object>(object);
+}
+
 PyObject* textObject(std::string_view text) {
     return PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "surrogateescape");
 }
@@ -123,10 +130,7 @@ bool readText(PyObject* object, std::string& text) {
         return true;
     }
     PyErr_Clear();
-    const auto bytes = py::reinterpret_steal<py::object>(PyUnicode_AsEncodedString(object, "utf-8", "surrogateescape"));
-    if (!bytes) {
-        throw py::error_already_set();
-    }
+    const py::object bytes = owned(PyUnicode_AsEncodedString(object, "utf-8", "surrogateescape"));
     text.assign(PyBytes_AS_STRING(bytes.ptr()), static_cast<std::size_t>(PyBytes_GET_SIZE(bytes.ptr())));
     return true;
 }

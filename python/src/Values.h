@@ -15,6 +15,9 @@ namespace binding {
 
 namespace py = pybind11;
 
+/// Takes over a new reference; throws the error that is set where there is none.
+py::object owned(PyObject* object);
+
 /// Bytes that are not UTF-8 become surrogates, as in Python's file names, and go back as they were. A new reference;
 /// null with an error set where memory lacks.
 PyObject* textObject(std::string_view text);

@@ -174,6 +174,7 @@ def test_changes_touch_neither_the_records_handed_in_nor_a_view(tmp_path):
     for target in (center, other):
         target.load(inscenter.Day([fund, *listed, bond]))
     assert repr([fund, *listed, bond]) == before and center["HK00700"].combinedConnectFlags != 0
+    assert center.version == 1  # funds and instruments in one step
     view = center.view()
     center.apply_changes([Instrument(market="SH", code="600001")], ["HK00700"])
     assert "HK00700" not in center and "SH600001" in center and center.version > view.version

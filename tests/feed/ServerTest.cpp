@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "tests/FromEnvironment.h"
+#include "tests/feed/Certificates.h"
 #include "tests/feed/NatsServer.h"
 #include "tests/feed/Proxy.h"
 #include "tests/feed/WatchedHost.h"
@@ -263,6 +264,62 @@ TEST_F(FeedServers, RefusedCredentialsAndMissingServersAreStates) {
     EXPECT_EQ(waiting.subscriber().state(), State::Connecting);
     ServerHost host(right, ledger_);
     EXPECT_TRUE(host.subscriber().waitCurrent(std::chrono::seconds(60)));
+}
+
+TEST_F(FeedServers, OverTlsBothSidesMustShowWhoTheyAre) {
+    const Certificates signedByOne;
+    signedByOne.sign("localhost");
+    signedByOne.sign("host");
+    const Certificates others;
+    others.sign("host");
+    const NatsServers servers(1, "tls { cert_file: \"" + signedByOne.file("localhost") + "\", key_file: \"" +
+                                     signedByOne.key("localhost") + "\", ca_file: \"" + signedByOne.file("authority") +
+                                     "\", verify: true }\n");
+    const NatsServers plain(1);
+    const std::string port = std::to_string(servers.port(0));
+    Options right = optionsOf({"tls://localhost:" + port});
+    right.caFile = signedByOne.file("authority");
+    right.certificateFile = signedByOne.file("host");
+    right.keyFile = signedByOne.key("host");
+    right.publishFor = std::chrono::milliseconds(500);
+    ASSERT_TRUE(
+        eventually([&] { return Publisher(right).publish("20260302", randomDay(random_)).result == Published::Done; }));
+    ServerHost host(right, ledger_);
+    EXPECT_TRUE(host.subscriber().waitCurrent(std::chrono::seconds(60))) << host.subscriber().health().lastFailure;
+
+    std::map<std::string, Options> wrong;
+    wrong["an authority that did not sign"] = right;
+    wrong["an authority that did not sign"].caFile = others.file("authority");
+    wrong["no authority of ours"] = right;
+    wrong["no authority of ours"].caFile.clear();
+    wrong["another name than the certificate's"] = right;
+    wrong["another name than the certificate's"].servers = {"tls://127.0.0.1:" + port};
+    wrong["a server without TLS"] = right;
+    wrong["a server without TLS"].servers = {"tls://localhost:" + std::to_string(plain.port(0))};
+    wrong["a certificate file that is missing"] = right;
+    wrong["a certificate file that is missing"].certificateFile = "/nowhere.pem";
+    for (const auto& [what, options] : wrong) {
+        SCOPED_TRACE(what);
+        const Outcome outcome = Publisher(options).catchUp();
+        EXPECT_EQ(outcome.result, Published::Failed) << outcome.reason;
+        ServerHost refused(options, ledger_);
+        EXPECT_TRUE(eventually([&] { return refused.subscriber().state() == State::Failed; }, std::chrono::seconds(10)))
+            << refused.subscriber().health().lastFailure;
+    }
+    // The server refuses these, and says so to nobody but its own log.
+    Options stranger = right;
+    stranger.certificateFile = others.file("host");
+    stranger.keyFile = others.key("host");
+    Options nobody = right;
+    nobody.certificateFile = nobody.keyFile = "";
+    for (const Options& options : {stranger, nobody}) {
+        ServerHost refused(options, ledger_);
+        EXPECT_TRUE(eventually([&] {
+            return refused.subscriber().health().lastFailure.find("may not accept this certificate") !=
+                   std::string::npos;
+        })) << refused.subscriber().health().lastFailure;
+        EXPECT_EQ(refused.subscriber().state(), State::Connecting);
+    }
 }
 
 /// A remark of the server's explains the request that it refuses, not one that hangs after others were answered.

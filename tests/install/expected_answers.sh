@@ -19,6 +19,16 @@ expectAnswers() {
     diff - "$work/answers.txt" || fail "$1 answers something else"
 }
 
+# expectClientHost DIRECTORY STORE LOADED KEY
+expectClientHost() {
+    expectAnswers "$1/client_host" "$2" <<TEXT
+before the load, HK10000 is unknown
+HK: $3, stored 1000, not written 0
+$4, $4, $4, 1 read, 2 from memory, 1 cached
+1000 records in the list
+TEXT
+}
+
 # expectExamples DIRECTORY: what those that were built there print. Run twice, the persisted host finds its store.
 expectExamples() {
     local store=$work/store day=$work/day
@@ -34,18 +44,8 @@ DCEm2605 is a main contract: Meal May
 after 100 reloads: Bank stock, renamed; still held: Bank stock; wrong answers: 0
 load 101 brought 1 record
 TEXT
-    expectAnswers "$1/client_host" "$store" <<'TEXT'
-before the load, HK10000 is unknown
-HK: received 1000, restored 0, stored 1000, not written 0
-HK10005, HK10005, HK10005, 1 read, 2 from memory, 1 cached
-1000 records in the list
-TEXT
-    expectAnswers "$1/client_host" "$store" <<'TEXT'
-before the load, HK10000 is unknown
-HK: received 10, restored 1000, stored 1000, not written 0
-HGT10005, HGT10005, HGT10005, 1 read, 2 from memory, 1 cached
-1000 records in the list
-TEXT
+    expectClientHost "$1" "$store" 'received 1000, restored 0' HK10005
+    expectClientHost "$1" "$store" 'received 10, restored 1000' HGT10005
     expectAnswers "$1/updates_host" "$store" <<'TEXT'
 in memory: I1 changed, I3 third, C1 first, P1 changed
 persisted: I1 changed, I3 third, C1 changed, P1 first

@@ -4,7 +4,6 @@
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <array>
 #include <exception>
 #include <memory>
 #include <type_traits>
@@ -21,17 +20,6 @@ using mxservice::Field;
 using mxservice::FieldKind;
 using Rows = SqlTable::Rows;
 using Kind = SqlTable::Column::Kind;
-
-/// The classes of the catalogues, in their order.
-constexpr std::array kTypes{mxservice::CInstrumentDetail::table,
-                            mxservice::CETFDetail::table,
-                            mxservice::CBondInfoDetail::table,
-                            mxservice::CTenderBondInfoDetail::table,
-                            mxservice::CCounterpartyDetail::table,
-                            mxservice::COTCFundPlanInfo::table,
-                            mxservice::COTCSecuritiesIssuanceInfo::table,
-                            mxservice::COTCStockEnquiryPriceSetting::table};
-static_assert(kTypes.size() == kCatalogues);
 
 constexpr const char* kKey = "key";
 constexpr const char* kFund = "fund";
@@ -287,7 +275,7 @@ std::vector<SqlTable> tablesOf(const Snapshot& day) {
     tables.reserve(kCatalogues + 1);
     for (std::size_t i = 0; i < kCatalogues; ++i) {
         const auto catalogue = static_cast<SnapshotCatalogue>(i);
-        tables.emplace_back(catalogueName(catalogue), kTypes[i](), day.records(catalogue));
+        tables.emplace_back(catalogueName(catalogue), mxservice::catalogueType(catalogue), day.records(catalogue));
     }
     Rows components;
     Rows funds;

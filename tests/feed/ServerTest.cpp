@@ -339,6 +339,7 @@ TEST_F(FeedServers, ARefusalIsForgottenWithTheNextAnswer) {
     }
     EXPECT_TRUE(publisher.apply(randomChange(random_)));
     servers.process(0).signal(SIGSTOP);
+    ::waitpid(servers.process(0).id(), nullptr, WUNTRACED);  // or it still answers
     const Outcome silent = publisher.apply(randomChange(random_));
     EXPECT_EQ(silent.result, Published::Unreachable) << silent.reason;
 }

@@ -53,6 +53,7 @@ std::string explain(const CLI::App& app, const CLI::Error& error) {
     } else if (text == CLI::RequiredError::Subcommand(1).what()) {
         text = "a command is required";
     } else if (text.find(": At Most 1 required") != std::string::npos) {
+        // The library's count leaves people to guess what they have done.
         text = text.substr(0, text.find(':')) + " may stand only once";
     }
     return "inscenter: " + text + "\n";
@@ -78,10 +79,10 @@ public:
         app_.formatter(formatter);
         app_.allow_windows_style_options(false);  // the library's default there, to which a path like /day is an option
         app_.fallthrough();  // global options may stand behind the command; inherited by commands added from here on
-        app_.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::Throw);
         app_.failure_message([place](const CLI::App* app, const CLI::Error& error) {
             return explain(*app, error) + (place == Place::Shell ? "" : kSeeHelp);
         });
+        // At a prompt the day is loaded: what would load another one, or none, is not offered there.
         if (place == Place::CommandLine) {
             app_.footer(kFooter);
             app_.set_version_flag("--version", std::string("inscenter ") + mxservice::version(),
@@ -180,9 +181,12 @@ private:
             command_.verb = verb.verb;
             command_.asksRecords = asksRecords(verb.arguments);
             const ExportQuery& to = command_.query.exported;
+            // Any of the three will do, which no option can require of the others.
             if (verb.arguments == Arguments::Export && to.sqlite.empty() && to.csv.empty() && to.ndjson.empty()) {
                 throw CLI::RequiredError("--sqlite, --csv or --ndjson");
             }
+            // After the last word, since fields may be named before what is to be listed of them; still a mistake in
+            // the command line, so that no day is read for it.
             if (verb.listed != nullptr) {
                 select(verb.listed());
             }
@@ -251,6 +255,7 @@ private:
     }
 
     CLI::Option* addMarkets(CLI::App& app, const char* about) {
+        // Several with commas or blanks between them, and the option again: none of that can mean anything else.
         return app.add_option("--market", command_.query.markets, about)
             ->type_name("MARKET")
             ->delimiter(',')
@@ -300,6 +305,8 @@ private:
             command_.task = Task::Store;
             command_.storeVerb = run;
         });
+        // Its words are the directory and the numbers, or the numbers alone: whether there is one is known only when
+        // --store, which may stand behind them, was seen.
         if (verb.verb == explainKeys) {
             sub->add_option("WORDS", query.words,
                             "Directory that holds the databases, unless --store names it; numbers")

@@ -43,6 +43,7 @@ std::vector<std::string> noisyFields(const Changes& changes) {
     return noisy;
 }
 
+/// With the day that the records name: directories are often called after something else.
 std::string titleOf(const Side& side) {
     const std::string day = tradingDayOf(side.records);
     return day.empty() ? side.name : fmt::format("{} ({})", side.name, shownDay(day));

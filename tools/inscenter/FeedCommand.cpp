@@ -28,6 +28,8 @@ constexpr std::array kFeedVerbs{
                  "serve /srv/feed\nserve /srv/feed --peers a:6222,b:6222,c:6222 --tls-cert a.pem --tls-key a.key",
                  writeServerConfiguration}};
 
+// One query for all verbs: only one of them runs, and what two of them take is the same option to both.
+
 void addServers(CLI::App& app, FeedQuery& query) {
     app.add_option("--server", query.servers,
                    "URLs of servers, one or several of a cluster; on this machine by default")
@@ -64,6 +66,7 @@ void addFeedCommands(CLI::App& app, const char* group, FeedQuery& query, const s
         sub->footer(exampleLines("inscenter feed ", verb.examples));
         sub->callback([chosen, run = verb.verb] { chosen(run); });
         sub->add_option("--name", query.feed, "Name of the feed; ins by default")->type_name("NAME");
+        // The one verb that asks no server; the name above is in the permissions that it writes.
         if (verb.verb == writeServerConfiguration) {
             addServing(*sub, query);
             continue;
@@ -75,7 +78,7 @@ void addFeedCommands(CLI::App& app, const char* group, FeedQuery& query, const s
                 ->type_name("YYYYMMDD");
             sub->add_option("--replicas", query.replicas, "Of the stream, where it has to be made; 1 by default")
                 ->type_name("N")
-                ->check(CLI::Range(1, 5));
+                ->check(CLI::Range(1, 5));  // servers keep no more
         } else if (verb.verb == publishChanges) {
             sub->add_option("DIR", query.source, "Directory with the instruments to put; - for standard input");
             sub->add_option("--remove", query.removed, "Keys to remove")

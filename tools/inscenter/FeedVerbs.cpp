@@ -22,8 +22,8 @@ constexpr int kDone = 0;
 constexpr int kUnreadable = 2;
 constexpr int kSkipped = 3;
 constexpr int kUnpublished = 4;
-constexpr std::chrono::seconds kPatience{10};
-constexpr std::chrono::milliseconds kBetweenLooks{50};
+constexpr std::chrono::seconds kPatience{10};           // with a server that starts, or a cluster that elects
+constexpr std::chrono::milliseconds kBetweenLooks{50};  // at Ctrl-C, which wakes nobody
 
 feed::Options optionsOf(const FeedQuery& query) {
     feed::Options options;
@@ -106,10 +106,13 @@ void addChanges(const mxservice::CatalogueChange& change, const feed::Revision& 
 
 }  // namespace
 
+/// Lines that were skipped do not keep the rest from being published, as they do not keep a center from loading it; the
+/// exit code tells.
 int publishDay(const FeedQuery& query, Output& output, Console& console) {
     Snapshot snapshot;
     const ReadReport read = readSnapshot(query.source, snapshot, console);
     const std::string day = query.day.empty() ? tradingDayOf(snapshot) : query.day;
+    // Never guessed: under too late a day it could not be taken back, because the log refuses earlier ones.
     if (day.empty()) {
         throw UnreadableInput("the records name no trading day, or several; --day names the one to publish");
     }
@@ -123,7 +126,7 @@ int publishChanges(const FeedQuery& query, Output& output, Console& console) {
     if (!query.source.empty()) {
         Snapshot snapshot;
         read = readSnapshot(query.source, snapshot, console);
-        change.upserts = snapshot.instruments;
+        change.upserts = snapshot.instruments;  // a change has nothing of other catalogues
     }
     change.removedKeys = query.removed;
     if (change.upserts.empty() && change.removedKeys.empty()) {
@@ -146,7 +149,7 @@ int watchFeed(const FeedQuery& query, Output& output, Console& /*console*/) {
         lines.add(feed::stateName(state), subscriber.revision(), "", reason);
     });
     const auto days = subscriber.onChange([&](const feed::Revision& revision) {
-        if (query.count && revisions >= *query.count) {
+        if (query.count && revisions >= *query.count) {  // another one, before the thread below has looked
             return;
         }
         lines.add("revision", revision, "", revision.digest);
@@ -186,6 +189,7 @@ Snapshot readFeed(const std::string& url) {
     query.servers = {url};
     try {
         Snapshot day = feed::read(optionsOf(query), kPatience).day;
+        // As reading files counts them, for verbs that tell what was read.
         for (std::size_t i = 0; i < kCatalogues; ++i) {
             day.recordsRead[i] = day.records(static_cast<SnapshotCatalogue>(i)).size();
         }

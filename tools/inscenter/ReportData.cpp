@@ -39,7 +39,7 @@ std::vector<Bytef> packed(const std::string& text) {
     constexpr int kLevel = 6;
     // The library counts up to 4 GiB on Windows, far more than the columns of a page take.
     const auto plain = static_cast<uLong>(text.size());
-    std::vector<Bytef> bytes(compressBound(plain));
+    std::vector<Bytef> bytes(compressBound(plain));  // so that room is never what fails below
     auto size = static_cast<uLongf>(bytes.size());
     if (compress2(bytes.data(), &size, reinterpret_cast<const Bytef*>(text.data()), plain, kLevel) != Z_OK) {
         throw std::runtime_error("the report cannot be packed");
@@ -162,7 +162,7 @@ void ReportData::describe(std::string_view title, std::string_view subtitle, con
 
 std::string ReportData::finish() && {
     std::string json = fmt::format("{{{},\"tables\":[\n{}]}}", about_, tables_);
-    boost::replace_all(json, "<", "\\u003c");
+    boost::replace_all(json, "<", "\\u003c");  // or a name with "</script>" in it would end the element
     return fmt::format("<script id=\"data\" type=\"application/json\">{}</script>\n{}", json, blocks_);
 }
 

@@ -93,7 +93,7 @@ private:
             return true;
         }
         const std::vector<std::string>& words = taken->words;
-        if (words.empty() || words.front().starts_with('#')) {
+        if (words.empty() || words.front().starts_with('#')) {  // files of questions have comments
             return true;
         }
         if (words == std::vector<std::string>{"quit"} || words == std::vector<std::string>{"exit"}) {
@@ -108,6 +108,8 @@ private:
     bool takeStatement(const std::string& line) {
         statement_ += line + '\n';
         const std::size_t begin = statement_.find(kSql) + kSql.size();
+        // From the last semicolon backwards: one within a text or a comment ends nothing, and what stands between two
+        // that end something is of the same answer.
         for (std::size_t end = statement_.rfind(';'); end != std::string::npos && end >= begin;
              end = end == 0 ? std::string::npos : statement_.rfind(';', end - 1)) {
             std::string text = statement_.substr(begin, end + 1 - begin);
@@ -156,7 +158,7 @@ private:
     int guarded(const Work& work) {
         try {
             return work();
-        } catch (const std::bad_alloc&) {
+        } catch (const std::bad_alloc&) {  // of one answer, whose memory is free again: the day stays loaded
             console_.message("out of memory");
         } catch (const std::exception& failure) {
             // Interrupted is one of them: it ends the answer and not the shell.
@@ -206,11 +208,11 @@ private:
 
     /// The file is touched once the line makes sense, so that a slip of the pen does not empty it.
     int answerInto(const std::string& name, bool append, const Command& command) {
-        errno = 0;
+        errno = 0;  // for requireWritten, which could tell a reason of long ago
         std::ofstream file(pathOf(name), std::ios::binary | (append ? std::ios::app : std::ios::trunc));
         requireWritten(file, name);
         const int code = answer(command, file, {});
-        file.close();
+        file.close();  // or what the buffer still holds would fail unseen
         requireWritten(file, name);
         return code;
     }
@@ -274,6 +276,7 @@ std::vector<std::string> keysBeginning(const std::string& word, mxservice::IInst
     return keys.empty() ? marketNames(day) : keys;
 }
 
+/// Of the class that the verb lists; "--fields" takes several and "--sort" a minus before its one.
 std::vector<std::string> fieldsOf(const VerbLine& verb, const std::string& option, const std::string& word) {
     std::vector<std::string> names = verb.listed == nullptr ? std::vector<std::string>() : fieldNames(verb.listed());
     // What is typed is replaced as one word, so a candidate begins with all that stands in it already.
@@ -356,6 +359,8 @@ int runShell(const Command& settings, LoadedDay& loaded, const std::function<voi
         const std::size_t columns = screenOf(out).columns;
         const std::string banner = std::string("Type a command, \"help\" for the list, or \"quit\". ") + Prompt::keys();
         out << (columns == 0 ? banner + '\n' : wrapped(banner, columns)) << std::flush;
+        // Asked while the shell runs, which is made below and needs the lines first. The center at each call: a reload
+        // puts another one there.
         lines = std::make_unique<Prompt>([&](const std::string& line, const std::string& word) {
             return shellCompletions(typed->statement() + line, word, *loaded.center, loaded.day);
         });

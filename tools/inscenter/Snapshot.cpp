@@ -121,7 +121,7 @@ ReadReport readSnapshot(const std::string& directory, Snapshot& snapshot, Consol
     options.issuesPerFile = kShownLines;
     bool measured = false;
     options.progress = [&](std::uint64_t done, std::uint64_t total) {
-        if (!measured) {
+        if (!measured) {  // how much there is the library knows only when it has listed the files
             console.begin("reading", total);
             measured = true;
         }

@@ -82,6 +82,7 @@ Entries hongKong(const Question& question) {
     return entries;
 }
 
+/// By a key that a connect market's host would ask with, whichever listing brought the record.
 Entries hongKongKeys(const Question& question) {
     Entries entries;
     for (const auto& [key, record] : question.center.getInstruments(market::kHongKong)) {
@@ -184,6 +185,7 @@ Entries underlyings(const Question& question) {
     return rowsOf(table, {1});
 }
 
+// What is promised is said also where this day shows nothing of it: a day without an OTC plan differs in none.
 const std::vector<Stop>& stops() {
     static const std::vector<Stop> kStops{
         {"Markets with their instruments",

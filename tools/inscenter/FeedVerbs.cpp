@@ -60,14 +60,15 @@ public:
         const std::vector<Cell> cells{event, revision.tradingDay, std::to_string(revision.number), key, text};
         if (output_.format() != Format::Table) {
             output_.row(columns_, cells);
-            return;
+        } else {
+            std::string line;
+            for (const Cell& cell : cells) {
+                const std::string word = cellText(cell, "");
+                line += (line.empty() || word.empty() ? "" : "  ") + word;
+            }
+            output_.line(line);
         }
-        std::string line;
-        for (const Cell& cell : cells) {
-            const std::string word = cellText(cell, "");
-            line += (line.empty() || word.empty() ? "" : "  ") + word;
-        }
-        output_.line(line);
+        output_.flush();  // the next event may be hours away
     }
 
 private:

@@ -57,7 +57,7 @@ std::vector<std::string> ignoredFields(const std::string& text) {
     }
     std::sort(known.begin(), known.end());
     known.erase(std::unique(known.begin(), known.end()), known.end());
-    std::vector<std::string> fields = splitAtCommas(text);
+    std::vector<std::string> fields = partsOf(text);
     for (const std::string& field : fields) {
         if (!std::binary_search(known.begin(), known.end(), field)) {
             throw UnreadableInput(

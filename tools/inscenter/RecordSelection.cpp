@@ -87,7 +87,7 @@ RecordSelection::RecordSelection(const RecordType& type, const SelectionTexts& t
     for (const std::string& text : texts.conditions) {
         add(text);
     }
-    for (const std::string& name : splitAtCommas(texts.fields)) {
+    for (const std::string& name : partsOf(texts.fields)) {
         fields_.push_back(&fieldOf(type, name));
     }
     if (!texts.sort.empty()) {
@@ -108,7 +108,7 @@ std::size_t RecordSelection::apply(std::vector<RecordPtr>& records) const {
     const auto unwanted = [&](const RecordPtr& record) {
         return std::any_of(parts_.begin(), parts_.end(), [&](const auto& part) { return lacks(record, part); });
     };
-    records.erase(std::remove_if(records.begin(), records.end(), unwanted), records.end());
+    std::erase_if(records, unwanted);
     if (!where_.empty() || !order_.empty()) {
         Sql::Tables tables;
         tables.emplace_back("records", *type_, records);

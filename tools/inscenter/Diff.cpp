@@ -118,11 +118,10 @@ Table changeTable(const Changes& changes) {
 
 Table changeCountTable(const Changes& changes) {
     Table table{{"catalogue", "listed", "delisted", "changed", "unchanged"}, {}};
-    for (std::size_t i = 0; i < kCatalogues; ++i) {
-        const auto catalogue = static_cast<SnapshotCatalogue>(i);
+    for (const SnapshotCatalogue catalogue : kEveryCatalogue) {
         const auto count = [&](ChangeKind kind) { return static_cast<std::int64_t>(changes.count(catalogue, kind)); };
         const std::int64_t changed = count(ChangeKind::Changed);
-        const auto common = static_cast<std::int64_t>(changes.common[i]);
+        const auto common = static_cast<std::int64_t>(changes.common[static_cast<std::size_t>(catalogue)]);
         std::vector<Cell> row{std::string(catalogueName(catalogue)), count(ChangeKind::Listed),
                               count(ChangeKind::Delisted), changed, common - changed};
         if (common + count(ChangeKind::Listed) + count(ChangeKind::Delisted) > 0) {

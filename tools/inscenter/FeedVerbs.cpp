@@ -171,9 +171,7 @@ Snapshot readFeed(const std::string& url) {
     query.servers = {url};
     try {
         Snapshot day = feed::read(optionsOf(query), kPatience).day;
-        for (std::size_t i = 0; i < kCatalogues; ++i) {
-            day.recordsRead[i] = day.records(static_cast<SnapshotCatalogue>(i)).size();
-        }
+        day.recordsRead = countsOf(day);
         return day;
     } catch (const std::exception& failure) {
         throw UnreadableInput(fmt::format("{}: {}", url, failure.what()));

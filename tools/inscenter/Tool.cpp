@@ -95,9 +95,7 @@ Side readStore(const Command& command, ReadReport& read, Console& console) {
             console.message(command.store + ": there is no instrument in this store");
         }
     }
-    for (std::size_t i = 0; i < kCatalogues; ++i) {
-        read.records[i] = side.records.records(static_cast<SnapshotCatalogue>(i)).size();
-    }
+    read.records = countsOf(side.records);
     read.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
     return side;
 }

@@ -463,6 +463,27 @@ Content saidBy(const MemoryStream& stream) {
     return content;
 }
 
+/// A connection on which every sixth call fails, before or after it was done, as long as there are `faults`.
+std::shared_ptr<MemoryLog> faulty(std::shared_ptr<MemoryLog> log, std::mt19937& random, const bool& faults) {
+    log->fault = [&] {
+        return !faults || random() % 6 != 0 ? MemoryLog::Fault::None
+               : random() % 2 == 0          ? MemoryLog::Fault::Unanswered
+                                            : MemoryLog::Fault::AnswerLost;
+    };
+    log->lag = [&]() -> std::uint64_t { return faults ? random() % 3 : 0; };
+    log->bells = false;
+    return log;
+}
+
+Instruments anyDay(std::mt19937& random, int& number) {
+    Instruments records{named("SH", "anchor", "anchor"), named("SZ", "anchor", "anchor")};
+    for (int i = 0; i < 8; ++i) {
+        const char* const market = random() % 2 == 0 ? "SH" : "SZ";
+        records.push_back(named(market, std::to_string(i), std::to_string(++number)));
+    }
+    return records;
+}
+
 /// Every call of two publishers and three hosts may fail, before or after it was done. Whenever a host says that it is
 /// current, it has what the log says.
 TEST_F(FeedTest, WhateverFailsHostsHaveWhatTheLogSays) {
@@ -470,17 +491,7 @@ TEST_F(FeedTest, WhateverFailsHostsHaveWhatTheLogSays) {
     SCOPED_TRACE("PM_SEED=" + std::to_string(seed));
     std::mt19937 random(seed);
     bool faults = true;
-    const auto failing = [&] {
-        auto log = connection();
-        log->fault = [&] {
-            return !faults || random() % 6 != 0 ? MemoryLog::Fault::None
-                   : random() % 2 == 0          ? MemoryLog::Fault::Unanswered
-                                                : MemoryLog::Fault::AnswerLost;
-        };
-        log->lag = [&]() -> std::uint64_t { return faults ? random() % 3 : 0; };
-        log->bells = false;
-        return log;
-    };
+    const auto failing = [&] { return faulty(connection(), random, faults); };
     PublisherCore publishers[]{{failing(), options_}, {failing(), options_}};
     ServerHost hosts[]{ServerHost(failing()), ServerHost(failing()), ServerHost(failing())};
     int number = 0;
@@ -496,15 +507,9 @@ TEST_F(FeedTest, WhateverFailsHostsHaveWhatTheLogSays) {
         PublisherCore& publisher = publishers[random() % 2];
         const std::string code = std::to_string(random() % 8);
         switch (random() % 8) {
-            case 0: {
-                Instruments records{named("SH", "anchor", "anchor"), named("SZ", "anchor", "anchor")};
-                for (int i = 0; i < 8; ++i) {
-                    const char* const market = random() % 2 == 0 ? "SH" : "SZ";
-                    records.push_back(named(market, std::to_string(i), std::to_string(++number)));
-                }
-                published += publisher.publish("20260302", dayOf(records)) ? 1 : 0;
+            case 0:
+                published += publisher.publish("20260302", dayOf(anyDay(random, number))) ? 1 : 0;
                 break;
-            }
             case 1:
             case 2:
             case 3:

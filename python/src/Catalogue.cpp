@@ -149,6 +149,13 @@ std::string dayText(py::handle day) {
     return py::isinstance<py::str>(day) ? day.cast<std::string>() : day.attr("strftime")("%Y%m%d").cast<std::string>();
 }
 
+template <Instruments (Catalogue::*ask)(const std::string&)>
+Instruments byDay(Catalogue& catalogue, py::handle day) {
+    const std::string text = dayText(day);
+    const Released released;
+    return (catalogue.*ask)(text);
+}
+
 void addContainer(py::class_<Catalogue, std::shared_ptr<Catalogue>>& object) {
     object
         .def("get", getOr,
@@ -187,22 +194,10 @@ void addLists(py::class_<Catalogue, std::shared_ptr<Catalogue>>& object) {
         .def("get_option_chain", &Catalogue::chain, Release(),
              "The options on an underlying, by expiry, strike price, then calls before puts.", py::arg("market"),
              py::arg("code"))
-        .def(
-            "get_listed",
-            [](Catalogue& catalogue, py::handle day) {
-                const std::string text = dayText(day);
-                const Released released;
-                return catalogue.listed(text);
-            },
-            "What has that day (str or date) for its listing date.", py::arg("day"))
-        .def(
-            "get_expiring",
-            [](Catalogue& catalogue, py::handle day) {
-                const std::string text = dayText(day);
-                const Released released;
-                return catalogue.expiring(text);
-            },
-            "Options, futures and bonds that end on that day (str or date).", py::arg("day"))
+        .def("get_listed", byDay<&Catalogue::listed>, "What has that day (str or date) for its listing date.",
+             py::arg("day"))
+        .def("get_expiring", byDay<&Catalogue::expiring>,
+             "Options, futures and bonds that end on that day (str or date).", py::arg("day"))
         .def("get_bond_listings", &Catalogue::bondListings, Release(),
              "The instruments that are one bond, by its interbank code.", py::arg("bond_code"))
         .def_property_readonly("version", &Catalogue::version, "Grows with every change that can be seen.");

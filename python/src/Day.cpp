@@ -99,8 +99,7 @@ SnapshotReadOptions optionsOf(const std::optional<std::string>& catalogue, const
 /// The catalogue of a record's class. By the very class: a plan is an instrument to Python, and is of another
 /// catalogue. Throws TypeError where there is none.
 SnapshotCatalogue catalogueOf(const mxservice::IData& record) {
-    for (std::size_t i = 0; i < mxservice::kSnapshotCatalogues; ++i) {
-        const auto catalogue = static_cast<SnapshotCatalogue>(i);
+    for (const SnapshotCatalogue catalogue : mxservice::kEveryCatalogue) {
         if (&mxservice::catalogueType(catalogue) == &record.recordType()) {
             return catalogue;
         }
@@ -131,8 +130,7 @@ py::list recordsOf(const Day& day, const std::string& catalogue) {
 
 py::dict counts(const Day& day) {
     py::dict counts;
-    for (std::size_t i = 0; i < mxservice::kSnapshotCatalogues; ++i) {
-        const auto catalogue = static_cast<SnapshotCatalogue>(i);
+    for (const SnapshotCatalogue catalogue : mxservice::kEveryCatalogue) {
         counts[mxservice::catalogueName(catalogue)] = day.snapshot.records(catalogue).size();
     }
     return counts;
@@ -185,9 +183,9 @@ void loadCopy(Center& center, const Day& day) {
 }
 
 SnapshotCatalogue catalogueNamed(const std::string& name) {
-    for (std::size_t i = 0; i < mxservice::kSnapshotCatalogues; ++i) {
-        if (name == mxservice::catalogueName(static_cast<SnapshotCatalogue>(i))) {
-            return static_cast<SnapshotCatalogue>(i);
+    for (const SnapshotCatalogue catalogue : mxservice::kEveryCatalogue) {
+        if (name == mxservice::catalogueName(catalogue)) {
+            return catalogue;
         }
     }
     throw py::value_error("no catalogue " + name);

@@ -344,6 +344,24 @@ TEST_F(FeedServers, ARefusalIsForgottenWithTheNextAnswer) {
     EXPECT_EQ(silent.result, Published::Unreachable) << silent.reason;
 }
 
+std::string textIn(const std::string& file) {
+    std::ifstream stream(file);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+/// Who looks on while nothing else happens sees what has happened.
+TEST_F(FeedServers, AWatchTellsEachEventWhenItComes) {
+    NatsServers servers(1);
+    Publisher publisher(optionsOf(servers.urls()));
+    const TemporaryDirectory directory;
+    const std::string file = (directory.path() / "events").string();
+    const Process watch({PM_INSCENTER, "feed", "watch", "--server", servers.urls().front()}, file);
+    EXPECT_TRUE(eventually([&] { return bool(publisher.publish("20260302", randomDay(random_))); }));
+    EXPECT_TRUE(eventually([&] { return textIn(file).find(publisher.revision().digest) != std::string::npos; }));
+    EXPECT_TRUE(publisher.apply(randomChange(random_)));
+    EXPECT_TRUE(eventually([&] { return textIn(file).find(publisher.revision().digest) != std::string::npos; }));
+}
+
 /// The configuration that the tool writes: one user publishes, the others only read.
 TEST_F(FeedServers, TheWrittenConfigurationLetsOneUserPublish) {
     const TemporaryDirectory directory(TemporaryDirectory::inMemory());
@@ -354,8 +372,7 @@ TEST_F(FeedServers, TheWrittenConfigurationLetsOneUserPublish) {
     const Process server({"nats-server", "-c", file});
     ASSERT_TRUE(eventually([&] { return accepts(port); }));
     const auto optionsFor = [&](const std::string& user) {
-        std::ifstream text(file);
-        const std::string all{std::istreambuf_iterator<char>(text), {}};
+        const std::string all = textIn(file);
         const std::string before = "user: " + user + ", password: \"";
         const std::size_t at = all.find(before) + before.size();
         Options options = optionsOf({"nats://127.0.0.1:" + std::to_string(port)});

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "tools/inscenter/HelpTexts.h"
+#include "tools/inscenter/VerbOptions.h"
 
 namespace inscenter {
 namespace {
@@ -31,11 +32,8 @@ constexpr std::array kFeedVerbs{
 // One query for all verbs: only one of them runs, and what two of them take is the same option to both.
 
 void addServers(CLI::App& app, FeedQuery& query) {
-    app.add_option("--server", query.servers,
-                   "URLs of servers, one or several of a cluster; on this machine by default")
-        ->type_name("URL")
-        ->delimiter(',')
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addList(app, "--server", query.servers, "URLs of servers, one or several of a cluster; on this machine by default")
+        ->type_name("URL");
     app.add_option("--creds", query.credentials, "File with a user's credentials, where servers use such")
         ->type_name("FILE");
     app.add_option("--ca", query.authority, "PEM file of who signs the servers' certificates; the system's by default")
@@ -45,10 +43,8 @@ void addServers(CLI::App& app, FeedQuery& query) {
 void addServing(CLI::App& app, FeedQuery& query) {
     app.add_option("DIR", query.directory, "Directory for configuration and store, made when missing")->required();
     app.add_option("--port", query.port, "For clients; 4222 by default")->type_name("N")->check(CLI::Range(1, 65535));
-    app.add_option("--peers", query.peers, "Routes of the cluster, HOST:PORT, this server's first")
-        ->type_name("HOST:PORT")
-        ->delimiter(',')
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addList(app, "--peers", query.peers, "Routes of the cluster, HOST:PORT, this server's first")
+        ->type_name("HOST:PORT");
     auto* const certificate = app.add_option("--tls-cert", query.certificate, "PEM file, the server's certificate");
     auto* const key = app.add_option("--tls-key", query.key, "PEM file, its key");
     certificate->type_name("FILE")->needs(key);
@@ -56,6 +52,10 @@ void addServing(CLI::App& app, FeedQuery& query) {
 }
 
 }  // namespace
+
+bool isFeed(const std::string& name) {
+    return name.starts_with("nats://") || name.starts_with("tls://");
+}
 
 void addFeedCommands(CLI::App& app, const char* group, FeedQuery& query, const std::function<void(FeedVerb)>& chosen) {
     CLI::App* const feed = app.add_subcommand("feed", "One day for many machines, over NATS JetStream")->group(group);

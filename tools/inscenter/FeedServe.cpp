@@ -1,9 +1,11 @@
 // A configuration of nats-server for feeds: store, cluster, TLS, and users of whom one may publish.
 
 #include <fmt/format.h>
+#include <fmt/ostream.h>
 
 #include <filesystem>
 #include <fstream>
+#include <iomanip>
 #include <random>
 #include <system_error>
 
@@ -21,12 +23,7 @@ std::string password() {
 
 /// A text of the configuration's language; paths may hold anything.
 std::string quoted(const std::string& text) {
-    std::string quoted = "\"";
-    for (const char character : text) {
-        quoted += character == '"' || character == '\\' ? "\\" : "";
-        quoted += character;
-    }
-    return quoted + '"';
+    return fmt::format("{}", fmt::streamed(std::quoted(text)));
 }
 
 std::string userOf(const std::string& name, const std::string& secret, const std::string& feed, bool publishes) {

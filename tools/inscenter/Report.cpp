@@ -267,10 +267,10 @@ std::string subtitleOf(const Session& session) {
 std::vector<std::string> sourcesOf(const Session& session) {
     const Day& day = session.day;
     std::vector<std::string> counts;
-    for (std::size_t i = 0; i < kCatalogues; ++i) {
-        if (day.read.records[i] > 0) {
-            counts.push_back(
-                fmt::format("{} {}", day.read.records[i], catalogueName(static_cast<SnapshotCatalogue>(i))));
+    for (const SnapshotCatalogue catalogue : kEveryCatalogue) {
+        const std::uint64_t count = day.read.records[static_cast<std::size_t>(catalogue)];
+        if (count > 0) {
+            counts.push_back(fmt::format("{} {}", count, catalogueName(catalogue)));
         }
     }
     std::vector<std::string> sources{

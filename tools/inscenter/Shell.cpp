@@ -13,6 +13,7 @@
 #include <string_view>
 #include <utility>
 
+#include "tools/inscenter/ExitCodes.h"
 #include "tools/inscenter/FiledInstruments.h"
 #include "tools/inscenter/Prompt.h"
 #include "tools/inscenter/RecordText.h"
@@ -27,7 +28,6 @@ namespace inscenter {
 namespace {
 
 constexpr std::size_t kMostKeys = 200;  // more than anybody reads to choose from
-constexpr int kBadLine = 2;
 constexpr std::string_view kSql = "sql";
 
 /// Whether the line begins a statement that goes on until its semicolon: behind "sql" stands neither an option nor the
@@ -69,7 +69,7 @@ public:
                     // Nothing can follow, so the semicolon is no longer needed to tell the end.
                     if (!statement_.empty() && takeStatement(";") && !statement_.empty()) {
                         console_.message("the last statement has no end");
-                        note(kBadLine);
+                        note(exitcode::kUnreadable);
                     }
                     return;
             }
@@ -89,7 +89,7 @@ private:
         auto taken = shellLine(line);
         if (!taken) {
             console_.message("a quotation is not closed");
-            note(kBadLine);
+            note(exitcode::kUnreadable);
             return true;
         }
         const std::vector<std::string>& words = taken->words;
@@ -140,7 +140,7 @@ private:
         const auto format = words.size() == 2 ? formatNamed(words.back()) : std::nullopt;
         if (!format) {
             console_.message("format table, json, jsonl or csv");
-            return kBadLine;
+            return exitcode::kUnreadable;
         }
         settings_.format = *format;
         return 0;
@@ -164,7 +164,7 @@ private:
             // Interrupted is one of them: it ends the answer and not the shell.
             console_.message(failure.what());
         }
-        return kBadLine;
+        return exitcode::kUnreadable;
     }
 
     int answer(ShellLine line) {
@@ -172,7 +172,7 @@ private:
         if (line.file) {
             if (line.words.size() != *line.file + 1) {
                 console_.message("behind > stands the name of one file, and nothing else");
-                return kBadLine;
+                return exitcode::kUnreadable;
             }
             file = std::move(line.words.back());
             line.words.pop_back();
@@ -203,7 +203,7 @@ private:
         Output output(out, command.format, screen);
         Session session{*loaded_.center, settings_.center, loaded_.day, output, console_};
         command.verb(session, command.query);
-        return session.failed ? kBadLine : session.missing ? 1 : 0;
+        return session.failed ? exitcode::kUnreadable : session.missing ? exitcode::kMissing : exitcode::kAnswered;
     }
 
     /// The file is touched once the line makes sense, so that a slip of the pen does not empty it.

@@ -114,6 +114,13 @@ std::string tradingDayOf(const Snapshot& snapshot) {
     return agreed ? day : std::string();
 }
 
+Counts countsOf(const Snapshot& snapshot) {
+    Counts counts{};
+    std::transform(kEveryCatalogue.begin(), kEveryCatalogue.end(), counts.begin(),
+                   [&](SnapshotCatalogue catalogue) { return snapshot.records(catalogue).size(); });
+    return counts;
+}
+
 ReadReport readSnapshot(const std::string& directory, Snapshot& snapshot, Console& console) {
     const auto began = std::chrono::steady_clock::now();
     SnapshotReadOptions options;

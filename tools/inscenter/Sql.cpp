@@ -138,6 +138,15 @@ public:
         return cells;
     }
 
+    /// All rows.
+    Table rest() {
+        Table table{columns(), {}};
+        while (next()) {
+            table.rows.push_back(row());
+        }
+        return table;
+    }
+
 private:
     Cell cell(int column) const {
         switch (sqlite3_column_type(statement_, column)) {
@@ -217,11 +226,7 @@ void Sql::answer(const std::string& statements, Output& output) {
         }
         // Columns are as wide as their widest cell, so people wait for the last row; programs get each as it comes.
         if (output.format() == Format::Table) {
-            Table table{columns, {}};
-            while (statement.next()) {
-                table.rows.push_back(statement.row());
-            }
-            output.table(table, "no rows");
+            output.table(statement.rest(), "no rows");
             continue;
         }
         output.head(columns);
@@ -233,12 +238,7 @@ void Sql::answer(const std::string& statements, Output& output) {
 
 Table Sql::ask(const std::string& text) {
     std::size_t at = 0;
-    Statement statement(*this, text, at);
-    Table table{statement.columns(), {}};
-    while (statement.next()) {
-        table.rows.push_back(statement.row());
-    }
-    return table;
+    return Statement(*this, text, at).rest();
 }
 
 void Sql::execute(const std::string& statement) {

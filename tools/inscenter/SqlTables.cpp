@@ -273,8 +273,7 @@ const SqlTable::Index& SqlTable::indexOf(std::size_t number) {
 std::vector<SqlTable> tablesOf(const Snapshot& day) {
     std::vector<SqlTable> tables;
     tables.reserve(kCatalogues + 1);
-    for (std::size_t i = 0; i < kCatalogues; ++i) {
-        const auto catalogue = static_cast<SnapshotCatalogue>(i);
+    for (const SnapshotCatalogue catalogue : kEveryCatalogue) {
         tables.emplace_back(catalogueName(catalogue), mxservice::catalogueType(catalogue), day.records(catalogue));
     }
     Rows components;

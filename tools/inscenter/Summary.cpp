@@ -79,8 +79,7 @@ double milliseconds(double seconds) {
 /// center keeps no such catalogue.
 Table catalogueTable(Session& session, std::int64_t instruments) {
     Table table{{"catalogue", "read", "kept", "loadMs"}, {}};
-    for (std::size_t i = 0; i < kCatalogues; ++i) {
-        const auto catalogue = static_cast<SnapshotCatalogue>(i);
+    for (const SnapshotCatalogue catalogue : kEveryCatalogue) {
         const auto step = std::find_if(session.day.steps.begin(), session.day.steps.end(),
                                        [&](const LoadStep& done) { return done.catalogue == catalogue; });
         const double seconds = step == session.day.steps.end() ? 0 : step->seconds;
@@ -88,7 +87,8 @@ Table catalogueTable(Session& session, std::int64_t instruments) {
                                       ? instruments
                                       : number(recordsKept(session.center, catalogue).size());
         table.rows.push_back({std::string(catalogueName(catalogue)),
-                              static_cast<std::int64_t>(session.day.read.records[i]), kept, milliseconds(seconds)});
+                              static_cast<std::int64_t>(session.day.read.records[static_cast<std::size_t>(catalogue)]),
+                              kept, milliseconds(seconds)});
     }
     return table;
 }

@@ -179,9 +179,7 @@ Entries products(const Question& question) {
 
 Entries underlyings(const Question& question) {
     Table table = codeTable(question.session);
-    table.rows.erase(std::remove_if(table.rows.begin(), table.rows.end(),
-                                    [](const auto& row) { return row[0] != Cell("underlying"); }),
-                     table.rows.end());
+    std::erase_if(table.rows, [](const auto& row) { return row[0] != Cell("underlying"); });
     return rowsOf(table, {1});
 }
 

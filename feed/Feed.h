@@ -110,8 +110,8 @@ public:
     void initIssuancePriceInfos(const std::map<std::string, boost::shared_ptr<COTCStockEnquiryPriceSetting>>& settings);
     /// @}
 
-    /// A load as it stands.
-    void add(Call call) { calls_.push_back(std::move(call)); }
+    /// A load as it stands. Throws std::invalid_argument where it has keys, but not one a record.
+    void add(Call call);
     /// The loads in their order.
     const std::vector<Call>& calls() const { return calls_; }
 

@@ -72,6 +72,10 @@ TEST(FeedCodec, DayComesBackAsItWasHandedIn) {
     EXPECT_EQ(packed.digest(), unpacked.digest());
     EXPECT_TRUE(unpacked.hasMarket("HGT"));
 
+    Day::Call lacking = day.calls()[2];
+    lacking.keys.pop_back();
+    EXPECT_THROW(Day().add(lacking), std::invalid_argument);
+
     // A book that was kept follows a change to where one that was not arrives, too.
     RandomRecords random(2);
     const Change change{some<CInstrumentDetail>(random, 3),

@@ -109,6 +109,17 @@ TEST_F(FeedFaults, AWipedStoreIsAnotherEpoch) {
     expectDay(State::Current, "");
     EXPECT_EQ(host_.subscriber.health().reloads, 1U) << "the numbers are those of the former log";
     EXPECT_EQ(host_.subscriber.revision(), publisher_.revision());
+    // And once more, up to the very sequence that the former publisher has.
+    stream_->wipe();
+    PublisherCore other(connection(), options_);
+    ASSERT_TRUE(other.publish("20260302", dayOf({named("SH", "1", "a")})));
+    ASSERT_TRUE(other.apply({{named("SH", "3", "c")}, {}}));
+    ASSERT_EQ(other.revision().sequence, publisher_.revision().sequence);
+    ASSERT_TRUE(publisher_.catchUp());
+    ASSERT_TRUE(publisher_.apply({{named("SH", "4", "d")}, {}}));
+    host_.subscriber.step();
+    EXPECT_EQ(host_.subscriber.state(), State::Current) << host_.subscriber.health().lastFailure;
+    EXPECT_EQ(contentOf(host_.asked()), (Content{{"SH1", "a"}, {"SH3", "c"}, {"SH4", "d"}}));
 }
 
 TEST_F(FeedFaults, ALogThatLostItsEndAndWentOn) {

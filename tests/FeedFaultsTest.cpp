@@ -1,3 +1,8 @@
+#include <fmt/format.h>
+
+#include <atomic>
+#include <thread>
+
 #include "tests/FeedFixture.h"
 
 // What a host makes of a log that is damaged, gone, behind or of another kind; how it restarts; whom it tells.
@@ -151,6 +156,59 @@ TEST_F(FeedFaults, AReplicaThatLagsIsNoFault) {
     EXPECT_EQ(host_.center.version(), version);
     EXPECT_EQ(host_.subscriber.health().reloads, 0U);
     EXPECT_EQ(host_.subscriber.state(), State::Current);
+    // One that lags only when it is asked for what lies between, while the host follows and while it loads.
+    int asked = 0;
+    host_.log->fault = [&] { return ++asked, MemoryLog::Fault::None; };
+    host_.log->lag = [&]() -> std::uint64_t { return asked > 1 ? 9 : 0; };
+    for (const bool day : {false, true}) {
+        if (day) {
+            ASSERT_TRUE(publisher_.publish("20260303", dayOf({named("SH", "1", "z")})));
+        }
+        for (const char* const code : {"5", "6", "7"}) {
+            ASSERT_TRUE(publisher_.apply({{named("SH", code, "x")}, {}}));
+        }
+        asked = 0;
+        host_.subscriber.step();
+        EXPECT_EQ(host_.subscriber.state(), State::Current) << host_.subscriber.health().lastFailure;
+        EXPECT_EQ(host_.subscriber.revision(), publisher_.revision());
+    }
+}
+
+/// A host whose state is written down at each question to the log, and as it is told.
+TEST_F(FeedFaults, WhatIsKnownToBeMissingIsSaid) {
+    Options options = options_;
+    options.pollEvery = std::chrono::hours(1);
+    options.requestTimeout = std::chrono::milliseconds(0);  // so long may a change be known of and not be there
+    ServerHost host(connection(), options);
+    host.subscriber.step();
+    std::vector<std::string> said;
+    const Registration states =
+        host.subscriber.onState([&](State state, const std::string&) { said.emplace_back(stateName(state)); });
+    host.log->fault = [&] {
+        const Health health = host.subscriber.health();
+        EXPECT_EQ(health.state, host.subscriber.state());
+        EXPECT_EQ(host.subscriber.waitCurrent(std::chrono::milliseconds(0)), health.state == State::Current);
+        said.push_back(fmt::format("{} {}", stateName(health.state), health.lag));
+        return MemoryLog::Fault::None;
+    };
+    for (const char* const code : {"3", "4", "5"}) {
+        ASSERT_TRUE(publisher_.apply({{named("SH", code, "x")}, {}}));
+    }
+    host.subscriber.step();
+    EXPECT_EQ(said, (std::vector<std::string>{"Current 0", "Stale 3", "Stale 2"}));
+    EXPECT_EQ(host.subscriber.state(), State::Current);
+    said.clear();
+    ASSERT_TRUE(publisher_.publish("20260303", dayOf({named("SH", "1", "z")})));
+    host.subscriber.step();
+    EXPECT_EQ(said, (std::vector<std::string>{"Current 0", "Stale", "Stale 1", "Current"}));
+
+    // Nothing is said at all: the last look is longer ago than looks may be.
+    options.pollEvery = options.requestTimeout;
+    ServerHost silent(connection(), options);
+    silent.subscriber.step();
+    EXPECT_EQ(silent.subscriber.health().failures, 0U);
+    EXPECT_EQ(silent.subscriber.state(), State::Stale);
+    EXPECT_FALSE(silent.subscriber.waitCurrent(std::chrono::milliseconds(0)));
 }
 
 TEST_F(FeedFaults, ACenterThatThrowsIsLoadedAgain) {
@@ -225,6 +283,27 @@ TEST_F(FeedFaults, HandlersMayThrowAndGo) {
         host_.subscriber.step();
     }
     EXPECT_EQ(told, (std::vector<std::string>{"Stale", "first 3", "first 4"}));
+}
+
+TEST_F(FeedFaults, AHandlerThatDestroysItsSubscriberIsTheLastOne) {
+    OpenServerCenter center;
+    auto log = connection();
+    const std::weak_ptr<MemoryLog> alive = log;
+    std::atomic<bool> answers{true};
+    log->fault = [&] { return answers ? MemoryLog::Fault::None : MemoryLog::Fault::Unanswered; };
+    auto subscriber = std::make_unique<SubscriberCore>(hostOf(center), std::move(log), options_);
+    ASSERT_TRUE(subscriber->waitCurrent(std::chrono::seconds(20)));
+    answers = false;  // so that the next look finds several changes, and none comes while handlers are added
+    ASSERT_TRUE(publisher_.apply({{named("SH", "3", "c")}, {}}));
+    const Registration first =
+        subscriber->onChange([&](const Revision&) { SubscriberCore::end(std::move(subscriber)); });
+    const Registration second = subscriber->onChange([](const Revision&) { ADD_FAILURE() << "called behind it"; });
+    answers = true;
+    ASSERT_TRUE(publisher_.apply({{named("SH", "4", "d")}, {}}));
+    while (!alive.expired()) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(contentOf(center).count("SH4"), 0U) << "the center may be gone, too";
 }
 
 }  // namespace

@@ -271,40 +271,6 @@ TEST_F(FeedTest, ALostAcknowledgementIsNoSecondRevision) {
     EXPECT_EQ(unsure.revision().number, 4U);
 }
 
-/// Others commit on top of what was stored, before its lost acknowledgement makes the publisher try again.
-struct OvertakenLog : MemoryLog {
-    using MemoryLog::MemoryLog;
-    std::function<void()> others;
-    Put commit(const Headers& headers, const std::string& payload, const std::string& id,
-               std::uint64_t expected) override {
-        const Put put = MemoryLog::commit(headers, payload, id, expected);
-        const auto now = std::exchange(others, nullptr);
-        return now ? now(), Put() : put;
-    }
-};
-
-TEST_F(FeedTest, WhatOthersWentOnFromWasPublished) {
-    ASSERT_TRUE(publisher_.publish("20260302", dayOf({named("SH", "1", "a")})));
-    const auto log = std::make_shared<OvertakenLog>(stream_);
-    PublisherCore publisher(log, Options());
-    for (const std::uint64_t lag : {0U, 9U}) {
-        SCOPED_TRACE(lag);
-        log->lag = [lag] { return lag; };
-        ASSERT_TRUE(publisher.catchUp());
-        const std::uint64_t before = publisher.revision().number;
-        log->others = [this] {
-            ASSERT_TRUE(publisher_.catchUp());
-            ASSERT_TRUE(publisher_.apply({{named("SH", "2", "b")}, {}}));
-            ASSERT_TRUE(publisher_.apply({{named("SH", "3", "c")}, {}}));
-        };
-        const Outcome done = publisher.apply({{named("SH", "4", "ours")}, {}});
-        EXPECT_TRUE(done) << done.reason;
-        EXPECT_EQ(done.revision.number, before + 1);
-        EXPECT_EQ(publisher.apply({{named("SH", "5", "d")}, {}}).result, Published::Lost);
-        EXPECT_EQ(publisher_.revision().number, before + 3);
-    }
-}
-
 TEST_F(FeedTest, OlderDaysLeaveTheStreamAndTheFormerOneStays) {
     std::mt19937 random(1);
     Instruments records;

@@ -67,7 +67,9 @@ Subscriber::Subscriber(CServerInstrumentCenter& center, const Options& options)
     : core_(std::make_unique<SubscriberCore>(hostOf(center), logOf(options), options)) {}
 Subscriber::Subscriber(CClientInstrumentCenter& center, const Options& options)
     : core_(std::make_unique<SubscriberCore>(hostOf(center), logOf(options), options)) {}
-Subscriber::~Subscriber() = default;
+Subscriber::~Subscriber() {
+    SubscriberCore::end(std::move(core_));
+}
 
 State Subscriber::state() const {
     return core_->state();

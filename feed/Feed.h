@@ -239,7 +239,8 @@ public:
     Subscriber(CServerInstrumentCenter& center, const Options& options);
     /// The same for the persisted center, whose store must be open.
     Subscriber(CClientInstrumentCenter& center, const Options& options);
-    /// Ends the thread: waits for a load that is under way, not for the server.
+    /// Ends the thread: waits for a load that is under way, not for the server; a connection that cannot be closed
+    /// within a second is left to a thread of its own.
     ~Subscriber();
     Subscriber(const Subscriber&) = delete;
     Subscriber& operator=(const Subscriber&) = delete;

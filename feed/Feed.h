@@ -194,7 +194,7 @@ PM_FEED_API const char* stateName(State state);
 /// What a subscriber has been through, for an operator's page.
 struct Health {
     State state = State::Connecting;                 ///< of this moment
-    std::string server;                              ///< URL it is connected to; empty: none
+    std::string server;                              ///< URL it is connected to, without password; empty: none
     std::chrono::system_clock::time_point lastSeen;  ///< when the log last answered; 1970: never
     Revision revision;                               ///< what the center has
     std::uint64_t newest = 0;                        ///< number of the log's newest revision when it last answered

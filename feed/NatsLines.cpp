@@ -37,11 +37,7 @@ std::string urlOf(const NatsLine& line) {
 void start(std::function<void()> work) {
     const auto held = std::make_shared<std::function<void()>>(std::move(work));
     const auto run = [held] {
-        try {
-            (*held)();
-        } catch (const std::exception&) {
-            // For want of memory. Whoever waits does so in vain, and says that.
-        }
+        (*held)();
         *held = nullptr;
     };
     try {
@@ -79,19 +75,30 @@ NatsLines::~NatsLines() {
 
 /// Does `work` on another thread and waits for it, until close() unless it is that which waits.
 NatsLines::Ended NatsLines::within(milliseconds most, std::function<void()> work, bool closing) {
-    const auto done = std::make_shared<bool>(false);  // under the lock
-    start([shared = shared_, work = std::move(work), done]() mutable {
-        work();
+    struct Call {
+        bool done = false;  // under the lock
+        std::exception_ptr thrown;
+    };
+    const auto call = std::make_shared<Call>();
+    start([shared = shared_, work = std::move(work), call]() mutable {
+        try {
+            work();
+        } catch (...) {
+            call->thrown = std::current_exception();
+        }
         work = nullptr;
         {
             const std::lock_guard guard(shared->lock);
-            *done = true;
+            call->done = true;
         }
         shared->changed.notify_all();
     });
     std::unique_lock lock(shared_->lock);
-    shared_->changed.wait_for(lock, most, [&] { return *done || (shared_->closed && !closing); });
-    return *done ? Ended::Done : shared_->closed ? Ended::Closed : Ended::Late;
+    shared_->changed.wait_for(lock, most, [&] { return call->done || (shared_->closed && !closing); });
+    if (call->done && call->thrown) {
+        std::rethrow_exception(call->thrown);
+    }
+    return call->done ? Ended::Done : shared_->closed ? Ended::Closed : Ended::Late;
 }
 
 void NatsLines::connect(const SharedHandle& shared) {

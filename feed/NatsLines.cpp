@@ -54,7 +54,7 @@ struct NatsLines::Shared {
     explicit Shared(NatsWay given) : way(std::move(given)) {}
 
     const NatsWay way;
-    std::mutex lock;  // of what follows; nothing is called under it
+    std::mutex lock;  // of what follows; nothing is called under it, and no other lock is taken
     std::condition_variable changed;
     bool closed = false;
     NatsLineHandle line;
@@ -279,7 +279,10 @@ NatsFailure NatsLines::answered() {
 
 void NatsLines::listen(std::function<void(std::uint64_t)> bell) {
     const std::lock_guard guard(shared_->way.notes->lock);
-    shared_->way.notes->bell = std::move(bell);
+    const std::lock_guard closing(shared_->lock);
+    if (!shared_->closed) {
+        shared_->way.notes->bell = std::move(bell);
+    }
 }
 
 /// Without its user and password.
@@ -289,16 +292,16 @@ std::string NatsLines::server() const {
 }
 
 void NatsLines::close() {
-    {
-        // From here on nobody is called: whoever owns the bell may be gone when this returns.
-        const std::lock_guard guard(shared_->way.notes->lock);
-        shared_->way.notes->bell = nullptr;
-    }
     NatsLineHandle line;
     {
         const std::lock_guard guard(shared_->lock);
         shared_->closed = true;
         line = std::move(shared_->line);
+    }
+    {
+        // From here on nobody is called: whoever owns the bell may be gone when this returns.
+        const std::lock_guard guard(shared_->way.notes->lock);
+        shared_->way.notes->bell = nullptr;
     }
     shared_->changed.notify_all();  // who waits for an answer, or for an attempt to connect, does not any more
     if (line) {

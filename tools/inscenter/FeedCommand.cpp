@@ -4,6 +4,7 @@
 #include <string>
 
 #include "tools/inscenter/HelpTexts.h"
+#include "tools/inscenter/VerbOptions.h"
 
 namespace inscenter {
 namespace {
@@ -28,12 +29,11 @@ constexpr std::array kFeedVerbs{
                  "serve /srv/feed\nserve /srv/feed --peers a:6222,b:6222,c:6222 --tls-cert a.pem --tls-key a.key",
                  writeServerConfiguration}};
 
+// One query for all verbs: only one of them runs, and what two of them take is the same option to both.
+
 void addServers(CLI::App& app, FeedQuery& query) {
-    app.add_option("--server", query.servers,
-                   "URLs of servers, one or several of a cluster; on this machine by default")
-        ->type_name("URL")
-        ->delimiter(',')
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addList(app, "--server", query.servers, "URLs of servers, one or several of a cluster; on this machine by default")
+        ->type_name("URL");
     app.add_option("--creds", query.credentials, "File with a user's credentials, where servers use such")
         ->type_name("FILE");
     app.add_option("--ca", query.authority, "PEM file of who signs the servers' certificates; the system's by default")
@@ -43,10 +43,8 @@ void addServers(CLI::App& app, FeedQuery& query) {
 void addServing(CLI::App& app, FeedQuery& query) {
     app.add_option("DIR", query.directory, "Directory for configuration and store, made when missing")->required();
     app.add_option("--port", query.port, "For clients; 4222 by default")->type_name("N")->check(CLI::Range(1, 65535));
-    app.add_option("--peers", query.peers, "Routes of the cluster, HOST:PORT, this server's first")
-        ->type_name("HOST:PORT")
-        ->delimiter(',')
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addList(app, "--peers", query.peers, "Routes of the cluster, HOST:PORT, this server's first")
+        ->type_name("HOST:PORT");
     auto* const certificate = app.add_option("--tls-cert", query.certificate, "PEM file, the server's certificate");
     auto* const key = app.add_option("--tls-key", query.key, "PEM file, its key");
     certificate->type_name("FILE")->needs(key);
@@ -54,6 +52,10 @@ void addServing(CLI::App& app, FeedQuery& query) {
 }
 
 }  // namespace
+
+bool isFeed(const std::string& name) {
+    return name.starts_with("nats://") || name.starts_with("tls://");
+}
 
 void addFeedCommands(CLI::App& app, const char* group, FeedQuery& query, const std::function<void(FeedVerb)>& chosen) {
     CLI::App* const feed = app.add_subcommand("feed", "One day for many machines, over NATS JetStream")->group(group);
@@ -64,6 +66,7 @@ void addFeedCommands(CLI::App& app, const char* group, FeedQuery& query, const s
         sub->footer(exampleLines("inscenter feed ", verb.examples));
         sub->callback([chosen, run = verb.verb] { chosen(run); });
         sub->add_option("--name", query.feed, "Name of the feed; ins by default")->type_name("NAME");
+        // The one verb that asks no server; the name above is in the permissions that it writes.
         if (verb.verb == writeServerConfiguration) {
             addServing(*sub, query);
             continue;
@@ -75,7 +78,7 @@ void addFeedCommands(CLI::App& app, const char* group, FeedQuery& query, const s
                 ->type_name("YYYYMMDD");
             sub->add_option("--replicas", query.replicas, "Of the stream, where it has to be made; 1 by default")
                 ->type_name("N")
-                ->check(CLI::Range(1, 5));
+                ->check(CLI::Range(1, 5));  // servers keep no more
         } else if (verb.verb == publishChanges) {
             sub->add_option("DIR", query.source, "Directory with the instruments to put; - for standard input");
             sub->add_option("--remove", query.removed, "Keys to remove")

@@ -1,9 +1,11 @@
 // A configuration of nats-server for feeds: store, cluster, TLS, and users of whom one may publish.
 
 #include <fmt/format.h>
+#include <fmt/ostream.h>
 
 #include <filesystem>
 #include <fstream>
+#include <iomanip>
 #include <random>
 #include <system_error>
 
@@ -13,6 +15,7 @@
 namespace inscenter {
 namespace {
 
+/// Of hexadecimal digits, so that it stands in a URL as it is.
 std::string password() {
     std::random_device random;
     return fmt::format("{:08x}{:08x}{:08x}", random(), random(), random());
@@ -20,12 +23,7 @@ std::string password() {
 
 /// A text of the configuration's language; paths may hold anything.
 std::string quoted(const std::string& text) {
-    std::string quoted = "\"";
-    for (const char character : text) {
-        quoted += character == '"' || character == '\\' ? "\\" : "";
-        quoted += character;
-    }
-    return quoted + '"';
+    return fmt::format("{}", fmt::streamed(std::quoted(text)));
 }
 
 std::string userOf(const std::string& name, const std::string& secret, const std::string& feed, bool publishes) {
@@ -45,6 +43,8 @@ std::string userOf(const std::string& name, const std::string& secret, const std
         name, quoted(secret), allowed, feed);
 }
 
+/// It listens on every address, by the port alone: the name in a route is what others reach it by, which need not be an
+/// address of this machine.
 std::string clusterOf(const FeedQuery& query) {
     std::string routes;
     for (const std::string& peer : query.peers) {
@@ -61,7 +61,7 @@ int writeServerConfiguration(const FeedQuery& query, Output& output, Console& /*
     const std::filesystem::path directory = std::filesystem::absolute(query.directory);
     const std::filesystem::path file = directory / "nats-server.conf";
     std::error_code error;
-    std::filesystem::create_directories(directory, error);
+    std::filesystem::create_directories(directory, error);  // why it failed the file below will say
     if (std::filesystem::exists(file)) {
         throw UnreadableInput(file.string() + ": is there already, with the passwords that hosts may use");
     }

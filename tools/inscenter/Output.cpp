@@ -161,8 +161,13 @@ Output::Output(std::ostream& out, Format format, const Screen& screen) : out_(ou
 
 Output::~Output() {
     // Where that fails the stream remembers it, and whoever owns the stream asks it: a destructor cannot tell.
+    flush();
+}
+
+void Output::flush() {
     out_ << text_;
     out_.flush();
+    text_.clear();
 }
 
 void Output::lineDone() {

@@ -91,6 +91,9 @@ public:
     /// A line of CSV, for answers too long to be one table.
     void csvLine(const std::vector<std::string>& cells);
 
+    /// Writes what is held back, for answers that are read while they come.
+    void flush();
+
     /// The fields that a table of these records shows: those that any of them has, no more than fit a screen.
     static std::vector<const mxservice::Field*> usualFields(const std::vector<RecordPtr>& records);
 

@@ -28,9 +28,9 @@ constexpr int kUnpublished = 4;
 constexpr std::chrono::seconds kPatience{10};
 constexpr std::chrono::milliseconds kBetweenLooks{50};
 
-FeedQuery& access() {
-    static FeedQuery access;
-    return access;
+FeedQuery& accessOfReading() {
+    static FeedQuery kept;
+    return kept;
 }
 
 /// In a file, because everybody on the machine sees the words of a command.
@@ -267,11 +267,11 @@ bool isFeed(const std::string& name) {
 }
 
 void setFeedAccess(const FeedQuery& query) {
-    access() = query;
+    accessOfReading() = query;
 }
 
 Snapshot readFeed(const std::string& url) {
-    FeedQuery query = access();
+    FeedQuery query = accessOfReading();
     query.servers = {url};
     try {
         Snapshot day = feed::read(optionsOf(query), kPatience).day;

@@ -2,6 +2,8 @@
 
 #include <boost/pointer_cast.hpp>
 
+#include <stdexcept>
+#include <string>
 #include <utility>
 
 #include "feed/Feed.h"
@@ -114,6 +116,14 @@ void Day::initIssuanceInfos(const std::vector<boost::shared_ptr<COTCSecuritiesIs
 void Day::initIssuancePriceInfos(
     const std::map<std::string, boost::shared_ptr<COTCStockEnquiryPriceSetting>>& settings) {
     add(callOf(SnapshotCatalogue::IssuancePrices, settings));
+}
+
+void Day::add(Call call) {
+    if (!call.keys.empty() && call.keys.size() != call.records.size()) {
+        throw std::invalid_argument("a load with " + std::to_string(call.keys.size()) + " keys of " +
+                                    std::to_string(call.records.size()) + " records");
+    }
+    calls_.push_back(std::move(call));
 }
 
 Day Day::of(const Snapshot& snapshot) {

@@ -111,6 +111,7 @@ std::vector<Entry> DayFile::read() {
         return entries;
     }
     const std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    std::size_t sound = 0;
     try {
         ByteReader reader(bytes);
         if (reader.take(kMagic.size()) != kMagic) {
@@ -118,12 +119,27 @@ std::vector<Entry> DayFile::read() {
         }
         while (!reader.atEnd()) {
             entries.push_back(readEntry(reader));
+            sound = bytes.size() - reader.left();
         }
-        whole_ = true;  // else nothing is appended until the next day: nobody reads on behind what is damaged
+        whole_ = true;
     } catch (const BadBytes& bad) {
         complain(path_, bad.what());
+        if (!entries.empty()) {
+            cutOff(sound);
+        }
     }
     return entries;
+}
+
+/// Nobody reads on behind what is damaged: were the end left, one process that died while it appended would cost the
+/// next one every change until the next day. What cannot be cut off is not appended to.
+void DayFile::cutOff(std::size_t sound) {
+    std::error_code failure;
+    std::filesystem::resize_file(path_, sound, failure);
+    whole_ = !failure;
+    if (failure) {
+        complain(path_, failure.message().c_str());
+    }
 }
 
 void DayFile::write(const std::vector<Entry>& entries) {

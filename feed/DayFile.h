@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,7 +16,8 @@ public:
     /// An empty path keeps nothing.
     explicit DayFile(std::string path) : path_(std::move(path)) {}
 
-    /// What was kept, up to the first entry that is damaged; nothing where there is no file, or not even a day.
+    /// What was kept, up to the first entry that is damaged, where the file is cut off; nothing where there is no file,
+    /// or not even a day.
     std::vector<Entry> read();
     /// Writes a day and its changes in place of whatever is there: another file that then takes the name, so that one
     /// of the two is whole whenever the process or the machine dies.
@@ -25,6 +27,8 @@ public:
     void append(const Entry& entry);
 
 private:
+    void cutOff(std::size_t sound);
+
     const std::string path_;
     bool whole_ = false;  // whether what the file holds ends where the next change goes
 };

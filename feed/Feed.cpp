@@ -6,7 +6,7 @@
 #include <thread>
 #include <utility>
 
-#include "feed/Listing.h"
+#include "feed/Host.h"
 #include "feed/NatsLog.h"
 #include "feed/PublisherCore.h"
 #include "feed/SubscriberCore.h"
@@ -32,10 +32,8 @@ class Reader : public Receiver {
 public:
     void loading(bool /*fault*/) override {}
     void day(const Day& day, const std::vector<Change>& changes, const std::vector<Entry>& entries) override {
-        // Hong Kong in parts as the persisted center takes it, which groups all listings; the in-memory one would leave
-        // out those that the last of a code replaces.
         reading.day = day.snapshot();
-        reading.day.instruments = listingOf(day, changes, ConnectParts::Grouped).instruments;
+        reading.day.instruments = instrumentsOf(day, changes);
         reading.revision = revisionOf(entries.back().head, entries.back().sequence);
     }
     void change(const Change& /*change*/, const Entry& /*entry*/) override {}
@@ -69,7 +67,9 @@ Subscriber::Subscriber(CServerInstrumentCenter& center, const Options& options)
     : core_(std::make_unique<SubscriberCore>(hostOf(center), logOf(options), options)) {}
 Subscriber::Subscriber(CClientInstrumentCenter& center, const Options& options)
     : core_(std::make_unique<SubscriberCore>(hostOf(center), logOf(options), options)) {}
-Subscriber::~Subscriber() = default;
+Subscriber::~Subscriber() {
+    SubscriberCore::end(std::move(core_));
+}
 
 State Subscriber::state() const {
     return core_->state();

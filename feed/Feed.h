@@ -110,8 +110,8 @@ public:
     void initIssuancePriceInfos(const std::map<std::string, boost::shared_ptr<COTCStockEnquiryPriceSetting>>& settings);
     /// @}
 
-    /// A load as it stands.
-    void add(Call call) { calls_.push_back(std::move(call)); }
+    /// A load as it stands. Throws std::invalid_argument where it has keys, but not one a record.
+    void add(Call call);
     /// The loads in their order.
     const std::vector<Call>& calls() const { return calls_; }
 
@@ -183,8 +183,8 @@ private:
 enum class State : std::uint8_t {
     Connecting,  ///< no day yet, and none to be had: the server does not answer, or nobody has published
     Loading,     ///< no day yet, the first one is being loaded
-    Current,     ///< the center has what the log has
-    Stale,       ///< the center has its last good day; whether the log has a newer one is not known
+    Current,     ///< the center has what the log had when it was last looked at
+    Stale,       ///< the center has its last good day; the log has a newer one, or whether it has is not known
     Failed  ///< somebody must help: refused credentials, a log of a newer format, a damaged day. What was loaded stays
 };
 
@@ -197,7 +197,7 @@ struct Health {
     std::string server;                              ///< URL it is connected to; empty: none
     std::chrono::system_clock::time_point lastSeen;  ///< when the log last answered; 1970: never
     Revision revision;                               ///< what the center has
-    std::uint64_t newest = 0;                        ///< number of the log's newest revision when it last answered
+    std::uint64_t newest = 0;                        ///< number of the log's newest revision that is known of
     std::uint64_t lag = 0;                           ///< revisions that the center lacks, within one epoch
     std::uint64_t days = 0;                          ///< loaded, from whichever source
     std::uint64_t changes = 0;                       ///< applied one by one
@@ -239,12 +239,16 @@ public:
     Subscriber(CServerInstrumentCenter& center, const Options& options);
     /// The same for the persisted center, whose store must be open.
     Subscriber(CClientInstrumentCenter& center, const Options& options);
-    /// Ends the thread: waits for a load that is under way, not for the server.
+    /// Ends the thread: waits for a load that is under way, not for the server. Not to be done in one of its own
+    /// handlers, nor in one of the center's on its thread: it could not wait for itself. Where it is done all the same,
+    /// no handler is called any more, and the thread ends behind the one it is in; the center must be there until then.
     ~Subscriber();
     Subscriber(const Subscriber&) = delete;
     Subscriber& operator=(const Subscriber&) = delete;
 
-    /// No I/O, as the next two.
+    /// No I/O, as the next two. Current is Stale from when the log has not been looked at for three times
+    /// Options::pollEvery and requestTimeout, whatever the thread hangs in (a handler, the network), or when more has
+    /// been known of for a requestTimeout and is not there yet. In health() and waitCurrent as well.
     State state() const;
     /// What the center has.
     Revision revision() const;
@@ -255,10 +259,11 @@ public:
     /// subscriber's thread, without a lock. What it throws is logged and swallowed. Until it returns nothing further is
     /// loaded.
     Registration onChange(std::function<void(const Revision&)> handler);
-    /// The same for each new state, with a reason for people.
+    /// The same for each new state, with a reason for people. Not for a state that is Stale by the time alone: the
+    /// thread that would call is the one that is not heard of.
     Registration onState(std::function<void(State, const std::string& reason)> handler);
 
-    /// Waits until the center has what the log has, no longer than `timeout`. False when it does not.
+    /// Waits until the state is Current, no longer than `timeout`. False when it is not.
     bool waitCurrent(std::chrono::milliseconds timeout) const;
 
 private:

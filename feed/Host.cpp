@@ -1,5 +1,7 @@
 #include "feed/Host.h"
 
+#include <boost/pointer_cast.hpp>
+
 #include <array>
 #include <set>
 #include <string>
@@ -19,7 +21,10 @@ public:
     explicit CenterHost(Center& center) : center_(center) {}
 
     void load(const Day& day, const std::vector<Change>& changes) override {
-        const Listing listing = listingOf(day, changes, kParts);
+        // Replayed one by one behind the day, a listing that the former state had and a change brings again would be
+        // gone in between. Not where all of it is one version: there they are what they are for a host that was there.
+        const Listing listing =
+            kInMemory ? listingOf(day, {}, Loads::InMemory) : listingOf(day, changes, Loads::Persisted);
         const std::set<std::string> markets = marketsOf(listing);
         const Catalogues catalogues = cataloguesOf(day);
         // Before anything is loaded, and with those of the former day: where a center throws, either may be there.
@@ -40,7 +45,6 @@ public:
 
 private:
     static constexpr bool kInMemory = std::is_same_v<Center, CServerInstrumentCenter>;
-    static constexpr ConnectParts kParts = kInMemory ? ConnectParts::LastWins : ConnectParts::Grouped;
 
     using Catalogues = std::array<bool, kSnapshotCatalogues>;
 
@@ -54,9 +58,6 @@ private:
 
     /// The first day goes this way, too: what a load brings and a later one of the same day leaves out would stay in
     /// a center that does load by load, and hosts of one revision would differ by what they had before.
-    ///
-    /// Changes are in the one batch, too: replayed one by one behind the day, a listing that the former state had and a
-    /// change brings again would be gone in between.
     void replace(const Day& day, const std::vector<Change>& changes, const Listing& listing) {
         std::vector<std::string> named = listing.markets;
         nameAll(markets_, named);  // of a market that the batch has nothing for, everything goes
@@ -66,10 +67,6 @@ private:
             nameAll({kEtfInstruments, market::kInterbank}, named);
         }
         center_.replaceInstruments(named, listing.instruments);
-        const auto upserts = sharedUpserts(changes);
-        if (!upserts.empty()) {
-            center_.applyChanges(upserts, {});
-        }
         Day others;
         for (std::size_t i = 1; i < catalogues_.size(); ++i) {
             if (catalogues_[i]) {
@@ -77,6 +74,9 @@ private:
             }
         }
         others.loadInto(center_);
+        for (const Change& change : kInMemory ? changes : afterBatch(changes)) {
+            apply(change);
+        }
     }
 
     /// The loads of one catalogue; an empty one where the day has none and the former day had. In the in-memory center
@@ -107,7 +107,47 @@ private:
     Catalogues catalogues_{};
 };
 
+template <class Record>
+void copyEach(std::vector<boost::shared_ptr<Record>>& records) {
+    for (auto& record : records) {
+        record = record ? boost::static_pointer_cast<Record>(record->copy()) : nullptr;
+    }
+}
+
 }  // namespace
+
+std::vector<boost::shared_ptr<CInstrumentDetail>> instrumentsOf(const Day& day, std::vector<Change> changes) {
+    std::vector<boost::shared_ptr<CInstrumentDetail>> instruments =
+        listingOf(day, changes, Loads::Persisted).instruments;
+    const std::vector<Change> decided = afterBatch(changes);
+    if (decided.empty()) {
+        return instruments;
+    }
+    Day loads;  // copies: a load fills in fields of its records
+    for (Day::Call call : day.calls()) {
+        if (call.catalogue == SnapshotCatalogue::Instruments) {
+            copyEach(call.records);
+            loads.add(std::move(call));
+        }
+    }
+    for (Change& change : changes) {
+        copyEach(change.upserts);
+    }
+    CServerInstrumentCenter center("feed");
+    hostOf(center)->load(loads, changes);
+    const auto decidedOf = [&](const CInstrumentDetail& record) {
+        return static_cast<IInstrumentCenter&>(center).getInstrument(record.market, record.code);
+    };
+    std::set<boost::shared_ptr<CInstrumentDetail>> winners;
+    for (const Change& change : decided) {
+        for (const auto& upsert : change.upserts) {
+            winners.insert(decidedOf(*upsert));
+        }
+    }
+    std::erase_if(instruments, [&](const auto& record) { return winners.count(decidedOf(*record)) != 0; });
+    instruments.insert(instruments.end(), winners.begin(), winners.end());
+    return instruments;
+}
 
 std::unique_ptr<Host> hostOf(CServerInstrumentCenter& center) {
     return std::make_unique<CenterHost<CServerInstrumentCenter>>(center);

@@ -5,11 +5,13 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <map>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
 
+#include "base/instrumentcenter/catalogue/PseudoInstruments.h"
 #include "base/instrumentcenter/vocabulary/Markets.h"
 
 namespace mxservice::feed {
@@ -32,10 +34,15 @@ std::string_view filedUnder(std::string_view name) {
                                               : name;
 }
 
-/// Whether listings of several markets may have one key here.
+/// Whether a batch is not all that decides about the market's keys.
 bool isShared(std::string_view name) {
     const std::string_view filed = filedUnder(name);
-    return filed == market::kHongKong || filed == market::kShanghai;
+    return filed == market::kHongKong || filed == market::kShanghai || filed == market::kInterbank;
+}
+
+/// Whether the key is of what stands for funds or bonds.
+bool isPseudo(const std::string& text) {
+    return text.rfind(kEtfInstruments, 0) == 0 || text.rfind(market::kInterbank, 0) == 0;
 }
 
 /// Markets with a NUL between them and the code: keys as texts alone may be read in two ways.
@@ -68,11 +75,15 @@ std::uint32_t flagsOf(bool shanghai, bool shenzhen) {
 /// later parts say.
 class Parts {
 public:
-    void take(const std::string& part, Instruments records) {
+    /// Answers whether Hong Kong is built anew by it.
+    bool take(const std::string& part, Instruments records) {
         byMarket_[part] = std::move(records);
-        if (byMarket_.count(market::kShanghaiConnect) != 0 && byMarket_.count(market::kShenzhenConnect) != 0) {
+        const bool complete =
+            byMarket_.count(market::kShanghaiConnect) != 0 && byMarket_.count(market::kShenzhenConnect) != 0;
+        if (complete) {
             build();
         }
+        return complete;
     }
 
     /// One record of a code, so that grouping has no say. Flags are set on copies: the records may be in a center.
@@ -90,18 +101,6 @@ public:
         return records;
     }
 
-    /// All of them, for a center that groups them.
-    Instruments all() const {
-        Instruments records;
-        for (const char* const part : kParts) {
-            const auto found = byMarket_.find(part);
-            if (found != byMarket_.end()) {
-                records.insert(records.end(), found->second.begin(), found->second.end());
-            }
-        }
-        return records;
-    }
-
 private:
     struct Code {
         InstrumentPtr record;
@@ -113,12 +112,14 @@ private:
     /// center has marked, too, and keeps its mark when the other listing goes.
     void build() {
         codes_.clear();
-        for (const InstrumentPtr& record : all()) {
-            if (filedUnder(record->market) == market::kHongKong) {  // the center leaves others out of its build
-                Code& code = codes_[record->code];
-                code.record = record;
-                code.shanghai = code.shanghai || record->market == market::kShanghaiConnect;
-                code.shenzhen = code.shenzhen || record->market == market::kShenzhenConnect;
+        for (const char* const part : kParts) {
+            for (const InstrumentPtr& record : byMarket_[part]) {
+                if (filedUnder(record->market) == market::kHongKong) {  // the center leaves others out of its build
+                    Code& code = codes_[record->code];
+                    code.record = record;
+                    code.shanghai = code.shanghai || record->market == market::kShanghaiConnect;
+                    code.shenzhen = code.shenzhen || record->market == market::kShenzhenConnect;
+                }
             }
         }
         for (const auto& [name, code] : codes_) {
@@ -138,33 +139,142 @@ bool isPart(const Day::Call& call) {
     return call.markets.size() == 1 && std::find(kParts.begin(), kParts.end(), call.markets.front()) != kParts.end();
 }
 
-Instruments instrumentsOf(const Day::Call& call) {
-    Instruments instruments;
-    instruments.reserve(call.records.size());
-    for (const auto& record : call.records) {
-        instruments.push_back(boost::static_pointer_cast<CInstrumentDetail>(record));
-    }
-    return instruments;
-}
-
 void append(const Instruments& more, Instruments& instruments) {
     instruments.insert(instruments.end(), more.begin(), more.end());
 }
 
-/// What a later load replaces of the earlier ones: the markets that its records name, in the persisted center also
-/// those that it names itself.
-void dropReplaced(const Day::Call& call, ConnectParts parts, Instruments& instruments) {
-    std::set<std::string, std::less<>> replaced;
-    if (parts == ConnectParts::Grouped) {
+/// What each market lists after the loads of a day, under the name that it is filed under.
+class Markets {
+public:
+    explicit Markets(Loads loads) : persisted_(loads == Loads::Persisted) {}
+
+    void take(const Day::Call& call) {
+        Listings brought = listingsOf(call);
+        if (!persisted_ && isPart(call)) {
+            if (parts_.take(call.markets.front(), std::move(brought[market::kHongKong]))) {
+                listings_[market::kHongKong] = parts_.built();
+            }
+            return;
+        }
+        std::set<std::string, std::less<>> named;
         for (const std::string& name : call.markets) {
-            replaced.emplace(filedUnder(name));
+            named.emplace(isConnect(name) ? market::kHongKong : name);
+        }
+        if (persisted_) {
+            restore(call, {market::kShanghaiConnect, market::kHongKong, market::kShenzhenConnect}, brought);
+            restore(call, {market::kShanghai, market::kShanghaiSpecial}, brought);
+            for (const std::string& name : named) {
+                brought.try_emplace(name);  // it empties what a load names, and then looks at the records
+            }
+        }
+        for (auto& [name, records] : brought) {
+            // The persisted center writes what a load does not name beside what is there. The in-memory one would
+            // forget that in its lists alone; "SH" in a load of "SHFI" is what hosts do, and no listing shall go by
+            // that.
+            if (named.count(name) == 0 && (persisted_ || name == market::kShanghai)) {
+                keepOthers(name, records);
+            }
+            listings_[name] = std::move(records);
         }
     }
-    for (const auto& record : call.records) {
-        replaced.emplace(filedUnder(static_cast<const CInstrumentDetail&>(*record).market));
+
+    Instruments all() const {
+        Instruments instruments;
+        for (const auto& [name, records] : listings_) {
+            append(records, instruments);
+        }
+        return instruments;
     }
-    std::erase_if(instruments,
-                  [&](const InstrumentPtr& record) { return replaced.count(filedUnder(record->market)) != 0; });
+
+private:
+    using Listings = std::map<std::string, Instruments, std::less<>>;
+
+    static Listings listingsOf(const Day::Call& call) {
+        Listings listings;
+        std::string_view last;
+        Instruments* listing = nullptr;
+        for (const auto& one : call.records) {
+            auto record = boost::static_pointer_cast<CInstrumentDetail>(one);
+            if (listing == nullptr || record->market != last) {  // records of one market mostly stand together
+                last = record->market;
+                listing = &listings.try_emplace(std::string(filedUnder(last))).first->second;
+            }
+            listing->push_back(std::move(record));
+        }
+        return listings;
+    }
+
+    /// As the persisted center completes what shares a market: of those of the family that a load which names any does
+    /// not bring, behind its own records and in the order of their names, whatever earlier loads have brought.
+    void restore(const Day::Call& call, const std::set<std::string>& family, Listings& brought) {
+        const bool concerned = std::any_of(call.markets.begin(), call.markets.end(),
+                                           [&](const std::string& name) { return family.count(name) != 0; });
+        const auto found = brought.find(filedUnder(*family.begin()));
+        if (!concerned || found == brought.end()) {
+            return;
+        }
+        Instruments& own = found->second;
+        std::set<std::string_view> plain;  // codes of "SH"
+        for (const InstrumentPtr& record : own) {
+            if (record->market == market::kShanghai) {
+                plain.insert(record->code);
+            }
+        }
+        std::set<std::string> there;
+        for (const InstrumentPtr& record : own) {
+            // By now one of "SHFI" is one of "SH", unless a plain one goes first.
+            const bool special = record->market == market::kShanghaiSpecial && plain.count(record->code) == 0;
+            const std::string& name = special ? *family.begin() : record->market;
+            there.insert(name);
+            kept_[name].push_back(record);
+        }
+        for (const std::string& name : family) {
+            if (there.count(name) == 0) {
+                append(lastOfEachCode(kept_[name]), own);
+            }
+        }
+    }
+
+    void keepOthers(const std::string& name, Instruments& records) {
+        std::set<std::string> codes;
+        for (const InstrumentPtr& record : records) {
+            codes.insert(record->code);
+        }
+        for (const InstrumentPtr& former : listings_[name]) {
+            if (codes.count(former->code) == 0) {
+                records.push_back(former);
+            }
+        }
+    }
+
+    static Instruments lastOfEachCode(const Instruments& records) {
+        std::map<std::string_view, InstrumentPtr> byCode;
+        for (const InstrumentPtr& record : records) {
+            byCode[record->code] = record;
+        }
+        Instruments last;
+        for (const auto& [code, record] : byCode) {
+            last.push_back(record);
+        }
+        return last;
+    }
+
+    const bool persisted_;
+    Listings listings_;
+    Parts parts_;
+    std::map<std::string, Instruments> kept_;  // what loads have brought of the two families, by market
+};
+
+/// The filed keys that a change removes: one that it also puts stays, with whatever else is listed under it.
+std::set<std::string> removedBy(const Change& change) {
+    std::set<std::string> removed;
+    for (const std::string& key : change.removedKeys) {
+        removed.insert(filedKey(key));
+    }
+    for (const InstrumentPtr& upsert : change.upserts) {
+        removed.erase(filedKey(upsert->market, upsert->code));
+    }
+    return removed;
 }
 
 /// A record keeps its place when it changes, because of listings with one key the order decides; one that is removed
@@ -180,8 +290,8 @@ void takeChanges(const std::vector<Change>& changes, Instruments& instruments) {
         note(i);
     }
     for (const Change& change : changes) {
-        for (const std::string& key : change.removedKeys) {
-            const auto found = placesOfKey.find(filedKey(key));
+        for (const std::string& key : removedBy(change)) {
+            const auto found = placesOfKey.find(key);
             if (found == placesOfKey.end()) {
                 continue;
             }
@@ -192,7 +302,21 @@ void takeChanges(const std::vector<Change>& changes, Instruments& instruments) {
             }
             placesOfKey.erase(found);
         }
-        for (const InstrumentPtr& upsert : change.upserts) {
+        std::set<std::string> fresh;  // keys of Hong Kong that come with this change
+        for (InstrumentPtr upsert : change.upserts) {
+            if (filedUnder(upsert->market) == market::kHongKong) {
+                const std::string key = filedKey(upsert->market, upsert->code);
+                // Which flags a record has depends on every change that the key has been through, one after the other:
+                // the batch has what they begin with, and they follow it. A key that is there is there all the time.
+                if (placesOfKey.count(key) != 0 && fresh.count(key) == 0) {
+                    continue;
+                }
+                fresh.insert(key);
+            }
+            if (isShared(upsert->market)) {
+                // A load fills in flags, and "SH" for "SHFI"; the change that follows must find what was handed in.
+                upsert = boost::static_pointer_cast<CInstrumentDetail>(upsert->copy());
+            }
             const auto found = places.find(exactKey(*upsert));
             if (found != places.end()) {
                 instruments[found->second] = upsert;
@@ -207,30 +331,21 @@ void takeChanges(const std::vector<Change>& changes, Instruments& instruments) {
 
 }  // namespace
 
-Listing listingOf(const Day& day, const std::vector<Change>& changes, ConnectParts parts) {
+Listing listingOf(const Day& day, const std::vector<Change>& changes, Loads loads) {
     Listing listing;
-    Parts hongKong;
+    Markets markets(loads);
     std::set<std::string> named;
-    bool first = true;
     for (const Day::Call& call : day.calls()) {
-        if (call.catalogue != SnapshotCatalogue::Instruments) {
-            continue;
-        }
-        for (const std::string& name : call.markets) {
-            if (named.insert(name).second) {
-                listing.markets.push_back(name);
+        if (call.catalogue == SnapshotCatalogue::Instruments) {
+            for (const std::string& name : call.markets) {
+                if (named.insert(name).second) {
+                    listing.markets.push_back(name);
+                }
             }
+            markets.take(call);
         }
-        if (isPart(call)) {
-            hongKong.take(call.markets.front(), instrumentsOf(call));
-            continue;
-        }
-        if (!std::exchange(first, false)) {  // mostly there is one load, and nothing that it could replace
-            dropReplaced(call, parts, listing.instruments);
-        }
-        append(instrumentsOf(call), listing.instruments);
     }
-    append(parts == ConnectParts::LastWins ? hongKong.built() : hongKong.all(), listing.instruments);
+    listing.instruments = markets.all();
     if (!changes.empty()) {
         takeChanges(changes, listing.instruments);
     }
@@ -238,33 +353,44 @@ Listing listingOf(const Day& day, const std::vector<Change>& changes, ConnectPar
 }
 
 void nameAll(const std::set<std::string>& folded, std::vector<std::string>& markets) {
-    for (const std::string& name : folded) {
-        if (std::find(markets.begin(), markets.end(), name) == markets.end()) {
-            markets.push_back(name);
+    const auto name = [&](const std::string& one) {
+        if (std::find(markets.begin(), markets.end(), one) == markets.end()) {
+            markets.push_back(one);
         }
-    }
-    if (markets.size() == 1 && std::find(kParts.begin(), kParts.end(), markets.front()) != kParts.end()) {
-        markets.emplace_back(isConnect(markets.front()) ? market::kHongKong : market::kShanghaiConnect);
+    };
+    for (const std::string& one : folded) {
+        name(one);
+        if (one == market::kHongKong) {
+            std::for_each(kParts.begin(), kParts.end(), name);
+        } else if (one == market::kShanghai) {
+            name(market::kShanghaiSpecial);
+        }
     }
 }
 
-Instruments sharedUpserts(const std::vector<Change>& changes) {
-    std::map<std::string, InstrumentPtr> lastByKey;
-    for (const Change& change : changes) {
-        for (const std::string& key : change.removedKeys) {
-            lastByKey.erase(filedKey(key));
+std::vector<Change> afterBatch(const std::vector<Change>& changes) {
+    std::map<std::string, std::size_t> lastRemoved;
+    for (std::size_t i = 0; i < changes.size(); ++i) {
+        for (const std::string& key : removedBy(changes[i])) {
+            lastRemoved[key] = i;
         }
-        for (const InstrumentPtr& upsert : change.upserts) {
-            if (isShared(upsert->market)) {
-                lastByKey[filedKey(upsert->market, upsert->code)] = upsert;
+    }
+    std::vector<Change> after;
+    for (std::size_t i = 0; i < changes.size(); ++i) {
+        Change rest;
+        std::copy_if(changes[i].removedKeys.begin(), changes[i].removedKeys.end(), std::back_inserter(rest.removedKeys),
+                     isPseudo);
+        for (const InstrumentPtr& upsert : changes[i].upserts) {
+            const auto removed = lastRemoved.find(filedKey(upsert->market, upsert->code));
+            if (isShared(upsert->market) && (removed == lastRemoved.end() || removed->second < i)) {
+                rest.upserts.push_back(upsert);
             }
         }
+        if (!rest.upserts.empty() || !rest.removedKeys.empty()) {
+            after.push_back(std::move(rest));
+        }
     }
-    Instruments upserts;
-    for (const auto& [key, upsert] : lastByKey) {
-        upserts.push_back(upsert);
-    }
-    return upserts;
+    return after;
 }
 
 std::set<std::string> marketsOf(const Listing& listing) {

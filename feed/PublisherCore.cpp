@@ -102,7 +102,11 @@ Outcome PublisherCore::readTip() {
 /// Only a change needs to know the state that it changes. A day does not, so one can be published over a log that is
 /// damaged.
 Outcome PublisherCore::readBook() {
-    if (replica_.head() != nullptr && replica_.sequence() == tip_->sequence) {
+    // The sequence alone says nothing: after a store was wiped, others may have come up to the same one.
+    const auto atTip = [this] {
+        return decide(replica_.head(), replica_.sequence(), tip_->head, tip_->sequence) == Step::Nothing;
+    };
+    if (atTip()) {
         return outcome(Published::Done);
     }
     NoReceiver unused;
@@ -113,7 +117,7 @@ Outcome PublisherCore::readBook() {
         return outcome(unreachable ? Published::Unreachable : Published::Failed, look.reason);
     }
     // Had the tip followed the replica, the change would go on top of something that the caller has not seen.
-    if (replica_.sequence() != tip_->sequence) {
+    if (!atTip()) {
         return outcome(Published::Lost, "another publisher was faster");
     }
     return outcome(Published::Done);
@@ -245,12 +249,16 @@ Outcome PublisherCore::settle(const Put& put, const Head& head, Book book) {
 }
 
 /// The last message is another one than we go on from. It may be our own: its acknowledgement was lost, and the server
-/// looks at the expected sequence before it looks whether it knows the message. Where it was somebody else's, the tip
-/// stays as it was, so that every further commit loses until catchUp(): the caller decided on a state that is no more.
+/// looks at the expected sequence before it looks whether it knows the message. By now others may have gone on from
+/// ours, so what counts is the message that took the place behind our tip. Where that is somebody else's, the tip stays
+/// as it was, so that every further commit loses until catchUp(): the caller decided on a state that is no more.
 Outcome PublisherCore::lost(const Head& head, Book book) {
     Got got;
     insist([&] {
         got = log_->last(Asked::Leader);
+        if (got.reply == Reply::Ok && got.message.sequence > head.after) {
+            got = firstBehind(*log_, head.after, got.message);
+        }
         return Put{got.reply, got.reason, 0};
     });
     if (got.reply == Reply::Unreachable || got.reply == Reply::Denied) {

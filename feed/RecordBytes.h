@@ -47,6 +47,7 @@ public:
     explicit ByteReader(std::string_view bytes) : bytes_(bytes) {}
     std::string_view take(std::uint64_t size) override;
     bool atEnd() const { return bytes_.empty(); }
+    std::size_t left() const { return bytes_.size(); }
 
 private:
     std::string_view bytes_;

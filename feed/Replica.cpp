@@ -12,7 +12,15 @@ namespace mxservice::feed {
 namespace {
 
 constexpr std::size_t kPartsAtOnce = 4;
-constexpr int kTries = 3;  // of a look whose messages were purged while it read them
+constexpr int kTries = 3;       // of a look whose messages were purged while it read them
+constexpr int kMostBack = 100;  // messages that a replica may lack before it is waited for
+
+/// The log message that comes before one, as it says; 0 where it says nothing sound, which is for its reader to find.
+std::uint64_t before(const Message& message) {
+    Head head;
+    std::string unread;
+    return readHead(message.headers, head, unread) == HeadKind::Good ? head.after : 0;
+}
 
 }  // namespace
 
@@ -33,6 +41,25 @@ Step decide(const Head* have, std::uint64_t sequence, const Head& last, std::uin
         return Step::Reload;
     }
     return last.baseOf(lastSequence) > sequence ? Step::NewDay : Step::Follow;
+}
+
+Got firstBehind(Log& log, std::uint64_t after, const Message& last) {
+    Got got{Reply::Ok, "", last};
+    if (before(last) <= after) {
+        return got;
+    }
+    got = log.next(after);
+    if (got.reply != Reply::Missing) {
+        return got;
+    }
+    // Any replica answers `next`, and this one does not have the message yet. So from the last one back, each of which
+    // names the one before: for one that is asked for by its sequence the leader is asked, too.
+    got = {Reply::Ok, "", last};
+    for (int left = kMostBack; got.reply == Reply::Ok && before(got.message) > after; --left) {
+        got = left > 0 ? log.at(before(got.message))
+                       : Got{Reply::Unreachable, "the server does not have all messages yet", {}};
+    }
+    return got;
 }
 
 Look Replica::look(std::uint64_t heard, Receiver& receiver) {
@@ -87,8 +114,11 @@ Look Replica::catchUp(const Message& last, const Head& head, Receiver& receiver)
     look.newest = head.revision;
     Fetched fetched = Fetched::Ok;
     const Step step = decide(this->head(), sequence_, head, last.sequence);
+    if (step != Step::Nothing) {
+        receiver.behind(head.revision);
+    }
     if (step == Step::Follow) {
-        fetched = follow(last, head, receiver);
+        fetched = follow(last, receiver);
     }
     const bool broken = fetched == Fetched::Gone || fetched == Fetched::Damaged;
     if (broken || step == Step::NewDay || step == Step::Reload) {
@@ -117,11 +147,10 @@ Look Replica::catchUp(const Message& last, const Head& head, Receiver& receiver)
     return look;
 }
 
-Replica::Fetched Replica::follow(const Message& last, const Head& head, Receiver& receiver) {
+Replica::Fetched Replica::follow(const Message& last, Receiver& receiver) {
     while (sequence_ < last.sequence) {
         Entry entry;
-        const Fetched fetched =
-            head.revision == head_->revision + 1 ? fetch(last, entry) : fetchNext(sequence_, last, entry);
+        const Fetched fetched = fetchNext(sequence_, last, entry);
         if (fetched != Fetched::Ok) {
             return fetched;
         }
@@ -183,12 +212,7 @@ Replica::Fetched Replica::reload(const Message& last, const Head& head, Receiver
 }
 
 Replica::Fetched Replica::fetchNext(std::uint64_t after, const Message& last, Entry& entry) {
-    Got got = log_.next(after);
-    if (got.reply == Reply::Missing) {
-        // There is one, for the last message is behind it: this replica lags, or the stream is going under.
-        reason_ = "the server does not have all messages yet";
-        return Fetched::Unreachable;
-    }
+    Got got = firstBehind(log_, after, last);
     if (got.reply != Reply::Ok) {
         return failed(got);
     }

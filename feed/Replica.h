@@ -30,6 +30,8 @@ public:
 
     /// A day is going to be fetched; `fault`: because the log does not go on from what the replica has.
     virtual void loading(bool fault) = 0;
+    /// The log has a newer revision; nothing of what is missing has been fetched yet.
+    virtual void behind(std::uint64_t /*newest*/) {}
     /// A day and the changes since, all at once; `entries` are the messages they came in.
     virtual void day(const Day& day, const std::vector<Change>& changes, const std::vector<Entry>& entries) = 0;
     virtual void change(const Change& change, const Entry& entry) = 0;
@@ -62,6 +64,9 @@ enum class Step : std::uint8_t {
 };
 Step decide(const Head* have, std::uint64_t sequence, const Head& last, std::uint64_t lastSequence);
 
+/// The first log message behind a sequence, of a log whose last one is `last`; found also where the replicas lag.
+Got firstBehind(Log& log, std::uint64_t after, const Message& last);
+
 /// Follows a log: knows the state it has reached, fetches what is missing, checks the digest of every revision. Not for
 /// several threads.
 class Replica {
@@ -87,7 +92,7 @@ private:
 
     Got lastMessage(std::uint64_t heard);
     Look catchUp(const Message& last, const Head& head, Receiver& receiver);
-    Fetched follow(const Message& last, const Head& head, Receiver& receiver);
+    Fetched follow(const Message& last, Receiver& receiver);
     Fetched reload(const Message& last, const Head& head, Receiver& receiver);
     Fetched fetch(Message message, Entry& entry);
     Fetched fetchNext(std::uint64_t after, const Message& last, Entry& entry);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <stdexcept>
 #include <utility>
 
 #include "platform/utils/LogLine.h"
@@ -14,6 +15,11 @@ namespace {
 // Doublings of the pause while the log is damaged: up to a minute. Each look fetches the damaged day again, and what
 // heals it rings.
 constexpr unsigned kLongestBackoff = 5;
+// A look that finds nobody has said so before three pauses and three requests are over: later than that the thread
+// hangs.
+constexpr int kLooksMissed = 3;
+// Larger durations are taken for this one: added to the present, the largest that there are would overflow.
+constexpr std::chrono::milliseconds kLongest = std::chrono::hours(24 * 365);
 
 void complain(const char* what, const std::exception& failure) {
     PM_LOG(utils::kLogError, __FILE__, fmt::format("[feed] {}: {}", what, failure.what()));
@@ -25,23 +31,42 @@ SubscriberCore::SubscriberCore(std::unique_ptr<Host> host, std::shared_ptr<Log> 
     : host_(std::move(host)),
       log_(std::move(log)),
       options_(options),
+      validFor_(kLooksMissed * (std::min(options.pollEvery, kLongest) + std::min(options.requestTimeout, kLongest))),
       file_(options.cacheFile),
       replica_(*log_, options.maxUnpackedBytes) {
     if (start) {
-        thread_ = std::thread([this] { run(); });
+        thread_ = std::thread([this] {
+            run();
+            const auto itself = std::move(itself_);
+        });
     }
 }
 
 SubscriberCore::~SubscriberCore() {
+    stop();
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+void SubscriberCore::end(std::unique_ptr<SubscriberCore> core) {
+    if (core && core->thread_.get_id() == std::this_thread::get_id()) {
+        PM_LOG(utils::kLogError, __FILE__,
+               "[feed] a subscriber is destroyed on its own thread, by one of its handlers");
+        core->stop();
+        core->thread_.detach();
+        SubscriberCore& still = *core;  // its handlers and the look that called them are further up on this stack
+        still.itself_ = std::move(core);
+    }
+}
+
+void SubscriberCore::stop() {
     {
         const std::lock_guard guard(mutex_);
         stopped_ = true;
     }
     changed_.notify_all();
     log_->close();  // a server that hangs is not waited for, and no bell rings any more
-    if (thread_.joinable()) {
-        thread_.join();
-    }
 }
 
 void SubscriberCore::run() {
@@ -52,6 +77,7 @@ void SubscriberCore::run() {
             const std::lock_guard guard(mutex_);
             heard_ = std::max(heard_, sequence);
             rung_ = true;
+            moreIsKnown();
         }
         changed_.notify_all();
     });
@@ -127,13 +153,14 @@ void SubscriberCore::tell(const Look& look) {
         } else {
             health_.lastSeen = std::chrono::system_clock::now();
         }
+        if (look.seen == Seen::Current) {
+            currentUntil_ = std::chrono::steady_clock::now() + validFor_;
+        }
         if (look.seen != Seen::Current) {
             health_.lastFailure = look.reason;
         }
-        const std::uint64_t have = health_.revision.number;
-        // Of another epoch the numbers may be the smaller ones.
-        health_.lag = health_.newest > have ? health_.newest - have : 0;
     }
+    changed_.notify_all();  // also where no state is entered: one that was Current all the time may be so again
     switch (look.seen) {
         case Seen::Current:
             return enter(State::Current, "");
@@ -159,13 +186,21 @@ void SubscriberCore::enter(State state, const std::string& reason) {
     changed_.notify_all();
     PM_LOG(state == State::Failed ? utils::kLogError : utils::kLogInfo, __FILE__,
            fmt::format("[feed] {}{}{}", stateName(state), reason.empty() ? "" : ": ", reason));
-    states_.each([&](const auto& handler) {
+    call(states_, "a handler of states", state, reason);
+}
+
+template <class List, class... Arguments>
+void SubscriberCore::call(List& handlers, const char* whose, const Arguments&... arguments) {
+    handlers.each([&](const auto& handler) {
+        if (itself_) {
+            return;  // the one before has ended us, and with us perhaps what this one needs
+        }
         try {
-            handler(state, reason);
+            handler(arguments...);
         } catch (const std::exception& failure) {
-            complain("a handler of states", failure);
+            complain(whose, failure);
         } catch (...) {
-            PM_LOG(utils::kLogError, __FILE__, "[feed] a handler of states threw");
+            PM_LOG(utils::kLogError, __FILE__, fmt::format("[feed] {} threw", whose));
         }
     });
 }
@@ -177,30 +212,41 @@ void SubscriberCore::tellChange(const Revision& revision) {
         health_.revision = revision;
         hasDay_ = true;
     }
-    changes_.each([&](const auto& handler) {
-        try {
-            handler(revision);
-        } catch (const std::exception& failure) {
-            complain("a handler of changes", failure);
-        } catch (...) {
-            PM_LOG(utils::kLogError, __FILE__, "[feed] a handler of changes threw");
-        }
-    });
+    call(changes_, "a handler of changes", revision);
+}
+
+/// No state is entered: what is missing is mostly one change, which is there before anybody could act on it.
+void SubscriberCore::behind(std::uint64_t newest) {
+    const std::lock_guard guard(mutex_);
+    health_.newest = newest;
+    moreIsKnown();
+}
+
+void SubscriberCore::moreIsKnown() {
+    currentUntil_ =
+        std::min(currentUntil_, std::chrono::steady_clock::now() + std::min(options_.requestTimeout, kLongest));
 }
 
 void SubscriberCore::loading(bool fault) {
+    const char* const reason =
+        fault ? "the log does not go on from what is loaded: its day is loaded anew" : "a newer day is being loaded";
     bool hasDay = false;
+    bool current = false;
     {
         const std::lock_guard guard(mutex_);
         health_.reloads += fault ? 1U : 0U;
         hasDay = hasDay_;
+        current = health_.state == State::Current;
     }
     if (fault) {
-        PM_LOG(utils::kLogInfo, __FILE__, "[feed] the log does not go on from what is loaded: its day is loaded anew");
+        PM_LOG(utils::kLogInfo, __FILE__, fmt::format("[feed] {}", reason));
     }
-    // With a day it is not Loading: the center answers as before until the new one takes its place in one step.
+    // With a day it is not Loading: the center answers as before until the new one takes its place in one step. But
+    // over a slow line that may take minutes, so it is not Current either; and Failed stays Failed until it is done.
     if (!hasDay) {
         enter(State::Loading, "");
+    } else if (current) {
+        enter(State::Stale, reason);
     }
 }
 
@@ -223,6 +269,9 @@ void SubscriberCore::day(const Day& day, const std::vector<Change>& changes, con
 
 /// A center that throws leaves the change out of the file: the whole day is loaded next, which writes it anew.
 void SubscriberCore::change(const Change& change, const Entry& entry) {
+    if (itself_) {
+        throw std::runtime_error("the subscriber was destroyed");  // with the center, perhaps
+    }
     host_->apply(change);
     {
         const std::lock_guard guard(mutex_);
@@ -241,9 +290,16 @@ void SubscriberCore::damaged(const std::string& reason) {
     PM_LOG(utils::kLogError, __FILE__, "[feed] refused: " + reason);
 }
 
+/// A thread that hangs cannot enter a state, so that each who asks looks at the time. Steady: the time of day may be
+/// set.
+State SubscriberCore::stateNow() const {
+    const bool passed = health_.state == State::Current && std::chrono::steady_clock::now() >= currentUntil_;
+    return passed ? State::Stale : health_.state;
+}
+
 State SubscriberCore::state() const {
     const std::lock_guard guard(mutex_);
-    return health_.state;
+    return stateNow();
 }
 
 Revision SubscriberCore::revision() const {
@@ -253,12 +309,16 @@ Revision SubscriberCore::revision() const {
 
 Health SubscriberCore::health() const {
     const std::lock_guard guard(mutex_);
-    return health_;
+    Health health = health_;
+    health.state = stateNow();
+    // Of another epoch the numbers may be the smaller ones.
+    health.lag = health.newest > health.revision.number ? health.newest - health.revision.number : 0;
+    return health;
 }
 
 bool SubscriberCore::waitCurrent(std::chrono::milliseconds timeout) const {
     std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, timeout, [this] { return health_.state == State::Current; });
+    return changed_.wait_for(lock, std::min(timeout, kLongest), [this] { return stateNow() == State::Current; });
 }
 
 }  // namespace mxservice::feed

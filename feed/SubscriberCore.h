@@ -23,6 +23,8 @@ public:
     /// `start`: run a thread. Without one the caller does step() itself.
     SubscriberCore(std::unique_ptr<Host> host, std::shared_ptr<Log> log, const Options& options, bool start = true);
     ~SubscriberCore() override;
+    /// Destroys it. On its own thread, which cannot wait for itself, that does it as its last act.
+    static void end(std::unique_ptr<SubscriberCore> core);
 
     State state() const;
     Revision revision() const;
@@ -39,20 +41,27 @@ public:
     void restore();
 
 private:
+    void behind(std::uint64_t newest) override;
     void loading(bool fault) override;
     void day(const Day& day, const std::vector<Change>& changes, const std::vector<Entry>& entries) override;
     void change(const Change& change, const Entry& entry) override;
     void damaged(const std::string& reason) override;
 
     void run();
+    void stop();
     void tell(const Look& look);
+    State stateNow() const;
+    void moreIsKnown();
     void enter(State state, const std::string& reason);
     void tellChange(const Revision& revision);
+    template <class List, class... Arguments>
+    void call(List& handlers, const char* whose, const Arguments&... arguments);
     std::chrono::milliseconds pause();
 
     const std::unique_ptr<Host> host_;
     const std::shared_ptr<Log> log_;
     const Options options_;
+    const std::chrono::milliseconds validFor_;  // of one look, for the state to be Current
     Handlers<const Revision&> changes_;
     Handlers<State, const std::string&> states_;
 
@@ -62,10 +71,12 @@ private:
     bool restoring_ = false;
     unsigned refused_ = 0;  // looks in a row that found the log damaged
     std::mt19937 random_{std::random_device()()};
+    std::unique_ptr<SubscriberCore> itself_;  // once it was ended on the thread itself
 
     mutable std::mutex mutex_;  // of what follows; nothing is called under it
     mutable std::condition_variable changed_;
-    Health health_;
+    Health health_;  // its state as it was entered; lag is counted when it is asked for
+    std::chrono::steady_clock::time_point currentUntil_;
     bool hasDay_ = false;
     std::uint64_t heard_ = 0;  // largest sequence that a bell told of
     bool rung_ = false;

@@ -23,14 +23,6 @@ struct CatalogueKind {
 
 const CatalogueKind& kindOf(SnapshotCatalogue catalogue);
 
-/// Calls `visit` with each catalogue, in their order.
-template <class Visit>
-void forEachCatalogue(Visit visit) {
-    for (std::size_t i = 0; i < kSnapshotCatalogues; ++i) {
-        visit(static_cast<SnapshotCatalogue>(i));
-    }
-}
-
 /// What the name of a file says about it.
 struct FileName {
     SnapshotCatalogue catalogue;

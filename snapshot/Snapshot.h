@@ -34,6 +34,11 @@ enum class SnapshotCatalogue : std::uint8_t {
 };
 /// How many there are.
 constexpr std::size_t kSnapshotCatalogues = 8;
+/// Every one of them, in their order.
+inline constexpr std::array<SnapshotCatalogue, kSnapshotCatalogues> kEveryCatalogue{
+    SnapshotCatalogue::Instruments, SnapshotCatalogue::Etfs,           SnapshotCatalogue::Bonds,
+    SnapshotCatalogue::TenderBonds, SnapshotCatalogue::Counterparties, SnapshotCatalogue::OtcPlans,
+    SnapshotCatalogue::Issuances,   SnapshotCatalogue::IssuancePrices};
 
 /// The name of a catalogue, with which the names of its files begin: "instruments", "etfs", "bonds", "tenderbonds",
 /// "counterparties", "otcfundplans", "issuances", "issuanceprices".

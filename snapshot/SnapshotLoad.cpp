@@ -55,7 +55,9 @@ std::vector<std::string> Snapshot::markets() const {
 
 Snapshot Snapshot::copy() const {
     Snapshot copied;
-    snapshot::forEachCatalogue([&](SnapshotCatalogue catalogue) { snapshot::kindOf(catalogue).copy(*this, copied); });
+    for (const SnapshotCatalogue catalogue : kEveryCatalogue) {
+        snapshot::kindOf(catalogue).copy(*this, copied);
+    }
     copied.issues = issues;
     copied.skippedLines = skippedLines;
     copied.skippedFiles = skippedFiles;

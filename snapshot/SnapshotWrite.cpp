@@ -220,9 +220,9 @@ void Snapshot::write(const std::string& directory, const SnapshotWriteOptions& o
         throw std::runtime_error(directory + ": cannot be made: " + failure.message());
     }
     std::vector<std::string> names;
-    forEachCatalogue([&](SnapshotCatalogue catalogue) {
+    for (const SnapshotCatalogue catalogue : kEveryCatalogue) {
         names.push_back(fileNameOf({catalogue, options.format, options.packing}));
-    });
+    }
     // The files of all catalogues are written, also of those without records: one of a former day would stay among
     // these.
     expectNoOthers(root, names);
@@ -234,10 +234,10 @@ void Snapshot::write(const std::string& directory, const SnapshotWriteOptions& o
             fill(packed);
         });
     };
-    forEachCatalogue([&](SnapshotCatalogue catalogue) {
+    for (const SnapshotCatalogue catalogue : kEveryCatalogue) {
         write(names[static_cast<std::size_t>(catalogue)],
               [&](PackedFile& file) { writeRecords(*this, catalogue, options, file); });
-    });
+    }
     if (options.components && options.format == SnapshotFormat::Csv) {
         // Named as etfs.csv is behind its beginning: ".csv", or that and what it is packed with.
         const std::string& funds = names[static_cast<std::size_t>(SnapshotCatalogue::Etfs)];

@@ -99,6 +99,19 @@ TEST_F(ClientCenter, SubMarketsThatALoadLacksComeFromTheRawDatabases) {
                 ElementsAre("HGT00700", "HK00001", "SGT00002"));
 }
 
+TEST_F(ClientCenter, AReplacementHasAllOfTheSubMarketsThatItNames) {
+    load({"HGT", "SH", "SHFI"}, {instrument("HGT", "1"), instrument("HGT", "2"), instrument("SH", "3"),
+                                 instrument("SHFI", "3"), instrument("SHFI", "4")});
+    load({"SGT"}, {instrument("SGT", "5")});
+    center().replaceInstruments({"HGT", "HK", "SH", "SHFI"}, {instrument("HK", "1"), instrument("SH", "6")});
+    EXPECT_EQ(asked().getInstrument("HK1")->market, "HK") << "nothing of the former \"HGT\"";
+    EXPECT_FALSE(asked().hasCode("HK2") || asked().hasCode("SH3") || asked().hasCode("SH4"));
+    EXPECT_TRUE(asked().hasCode("HK5")) << "\"SGT\" was not named";
+    load({"SGT"}, {instrument("SGT", "7")});
+    EXPECT_FALSE(asked().hasCode("HK2")) << "nor does a later load bring it back";
+    EXPECT_TRUE(asked().hasCode("HK1") && asked().hasCode("HK7"));
+}
+
 TEST_F(ClientCenter, MergesOnlyWhatConcernsTheLoad) {
     const LogCapture capture;
     load({"SZ"}, {instrument("SZ", "000001")});

@@ -72,6 +72,10 @@ TEST(FeedCodec, DayComesBackAsItWasHandedIn) {
     EXPECT_EQ(packed.digest(), unpacked.digest());
     EXPECT_TRUE(unpacked.hasMarket("HGT"));
 
+    Day::Call lacking = day.calls()[2];
+    lacking.keys.pop_back();
+    EXPECT_THROW(Day().add(lacking), std::invalid_argument);
+
     // A book that was kept follows a change to where one that was not arrives, too.
     RandomRecords random(2);
     const Change change{some<CInstrumentDetail>(random, 3),
@@ -281,10 +285,15 @@ TEST_F(FeedFile, WhereverItBreaksOffWhatIsBeforeCanBeUsed) {
     std::size_t before = 0;
     for (std::size_t size = 0; size < whole.size(); size += 1 + size / 40) {
         put(whole.substr(0, size));
-        const std::size_t left = DayFile(path_).read().size();
+        DayFile file(path_);
+        const std::size_t left = file.read().size();
         EXPECT_GE(left, before);
         EXPECT_LT(left, 3U);
         before = left;
+        if (left > 0) {
+            file.append(entries.back());
+            EXPECT_EQ(DayFile(path_).read().size(), left + 1) << "what comes next is kept, cut off at " << size;
+        }
     }
     for (std::size_t at = 0; at < whole.size(); at += 97) {
         std::string damaged = whole;

@@ -1,3 +1,8 @@
+#include <fmt/format.h>
+
+#include <atomic>
+#include <thread>
+
 #include "tests/FeedFixture.h"
 
 // What a host makes of a log that is damaged, gone, behind or of another kind; how it restarts; whom it tells.
@@ -109,6 +114,50 @@ TEST_F(FeedFaults, AWipedStoreIsAnotherEpoch) {
     expectDay(State::Current, "");
     EXPECT_EQ(host_.subscriber.health().reloads, 1U) << "the numbers are those of the former log";
     EXPECT_EQ(host_.subscriber.revision(), publisher_.revision());
+    // And once more, up to the very sequence that the former publisher has.
+    stream_->wipe();
+    PublisherCore other(connection(), options_);
+    ASSERT_TRUE(other.publish("20260302", dayOf({named("SH", "1", "a")})));
+    ASSERT_TRUE(other.apply({{named("SH", "3", "c")}, {}}));
+    ASSERT_EQ(other.revision().sequence, publisher_.revision().sequence);
+    ASSERT_TRUE(publisher_.catchUp());
+    ASSERT_TRUE(publisher_.apply({{named("SH", "4", "d")}, {}}));
+    host_.subscriber.step();
+    EXPECT_EQ(host_.subscriber.state(), State::Current) << host_.subscriber.health().lastFailure;
+    EXPECT_EQ(contentOf(host_.asked()), (Content{{"SH1", "a"}, {"SH3", "c"}, {"SH4", "d"}}));
+}
+
+/// Others commit on top of what was stored, before its lost acknowledgement makes the publisher try again.
+struct OvertakenLog : MemoryLog {
+    using MemoryLog::MemoryLog;
+    std::function<void()> others;
+    Put commit(const Headers& headers, const std::string& payload, const std::string& id,
+               std::uint64_t expected) override {
+        const Put put = MemoryLog::commit(headers, payload, id, expected);
+        const auto now = std::exchange(others, nullptr);
+        return now ? now(), Put() : put;
+    }
+};
+
+TEST_F(FeedFaults, WhatOthersWentOnFromWasPublished) {
+    const auto log = std::make_shared<OvertakenLog>(stream_);
+    PublisherCore publisher(log, Options());
+    for (const std::uint64_t lag : {0U, 9U}) {
+        SCOPED_TRACE(lag);
+        log->lag = [lag] { return lag; };
+        ASSERT_TRUE(publisher.catchUp());
+        const std::uint64_t before = publisher.revision().number;
+        log->others = [this] {
+            ASSERT_TRUE(publisher_.catchUp());
+            ASSERT_TRUE(publisher_.apply({{named("SH", "2", "b")}, {}}));
+            ASSERT_TRUE(publisher_.apply({{named("SH", "3", "c")}, {}}));
+        };
+        const Outcome done = publisher.apply({{named("SH", "4", "ours")}, {}});
+        EXPECT_TRUE(done) << done.reason;
+        EXPECT_EQ(done.revision.number, before + 1);
+        EXPECT_EQ(publisher.apply({{named("SH", "5", "d")}, {}}).result, Published::Lost);
+        EXPECT_EQ(publisher_.revision().number, before + 3);
+    }
 }
 
 TEST_F(FeedFaults, ALogThatLostItsEndAndWentOn) {
@@ -140,6 +189,50 @@ TEST_F(FeedFaults, AReplicaThatLagsIsNoFault) {
     EXPECT_EQ(host_.center.version(), version);
     EXPECT_EQ(host_.subscriber.health().reloads, 0U);
     EXPECT_EQ(host_.subscriber.state(), State::Current);
+    // One that lags only when it is asked for what lies between.
+    int asked = 0;
+    host_.log->fault = [&] { return ++asked, MemoryLog::Fault::None; };
+    host_.log->lag = [&]() -> std::uint64_t { return asked > 1 ? 9 : 0; };
+    for (const char* const code : {"5", "6", "7"}) {
+        ASSERT_TRUE(publisher_.apply({{named("SH", code, "x")}, {}}));
+    }
+    host_.subscriber.step();
+    EXPECT_EQ(host_.subscriber.state(), State::Current) << host_.subscriber.health().lastFailure;
+    EXPECT_EQ(host_.subscriber.revision(), publisher_.revision());
+}
+
+/// A host whose state is written down at each question to the log, and as it is told.
+TEST_F(FeedFaults, WhatIsKnownToBeMissingIsSaid) {
+    Options options = options_;
+    options.pollEvery = std::chrono::hours(1);
+    options.requestTimeout = std::chrono::milliseconds(0);  // so long may a change be known of and not be there
+    ServerHost host(connection(), options);
+    host.subscriber.step();
+    std::vector<std::string> said;
+    const Registration states =
+        host.subscriber.onState([&](State state, const std::string&) { said.emplace_back(stateName(state)); });
+    host.log->fault = [&] {
+        const Health health = host.subscriber.health();
+        EXPECT_EQ(host.subscriber.waitCurrent(std::chrono::milliseconds(0)), health.state == State::Current);
+        said.push_back(fmt::format("{} {}", stateName(health.state), health.lag));
+        return MemoryLog::Fault::None;
+    };
+    for (const char* const code : {"3", "4", "5"}) {
+        ASSERT_TRUE(publisher_.apply({{named("SH", code, "x")}, {}}));
+    }
+    host.subscriber.step();
+    EXPECT_EQ(said, (std::vector<std::string>{"Current 0", "Stale 3", "Stale 2"}));
+    EXPECT_EQ(host.subscriber.state(), State::Current);
+    said.clear();
+    ASSERT_TRUE(publisher_.publish("20260303", dayOf({named("SH", "1", "z")})));
+    host.subscriber.step();
+    EXPECT_EQ(said, (std::vector<std::string>{"Current 0", "Stale", "Stale 1", "Current"}));
+
+    // Nothing is said at all: the last look is longer ago than looks may be.
+    options.pollEvery = options.requestTimeout;
+    ServerHost silent(connection(), options);
+    silent.subscriber.step();
+    EXPECT_EQ(silent.subscriber.state(), State::Stale);
 }
 
 TEST_F(FeedFaults, ACenterThatThrowsIsLoadedAgain) {
@@ -214,6 +307,27 @@ TEST_F(FeedFaults, HandlersMayThrowAndGo) {
         host_.subscriber.step();
     }
     EXPECT_EQ(told, (std::vector<std::string>{"Stale", "first 3", "first 4"}));
+}
+
+TEST_F(FeedFaults, AHandlerThatDestroysItsSubscriberIsTheLastOne) {
+    OpenServerCenter center;
+    auto log = connection();
+    const std::weak_ptr<MemoryLog> alive = log;
+    std::atomic<bool> answers{true};
+    log->fault = [&] { return answers ? MemoryLog::Fault::None : MemoryLog::Fault::Unanswered; };
+    auto subscriber = std::make_unique<SubscriberCore>(hostOf(center), std::move(log), options_);
+    ASSERT_TRUE(subscriber->waitCurrent(std::chrono::seconds(20)));
+    answers = false;  // so that the next look finds several changes, and none comes while handlers are added
+    ASSERT_TRUE(publisher_.apply({{named("SH", "3", "c")}, {}}));
+    const Registration first =
+        subscriber->onChange([&](const Revision&) { SubscriberCore::end(std::move(subscriber)); });
+    const Registration second = subscriber->onChange([](const Revision&) { ADD_FAILURE() << "called behind it"; });
+    answers = true;
+    ASSERT_TRUE(publisher_.apply({{named("SH", "4", "d")}, {}}));
+    while (!alive.expired()) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(contentOf(center).count("SH4"), 0U) << "the center may be gone, too";
 }
 
 }  // namespace

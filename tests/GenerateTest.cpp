@@ -28,11 +28,11 @@
 namespace {
 
 using inscenter::GenerateOptions;
-using inscenter::runGenerate;
 using mxservice::CBondInfoDetail;
 using mxservice::CETFDetail;
 using mxservice::CInstrumentDetail;
 using ::testing::HasSubstr;
+using ::testing::ThrowsMessage;
 using Codes = std::set<std::string>;
 
 constexpr const char* kDate = "20260302";
@@ -239,8 +239,7 @@ protected:
     /// What the files of a day hold, by their names.
     std::map<std::string, std::string> generate(std::uint64_t seed, const std::string& date) {
         std::ostringstream out;
-        std::ostringstream err;
-        EXPECT_EQ(runGenerate({600, seed, date, root_.string()}, out, err), 0) << err.str();
+        inscenter::generate({600, seed, date, root_.string()}, out);
         const auto files = filesIn(root_);
         for (const auto& [file, bytes] : files) {
             EXPECT_THAT(out.str(), HasSubstr(file + ": "));
@@ -296,9 +295,8 @@ TEST_F(GenerateTest, WhatCannotBeWrittenIsSaid) {
         {{static_cast<std::size_t>(-1), 1, kDate, root}, "at most"}};
     for (const auto& [options, words] : cases) {
         std::ostringstream out;
-        std::ostringstream err;
-        EXPECT_EQ(runGenerate(options, out, err), 2) << words;
-        EXPECT_THAT(err.str(), HasSubstr(words));
+        const auto generated = [&, &wanted = options] { inscenter::generate(wanted, out); };
+        EXPECT_THAT(generated, ThrowsMessage<std::exception>(HasSubstr(words)));
     }
 }
 

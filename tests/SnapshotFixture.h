@@ -63,10 +63,10 @@ protected:
 /// All that was read, as text.
 inline std::string imageOf(const Snapshot& day) {
     std::string image = told(day.issues) + fmt::format("{} {}\n", day.skippedLines, day.skippedFiles);
-    for (std::size_t i = 0; i < mxservice::kSnapshotCatalogues; ++i) {
-        image +=
-            fmt::format("{}: {}\n", mxservice::catalogueName(static_cast<SnapshotCatalogue>(i)), day.recordsRead[i]);
-        for (const auto& record : day.records(static_cast<SnapshotCatalogue>(i))) {
+    for (const SnapshotCatalogue catalogue : mxservice::kEveryCatalogue) {
+        image += fmt::format("{}: {}\n", mxservice::catalogueName(catalogue),
+                             day.recordsRead[static_cast<std::size_t>(catalogue)]);
+        for (const auto& record : day.records(catalogue)) {
             mxservice::appendJson(image, *record);
             image += '\n';
         }

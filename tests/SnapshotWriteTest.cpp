@@ -103,13 +103,12 @@ std::map<std::string, std::string> filesIn(const std::filesystem::path& director
 /// A day with such records in every catalogue.
 Snapshot awkwardDay() {
     Snapshot day;
-    for (std::size_t i = 0; i < day.recordsRead.size(); ++i) {
-        const auto catalogue = static_cast<SnapshotCatalogue>(i);
+    for (const SnapshotCatalogue catalogue : mxservice::kEveryCatalogue) {
         for (const std::string& text : kAwkwardTexts) {
             day.add(catalogue, awkwardRecord(catalogueType(catalogue), text));
         }
-        day.recordsRead[i] = kAwkwardTexts.size();
     }
+    day.recordsRead.fill(kAwkwardTexts.size());
     return day;
 }
 

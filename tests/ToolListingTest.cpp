@@ -31,7 +31,7 @@ protected:
             R"-({"market":"SH","code":"600001","name":"甲 银行","listingDate":"20200105","priceTick":0.01,"lotSize":100}
 {"market":"SH","code":"600002","name":"乙","listingDate":"20190105","priceTick":0.001,"lotSize":9}
 {"market":"SH","code":"600003","name":"丙银行Ａ","listingDate":"","priceTick":0.01}
-{"market":"SH","code":"600004","name":"丁","listingDate":"20210105","priceTick":-1}
+{"market":"SH","code":"600004","name":"丁's","listingDate":"20210105","priceTick":-1}
 {"market":"SZ","code":"600001","name":"fund \"<b>\""}
 {"market":"HGT","code":"00001","name":"CKH"}
 {"market":"DCE","code":"SP a2605&a2609"}
@@ -60,6 +60,7 @@ TEST_F(ToolListingTest, ConditionsCompareByTheKindOfTheField) {
     EXPECT_THAT(codes({"--where", "listingDate<20200105"}), ElementsAre("600002"));  // an unknown date is not earlier
     EXPECT_THAT(codes({"--where", "listingDate="}), ElementsAre("600003"));
     EXPECT_THAT(codes({"--where", "listingDate!=20200105"}), ElementsAre("600002", "600003", "600004"));
+    EXPECT_THAT(codes({"--where", "name=丁's"}), ElementsAre("600004"));
     EXPECT_THAT(codes({"--where", "name~银行a"}), ElementsAre("600003"));
     EXPECT_THAT(codes({"--where", "name~甲银行"}), ElementsAre("600001"));
     EXPECT_THAT(ask({"etfs", "--where", "stocks=1", "--jsonl"}).out, HasSubstr("510050"));

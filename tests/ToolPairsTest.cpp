@@ -56,6 +56,54 @@ private:
     std::optional<std::string> before_;
 };
 
+/// What a report's page holds.
+struct Page {
+    std::string heading;                                     ///< title and subtitle, a line each
+    std::string sources;                                     ///< and remarks, as JSON
+    std::map<std::string, std::vector<std::string>> tables;  ///< rows as JSON, commas between their values
+};
+
+/// One value of a column: each row has its own, or all have one, or their places in a list of values stand there.
+std::string cellOf(simdjson::dom::element column, std::size_t row) {
+    simdjson::dom::element found;
+    if (column["rows"].get(found) == simdjson::SUCCESS) {
+        return simdjson::minify(found.at(row));
+    }
+    const bool placed = column["places"].get(found) == simdjson::SUCCESS;
+    return simdjson::minify(column["values"].at(placed ? found.at(row).get_uint64().value() : 0));
+}
+
+std::vector<std::string> rowsOf(simdjson::dom::element table) {
+    std::vector<std::string> rows(table["length"].get_uint64().value());
+    for (const simdjson::dom::element column : table["columns"].get_array()) {
+        for (std::size_t row = 0; row < rows.size(); ++row) {
+            rows[row] += (rows[row].empty() ? "" : ",") + cellOf(column, row);
+        }
+    }
+    return rows;
+}
+
+Page pageIn(const std::string& file) {
+    std::ifstream stream(file, std::ios::binary);
+    const std::string html{std::istreambuf_iterator<char>(stream), {}};
+    const std::string begin = "<script id=\"data\" type=\"application/json\">";
+    const std::size_t at = html.find(begin) + begin.size();
+    const std::string json = html.substr(at, html.find('<', at) - at);
+    EXPECT_EQ(html.substr(at + json.size(), 9), "</script>");
+    Page page;
+    simdjson::dom::parser parser;
+    simdjson::dom::element data;
+    EXPECT_EQ(parser.parse(json).get(data), simdjson::SUCCESS);
+    for (const char* const part : {"title", "subtitle"}) {
+        page.heading += std::string(data[part].get_string().value()) + '\n';
+    }
+    page.sources = simdjson::minify(data["sources"]) + simdjson::minify(data["remarks"]);
+    for (const simdjson::dom::element table : data["tables"].get_array()) {
+        page.tables[std::string(table["id"].get_string().value())] = rowsOf(table);
+    }
+    return page;
+}
+
 class ToolPairsTest : public tooltest::ToolTest {
 protected:
     /// The day as a directory, and a later one that begins as a copy of it.
@@ -178,78 +226,41 @@ TEST_F(ToolPairsTest, TourShowsWhatEachCenterKeepsOfEveryCatalogue) {
 
 TEST_F(ToolPairsTest, ReportHoldsTheDayAsJsonThatNoRecordCanEnd) {
     write("instruments2.ndjson", R"-({"market":"SH","code":"600009","name":"</script><b>\"&<!--"})-");
-    const std::string file = (store_.path() / "day.html").string();
-    std::string heading;
-    std::string sources;
-    bool skips = false;
-    // Each value of a column, or the one of all rows, or that in the row's place.
-    const auto cellOf = [](simdjson::dom::element column, std::size_t row) -> std::string {
-        simdjson::dom::element found;
-        if (column["rows"].get(found) == simdjson::SUCCESS) {
-            return simdjson::minify(found.at(row));
-        }
-        const bool placed = column["places"].get(found) == simdjson::SUCCESS;
-        return simdjson::minify(column["values"].at(placed ? found.at(row).get_uint64().value() : 0));
-    };
-    const auto tablesOf = [&](std::vector<std::string> options) {
+    const auto pageOf = [&](std::vector<std::string> options, int code = 0) {
+        const std::string file = (store_.path() / "day.html").string();
         options.insert(options.begin(), {"report", "--html", file});
         const Result result = ask(options);
-        EXPECT_EQ(result.code, skips ? 3 : 0) << result.err;
-        std::ifstream stream(file, std::ios::binary);
-        const std::string page{std::istreambuf_iterator<char>(stream), {}};
-        const std::string begin = "<script id=\"data\" type=\"application/json\">";
-        const std::size_t at = page.find(begin) + begin.size();
-        const std::string json = page.substr(at, page.find('<', at) - at);
-        EXPECT_EQ(page.substr(at + json.size(), 9), "</script>");
-        std::map<std::string, std::vector<std::string>> rowsByTable;
-        heading.clear();
-        simdjson::dom::parser parser;
-        simdjson::dom::element data;
-        EXPECT_EQ(parser.parse(json).get(data), simdjson::SUCCESS);
-        for (const char* const part : {"title", "subtitle"}) {
-            heading += std::string(data[part].get_string().value()) + '\n';
-        }
-        sources = simdjson::minify(data["sources"]) + simdjson::minify(data["remarks"]);
-        for (const simdjson::dom::element table : data["tables"].get_array()) {
-            auto& rows = rowsByTable[std::string(table["id"].get_string().value())];
-            for (const simdjson::dom::element column : table["columns"].get_array()) {
-                rows.resize(table["length"].get_uint64().value());
-                for (std::size_t row = 0; row < rows.size(); ++row) {
-                    rows[row] += (rows[row].empty() ? "" : ",") + cellOf(column, row);
-                }
-            }
-        }
-        return rowsByTable;
+        EXPECT_EQ(result.code, code) << result.err;
+        return pageIn(file);
     };
-    tablesOf({});
     const std::string day = day_.path().string();
-    EXPECT_EQ(heading, "Instruments of " + day + "\n" + day + ", as the in-memory center answers.\n");
-    auto tables = tablesOf({"--today", "20260302"});
-    EXPECT_THAT(heading, StartsWith("Instruments of 2026-03-02\n"));
-    EXPECT_THAT(tables["instruments"], SizeIs(16));  // with those that stand for the fund and the bond
-    EXPECT_THAT(tables["instruments"], Contains(HasSubstr(R"("</script><b>\"&<!--")")));
-    EXPECT_THAT(tables["connect"], ElementsAre(R"("00005","HSBC","yes","",1)"));
-    EXPECT_THAT(tables["mains"], ElementsAre(R"("a","DCE","豆一",1,["DCEa2705"])"));
-    EXPECT_THAT(tables["codes"], Contains(R"("ipo","SH730001","申购")"));
-    EXPECT_THAT(tables["baskets"], ElementsAre(R"("SH510050","","SH600000","浦发银行",100,0,0)"));
-    EXPECT_EQ(tables.count("changes"), 0U);
+    EXPECT_EQ(pageOf({}).heading, "Instruments of " + day + "\n" + day + ", as the in-memory center answers.\n");
+    Page page = pageOf({"--today", "20260302"});
+    EXPECT_THAT(page.heading, StartsWith("Instruments of 2026-03-02\n"));
+    EXPECT_THAT(page.tables["instruments"], SizeIs(16));  // with those that stand for the fund and the bond
+    EXPECT_THAT(page.tables["instruments"], Contains(HasSubstr(R"("</script><b>\"&<!--")")));
+    EXPECT_THAT(page.tables["connect"], ElementsAre(R"("00005","HSBC","yes","",1)"));
+    EXPECT_THAT(page.tables["mains"], ElementsAre(R"("a","DCE","豆一",1,["DCEa2705"])"));
+    EXPECT_THAT(page.tables["codes"], Contains(R"("ipo","SH730001","申购")"));
+    EXPECT_THAT(page.tables["baskets"], ElementsAre(R"("SH510050","","SH600000","浦发银行",100,0,0)"));
+    EXPECT_EQ(page.tables.count("changes"), 0U);
     write("issuanceprices.ndjson", R"({"code":"I1","enquiryPrice":10.5,"tradingDay":"20260302"})");
-    EXPECT_THAT(tablesOf({"--against", later_.path().string()})["changes"],
-                ElementsAre(HasSubstr(R"("SH600009","listed",)")));
-    EXPECT_EQ(heading, "Instruments of 2026-03-02\n" + day + " (2026-03-02) compared with " + later_.path().string() +
-                           ", as the in-memory center answers.\n");
+    page = pageOf({"--against", later_.path().string()});
+    EXPECT_THAT(page.tables["changes"], ElementsAre(HasSubstr(R"("SH600009","listed",)")));
+    EXPECT_EQ(page.heading, "Instruments of 2026-03-02\n" + day + " (2026-03-02) compared with " +
+                                later_.path().string() + ", as the in-memory center answers.\n");
     // The store holds what the day had, and is open for the center that answers here.
     ASSERT_EQ(askClient({"summary"}).code, 0);
     write("instruments3.ndjson", R"({"market":"HK","code":"00009","name":"九"})");
     const std::string store = (store_.path() / "db").string();
-    EXPECT_THAT(tablesOf({"--against", store})["changes"], ElementsAre(HasSubstr(R"("HK00009","listed",)")));
-    EXPECT_THAT(tablesOf({"--against", store, "--center", "client", "--store", store})["changes"], SizeIs(1));
-    EXPECT_THAT(tablesOf({"--against", store})["changes"], IsEmpty());
-    EXPECT_THAT(sources, HasSubstr(R"("nothing was skipped"][])"));
+    EXPECT_THAT(pageOf({"--against", store}).tables["changes"], ElementsAre(HasSubstr(R"("HK00009","listed",)")));
+    EXPECT_THAT(pageOf({"--against", store, "--center", "client", "--store", store}).tables["changes"], SizeIs(1));
+    page = pageOf({"--against", store});
+    EXPECT_THAT(page.tables["changes"], IsEmpty());
+    EXPECT_THAT(page.sources, HasSubstr(R"("nothing was skipped"][])"));
     write("instruments4.ndjson", "{\n");
-    skips = true;
-    tablesOf({});
-    EXPECT_THAT(sources, AllOf(HasSubstr("1 lines and files were skipped"), HasSubstr("instruments4.ndjson:1: ")));
+    EXPECT_THAT(pageOf({}, 3).sources,
+                AllOf(HasSubstr("1 lines and files were skipped"), HasSubstr("instruments4.ndjson:1: ")));
     EXPECT_EQ(ask({"report"}).code, 2);
     const Result unwritable = ask({"report", "--html", (later_.path() / "no/day.html").string()});
     EXPECT_EQ(unwritable.code, 2);

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 
 #include "base/instrumentcenter/ClientCatalogue.h"
@@ -34,6 +35,14 @@ bool isContinuousContract(std::string_view platformCode) {
 /// A load of this many records needs far more memory than the center keeps, and hands it back.
 constexpr std::size_t kLargeLoad = 10000;
 
+/// What is filed as one market and may come in several loads.
+std::set<std::string> hongKongFamily() {
+    return {market::kShanghaiConnect, market::kHongKong, market::kShenzhenConnect};
+}
+std::set<std::string> shanghaiFamily() {
+    return {market::kShanghai, market::kShanghaiSpecial};
+}
+
 /// The records of a sub-market, by the stock key of their own market.
 using RecordsByMarket = std::map<std::string, MarketRecords>;
 
@@ -56,32 +65,47 @@ void restoreRaw(const std::string& market, std::vector<InstrumentPtr>& extra) {
 }
 
 /// A failed raw write is deliberately not reported but counted: the next load of the sub-market writes it again.
-void saveRaw(const std::string& market, const MarketRecords& records, Guarded<LoadLedger>& loads) {
+void saveRaw(const std::string& market, const MarketRecords& records, Others others, Guarded<LoadLedger>& loads) {
     const DocumentBatch batch(records);
     const std::string db = DBBuilder::buildRawDbName(market);
-    if (!store().open(db) || !store().write(db, batch)) {
+    const auto save = [&] { return others == Others::Drop ? store().replace(db, batch) : store().write(db, batch); };
+    if (!store().open(db) || !save()) {
         const std::string reason = store().lastFailure();
         loads.write()->noteFailedWrite(db, reason);
     }
 }
 
-/// Keeps the sub-markets that the load brings and restores the others of the family.
+/// Keeps the sub-markets that the load brings and restores the others of the family. Where the others are to be
+/// dropped, the load has all that there is of the sub-markets it names: none of those comes back, now or with a later
+/// load.
 void mergeRaw(const std::set<std::string>& family, const std::vector<std::string>& markets,
-              const std::vector<InstrumentPtr>& instruments, std::vector<InstrumentPtr>& extra,
+              const std::vector<InstrumentPtr>& instruments, Others others, std::vector<InstrumentPtr>& extra,
               Guarded<LoadLedger>& loads) {
-    const bool concerned =
-        std::any_of(markets.begin(), markets.end(), [&](const std::string& name) { return family.count(name) != 0; });
-    const RecordsByMarket brought = concerned ? ofMarkets(family, instruments) : RecordsByMarket();
-    if (brought.empty()) {
+    std::set<std::string> named;
+    std::copy_if(markets.begin(), markets.end(), std::inserter(named, named.end()),
+                 [&](const std::string& name) { return family.count(name) != 0; });
+    if (named.empty()) {
         return;
     }
-    for (const std::string& market : family) {
-        if (brought.count(market) == 0) {
+    const RecordsByMarket brought = ofMarkets(family, instruments);
+    const bool drops = others == Others::Drop;
+    // Where nothing is brought, the market as a whole is left empty.
+    for (const std::string& market : brought.empty() ? std::set<std::string>() : family) {
+        if (brought.count(market) == 0 && !(drops && named.count(market) != 0)) {
             restoreRaw(market, extra);
         }
     }
     for (const auto& [market, records] : brought) {
-        saveRaw(market, records, loads);
+        saveRaw(market, records, drops && named.count(market) != 0 ? Others::Drop : Others::Keep, loads);
+    }
+    for (const std::string& market : drops ? named : std::set<std::string>()) {
+        if (brought.count(market) == 0) {
+            const std::string db = DBBuilder::buildRawDbName(market);
+            store().drop(db);
+            if (!store().lastSucceeded()) {
+                loads.write()->noteFailedWrite(db, store().lastFailure());
+            }
+        }
     }
 }
 
@@ -145,13 +169,14 @@ void CClientInstrumentCenter::loadInstruments(const std::vector<std::string>& ma
     ConnectListings listings;
     group(instruments, datas, listings, load.notes);
     std::vector<InstrumentPtr> hongKongExtra;
-    tryMergeHkExchangeDatas(markets, instruments, hongKongExtra);
+    const Others others = load.replaced.empty() ? Others::Keep : Others::Drop;
+    mergeRaw(hongKongFamily(), markets, instruments, others, hongKongExtra, state().loads);
     if (!hongKongExtra.empty()) {
         group(hongKongExtra, datas, listings, load.notes);
         load.notes.noteRestored(marketKey(market::kHongKong), hongKongExtra.size());
     }
     std::vector<InstrumentPtr> shanghaiExtra;
-    tryMergeSHExchangeDatas(markets, instruments, shanghaiExtra);
+    mergeRaw(shanghaiFamily(), markets, instruments, others, shanghaiExtra, state().loads);
     if (!shanghaiExtra.empty()) {
         ConnectListings unused;
         group(shanghaiExtra, datas, unused, load.notes);
@@ -249,14 +274,13 @@ void CClientInstrumentCenter::group(const std::vector<boost::shared_ptr<CInstrum
 void CClientInstrumentCenter::tryMergeHkExchangeDatas(
     const std::vector<std::string>& markets, const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
     std::vector<boost::shared_ptr<CInstrumentDetail>>& extra) {
-    mergeRaw({market::kShanghaiConnect, market::kHongKong, market::kShenzhenConnect}, markets, instruments, extra,
-             state().loads);
+    mergeRaw(hongKongFamily(), markets, instruments, Others::Keep, extra, state().loads);
 }
 
 void CClientInstrumentCenter::tryMergeSHExchangeDatas(
     const std::vector<std::string>& markets, const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments,
     std::vector<boost::shared_ptr<CInstrumentDetail>>& extra) {
-    mergeRaw({market::kShanghai, market::kShanghaiSpecial}, markets, instruments, extra, state().loads);
+    mergeRaw(shanghaiFamily(), markets, instruments, Others::Keep, extra, state().loads);
 }
 
 void CClientInstrumentCenter::createExchangeDatas(

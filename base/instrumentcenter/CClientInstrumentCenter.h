@@ -151,8 +151,8 @@ public:
     /// also those that earlier loads have left behind, is gone, with its document and what was derived of it; of a
     /// market that the batch has nothing for, everything. Market by market, documents in one step and keys in one step
     /// after it, so a key that is there before and after answers all the time, with its former record or the new one.
-    /// Hong Kong and Shanghai are completed from the raw databases as in initInstruments. Not virtual; threads and I/O
-    /// as in the loads.
+    /// Hong Kong and Shanghai are completed from the raw databases as in initInstruments, but only by those of "HGT",
+    /// "SGT", "HK", "SH" and "SHFI" that the call does not name. Not virtual; threads and I/O as in the loads.
     void replaceInstruments(const std::vector<std::string>& markets,
                             const std::vector<boost::shared_ptr<CInstrumentDetail>>& instruments);
 

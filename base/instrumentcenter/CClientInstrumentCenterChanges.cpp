@@ -32,7 +32,7 @@ ClientAmendment::ClientAmendment(CClientInstrumentCenter& center, const std::vec
       telling_(client_.subscribers),
       batch_(upserts),
       removedKeys_(removedKeys) {
-    LoadNotes unused;
+    LoadNotes unused;  // no load, so none to report on
     center_.group(upserts, amendment_.upserts, amendment_.listings, unused);
     setRemoved(removedKeys, amendment_);
 }
@@ -50,6 +50,8 @@ void ClientAmendment::apply() {
             amendRaw();
             amendStore();
         }
+        // With the markets' mutexes dropped: each of these takes that of its own database, and two are never waited for
+        // but in the order of their names.
         amendMains();
         amendProducts();
         deriveAnew();

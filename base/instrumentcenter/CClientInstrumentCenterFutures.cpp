@@ -58,7 +58,7 @@ void setUnwrittenMains(const GroupedSnapshot& mainsByMarket, const std::map<Mark
                        ClientVersion& version) {
     std::set<MarketKey>& unwritten = version.storedFutures.own().unwrittenMains;
     for (const auto& [market, mains] : mainsByMarket) {
-        unwritten.erase(market);
+        unwritten.erase(market);  // what could be written is the newest again, whatever failed before
     }
     for (const auto& [market, reason] : refused) {
         unwritten.insert(market);
@@ -90,7 +90,7 @@ void setProducts(const std::map<std::string, std::vector<InstrumentPtr>>& contra
         StoredProduct product;
         product.isUnwritten = isUnwritten;
         for (const InstrumentPtr& contract : contracts) {
-            if (isUnwritten) {
+            if (isUnwritten) {  // else the store has them, and memory need not
                 product.contracts.push_back(stockKey(contract->market, contract->code));
             }
             product.markets.insert(marketKey(contract->market));
@@ -156,6 +156,7 @@ void CClientInstrumentCenter::createFutureProdcutDatas(
 
 void CClientInstrumentCenter::createFutureDceDatas(
     const std::map<uint64, std::map<uint64, boost::shared_ptr<CInstrumentDetail>>>& grouped) {
+    // Swapped: what is replaced is destroyed when no lock is held any more.
     if (std::optional<DceSpreads> spreads = deriveDceSpreads(grouped)) {
         client_->publish([&](ClientVersion& version) { std::swap(version.futures.own().spreads, *spreads); });
     }
@@ -167,6 +168,7 @@ void CClientInstrumentCenter::createOutterProductDatas(
     client_->publish([&](ClientVersion& version) { install(fresh, version.outer.own()); });
 }
 
+// By this class's own lookup: a host's override may be made of the lists that ask here.
 std::vector<boost::shared_ptr<CInstrumentDetail>> CClientInstrumentCenter::recordsOf(const std::vector<uint64>& keys) {
     std::vector<InstrumentPtr> records;
     records.reserve(keys.size());
@@ -225,8 +227,9 @@ void CClientInstrumentCenter::removeMarkets(const std::vector<std::string>& mark
     for (const std::string& market : markets) {
         const std::string name(foldedMarket(market));
         const MarketKey key = marketKey(name);
-        KeySet keys = client_->listedKeys(key);
+        KeySet keys = client_->listedKeys(key);  // which the next line forgets
         clearDatas({name});
+        // Reads the store, so not within the publication, for which all others would wait.
         std::map<std::string, StoredProduct> products = productsWithout(key);
         client_->publish([&](ClientVersion& version) {
             // What loads have left that did not name the market.

@@ -47,6 +47,7 @@ std::uint64_t CClientInstrumentCenter::version() const {
 
 std::size_t CClientInstrumentCenter::resolve(const uint64* keys, std::size_t count,
                                              boost::shared_ptr<CInstrumentDetail>* out) {
+    // One after the other, unlike in memory: a document that is read and parsed costs more than any wait for memory.
     std::size_t found = 0;
     for (std::size_t i = 0; i < count; ++i) {
         out[i] = CClientInstrumentCenter::getInstrument(keys[i]);
@@ -200,7 +201,7 @@ void CClientInstrumentCenter::addMarkets(const std::list<std::string>& markets, 
 void CClientInstrumentCenter::addEverything(const char* failure,
                                             std::map<std::string, boost::shared_ptr<CInstrumentDetail>>& out) {
     const auto version = client_->hold();
-    for (const auto& [market, keys] : version->keys.sets()) {
+    for (const auto& [market, keys] : version->keys.sets()) {  // by number: no version keeps the names of markets
         addMarket(*version, market, std::to_string(market), failure, out);
     }
 }

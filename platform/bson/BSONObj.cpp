@@ -59,7 +59,7 @@ void replaceInvalidUtf8(char* text, std::size_t size) {
     for (std::size_t i = 0; i < size;) {
         const std::size_t length = sequenceLength(text + i, size - i);
         if (length == 0) {
-            text[i] = '?';
+            text[i] = '?';  // U+FFFD would take three bytes, and every length around it would have to change
         }
         i += length == 0 ? 1 : length;
     }
@@ -349,6 +349,7 @@ BSONObj BSONObjBuilder::obj() {
     const std::size_t size = finished->document.len;
     const bool nested = std::exchange(state_->nested, false);
     const bool ok = std::exchange(state_->ok, true) && size <= kMaxDocumentBytes;
+    // Of plain fields the library has made a sound document; only documents within may be nested too deep by now.
     if (!ok || (nested && !checkDocument(data, size, nullptr))) {
         return {};
     }

@@ -16,6 +16,7 @@ constexpr std::size_t kBinaryHeaderBytes = 5;
 constexpr std::size_t kObjectIdBytes = 12;
 constexpr std::ptrdiff_t kDamaged = -1;
 
+/// Values lie wherever the name before them ends, on no boundary of their own.
 template <class Number>
 Number read(const char* at) {
     Number number;
@@ -44,10 +45,12 @@ std::ptrdiff_t documentSize(const char* at, std::ptrdiff_t left) {
         return kDamaged;
     }
     const std::ptrdiff_t length = read<std::int32_t>(at);
+    // Its last byte is looked at here, so that whoever walks it need not look for an end within.
     const bool plausible = length >= static_cast<std::ptrdiff_t>(kMinDocumentBytes) && length <= left;
     return plausible && at[length - 1] == '\0' ? length : kDamaged;
 }
 
+/// With its NUL. `left` ends before the document's own closing zero, which no name may take for its end.
 std::ptrdiff_t cstringSize(const char* at, std::ptrdiff_t left) {
     const void* const zero = left > 0 ? std::memchr(at, 0, static_cast<std::size_t>(left)) : nullptr;
     return zero == nullptr ? kDamaged : static_cast<const char*>(zero) - at + 1;
@@ -76,6 +79,7 @@ std::ptrdiff_t fixedSize(std::ptrdiff_t size, std::ptrdiff_t left) {
 }
 
 /// The number of value bytes of an element of this type, or kDamaged when it does not fit or the type is unknown.
+/// By the numbers of the standard: most of these types are only walked past, and have no name here.
 /// The deprecated code with scope (0x0F) and database pointer (0x0C) are refused: nothing of ours ever wrote them.
 std::ptrdiff_t valueSize(std::uint8_t type, const char* at, std::ptrdiff_t left) {
     switch (type) {

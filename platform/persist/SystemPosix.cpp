@@ -24,6 +24,8 @@ int descriptorOf(std::intptr_t file) {
     return static_cast<int>(file);
 }
 
+// Each with O_CLOEXEC: a program that the host starts would keep a lock on the root with the descriptor.
+
 int openForReading(const std::string& path, int more) {
     return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | more);
 }
@@ -57,6 +59,7 @@ bool isTaken(const std::string& path) {
     return ::lstat(path.c_str(), &entry) == 0;
 }
 
+// With the rights that count (AT_EACCESS), where access() asks for those of whoever started the process.
 int barrierTo(const std::string& directory, bool forMaking) {
     return ::faccessat(AT_FDCWD, directory.c_str(), forMaking ? W_OK | X_OK : X_OK, AT_EACCESS) == 0 ? 0 : errno;
 }
@@ -93,7 +96,8 @@ void emptyFile(const std::string& path) {
 
 bool reserveRoom(const std::string& path, std::uint64_t bytes) {
     const int fd = openForWriting(path);
-    // Not every file system can reserve room.
+    // Not every file system can reserve room. Where one can, a full disk is found out here and not by a write through a
+    // map, which would end the process.
     const bool full =
         fd >= 0 && ::fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(bytes)) != 0 && errno == ENOSPC;
     closeIfOpen(fd);
@@ -123,7 +127,7 @@ RootLock::~RootLock() {
 bool syncDirectory(const std::filesystem::path& directory) {
     const int fd = openForReading(directory, O_DIRECTORY);
     if (fd < 0) {
-        return errno == EACCES;
+        return errno == EACCES;  // one may write into a directory that one may not list
     }
     const bool synced = ::fsync(fd) == 0 || errno == EINVAL;
     const int error = errno;  // the caller's to tell

@@ -50,7 +50,8 @@ std::vector<bson::BSONObj> componentDocuments(const ComponentMap& components) {
 /// can be trusted.
 enum class Outcome { Filled, Unfit, Damaged };
 
-/// Fills a number from any element that holds one, limited to the member's range.
+/// Fills a number from any element that holds one, limited to the member's range: another library may have written a
+/// wider one, and cut to its low bits it would come out as anything.
 template <class Number>
 Outcome fill(Number& member, const Element& element) {
     if (!element.isNumber()) {
@@ -83,7 +84,7 @@ Outcome fill(ComponentMap& components, const Element& element) {
         if (item.type != ElementType::Document) {
             continue;
         }
-        auto component = boost::make_shared<CETFComponentStockInfo>();
+        auto component = boost::make_shared<CETFComponentStockInfo>();  // new, so there is nothing to reset
         if (!readDocument(*component, item.value, item.valueSize, false, nullptr)) {
             return Outcome::Damaged;
         }
@@ -107,7 +108,7 @@ bool readExpected(const Field& field, IData& record, ElementCursor& cursor) {
         } else if constexpr (std::is_arithmetic_v<Member> && std::is_same_v<Member, Stored<Member>>) {
             return cursor.nextPlain(field.header(), member);
         } else {
-            return false;
+            return false;  // what is stored wider than it is has to be limited; a basket is walked
         }
     });
 }
@@ -200,6 +201,7 @@ void print(std::ostream& out, const ComponentMap& member) {
     out << member.size() << " components";
 }
 
+/// As it is stored: as itself one of 8 bits would be a letter.
 template <class Number>
 void print(std::ostream& out, Number member) {
     out << fmt::format("{}", Stored<Number>{member});
@@ -264,7 +266,7 @@ bool readDocument(IData& record, const char* data, std::size_t size, bool resetM
         }
         // Of two elements with one name the last counts, also where it is unfit: the field is then missing.
         filled.set(index, outcome == Outcome::Filled);
-        expected = index + 1;
+        expected = index + 1;  // behind one that was moved or passed over the order mostly goes on
     }
     if (cursor.failure() != nullptr) {
         return refuse(cursor.failure(), cursor.offset());
@@ -279,6 +281,8 @@ bool readDocument(IData& record, const char* data, std::size_t size, bool resetM
     return true;
 }
 
+// Damage ends the walk and is not told of here: whoever reads the document as the class that it showed up to there
+// finds the same place.
 const RecordType* classOfDocument(const char* data, std::size_t size) {
     bool market = false;
     bool code = false;
@@ -301,6 +305,7 @@ void IData::appendElements(bson::BSONObjBuilder& builder) const {
     }
 }
 
+// The platform's other name for the same; hosts call either.
 void IData::appendElements_v2(bson::BSONObjBuilder& builder) const {
     appendElements(builder);
 }

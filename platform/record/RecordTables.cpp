@@ -45,6 +45,7 @@ public:
         fields_.emplace_back(key, FieldKind::Text, offsetOf(member), true);
         return *this;
     }
+    /// A base's fields lie where they lie in the base: a record begins with it.
     Table& fieldsOf(const RecordType& base) {
         fields_.insert(fields_.end(), base.fields().begin(), base.fields().end());
         return *this;
@@ -304,6 +305,7 @@ const RecordType& priceSettingTable() {
 
 }  // namespace
 
+// Made by whoever asks first: what other units make before main() may ask already.
 #define PM_RECORD_CLASS(Class, makeTable)             \
     const RecordType& Class::table() {                \
         static const RecordType& table = makeTable(); \
@@ -325,6 +327,7 @@ PM_RECORD_CLASS(COTCStockEnquiryPriceSetting, priceSettingTable)
 
 #undef PM_RECORD_CLASS
 
+// Instruments first, for classes are looked for in this order, and nearly every document is one.
 TypeManager::TypeManager()
     : types_{&CInstrumentDetail::table(),
              &CETFDetail::table(),

@@ -24,6 +24,7 @@ bool sameValue(double left, double right) {
 
 bool sameValue(const ComponentMap& left, const ComponentMap& right) {
     const auto sameComponent = [](const auto& a, const auto& b) {
+        // A host may leave a place empty. Such a place equals another such place, though no document has either.
         if (!a.second || !b.second) {
             return a.first == b.first && !a.second == !b.second;
         }

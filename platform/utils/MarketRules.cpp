@@ -76,7 +76,7 @@ RuleSetPtr takeUpRules() {
     std::unique_lock lock(inForce.mutex);
     RuleSetPtr rules = inForce.rules;
     const std::uint64_t generation = generationInForce.load(std::memory_order_relaxed);
-    lock.unlock();
+    lock.unlock();  // before the thread's former set goes, which may be the last of its kind and takes a while
     if (!threadView().ended) {
         sys::ofThread<ThreadOwner>().rules = rules;
         threadView() = {generation, rules.get(), false};
@@ -129,7 +129,7 @@ std::string readWhole(const std::string& file) {
         const bool directory = std::filesystem::is_directory(status);
         throw std::runtime_error(directory ? "is a directory" : "is not a regular file");
     }
-    errno = 0;
+    errno = 0;  // streams keep no reason of their own
     std::ifstream in(path, std::ios::binary);
     std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
     if (!in.is_open() || in.bad()) {
@@ -167,6 +167,8 @@ public:
         } else if (error != SUCCESS) {
             failJson(nullptr, {}, error);
         }
+        // Read as it goes, so a fault further on is met after what stands before it; the rules in force are touched
+        // only by a file that was read to its end.
         for (auto member : object) {
             ondemand::field field;
             if (const error_code error = std::move(member).get(field); error != SUCCESS) {
@@ -174,6 +176,7 @@ public:
             }
             readPredicate(document, field);
         }
+        // The library stops at the closing brace; a second object behind it would go unread.
         if (const char* rest = placeOf(document); rest != nullptr) {
             fail(rest, {}, "has more text after its JSON object");
         }
@@ -287,6 +290,7 @@ CodeRange parseCodeRange(std::string_view text) {
 }
 
 void MarketRuleSet::add(MarketPredicate predicate, CodeRange range) {
+    // By the first byte most codes are told apart from a rule without a look at its ranges.
     Rules& rules = rules_[static_cast<std::size_t>(predicate)];
     const auto last = static_cast<unsigned char>(range.to.front());
     for (std::size_t byte = static_cast<unsigned char>(range.from.front()); byte <= last; ++byte) {
@@ -307,6 +311,7 @@ bool isFutureMarket(const std::string& market) {
     return std::find(std::begin(kExchanges), std::end(kExchanges), market) != std::end(kExchanges);
 }
 
+// Options on futures are listed by the same exchanges under the same market.
 bool isFutureOptionMarket(const std::string& market) {
     return isFutureMarket(market);
 }

@@ -22,6 +22,7 @@ struct Kept {
 
 template <class Struct>
 void release(Struct* object) {
+    // A child without a release was moved away: it is the consumer's, and what we still have of it an empty shell.
     for (std::int64_t i = 0; i < object->n_children; ++i) {
         if (object->children[i]->release != nullptr) {
             object->children[i]->release(object->children[i]);
@@ -31,7 +32,7 @@ void release(Struct* object) {
         object->dictionary->release(object->dictionary);
     }
     delete static_cast<Kept<Struct>*>(object->private_data);
-    object->release = nullptr;
+    object->release = nullptr;  // how consumers know; the struct itself is theirs
 }
 
 template <class Struct>
@@ -89,6 +90,8 @@ Batch& batchOf(ArrowArrayStream* stream) {
     return *static_cast<Batch*>(stream->private_data);
 }
 
+// Called by C and whatever calls that: nothing may be thrown through it, and memory is all that may lack.
+
 int getSchema(ArrowArrayStream* stream, ArrowSchema* out) {
     try {
         auto kept = std::make_unique<Kept<ArrowSchema>>();
@@ -116,7 +119,7 @@ int getNext(ArrowArrayStream* stream, ArrowArray* out) {
         for (const ArrowColumn& column : batch.columns) {
             adopt(*kept, arrayOf(column));
         }
-        kept->buffers.push_back(nullptr);
+        kept->buffers.push_back(nullptr);  // of a struct, which rows are there: all
         out->length = batch.rows;
         out->n_buffers = 1;
         out->buffers = kept->buffers.data();
@@ -131,6 +134,7 @@ const char* getLastError(ArrowArrayStream*) {
     return "out of memory";
 }
 
+/// Arrays that were given out outlive it: each keeps its buffers itself.
 void releaseStream(ArrowArrayStream* stream) {
     delete &batchOf(stream);
     stream->release = nullptr;
@@ -141,7 +145,7 @@ void releaseStream(ArrowArrayStream* stream) {
 ArrowArrayStream* makeArrowStream(std::vector<ArrowColumn> columns, std::int64_t rows) {
     auto batch = std::make_unique<Batch>(Batch{std::move(columns), rows});
     auto* const stream = new ArrowArrayStream{getSchema, getNext, getLastError, releaseStream, nullptr};
-    stream->private_data = batch.release();
+    stream->private_data = batch.release();  // last: until there is a stream nobody else frees the batch
     return stream;
 }
 

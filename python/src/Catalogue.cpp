@@ -14,31 +14,35 @@ namespace {
 
 using TypeMap = std::map<EOvTraderType, std::string>;
 
+/// Of what is in memory a record is found in a few nanoseconds; letting go of the lock takes longer.
+template <class... Key>
+Instrument lookUp(Catalogue& catalogue, const Key&... key) {
+    if (catalogue.inMemory()) {
+        return catalogue.get(key...);
+    }
+    const Released released;
+    return catalogue.get(key...);
+}
+
 /// Market and code, a key text or its 64-bit hash.
 Instrument find(Catalogue& catalogue, py::handle key) {
     if (PyTuple_Check(key.ptr())) {
         const auto [market, code] = key.cast<std::pair<std::string, std::string>>();
-        const Released released;
-        return catalogue.get(market, code);
+        return lookUp(catalogue, market, code);
     }
     if (PyLong_Check(key.ptr())) {
         const auto number = PyLong_AsUnsignedLongLong(key.ptr());
         if (PyErr_Occurred() != nullptr) {
             throw py::error_already_set();
         }
-        const Released released;
-        return catalogue.get(std::uint64_t{number});
+        return lookUp(catalogue, std::uint64_t{number});
     }
     std::string text;
     if (!readText(key.ptr(), text)) {
         throw py::type_error(std::string("a key is str, int or a tuple of market and code, not ") +
                              Py_TYPE(key.ptr())->tp_name);
     }
-    if (catalogue.inMemory()) {
-        return catalogue.get(text);  // a few nanoseconds; letting go of the lock takes longer
-    }
-    const Released released;
-    return catalogue.get(text);
+    return lookUp(catalogue, text);
 }
 
 py::object getOr(Catalogue& catalogue, py::handle key, py::object otherwise) {
@@ -62,17 +66,18 @@ bool isFolded(std::string_view text) {
 
 /// As asking for one after the other, but the searches wait for memory together.
 Instruments findMany(Catalogue& catalogue, py::handle keys) {
-    const py::object sequence = owned(PySequence_Fast(keys.ptr(), "keys are a sequence"));
-    const auto count = static_cast<std::size_t>(PySequence_Fast_GET_SIZE(sequence.ptr()));
-    PyObject** const objects = PySequence_Fast_ITEMS(sequence.ptr());
-    std::vector<std::uint64_t> hashes(count);
+    // A tuple of our own: a list may be changed by another thread while a lookup lets go of the interpreter's lock.
+    const py::object sequence = owned(PySequence_Tuple(keys.ptr()));
+    const auto count = static_cast<std::size_t>(PyTuple_GET_SIZE(sequence.ptr()));
+    std::vector<std::uint64_t> hashes(count);  // 0 for what is looked up by itself, whose answer then goes over it
     std::vector<std::pair<std::size_t, Instrument>> single;
     std::string text;
     for (std::size_t i = 0; i < count; ++i) {
-        if (readText(objects[i], text) && !isFolded(text)) {
+        PyObject* const key = PyTuple_GET_ITEM(sequence.ptr(), static_cast<Py_ssize_t>(i));
+        if (readText(key, text) && !isFolded(text)) {
             hashes[i] = utils::hash(text);
         } else {
-            single.emplace_back(i, find(catalogue, objects[i]));
+            single.emplace_back(i, find(catalogue, key));
         }
     }
     Instruments found(count);
@@ -112,6 +117,7 @@ InstrumentMap ofTraderType(Catalogue& catalogue, int type) {
     return all;
 }
 
+/// A text is one market: as a sequence it would be its letters.
 std::list<std::string> marketList(py::handle markets) {
     return PyUnicode_Check(markets.ptr()) ? std::list<std::string>{markets.cast<std::string>()}
                                           : markets.cast<std::list<std::string>>();
@@ -143,6 +149,13 @@ std::string dayText(py::handle day) {
     return py::isinstance<py::str>(day) ? day.cast<std::string>() : day.attr("strftime")("%Y%m%d").cast<std::string>();
 }
 
+template <Instruments (Catalogue::*ask)(const std::string&)>
+Instruments byDay(Catalogue& catalogue, py::handle day) {
+    const std::string text = dayText(day);
+    const Released released;
+    return (catalogue.*ask)(text);
+}
+
 void addContainer(py::class_<Catalogue, std::shared_ptr<Catalogue>>& object) {
     object
         .def("get", getOr,
@@ -154,12 +167,14 @@ void addContainer(py::class_<Catalogue, std::shared_ptr<Catalogue>>& object) {
             "__contains__",
             [](Catalogue& catalogue, py::handle key) {
                 std::string text;
+                // A text asks the keys alone; the persisted center would read a document for a record.
                 return readText(key.ptr(), text) ? catalogue.has(text) : find(catalogue, key) != nullptr;
             },
             "Whether any market has the key.", py::arg("key"))
         .def("resolve", findMany, "The records of many keys, None for each miss; faster than one after the other.",
              py::arg("keys"))
         .def(
+            // By the list, which __iter__ goes through: of two records with one key text it has one.
             "__len__", [](Catalogue& catalogue) { return catalogue.instruments().size(); }, Release(),
             "How many instruments there are.")
         .def(
@@ -179,22 +194,10 @@ void addLists(py::class_<Catalogue, std::shared_ptr<Catalogue>>& object) {
         .def("get_option_chain", &Catalogue::chain, Release(),
              "The options on an underlying, by expiry, strike price, then calls before puts.", py::arg("market"),
              py::arg("code"))
-        .def(
-            "get_listed",
-            [](Catalogue& catalogue, py::handle day) {
-                const std::string text = dayText(day);
-                const Released released;
-                return catalogue.listed(text);
-            },
-            "What has that day (str or date) for its listing date.", py::arg("day"))
-        .def(
-            "get_expiring",
-            [](Catalogue& catalogue, py::handle day) {
-                const std::string text = dayText(day);
-                const Released released;
-                return catalogue.expiring(text);
-            },
-            "Options, futures and bonds that end on that day (str or date).", py::arg("day"))
+        .def("get_listed", byDay<&Catalogue::listed>, "What has that day (str or date) for its listing date.",
+             py::arg("day"))
+        .def("get_expiring", byDay<&Catalogue::expiring>,
+             "Options, futures and bonds that end on that day (str or date).", py::arg("day"))
         .def("get_bond_listings", &Catalogue::bondListings, Release(),
              "The instruments that are one bond, by its interbank code.", py::arg("bond_code"))
         .def_property_readonly("version", &Catalogue::version, "Grows with every change that can be seen.");
@@ -276,6 +279,7 @@ void addCatalogue(py::module_& module) {
     for (const auto& [name, type] : traderTypes()) {
         names[name] = static_cast<int>(type);
     }
+    // With its module, which pickle looks for it in, and as a flag, so that types add up with "|" as their bits do.
     const py::object kind =
         py::module_::import("enum").attr("IntFlag")("TraderType", names, py::arg("module") = "inscenter._native");
     kind.attr("__doc__") = "Kinds of trading; get_instruments and frame list what each stands for.";

@@ -26,6 +26,7 @@ boost::shared_ptr<CETFDetail> ownCopy(const boost::shared_ptr<CETFDetail>& fund)
     if (!fund) {
         return nullptr;
     }
+    // With its components, which the record's own copy shares: the persisted center fills in their names.
     auto copy = boost::make_shared<CETFDetail>(*fund);
     for (auto& [code, component] : copy->components) {
         component = component ? boost::make_shared<CETFComponentStockInfo>(*component) : component;
@@ -49,6 +50,8 @@ std::map<std::string, boost::shared_ptr<Record>> ownCopy(std::map<std::string, b
     return records;
 }
 
+// What has nothing to copy, for the one form of all loads below.
+
 int ownCopy(int operation) {
     return operation;
 }
@@ -57,7 +60,8 @@ const std::vector<std::string>& ownCopy(const std::vector<std::string>& texts) {
     return texts;
 }
 
-/// A load or update as a function of the center.
+/// A load or update as a function of the center. The copies are made without the interpreter's lock, too: of a large
+/// day they take as long as the load.
 template <class... Arguments>
 auto handIn(void (IInstrumentCenter::*load)(Arguments...)) {
     return [load](Center& center, Arguments... arguments) { (center.operations().*load)(ownCopy(arguments)...); };
@@ -76,6 +80,7 @@ public:
         if (count_ == 0) {
             const persist::RootStatus status = service.setRootPath(directory);
             if (!status.usable()) {
+                // Not left at what cannot be used: the next center may name another directory.
                 service.setRootPath("");
                 PyErr_SetString(PyExc_OSError, (directory + ": " + status.reason()).c_str());
                 throw py::error_already_set();
@@ -133,7 +138,7 @@ void addClient(py::module_& module) {
                                          "The center over a store on disk. It knows what it has loaded itself; see "
                                          "Store for what an earlier process has left.")
         .def(py::init([](const py::object& store, int instruments, int bonds, int plans, const std::string& name) {
-                 auto use = std::make_shared<StoreUse>(pathText(store));
+                 auto use = std::make_shared<StoreUse>(pathText(store));  // before the center, which opens databases
                  auto* const center = new ClientCenter(name, instruments, bonds, plans);
                  // The store is let go of after the center.
                  return std::shared_ptr<ClientCenter>(

@@ -49,7 +49,7 @@ public:
 
     /// A call that another thread is in the middle of wants the interpreter's lock to get to its end.
     void close() {
-        auto former = std::exchange(subscription_, std::nullopt);
+        auto former = std::exchange(subscription_, std::nullopt);  // of two that close at once one has it
         {
             const Released released;
             former.reset();
@@ -66,7 +66,7 @@ private:
     };
 
     static void tell(const Callback& callback, const CatalogueChange& change) {
-        const Held held;
+        const Held held;  // declared first, given back last: what follows are objects of Python's
         if (!held || ending) {
             return;
         }
@@ -88,7 +88,7 @@ private:
     std::optional<mxservice::Subscription> subscription_;
 };
 
-/// The record of each key; of several the last.
+/// The record of each key; of several the last, as a load would have it.
 std::unordered_map<std::string, boost::shared_ptr<IData>> byKey(const std::vector<boost::shared_ptr<IData>>& records) {
     std::unordered_map<std::string, boost::shared_ptr<IData>> map;
     map.reserve(records.size());
@@ -123,6 +123,7 @@ std::vector<Difference> differences(const Day& older, const Day& newer, mxservic
             found.push_back({key, nullptr, after, {}});
         }
     }
+    // The maps are in no order, and two runs over the same days shall answer alike.
     std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.key < b.key; });
     return found;
 }
@@ -206,7 +207,7 @@ void addDiff(py::module_& module) {
 }
 
 void endCallbacks() {
-    ending = true;
+    ending = true;  // first: who comes later sees it, and who came before has counted itself
     while (callbacksRunning > 0) {
         const Released released;
         std::this_thread::yield();

@@ -21,7 +21,8 @@ namespace {
 using mxservice::Field;
 using mxservice::FieldKind;
 
-/// Fields that tell groups of records: few texts, each of many. Others are texts of their own.
+/// Fields that tell groups of records: few texts, each of many. Others are texts of their own. By name and not by
+/// counting, so that the frames of two days have columns of the same kinds.
 constexpr std::array<std::string_view, 14> kCategories{
     "market",          "productId",    "productName",  "currency",         "industry",
     "outerMarketName", "statusString", "bondType",     "underlyingMarket", "couponType",
@@ -34,7 +35,7 @@ py::object arrayOf(std::vector<Value> values, const py::dtype& type) {
     Value* const data = kept->data();
     const auto size = static_cast<py::ssize_t>(kept->size());
     const py::capsule owner(kept.get(), [](void* vector) { delete static_cast<std::vector<Value>*>(vector); });
-    kept.release();
+    kept.release();  // only now: a capsule that could not be made frees nothing
     return py::array(type, {size}, {static_cast<py::ssize_t>(sizeof(Value))}, data, owner);
 }
 
@@ -45,6 +46,7 @@ py::object objectArray(const std::vector<std::int32_t>& places, const std::vecto
     for (std::size_t i = 0; i < places.size(); ++i) {
         PyObject* const object = objects[static_cast<std::size_t>(places[i])].ptr();
         Py_INCREF(object);
+        // New cells hold nothing or None, by numpy's version.
         Py_XDECREF(std::exchange(cells[i], object));
     }
     return array;
@@ -100,11 +102,12 @@ public:
         if (dates == Dates::Nanoseconds) {
             return instants(std::int64_t{86'400'000'000'000}, "M8[ns]");
         }
+        // An object a day and not a cell; a day that is not known, also one that is no date, is None.
         boost::unordered_flat_map<std::int32_t, std::int32_t> placeByDay{{kNoDay, 0}};
         std::vector<py::object> objects{py::none()};
         std::int32_t lastDay = kNoDay;
         std::int32_t lastPlace = 0;
-        for (std::int32_t& day : days_) {
+        for (std::int32_t& day : days_) {  // its place in place of the day: the column is handed out once
             if (day == lastDay) {
                 day = lastPlace;
                 continue;
@@ -166,6 +169,7 @@ struct ArrowTexts {
 
 /// Arrow's texts are UTF-8, always; other bytes become U+FFFD.
 std::string utf8(std::string_view text) {
+    // Most are ASCII, which is the same bytes either way.
     if (std::all_of(text.begin(), text.end(), [](char letter) { return static_cast<signed char>(letter) >= 0; })) {
         return std::string(text);
     }
@@ -217,6 +221,7 @@ public:
         for (const std::string_view text : texts_) {
             clean.push_back(utf8(text));
         }
+        // A dictionary of nearly as many texts as rows would cost consumers more than it saves.
         if (!category_) {
             auto texts = std::make_shared<ArrowTexts>();
             for (const std::int32_t place : places_) {
@@ -238,7 +243,7 @@ public:
 
 private:
     ArrowColumn arrowTexts(std::shared_ptr<ArrowTexts> texts, std::size_t count) const {
-        ArrowColumn column = arrowColumn("U", count);
+        ArrowColumn column = arrowColumn("U", count);  // 64-bit places: with 32 a column would end at 2 GiB
         column.buffers = {nullptr, texts->begins.data(), texts->bytes.data()};
         column.owner = std::move(texts);
         return column;

@@ -19,6 +19,7 @@ using mxservice::SnapshotIssue;
 using mxservice::SnapshotPacking;
 using mxservice::SnapshotReadOptions;
 
+// By the numbers of SnapshotIssueKind.
 constexpr std::array<const char*, 6> kIssueKinds{"line_skipped",    "file_skipped", "number_cut",
                                                  "record_replaced", "key_unknown",  "file_changed"};
 
@@ -40,7 +41,7 @@ SnapshotPacking packingNamed(const py::object& name) {
     return text == "gzip" ? SnapshotPacking::Gzip : SnapshotPacking::Zstd;
 }
 
-/// Raises what Python raises for a path that is not there.
+/// Raises what Python raises for a path that is not there: of the number Python makes FileNotFoundError and its like.
 void expectThere(const std::string& path, const py::object& shown) {
     std::error_code error;
     if (!std::filesystem::exists(path, error)) {
@@ -55,11 +56,13 @@ Snapshot readBytes(py::handle source, const SnapshotReadOptions& options) {
     if (PyObject_GetBuffer(source.ptr(), &buffer, PyBUF_SIMPLE) != 0) {
         throw py::error_already_set();
     }
+    // While it is kept a bytearray cannot be resized by those who have the interpreter's lock meanwhile.
     const std::unique_ptr<Py_buffer, void (*)(Py_buffer*)> kept(&buffer, PyBuffer_Release);
     const Released released;
     return Snapshot::read(static_cast<const char*>(buffer.buf), static_cast<std::size_t>(buffer.len), options);
 }
 
+/// No error, for the rest of the day is sound; with the first of them in it, since few look at the issues.
 void warnOfSkipped(const Snapshot& snapshot) {
     if (snapshot.skippedLines == 0 && snapshot.skippedFiles == 0) {
         return;
@@ -75,7 +78,7 @@ void warnOfSkipped(const Snapshot& snapshot) {
         }
     }
     const py::object category = py::module_::import("inscenter._native").attr("SnapshotWarning");
-    if (PyErr_WarnEx(category.ptr(), text.c_str(), 1) != 0) {
+    if (PyErr_WarnEx(category.ptr(), text.c_str(), 1) != 0) {  // a filter has made an error of it
         throw py::error_already_set();
     }
 }
@@ -93,10 +96,10 @@ SnapshotReadOptions optionsOf(const std::optional<std::string>& catalogue, const
     return options;
 }
 
-/// The catalogue of a record's class. Throws TypeError where there is none.
+/// The catalogue of a record's class. By the very class: a plan is an instrument to Python, and is of another
+/// catalogue. Throws TypeError where there is none.
 SnapshotCatalogue catalogueOf(const mxservice::IData& record) {
-    for (std::size_t i = 0; i < mxservice::kSnapshotCatalogues; ++i) {
-        const auto catalogue = static_cast<SnapshotCatalogue>(i);
+    for (const SnapshotCatalogue catalogue : mxservice::kEveryCatalogue) {
         if (&mxservice::catalogueType(catalogue) == &record.recordType()) {
             return catalogue;
         }
@@ -104,6 +107,7 @@ SnapshotCatalogue catalogueOf(const mxservice::IData& record) {
     throw py::type_error(std::string(recordName(record.recordType())) + " is no record of a day's catalogue");
 }
 
+/// Shares the records with the objects: nobody changes either, and a load takes copies.
 Day dayOf(const py::iterable& records) {
     Day day;
     for (const py::handle object : records) {
@@ -126,8 +130,7 @@ py::list recordsOf(const Day& day, const std::string& catalogue) {
 
 py::dict counts(const Day& day) {
     py::dict counts;
-    for (std::size_t i = 0; i < mxservice::kSnapshotCatalogues; ++i) {
-        const auto catalogue = static_cast<SnapshotCatalogue>(i);
+    for (const SnapshotCatalogue catalogue : mxservice::kEveryCatalogue) {
         counts[mxservice::catalogueName(catalogue)] = day.snapshot.records(catalogue).size();
     }
     return counts;
@@ -153,6 +156,7 @@ void addIssue(py::module_& module) {
 
 Day Day::open(const py::object& source, const SnapshotReadOptions& options) {
     Day day;
+    // Bytes first: fsdecode would take them for a path.
     if (PyObject_CheckBuffer(source.ptr()) != 0) {
         day.snapshot = readBytes(source, options);
     } else if (py::hasattr(source, "read")) {
@@ -179,9 +183,9 @@ void loadCopy(Center& center, const Day& day) {
 }
 
 SnapshotCatalogue catalogueNamed(const std::string& name) {
-    for (std::size_t i = 0; i < mxservice::kSnapshotCatalogues; ++i) {
-        if (name == mxservice::catalogueName(static_cast<SnapshotCatalogue>(i))) {
-            return static_cast<SnapshotCatalogue>(i);
+    for (const SnapshotCatalogue catalogue : mxservice::kEveryCatalogue) {
+        if (name == mxservice::catalogueName(catalogue)) {
+            return catalogue;
         }
     }
     throw py::value_error("no catalogue " + name);

@@ -83,6 +83,7 @@ PyObject* guarded(Work&& work) {
     return nullptr;
 }
 
+/// Of a type of ours, whose objects have nothing beside the record; what Python derives may have, see construct().
 PyObject* makeObject(PyTypeObject* type, boost::shared_ptr<const IData> record) {
     auto* const object = PyObject_New(RecordObject, type);
     if (object == nullptr) {
@@ -96,7 +97,7 @@ void destroy(PyObject* object) {
     PyTypeObject* const type = Py_TYPE(object);
     asRecord(object)->record.~shared_ptr();
     type->tp_free(object);
-    Py_DECREF(type);
+    Py_DECREF(type);  // objects of types that are made at run time hold their type
 }
 
 /// The record class of a type of ours, or of what Python derives from one; null for the base of them all.
@@ -124,6 +125,7 @@ PyObject* construct(PyTypeObject* type, PyObject* positional, PyObject* named) {
         if (known == nullptr || PyTuple_GET_SIZE(positional) != 0) {
             throw py::type_error(known == nullptr ? "Record is made by its classes" : "fields are given by name");
         }
+        // Before the object, which would have to be taken apart again where a field is refused.
         const boost::shared_ptr<IData> record = known->type->make();
         setFields(*known->type, *record, named);
         PyObject* const object = type->tp_alloc(type, 0);
@@ -158,7 +160,7 @@ PyObject* asDict(PyObject* self, PyObject*) {
         py::dict fields;
         for (const Field& field : recordOf(self).recordType().fields()) {
             py::object value = owned(fieldObject(field, recordOf(self)));
-            if (field.kind() == FieldKind::Components) {
+            if (field.kind() == FieldKind::Components) {  // or json could not write what this gives
                 py::dict plain;
                 for (const auto& [code, component] : value.cast<py::dict>()) {
                     plain[code] = owned(asDict(component.ptr(), nullptr));
@@ -178,6 +180,7 @@ PyObject* represent(PyObject* self) {
         std::string text = recordName(recordOf(self).recordType());
         const char* separator = "(";
         for (const Field& field : recordOf(self).recordType().fields()) {
+            // What is left out has its default when the text is evaluated, too.
             if (!field.isDefault(recordOf(self))) {
                 const py::object value = owned(fieldObject(field, recordOf(self)));
                 text += separator + field.name() + '=' + py::cast<std::string>(py::object(py::repr(value)));
@@ -188,10 +191,11 @@ PyObject* represent(PyObject* self) {
     });
 }
 
-/// Equal records have equal keys.
+/// Equal records have equal keys. No more of them is looked at: a set of a day's records costs a hash of a short text
+/// each.
 Py_hash_t hashed(PyObject* self) {
     const auto hash = static_cast<Py_hash_t>(std::hash<std::string>()(recordOf(self).getKey()));
-    return hash == -1 ? -2 : hash;
+    return hash == -1 ? -2 : hash;  // -1 is an error to Python
 }
 
 PyObject* compared(PyObject* left, PyObject* right, int operation) {
@@ -199,6 +203,7 @@ PyObject* compared(PyObject* left, PyObject* right, int operation) {
     if (other == nullptr || (operation != Py_EQ && operation != Py_NE)) {
         Py_RETURN_NOTIMPLEMENTED;
     }
+    // Mostly one and the same: both languages share records.
     const bool equal = asRecord(left)->record == *other || recordOf(left) == **other;
     return PyBool_FromLong(equal == (operation == Py_EQ) ? 1 : 0);
 }
@@ -224,6 +229,7 @@ PyObject* restored(PyObject*, PyObject* arguments) {
         return nullptr;
     }
     return guarded([&] {
+        // A pickle may come from anywhere: name and bytes are looked at, and no more is made of them than a record.
         const RecordType* const type = mxservice::TypeManager::instance()->find(className);
         const boost::shared_ptr<IData> record = type == nullptr ? nullptr : type->make();
         std::string error = std::string("no class ") + className;
@@ -275,7 +281,7 @@ PyGetSetDef baseAttributes[] = {
 
 PyTypeObject* makeType(const std::string& name, const char* doc, PyGetSetDef* attributes, PyTypeObject* base) {
     std::vector<PyType_Slot> slots{{Py_tp_doc, const_cast<char*>(doc)}, {Py_tp_getset, attributes}};
-    if (base == nullptr) {
+    if (base == nullptr) {  // the others inherit these
         slots.insert(slots.end(), {{Py_tp_new, reinterpret_cast<void*>(construct)},
                                    {Py_tp_dealloc, reinterpret_cast<void*>(destroy)},
                                    {Py_tp_repr, reinterpret_cast<void*>(represent)},

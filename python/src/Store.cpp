@@ -62,6 +62,8 @@ public:
     static Store open(const py::object& path) {
         Store store;
         const auto text = py::module_::import("os").attr("fsdecode")(path).cast<std::string>();
+        // Python's own errors for a path that cannot be listed. An empty directory is a store that nobody has loaded
+        // yet.
         std::error_code error;
         fs::directory_iterator(text, error);
         if (error) {
@@ -103,6 +105,7 @@ public:
     }
 
     /// The instrument of a key text. The markets whose names it begins with may have it; the longer name first.
+    /// Two markets may split one text in different places; the store alone does not say which a center would answer.
     boost::shared_ptr<mxservice::CInstrumentDetail> get(std::string key) const {
         if (key.starts_with("HGT") || key.starts_with("SGT")) {
             key.replace(0, 3, "HK");  // as a center files them
@@ -141,7 +144,7 @@ private:
         StoreStatus status;
         auto open = engine_->open(database.path.string(), persist::StoreEngine::Mode::ReadExisting, status);
         check(database, status);
-        if (!open) {
+        if (!open) {  // since it was listed
             throw StoreFailure(database.name + ": has gone");
         }
         return open;
@@ -151,6 +154,7 @@ private:
         const auto open = opened(database);
         check(database, open->scan({}, [&](std::string_view key, std::string_view bytes) {
             auto record = mxservice::TypeManager::instance()->parse(bytes, nullptr);
+            // By the exact class: a document that parses as another one has been damaged, or put there by hand.
             if (record && &record->recordType() == &mxservice::catalogueType(catalogue)) {
                 // Funds stand there twice, under each of their codes.
                 const bool second =
@@ -170,6 +174,8 @@ private:
     std::shared_ptr<persist::StoreEngine> engine_ = persist::makeLmdbEngine();
     fs::path root_;
 };
+
+// Reading goes to the disk, so that others run meanwhile.
 
 Day dayOf(const Store& store) {
     const Released released;

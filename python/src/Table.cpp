@@ -27,7 +27,7 @@ void needNumpy() {
 
 Table::Table(const mxservice::RecordType& type, Records records, const py::object& fields)
     : type_(&type), records_(std::move(records)) {
-    if (py::isinstance<py::str>(fields)) {
+    if (py::isinstance<py::str>(fields)) {  // a sequence as well, of letters that are no fields
         throw py::type_error("fields are a sequence of names");
     }
     if (!fields.is_none()) {
@@ -46,6 +46,7 @@ Table::Table(const mxservice::RecordType& type, Records records, const py::objec
 Table Table::ofObjects(py::handle records, const py::object& fields) {
     Records taken;
     for (const py::handle object : records) {
+        // Own references, since the objects may go while columns are read without the interpreter's lock.
         const auto* const record = recordIn(object.ptr());
         if (record == nullptr) {
             throw py::type_error(std::string("records expected, ") + Py_TYPE(object.ptr())->tp_name + " found");
@@ -117,12 +118,14 @@ py::capsule Table::arrowStream(const py::object&) const {
     for (const auto& column : read(false)) {
         columns.push_back(column->arrow());
     }
+    // Nothing in it is Python's, so a consumer may read and release it on any thread, and at the interpreter's end.
     ArrowArrayStream* const stream = makeArrowStream(std::move(columns), static_cast<std::int64_t>(records_.size()));
     return py::capsule(stream, "arrow_array_stream", [](PyObject* capsule) {
         dropArrowStream(static_cast<ArrowArrayStream*>(PyCapsule_GetPointer(capsule, "arrow_array_stream")));
     });
 }
 
+/// In step: the frame that Python makes of both takes a row of one with that of the other.
 std::pair<Table, Table> baskets(const Table::Records& funds) {
     Table::Records fundOfRow;
     Table::Records components;

@@ -17,6 +17,7 @@ using mxservice::ComponentMap;
 using mxservice::Field;
 using mxservice::IData;
 
+/// When it is first needed: importing the package stays short.
 bool loadDates() {
     if (PyDateTimeAPI == nullptr) {
         PyDateTime_IMPORT;
@@ -63,11 +64,11 @@ struct FromPython {
         const auto part = [&](const char* name) { return value.attr(name).cast<int>(); };
         const int day = part("year") * 10000 + part("month") * 100 + part("day");
         text = std::to_string(day);
-        text.insert(0, 8 - text.size(), '0');
+        text.insert(0, 8 - text.size(), '0');  // of a year before 1000
     }
 
     void operator()(double& number) const {
-        const double read = PyFloat_AsDouble(value.ptr());
+        const double read = PyFloat_AsDouble(value.ptr());  // whole numbers, too, and numpy's
         if (PyErr_Occurred() != nullptr) {
             refuse(field, "float", value);
         }
@@ -83,13 +84,14 @@ struct FromPython {
             if (!component) {
                 refuse(field, "EtfComponent", item);
             }
-            read[component->code] = component;
+            read[component->code] = component;  // as days are read; what a dict has called it is stored nowhere
         }
         components = std::move(read);
     }
 
     template <class Whole>
     void operator()(Whole& number) const {
+        // Whole numbers of any library, but nothing that would have to be cut to become one.
         const auto index = py::reinterpret_steal<py::object>(PyNumber_Index(value.ptr()));
         const long long read = index ? PyLong_AsLongLong(index.ptr()) : 0;
         if (PyObject* const error = PyErr_Occurred()) {
@@ -121,6 +123,7 @@ bool readText(PyObject* object, std::string& text) {
     if (!PyUnicode_Check(object)) {
         return false;
     }
+    // Nearly always: the object keeps what this makes, so that a key that is asked for again costs a copy.
     Py_ssize_t size = 0;
     if (const char* const bytes = PyUnicode_AsUTF8AndSize(object, &size)) {
         text.assign(bytes, static_cast<std::size_t>(size));

@@ -143,6 +143,20 @@ def test_lookups_go_as_in_a_dict(center):
     assert [r.key for r in everything] == sorted(r.key for r in everything)
 
 
+def test_keys_may_change_while_they_are_looked_up(in_process):
+    assert in_process("""if True:
+        import inscenter
+        center = inscenter.ServerCenter()
+        center.init_instruments(["SH"], [inscenter.Instrument(market="SH", code="600000")])
+        class Key(tuple):
+            def __len__(self):
+                keys.clear()
+                return 2
+        keys = [Key(("SH", "600000"))] + ["SH600000"] * 1000
+        print(sum(record is not None for record in center.resolve(keys)))
+        """) == "1001\n"
+
+
 def test_trader_types_add_up(center):
     stocks, options = TraderType.STOCK, TraderType.OPTION
     both = center.get_instruments(stocks | options)

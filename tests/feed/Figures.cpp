@@ -25,8 +25,7 @@ double msSince(Clock::time_point began) {
 Snapshot makeDay(std::size_t size) {
     Snapshot day;
     const marketday::MarketDay made(size, 1, "20260302");
-    for (std::size_t i = 0; i < kSnapshotCatalogues; ++i) {
-        const auto catalogue = static_cast<SnapshotCatalogue>(i);
+    for (const SnapshotCatalogue catalogue : kEveryCatalogue) {
         made.visit(catalogueName(catalogue), [&](const boost::shared_ptr<IData>& one) { day.add(catalogue, one); });
     }
     return day;

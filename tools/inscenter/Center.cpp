@@ -22,6 +22,7 @@ using boost::shared_ptr;
 using mxservice::IInstrumentCenter;
 
 constexpr const char* kStrand = "inscenter";
+// Lists leave the caches alone, so what they hold are keys that somebody has typed.
 constexpr int kInstrumentCache = 4096;
 constexpr int kBondCache = 1024;
 constexpr int kOtcCache = 1024;

@@ -108,8 +108,7 @@ std::size_t Changes::count(SnapshotCatalogue catalogue, ChangeKind kind) const {
 Changes changesBetween(const Snapshot& before, const Snapshot& after, const std::vector<std::string>& ignored) {
     Changes found;
     FieldComparison comparison(ignored);
-    for (std::size_t i = 0; i < kCatalogues; ++i) {
-        const auto catalogue = static_cast<SnapshotCatalogue>(i);
+    for (const SnapshotCatalogue catalogue : kEveryCatalogue) {
         const auto oldRecords = before.records(catalogue);
         const auto newRecords = after.records(catalogue);
         const RecordsByKey was = byKey(oldRecords);
@@ -121,7 +120,7 @@ Changes changesBetween(const Snapshot& before, const Snapshot& after, const std:
                 found.changes.push_back({ChangeKind::Listed, catalogue, key, nameOf(*record), {}});
                 continue;
             }
-            ++found.common[i];
+            ++found.common[static_cast<std::size_t>(catalogue)];
             std::vector<FieldChange> fields = comparison.differences(*former->second, *record);
             if (!fields.empty()) {
                 found.changes.push_back({ChangeKind::Changed, catalogue, key, nameOf(*record), std::move(fields)});

@@ -14,10 +14,12 @@
 #include <vector>
 
 #include "tools/inscenter/Console.h"
+#include "tools/inscenter/ExitCodes.h"
 #include "tools/inscenter/FeedCommand.h"
 #include "tools/inscenter/HelpTexts.h"
 #include "tools/inscenter/NearNames.h"
 #include "tools/inscenter/RecordSelection.h"
+#include "tools/inscenter/StoreCommand.h"
 #include "tools/inscenter/Terminal.h"
 #include "tools/inscenter/Utf8.h"
 #include "tools/inscenter/VerbList.h"
@@ -26,7 +28,6 @@
 namespace inscenter {
 namespace {
 
-constexpr int kBadUsage = 2;
 constexpr std::size_t kUsualColumns = 80;  // of help that goes to no terminal
 constexpr std::size_t kNameColumns = 24;   // of options and commands, before what is said of them
 
@@ -54,6 +55,7 @@ std::string explain(const CLI::App& app, const CLI::Error& error) {
     } else if (text == CLI::RequiredError::Subcommand(1).what()) {
         text = "a command is required";
     } else if (text.find(": At Most 1 required") != std::string::npos) {
+        // The library's count leaves people to guess what they have done.
         text = text.substr(0, text.find(':')) + " may stand only once";
     }
     return withoutSecrets("inscenter: " + text + "\n");
@@ -79,10 +81,10 @@ public:
         app_.formatter(formatter);
         app_.allow_windows_style_options(false);  // the library's default there, to which a path like /day is an option
         app_.fallthrough();  // global options may stand behind the command; inherited by commands added from here on
-        app_.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::Throw);
         app_.failure_message([place](const CLI::App* app, const CLI::Error& error) {
             return explain(*app, error) + (place == Place::Shell ? "" : kSeeHelp);
         });
+        // At a prompt the day is loaded: what would load another one, or none, is not offered there.
         if (place == Place::CommandLine) {
             app_.footer(kFooter);
             app_.set_version_flag("--version", std::string("inscenter ") + mxservice::version(),
@@ -98,7 +100,10 @@ public:
         }
         if (place == Place::CommandLine) {
             addShell();
-            addStore();
+            addStoreCommands(app_, command_.storeQuery, command_.store, [this](StoreVerb verb) {
+                command_.task = Task::Store;
+                command_.storeVerb = verb;
+            });
             addTour();
             addDiff();
             addGenerate();
@@ -119,14 +124,14 @@ public:
     int stop(const CLI::ParseError& reason, std::ostream& out, std::ostream& err) {
         if (reason.get_exit_code() == 0 && app_.get_subcommands().empty() && !app_.remaining().empty()) {
             err << explain(app_, reason);  // help on a command that there is not
-            return kBadUsage;
+            return exitcode::kUnreadable;
         }
         // Collected first, because the library breaks no lines.
         std::ostringstream help;
         const int code = app_.exit(reason, help, err);
         out << wrapped(help.str(), columns_);
         // The library has a number for each kind of mistake; scripts are promised one for all.
-        return code == 0 ? 0 : kBadUsage;
+        return code == 0 ? exitcode::kAnswered : exitcode::kUnreadable;
     }
 
 private:
@@ -181,65 +186,78 @@ private:
         sub->callback([this, &verb] {
             command_.verb = verb.verb;
             command_.asksRecords = asksRecords(verb.arguments);
-            const ExportQuery& to = command_.query.exported;
-            if (verb.arguments == Arguments::Export && to.sqlite.empty() && to.csv.empty() && to.ndjson.empty()) {
-                throw CLI::RequiredError("--sqlite, --csv or --ndjson");
-            }
+            require(verb.arguments);
             if (verb.listed != nullptr) {
                 select(verb.listed());
             }
         });
-        switch (verb.arguments) {
+        addArguments(*sub, verb.arguments);
+    }
+
+    /// What one of several options will do for, which is known when the last word was taken.
+    void require(Arguments arguments) const {
+        const Query& query = command_.query;
+        const ExportQuery& to = query.exported;
+        if (arguments == Arguments::Export && to.sqlite.empty() && to.csv.empty() && to.ndjson.empty()) {
+            throw CLI::RequiredError("--sqlite, --csv or --ndjson");
+        }
+        if (arguments == Arguments::Selection && query.markets.empty() && !query.traderType) {
+            throw CLI::RequiredError("--market or --trader-type");
+        }
+    }
+
+    void addArguments(CLI::App& app, Arguments arguments) {
+        switch (arguments) {
             case Arguments::None:
                 break;
             case Arguments::Keys:
-                sub->add_option("KEY", command_.query.keys, "Keys to ask for")->required();
+                app.add_option("KEY", command_.query.keys, "Keys to ask for")->required();
                 break;
             case Arguments::Codes:
-                sub->add_option("CODE", command_.query.keys, "Codes, with or without their market")->required();
+                app.add_option("CODE", command_.query.keys, "Codes, with or without their market")->required();
                 break;
             case Arguments::Text:
-                sub->add_option("TEXT", command_.query.text, "Case, full-width letters and blanks make no difference")
+                app.add_option("TEXT", command_.query.text, "Case, full-width letters and blanks make no difference")
                     ->required();
-                addLimit(*sub, command_.query.limit);
+                addLimit(app, command_.query.limit);
                 break;
             case Arguments::Page:
-                sub->add_option("--html", command_.query.page, "File to write")->type_name("FILE")->required();
+                app.add_option("--html", command_.query.page, "File to write")->type_name("FILE")->required();
                 if (place_ == Place::CommandLine) {
                     // The other day is read before this one is loaded; at a prompt that is past.
-                    sub->add_option("--against", command_.query.against,
-                                    "Snapshot or store of another day, to show what changed since")
+                    app.add_option("--against", command_.query.against,
+                                   "Snapshot or store of another day, to show what changed since")
                         ->type_name("OLD");
                 }
                 break;
             case Arguments::Selection:
-                addSelection(*sub, verb);
+                addSelection(app);
                 break;
             case Arguments::Exchange: {
-                auto* const market = addMarkets(*sub, "Futures exchanges; all six by default");
+                auto* const market = addMarkets(app, "Futures exchanges; all six by default");
                 auto* const byProduct =
-                    sub->add_flag("--by-product", command_.query.byProduct, "By product instead of by exchange")
+                    app.add_flag("--by-product", command_.query.byProduct, "By product instead of by exchange")
                         ->excludes(market);
                 // The answer by product is a row a product, of which no record can be selected.
                 for (const char* const option : kListing) {
-                    byProduct->excludes(sub->get_option(option));
+                    byProduct->excludes(app.get_option(option));
                 }
                 break;
             }
             case Arguments::Statements:
-                sub->add_option("STATEMENTS", command_.query.text, "Separated by semicolons; - for standard input")
+                app.add_option("STATEMENTS", command_.query.text, "Separated by semicolons; - for standard input")
                     ->required();
-                addOld(*sub);
+                addOld(app);
                 break;
             case Arguments::Export:
-                addExport(*sub, command_.query.exported);
+                addExport(app, command_.query.exported);
                 break;
             case Arguments::Rules:
-                addRules(*sub, command_.query.check);
-                addLimit(*sub, command_.query.limit);
+                addRules(app, command_.query.check);
+                addLimit(app, command_.query.limit);
                 break;
             case Arguments::Group:
-                sub->add_option("--group", command_.query.group, "Plans of this group only; -1 for all")
+                app.add_option("--group", command_.query.group, "Plans of this group only; -1 for all")
                     ->type_name("NUMBER");
                 break;
         }
@@ -253,10 +271,7 @@ private:
     }
 
     CLI::Option* addMarkets(CLI::App& app, const char* about) {
-        return app.add_option("--market", command_.query.markets, about)
-            ->type_name("MARKET")
-            ->delimiter(',')
-            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        return addList(app, "--market", command_.query.markets, about)->type_name("MARKET");
     }
 
     void select(const mxservice::RecordType& type) {
@@ -267,64 +282,13 @@ private:
         }
     }
 
-    void addSelection(CLI::App& app, const VerbLine& verb) {
+    void addSelection(CLI::App& app) {
         auto* const markets = addMarkets(app, "Market names");
         app.add_option("--trader-type", command_.query.traderType,
                        "1 stocks, 2 futures, 16 gold, 32 stock options, 128 Hong Kong, 256 NEEQ, 1024 futures options, "
                        "4096 bonds, 1048576 funds, 4 everything")
             ->type_name("NUMBER")
             ->excludes(markets);
-        // In the place of the callback that every verb has. Here and not as a requirement of the options: either of
-        // them will do, which is known when the last word was taken.
-        app.callback([this, &verb] {
-            command_.verb = verb.verb;
-            select(verb.listed());
-            if (command_.query.markets.empty() && !command_.query.traderType) {
-                throw CLI::RequiredError("--market or --trader-type");
-            }
-        });
-    }
-
-    void addStore() {
-        CLI::App* const store = app_.add_subcommand("store", "Look into a store on disk")->group(verbgroup::kStore);
-        store->require_subcommand(1);
-        store->footer(kStoreFooter);
-        for (const StoreVerbLine& verb : kStoreVerbs) {
-            addStoreVerb(*store, verb);
-        }
-    }
-
-    void addStoreVerb(CLI::App& store, const StoreVerbLine& verb) {
-        StoreQuery& query = command_.storeQuery;
-        CLI::App* const sub = store.add_subcommand(verb.name, verb.about)->group("Commands");
-        sub->footer(exampleLines("inscenter store ", verb.examples) + "\n\n" + kStoreFooter);
-        sub->callback([this, run = verb.verb] {
-            command_.task = Task::Store;
-            command_.storeVerb = run;
-        });
-        if (verb.verb == explainKeys) {
-            sub->add_option("WORDS", query.words,
-                            "Directory that holds the databases, unless --store names it; numbers")
-                ->required();
-            sub->callback([this] {
-                command_.task = Task::Store;
-                command_.storeVerb = explainKeys;
-                command_.storeQuery.root = std::exchange(command_.store, {});
-                if (command_.storeQuery.words.size() < (command_.storeQuery.root.empty() ? 2U : 1U)) {
-                    throw CLI::RequiredError("NUMBER");
-                }
-            });
-            return;
-        }
-        sub->add_option("DIR", query.root, "Directory that holds the databases")->required();
-        sub->add_option("DB", query.database, "Name of a database; all by default");
-        if (verb.verb == dumpStore) {
-            sub->add_flag("--keys-only", query.keysOnly, "Leave the documents out");
-            sub->add_option("--prefix", query.prefix,
-                            "Only documents whose key, or sub-documents whose field, begins so")
-                ->type_name("BEGINNING");
-            addLimit(*sub, query.limit);
-        }
     }
 
     CLI::App& addTask(const char* name, const char* about, const char* group, Task task, const std::string& footer) {
@@ -452,7 +416,7 @@ std::optional<Command> parseCommand(int argc, const char* const* argv, std::ostr
     const std::string problem = contradiction(command);
     if (!problem.empty()) {
         err << "inscenter: " << problem << '\n' << kSeeHelp;
-        exitCode = kBadUsage;
+        exitCode = exitcode::kUnreadable;
         return std::nullopt;
     }
     const bool oneCenter = command.task == Task::Ask || command.task == Task::Shell;

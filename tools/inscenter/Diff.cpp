@@ -43,6 +43,7 @@ std::vector<std::string> noisyFields(const Changes& changes) {
     return noisy;
 }
 
+/// With the day that the records name: directories are often called after something else.
 std::string titleOf(const Side& side) {
     const std::string day = tradingDayOf(side.records);
     return day.empty() ? side.name : fmt::format("{} ({})", side.name, shownDay(day));
@@ -57,7 +58,7 @@ std::vector<std::string> ignoredFields(const std::string& text) {
     }
     std::sort(known.begin(), known.end());
     known.erase(std::unique(known.begin(), known.end()), known.end());
-    std::vector<std::string> fields = splitAtCommas(text);
+    std::vector<std::string> fields = partsOf(text);
     for (const std::string& field : fields) {
         if (!std::binary_search(known.begin(), known.end(), field)) {
             throw UnreadableInput(
@@ -118,11 +119,10 @@ Table changeTable(const Changes& changes) {
 
 Table changeCountTable(const Changes& changes) {
     Table table{{"catalogue", "listed", "delisted", "changed", "unchanged"}, {}};
-    for (std::size_t i = 0; i < kCatalogues; ++i) {
-        const auto catalogue = static_cast<SnapshotCatalogue>(i);
+    for (const SnapshotCatalogue catalogue : kEveryCatalogue) {
         const auto count = [&](ChangeKind kind) { return static_cast<std::int64_t>(changes.count(catalogue, kind)); };
         const std::int64_t changed = count(ChangeKind::Changed);
-        const auto common = static_cast<std::int64_t>(changes.common[i]);
+        const auto common = static_cast<std::int64_t>(changes.common[static_cast<std::size_t>(catalogue)]);
         std::vector<Cell> row{std::string(catalogueName(catalogue)), count(ChangeKind::Listed),
                               count(ChangeKind::Delisted), changed, common - changed};
         if (common + count(ChangeKind::Listed) + count(ChangeKind::Delisted) > 0) {

@@ -8,6 +8,7 @@
 
 #include "tools/inscenter/HelpTexts.h"
 #include "tools/inscenter/Utf8.h"
+#include "tools/inscenter/VerbOptions.h"
 
 namespace inscenter {
 namespace {
@@ -36,12 +37,11 @@ constexpr std::array kFeedVerbs{
                  "serve /srv/feed --tls-cert /etc/feed.pem --tls-key /etc/feed.key --ca /etc/ca.pem",
                  writeServerConfiguration}};
 
+// One query for all verbs: only one of them runs, and what two of them take is the same option to both.
+
 void addServers(CLI::App& app, FeedQuery& query) {
-    app.add_option("--server", query.servers,
-                   "URLs of servers, one or several of a cluster; on this machine by default")
-        ->type_name("URL")
-        ->delimiter(',')
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addList(app, "--server", query.servers, "URLs of servers, one or several of a cluster; on this machine by default")
+        ->type_name("URL");
     addFeedAccess(app, query);
 }
 
@@ -68,11 +68,9 @@ std::string wrongPeer(const std::string& peer) {
 void addServing(CLI::App& app, FeedQuery& query) {
     app.add_option("DIR", query.directory, "Directory for configuration and store, also on every peer")->required();
     app.add_option("--port", query.port, "For clients; 4222 by default")->type_name("N")->check(CLI::Range(1, 65535));
-    app.add_option("--peers", query.peers, "Servers of a cluster, each by its name and the port of its routes")
+    addList(app, "--peers", query.peers, "Servers of a cluster, each by its name and the port of its routes")
         ->type_name("HOST:PORT")
-        ->check(wrongPeer)
-        ->delimiter(',')
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        ->check(wrongPeer);
     auto* const certificate =
         app.add_option("--tls-cert", query.certificate, "PEM file on each server, its certificate");
     auto* const key = app.add_option("--tls-key", query.key, "PEM file, its key");
@@ -84,6 +82,10 @@ void addServing(CLI::App& app, FeedQuery& query) {
 }
 
 }  // namespace
+
+bool isFeed(const std::string& name) {
+    return name.starts_with("nats://") || name.starts_with("tls://");
+}
 
 void addFeedAccess(CLI::App& app, FeedQuery& query) {
     app.add_option("--user", query.user, "Of the feed's server, where the URL names none")->type_name("NAME");
@@ -104,6 +106,7 @@ void addFeedCommands(CLI::App& app, const char* group, FeedQuery& query, const s
         sub->footer(exampleLines("inscenter feed ", verb.examples));
         sub->callback([chosen, run = verb.verb] { chosen(run); });
         sub->add_option("--name", query.feed, "Name of the feed; ins by default")->type_name("NAME")->check(wrongName);
+        // The one verb that asks no server; the name above is in the permissions that it writes.
         if (verb.verb == writeServerConfiguration) {
             addServing(*sub, query);
             continue;
@@ -119,7 +122,7 @@ void addFeedCommands(CLI::App& app, const char* group, FeedQuery& query, const s
                 ->type_name("YYYYMMDD");
             sub->add_option("--replicas", query.replicas, "Of the stream, where it has to be made; 1 by default")
                 ->type_name("N")
-                ->check(CLI::Range(1, 5));
+                ->check(CLI::Range(1, 5));  // servers keep no more
         } else if (verb.verb == publishChanges) {
             sub->add_option("DIR", query.source, "Directory with the instruments to put; - for standard input");
             sub->add_option("--remove", query.removed, "Keys to remove")

@@ -1,16 +1,19 @@
 // Configurations of nats-server for feeds: store, cluster, TLS, and users of whom one may publish.
 
 #include <fmt/format.h>
+#include <fmt/ostream.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <iomanip>
 #include <random>
 #include <set>
 #include <string_view>
 #include <system_error>
 
+#include "tools/inscenter/ExitCodes.h"
 #include "tools/inscenter/FeedVerbs.h"
 #include "tools/inscenter/Snapshot.h"
 #include "tools/inscenter/System.h"
@@ -22,6 +25,7 @@ namespace {
 constexpr std::size_t kMostReplicas = 5;   // of a stream, as servers allow them
 constexpr const char* kNameless = "HOST";  // of a server that is alone, whose name nobody has said
 
+/// Of hexadecimal digits, so that it stands in a URL as it is.
 std::string password() {
     std::random_device random;
     return fmt::format("{:08x}{:08x}{:08x}", random(), random(), random());
@@ -51,12 +55,7 @@ std::string portOf(const std::string& peer) {
 
 /// A text of the configuration's language; paths may hold anything.
 std::string quoted(const std::string& text) {
-    std::string quoted = "\"";
-    for (const char character : text) {
-        quoted += character == '"' || character == '\\' ? "\\" : "";
-        quoted += character;
-    }
-    return quoted + '"';
+    return fmt::format("{}", fmt::streamed(std::quoted(text)));
 }
 
 /// A word of a shell's command line.
@@ -106,7 +105,8 @@ std::string tlsOf(const FeedQuery& query, const std::string& authority) {
 }
 
 /// Whoever joins as a route is no client and has no permissions, so that it needs a password of its own, and with TLS a
-/// certificate: servers look at those of routes in both directions.
+/// certificate: servers look at those of routes in both directions. A server listens on every address, by the port
+/// alone: its name is what others reach it by, which need not be an address of this machine.
 std::string clusterOf(const FeedQuery& query, const std::string& own, const std::string& secret) {
     std::string routes;
     for (const std::string& peer : query.peers) {
@@ -221,7 +221,7 @@ int writeServerConfiguration(const FeedQuery& query, Output& output, Console& /*
         table.rows.push_back({part.who, textOf(part.file), part.command});
     }
     output.blocks(table);
-    return 0;
+    return exitcode::kAnswered;
 }
 
 }  // namespace inscenter

@@ -12,6 +12,7 @@
 
 #include "base/instrumentcenter/CServerInstrumentCenter.h"
 #include "feed/Feed.h"
+#include "tools/inscenter/ExitCodes.h"
 #include "tools/inscenter/Interruption.h"
 #include "tools/inscenter/Snapshot.h"
 #include "tools/inscenter/Utf8.h"
@@ -21,12 +22,8 @@ namespace {
 
 namespace feed = mxservice::feed;
 
-constexpr int kDone = 0;
-constexpr int kUnreadable = 2;
-constexpr int kSkipped = 3;
-constexpr int kUnpublished = 4;
-constexpr std::chrono::seconds kPatience{10};
-constexpr std::chrono::milliseconds kBetweenLooks{50};
+constexpr std::chrono::seconds kPatience{10};           // with a server that starts, or a cluster that elects
+constexpr std::chrono::milliseconds kBetweenLooks{50};  // at Ctrl-C, which wakes nobody
 
 FeedQuery& accessOfReading() {
     static FeedQuery kept;
@@ -87,20 +84,16 @@ ReadReport readWhole(const FeedQuery& query, Snapshot& snapshot, Console& consol
 int finish(const feed::Outcome& outcome, std::uint64_t skipped, Output& output, Console& console) {
     if (!outcome) {
         console.message("not published: " + outcome.reason);
-        return kUnpublished;
+        return exitcode::kUnwritten;
     }
     output.table(tableOf(outcome.revision), "");
-    return skipped > 0 ? kSkipped : kDone;
+    return skipped > 0 ? exitcode::kSkipped : exitcode::kAnswered;
 }
 
 /// One event as a line, at once: for people words, for programs the same columns each time. Safe from any thread.
 class EventLines {
 public:
-    explicit EventLines(Output& output) : output_(output) {
-        if (output_.format() == Format::Csv) {
-            output_.csvLine({kColumns, kColumns + std::size(kColumns)});
-        }
-    }
+    explicit EventLines(Output& output) : output_(output) { output_.head(columns_); }
 
     void add(const std::string& event, const feed::Revision& revision, const std::string& key,
              const std::string& text) {
@@ -133,26 +126,21 @@ private:
         write({feed::stateName(state), revision.tradingDay, std::to_string(revision.number), "", reason});
     }
 
-    void write(const std::vector<std::string>& cells) {
-        if (output_.format() == Format::Csv) {
-            output_.csvLine(cells);
-            output_.flush();
-            return;
-        }
-        std::string line;
-        for (std::size_t i = 0; i < cells.size(); ++i) {
-            if (output_.format() == Format::Json) {
-                line += fmt::format("{}\"{}\":", i == 0 ? "{" : ",", kColumns[i]);
-                appendJsonCell(line, cells[i]);
-            } else if (!cells[i].empty()) {
-                line += (line.empty() ? "" : "  ") + cells[i];
+    void write(const std::vector<Cell>& cells) {
+        if (output_.format() != Format::Table) {
+            output_.row(columns_, cells);
+        } else {
+            std::string line;
+            for (const Cell& cell : cells) {
+                const std::string word = cellText(cell, "");
+                line += (line.empty() || word.empty() ? "" : "  ") + word;
             }
+            output_.line(line);
         }
-        output_.line(output_.format() == Format::Json ? line + '}' : line);
-        output_.flush();
+        output_.flush();  // the next event may be hours away
     }
 
-    static constexpr const char* kColumns[] = {"event", "tradingDay", "revision", "key", "text"};
+    const std::vector<std::string> columns_{"event", "tradingDay", "revision", "key", "text"};
     Output& output_;
     std::mutex mutex_;
     std::string told_;  ///< the last state; of Connecting, why
@@ -182,6 +170,7 @@ int publishDay(const FeedQuery& query, Output& output, Console& console) {
     Snapshot snapshot;
     const ReadReport read = readWhole(query, snapshot, console);
     const std::string day = query.day.empty() ? tradingDayOf(snapshot) : query.day;
+    // Never guessed: under too late a day it could not be taken back, because the log refuses earlier ones.
     if (day.empty()) {
         throw UnreadableInput("the records name no trading day, or several; --day names the one to publish");
     }
@@ -196,8 +185,7 @@ int publishChanges(const FeedQuery& query, Output& output, Console& console) {
         Snapshot snapshot;
         read = readWhole(query, snapshot, console);
         std::string others;
-        for (std::size_t i = 0; i < kCatalogues; ++i) {
-            const auto catalogue = static_cast<SnapshotCatalogue>(i);
+        for (const SnapshotCatalogue catalogue : kEveryCatalogue) {
             const std::size_t count = snapshot.records(catalogue).size();
             if (catalogue != SnapshotCatalogue::Instruments && count > 0) {
                 others += fmt::format("{}{} {}", others.empty() ? "" : ", ", count, catalogueName(catalogue));
@@ -230,7 +218,7 @@ int watchFeed(const FeedQuery& query, Output& output, Console& /*console*/) {
     const auto states = subscriber.onState(
         [&](feed::State state, const std::string& reason) { lines.addState(state, subscriber.revision(), reason); });
     const auto days = subscriber.onChange([&](const feed::Revision& revision) {
-        if (query.count && revisions >= *query.count) {
+        if (query.count && revisions >= *query.count) {  // another one, before the thread below has looked
             return;
         }
         lines.add("revision", revision, "", revision.digest);
@@ -245,25 +233,20 @@ int watchFeed(const FeedQuery& query, Output& output, Console& /*console*/) {
         lines.lookAt(subscriber);
         std::this_thread::sleep_for(kBetweenLooks);
     }
-    return kDone;
+    return exitcode::kAnswered;
 }
 
-int showFeedStatus(const FeedQuery& query, Output& output, Console& console) {
+int showFeedStatus(const FeedQuery& query, Output& output, Console& /*console*/) {
     try {
         const feed::Reading reading = feed::read(optionsOf(query), kPatience);
         Table table = tableOf(reading.revision);
         table.columns.emplace_back("instruments");
         table.rows.front().emplace_back(static_cast<std::int64_t>(reading.day.instruments.size()));
         output.blocks(table);
-        return kDone;
+        return exitcode::kAnswered;
     } catch (const std::exception& failure) {
-        console.message(fmt::format("no day: {}", failure.what()));
-        return kUnreadable;
+        throw UnreadableInput(fmt::format("no day: {}", failure.what()));
     }
-}
-
-bool isFeed(const std::string& name) {
-    return name.rfind("nats://", 0) == 0 || name.rfind("tls://", 0) == 0;
 }
 
 void setFeedAccess(const FeedQuery& query) {
@@ -275,9 +258,7 @@ Snapshot readFeed(const std::string& url) {
     query.servers = {url};
     try {
         Snapshot day = feed::read(optionsOf(query), kPatience).day;
-        for (std::size_t i = 0; i < kCatalogues; ++i) {
-            day.recordsRead[i] = day.records(static_cast<SnapshotCatalogue>(i)).size();
-        }
+        day.recordsRead = countsOf(day);  // as reading files counts them, for verbs that tell what was read
         return day;
     } catch (const std::exception& failure) {
         throw UnreadableInput(fmt::format("{}: {}", snapshotName(url), failure.what()));

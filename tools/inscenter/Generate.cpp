@@ -4,23 +4,22 @@
 #include <filesystem>
 #include <fstream>
 #include <ostream>
-#include <stdexcept>
 #include <system_error>
 
 #include "platform/utils/Calendar.h"
+#include "tools/inscenter/Output.h"
 #include "tools/inscenter/RecordText.h"
+#include "tools/inscenter/Snapshot.h"
 #include "tools/inscenter/Utf8.h"
 #include "tools/marketday/MarketDay.h"
 
 namespace inscenter {
 namespace {
 
-constexpr int kWritten = 0;
-constexpr int kNotWritten = 2;
-
 /// Writes a catalogue as it comes, a record a line. Answers how many.
 std::size_t writeFile(const marketday::MarketDay& day, const std::string& catalogue,
                       const std::filesystem::path& path) {
+    errno = 0;
     std::ofstream file(path, std::ios::binary);
     std::size_t records = 0;
     std::string line;
@@ -32,37 +31,25 @@ std::size_t writeFile(const marketday::MarketDay& day, const std::string& catalo
     });
     // What the system has kept back may be refused only now.
     file.close();
-    if (!file) {
-        throw std::runtime_error(textOf(path) + ": cannot be written: " + std::generic_category().message(errno));
-    }
+    requireWritten(file, textOf(path));
     return records;
 }
 
-void writeSnapshot(const GenerateOptions& options, std::ostream& out) {
+}  // namespace
+
+void generate(const GenerateOptions& options, std::ostream& out) {
     const marketday::MarketDay day(options.size, options.seed, options.date.empty() ? utils::today() : options.date);
     const std::filesystem::path directory = pathOf(options.directory);
     std::error_code error;
     std::filesystem::create_directories(directory, error);
     if (error) {
-        throw std::runtime_error(options.directory + ": cannot be made: " + error.message());
+        throw UnreadableInput(options.directory + ": cannot be made: " + error.message());
     }
     // Each under its own name at once: a run that is broken off leaves whole files and the beginning of one.
     for (const std::string& catalogue : marketday::MarketDay::catalogues()) {
         const std::string file = catalogue + ".ndjson";
         out << file << ": " << writeFile(day, catalogue, directory / file) << " records\n";
     }
-}
-
-}  // namespace
-
-int runGenerate(const GenerateOptions& options, std::ostream& out, std::ostream& err) {
-    try {
-        writeSnapshot(options, out);
-    } catch (const std::exception& error) {
-        err << "inscenter: " << error.what() << "\n";
-        return kNotWritten;
-    }
-    return kWritten;
 }
 
 }  // namespace inscenter

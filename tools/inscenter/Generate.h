@@ -20,9 +20,8 @@ struct GenerateOptions {
 /// have the forms of the real exchanges, companies and funds are made up. From about 450 records on, every market and
 /// every kind of record is there; what exceeds an ordinary day's number goes to options, bonds and US stocks.
 ///
-/// Answers the exit code: 0 written, 2 not written, because of a bad date, a size without enough codes, or a file that
-/// cannot be written; `err` then says why, and files begun so far stay. `out` gets one line a file. Memory does not
-/// grow with the size.
-int runGenerate(const GenerateOptions& options, std::ostream& out, std::ostream& err);
+/// `out` gets one line a file. Throws what says why it is not written: a bad date, a size without enough codes, or a
+/// file that cannot be written; files begun so far stay. Memory does not grow with the size.
+void generate(const GenerateOptions& options, std::ostream& out);
 
 }  // namespace inscenter

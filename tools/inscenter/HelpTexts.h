@@ -1,8 +1,9 @@
 #pragma once
 
-#include <algorithm>
 #include <string>
 #include <string_view>
+
+#include "tools/inscenter/RecordText.h"
 
 namespace inscenter {
 
@@ -40,12 +41,8 @@ constexpr const char* kStoreFooter =
 /// The examples of a help text: each of the lines behind `begin`.
 inline std::string exampleLines(std::string_view begin, std::string_view lines) {
     std::string text = "Examples:";
-    while (!lines.empty()) {
-        const std::size_t end = std::min(lines.find('\n'), lines.size());
-        text += "\n  ";
-        text += begin;
-        text += lines.substr(0, end);
-        lines.remove_prefix(std::min(end + 1, lines.size()));
+    for (const std::string& line : partsOf(lines, "\n")) {
+        text.append("\n  ").append(begin).append(line);
     }
     return text;
 }

@@ -24,9 +24,6 @@ int watchFeed(const FeedQuery& /*query*/, Output& /*output*/, Console& /*console
 int showFeedStatus(const FeedQuery& /*query*/, Output& /*output*/, Console& /*console*/) {
     refuse();
 }
-bool isFeed(const std::string& name) {
-    return name.rfind("nats://", 0) == 0 || name.rfind("tls://", 0) == 0;
-}
 void setFeedAccess(const FeedQuery& /*query*/) {}
 Snapshot readFeed(const std::string& /*url*/) {
     refuse();

@@ -27,10 +27,11 @@ using mxservice::IData;
 using mxservice::RecordType;
 
 constexpr std::size_t kFlushBytes = std::size_t{1} << 16U;
-constexpr std::size_t kListFields = 9;
+constexpr std::size_t kListFields = 9;  // of the usual ones; --fields names others
 constexpr std::size_t kLeastText = 12;  // in lists of records, of which any field can be asked for by its name
 
-/// What a list of instruments shows, where any record of the list has it; other classes show their first fields.
+/// What a list of instruments shows, where any record of the list has it; other classes show their first fields. First
+/// come those that lead to a record, since no more than kListFields are shown.
 constexpr std::array kInstrumentColumns{
     kFiledField,  "market",         "code",           "name",        "productId",        "listingDate",
     "expireDate", "optionType",     "underlyingCode", "strikePrice", "mainContractFlag", "combinedConnectFlags",
@@ -74,12 +75,14 @@ Cell listedCell(const Field& field, const IData& record) {
         return {};
     }
     Cell cell = cellOf(field, record);
+    // Names may be as long as a file likes; one such line must not push the columns of all others off the screen.
     const bool cut = std::holds_alternative<std::string>(cell) && !isIdentifier(field.name());
     return cut ? Cell(cutText(shownCell(cell), Output::kMaxColumns)) : cell;
 }
 
 }  // namespace
 
+// By name, for tables that are made of no record have the same columns; "sql" makes an index for each of these.
 bool isIdentifier(std::string_view column) {
     constexpr std::array<std::string_view, 25> kIdentifiers{
         kFiledField,      "market",       "code",    "key",      "keyText",
@@ -110,6 +113,7 @@ std::string cellText(const Cell& cell, std::string_view separator) {
     if (const auto* const list = std::get_if<std::vector<std::string>>(&cell)) {
         return fmt::format("{}", fmt::join(*list, separator));
     }
+    // Numbers and baskets look as they do in JSON, so that a column can be compared with a member.
     std::string text;
     if (!std::holds_alternative<std::monostate>(cell)) {
         appendJsonCell(text, cell);
@@ -159,6 +163,7 @@ std::vector<const Field*> Output::usualFields(const std::vector<RecordPtr>& reco
 
 Output::Output(std::ostream& out, Format format, const Screen& screen) : out_(out), format_(format), screen_(screen) {}
 
+// Also while an exception passes: the rows before a fault are an answer, and the message about it comes after them.
 Output::~Output() {
     // Where that fails the stream remembers it, and whoever owns the stream asks it: a destructor cannot tell.
     flush();
@@ -279,6 +284,7 @@ void Output::head(const std::vector<std::string>& columns) {
 void Output::row(const std::vector<std::string>& columns, const std::vector<Cell>& cells) {
     if (format_ == Format::Csv) {
         std::vector<std::string> texts;
+        // Blanks between the texts of a list: commas would have to be quoted.
         std::transform(cells.begin(), cells.end(), std::back_inserter(texts),
                        [](const Cell& cell) { return cellText(cell, " "); });
         csvLine(texts);
@@ -304,6 +310,7 @@ void Output::textTable(const Rows& rows) {
 }
 
 void Output::details(const RecordType& type, const std::vector<RecordPtr>& records) {
+    // A header names the columns once for all lines, so every field has its own, whatever the records hold.
     if (format_ == Format::Csv) {
         recordRows(records, allFields(type));
         return;

@@ -91,7 +91,7 @@ public:
     /// A line of CSV, for answers too long to be one table.
     void csvLine(const std::vector<std::string>& cells);
 
-    /// Writes what is held back, for answers that are read while they come.
+    /// Writes what is there so far, for answers that go on until somebody has seen enough.
     void flush();
 
     /// The fields that a table of these records shows: those that any of them has, no more than fit a screen.

@@ -1,11 +1,13 @@
 #include "tools/inscenter/RecordSelection.h"
 
 #include <fmt/format.h>
+#include <fmt/ostream.h>
 
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <iomanip>
 #include <string_view>
 #include <utility>
 
@@ -41,15 +43,6 @@ double numberOf(const Field& field, std::string_view text) {
     return number;
 }
 
-/// The text as a statement has it.
-std::string quotedText(std::string_view text) {
-    std::string quoted = "'";
-    for (const char letter : text) {
-        quoted.append(letter == '\'' ? 2 : 1, letter);
-    }
-    return quoted + '\'';
-}
-
 }  // namespace
 
 void RecordSelection::add(const std::string& text) {
@@ -79,7 +72,8 @@ void RecordSelection::add(const std::string& text) {
     // Texts by their bytes, which for dates is the order of the days. An unknown date is neither before nor after
     // another.
     const bool ordering = *sign != "=" && *sign != "!=";
-    where_ += fmt::format("{} {} {}{}", name, *sign, quotedText(value), ordering ? " and " + name + " <> ''" : "");
+    where_ += fmt::format("{} {} {}{}", name, *sign, fmt::streamed(std::quoted(value, '\'', '\'')),
+                          ordering ? " and " + name + " <> ''" : "");
 }
 
 RecordSelection::RecordSelection(const RecordType& type, const SelectionTexts& texts)
@@ -87,7 +81,7 @@ RecordSelection::RecordSelection(const RecordType& type, const SelectionTexts& t
     for (const std::string& text : texts.conditions) {
         add(text);
     }
-    for (const std::string& name : splitAtCommas(texts.fields)) {
+    for (const std::string& name : partsOf(texts.fields)) {
         fields_.push_back(&fieldOf(type, name));
     }
     if (!texts.sort.empty()) {
@@ -108,7 +102,7 @@ std::size_t RecordSelection::apply(std::vector<RecordPtr>& records) const {
     const auto unwanted = [&](const RecordPtr& record) {
         return std::any_of(parts_.begin(), parts_.end(), [&](const auto& part) { return lacks(record, part); });
     };
-    records.erase(std::remove_if(records.begin(), records.end(), unwanted), records.end());
+    std::erase_if(records, unwanted);
     if (!where_.empty() || !order_.empty()) {
         Sql::Tables tables;
         tables.emplace_back("records", *type_, records);

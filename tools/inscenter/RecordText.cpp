@@ -8,16 +8,16 @@ namespace inscenter {
 using mxservice::Field;
 using mxservice::IData;
 
-std::vector<std::string> splitAtCommas(std::string_view list) {
-    std::vector<std::string> texts;
-    while (!list.empty()) {
-        const std::size_t comma = std::min(list.find(','), list.size());
-        if (comma > 0) {
-            texts.emplace_back(list.substr(0, comma));
+std::vector<std::string> partsOf(std::string_view text, std::string_view separators) {
+    std::vector<std::string> parts;
+    while (!text.empty()) {
+        const std::size_t end = std::min(text.find_first_of(separators), text.size());
+        if (end > 0) {
+            parts.emplace_back(text.substr(0, end));
         }
-        list.remove_prefix(std::min(comma + 1, list.size()));
+        text.remove_prefix(std::min(end + 1, text.size()));
     }
-    return texts;
+    return parts;
 }
 
 std::vector<std::string> fieldNames(const mxservice::RecordType& type) {

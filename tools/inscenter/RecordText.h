@@ -29,8 +29,8 @@ void appendJsonArray(std::string& out, const Items& items, Append append) {
     out += separator == '[' ? "[]" : "]";
 }
 
-/// The texts between the commas, without empty ones.
-std::vector<std::string> splitAtCommas(std::string_view list);
+/// What stands between any of the separators, without empty parts.
+std::vector<std::string> partsOf(std::string_view text, std::string_view separators = ",");
 
 /// The names of a class's fields, in the order of its table.
 std::vector<std::string> fieldNames(const mxservice::RecordType& type);

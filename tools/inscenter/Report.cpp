@@ -54,6 +54,7 @@ bool given(const Field& field, const std::vector<RecordPtr>& records) {
 }
 
 /// The field of each of the records, which the column shares. A basket is the number of its components.
+// A default is null, which the page shows as an empty cell, and of which a whole column packs to nothing.
 ReportColumn fieldColumn(const Field& field, const std::shared_ptr<const std::vector<RecordPtr>>& records) {
     return {field.name(), meaningOf(records->front()->recordType(), field),
             [&field, records](std::string& json, std::size_t row) {
@@ -90,7 +91,7 @@ void addDetails(ReportTable& table, const std::shared_ptr<const std::vector<Reco
 template <class Map>
 ReportTable byKey(ReportTable table, const Map& kept) {
     if (kept.empty()) {
-        return table;
+        return table;  // the columns go by the records' class, which nothing names here
     }
     auto keys = std::make_shared<std::vector<std::string>>();
     auto records = std::make_shared<std::vector<RecordPtr>>();
@@ -130,7 +131,7 @@ ReportTable instrumentTable(Session& session, Spelling& spelling) {
     auto records = std::make_shared<std::vector<RecordPtr>>();
     for (const Filed& instrument : *filed) {
         records->push_back(instrument.record);
-        spelling.of(instrument.record->name);
+        spelling.of(instrument.record->name);  // notes the letters whose readings the page gets
     }
     if (records->empty()) {
         return table;
@@ -150,6 +151,7 @@ ReportTable instrumentTable(Session& session, Spelling& spelling) {
     }
     table.listed.push_back(textColumn(kFiledField, "the market under which the center files it; with the code its key",
                                       [filed](std::size_t row) { return (*filed)[row].market; }));
+    // Also where no record has them, for the page's search and chains ask for each by its name.
     for (const char* const name : kKnownFields) {
         table.known.push_back(fieldColumn(*type.find(name), records));
     }
@@ -265,10 +267,10 @@ std::string subtitleOf(const Session& session) {
 std::vector<std::string> sourcesOf(const Session& session) {
     const Day& day = session.day;
     std::vector<std::string> counts;
-    for (std::size_t i = 0; i < kCatalogues; ++i) {
-        if (day.read.records[i] > 0) {
-            counts.push_back(
-                fmt::format("{} {}", day.read.records[i], catalogueName(static_cast<SnapshotCatalogue>(i))));
+    for (const SnapshotCatalogue catalogue : kEveryCatalogue) {
+        const std::uint64_t count = day.read.records[static_cast<std::size_t>(catalogue)];
+        if (count > 0) {
+            counts.push_back(fmt::format("{} {}", count, catalogueName(catalogue)));
         }
     }
     std::vector<std::string> sources{
@@ -294,7 +296,7 @@ void writeReport(Session& session, const Query& query) {
     // Whole before the file is touched: until then a page of that name stays as it was.
     std::string html = kReportPage;
     boost::replace_first(html, "%DATA%", std::move(data).finish());
-    errno = 0;
+    errno = 0;  // see requireWritten
     std::ofstream file(pathOf(query.page), std::ios::binary);
     file << html;
     file.close();  // what the system has kept back may be refused only now

@@ -39,7 +39,7 @@ std::vector<Bytef> packed(const std::string& text) {
     constexpr int kLevel = 6;
     // The library counts up to 4 GiB on Windows, far more than the columns of a page take.
     const auto plain = static_cast<uLong>(text.size());
-    std::vector<Bytef> bytes(compressBound(plain));
+    std::vector<Bytef> bytes(compressBound(plain));  // so that room is never what fails below
     auto size = static_cast<uLongf>(bytes.size());
     if (compress2(bytes.data(), &size, reinterpret_cast<const Bytef*>(text.data()), plain, kLevel) != Z_OK) {
         throw std::runtime_error("the report cannot be packed");
@@ -88,6 +88,11 @@ std::string columnsOf(const std::vector<const ReportColumn*>& columns, std::size
     return json;
 }
 
+/// Begins a member behind others of an object.
+std::string& member(std::string& json, const char* name) {
+    return json.append(",\"").append(name).append("\":");
+}
+
 void appendTexts(std::string& json, const std::vector<std::string>& texts) {
     appendJsonArray(json, texts, [&](const std::string& text) { appendJsonString(json, text); });
 }
@@ -122,18 +127,14 @@ void ReportData::add(const ReportTable& table) {
     json += fmt::format(R"({{"id":"{}","overview":{},"link":"{}","length":{},"detailRows":{},"title":)", table.id,
                         table.overview, table.link, table.rows, kDetailRows);
     appendJsonString(json, table.title);
-    json += ",\"note\":";
-    appendJsonString(json, table.note);
-    json += ",\"listed\":";
-    appendAbout(json, table.listed);
-    json += ",\"known\":";
-    appendAbout(json, table.known);
-    json += ",\"details\":";
-    appendAbout(json, table.details);
+    appendJsonString(member(json, "note"), table.note);
+    appendAbout(member(json, "listed"), table.listed);
+    appendAbout(member(json, "known"), table.known);
+    appendAbout(member(json, "details"), table.details);
     // In this order, which the script takes for the columns' own.
     const std::string columns = columnsOf(pointersTo({&table.listed, &table.known}), 0, table.rows);
     if (table.rows < kPackedRows) {
-        json += ",\"columns\":" + columns;
+        member(json, "columns") += columns;
     } else {
         addBlock(table.id, columns);
     }
@@ -146,23 +147,18 @@ void ReportData::add(const ReportTable& table) {
 
 void ReportData::describe(std::string_view title, std::string_view subtitle, const std::vector<std::string>& sources,
                           const std::vector<std::string>& remarks, const std::map<std::string, std::string>& readings) {
-    about_ = "\"title\":";
-    appendJsonString(about_, title);
-    about_ += ",\"subtitle\":";
-    appendJsonString(about_, subtitle);
-    about_ += ",\"sources\":";
-    appendTexts(about_, sources);
-    about_ += ",\"remarks\":";
-    appendTexts(about_, remarks);
-    about_ += ",\"readings\":";
-    appendJsonArray(about_, readings, [&](const auto& reading) {
+    appendJsonString(member(about_, "title"), title);
+    appendJsonString(member(about_, "subtitle"), subtitle);
+    appendTexts(member(about_, "sources"), sources);
+    appendTexts(member(about_, "remarks"), remarks);
+    appendJsonArray(member(about_, "readings"), readings, [&](const auto& reading) {
         appendTexts(about_, {reading.first, reading.second});
     });
 }
 
 std::string ReportData::finish() && {
-    std::string json = fmt::format("{{{},\"tables\":[\n{}]}}", about_, tables_);
-    boost::replace_all(json, "<", "\\u003c");
+    std::string json = fmt::format("{{\"tables\":[\n{}]{}}}", tables_, about_);
+    boost::replace_all(json, "<", "\\u003c");  // or a name with "</script>" in it would end the element
     return fmt::format("<script id=\"data\" type=\"application/json\">{}</script>\n{}", json, blocks_);
 }
 

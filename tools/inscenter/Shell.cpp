@@ -13,6 +13,7 @@
 #include <string_view>
 #include <utility>
 
+#include "tools/inscenter/ExitCodes.h"
 #include "tools/inscenter/FiledInstruments.h"
 #include "tools/inscenter/Prompt.h"
 #include "tools/inscenter/RecordText.h"
@@ -27,7 +28,6 @@ namespace inscenter {
 namespace {
 
 constexpr std::size_t kMostKeys = 200;  // more than anybody reads to choose from
-constexpr int kBadLine = 2;
 constexpr std::string_view kSql = "sql";
 
 /// Whether the line begins a statement that goes on until its semicolon: behind "sql" stands neither an option nor the
@@ -69,7 +69,7 @@ public:
                     // Nothing can follow, so the semicolon is no longer needed to tell the end.
                     if (!statement_.empty() && takeStatement(";") && !statement_.empty()) {
                         console_.message("the last statement has no end");
-                        note(kBadLine);
+                        note(exitcode::kUnreadable);
                     }
                     return;
             }
@@ -89,11 +89,11 @@ private:
         auto taken = shellLine(line);
         if (!taken) {
             console_.message("a quotation is not closed");
-            note(kBadLine);
+            note(exitcode::kUnreadable);
             return true;
         }
         const std::vector<std::string>& words = taken->words;
-        if (words.empty() || words.front().starts_with('#')) {
+        if (words.empty() || words.front().starts_with('#')) {  // files of questions have comments
             return true;
         }
         if (words == std::vector<std::string>{"quit"} || words == std::vector<std::string>{"exit"}) {
@@ -108,6 +108,8 @@ private:
     bool takeStatement(const std::string& line) {
         statement_ += line + '\n';
         const std::size_t begin = statement_.find(kSql) + kSql.size();
+        // From the last semicolon backwards: one within a text or a comment ends nothing, and what stands between two
+        // that end something is of the same answer.
         for (std::size_t end = statement_.rfind(';'); end != std::string::npos && end >= begin;
              end = end == 0 ? std::string::npos : statement_.rfind(';', end - 1)) {
             std::string text = statement_.substr(begin, end + 1 - begin);
@@ -138,7 +140,7 @@ private:
         const auto format = words.size() == 2 ? formatNamed(words.back()) : std::nullopt;
         if (!format) {
             console_.message("format table, json, jsonl or csv");
-            return kBadLine;
+            return exitcode::kUnreadable;
         }
         settings_.format = *format;
         return 0;
@@ -156,13 +158,13 @@ private:
     int guarded(const Work& work) {
         try {
             return work();
-        } catch (const std::bad_alloc&) {
+        } catch (const std::bad_alloc&) {  // of one answer, whose memory is free again: the day stays loaded
             console_.message("out of memory");
         } catch (const std::exception& failure) {
             // Interrupted is one of them: it ends the answer and not the shell.
             console_.message(failure.what());
         }
-        return kBadLine;
+        return exitcode::kUnreadable;
     }
 
     int answer(ShellLine line) {
@@ -170,7 +172,7 @@ private:
         if (line.file) {
             if (line.words.size() != *line.file + 1) {
                 console_.message("behind > stands the name of one file, and nothing else");
-                return kBadLine;
+                return exitcode::kUnreadable;
             }
             file = std::move(line.words.back());
             line.words.pop_back();
@@ -201,16 +203,16 @@ private:
         Output output(out, command.format, screen);
         Session session{*loaded_.center, settings_.center, loaded_.day, output, console_};
         command.verb(session, command.query);
-        return session.failed ? kBadLine : session.missing ? 1 : 0;
+        return session.failed ? exitcode::kUnreadable : session.missing ? exitcode::kMissing : exitcode::kAnswered;
     }
 
     /// The file is touched once the line makes sense, so that a slip of the pen does not empty it.
     int answerInto(const std::string& name, bool append, const Command& command) {
-        errno = 0;
+        errno = 0;  // for requireWritten, which could tell a reason of long ago
         std::ofstream file(pathOf(name), std::ios::binary | (append ? std::ios::app : std::ios::trunc));
         requireWritten(file, name);
         const int code = answer(command, file, {});
-        file.close();
+        file.close();  // or what the buffer still holds would fail unseen
         requireWritten(file, name);
         return code;
     }
@@ -274,6 +276,7 @@ std::vector<std::string> keysBeginning(const std::string& word, mxservice::IInst
     return keys.empty() ? marketNames(day) : keys;
 }
 
+/// Of the class that the verb lists; "--fields" takes several and "--sort" a minus before its one.
 std::vector<std::string> fieldsOf(const VerbLine& verb, const std::string& option, const std::string& word) {
     std::vector<std::string> names = verb.listed == nullptr ? std::vector<std::string>() : fieldNames(verb.listed());
     // What is typed is replaced as one word, so a candidate begins with all that stands in it already.
@@ -356,6 +359,8 @@ int runShell(const Command& settings, LoadedDay& loaded, const std::function<voi
         const std::size_t columns = screenOf(out).columns;
         const std::string banner = std::string("Type a command, \"help\" for the list, or \"quit\". ") + Prompt::keys();
         out << (columns == 0 ? banner + '\n' : wrapped(banner, columns)) << std::flush;
+        // Asked while the shell runs, which is made below and needs the lines first. The center at each call: a reload
+        // puts another one there.
         lines = std::make_unique<Prompt>([&](const std::string& line, const std::string& word) {
             return shellCompletions(typed->statement() + line, word, *loaded.center, loaded.day);
         });

@@ -114,6 +114,13 @@ std::string tradingDayOf(const Snapshot& snapshot) {
     return agreed ? day : std::string();
 }
 
+Counts countsOf(const Snapshot& snapshot) {
+    Counts counts{};
+    std::transform(kEveryCatalogue.begin(), kEveryCatalogue.end(), counts.begin(),
+                   [&](SnapshotCatalogue catalogue) { return snapshot.records(catalogue).size(); });
+    return counts;
+}
+
 ReadReport readSnapshot(const std::string& directory, Snapshot& snapshot, Console& console) {
     const auto began = std::chrono::steady_clock::now();
     SnapshotReadOptions options;
@@ -121,7 +128,7 @@ ReadReport readSnapshot(const std::string& directory, Snapshot& snapshot, Consol
     options.issuesPerFile = kShownLines;
     bool measured = false;
     options.progress = [&](std::uint64_t done, std::uint64_t total) {
-        if (!measured) {
+        if (!measured) {  // how much there is the library knows only when it has listed the files
             console.begin("reading", total);
             measured = true;
         }

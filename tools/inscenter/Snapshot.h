@@ -13,6 +13,7 @@
 namespace inscenter {
 
 using mxservice::catalogueName;
+using mxservice::kEveryCatalogue;
 using mxservice::Snapshot;
 using mxservice::SnapshotCatalogue;
 constexpr std::size_t kCatalogues = mxservice::kSnapshotCatalogues;
@@ -26,10 +27,14 @@ public:
 /// The trading day that all records name which name one, YYYYMMDD; empty when none does or two differ.
 std::string tradingDayOf(const Snapshot& snapshot);
 
+/// How many records of each catalogue there are.
+using Counts = std::array<std::uint64_t, kCatalogues>;
+Counts countsOf(const Snapshot& snapshot);
+
 /// What reading brought.
 struct ReadReport {
-    std::array<std::uint64_t, kCatalogues> records{};  ///< by catalogue
-    std::uint64_t skipped = 0;                         ///< lines and files that were passed over
+    Counts records{};
+    std::uint64_t skipped = 0;  ///< lines and files that were passed over
     double seconds = 0;
     std::vector<std::string> remarks;  ///< what was reported on the console of what could not be used
 };

@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "tools/inscenter/FoldedText.h"
+#include "tools/inscenter/RecordText.h"
 #include "tools/inscenter/Utf8.h"
 
 namespace inscenter {
@@ -88,15 +89,7 @@ private:
 }  // namespace
 
 SoughtText::SoughtText(std::string_view text) : whole_(needleOf(text)) {
-    std::vector<std::string_view> words;
-    constexpr std::string_view kBlanks = " \t";
-    while (!text.empty()) {
-        const std::size_t end = std::min(text.find_first_of(kBlanks), text.size());
-        if (end > 0) {
-            words.push_back(text.substr(0, end));
-        }
-        text.remove_prefix(std::min(end + 1, text.size()));
-    }
+    const std::vector<std::string> words = partsOf(text, " \t");
     if (words.size() > 1) {
         std::transform(words.begin(), words.end(), std::back_inserter(words_), needleOf);
         // Every text holds a word of which nothing is left.

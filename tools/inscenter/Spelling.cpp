@@ -33,6 +33,7 @@ bool isLatin(char32_t value) {
 }  // namespace
 
 const Spelling::Letter& Spelling::letterOf(char32_t value, std::string_view text) {
+    // Asked of ICU once a letter: all names of a day are made of some thousands.
     const auto [at, fresh] = letters_.try_emplace(value);
     Letter& letter = at->second;
     if (fresh) {
@@ -76,7 +77,7 @@ Spelled Spelling::of(std::string_view name) {
             const Letter& letter = letterOf(next.value, text);
             const auto word = std::find_if(letter.words.begin(), letter.words.end(),
                                            [&](const Word& known) { return name.starts_with(known.first); });
-            if (word != letter.words.end()) {
+            if (word != letter.words.end()) {  // all of two letters, and two syllables
                 const std::size_t blank = word->second.find(' ');
                 add(word->second.substr(0, blank));
                 add(word->second.substr(blank + 1));
@@ -91,7 +92,7 @@ Spelled Spelling::of(std::string_view name) {
         }
         name.remove_prefix(taken);
     }
-    return chinese ? spelled : Spelled();
+    return chinese ? spelled : Spelled();  // any other name is searched as it stands
 }
 
 std::map<std::string, std::string> Spelling::readings() const {

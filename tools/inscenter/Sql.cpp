@@ -26,10 +26,12 @@ constexpr const char* kDay = "main";
 constexpr const char* kOld = "old";
 constexpr int kStepsBetweenLooks = 10000;  // of the library's machine; some tenths of a millisecond
 
+// A statement may take hours to its first row, and Ctrl-C is otherwise looked for between rows.
 int interrupted(void* /*nothing*/) {
     return Interruption::happened() ? 1 : 0;
 }
 
+/// The text first, then its size: asking for the text may convert the value, and with it its length.
 std::string_view textOf(sqlite3_value* value) {
     const auto* const bytes = reinterpret_cast<const char*>(sqlite3_value_text(value));
     return bytes == nullptr ? std::string_view()
@@ -117,7 +119,7 @@ public:
 
     bool next() {
         const int code = sqlite3_step(statement_);
-        if (code == SQLITE_INTERRUPT) {
+        if (code == SQLITE_INTERRUPT) {  // no mistake of the statement's, see interrupted()
             throw Interrupted();
         }
         if (code != SQLITE_ROW && code != SQLITE_DONE) {
@@ -134,6 +136,15 @@ public:
             cells.push_back(cell(i));
         }
         return cells;
+    }
+
+    /// All rows.
+    Table rest() {
+        Table table{columns(), {}};
+        while (next()) {
+            table.rows.push_back(row());
+        }
+        return table;
     }
 
 private:
@@ -163,7 +174,7 @@ void Sql::Close::operator()(sqlite3* connection) const {
 Sql::Sql(Tables tables, Tables old) : tables_(std::move(tables)), oldTables_(std::move(old)) {
     sqlite3* opened = nullptr;
     int code = sqlite3_open(":memory:", &opened);
-    connection_.reset(opened);
+    connection_.reset(opened);  // also of a failure, which leaves a connection to be closed
     if (code == SQLITE_OK) {
         code = addTables(*opened, kDay, tables_);
     }
@@ -213,12 +224,9 @@ void Sql::answer(const std::string& statements, Output& output) {
         if (columns.empty()) {  // what passes the authorizer because there is nothing that it could do
             throw SqlError("only questions are answered", "", 0);
         }
+        // Columns are as wide as their widest cell, so people wait for the last row; programs get each as it comes.
         if (output.format() == Format::Table) {
-            Table table{columns, {}};
-            while (statement.next()) {
-                table.rows.push_back(statement.row());
-            }
-            output.table(table, "no rows");
+            output.table(statement.rest(), "no rows");
             continue;
         }
         output.head(columns);
@@ -230,12 +238,7 @@ void Sql::answer(const std::string& statements, Output& output) {
 
 Table Sql::ask(const std::string& text) {
     std::size_t at = 0;
-    Statement statement(*this, text, at);
-    Table table{statement.columns(), {}};
-    while (statement.next()) {
-        table.rows.push_back(statement.row());
-    }
-    return table;
+    return Statement(*this, text, at).rest();
 }
 
 void Sql::execute(const std::string& statement) {
@@ -244,11 +247,13 @@ void Sql::execute(const std::string& statement) {
     }
 }
 
+/// Under another name beside the wanted one until it is whole: whoever opens that meanwhile finds the former file. As
+/// one transaction, since each statement by itself would wait for the disk.
 void Sql::save(const std::string& file) {
     const fs::path wanted = pathOf(file);
     const fs::path written =
         wanted.parent_path() / pathOf(fmt::format(".{}.{:08x}", textOf(wanted.filename()), std::random_device()()));
-    sqlite3_set_authorizer(connection_.get(), nullptr, nullptr);
+    sqlite3_set_authorizer(connection_.get(), nullptr, nullptr);  // for our own statements, until they are done
     std::string failure;
     try {
         const std::unique_ptr<char, void (*)(void*)> attach(
@@ -271,6 +276,8 @@ void Sql::save(const std::string& file) {
     } catch (const std::exception& problem) {
         failure = problem.what();
     }
+    // However it ended, or the next question would meet a transaction and a database that are not its own. Without a
+    // transaction the first of these is an error that nobody looks at.
     std::error_code error;
     sqlite3_exec(connection_.get(), "rollback", nullptr, nullptr, nullptr);
     sqlite3_exec(connection_.get(), "detach written", nullptr, nullptr, nullptr);

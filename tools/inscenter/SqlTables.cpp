@@ -105,6 +105,7 @@ int chooseIndex(sqlite3_vtab* view, sqlite3_index_info* plan) {
         if (!column.indexed || sqlite3_stricmp(sqlite3_vtab_collation(plan, i), "BINARY") != 0) {
             continue;
         }
+        // One index at most: a second would narrow down rows that are few already.
         if (plan->idxNum == 0 || rowsBehind(table, column) < rows) {
             rows = std::min(rows, rowsBehind(table, column));
             for (int j = 0; j < plan->nConstraint; ++j) {
@@ -115,6 +116,7 @@ int chooseIndex(sqlite3_vtab* view, sqlite3_index_info* plan) {
             plan->idxStr = const_cast<char*>(column.name.c_str());  // shown by "explain query plan", never written to
         }
     }
+    // What matters is the order of magnitude: in a join the table that is asked by key belongs inside.
     plan->estimatedRows = static_cast<sqlite3_int64>(rows);
     plan->estimatedCost = rows + 1;
     return SQLITE_OK;
@@ -199,6 +201,7 @@ int answerRow(sqlite3_vtab_cursor* cursor, sqlite3_int64* row) {
 
 sqlite3_module makeModule() {
     sqlite3_module module{};
+    // The same functions twice: nothing is made or destroyed with a table, whose records are there before and after.
     module.xCreate = connect;
     module.xConnect = connect;
     module.xBestIndex = chooseIndex;
@@ -248,6 +251,8 @@ std::string SqlTable::madeText(std::size_t row, const Column& column) const {
                             : utils::ovStockKey(textIn("market", *rows_[row]), rows_[row]->getKey());
 }
 
+/// Hashes with row numbers: 16 bytes a row, sorted without a look at the records, where texts would be fetched and
+/// compared letter by letter.
 const SqlTable::Index& SqlTable::indexOf(std::size_t number) {
     Index& index = indexes_[number];
     if (index.empty()) {
@@ -268,8 +273,7 @@ const SqlTable::Index& SqlTable::indexOf(std::size_t number) {
 std::vector<SqlTable> tablesOf(const Snapshot& day) {
     std::vector<SqlTable> tables;
     tables.reserve(kCatalogues + 1);
-    for (std::size_t i = 0; i < kCatalogues; ++i) {
-        const auto catalogue = static_cast<SnapshotCatalogue>(i);
+    for (const SnapshotCatalogue catalogue : kEveryCatalogue) {
         tables.emplace_back(catalogueName(catalogue), mxservice::catalogueType(catalogue), day.records(catalogue));
     }
     Rows components;

@@ -34,7 +34,8 @@ StoreOutcome outcome(bool good) {
     return good ? StoreOutcome::Good : StoreOutcome::Bad;
 }
 
-/// The databases that the query names. Those set aside are read only where they are named.
+/// The databases that the query names. Those set aside are read only where they are named: a center reads none of them,
+/// and their damage would make every answer about the store a failure.
 std::vector<DatabaseDirectory> asked(const StoreQuery& query) {
     return query.database.empty() ? directoriesOf(query.root) : std::vector{directoryOf(query.root, query.database)};
 }
@@ -107,6 +108,7 @@ StoreOutcome tellDatabases(const StoreQuery& query, Output& output, Console& con
     StoreReader reader(console);
     for (const DatabaseDirectory& directory : asked(query)) {
         console.begin("reading " + directory.name, 0);
+        // One that cannot be read has a row as well, with what its file says, and makes the outcome bad.
         const auto database = isRead(directory, query) ? reader.open(directory) : nullptr;
         Measures measures;
         const auto count = [&](std::string_view key, std::string_view bytes) {
@@ -132,6 +134,7 @@ bool dumpDocument(std::string_view database, std::string_view stored, std::strin
     std::string error;
     std::string json;
     if (!keysOnly) {
+        // The whole document is checked first: bytes that lie about their lengths are told of, not followed.
         const bson::BSONObj document = bson::BSONObj::fromBytes(bytes.data(), bytes.size(), &error);
         json = error.empty() ? document.toJson() : std::string();
         error = error.empty() && json.empty() ? "not to be shown as JSON" : error;
@@ -151,6 +154,7 @@ bool dumpDocument(std::string_view database, std::string_view stored, std::strin
         appendJsonString(line, name);
         appendJsonString(line += ':', text);
     };
+    // In this order whatever is left out, so that lines can be compared as texts.
     if (!database.empty()) {
         add("database", database);
     }
@@ -214,6 +218,7 @@ std::uint64_t numberOf(std::string_view word) {
         const auto [end, failure] = std::from_chars(digits.data(), digits.data() + digits.size(), number, base);
         return failure == std::errc() && end == digits.data() + digits.size();
     };
+    // Decimal wins where both could be meant: logs and stores write no other.
     const bool hex = word.starts_with("0x") || word.starts_with("0X");
     if (!(hex ? reads(word.substr(2), 16) : reads(word, 10) || reads(word, 16))) {
         throw UnreadableInput(fmt::format("\"{}\" is no key: 64 bits, in decimal or hexadecimal", word));
@@ -260,6 +265,7 @@ StoreOutcome explainKeys(const StoreQuery& query, Output& output, Console& conso
         }
     }
     bool missing = false;
+    // Said of each: among several numbers the rows alone would not show which one is nowhere.
     for (std::size_t i = 0; i < numbers.size(); ++i) {
         if (found[i] == 0) {
             missing = true;
@@ -323,6 +329,7 @@ StoreOutcome verifyStore(const StoreQuery& query, Output& output, Console& conso
             continue;
         }
         ++databases;
+        // All of them, also behind a bad one: who repairs a store wants to know what else there is.
         reader.scan(directory, *database, {}, [&](std::string_view stored, std::string_view bytes) {
             ++documents;
             const DocumentKey key(stored);
@@ -339,6 +346,7 @@ StoreOutcome verifyStore(const StoreQuery& query, Output& output, Console& conso
         output.note(kEmptyStore);
         return StoreOutcome::Good;
     }
+    // Never "every document is good" when some were not seen.
     const char* const unread = documents > 0 ? "every document that could be read is good" : "nothing could be read";
     output.table(table, reader.failed() ? unread : "every document is good");
     output.note(fmt::format("{} documents in {} databases read, {} bad", documents, databases, table.rows.size()));

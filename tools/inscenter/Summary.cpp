@@ -75,10 +75,11 @@ double milliseconds(double seconds) {
     return std::round(seconds * 1e6) / 1e3;
 }
 
+/// What was read beside what the center answers: less is kept where two records have one key, or where this kind of
+/// center keeps no such catalogue.
 Table catalogueTable(Session& session, std::int64_t instruments) {
     Table table{{"catalogue", "read", "kept", "loadMs"}, {}};
-    for (std::size_t i = 0; i < kCatalogues; ++i) {
-        const auto catalogue = static_cast<SnapshotCatalogue>(i);
+    for (const SnapshotCatalogue catalogue : kEveryCatalogue) {
         const auto step = std::find_if(session.day.steps.begin(), session.day.steps.end(),
                                        [&](const LoadStep& done) { return done.catalogue == catalogue; });
         const double seconds = step == session.day.steps.end() ? 0 : step->seconds;
@@ -86,7 +87,8 @@ Table catalogueTable(Session& session, std::int64_t instruments) {
                                       ? instruments
                                       : number(recordsKept(session.center, catalogue).size());
         table.rows.push_back({std::string(catalogueName(catalogue)),
-                              static_cast<std::int64_t>(session.day.read.records[i]), kept, milliseconds(seconds)});
+                              static_cast<std::int64_t>(session.day.read.records[static_cast<std::size_t>(catalogue)]),
+                              kept, milliseconds(seconds)});
     }
     return table;
 }
@@ -154,6 +156,7 @@ Table indexTable(const mxservice::CenterStatistics& statistics) {
 Table droppedTable(const mxservice::CenterStatistics& statistics) {
     Table table{{"dropped", "reason"}, {}};
     for (const mxservice::DroppedRecord& record : statistics.lastLoad.dropped) {
+        // An empty record has no key to be found by; people count from one.
         table.rows.push_back(
             {record.key.empty() ? fmt::format("record {}", record.position + 1) : record.key, record.reason});
     }
@@ -196,6 +199,7 @@ void addSection(const Table& table, Table& all) {
 Table marketTable(Session& session) {
     Table table{{"market", "name", "records", "kinds"}, {}};
     std::int64_t total = 0;
+    // One market at a time: the persisted center makes records for each answer, and all at once would be the day again.
     for (const std::string& market : filedMarkets(session.day.markets)) {
         Records records;
         session.center.getInstruments(market, records);

@@ -15,6 +15,7 @@
 #include "platform/utils/Utils.h"
 #include "tools/inscenter/CommandLine.h"
 #include "tools/inscenter/Diff.h"
+#include "tools/inscenter/ExitCodes.h"
 #include "tools/inscenter/LogOutput.h"
 #include "tools/inscenter/Shell.h"
 #include "tools/inscenter/StoreSnapshot.h"
@@ -25,11 +26,7 @@
 namespace inscenter {
 namespace {
 
-constexpr int kAnswered = 0;
-constexpr int kKeyMissing = 1;
-constexpr int kUnreadable = 2;
-constexpr int kSkipped = 3;
-constexpr int kUnwritten = 4;
+using namespace exitcode;
 
 /// What a run changes in the process, for as long as it lasts.
 class ProcessSettings {
@@ -98,9 +95,7 @@ Side readStore(const Command& command, ReadReport& read, Console& console) {
             console.message(command.store + ": there is no instrument in this store");
         }
     }
-    for (std::size_t i = 0; i < kCatalogues; ++i) {
-        read.records[i] = side.records.records(static_cast<SnapshotCatalogue>(i)).size();
-    }
+    read.records = countsOf(side.records);
     read.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
     return side;
 }
@@ -171,7 +166,7 @@ int answer(const Command& command, std::ostream& out, Console& console) {
     Session session{*loaded.center, command.center, day, output, console};
     command.verb(session, command.query);
     // A script that asks for a key wants to hear that it is not there before anything about other lines of the file.
-    return session.failed ? kUnreadable : session.missing ? kKeyMissing : worthOf(day.stored, day.read);
+    return session.failed ? kUnreadable : session.missing ? kMissing : worthOf(day.stored, day.read);
 }
 
 int converse(const Command& command, std::ostream& out, Console& console, std::ostream& err) {
@@ -208,7 +203,7 @@ int lookIntoStore(const Command& command, std::ostream& out, Console& console) {
         case StoreOutcome::Good:
             return kAnswered;
         case StoreOutcome::Missing:
-            return kKeyMissing;
+            return kMissing;
         case StoreOutcome::Bad:
             break;
     }
@@ -218,7 +213,7 @@ int lookIntoStore(const Command& command, std::ostream& out, Console& console) {
 int diff(const Command& command, std::ostream& out, Console& console) {
     Output output(out, command.format, screenOf(out));
     const DiffOutcome outcome = showDiff(command.diff, output, console);
-    return outcome.different && command.diff.exitCode ? kKeyMissing : outcome.whole ? kAnswered : kSkipped;
+    return outcome.different && command.diff.exitCode ? kMissing : outcome.whole ? kAnswered : kSkipped;
 }
 
 int feed(const Command& command, std::ostream& out, Console& console) {
@@ -246,7 +241,8 @@ int run(const Command& command, std::ostream& out, std::ostream& err) {
             case Task::Feed:
                 return feed(command, out, console);
             case Task::Generate:
-                return runGenerate(command.generate, out, err);
+                generate(command.generate, out);
+                return kAnswered;
         }
     } catch (const std::bad_alloc&) {
         console.message("out of memory");

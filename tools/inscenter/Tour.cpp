@@ -82,6 +82,7 @@ Entries hongKong(const Question& question) {
     return entries;
 }
 
+/// By a key that a connect market's host would ask with, whichever listing brought the record.
 Entries hongKongKeys(const Question& question) {
     Entries entries;
     for (const auto& [key, record] : question.center.getInstruments(market::kHongKong)) {
@@ -178,12 +179,11 @@ Entries products(const Question& question) {
 
 Entries underlyings(const Question& question) {
     Table table = codeTable(question.session);
-    table.rows.erase(std::remove_if(table.rows.begin(), table.rows.end(),
-                                    [](const auto& row) { return row[0] != Cell("underlying"); }),
-                     table.rows.end());
+    std::erase_if(table.rows, [](const auto& row) { return row[0] != Cell("underlying"); });
     return rowsOf(table, {1});
 }
 
+// What is promised is said also where this day shows nothing of it: a day without an OTC plan differs in none.
 const std::vector<Stop>& stops() {
     static const std::vector<Stop> kStops{
         {"Markets with their instruments",

@@ -7,11 +7,9 @@
 
 namespace inscenter {
 
-using mxservice::snapshot::appendUtf8;
 using mxservice::snapshot::CodePoint;
 using mxservice::snapshot::decodeUtf8;
 using mxservice::snapshot::isUtf8;
-using mxservice::snapshot::kReplacement;
 using mxservice::snapshot::pathOf;
 using mxservice::snapshot::printable;
 using mxservice::snapshot::textOf;

@@ -6,7 +6,6 @@
 #include "platform/record/RecordType.h"
 #include "platform/record/Records.h"
 #include "tools/inscenter/FiledInstruments.h"
-#include "tools/inscenter/StoreVerbs.h"
 #include "tools/inscenter/Verbs.h"
 
 namespace inscenter {
@@ -42,14 +41,6 @@ struct VerbLine {
     const mxservice::RecordType& (*listed)() = nullptr;  ///< the class of the records that the verb lists
 };
 
-/// A verb that looks into a store.
-struct StoreVerbLine {
-    const char* name;
-    const char* about;
-    const char* examples;
-    StoreVerb verb;
-};
-
 namespace verbgroup {
 constexpr const char* kInstruments = "Instruments";
 constexpr const char* kDerived = "Derived from the instruments";
@@ -57,6 +48,18 @@ constexpr const char* kOthers = "Other catalogues";
 constexpr const char* kStore = "The persisted center";
 constexpr const char* kSnapshots = "Snapshots";
 }  // namespace verbgroup
+
+/// A verb that lists what the center keeps of a catalogue.
+template <SnapshotCatalogue catalogue>
+constexpr VerbLine kept(const char* name, const char* about, const char* examples) {
+    return {verbgroup::kOthers,
+            name,
+            about,
+            examples,
+            listKept<catalogue>,
+            Arguments::None,
+            []() -> const mxservice::RecordType& { return mxservice::catalogueType(catalogue); }};
+}
 
 inline constexpr std::array kVerbs{
     VerbLine{verbgroup::kInstruments, "summary", "Markets, counts, times and memory", "summary\nsummary --format json",
@@ -107,37 +110,20 @@ inline constexpr std::array kVerbs{
              "--center client --store db outer", showOuterMarkets, Arguments::None},
     VerbLine{verbgroup::kOthers, "etf", "ETFs with their baskets, by either of the fund's keys", "etf SH510050",
              showEtf, Arguments::Keys},
-    VerbLine{verbgroup::kOthers, "etfs", "Every ETF", "etfs\netfs --where 'stocks>40' --fields etfcode,name,stocks",
-             listKept<SnapshotCatalogue::Etfs>, Arguments::None, mxservice::CETFDetail::table},
+    kept<SnapshotCatalogue::Etfs>("etfs", "Every ETF", "etfs\netfs --where 'stocks>40' --fields etfcode,name,stocks"),
     VerbLine{verbgroup::kOthers, "bond", "Interbank bonds by bond code, or by stock key text", "bond 220001", showBond,
              Arguments::Keys},
-    VerbLine{verbgroup::kOthers, "bonds", "Every interbank bond",
-             "bonds --where bondType=国债 --sort maturityDate --limit 10", listKept<SnapshotCatalogue::Bonds>,
-             Arguments::None, mxservice::CBondInfoDetail::table},
+    kept<SnapshotCatalogue::Bonds>("bonds", "Every interbank bond",
+                                   "bonds --where bondType=国债 --sort maturityDate --limit 10"),
     VerbLine{verbgroup::kOthers, "interbank", "Interbank codes of bonds listed in Shanghai or Shenzhen",
              "--center client --store db interbank SH019547", showInterbankCode, Arguments::Keys},
-    VerbLine{verbgroup::kOthers, "tenderbonds", "Every bond on tender", "tenderbonds --sort tenderDate",
-             listKept<SnapshotCatalogue::TenderBonds>, Arguments::None, mxservice::CTenderBondInfoDetail::table},
-    VerbLine{verbgroup::kOthers, "counterparties", "Every counterparty", "counterparties --where 'name~基金'",
-             listKept<SnapshotCatalogue::Counterparties>, Arguments::None, mxservice::CCounterpartyDetail::table},
+    kept<SnapshotCatalogue::TenderBonds>("tenderbonds", "Every bond on tender", "tenderbonds --sort tenderDate"),
+    kept<SnapshotCatalogue::Counterparties>("counterparties", "Every counterparty",
+                                            "counterparties --where 'name~基金'"),
     VerbLine{verbgroup::kOthers, "otc", "OTC fund plans", "otc --group 1\notc --where 'riskLevel<=2'", listOtcPlans,
              Arguments::Group, mxservice::COTCFundPlanInfo::table},
-    VerbLine{verbgroup::kOthers, "issuances", "Every OTC securities issuance", "issuances --sort endDate",
-             listKept<SnapshotCatalogue::Issuances>, Arguments::None, mxservice::COTCSecuritiesIssuanceInfo::table},
-    VerbLine{verbgroup::kOthers, "issuanceprices", "Every price setting of an OTC stock enquiry",
-             "--center client --store db issuanceprices", listKept<SnapshotCatalogue::IssuancePrices>, Arguments::None,
-             mxservice::COTCStockEnquiryPriceSetting::table}};
-
-inline constexpr std::array kStoreVerbs{
-    StoreVerbLine{"ls", "The databases of a store: kind, documents, sub-documents, size of the file", "ls db",
-                  listStore},
-    StoreVerbLine{"dump", "Documents as canonical extended JSON, one a line in the order of the keys",
-                  "dump db OvIns_SH --limit 10\ndump db OvIns_FUMAIN --keys-only\ndump db > store.ndjson", dumpStore},
-    StoreVerbLine{"verify", "Reads every document and names those that are damaged, of a wrong class or misplaced",
-                  "verify db", verifyStore},
-    StoreVerbLine{"stat", "Numbers and sizes of the documents of each database, and their classes", "stat db OvIns_SH",
-                  measureStore},
-    StoreVerbLine{"key", "Which record, field or market a number in a store or a log line is the key of",
-                  "key db 15268337435934448243\nkey db 0xd3e40800bbabda73", explainKeys}};
+    kept<SnapshotCatalogue::Issuances>("issuances", "Every OTC securities issuance", "issuances --sort endDate"),
+    kept<SnapshotCatalogue::IssuancePrices>("issuanceprices", "Every price setting of an OTC stock enquiry",
+                                            "--center client --store db issuanceprices")};
 
 }  // namespace inscenter

@@ -12,6 +12,10 @@ void addLimit(CLI::App& app, std::optional<std::size_t>& limit) {
     app.add_option("--limit", limit, "No more than so many")->type_name("N")->check(notNegative);
 }
 
+CLI::Option* addList(CLI::App& app, const char* name, std::vector<std::string>& list, const char* about) {
+    return app.add_option(name, list, about)->delimiter(',')->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
 std::string notNegative(const std::string& text) {
     const bool digits = text.find_first_not_of("0123456789") == std::string::npos;
     return digits ? "" : printable(text) + " is no number from 0 up";
@@ -41,11 +45,7 @@ void addExport(CLI::App& app, ExportQuery& query) {
 
 void addRules(CLI::App& app, CheckQuery& query) {
     const auto add = [&app](const char* name, std::vector<std::string>& rules, const char* about) {
-        app.add_option(name, rules, about)
-            ->type_name("RULE")
-            ->delimiter(',')
-            ->check(CLI::IsMember(checkRules()).description(""))
-            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        addList(app, name, rules, about)->type_name("RULE")->check(CLI::IsMember(checkRules()).description(""));
     };
     add("--rule", query.rules, "Only this rule; may be repeated");
     add("--no-rule", query.without, "All rules but this; may be repeated");

@@ -33,6 +33,7 @@ struct Product {
     std::int64_t listed = 0;
 };
 
+/// The interface lists no products and names the market of none: the records do.
 std::map<std::string, Product> listedProducts(Session& session) {
     std::map<std::string, Product> products;
     for (const auto& [key, record] : session.center.getInstruments(mxservice::OvTraderFuture)) {
@@ -156,6 +157,7 @@ void showCodes(Session& session, const Query& /*query*/) {
 Table outerTable(Session& session) {
     Table table{{"market", "marketName", "productId", "productName", "group"}, {}};
     for (const auto& [market, products] : session.center.getMarketProductList()) {
+        // A product of two markets has a line for each, with the one name that the center keeps.
         for (const std::string& product : products) {
             table.rows.push_back({market, session.center.getOutterMarketName(market), product,
                                   session.center.getOutterProductName(product), groupOf(session, product)});

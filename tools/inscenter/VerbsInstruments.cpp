@@ -20,6 +20,7 @@ void Session::reportMissing(const std::string& key, const std::string& what) {
     missing = true;
 }
 
+// Known is what any day may have, too: a market without a record is an answer, a slip of the pen is none.
 std::vector<std::string> Session::knownMarkets(const std::vector<std::string>& names) {
     const std::vector<std::string> markets = askedMarkets(day.markets);
     std::vector<std::string> known;
@@ -51,6 +52,7 @@ void Session::list(std::vector<RecordPtr> records, const Query& query, std::stri
 }
 
 void showInstruments(Session& session, const Query& query) {
+    // What is there is shown whatever else is missing: who asks for a list of keys wants to know of each.
     std::vector<RecordPtr> found;
     for (const std::string& key : query.keys) {
         if (const auto record = session.center.getInstrument(key)) {

@@ -35,8 +35,7 @@ void exportDay(Session& session, const Query& query) {
         session.day.records->write(to.csv.empty() ? to.ndjson : to.csv, options);
     }
     Table table{{"catalogue", "records"}, {}};
-    for (std::size_t i = 0; i < kCatalogues; ++i) {
-        const auto catalogue = static_cast<SnapshotCatalogue>(i);
+    for (const SnapshotCatalogue catalogue : kEveryCatalogue) {
         table.rows.push_back({std::string(catalogueName(catalogue)),
                               static_cast<std::int64_t>(session.day.records->records(catalogue).size())});
     }

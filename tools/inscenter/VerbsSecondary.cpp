@@ -4,14 +4,10 @@
 
 #include <array>
 
+#include "base/instrumentcenter/vocabulary/Markets.h"
 #include "tools/inscenter/Verbs.h"
 
 namespace inscenter {
-namespace {
-
-constexpr const char* kInterbank = "BANK";
-
-}  // namespace
 
 void listCatalogue(Session& session, const Query& query, SnapshotCatalogue catalogue) {
     constexpr std::array<const char*, kCatalogues> kNothing{"no instruments",  "no ETFs",           "no bonds",
@@ -51,7 +47,7 @@ void showBond(Session& session, const Query& query) {
         auto bond = session.center.getBond(key);
         if (!bond) {
             // A bond code alone will do: there is only one market that it can stand for.
-            bond = session.center.getBond(kInterbank + key);
+            bond = session.center.getBond(mxservice::market::kInterbank + key);
         }
         if (bond) {
             bonds.emplace_back(bond);

@@ -15,6 +15,7 @@ void FiledKeys::index(const Sets& sets) {
     for (const auto& [market, keys] : sets) {
         count += keys->size();
     }
+    // Ascending, and the last one put stays: that decides who has a key that several bring.
     marketByKey_.put(count, [&](const auto& putOne) {
         for (const auto& [market, keys] : sets) {
             for (const StockKey key : *keys) {
@@ -79,6 +80,7 @@ void FiledKeys::amend(const Sets& added, const std::map<MarketKey, KeySet>& gone
         }
         return place->second;
     };
+    // What goes first, in the sets and in the index: a key that has changed its market is among both.
     KeySet unfiled;
     for (const auto& [market, keys] : gone) {
         KeySet& list = listOf(market);

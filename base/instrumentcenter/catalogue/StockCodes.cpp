@@ -106,6 +106,7 @@ StockCodes deriveStockCodes(const GroupedSnapshot& grouped) {
                     codes.cdr[market.name].insert(keyTextOf(*record));
                 }
             },
+            // What is looked at of each, to be fetched ahead: the records lie all over the memory.
             &CInstrumentDetail::additionalIssueFlag, &CInstrumentDetail::listingDate, &CInstrumentDetail::statusString,
             &CInstrumentDetail::code);
     }

@@ -76,6 +76,9 @@ TEST(ToolSqlSamples, AnswersAsAnExportedDatabaseDoes) {
           "select key from instruments where market in ('HK', 'HGT', 'SGT') and filed = 'HK' order by 1",
           "select key from instruments where code = 600000 or code = '600000' collate nocase",
           "select key from instruments where market = 'sh' collate nocase order by 1",
+          // A text that is compared as a number: several are equal to one.
+          "select key from instruments where code = cast(676 as integer) order by 1",
+          "select key from instruments where code in (select cast(603 as real)) order by 1",
           "select count(*) from instruments where key = null or market is null",
           "select productId, min(expireDate), max(strikePrice) from instruments where optionType <> 0 group by 1",
           "select count(*) from instruments a join instruments b using (market, code) where a.name <> ''"}) {

@@ -101,8 +101,10 @@ int chooseIndex(sqlite3_vtab* view, sqlite3_index_info* plan) {
             continue;
         }
         const SqlTable::Column& column = table.columns()[static_cast<std::size_t>(constraint.iColumn)];
-        // Hashes know no other order and no other letters for equal than those of the bytes.
-        if (!column.indexed || sqlite3_stricmp(sqlite3_vtab_collation(plan, i), "BINARY") != 0) {
+        // Hashes know no other order and no other letters for equal than those of the bytes. Of "in" the library would
+        // look at the rows again as if numbers were texts; without an index it looks rightly.
+        if (!column.indexed || sqlite3_stricmp(sqlite3_vtab_collation(plan, i), "BINARY") != 0 ||
+            sqlite3_vtab_in(plan, i, -1) != 0) {
             continue;
         }
         if (plan->idxNum == 0 || rowsBehind(table, column) < rows) {
@@ -140,6 +142,10 @@ int begin(sqlite3_vtab_cursor* raw, int index, const char* /*name*/, int /*count
     cursor.end = index == 0 ? cursor.table->size() : 0;
     if (index == 0 || sqlite3_value_type(values[0]) == SQLITE_NULL) {
         return SQLITE_OK;  // nothing is equal to what is unknown
+    }
+    if (sqlite3_value_type(values[0]) != SQLITE_TEXT) {
+        cursor.end = cursor.table->size();  // "01" may be equal to a number: the library looks at each row
+        return SQLITE_OK;
     }
     return guarded([&] {
         const SqlTable::Index& entries = cursor.table->indexOf(static_cast<std::size_t>(index - 1));

@@ -31,6 +31,7 @@ int interrupted(void* /*nothing*/) {
     return Interruption::happened() ? 1 : 0;
 }
 
+/// The text first, then its size: asking for the text may convert the value, and with it its length.
 std::string_view valueText(sqlite3_value* value) {
     const auto* const bytes = reinterpret_cast<const char*>(sqlite3_value_text(value));
     return bytes == nullptr ? std::string_view()
@@ -79,7 +80,8 @@ void expectDone(sqlite3* connection, int code) {
     }
 }
 
-/// Over a connection of its own: what is given up half way would else leave its traces in the one that answers.
+/// Over a connection of its own: what is given up half way would else leave its traces in the one that answers. As one
+/// transaction, since each statement by itself would wait for the disk.
 void writeTables(std::vector<SqlTable>& tables, const fs::path& file) {
     sqlite3* opened = nullptr;
     const int code = sqlite3_open(textOf(file).c_str(), &opened);

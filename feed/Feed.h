@@ -194,7 +194,7 @@ PM_FEED_API const char* stateName(State state);
 /// What a subscriber has been through, for an operator's page.
 struct Health {
     State state = State::Connecting;                 ///< of this moment
-    std::string server;                              ///< URL it is connected to; empty: none
+    std::string server;                              ///< URL it is connected to, without password; empty: none
     std::chrono::system_clock::time_point lastSeen;  ///< when the log last answered; 1970: never
     Revision revision;                               ///< what the center has
     std::uint64_t newest = 0;                        ///< number of the log's newest revision that is known of
@@ -239,9 +239,10 @@ public:
     Subscriber(CServerInstrumentCenter& center, const Options& options);
     /// The same for the persisted center, whose store must be open.
     Subscriber(CClientInstrumentCenter& center, const Options& options);
-    /// Ends the thread: waits for a load that is under way, not for the server. Not to be done in one of its own
-    /// handlers, nor in one of the center's on its thread: it could not wait for itself. Where it is done all the same,
-    /// no handler is called any more, and the thread ends behind the one it is in; the center must be there until then.
+    /// Ends the thread: waits for a load that is under way, not for the server; a connection that cannot be closed
+    /// within a second is left to a thread of its own. Not to be done in one of its own handlers, nor in one of the
+    /// center's on its thread: it could not wait for itself. Where it is done all the same, no handler is called any
+    /// more, and the thread ends behind the one it is in; the center must be there until then.
     ~Subscriber();
     Subscriber(const Subscriber&) = delete;
     Subscriber& operator=(const Subscriber&) = delete;

@@ -4,297 +4,311 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
-#include <string_view>
+#include <exception>
+#include <system_error>
+#include <thread>
 #include <utility>
-#include <vector>
+
+#include "platform/utils/LogLine.h"
 
 namespace mxservice::feed {
 namespace {
 
-// A subscriber that ends waits for an attempt to connect: this long for each server that takes the connection and then
-// says nothing.
-constexpr std::int64_t kConnectMs = 1000;
-// A line that swallows bytes is given up after four to six seconds. Requests fail before, but they alone do not make
-// the library look for another server.
-constexpr std::int64_t kPingMs = 2000;
-constexpr int kPingsUnanswered = 2;
-// Between two rounds through all servers. Until one is found a host neither hears nor can ask, so the library's two
-// seconds would be felt; the jitter keeps the hosts of a server that has died from all coming to the next in one
-// moment.
-constexpr std::int64_t kReconnectMs = 250;
-constexpr std::int64_t kReconnectJitterMs = 250;
-constexpr std::size_t kUrlBytes = 256;
+using std::chrono::milliseconds;
 
-bool isDenied(natsStatus status, jsErrCode code) {
-    switch (status) {
-        case NATS_CONNECTION_AUTH_FAILED:
-        case NATS_NOT_PERMITTED:
-        case NATS_SSL_ERROR:
-        case NATS_SECURE_CONNECTION_REQUIRED:
-        case NATS_SECURE_CONNECTION_WANTED:
-        case NATS_ADDRESS_MISSING:
-        case NATS_INVALID_ARG:  // of options: a certificate without its key, a URL that is none
-            return true;
-        default:
-            // Others pass, as those of a cluster that has no leader yet.
-            return code == JSNotEnabledErr || code == JSNotEnabledForAccountErr || code == JSStreamSubjectOverlapErr ||
-                   code == JSStreamReplicasNotSupportedErr || code == JSStorageResourcesExceededErr ||
-                   code == JSStreamMessageExceedsMaximumErr || code == JSStreamInvalidConfig;
-    }
+constexpr std::size_t kUrlBytes = 256;
+constexpr milliseconds kMargin{500};  // of processors that are busy, before a thread counts as hanging
+constexpr milliseconds kToClose{1000};
+// The library makes a connection anew with its lock held, a server after the other. It lets go of it after each.
+constexpr milliseconds kToLook{3 * kConnectMs};
+constexpr unsigned kMostDoublings = 10;
+
+NatsFailure unreachable(std::string reason) {
+    return {Reply::Unreachable, std::move(reason)};
 }
 
-/// Whether what the library or the server remarks is nothing that passes by itself. Told by the text, for the status of
-/// such a request is that of one without an answer; without the first letters, which library and servers write
-/// differently.
-bool isRefusal(const std::string& remark) {
-    constexpr std::array kRefusals{"ermissions Violation", "uthorization", "uthentication", "certificate", "SSL"};
-    return std::any_of(kRefusals.begin(), kRefusals.end(),
-                       [&](const char* refusal) { return remark.find(refusal) != std::string::npos; });
+std::string urlOf(const NatsLine& line) {
+    std::array<char, kUrlBytes> url{};
+    const bool connected = natsConnection_GetConnectedUrl(line.connection.get(), url.data(), url.size()) == NATS_OK;
+    return connected ? withoutCredentials(url.data()) : "";
+}
+
+/// What `work` has is let go of there, too: the last hold on a line closes it, which may wait.
+void start(std::function<void()> work) {
+    const auto held = std::make_shared<std::function<void()>>(std::move(work));
+    const auto run = [held] {
+        (*held)();
+        *held = nullptr;
+    };
+    try {
+        std::thread(run).detach();
+    } catch (const std::system_error&) {
+        run();  // there is no thread to be had: whoever asked waits for as long as it takes
+    }
 }
 
 }  // namespace
 
+/// What the threads have, too.
+struct NatsLines::Shared {
+    explicit Shared(NatsWay given) : way(std::move(given)) {}
+
+    const NatsWay way;
+    std::mutex lock;  // of what follows; nothing is called under it, and no other lock is taken
+    std::condition_variable changed;
+    bool closed = false;
+    NatsLineHandle line;
+    std::string server;       // of the line when it was last connected
+    NatsFailure refused;      // of the last attempt to connect
+    std::uint64_t ended = 0;  // attempts that have failed
+    unsigned attempts = 0;    // under way, those that nobody waits for any more among them
+    std::chrono::steady_clock::time_point lastAttempt;
+    bool refusedBellTold = false;
+};
+
 NatsLines::NatsLines(const Options& options, std::string bellSubject)
-    : options_(options), bellSubject_(std::move(bellSubject)) {}
+    : shared_(std::make_shared<Shared>(NatsWay{options, std::move(bellSubject), std::make_shared<NatsNotes>()})) {}
 
 NatsLines::~NatsLines() {
     close();
 }
 
-void NatsLines::noteError(natsConnection* connection, natsSubscription* /*unused*/, natsStatus status, void* closure) {
-    auto& shared = **static_cast<SharedHandle*>(closure);
-    const char* text = nullptr;
-    natsConnection_GetLastError(connection, &text);  // the status alone does not say which permission is missing
-    const std::lock_guard guard(shared.lock);
-    shared.lastError = text != nullptr && *text != '\0' ? text : natsStatus_GetText(status);
-}
-
-void NatsLines::noteBell(natsConnection* /*unused*/, natsSubscription* /*unused*/, natsMsg* message, void* closure) {
-    const NatsMessage owned(message);
-    const char* text = nullptr;
-    std::uint64_t sequence = 0;
-    if (natsMsgHeader_Get(message, JSSequence, &text) == NATS_OK) {
-        const std::string_view digits(text);
-        std::from_chars(digits.data(), digits.data() + digits.size(), sequence);
-    }
-    // A bell without a number rings as well: whoever hears it looks at the log, which alone says what is new.
-    auto& shared = **static_cast<SharedHandle*>(closure);
-    const std::lock_guard guard(shared.lock);
-    if (shared.bell) {
-        shared.bell(sequence);
-    }
-}
-
-void NatsLines::dropShared(void* closure) {
-    delete static_cast<SharedHandle*>(closure);
-}
-
-void NatsLines::dropSharedOf(natsConnection* /*unused*/, void* closure) {
-    dropShared(closure);
-}
-
-natsStatus NatsLines::setUp(natsOptions* options) const {
-    std::vector<const char*> servers;
-    for (const std::string& server : options_.servers) {
-        servers.push_back(server.c_str());
-    }
-    natsStatus status = natsOptions_SetServers(options, servers.data(), static_cast<int>(servers.size()));
-    const auto with = [&status](bool wanted, auto set) {
-        if (status == NATS_OK && wanted) {
-            status = set();
-        }
+/// Does `work` on another thread and waits for it, until close() unless it is that which waits.
+NatsLines::Ended NatsLines::within(milliseconds most, std::function<void()> work, bool closing) {
+    struct Call {
+        bool done = false;  // under the lock
+        std::exception_ptr thrown;
     };
-    with(true, [&] { return natsOptions_SetTimeout(options, kConnectMs); });
-    with(true, [&] { return natsOptions_SetPingInterval(options, kPingMs); });
-    with(true, [&] { return natsOptions_SetMaxPingsOut(options, kPingsUnanswered); });
-    with(true,
-         [&] { return natsOptions_SetMaxReconnect(options, -1); });  // as long as it takes: a host outlives servers
-    with(true, [&] { return natsOptions_SetReconnectWait(options, kReconnectMs); });
-    with(true, [&] { return natsOptions_SetReconnectJitter(options, kReconnectJitterMs, kReconnectJitterMs); });
-    // A request that waits for a server that is gone ends at once, as does one of a connection that is closed.
-    with(true, [&] { return natsOptions_SetFailRequestsOnDisconnect(options, true); });
-    // Nothing waits in the library for a connection: what is asked meanwhile is answered with a failure. (Its manual
-    // has 0 mean a default of 8 MB, but only an option that is not set gets that.)
-    with(true, [&] { return natsOptions_SetReconnectBufSize(options, 0); });
-    with(!options_.name.empty(), [&] { return natsOptions_SetName(options, options_.name.c_str()); });
-    with(!options_.user.empty(),
-         [&] { return natsOptions_SetUserInfo(options, options_.user.c_str(), options_.password.c_str()); });
-    with(!options_.token.empty(), [&] { return natsOptions_SetToken(options, options_.token.c_str()); });
-    with(!options_.credentialsFile.empty(),
-         [&] { return natsOptions_SetUserCredentialsFromFiles(options, options_.credentialsFile.c_str(), nullptr); });
-    // The library reads no scheme: without this "tls://" would speak plainly to a server that does not insist.
-    with(usesTls(), [&] { return natsOptions_SetSecure(options, true); });
-    with(!options_.caFile.empty(),
-         [&] { return natsOptions_LoadCATrustedCertificates(options, options_.caFile.c_str()); });
-    with(!options_.certificateFile.empty(), [&] {
-        return natsOptions_LoadCertificatesChain(options, options_.certificateFile.c_str(), options_.keyFile.c_str());
+    const auto call = std::make_shared<Call>();
+    start([shared = shared_, work = std::move(work), call]() mutable {
+        try {
+            work();
+        } catch (...) {
+            call->thrown = std::current_exception();
+        }
+        work = nullptr;
+        {
+            const std::lock_guard guard(shared->lock);
+            call->done = true;
+        }
+        shared->changed.notify_all();
     });
-    return status;
+    std::unique_lock lock(shared_->lock);
+    shared_->changed.wait_for(lock, most, [&] { return call->done || (shared_->closed && !closing); });
+    if (call->done && call->thrown) {
+        std::rethrow_exception(call->thrown);
+    }
+    return call->done ? Ended::Done : shared_->closed ? Ended::Closed : Ended::Late;
 }
 
-bool NatsLines::usesTls() const {
-    return options_.tls || std::any_of(options_.servers.begin(), options_.servers.end(),
-                                       [](const auto& url) { return url.rfind("tls://", 0) == 0; });
-}
-
-NatsFailure NatsLines::failureOf(natsStatus status, jsErrCode code) const {
-    std::string reason = natsStatus_GetText(status);
-    if (code != 0) {
-        reason += fmt::format(" ({})", static_cast<int>(code));
+void NatsLines::connect(const SharedHandle& shared) {
+    NatsLineHandle made;
+    NatsFailure failure;
+    std::string server;
+    try {
+        made = connectLine(shared->way, failure);
+        server = made ? urlOf(*made) : "";
+    } catch (const std::exception& thrown) {
+        failure = unreachable(thrown.what());
     }
-    // Refused permissions come as a remark on the connection; the request itself hears nothing.
-    const std::lock_guard guard(shared_->lock);
-    if (!shared_->lastError.empty()) {
-        reason += ": " + shared_->lastError;
-    }
-    return {isRefusal(shared_->lastError) || isDenied(status, code) ? Reply::Denied : Reply::Unreachable, reason};
-}
-
-NatsLineHandle NatsLines::connect(NatsFailure& failure) {
-    natsOptions* made = nullptr;
-    natsStatus status = natsOptions_Create(&made);
-    const NatsOptions options(made);
-    if (status == NATS_OK) {
-        status = setUp(made);
-    }
-    auto* const errors = new SharedHandle(shared_);
-    if (status == NATS_OK) {
-        natsOptions_SetErrorHandler(made, noteError, errors);
-        // The last that the library says of a connection, however it ends.
-        status = natsOptions_SetClosedCB(made, dropSharedOf, errors);
-    }
-    natsConnection* connection = nullptr;
-    if (status == NATS_OK) {
-        status = natsConnection_Connect(&connection, made);
-    }
-    if (status != NATS_OK) {
-        // Of this thread's last call: there is no connection yet that could have remarked anything.
-        const char* const text = nats_GetLastError(nullptr);
-        failure = failureOf(status, static_cast<jsErrCode>(0));
-        failure.reason += text != nullptr && *text != '\0' ? fmt::format(", {}", text) : "";
-        if (usesTls() && (status == NATS_PROTOCOL_ERROR || status == NATS_IO_ERROR)) {
-            // By TLS 1.3 a client takes the handshake for done before the server has looked at its certificate. One
-            // that is refused shows as a connection that ends, which a server that is being stopped does as well.
-            failure.reason += "; the server may not accept this certificate";
-        }
-        delete errors;  // a connection that never was is not closed, so nobody else does
-        return nullptr;
-    }
-    auto line = std::make_shared<NatsLine>();
-    line->connection.reset(connection);
-    jsOptions waits;
-    jsOptions_Init(&waits);
-    waits.Wait = options_.requestTimeout.count();  // of every request of this context that names none
-    jsCtx* context = nullptr;
-    status = natsConnection_JetStream(&context, connection, &waits);
-    line->context.reset(context);
-    if (status != NATS_OK) {
-        failure = failureOf(status, static_cast<jsErrCode>(0));
-        return nullptr;
-    }
-    subscribe(*line);
-    return line;
-}
-
-/// Another handle than the connection's: either may be the last that the library lets go of.
-void NatsLines::subscribe(NatsLine& line) const {
     {
-        const std::lock_guard guard(shared_->lock);
-        if (!shared_->bell) {
-            return;  // a publisher's
+        const std::lock_guard guard(shared->lock);
+        --shared->attempts;
+        if (!made) {
+            ++shared->ended;
+            shared->refused = std::move(failure);
+        } else if (!shared->closed && !shared->line) {
+            shared->line = std::move(made);
+            shared->server = std::move(server);
         }
     }
-    auto* const closure = new SharedHandle(shared_);
-    natsSubscription* subscription = nullptr;
-    if (natsConnection_Subscribe(&subscription, line.connection.get(), bellSubject_.c_str(), noteBell, closure) !=
-        NATS_OK) {
-        delete closure;  // without a bell the log is looked at now and then
-        return;
-    }
-    natsSubscription_SetOnCompleteCB(subscription, dropShared, closure);
-    line.bell.reset(subscription);
+    shared->changed.notify_all();
+    // What nobody waits for any more, or another attempt was faster than, is closed here.
 }
 
-/// The connection, made where there is none, or where the library has given one up: it does after two refused
-/// credentials. A first one is tried anew at each look. The library could do so by itself
+/// Makes a line where there is none. A first one is tried anew at each look. The library could do so by itself
 /// (natsOptions_SetRetryOnFailedConnect), but would not say what is wrong: certificates that are refused would look
 /// like a server that is away.
-NatsLineHandle NatsLines::get(NatsFailure& failure) {
-    // Held while connecting, so that two that find no line do not make two. Whoever ends does not wait for it: close()
-    // takes the other lock, which is never held across a call of the library that waits.
-    const std::lock_guard one(connecting_);
-    NatsLineHandle line;
-    {
-        const std::lock_guard guard(lock_);
-        if (closed_) {
-            failure = {Reply::Unreachable, "closed"};
-            return nullptr;
-        }
-        line = line_;
-    }
-    if (!line || natsConnection_Status(line->connection.get()) == NATS_CONN_STATUS_CLOSED) {
-        line = connect(failure);
-        const std::lock_guard guard(lock_);
-        line_ = line;
-        if (!line) {
-            return nullptr;
-        }
-        if (closed_) {  // while we connected; close() has not seen this line
-            line_.reset();
-            failure = {Reply::Unreachable, "closed"};
-            return nullptr;
+NatsLineHandle NatsLines::waitForLine(NatsFailure& failure) {
+    const auto servers = static_cast<std::int64_t>(shared_->way.options.servers.size());
+    const milliseconds most = milliseconds(kConnectMs * servers) + shared_->way.options.requestTimeout;
+    std::unique_lock lock(shared_->lock);
+    const std::uint64_t ended = shared_->ended;
+    if (!shared_->line && !shared_->closed) {
+        // One that hangs is left to itself, for the library goes through the servers in another order each time: the
+        // next one may begin with a server that answers. Ever more rarely, so that threads do not pile up.
+        const auto now = std::chrono::steady_clock::now();
+        const unsigned others = shared_->attempts;
+        if (others == 0 || now - shared_->lastAttempt >= most * (1U << std::min(others - 1, kMostDoublings))) {
+            ++shared_->attempts;
+            shared_->lastAttempt = now;
+            lock.unlock();
+            start([shared = shared_] { connect(shared); });
+            lock.lock();
         }
     }
-    // Reconnecting: the library does so by itself, and a request would only wait for its time to pass.
-    const natsConnStatus status = natsConnection_Status(line->connection.get());
-    if (status != NATS_CONN_STATUS_CONNECTED) {
-        const char* text = nullptr;
-        natsConnection_GetLastError(line->connection.get(), &text);
-        const std::string reason = text != nullptr ? text : "";
-        failure = {isRefusal(reason) ? Reply::Denied : Reply::Unreachable,
-                   fmt::format("not connected{}{}", reason.empty() ? "" : ": ", reason)};
+    shared_->changed.wait_for(lock, most, [&] { return shared_->closed || shared_->line || shared_->ended != ended; });
+    if (shared_->closed) {
+        failure = unreachable("closed");
         return nullptr;
     }
-    return line;
+    if (!shared_->line) {
+        failure = shared_->ended != ended
+                      ? shared_->refused
+                      : unreachable(fmt::format("no server has answered within {} ms", most.count()));
+    }
+    return shared_->line;
 }
 
-void NatsLines::answered() {
-    const std::lock_guard guard(shared_->lock);
-    shared_->lastError.clear();
+/// A line that is connected; null with a reason where there is none at the moment.
+NatsLineHandle NatsLines::get(NatsFailure& failure) {
+    for (;;) {
+        NatsLineHandle line = waitForLine(failure);
+        if (!line || line->tie->connected) {
+            return line;
+        }
+        switch (lookAt(line, failure)) {
+            case NATS_CONN_STATUS_CONNECTED:
+                return line;
+            case NATS_CONN_STATUS_CLOSED:  // the library does not go on after two refused credentials
+                giveUp(std::move(line));
+                break;
+            case NATS_CONN_STATUS_DISCONNECTED:
+                giveUp(std::move(line));
+                return nullptr;
+            default:
+                // Reconnecting: the library does so by itself, and a request would only wait for its time to pass.
+                return nullptr;
+        }
+    }
+}
+
+/// What has become of a line that was not connected; disconnected is one that does not even say that.
+natsConnStatus NatsLines::lookAt(const NatsLineHandle& line, NatsFailure& failure) {
+    struct Seen {
+        natsConnStatus status = NATS_CONN_STATUS_RECONNECTING;
+        std::string server;
+        std::string remark;
+    };
+    const auto seen = std::make_shared<Seen>();
+    const Ended ended = within(kToLook, [line, seen] {
+        natsConnection* const connection = line->connection.get();
+        line->tie->connected = true;  // before the look: whatever is told from here on comes after it
+        seen->status = natsConnection_Status(connection);
+        const char* text = nullptr;
+        if (seen->status == NATS_CONN_STATUS_CONNECTED) {
+            seen->server = urlOf(*line);
+            return;
+        }
+        line->tie->connected = false;
+        if (natsConnection_GetLastError(connection, &text) != NATS_OK && text != nullptr) {
+            seen->remark = text;
+        }
+    });
+    if (ended != Ended::Done) {
+        failure =
+            unreachable(ended == Ended::Closed ? "closed" : "not connected: a server hangs while it is connected to");
+        return NATS_CONN_STATUS_DISCONNECTED;
+    }
+    if (seen->status == NATS_CONN_STATUS_CONNECTED) {
+        const std::lock_guard guard(shared_->lock);
+        shared_->server = seen->server;
+    }
+    failure = {isRefusal(seen->remark) ? Reply::Denied : Reply::Unreachable,
+               fmt::format("not connected{}{}", seen->remark.empty() ? "" : ": ", seen->remark)};
+    return seen->status;
+}
+
+/// Another one is made when it is next needed. A thread lets go of this one.
+void NatsLines::giveUp(NatsLineHandle line) {
+    {
+        const std::lock_guard guard(shared_->lock);
+        if (shared_->line == line) {
+            shared_->line.reset();
+        }
+    }
+    start([line = std::move(line)] {});
+}
+
+NatsHeard NatsLines::ask(NatsQuestion question) {
+    NatsHeard heard;
+    NatsLineHandle line = get(heard.failure);
+    if (line) {
+        const auto asked = std::make_shared<NatsHeard>();
+        // The time of a write, of the answer, and of threads that have to wait for a processor.
+        const Ended ended =
+            within(2 * shared_->way.options.requestTimeout + kMargin,
+                   [line, asked, question = std::move(question)] { asked->status = question(*line, asked->code); });
+        if (ended == Ended::Done) {
+            heard.status = asked->status;
+            heard.code = asked->code;
+            heard.failure =
+                heard.status == NATS_OK ? answered() : failureOf(shared_->way.notes, heard.status, heard.code);
+            if (heard.status == NATS_CONNECTION_CLOSED) {
+                line->tie->connected = false;  // that thread of the library's which tells it may be held up elsewhere
+            }
+        } else if (ended == Ended::Late) {
+            giveUp(std::move(line));
+            heard.failure = unreachable("the connection hangs");
+        } else {
+            heard.failure = unreachable("closed");
+        }
+    }
+    heard.failure.reason = withoutCredentials(std::move(heard.failure.reason));
+    return heard;
+}
+
+/// What was remarked before no longer explains anything. One remark would never have been told: the bell's.
+NatsFailure NatsLines::answered() {
+    std::string remark;
+    {
+        const std::lock_guard guard(shared_->way.notes->lock);
+        remark = std::exchange(shared_->way.notes->remark, {});
+    }
+    if (remark.find(shared_->way.bellSubject) != std::string::npos) {
+        const std::lock_guard guard(shared_->lock);
+        remark = std::exchange(shared_->refusedBellTold, true) ? "" : remark;
+    } else {
+        remark.clear();
+    }
+    if (!remark.empty()) {
+        PM_LOG(utils::kLogError, __FILE__, "[feed] no bell rings, changes are seen at each look: " + remark);
+    }
+    return {Reply::Ok, ""};
 }
 
 void NatsLines::listen(std::function<void(std::uint64_t)> bell) {
-    const std::lock_guard guard(shared_->lock);
-    shared_->bell = std::move(bell);
+    const std::lock_guard guard(shared_->way.notes->lock);
+    const std::lock_guard closing(shared_->lock);
+    if (!shared_->closed) {
+        shared_->way.notes->bell = std::move(bell);
+    }
 }
 
+/// Without its user and password.
 std::string NatsLines::server() const {
-    NatsLineHandle line;
-    {
-        const std::lock_guard guard(lock_);
-        line = line_;
-    }
-    std::array<char, kUrlBytes> url{};
-    const bool connected =
-        line && natsConnection_GetConnectedUrl(line->connection.get(), url.data(), url.size()) == NATS_OK;
-    return connected ? url.data() : "";
+    const std::lock_guard guard(shared_->lock);
+    return shared_->line && shared_->line->tie->connected ? shared_->server : "";
 }
 
 void NatsLines::close() {
     NatsLineHandle line;
     {
-        const std::lock_guard guard(lock_);
-        closed_ = true;
-        line = std::move(line_);
+        const std::lock_guard guard(shared_->lock);
+        shared_->closed = true;
+        line = std::move(shared_->line);
     }
-    // Only closed: calls under way still have the line. They fail at once, and the last of them destroys it.
+    {
+        // From here on nobody is called: whoever owns the bell may be gone when this returns.
+        const std::lock_guard guard(shared_->way.notes->lock);
+        shared_->way.notes->bell = nullptr;
+    }
+    shared_->changed.notify_all();  // who waits for an answer, or for an attempt to connect, does not any more
     if (line) {
-        natsConnection_Close(line->connection.get());
+        // Only closed: calls under way still have the line. They fail at once, and the last of them destroys it.
+        within(
+            kToClose, [line = std::move(line)] { natsConnection_Close(line->connection.get()); }, true);
     }
-    // From here on nobody is called: whoever owns the bell may be gone when this returns.
-    const std::lock_guard guard(shared_->lock);
-    shared_->bell = nullptr;
 }
 
 }  // namespace mxservice::feed

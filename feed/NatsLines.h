@@ -1,50 +1,38 @@
 #pragma once
 
-#include <nats/nats.h>
-
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
 
-#include "feed/Feed.h"
-#include "feed/Log.h"
+#include "feed/NatsLine.h"
 
 namespace mxservice::feed {
 
-template <auto destroy>
-struct NatsDestroyer {
-    template <class T>
-    void operator()(T* object) const {
-        destroy(object);
-    }
-};
-using NatsOptions = std::unique_ptr<natsOptions, NatsDestroyer<natsOptions_Destroy>>;
-using NatsConnection = std::unique_ptr<natsConnection, NatsDestroyer<natsConnection_Destroy>>;
-using NatsContext = std::unique_ptr<jsCtx, NatsDestroyer<jsCtx_Destroy>>;
-using NatsMessage = std::unique_ptr<natsMsg, NatsDestroyer<natsMsg_Destroy>>;
-using NatsSubscription = std::unique_ptr<natsSubscription, NatsDestroyer<natsSubscription_Destroy>>;
-using NatsAck = std::unique_ptr<jsPubAck, NatsDestroyer<jsPubAck_Destroy>>;
-using NatsInfo = std::unique_ptr<jsStreamInfo, NatsDestroyer<jsStreamInfo_Destroy>>;
+/// A call of the library. It may outlive whoever asked, so it owns all that it touches.
+using NatsQuestion = std::function<natsStatus(const NatsLine& line, jsErrCode& code)>;
 
-/// A connection with what is made of it.
-struct NatsLine {
-    NatsConnection connection;
-    NatsContext context;
-    NatsSubscription bell;
-};
-/// Shared by the calls under way: a line that is given up lives until they have returned.
-using NatsLineHandle = std::shared_ptr<NatsLine>;
-
-/// Why there is no answer.
-struct NatsFailure {
-    Reply reply = Reply::Unreachable;
-    std::string reason;
+/// What came of it.
+struct NatsHeard {
+    natsStatus status = NATS_CONNECTION_CLOSED;
+    jsErrCode code = static_cast<jsErrCode>(0);
+    NatsFailure failure;  // unless the status is NATS_OK
 };
 
 /// The way to the servers: one connection, made when it is first needed and again where the library has given one up.
-/// Safe from any thread.
+/// Safe from any thread, and nobody waits longer than a bound, whatever the library does.
+///
+/// That has to be seen to: the library shakes hands over TLS without a deadline, with the connection's lock held, and
+/// nearly all that can be asked of a connection takes that lock, closing it included. So whatever may wait is done by a
+/// thread of its own, and who waits for that thread gives up in time. A thread that is left behind has all that it
+/// needs (Shared), calls nobody, and ends when the library lets it go.
+///
+/// When the process exits, such a thread is in a call of the library, as the library's own threads are, which do not
+/// end before the process either. It has no static of ours, the library frees nothing of its own while a connection is
+/// there, and what it waits for is a socket that says nothing.
 class NatsLines {
 public:
     /// `bellSubject`: where the stream's bell rings.
@@ -53,41 +41,26 @@ public:
     NatsLines(const NatsLines&) = delete;
     NatsLines& operator=(const NatsLines&) = delete;
 
-    /// A line that is connected; null with a reason where there is none at the moment.
-    NatsLineHandle get(NatsFailure& failure);
-    NatsFailure failureOf(natsStatus status, jsErrCode code) const;
-    /// An answer came: what was remarked before no longer explains anything.
-    void answered();
+    /// Asks that of a line that is connected.
+    NatsHeard ask(NatsQuestion question);
     void listen(std::function<void(std::uint64_t)> bell);
     std::string server() const;
     void close();
 
 private:
-    /// What the library's threads may still call when all else is gone.
-    struct Shared {
-        std::mutex lock;
-        std::function<void(std::uint64_t)> bell;  // called under the lock, so that close() ends it
-        std::string lastError;
-    };
+    struct Shared;
     using SharedHandle = std::shared_ptr<Shared>;
+    enum class Ended : std::uint8_t { Done, Closed, Late };
 
-    static void noteError(natsConnection* connection, natsSubscription* unused, natsStatus status, void* closure);
-    static void noteBell(natsConnection* unused, natsSubscription* unusedToo, natsMsg* message, void* closure);
-    static void dropShared(void* closure);
-    static void dropSharedOf(natsConnection* unused, void* closure);
+    static void connect(const SharedHandle& shared);
+    Ended within(std::chrono::milliseconds most, std::function<void()> work, bool closing = false);
+    NatsLineHandle get(NatsFailure& failure);
+    NatsLineHandle waitForLine(NatsFailure& failure);
+    natsConnStatus lookAt(const NatsLineHandle& line, NatsFailure& failure);
+    void giveUp(NatsLineHandle line);
+    NatsFailure answered();
 
-    bool usesTls() const;
-    natsStatus setUp(natsOptions* options) const;
-    NatsLineHandle connect(NatsFailure& failure);
-    void subscribe(NatsLine& line) const;
-
-    const Options options_;
-    const std::string bellSubject_;
-    const SharedHandle shared_ = std::make_shared<Shared>();
-    std::mutex connecting_;  // one connects at a time
-    mutable std::mutex lock_;
-    NatsLineHandle line_;
-    bool closed_ = false;
+    const SharedHandle shared_;
 };
 
 }  // namespace mxservice::feed

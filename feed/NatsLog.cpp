@@ -4,6 +4,9 @@
 
 #include <array>
 #include <cstdlib>
+#include <functional>
+#include <memory>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -25,14 +28,15 @@ public:
           lines_(options, bellSubject_) {}
 
     Got last(Asked whom) override {
-        return whom == Asked::Any
-                   ? direct([this](jsDirectGetMsgOptions& get) { get.LastBySubject = logSubject_.c_str(); })
-                   : lastOf(logSubject_);
+        return whom == Asked::Any ? direct([subject = logSubject_](jsDirectGetMsgOptions& get) {
+            get.LastBySubject = subject.c_str();
+        })
+                                  : lastOf(logSubject_);
     }
     Got next(std::uint64_t after) override {
-        return direct([&](jsDirectGetMsgOptions& get) {
+        return direct([after, subject = logSubject_](jsDirectGetMsgOptions& get) {
             get.Sequence = after + 1;
-            get.NextBySubject = logSubject_.c_str();
+            get.NextBySubject = subject.c_str();
         });
     }
     Got at(std::uint64_t sequence) override;
@@ -47,13 +51,16 @@ public:
     void close() override { lines_.close(); }
 
 private:
-    template <class Fill>
-    Got direct(Fill fill);
+    // Calls of the library, which may outlive this object: they own what they touch.
+    using Ask = std::function<natsStatus(jsCtx* context, natsMsg** message, jsErrCode* code)>;
+    using Send = std::function<natsStatus(jsCtx* context, jsPubAck** ack, jsErrCode* code)>;
+
+    Got direct(std::function<void(jsDirectGetMsgOptions&)> fill);
     Got lastOf(const std::string& subject);
-    template <class Ask>
     Got got(Ask ask);
-    template <class Ask>
-    Put put(Ask ask);
+    Put put(Send send);
+    Put checkStream();
+    Put makeStream();
     std::string partName(const std::string& token, std::uint64_t index) const {
         return fmt::format("{}.{}.{}", partSubject_, token, index);
     }
@@ -66,35 +73,10 @@ private:
     NatsLines lines_;
 };
 
-/// Got or Put that says why there is nothing.
-template <class Answer>
-Answer failed(const NatsFailure& failure) {
-    Answer answer;
-    answer.reply = failure.reply;
-    answer.reason = failure.reason;
-    return answer;
-}
-
-template <class Ask>
-Got NatsLog::got(Ask ask) {
-    NatsFailure failure;
-    const NatsLineHandle line = lines_.get(failure);
-    if (!line) {
-        return failed<Got>(failure);
-    }
-    natsMsg* message = nullptr;
-    auto code = static_cast<jsErrCode>(0);
-    const natsStatus status = ask(*line, &message, &code);
-    const NatsMessage owned(message);
-    if (status != NATS_OK) {
-        // Without the stream nobody has published, either: who follows waits for a day, who publishes makes the stream.
-        const bool missing = status == NATS_NOT_FOUND || code == JSNoMessageFoundErr || code == JSStreamNotFoundErr;
-        return failed<Got>(missing ? NatsFailure{Reply::Missing, "not there"} : lines_.failureOf(status, code));
-    }
-    Got got;
-    got.reply = Reply::Ok;
-    got.message.sequence = natsMsg_GetSequence(message);
-    got.message.payload.assign(natsMsg_GetData(message), static_cast<std::size_t>(natsMsg_GetDataLength(message)));
+Message messageOf(natsMsg* message) {
+    Message made;
+    made.sequence = natsMsg_GetSequence(message);
+    made.payload.assign(natsMsg_GetData(message), static_cast<std::size_t>(natsMsg_GetDataLength(message)));
     const char** keys = nullptr;
     int count = 0;
     if (natsMsgHeader_Keys(message, &keys, &count) == NATS_OK) {
@@ -103,22 +85,40 @@ Got NatsLog::got(Ask ask) {
             const std::string_view key = keys[i];
             // What servers add differs by the way of asking; cache files keep what the publisher wrote.
             if (key.substr(0, 4) == "Ins-" && natsMsgHeader_Get(message, keys[i], &value) == NATS_OK) {
-                got.message.headers.emplace(key, value);
+                made.headers.emplace(key, value);
             }
         }
         free(keys);  // the list alone is ours, its texts are the message's
     }
-    lines_.answered();
-    return got;
+    return made;
 }
 
-template <class Fill>
-Got NatsLog::direct(Fill fill) {
-    return got([&](NatsLine& line, natsMsg** message, jsErrCode* /*code*/) {
+Got NatsLog::got(Ask ask) {
+    const auto message = std::make_shared<Message>();
+    const NatsHeard heard = lines_.ask([ask = std::move(ask), message](const NatsLine& line, jsErrCode& code) {
+        natsMsg* answer = nullptr;
+        const natsStatus status = ask(line.context.get(), &answer, &code);
+        const NatsMessage owned(answer);
+        if (status == NATS_OK) {
+            *message = messageOf(answer);
+        }
+        return status;
+    });
+    if (heard.status == NATS_OK) {
+        return {Reply::Ok, "", std::move(*message)};
+    }
+    // Without the stream nobody has published, either: who follows waits for a day, who publishes makes the stream.
+    const bool missing =
+        heard.status == NATS_NOT_FOUND || heard.code == JSNoMessageFoundErr || heard.code == JSStreamNotFoundErr;
+    return missing ? Got{Reply::Missing, "not there", {}} : Got{heard.failure.reply, heard.failure.reason, {}};
+}
+
+Got NatsLog::direct(std::function<void(jsDirectGetMsgOptions&)> fill) {
+    return got([stream = stream_, fill = std::move(fill)](jsCtx* context, natsMsg** message, jsErrCode* /*code*/) {
         jsDirectGetMsgOptions get;
         jsDirectGetMsgOptions_Init(&get);
         fill(get);
-        const natsStatus status = js_DirectGetMsg(message, line.context.get(), stream_.c_str(), nullptr, &get);
+        const natsStatus status = js_DirectGetMsg(message, context, stream.c_str(), nullptr, &get);
         // Nobody listens: there is no such stream, or none of its replicas is ready. Whoever cares asks the leader.
         return status == NATS_NO_RESPONDERS ? NATS_NOT_FOUND : status;
     });
@@ -126,77 +126,112 @@ Got NatsLog::direct(Fill fill) {
 
 /// Of the leader, which alone knows for sure that there is none.
 Got NatsLog::lastOf(const std::string& subject) {
-    return got([&](NatsLine& line, natsMsg** message, jsErrCode* code) {
-        return js_GetLastMsg(message, line.context.get(), stream_.c_str(), subject.c_str(), nullptr, code);
+    return got([stream = stream_, subject](jsCtx* context, natsMsg** message, jsErrCode* code) {
+        return js_GetLastMsg(message, context, stream.c_str(), subject.c_str(), nullptr, code);
     });
 }
 
 /// A replica may not have yet what a bell or another replica has told of; the leader has.
 Got NatsLog::at(std::uint64_t sequence) {
-    Got got = direct([&](jsDirectGetMsgOptions& get) { get.Sequence = sequence; });
-    return got.reply != Reply::Missing ? got : this->got([&](NatsLine& line, natsMsg** message, jsErrCode* code) {
-        return js_GetMsg(message, line.context.get(), stream_.c_str(), sequence, nullptr, code);
-    });
+    Got got = direct([sequence](jsDirectGetMsgOptions& get) { get.Sequence = sequence; });
+    return got.reply != Reply::Missing
+               ? got
+               : this->got([stream = stream_, sequence](jsCtx* context, natsMsg** message, jsErrCode* code) {
+                     return js_GetMsg(message, context, stream.c_str(), sequence, nullptr, code);
+                 });
 }
 
 /// By its subject: the sequences that acknowledgements tell are not reliable where a cluster takes a duplicate. A bell
 /// may ring before every replica has the parts, so one that lacks one is no proof, as above.
 Got NatsLog::part(const std::string& token, std::uint64_t index) {
     const std::string subject = partName(token, index);
-    Got got = direct([&](jsDirectGetMsgOptions& get) { get.LastBySubject = subject.c_str(); });
+    Got got = direct([subject](jsDirectGetMsgOptions& get) { get.LastBySubject = subject.c_str(); });
     return got.reply != Reply::Missing ? got : lastOf(subject);
 }
 
-template <class Ask>
-Put NatsLog::put(Ask ask) {
-    NatsFailure failure;
-    const NatsLineHandle line = lines_.get(failure);
-    if (!line) {
-        return failed<Put>(failure);
+Put NatsLog::put(Send send) {
+    const auto sequence = std::make_shared<std::uint64_t>(0);
+    const NatsHeard heard = lines_.ask([send = std::move(send), sequence](const NatsLine& line, jsErrCode& code) {
+        jsPubAck* answered = nullptr;
+        const natsStatus status = send(line.context.get(), &answered, &code);
+        const NatsAck ack(answered);
+        *sequence = answered != nullptr ? answered->Sequence : 0;  // only messages are acknowledged with one
+        return status;
+    });
+    if (heard.status == NATS_OK) {
+        return {Reply::Ok, "", *sequence};
     }
-    auto code = static_cast<jsErrCode>(0);
-    jsPubAck* answered = nullptr;
-    const natsStatus status = ask(*line, &answered, &code);
-    const NatsAck ack(answered);
-    if (status != NATS_OK) {
-        failure = lines_.failureOf(status, code);
-        if (code == JSStreamWrongLastSequenceErr) {
-            failure.reply = Reply::Conflict;
-        }
-        return failed<Put>(failure);
-    }
-    lines_.answered();
-    return {Reply::Ok, "", answered != nullptr ? answered->Sequence : 0};  // only messages are acknowledged with one
+    return {heard.code == JSStreamWrongLastSequenceErr ? Reply::Conflict : heard.failure.reply, heard.failure.reason,
+            0};
 }
 
-/// A stream that is there stays as it is: what an operator has set on it (replicas, limits, placement) wins.
 Put NatsLog::prepare() {
-    return put([this](NatsLine& line, jsPubAck** /*ack*/, jsErrCode* code) {
-        jsStreamInfo* info = nullptr;
-        natsStatus status = js_GetStreamInfo(&info, line.context.get(), stream_.c_str(), nullptr, code);
-        const NatsInfo owned(info);
-        // The library's own word for it comes without a code.
-        if (status != NATS_NOT_FOUND && *code != JSStreamNotFoundErr) {
+    Put there = checkStream();
+    return there.reply == Reply::Missing ? makeStream() : there;
+}
+
+/// A stream that is there stays as it is: what an operator has set on it (replicas, limits, placement) wins. Where it
+/// lacks what hosts cannot do without, it is for the operator to say so, too: an update would have to send back every
+/// option of a server that may know more of them than this library.
+Put NatsLog::checkStream() {
+    struct Lacks {
+        bool direct = false;
+        bool bell = false;
+    };
+    const auto lacks = std::make_shared<Lacks>();
+    const NatsHeard heard =
+        lines_.ask([stream = stream_, bell = bellSubject_, lacks](const NatsLine& line, jsErrCode& code) {
+            jsStreamInfo* info = nullptr;
+            const natsStatus status = js_GetStreamInfo(&info, line.context.get(), stream.c_str(), nullptr, &code);
+            const NatsInfo owned(info);
+            if (status == NATS_OK) {
+                const jsRePublish* const again = info->Config->RePublish;
+                lacks->direct = !info->Config->AllowDirect;
+                lacks->bell = again == nullptr || again->Destination == nullptr || bell != again->Destination;
+            }
             return status;
-        }
+        });
+    // The library's own word for it comes without a code.
+    if (heard.status == NATS_NOT_FOUND || heard.code == JSStreamNotFoundErr) {
+        return {Reply::Missing, "not there", 0};
+    }
+    if (heard.status != NATS_OK) {
+        return {heard.failure.reply, heard.failure.reason, 0};
+    }
+    if (lacks->direct || lacks->bell) {
+        return {Reply::Denied,
+                fmt::format("the stream {} is there, but was not made for a feed:{}{}", stream_,
+                            lacks->direct ? " hosts cannot read it without allow_direct;" : "",
+                            lacks->bell ? fmt::format(" no bell rings unless {} is republished, headers only, as {};",
+                                                      logSubject_, bellSubject_)
+                                        : "") +
+                    " set that, or remove the stream",
+                0};
+    }
+    return {Reply::Ok, "", 0};
+}
+
+Put NatsLog::makeStream() {
+    return put([stream = stream_, log = logSubject_, parts = partSubject_ + ".>", rings = bellSubject_,
+                replicas = options_.replicas, duplicates = options_.duplicates.count() * kNanoseconds](
+                   jsCtx* context, jsPubAck** /*ack*/, jsErrCode* code) {
         jsStreamConfig config;
         jsStreamConfig_Init(&config);
         jsRePublish bell;
         jsRePublish_Init(&bell);
-        bell.Source = logSubject_.c_str();
-        bell.Destination = bellSubject_.c_str();
+        bell.Source = log.c_str();
+        bell.Destination = rings.c_str();
         bell.HeadersOnly = true;  // hosts need no more than the sequence: what is new they ask for, as when they start
-        const std::string parts = partSubject_ + ".>";
-        std::array<const char*, 2> subjects{logSubject_.c_str(), parts.c_str()};
-        config.Name = stream_.c_str();
+        std::array<const char*, 2> subjects{log.c_str(), parts.c_str()};
+        config.Name = stream.c_str();
         config.Subjects = subjects.data();
         config.SubjectsLen = static_cast<int>(subjects.size());
         config.Storage = js_FileStorage;
-        config.Replicas = options_.replicas;
-        config.Duplicates = options_.duplicates.count() * kNanoseconds;
+        config.Replicas = replicas;
+        config.Duplicates = duplicates;
         config.AllowDirect = true;  // any replica answers hosts, so that the leader does not serve them all
         config.RePublish = &bell;
-        status = js_AddStream(nullptr, line.context.get(), &config, nullptr, code);
+        const natsStatus status = js_AddStream(nullptr, context, &config, nullptr, code);
         // Another publisher may have made it in between.
         return *code == JSStreamNameExistErr ? NATS_OK : status;
     });
@@ -204,40 +239,40 @@ Put NatsLog::prepare() {
 
 /// Without an expectation: parts of several publishers may lie between each other, only log messages are in order.
 Put NatsLog::putPart(const std::string& token, std::uint64_t index, const std::string& bytes) {
-    const std::string subject = partName(token, index);
-    const std::string id = fmt::format("{}-{}", token, index);
-    return put([&](NatsLine& line, jsPubAck** ack, jsErrCode* code) {
+    return put([subject = partName(token, index), id = fmt::format("{}-{}", token, index), bytes](
+                   jsCtx* context, jsPubAck** ack, jsErrCode* code) {
         jsPubOptions options;
         jsPubOptions_Init(&options);
         options.MsgId = id.c_str();
-        return js_Publish(ack, line.context.get(), subject.c_str(), bytes.data(), static_cast<int>(bytes.size()),
-                          &options, code);
+        return js_Publish(ack, context, subject.c_str(), bytes.data(), static_cast<int>(bytes.size()), &options, code);
     });
 }
 
 Put NatsLog::commit(const Headers& headers, const std::string& payload, const std::string& id, std::uint64_t expected) {
-    return put([&](NatsLine& line, jsPubAck** ack, jsErrCode* code) {
-        natsMsg* made = nullptr;
-        natsStatus status =
-            natsMsg_Create(&made, logSubject_.c_str(), nullptr, payload.data(), static_cast<int>(payload.size()));
-        const NatsMessage message(made);
-        for (const auto& [name, value] : headers) {
-            if (status == NATS_OK) {
-                status = natsMsgHeader_Set(made, name.c_str(), value.c_str());
+    return put(
+        [subject = logSubject_, headers, payload, id, expected](jsCtx* context, jsPubAck** ack, jsErrCode* code) {
+            natsMsg* made = nullptr;
+            natsStatus status =
+                natsMsg_Create(&made, subject.c_str(), nullptr, payload.data(), static_cast<int>(payload.size()));
+            const NatsMessage message(made);
+            for (const auto& [name, value] : headers) {
+                if (status == NATS_OK) {
+                    status = natsMsgHeader_Set(made, name.c_str(), value.c_str());
+                }
             }
-        }
-        if (status != NATS_OK) {
-            return status;
-        }
-        jsPubOptions options;
-        jsPubOptions_Init(&options);
-        options.MsgId = id.c_str();
-        // Of the subject, not of the stream: the parts of this commit came in between. 0 means no expectation to the
-        // library, so that the first commit of all has to be told otherwise, or two publishers would both begin a log.
-        options.ExpectLastSubjectSeq = expected;
-        options.ExpectNoMessage = expected == 0;
-        return js_PublishMsg(ack, line.context.get(), made, &options, code);
-    });
+            if (status != NATS_OK) {
+                return status;
+            }
+            jsPubOptions options;
+            jsPubOptions_Init(&options);
+            options.MsgId = id.c_str();
+            // Of the subject, not of the stream: the parts of this commit came in between. 0 means no expectation to
+            // the library, so that the first commit of all has to be told otherwise, or two publishers would both begin
+            // a log.
+            options.ExpectLastSubjectSeq = expected;
+            options.ExpectNoMessage = expected == 0;
+            return js_PublishMsg(ack, context, made, &options, code);
+        });
 }
 
 Put NatsLog::purgeBefore(std::uint64_t sequence) {
@@ -245,11 +280,11 @@ Put NatsLog::purgeBefore(std::uint64_t sequence) {
         // Servers take "before the first message" for no bound at all, and remove everything.
         return {Reply::Ok, "", 0};
     }
-    return put([&](NatsLine& line, jsPubAck** /*ack*/, jsErrCode* code) {
+    return put([stream = stream_, sequence](jsCtx* context, jsPubAck** /*ack*/, jsErrCode* code) {
         jsOptions options;
         jsOptions_Init(&options);
         options.Stream.Purge.Sequence = sequence;
-        return js_PurgeStream(line.context.get(), stream_.c_str(), &options, code);
+        return js_PurgeStream(context, stream.c_str(), &options, code);
     });
 }
 

@@ -189,6 +189,13 @@ public:
         }
         return -1;
     }
+    /// What the first server answers to a request of its own interface.
+    std::string ask(const std::string& subject, const std::string& payload) const {
+        return exchange(port(0),
+                        "CONNECT {\"verbose\":false}\r\nSUB _INBOX.test 1\r\nPUB " + subject + " _INBOX.test " +
+                            std::to_string(payload.size()) + "\r\n" + payload + "\r\n",
+                        "}\r\n");
+    }
     /// Bytes of memory that a server has.
     std::size_t memory(int member) const {
         std::ifstream statistics("/proc/" + std::to_string(members_[static_cast<std::size_t>(member)].process->id()) +
@@ -209,16 +216,21 @@ private:
     std::filesystem::path store(int member) const { return directory_.path() / ("store" + std::to_string(member)); }
 
     std::string get(int member, const std::string& path) const {
+        return exchange(members_[static_cast<std::size_t>(member)].page, "GET " + path + " HTTP/1.0\r\n\r\n", "");
+    }
+    /// What comes back, up to the end of the connection or, behind the first line, to `last`.
+    static std::string exchange(int port, const std::string& request, const std::string& last) {
         const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         std::string page;
-        if (connects(socket, members_[static_cast<std::size_t>(member)].page)) {
-            const std::string request = "GET " + path + " HTTP/1.0\r\n\r\n";
-            if (::send(socket, request.data(), request.size(), MSG_NOSIGNAL) > 0) {
-                char bytes[4096];
-                for (ssize_t got = 1; got > 0;) {
-                    got = ::recv(socket, bytes, sizeof bytes, 0);
-                    page.append(bytes, got > 0 ? static_cast<std::size_t>(got) : 0);
-                }
+        if (connects(socket, port) && ::send(socket, request.data(), request.size(), MSG_NOSIGNAL) > 0) {
+            const auto isLast = [&] {
+                return !last.empty() && page.size() >= last.size() && page.find("MSG ") != std::string::npos &&
+                       page.compare(page.size() - last.size(), last.size(), last) == 0;
+            };
+            char bytes[4096];
+            for (ssize_t got = 1; got > 0 && !isLast();) {
+                got = ::recv(socket, bytes, sizeof bytes, 0);
+                page.append(bytes, got > 0 ? static_cast<std::size_t>(got) : 0);
             }
         }
         ::close(socket);

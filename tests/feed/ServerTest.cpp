@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <fstream>
-#include <regex>
-#include <utility>
+#include <iterator>
 
 #include "tests/FromEnvironment.h"
+#include "tests/LogCapture.h"
 #include "tests/feed/Certificates.h"
 #include "tests/feed/NatsServer.h"
 #include "tests/feed/Proxy.h"
@@ -218,7 +218,9 @@ TEST_F(FeedServers, AWipedStoreBeginsAnEpoch) {
     openHosts(options);
     Publisher publisher(options);
     ASSERT_TRUE(publisher.publish("20260302", randomDay(random_)));
-    EXPECT_TRUE(eventually([&] { return newest() == 1; }));
+    for (const auto& host : hosts_) {
+        EXPECT_TRUE(eventually([&] { return host->subscriber().revision().number == 1; }));
+    }
     servers.kill(0);
     servers.wipe(0);
     servers.start(0);
@@ -324,6 +326,120 @@ TEST_F(FeedServers, OverTlsBothSidesMustShowWhoTheyAre) {
     }
 }
 
+/// The library shakes hands without a deadline, and nothing can be asked of a connection meanwhile.
+TEST_F(FeedServers, AServerThatGoesMuteInTheTlsHandshakeHoldsUpNobody) {
+    const Certificates authority;
+    authority.sign("localhost");
+    NatsServers servers(1, "tls { cert_file: \"" + authority.file("localhost") + "\", key_file: \"" +
+                               authority.key("localhost") + "\" }\n");
+    Options options = optionsOf({"tls://localhost:" + std::to_string(servers.port(0))});
+    options.caFile = authority.file("authority");
+    options.requestTimeout = options.pollEvery = std::chrono::milliseconds(500);
+    ASSERT_TRUE(
+        eventually([&] { return Publisher(options).publish("20260302", randomDay(random_)).revision.number == 1; }));
+    const int port = freePort();
+    {
+        const MuteServer mute(port);
+        Options both = options;
+        both.servers.insert(both.servers.begin(), "tls://localhost:" + std::to_string(port));
+        for (int i = 0; i < 3; ++i) {  // whichever of the two the library asks first
+            ServerHost host(both, ledger_);
+            EXPECT_TRUE(host.subscriber().waitCurrent(std::chrono::seconds(60)))
+                << host.subscriber().health().lastFailure;
+        }
+    }
+    auto ends = std::make_unique<ServerHost>(options, ledger_);
+    ServerHost stays(options, ledger_);
+    EXPECT_TRUE(ends->subscriber().waitCurrent(std::chrono::seconds(60)));
+    EXPECT_TRUE(stays.subscriber().waitCurrent(std::chrono::seconds(60)));
+    servers.kill(0);
+    {
+        const MuteServer mute(servers.port(0));
+        EXPECT_TRUE(eventually([&] { return mute.greeted() >= 2; }));
+        EXPECT_TRUE(eventually([&] { return ends->subscriber().state() == State::Stale; }));
+        EXPECT_EQ(ends->subscriber().health().server, "");
+        ends.reset();
+        ServerHost late(options, ledger_);
+        EXPECT_EQ(Publisher(options).catchUp().result, Published::Unreachable);
+        EXPECT_TRUE(eventually([&] { return late.subscriber().health().failures > 0; }));
+    }
+    servers.start(0);
+    EXPECT_TRUE(stays.subscriber().waitCurrent(std::chrono::seconds(60))) << stays.subscriber().health().lastFailure;
+}
+
+TEST_F(FeedServers, APublisherDoesNotWaitForAPeerThatTakesNoMoreBytes) {
+    const NatsServers servers(1);
+    Proxy proxy(servers.port(0), true);
+    Options options = optionsOf({proxy.url()});
+    options.requestTimeout = std::chrono::milliseconds(500);
+    options.publishFor = std::chrono::milliseconds(1);
+    Publisher publisher(options);
+    ASSERT_TRUE(publisher.publish("20260302", randomDay(random_)));
+    Snapshot large;
+    for (int code = 0; code < 2000; ++code) {
+        std::string name;  // that does not pack well
+        std::generate_n(std::back_inserter(name), 500, [&] { return static_cast<char>('!' + random_() % 90); });
+        large.instruments.push_back(record("SH", std::to_string(code), name));
+    }
+    proxy.takesNothing = true;
+    const Outcome outcome = publisher.publish("20260302", Day::of(large));
+    EXPECT_EQ(outcome.result, Published::Unreachable) << outcome.reason;
+    proxy.takesNothing = false;
+    EXPECT_TRUE(
+        eventually([&] { return publisher.publish("20260302", randomDay(random_)).result == Published::Done; }));
+}
+
+TEST_F(FeedServers, AHostThatMayNotHearTheBellSaysSoAndLooks) {
+    const NatsServers servers(1,
+                              "authorization { users: [ { user: pub, password: secret }, { user: hosts, password: "
+                              "s3cret, permissions: { subscribe: { deny: \"ins.v1.bell\" } } } ] }\n");
+    const std::string address = "127.0.0.1:" + std::to_string(servers.port(0));
+    Publisher publisher(optionsOf({"nats://pub:secret@" + address}));
+    ASSERT_TRUE(
+        eventually([&] { return publisher.publish("20260302", randomDay(random_)).result == Published::Done; }));
+    const LogCapture log;
+    const auto said = [&] {
+        const auto lines = log.lines();
+        return std::count_if(lines.begin(), lines.end(), [](const LogCapture::Line& line) {
+            return line.level == utils::kLogError && line.text.find("no bell") != std::string::npos;
+        });
+    };
+    ServerHost host(optionsOf({"nats://hosts:s3cret@" + address}), ledger_);
+    EXPECT_TRUE(host.subscriber().waitCurrent(std::chrono::seconds(60)));
+    EXPECT_EQ(host.subscriber().health().server, "nats://" + address) << "a page is no place for a password";
+    EXPECT_TRUE(eventually([&] { return said() == 1; }));
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_TRUE(publisher.apply(randomChange(random_)));
+        EXPECT_TRUE(eventually([&] { return host.subscriber().revision() == publisher.revision(); }));
+    }
+    EXPECT_EQ(said(), 1);
+    const Outcome nowhere = Publisher(optionsOf({"nats://hosts:s3cret@" + address + "9999"})).catchUp();
+    EXPECT_EQ(nowhere.reason.find("s3cret"), std::string::npos) << nowhere.reason;
+}
+
+TEST_F(FeedServers, AStreamThatHostsCannotFollowIsNotPublishedTo) {
+    const NatsServers servers(1);
+    const auto makeStream = [&](const std::string& more) {
+        servers.ask("$JS.API.STREAM.DELETE.ins-v1", "");
+        const std::string made = servers.ask(
+            "$JS.API.STREAM.CREATE.ins-v1",
+            R"({"name":"ins-v1","subjects":["ins.v1.log","ins.v1.part.>"],"storage":"file","num_replicas":1)" + more +
+                "}");
+        EXPECT_EQ(made.find("\"error\""), std::string::npos) << made;
+    };
+    const std::string direct = R"(,"allow_direct":true)";
+    const std::string bell = R"(,"republish":{"src":"ins.v1.log","dest":"ins.v1.bell","headers_only":true})";
+    const std::map<std::string, std::string> lacks{{bell, "allow_direct"}, {direct, "ins.v1.bell"}};
+    for (const auto& [has, lacking] : lacks) {
+        makeStream(has);
+        const Outcome outcome = Publisher(optionsOf(servers.urls())).publish("20260302", randomDay(random_));
+        EXPECT_EQ(outcome.result, Published::Failed) << outcome.reason;
+        EXPECT_NE(outcome.reason.find(lacking), std::string::npos) << outcome.reason;
+    }
+    makeStream(direct + bell);
+    EXPECT_TRUE(Publisher(optionsOf(servers.urls())).publish("20260302", randomDay(random_)));
+}
+
 /// A remark of the server's explains the request that it refuses, not one that hangs after others were answered.
 TEST_F(FeedServers, ARefusalIsForgottenWithTheNextAnswer) {
     NatsServers servers(1,
@@ -344,99 +460,6 @@ TEST_F(FeedServers, ARefusalIsForgottenWithTheNextAnswer) {
     ::waitpid(servers.process(0).id(), nullptr, WUNTRACED);  // or it still answers
     const Outcome silent = publisher.apply(randomChange(random_));
     EXPECT_EQ(silent.result, Published::Unreachable) << silent.reason;
-}
-
-/// Who looks on while nothing else happens sees what has happened.
-TEST_F(FeedServers, AWatchTellsEachEventWhenItComes) {
-    NatsServers servers(1);
-    Publisher publisher(optionsOf(servers.urls()));
-    const TemporaryDirectory directory;
-    const std::string file = (directory.path() / "events").string();
-    const Process watch({PM_INSCENTER, "feed", "watch", "--server", servers.urls().front()}, file);
-    EXPECT_TRUE(eventually([&] { return bool(publisher.publish("20260302", randomDay(random_))); }));
-    EXPECT_TRUE(eventually([&] { return contentOf(file).find(publisher.revision().digest) != std::string::npos; }));
-    EXPECT_TRUE(publisher.apply(randomChange(random_)));
-    EXPECT_TRUE(eventually([&] { return contentOf(file).find(publisher.revision().digest) != std::string::npos; }));
-}
-
-/// The configurations that the tool writes, of one server and of clusters: one user publishes, the others only read, by
-/// whichever server, and nobody joins a cluster without its password.
-TEST_F(FeedServers, TheWrittenConfigurationLetsOneUserPublish) {
-    const Certificates certificates;
-    certificates.sign("localhost", ",IP:127.0.0.1");
-    for (const auto& [count, tls] : {std::pair<std::size_t, bool>{1, false}, {2, false}, {2, true}}) {
-        const TemporaryDirectory directory(TemporaryDirectory::inMemory());
-        const auto at = [&](const std::string& name) { return (directory.path() / name).string(); };
-        const std::vector<int> ports{freePort(), freePort()};
-        const std::vector<int> routes{freePort(), freePort()};
-        const std::string url = tls ? "tls://localhost:" : "nats://localhost:";
-        std::vector<std::string> files{"nats-server.conf"};
-        std::vector<std::string> serve{PM_INSCENTER, "feed", "serve", directory.path().string()};
-        if (count == 2) {
-            files = {"localhost.conf", "127.0.0.1.conf"};
-            serve.insert(serve.end(), {"--peers", "localhost:" + std::to_string(routes[0]) +
-                                                      ",127.0.0.1:" + std::to_string(routes[1])});
-        }
-        if (tls) {
-            serve.insert(serve.end(), {"--tls-cert", certificates.file("localhost"), "--tls-key",
-                                       certificates.key("localhost"), "--ca", certificates.file("authority")});
-        }
-        ASSERT_EQ(Process(serve, at("log")).wait(), 0) << contentOf(at("log"));
-        std::vector<std::unique_ptr<Process>> servers;
-        for (std::size_t i = 0; i < count; ++i) {
-            // On one machine, so each needs a port and a store of its own.
-            std::string text = contentOf(at(files[i]));
-            text = std::regex_replace(text, std::regex("(port: |:)4222"), "$01" + std::to_string(ports[i]));
-            text = std::regex_replace(text, std::regex("/store\""), "/store of " + files[i] + "\"");
-            std::ofstream(at(files[i])) << text;
-            servers.push_back(
-                std::make_unique<Process>(std::vector<std::string>{"nats-server", "-c", at(files[i])}, at("log")));
-            ASSERT_TRUE(eventually([&] { return accepts(ports[i]); })) << contentOf(at("log"));
-        }
-        if (count == 2) {
-            ASSERT_TRUE(eventually([&] { return accepts(routes[0]); })) << contentOf(at("log"));
-            const std::string greeting = greetingAt(routes[0]);  // with TLS, nothing before the other's certificate
-            EXPECT_EQ(greeting.find("\"auth_required\":true") == std::string::npos, tls) << greeting;
-            EXPECT_EQ(greeting.empty(), tls) << greeting;
-        }
-        const auto optionsFor = [&](const std::string& user, std::size_t server) {
-            Options options = optionsOf({url + std::to_string(ports[server])}, static_cast<int>(count));
-            options.user = user;
-            std::ifstream file(at(user + ".password"));
-            std::getline(file, options.password);
-            options.caFile = tls ? certificates.file("authority") : "";
-            options.publishFor = std::chrono::milliseconds(500);
-            return options;
-        };
-        Publisher publisher(optionsFor("publisher", 0));
-        ServerHost host(optionsFor("hosts", count - 1), ledger_);
-        for (int i = 0; i < 3; ++i) {  // the third removes the first
-            EXPECT_TRUE(eventually(
-                [&] { return publisher.publish("20260302", randomDay(random_)).result == Published::Done; }));
-            EXPECT_TRUE(publisher.apply(randomChange(random_)));
-        }
-        EXPECT_TRUE(eventually([&] { return host.subscriber().revision() == publisher.revision(); }))
-            << host.subscriber().health().lastFailure << contentOf(at("log"));
-        Publisher reader(optionsFor("hosts", count - 1));
-        EXPECT_TRUE(reader.catchUp());
-        const Outcome refused = reader.apply(randomChange(random_));
-        EXPECT_EQ(refused.result, Published::Failed) << refused.reason;
-        EXPECT_NE(refused.reason.find("ermission"), std::string::npos) << refused.reason;
-        EXPECT_EQ(host.subscriber().state(), State::Current);
-
-        // The tool takes the same files, and tells what it meets while it watches.
-        const auto tells = [&](const std::string& user, const std::string& server, const std::string& what) {
-            const std::string file = at("watched by " + user + " " + what);
-            std::vector<std::string> words{PM_INSCENTER, "feed", "watch", "--server", server};
-            words.insert(words.end(), {"--user", user, "--password-file", at("hosts.password")});
-            words.insert(words.end(), {"--ca", certificates.file("authority")});
-            const Process watching(words, file);
-            EXPECT_TRUE(eventually([&] { return contentOf(file).find(what) != std::string::npos; })) << contentOf(file);
-        };
-        tells("hosts", url + std::to_string(ports[0]), publisher.revision().digest);
-        tells("publisher", url + std::to_string(ports[0]), "Failed  0  ");
-        tells("hosts", url + "1", "Connecting  0  No server");
-    }
 }
 
 /// Many changes against a model, a day now and then; neither host nor server grows.

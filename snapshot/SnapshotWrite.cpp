@@ -220,6 +220,7 @@ void Snapshot::write(const std::string& directory, const SnapshotWriteOptions& o
         throw std::runtime_error(directory + ": cannot be made: " + failure.message());
     }
     std::vector<std::string> names;
+    names.reserve(kEveryCatalogue.size());
     for (const SnapshotCatalogue catalogue : kEveryCatalogue) {
         names.push_back(fileNameOf({catalogue, options.format, options.packing}));
     }

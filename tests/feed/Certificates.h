@@ -17,11 +17,11 @@ public:
                  "-subj", "/CN=authority", "-keyout", key("authority"), "-out", file("authority")});
     }
 
-    /// Makes a certificate for a host of that name, or a client.
-    void sign(const std::string& name) const {
+    /// Makes a certificate for a host of that name, or a client; `more`: other names of it, ",IP:ADDRESS".
+    void sign(const std::string& name, const std::string& more = {}) const {
         const std::string request = file(name) + ".request";
         openssl({"req", "-nodes", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-subj", "/CN=" + name,
-                 "-addext", "subjectAltName=DNS:" + name, "-keyout", key(name), "-out", request});
+                 "-addext", "subjectAltName=DNS:" + name + more, "-keyout", key(name), "-out", request});
         openssl({"x509", "-req", "-in", request, "-CA", file("authority"), "-CAkey", key("authority"),
                  "-copy_extensions", "copy", "-days", "2", "-out", file(name)});
     }

@@ -13,8 +13,8 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -38,13 +38,17 @@ inline int freePort() {
     return ntohs(address.sin_port);
 }
 
-inline bool accepts(int port) {
-    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+inline bool connects(int socket, int port) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     address.sin_port = htons(static_cast<std::uint16_t>(port));
-    const bool connected = ::connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    return ::connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+}
+
+inline bool accepts(int port) {
+    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const bool connected = connects(socket, port);
     ::close(socket);
     return connected;
 }
@@ -60,6 +64,24 @@ bool eventually(Holds holds, std::chrono::seconds most = std::chrono::seconds(60
         ::poll(nullptr, 0, 2);
     }
     return true;
+}
+
+/// What a server says first to whoever connects: one line.
+inline std::string greetingAt(int port) {
+    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    std::string line;
+    if (connects(socket, port)) {
+        for (char letter = 0; letter != '\n' && ::recv(socket, &letter, 1, 0) == 1;) {
+            line += letter;
+        }
+    }
+    ::close(socket);
+    return line;
+}
+
+inline std::string contentOf(const std::string& file) {
+    std::ifstream text(file);
+    return {std::istreambuf_iterator<char>(text), {}};
 }
 
 /// A process, killed with the object.
@@ -149,10 +171,7 @@ public:
         members_[static_cast<std::size_t>(member)].process = std::make_unique<Process>(
             std::vector<std::string>{"nats-server", "-c", file.string()}, (directory_.path() / "log").string());
         if (!eventually([&] { return accepts(port(member)); }, std::chrono::seconds(20))) {
-            std::ifstream said(directory_.path() / "log");
-            std::ostringstream text;
-            text << said.rdbuf();
-            throw std::runtime_error("nats-server does not start: " + text.str());
+            throw std::runtime_error("nats-server does not start: " + contentOf((directory_.path() / "log").string()));
         }
     }
     void kill(int member) { process(member).kill(); }
@@ -202,13 +221,8 @@ private:
     /// What comes back, up to the end of the connection or, behind the first line, to `last`.
     static std::string exchange(int port, const std::string& request, const std::string& last) {
         const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(static_cast<std::uint16_t>(port));
         std::string page;
-        if (::connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-            ::send(socket, request.data(), request.size(), MSG_NOSIGNAL) > 0) {
+        if (connects(socket, port) && ::send(socket, request.data(), request.size(), MSG_NOSIGNAL) > 0) {
             const auto isLast = [&] {
                 return !last.empty() && page.size() >= last.size() && page.find("MSG ") != std::string::npos &&
                        page.compare(page.size() - last.size(), last.size(), last) == 0;

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "tools/inscenter/Console.h"
 #include "tools/inscenter/ExitCodes.h"
 #include "tools/inscenter/FeedCommand.h"
 #include "tools/inscenter/HelpTexts.h"
@@ -57,7 +58,7 @@ std::string explain(const CLI::App& app, const CLI::Error& error) {
         // The library's count leaves people to guess what they have done.
         text = text.substr(0, text.find(':')) + " may stand only once";
     }
-    return "inscenter: " + text + "\n";
+    return withoutSecrets("inscenter: " + text + "\n");
 }
 
 /// Where the words come from.
@@ -144,6 +145,7 @@ private:
             ->check(
                 [](const std::string& url) { return isFeed(url) ? "" : url + " is no URL, nats://... or tls://..."; })
             ->excludes(data);
+        addFeedAccess(app_, command_.feed);
         app_.add_option_function<std::string>(
                 "--center",
                 [this](const std::string& name) {

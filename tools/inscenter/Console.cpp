@@ -20,6 +20,24 @@ constexpr const char* kEraseLine = "\r\x1B[K";
 
 }  // namespace
 
+std::string withoutSecrets(std::string_view text) {
+    constexpr std::string_view kScheme = "://";
+    std::string shown;
+    for (;;) {
+        const std::size_t scheme = text.find(kScheme);
+        if (scheme == std::string_view::npos) {
+            return shown.append(text);
+        }
+        const std::size_t begin = scheme + kScheme.size();
+        shown += text.substr(0, begin);
+        text.remove_prefix(begin);
+        // The last of them, for a password may hold one that should have been escaped; but not of the next URL.
+        const std::size_t end = std::min(text.find_first_of(" \t\n"), text.find(kScheme));
+        const std::size_t at = text.substr(0, end).rfind('@');
+        text.remove_prefix(at == std::string_view::npos ? 0 : at + 1);
+    }
+}
+
 Console::Console(std::ostream& err, bool terminal, const Screen& screen)
     : err_(err), terminal_(terminal), screen_(screen) {}
 
@@ -29,7 +47,7 @@ Console::~Console() {
 
 void Console::message(std::string_view text) {
     end();
-    std::string line = fmt::format("{} {}\n", kName, printable(text));
+    std::string line = fmt::format("{} {}\n", kName, printable(withoutSecrets(text)));
     if (screen_.columns > 0) {
         line = wrapped(line, screen_.columns);
     }

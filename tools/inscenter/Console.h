@@ -10,6 +10,9 @@
 
 namespace inscenter {
 
+/// The text without user and password of the URLs in it: what stands between "//" and "@".
+std::string withoutSecrets(std::string_view text);
+
 /// Standard error: messages, and on a terminal a progress bar once a step takes longer than a second. Not for several
 /// threads at once.
 class Console {
@@ -22,7 +25,7 @@ public:
     Console& operator=(const Console&) = delete;
 
     /// Writes one line, on a terminal broken between words. Bytes and control characters that could upset a terminal
-    /// are shown in a harmless form.
+    /// are shown in a harmless form, URLs without their secrets.
     void message(std::string_view text);
 
     /// Shows a byte of a line that the last message was about: the line, or what of it has room, and a mark below.

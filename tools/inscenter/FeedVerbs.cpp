@@ -3,16 +3,19 @@
 #include <fmt/format.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
-#include <map>
+#include <fstream>
+#include <mutex>
+#include <system_error>
 #include <thread>
-#include <utility>
 
 #include "base/instrumentcenter/CServerInstrumentCenter.h"
 #include "feed/Feed.h"
 #include "tools/inscenter/ExitCodes.h"
 #include "tools/inscenter/Interruption.h"
 #include "tools/inscenter/Snapshot.h"
+#include "tools/inscenter/Utf8.h"
 
 namespace inscenter {
 namespace {
@@ -22,6 +25,29 @@ namespace feed = mxservice::feed;
 constexpr std::chrono::seconds kPatience{10};           // with a server that starts, or a cluster that elects
 constexpr std::chrono::milliseconds kBetweenLooks{50};  // at Ctrl-C, which wakes nobody
 
+FeedQuery& accessOfReading() {
+    static FeedQuery kept;
+    return kept;
+}
+
+/// In a file, because everybody on the machine sees the words of a command.
+std::string passwordOf(const FeedQuery& query) {
+    if (query.user.empty() != query.passwordFile.empty()) {
+        throw UnreadableInput("--user and --password-file need each other");
+    }
+    std::string password;
+    if (!query.user.empty()) {
+        errno = 0;
+        std::ifstream file(pathOf(query.passwordFile));
+        if (!std::getline(file, password)) {
+            throw UnreadableInput(fmt::format("{}: no password can be read: {}", query.passwordFile,
+                                              errno == 0 ? "it is empty" : std::generic_category().message(errno)));
+        }
+        password.erase(password.find_last_not_of('\r') + 1);
+    }
+    return password;
+}
+
 feed::Options optionsOf(const FeedQuery& query) {
     feed::Options options;
     if (!query.servers.empty()) {
@@ -29,6 +55,8 @@ feed::Options optionsOf(const FeedQuery& query) {
     }
     options.feed = query.feed;
     options.name = "inscenter";
+    options.user = query.user;
+    options.password = passwordOf(query);
     options.credentialsFile = query.credentials;
     options.caFile = query.authority;
     options.replicas = query.replicas;
@@ -41,6 +69,18 @@ Table tableOf(const feed::Revision& revision) {
               static_cast<std::int64_t>(revision.sequence), revision.digest}}};
 }
 
+/// Reads what is to be published. Whoever publishes does so for every host, so that half a file is refused.
+ReadReport readWhole(const FeedQuery& query, Snapshot& snapshot, Console& console) {
+    const ReadReport read = readSnapshot(query.source, snapshot, console);
+    if (read.skipped > 0 && !query.despiteIssues) {
+        throw UnreadableInput(
+            fmt::format("{}: not published, because {} of its lines and files had to be skipped (see above); "
+                        "--despite-issues publishes the others",
+                        snapshotName(query.source), read.skipped));
+    }
+    return read;
+}
+
 int finish(const feed::Outcome& outcome, std::uint64_t skipped, Output& output, Console& console) {
     if (!outcome) {
         console.message("not published: " + outcome.reason);
@@ -50,14 +90,43 @@ int finish(const feed::Outcome& outcome, std::uint64_t skipped, Output& output, 
     return skipped > 0 ? exitcode::kSkipped : exitcode::kAnswered;
 }
 
-/// One event as a line: for people words, for programs the same columns each time.
+/// One event as a line, at once: for people words, for programs the same columns each time. Safe from any thread.
 class EventLines {
 public:
     explicit EventLines(Output& output) : output_(output) { output_.head(columns_); }
 
     void add(const std::string& event, const feed::Revision& revision, const std::string& key,
              const std::string& text) {
-        const std::vector<Cell> cells{event, revision.tradingDay, std::to_string(revision.number), key, text};
+        const std::lock_guard guard(mutex_);
+        write({event, revision.tradingDay, std::to_string(revision.number), key, text});
+    }
+
+    /// Nothing where it was told already.
+    void addState(feed::State state, const feed::Revision& revision, const std::string& reason) {
+        const std::lock_guard guard(mutex_);
+        tell(state, revision, reason);
+    }
+
+    /// What no handler hears: the state that a subscriber begins with, and one that came before there was a handler.
+    void lookAt(const feed::Subscriber& subscriber) {
+        const std::lock_guard guard(mutex_);  // first, or what is told may be older than what a handler told
+        const feed::Health health = subscriber.health();
+        const bool good = health.state == feed::State::Current || health.state == feed::State::Loading;
+        tell(health.state, health.revision, good ? "" : health.lastFailure);
+    }
+
+private:
+    void tell(feed::State state, const feed::Revision& revision, const std::string& reason) {
+        // There is nothing to say of the beginning until the first look at the log has brought nothing.
+        const bool begins = state == feed::State::Connecting;
+        if (begins ? reason.empty() || told_ == reason : told_ == feed::stateName(state)) {
+            return;
+        }
+        told_ = begins ? reason : feed::stateName(state);
+        write({feed::stateName(state), revision.tradingDay, std::to_string(revision.number), "", reason});
+    }
+
+    void write(const std::vector<Cell>& cells) {
         if (output_.format() != Format::Table) {
             output_.row(columns_, cells);
         } else {
@@ -71,9 +140,10 @@ public:
         output_.flush();  // the next event may be hours away
     }
 
-private:
     const std::vector<std::string> columns_{"event", "tradingDay", "revision", "key", "text"};
     Output& output_;
+    std::mutex mutex_;
+    std::string told_;  ///< the last state; of Connecting, why
 };
 
 /// Told as one event what many records would bury.
@@ -96,11 +166,9 @@ void addChanges(const mxservice::CatalogueChange& change, const feed::Revision& 
 
 }  // namespace
 
-/// Lines that were skipped do not keep the rest from being published, as they do not keep a center from loading it; the
-/// exit code tells.
 int publishDay(const FeedQuery& query, Output& output, Console& console) {
     Snapshot snapshot;
-    const ReadReport read = readSnapshot(query.source, snapshot, console);
+    const ReadReport read = readWhole(query, snapshot, console);
     const std::string day = query.day.empty() ? tradingDayOf(snapshot) : query.day;
     // Never guessed: under too late a day it could not be taken back, because the log refuses earlier ones.
     if (day.empty()) {
@@ -115,8 +183,20 @@ int publishChanges(const FeedQuery& query, Output& output, Console& console) {
     ReadReport read;
     if (!query.source.empty()) {
         Snapshot snapshot;
-        read = readSnapshot(query.source, snapshot, console);
-        change.upserts = snapshot.instruments;  // a change has nothing of other catalogues
+        read = readWhole(query, snapshot, console);
+        std::string others;
+        for (const SnapshotCatalogue catalogue : kEveryCatalogue) {
+            const std::size_t count = snapshot.records(catalogue).size();
+            if (catalogue != SnapshotCatalogue::Instruments && count > 0) {
+                others += fmt::format("{}{} {}", others.empty() ? "" : ", ", count, catalogueName(catalogue));
+            }
+        }
+        if (!others.empty()) {
+            throw UnreadableInput(
+                fmt::format("{}: a change is of instruments alone, and there are also {}; a day has all",
+                            snapshotName(query.source), others));
+        }
+        change.upserts = snapshot.instruments;
     }
     change.removedKeys = query.removed;
     if (change.upserts.empty() && change.removedKeys.empty()) {
@@ -131,13 +211,12 @@ int watchFeed(const FeedQuery& query, Output& output, Console& /*console*/) {
     EventLines lines(output);
     std::atomic<std::size_t> revisions{0};
     mxservice::CServerInstrumentCenter center("inscenter");
-    feed::Subscriber subscriber(center, optionsOf(query));
-    // All of it on the subscriber's thread, so that lines stand in the order of what they tell.
     std::vector<mxservice::CatalogueChange> told;
     const auto changes = center.subscribe([&](const mxservice::CatalogueChange& change) { told.push_back(change); });
-    const auto states = subscriber.onState([&](feed::State state, const std::string& reason) {
-        lines.add(feed::stateName(state), subscriber.revision(), "", reason);
-    });
+    feed::Subscriber subscriber(center, optionsOf(query));
+    // But for states, all of it on the subscriber's thread, so that lines stand in the order of what they tell.
+    const auto states = subscriber.onState(
+        [&](feed::State state, const std::string& reason) { lines.addState(state, subscriber.revision(), reason); });
     const auto days = subscriber.onChange([&](const feed::Revision& revision) {
         if (query.count && revisions >= *query.count) {  // another one, before the thread below has looked
             return;
@@ -151,6 +230,7 @@ int watchFeed(const FeedQuery& query, Output& output, Console& /*console*/) {
         ++revisions;
     });
     while (!Interruption::happened() && !(query.count && revisions >= *query.count)) {
+        lines.lookAt(subscriber);
         std::this_thread::sleep_for(kBetweenLooks);
     }
     return exitcode::kAnswered;
@@ -169,15 +249,19 @@ int showFeedStatus(const FeedQuery& query, Output& output, Console& /*console*/)
     }
 }
 
+void setFeedAccess(const FeedQuery& query) {
+    accessOfReading() = query;
+}
+
 Snapshot readFeed(const std::string& url) {
-    FeedQuery query;
+    FeedQuery query = accessOfReading();
     query.servers = {url};
     try {
         Snapshot day = feed::read(optionsOf(query), kPatience).day;
         day.recordsRead = countsOf(day);  // as reading files counts them, for verbs that tell what was read
         return day;
     } catch (const std::exception& failure) {
-        throw UnreadableInput(fmt::format("{}: {}", url, failure.what()));
+        throw UnreadableInput(fmt::format("{}: {}", snapshotName(url), failure.what()));
     }
 }
 

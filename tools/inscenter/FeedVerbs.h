@@ -15,10 +15,13 @@ namespace inscenter {
 struct FeedQuery {
     std::vector<std::string> servers;  ///< URLs; empty: the one on this machine
     std::string feed = "ins";
-    std::string credentials;  ///< file of a user's JWT and seed
-    std::string authority;    ///< PEM of who signs the servers' certificates
+    std::string user;
+    std::string passwordFile;  ///< whose first line is the password
+    std::string credentials;   ///< file of a user's JWT and seed
+    std::string authority;     ///< PEM of who signs the servers' certificates
 
     std::string source;                ///< snapshot to publish, or file of instruments
+    bool despiteIssues = false;        ///< publish what could be read of it
     std::string day;                   ///< YYYYMMDD; empty: that of the records
     std::vector<std::string> removed;  ///< keys to remove
     std::optional<std::size_t> count;  ///< of revisions to watch
@@ -27,8 +30,8 @@ struct FeedQuery {
     std::string directory;
     int port = 4222;
     int replicas = 1;                ///< of streams that publishers make
-    std::vector<std::string> peers;  ///< "host:port" of the cluster's routes, this server's first
-    std::string certificate;
+    std::vector<std::string> peers;  ///< "host:port" of the routes of each server of a cluster; empty: one server
+    std::string certificate;         ///< PEM files, by their names where the servers run
     std::string key;
 };
 
@@ -39,11 +42,13 @@ int publishDay(const FeedQuery& query, Output& output, Console& console);
 int publishChanges(const FeedQuery& query, Output& output, Console& console);
 int watchFeed(const FeedQuery& query, Output& output, Console& console);
 int showFeedStatus(const FeedQuery& query, Output& output, Console& console);
-/// Writes a server's configuration; needs no server, and no library of the feed's.
+/// Writes the configurations of servers; needs no server, and no library of the feed's.
 int writeServerConfiguration(const FeedQuery& query, Output& output, Console& console);
 
 /// Whether the name of a snapshot is the URL of a feed.
 bool isFeed(const std::string& name);
+/// User, password and certificates with which readFeed() asks, from then on.
+void setFeedAccess(const FeedQuery& query);
 /// The day that the feed at the URL has at the moment, with the number of records of each catalogue. Throws
 /// UnreadableInput.
 mxservice::Snapshot readFeed(const std::string& url);

@@ -24,6 +24,7 @@ int watchFeed(const FeedQuery& /*query*/, Output& /*output*/, Console& /*console
 int showFeedStatus(const FeedQuery& /*query*/, Output& /*output*/, Console& /*console*/) {
     refuse();
 }
+void setFeedAccess(const FeedQuery& /*query*/) {}
 Snapshot readFeed(const std::string& /*url*/) {
     refuse();
 }

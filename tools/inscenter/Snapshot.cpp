@@ -97,7 +97,7 @@ Snapshot readFrom(const std::string& directory, const SnapshotReadOptions& optio
 }  // namespace
 
 std::string snapshotName(const std::string& path) {
-    return path == kStandardInput ? "standard input" : path;
+    return path == kStandardInput ? "standard input" : isFeed(path) ? withoutSecrets(path) : path;
 }
 
 std::string tradingDayOf(const Snapshot& snapshot) {

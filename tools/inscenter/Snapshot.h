@@ -39,7 +39,7 @@ struct ReadReport {
     std::vector<std::string> remarks;  ///< what was reported on the console of what could not be used
 };
 
-/// The directory as messages name it: "standard input" for "-".
+/// The directory as messages and answers name it: "standard input" for "-", a feed without its password.
 std::string snapshotName(const std::string& path);
 
 /// Reads the snapshot in `directory`. The directory "-" stands for standard input, which holds instruments, a JSON

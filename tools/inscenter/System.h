@@ -52,4 +52,8 @@ bool mayWrite(const std::filesystem::path& path);
 /// Makes a directory of a new name, for its owner alone. Throws std::runtime_error when that fails.
 std::string makeTemporaryDirectory();
 
+/// Makes an empty file for what only its owner may read. Throws std::runtime_error where there is one already, or none
+/// can be made. On Windows who may read it is up to the directory.
+void makePrivateFile(const std::filesystem::path& path);
+
 }  // namespace inscenter

@@ -1,5 +1,7 @@
+#include <fcntl.h>
 #include <stdlib.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -83,6 +85,15 @@ std::string makeTemporaryDirectory() {
         throw std::runtime_error(name + ": cannot be made: " + std::generic_category().message(errno));
     }
     return name;
+}
+
+void makePrivateFile(const std::filesystem::path& path) {
+    // With its rights from the first moment on: between making it and taking rights away somebody may open it.
+    const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (file < 0) {
+        throw std::runtime_error(path.string() + ": cannot be made: " + std::generic_category().message(errno));
+    }
+    ::close(file);
 }
 
 }  // namespace inscenter

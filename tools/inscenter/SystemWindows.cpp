@@ -282,4 +282,14 @@ std::string makeTemporaryDirectory() {
     return textOf(path);
 }
 
+void makePrivateFile(const std::filesystem::path& path) {
+    const HANDLE file =
+        ::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        const std::error_code failure(static_cast<int>(::GetLastError()), std::system_category());
+        throw std::runtime_error(textOf(path) + ": cannot be made: " + failure.message());
+    }
+    ::CloseHandle(file);
+}
+
 }  // namespace inscenter

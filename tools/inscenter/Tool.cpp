@@ -224,6 +224,8 @@ int feed(const Command& command, std::ostream& out, Console& console) {
 
 int run(const Command& command, std::ostream& out, std::ostream& err) {
     Console console(err, isTerminal(err), screenOf(err));
+    // Those of a feed that is published to are not shown to another one that the day comes from.
+    setFeedAccess(command.task == Task::Feed ? FeedQuery() : command.feed);
     try {
         switch (command.task) {
             case Task::Ask:

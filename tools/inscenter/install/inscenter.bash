@@ -2,7 +2,7 @@
 
 _inscenter() {
     local word=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-    local global="--help --version --data --feed --center --store --format --jsonl --rules --today --log"
+    local global="--help --version --data --feed --center --store --format --jsonl --rules --today --log --user --password-file --creds --ca"
     local listing="--where --fields --sort --limit"
     local verbs="help summary get has list find explain sql check export report mains products spreads codes outer etf etfs bond bonds
         interbank tenderbonds counterparties otc issuances issuanceprices shell store tour diff generate feed"
@@ -43,7 +43,7 @@ _inscenter() {
     esac
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-            --data | --feed | --center | --store | --format | --rules | --today) ((++i)) ;;
+            --data | --feed | --center | --store | --format | --rules | --today | --user | --password-file | --creds | --ca) ((++i)) ;;
             -*) ;;
             *)
                 if [ -z "$verb" ]; then
@@ -98,10 +98,10 @@ _inscenter() {
         feed)
             case $storeVerb in
                 "") options=$feedVerbs ;;
-                serve) options="--name --port --peers --tls-cert --tls-key" ;;
-                *) options="--name --server --creds --ca" ;;&
-                publish) options="$options --day --replicas" ;;
-                changes) options="$options --remove" ;;
+                serve) options="--name --port --peers --tls-cert --tls-key --ca" ;;
+                *) options="--name --server" ;;&
+                publish) options="$options --day --replicas --despite-issues" ;;
+                changes) options="$options --remove --despite-issues" ;;
                 watch) options="$options --count" ;;
             esac
             ;;

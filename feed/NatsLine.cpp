@@ -88,10 +88,10 @@ bool usesTls(const Options& options) {
                                       [](const auto& url) { return url.rfind("tls://", 0) == 0; });
 }
 
-natsStatus setUp(natsOptions* options, const Options& wanted) {
+natsStatus setUp(natsOptions* options, const Options& wanted, unsigned others) {
     std::vector<const char*> servers;
-    for (const std::string& server : wanted.servers) {
-        servers.push_back(server.c_str());
+    for (std::size_t i = 0; i < wanted.servers.size(); ++i) {
+        servers.push_back(wanted.servers[(i + others) % wanted.servers.size()].c_str());
     }
     natsStatus status = natsOptions_SetServers(options, servers.data(), static_cast<int>(servers.size()));
     const auto with = [&status](bool given, auto set) {
@@ -100,6 +100,9 @@ natsStatus setUp(natsOptions* options, const Options& wanted) {
         }
     };
     with(true, [&] { return natsOptions_SetTimeout(options, kConnectMs); });
+    // Hosts are spread over the servers by the library's dice. Beside an attempt that hangs each begins with another
+    // server, so that it takes no more of them than there are servers until one comes through.
+    with(others > 0, [&] { return natsOptions_SetNoRandomize(options, true); });
     // A peer that takes no more bytes would keep the connection's lock, and with it the library's one thread of timers,
     // so that no connection of the process was pinged any more. Over TLS too, though there the library's reading and
     // writing threads may then misread each other's "would block": that costs a reconnection, rarely.
@@ -197,12 +200,12 @@ NatsFailure failureOf(const NatsNotesHandle& notes, natsStatus status, jsErrCode
     return {isRefusal(notes->remark) || isDenied(status, code) ? Reply::Denied : Reply::Unreachable, reason};
 }
 
-NatsLineHandle connectLine(const NatsWay& way, NatsFailure& failure) {
+NatsLineHandle connectLine(const NatsWay& way, unsigned others, NatsFailure& failure) {
     natsOptions* made = nullptr;
     natsStatus status = natsOptions_Create(&made);
     const NatsOptions options(made);
     if (status == NATS_OK) {
-        status = setUp(made, way.options);
+        status = setUp(made, way.options, others);
     }
     auto line = std::make_shared<NatsLine>();
     line->tie = std::make_shared<NatsLine::Tie>(way.notes);

@@ -73,8 +73,9 @@ struct NatsWay {
     const NatsNotesHandle notes;
 };
 
-/// Connects; null with the reason where that fails.
-NatsLineHandle connectLine(const NatsWay& way, NatsFailure& failure);
+/// Connects; null with the reason where that fails. `others`: attempts that hang; none of their servers shall hold up
+/// this one, too.
+NatsLineHandle connectLine(const NatsWay& way, unsigned others, NatsFailure& failure);
 
 /// In words, with what was remarked meanwhile. Waits for nothing.
 NatsFailure failureOf(const NatsNotesHandle& notes, natsStatus status, jsErrCode code);

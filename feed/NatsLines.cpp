@@ -101,12 +101,12 @@ NatsLines::Ended NatsLines::within(milliseconds most, std::function<void()> work
     return call->done ? Ended::Done : shared_->closed ? Ended::Closed : Ended::Late;
 }
 
-void NatsLines::connect(const SharedHandle& shared) {
+void NatsLines::connect(const SharedHandle& shared, unsigned others) {
     NatsLineHandle made;
     NatsFailure failure;
     std::string server;
     try {
-        made = connectLine(shared->way, failure);
+        made = connectLine(shared->way, others, failure);
         server = made ? urlOf(*made) : "";
     } catch (const std::exception& thrown) {
         failure = unreachable(thrown.what());
@@ -135,15 +135,15 @@ NatsLineHandle NatsLines::waitForLine(NatsFailure& failure) {
     std::unique_lock lock(shared_->lock);
     const std::uint64_t ended = shared_->ended;
     if (!shared_->line && !shared_->closed) {
-        // One that hangs is left to itself, for the library goes through the servers in another order each time: the
-        // next one may begin with a server that answers. Ever more rarely, so that threads do not pile up.
+        // One that hangs is left to itself, for the next one may come to a server that answers. Ever more rarely, so
+        // that threads do not pile up.
         const auto now = std::chrono::steady_clock::now();
         const unsigned others = shared_->attempts;
         if (others == 0 || now - shared_->lastAttempt >= most * (1U << std::min(others - 1, kMostDoublings))) {
             ++shared_->attempts;
             shared_->lastAttempt = now;
             lock.unlock();
-            start([shared = shared_] { connect(shared); });
+            start([shared = shared_, others] { connect(shared, others); });
             lock.lock();
         }
     }

@@ -52,7 +52,7 @@ private:
     using SharedHandle = std::shared_ptr<Shared>;
     enum class Ended : std::uint8_t { Done, Closed, Late };
 
-    static void connect(const SharedHandle& shared);
+    static void connect(const SharedHandle& shared, unsigned others);
     Ended within(std::chrono::milliseconds most, std::function<void()> work, bool closing = false);
     NatsLineHandle get(NatsFailure& failure);
     NatsLineHandle waitForLine(NatsFailure& failure);

@@ -58,6 +58,7 @@ struct StepHost {
 };
 
 using ServerHost = StepHost<OpenServerCenter>;
+using ClientHost = StepHost<OpenClientCenter>;
 
 class FeedTest : public testing::Test {
 protected:

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <boost/make_shared.hpp>
 
 #include <atomic>
@@ -14,6 +16,7 @@
 
 #include "base/instrumentcenter/InstrumentView.h"
 #include "feed/Feed.h"
+#include "tests/FromEnvironment.h"
 
 // Days that every publisher of these tests makes, and hosts that watch whether they are ever torn.
 
@@ -136,6 +139,21 @@ private:
     std::atomic<std::uint64_t> looks_{0};
     std::atomic<bool> done_{false};
     std::thread reader_;
+};
+
+class ServerFixture : public testing::Test {
+protected:
+    using ServerHost = WatchedHost<CServerInstrumentCenter>;
+
+    static Options optionsOf(const std::vector<std::string>& urls, int replicas = 1) {
+        Options options;
+        options.servers = urls;
+        options.replicas = replicas;
+        return options;
+    }
+
+    std::mt19937 random_{seedOfRun()};
+    Ledger ledger_;
 };
 
 }  // namespace mxservice::feed

@@ -104,9 +104,9 @@ TEST_F(ClientCenter, AReplacementHasAllOfTheSubMarketsThatItNames) {
                                  instrument("SHFI", "3"), instrument("SHFI", "4")});
     load({"SGT"}, {instrument("SGT", "5")});
     center().replaceInstruments({"HGT", "HK", "SH", "SHFI"}, {instrument("HK", "1"), instrument("SH", "6")});
-    EXPECT_EQ(asked().getInstrument("HK1")->market, "HK") << "nothing of the former \"HGT\"";
+    EXPECT_EQ(asked().getInstrument("HK1")->market, "HK");
     EXPECT_FALSE(asked().hasCode("HK2") || asked().hasCode("SH3") || asked().hasCode("SH4"));
-    EXPECT_TRUE(asked().hasCode("HK5")) << "\"SGT\" was not named";
+    EXPECT_TRUE(asked().hasCode("HK5")) << "not named";
     load({"SGT"}, {instrument("SGT", "7")});
     EXPECT_TRUE(asked().hasCode("HK1") && asked().hasCode("HK7") && !asked().hasCode("HK2")) << "nor does a later load";
 }

@@ -4,7 +4,7 @@
 #include <array>
 #include <cmath>
 #include <filesystem>
-#include <random>
+#include <memory>
 #include <stdexcept>
 #include <system_error>
 #include <type_traits>
@@ -20,6 +20,7 @@
 #include "snapshot/RecordText.h"
 #include "snapshot/Snapshot.h"
 #include "snapshot/Utf8.h"
+#include "system/FileReplacement.h"
 
 namespace mxservice::snapshot {
 namespace {
@@ -29,38 +30,6 @@ namespace fs = std::filesystem;
 constexpr std::size_t kWrittenBytes = std::size_t{1} << 16U;  // put together before they are packed or written
 constexpr const char* kLineEnd = "\r\n";                      // of CSV
 constexpr const char* kByteOrderMark = "\xEF\xBB\xBF";
-
-/// A file under a name of its own that readers pass over, until it is complete.
-class TemporaryFile {
-public:
-    explicit TemporaryFile(const fs::path& wanted) : wanted_(wanted) {
-        // With a dot in front, which readers of directories pass over, and a number, for two may write one day at a
-        // time.
-        const std::uint64_t number = std::uint64_t{std::random_device()()} << 32U | std::random_device()();
-        path_ = wanted.parent_path() / pathOf(fmt::format(".{}.{:016x}", textOf(wanted.filename()), number));
-    }
-    ~TemporaryFile() {
-        std::error_code ignored;
-        fs::remove(path_, ignored);  // renamed, it is not there any more
-    }
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-
-    const fs::path& path() const { return path_; }
-    const fs::path& wanted() const { return wanted_; }
-
-    void rename() const {
-        std::error_code failure;
-        fs::rename(path_, wanted_, failure);
-        if (failure) {
-            throw std::runtime_error("cannot be written: " + failure.message());
-        }
-    }
-
-private:
-    const fs::path wanted_;
-    fs::path path_;
-};
 
 bool isWritten(const Field& field, const IData& record, bool zeros) {
     // Cells at their default stay empty, which a reader takes for it; so do numbers that no file can hold.
@@ -227,11 +196,12 @@ void Snapshot::write(const std::string& directory, const SnapshotWriteOptions& o
     // The files of all catalogues are written, also of those without records: one of a former day would stay among
     // these.
     expectNoOthers(root, names);
-    std::vector<std::unique_ptr<TemporaryFile>> written;
+    std::vector<std::unique_ptr<sys::FileReplacement>> written;
     const auto write = [&](const std::string& name, const auto& fill) {
-        const auto& file = *written.emplace_back(std::make_unique<TemporaryFile>(root / pathOf(name)));
-        forFile(file.wanted(), [&] {
-            PackedFile packed(file.path(), options.packing);
+        const fs::path wanted = root / pathOf(name);
+        forFile(wanted, [&] {
+            PackedFile packed(written.emplace_back(std::make_unique<sys::FileReplacement>(wanted))->path(),
+                              options.packing);
             fill(packed);
         });
     };

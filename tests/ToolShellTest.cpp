@@ -124,6 +124,7 @@ TEST_F(ToolShellTest, TakesStatementsOverLinesAndReadsTheDayAgain) {
     EXPECT_EQ(all.code, 2);
     EXPECT_THAT(all.err, HasSubstr("near \"selec\""));
     EXPECT_THAT(talk("sql select 'never closed\n").err, HasSubstr("has no end"));
+    EXPECT_THAT(talk(std::string("sql select 1\0;\nhas SH999999\n", 28)).err, HasSubstr("a NUL character"));
 }
 
 TEST_F(ToolShellTest, LeavesWhatIsNoQuestionToTheCommandLine) {

@@ -75,6 +75,12 @@ class Browser:
         # Control and A, Control up, Backspace: what stands there goes as a user takes it away.
         self.call("POST", f"/element/{self.find(css)}/value", {"text": "\ue009a\ue009\ue003" + text})
 
+    def press(self, css, key="\ue007"):
+        """A key, Enter if none is named, with the keyboard on an element."""
+        self.run("document.querySelector(arguments[0]).focus()", css)
+        self.call("POST", "/actions", {"actions": [{"type": "key", "id": "keyboard", "actions": [
+            {"type": "keyDown", "value": key}, {"type": "keyUp", "value": key}]}]})
+
     def resize(self, width, height):
         self.call("POST", "/window/rect", {"width": width, "height": height})
 

@@ -6,12 +6,12 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
-#include <random>
+#include <stdexcept>
 #include <string_view>
-#include <system_error>
 #include <utility>
 
 #include "platform/utils/Calendar.h"
+#include "system/FileReplacement.h"
 #include "tools/inscenter/FoldedText.h"
 #include "tools/inscenter/Interruption.h"
 #include "tools/inscenter/NearNames.h"
@@ -24,6 +24,7 @@ namespace fs = std::filesystem;
 
 constexpr const char* kDay = "main";
 constexpr const char* kOld = "old";
+constexpr const char* kOnlyQuestions = "only questions are answered: a day is read and never changed";
 constexpr int kStepsBetweenLooks = 10000;  // of the library's machine; some tenths of a millisecond
 
 // A statement may take hours to its first row, and Ctrl-C is otherwise looked for between rows.
@@ -32,7 +33,7 @@ int interrupted(void* /*nothing*/) {
 }
 
 /// The text first, then its size: asking for the text may convert the value, and with it its length.
-std::string_view textOf(sqlite3_value* value) {
+std::string_view valueText(sqlite3_value* value) {
     const auto* const bytes = reinterpret_cast<const char*>(sqlite3_value_text(value));
     return bytes == nullptr ? std::string_view()
                             : std::string_view(bytes, static_cast<std::size_t>(sqlite3_value_bytes(value)));
@@ -40,8 +41,8 @@ std::string_view textOf(sqlite3_value* value) {
 
 void holds(sqlite3_context* answer, int /*count*/, sqlite3_value** values) {
     try {
-        const std::string text = foldedText(textOf(values[0]));
-        sqlite3_result_int(answer, text.find(foldedText(textOf(values[1]))) != std::string::npos ? 1 : 0);
+        const std::string text = foldedText(valueText(values[0]));
+        sqlite3_result_int(answer, text.find(foldedText(valueText(values[1]))) != std::string::npos ? 1 : 0);
     } catch (const std::bad_alloc&) {
         sqlite3_result_error_nomem(answer);
     }
@@ -62,16 +63,69 @@ int authorize(void* /*nothing*/, int action, const char* first, const char* seco
         return text != nullptr && sqlite3_stricmp(text, name) == 0;
     };
     const bool question = action == SQLITE_SELECT || action == SQLITE_READ || action == SQLITE_RECURSIVE ||
+                          // Asked when the library sets up a table of its own (json_each, pragma_table_info), which
+                          // changes nothing; a statement that names the catalog is refused whatever stands here.
+                          (action == SQLITE_UPDATE && is(first, "sqlite_master")) ||
                           (action == SQLITE_FUNCTION && !is(second, "load_extension")) ||
                           (action == SQLITE_PRAGMA && std::any_of(kPragmas.begin(), kPragmas.end(),
                                                                   [&](const char* name) { return is(first, name); }));
     return question ? SQLITE_OK : SQLITE_DENY;
 }
 
+void expectDone(sqlite3* connection, int code) {
+    if (code == SQLITE_INTERRUPT) {
+        throw Interrupted();
+    }
+    if (code != SQLITE_OK) {
+        throw std::runtime_error(fmt::format("cannot be written: {}", sqlite3_errmsg(connection)));
+    }
+}
+
+/// Over a connection of its own: what is given up half way would else leave its traces in the one that answers. As one
+/// transaction, since each statement by itself would wait for the disk.
+void writeTables(std::vector<SqlTable>& tables, const fs::path& file) {
+    sqlite3* opened = nullptr;
+    const int code = sqlite3_open(textOf(file).c_str(), &opened);
+    const std::unique_ptr<sqlite3, int (*)(sqlite3*)> connection(opened, sqlite3_close);
+    expectDone(opened, code);
+    sqlite3_progress_handler(opened, kStepsBetweenLooks, interrupted, nullptr);
+    const auto execute = [&](const std::string& statement) {
+        expectDone(opened, sqlite3_exec(opened, statement.c_str(), nullptr, nullptr, nullptr));
+    };
+    // Whoever is stopped over it loses a file that nobody has seen yet; so no journal.
+    execute("pragma journal_mode = off; attach ':memory:' as day");
+    expectDone(opened, addTables(*opened, "day", tables));
+    execute("begin");
+    for (const SqlTable& table : tables) {
+        const std::string name = quotedName(table.name());
+        execute(fmt::format("create table main.{}({})", name, table.definition()));
+        execute(fmt::format("insert into main.{0} select * from day.{0}", name));
+        for (const SqlTable::Column& column : table.columns()) {
+            if (column.indexed && (column.name == "key" || column.name == "code" || column.name == "market")) {
+                execute(fmt::format("create index main.\"{0}.{1}\" on {2}({1})", table.name(), column.name, name));
+            }
+        }
+    }
+    execute("commit");
+}
+
+/// Throws where the former file has a journal: the next reader would write what stands in it into the new one.
+void expectNoJournal(const fs::path& file) {
+    for (const char* const suffix : {"-wal", "-journal"}) {
+        const fs::path journal = pathOf(textOf(file) + suffix);
+        if (fs::exists(journal)) {
+            throw std::runtime_error(
+                fmt::format("cannot be written: {} belongs to the former database, which a program "
+                            "has open or did not close",
+                            textOf(journal)));
+        }
+    }
+}
+
 /// The message as people are helped by it, with the names that may have been meant.
 std::string explained(const std::string& message, int code, const std::vector<std::string>& names) {
-    if (code == SQLITE_AUTH) {
-        return "only questions are answered: a day is read and never changed (" + message + ")";
+    if (code == SQLITE_AUTH || message == "not authorized") {  // of a pragma within a question it has no code
+        return fmt::format("{} ({})", kOnlyQuestions, message);
     }
     const std::size_t colon = message.find(": ");
     if (colon == std::string::npos || !message.starts_with("no such ")) {
@@ -157,7 +211,7 @@ private:
             case SQLITE_FLOAT:
                 return sqlite3_column_double(statement_, column);
             default:
-                return std::string(textOf(sqlite3_column_value(statement_, column)));
+                return std::string(valueText(sqlite3_column_value(statement_, column)));
         }
     }
 
@@ -179,8 +233,8 @@ Sql::Sql(Tables tables, Tables old) : tables_(std::move(tables)), oldTables_(std
         code = addTables(*opened, kDay, tables_);
     }
     if (code == SQLITE_OK && !oldTables_.empty()) {
-        execute("attach ':memory:' as old");
-        code = addTables(*opened, kOld, oldTables_);
+        code = sqlite3_exec(opened, "attach ':memory:' as old", nullptr, nullptr, nullptr);
+        code = code == SQLITE_OK ? addTables(*opened, kOld, oldTables_) : code;
     }
     if (code != SQLITE_OK) {
         throw std::bad_alloc();  // nothing else is in its way
@@ -215,6 +269,9 @@ void Sql::fail(const std::string& text, std::size_t begin) {
 }
 
 void Sql::answer(const std::string& statements, Output& output) {
+    if (statements.find('\0') != std::string::npos) {  // the library takes it for the end
+        throw SqlError("a statement holds a NUL character", "", 0);
+    }
     for (std::size_t at = 0; at < statements.size();) {
         Statement statement(*this, statements, at);
         if (!statement.any()) {
@@ -222,7 +279,7 @@ void Sql::answer(const std::string& statements, Output& output) {
         }
         const std::vector<std::string> columns = statement.columns();
         if (columns.empty()) {  // what passes the authorizer because there is nothing that it could do
-            throw SqlError("only questions are answered", "", 0);
+            throw SqlError(kOnlyQuestions, "", 0);
         }
         // Columns are as wide as their widest cell, so people wait for the last row; programs get each as it comes.
         if (output.format() == Format::Table) {
@@ -241,54 +298,14 @@ Table Sql::ask(const std::string& text) {
     return Statement(*this, text, at).rest();
 }
 
-void Sql::execute(const std::string& statement) {
-    if (sqlite3_exec(connection_.get(), statement.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) {
-        throw UnreadableInput(sqlite3_errmsg(connection_.get()));
-    }
-}
-
-/// Under another name beside the wanted one until it is whole: whoever opens that meanwhile finds the former file. As
-/// one transaction, since each statement by itself would wait for the disk.
 void Sql::save(const std::string& file) {
-    const fs::path wanted = pathOf(file);
-    const fs::path written =
-        wanted.parent_path() / pathOf(fmt::format(".{}.{:08x}", textOf(wanted.filename()), std::random_device()()));
-    sqlite3_set_authorizer(connection_.get(), nullptr, nullptr);  // for our own statements, until they are done
-    std::string failure;
     try {
-        const std::unique_ptr<char, void (*)(void*)> attach(
-            sqlite3_mprintf("attach %Q as written", textOf(written).c_str()), sqlite3_free);
-        execute(attach.get());
-        // Whoever is stopped over it loses a file that nobody has seen yet; so no journal.
-        execute("pragma written.journal_mode = off; begin");
-        for (const SqlTable& table : tables_) {
-            const std::string name = quotedName(table.name());
-            execute(fmt::format("create table written.{}({})", name, table.definition()));
-            execute(fmt::format("insert into written.{0} select * from main.{0}", name));
-            for (const SqlTable::Column& column : table.columns()) {
-                if (column.indexed && (column.name == "key" || column.name == "code" || column.name == "market")) {
-                    execute(
-                        fmt::format("create index written.\"{0}.{1}\" on {2}({1})", table.name(), column.name, name));
-                }
-            }
-        }
-        execute("commit");
-    } catch (const std::exception& problem) {
-        failure = problem.what();
-    }
-    // However it ended, or the next question would meet a transaction and a database that are not its own. Without a
-    // transaction the first of these is an error that nobody looks at.
-    std::error_code error;
-    sqlite3_exec(connection_.get(), "rollback", nullptr, nullptr, nullptr);
-    sqlite3_exec(connection_.get(), "detach written", nullptr, nullptr, nullptr);
-    sqlite3_set_authorizer(connection_.get(), authorize, nullptr);
-    if (failure.empty()) {
-        fs::rename(written, wanted, error);
-        failure = error ? error.message() : "";
-    }
-    if (!failure.empty()) {
-        fs::remove(written, error);
-        throw UnreadableInput(fmt::format("{}: cannot be written: {}", file, failure));
+        const sys::FileReplacement replacement(pathOf(file));
+        writeTables(tables_, replacement.path());
+        expectNoJournal(replacement.wanted());
+        replacement.rename();
+    } catch (const std::runtime_error& problem) {
+        throw UnreadableInput(fmt::format("{}: {}", file, problem.what()));
     }
 }
 
@@ -309,7 +326,8 @@ std::vector<std::string> Sql::names() const {
 }
 
 bool Sql::isComplete(const std::string& text) {
-    return sqlite3_complete(text.c_str()) != 0;
+    // What the library would not look at is refused as an answer, and waits for no end.
+    return text.find('\0') != std::string::npos || sqlite3_complete(text.c_str()) != 0;
 }
 
 }  // namespace inscenter

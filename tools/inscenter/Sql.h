@@ -45,7 +45,7 @@ public:
     Table ask(const std::string& text);
 
     /// Writes the day's tables with their indexes into a database file, which is replaced once the new one is whole.
-    /// Throws UnreadableInput when that fails.
+    /// Throws UnreadableInput when that fails, and where the former file has a journal; Interrupted as above.
     void save(const std::string& file);
 
     /// The tables of the day and their columns; "old." before those of the other day.
@@ -56,7 +56,6 @@ public:
 
 private:
     class Statement;
-    void execute(const std::string& statement);
     [[noreturn]] void fail(const std::string& text, std::size_t begin);
 
     Tables tables_;

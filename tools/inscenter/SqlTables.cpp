@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <exception>
 #include <memory>
+#include <new>
+#include <stdexcept>
 #include <type_traits>
 
 #include "platform/record/Records.h"
@@ -35,13 +37,15 @@ const std::string& textIn(const char* field, const mxservice::IData& record) {
     return record.recordType().find(field)->in<std::string>(record);
 }
 
-/// Runs what may not throw into the library; memory is all that it can run out of.
+/// Runs what may not throw into the library.
 template <class Work>
 int guarded(const Work& work) {
     try {
         work();
-    } catch (const std::exception&) {
+    } catch (const std::bad_alloc&) {
         return SQLITE_NOMEM;
+    } catch (const std::exception&) {
+        return SQLITE_ERROR;
     }
     return SQLITE_OK;
 }
@@ -66,7 +70,7 @@ Cursor& cursorOf(sqlite3_vtab_cursor* cursor) {
 }
 
 int connect(sqlite3* connection, void* tables, int /*count*/, const char* const* words, sqlite3_vtab** made,
-            char** /*error*/) {
+            char** error) {
     auto& known = *static_cast<std::vector<SqlTable>*>(tables);
     return guarded([&] {
         // The library calls it with the names that addTables has given.
@@ -75,7 +79,8 @@ int connect(sqlite3* connection, void* tables, int /*count*/, const char* const*
             &*std::find_if(known.begin(), known.end(), [&](const SqlTable& t) { return t.name() == words[2]; });
         const std::string statement = fmt::format("create table t({})", view->table->definition());
         if (sqlite3_declare_vtab(connection, statement.c_str()) != SQLITE_OK) {
-            throw std::bad_alloc();
+            *error = sqlite3_mprintf("%s", sqlite3_errmsg(connection));
+            throw std::runtime_error("refused");
         }
         *made = view.release();
     });
@@ -101,8 +106,10 @@ int chooseIndex(sqlite3_vtab* view, sqlite3_index_info* plan) {
             continue;
         }
         const SqlTable::Column& column = table.columns()[static_cast<std::size_t>(constraint.iColumn)];
-        // Hashes know no other order and no other letters for equal than those of the bytes.
-        if (!column.indexed || sqlite3_stricmp(sqlite3_vtab_collation(plan, i), "BINARY") != 0) {
+        // Hashes know no other order and no other letters for equal than those of the bytes. Of "in" the library would
+        // look at the rows again as if numbers were texts; without an index it looks rightly.
+        if (!column.indexed || sqlite3_stricmp(sqlite3_vtab_collation(plan, i), "BINARY") != 0 ||
+            sqlite3_vtab_in(plan, i, -1) != 0) {
             continue;
         }
         // One index at most: a second would narrow down rows that are few already.
@@ -142,6 +149,10 @@ int begin(sqlite3_vtab_cursor* raw, int index, const char* /*name*/, int /*count
     cursor.end = index == 0 ? cursor.table->size() : 0;
     if (index == 0 || sqlite3_value_type(values[0]) == SQLITE_NULL) {
         return SQLITE_OK;  // nothing is equal to what is unknown
+    }
+    if (sqlite3_value_type(values[0]) != SQLITE_TEXT) {
+        cursor.end = cursor.table->size();  // "01" may be equal to a number: the library looks at each row
+        return SQLITE_OK;
     }
     return guarded([&] {
         const SqlTable::Index& entries = cursor.table->indexOf(static_cast<std::size_t>(index - 1));

@@ -71,7 +71,7 @@ function showChain(table, key, expiry) {
   const days = [...byExpiry.keys()].sort();
   const chosen = byExpiry.has(expiry) ? expiry : days[0];
   byId("underlying").value = key;
-  byId("expiries").replaceChildren(...days.map((each) => {
+  refill(byId("expiries"), ...days.map((each) => {
     const chip = element("button", each || "no expiry", {type: "button", class: "chip", "aria-pressed": each === chosen});
     chip.append(element("span", number.format(byExpiry.get(each).length)));
     chip.addEventListener("click", () => showChain(table, key, each));

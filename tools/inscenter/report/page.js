@@ -6,6 +6,7 @@ let rows = null; // its rows that match, in order
 let tops = null; // where each of them begins, and the last ends
 let sorting = null; // {column, descending}
 let drawn = ""; // the range of rows that stands in the page
+let visits = 0; // places that were asked for
 const narrow = window.matchMedia("(max-width: 760px)");
 const number = new Intl.NumberFormat("en", {maximumFractionDigits: 20});
 
@@ -14,6 +15,16 @@ function element(tag, text, attributes) {
   if (text !== undefined) made.textContent = text;
   for (const [name, value] of Object.entries(attributes || {})) made.setAttribute(name, value);
   return made;
+}
+
+// Puts fresh elements in the place of a parent's old ones. The keyboard stays on what says the same as before.
+function refill(parent, ...fresh) {
+  const name = (made) => made.dataset.row || made.textContent;
+  const held = parent.contains(document.activeElement) ? name(document.activeElement) : null;
+  parent.replaceChildren(...fresh);
+  if (held === null) return;
+  const successor = [...parent.querySelectorAll("tr[data-row], button")].find((made) => name(made) === held);
+  (successor || byId("scroll")).focus({preventScroll: true});
 }
 
 // Signs that would steer what is written around them, or cannot be seen, by their numbers: as the tool writes them.
@@ -91,12 +102,11 @@ function makeCell(column, row, first) {
   return made;
 }
 
-function fillRows() {
+function fillRows(top) {
   if (!shown || !rows) return;
-  const scroll = byId("scroll");
   // In steps, so that short ways need no new rows.
-  const first = Math.max(0, Math.floor(indexAt(scroll.scrollTop) / 10) * 10 - spareRows);
-  const last = Math.min(rows.length, indexAt(scroll.scrollTop + scroll.clientHeight) + 2 * spareRows);
+  const first = Math.max(0, Math.floor(indexAt(top) / 10) * 10 - spareRows);
+  const last = Math.min(rows.length, indexAt(top + byId("scroll").clientHeight) + 2 * spareRows);
   // Rows that stay are not made anew: a click may be under way on one.
   if (drawn === `${first} ${last}`) return;
   drawn = `${first} ${last}`;
@@ -121,7 +131,7 @@ function fillRows() {
         {class: "empty", colspan: Math.max(1, shown.shown.length)}));
     body.append(row);
   }
-  document.querySelector("#rows tbody").replaceChildren(body);
+  refill(document.querySelector("#rows tbody"), body);
 }
 
 function fillHead() {
@@ -144,7 +154,7 @@ function fillHead() {
   });
   const width = shown.widths.reduce((sum, each) => sum + each, 0) - shown.widths[0] + firstWidth();
   byId("rows").style.width = `${width}px`;
-  document.querySelector("#rows thead").replaceChildren(head);
+  refill(document.querySelector("#rows thead"), head);
 }
 
 // The matching rows by a column, those without a value last whichever way; else the best first.
@@ -166,17 +176,25 @@ function finderOf(table) {
   return table.finder;
 }
 
+// Lays the rows out anew, with one of them at the top.
+function lay(first) {
+  place();
+  fillHead();
+  drawn = "";
+  fillRows(tops[first]); // before scrolling, which goes no further than there are rows
+  byId("scroll").scrollTop = tops[first];
+}
+
 function update() {
   if (!shown || !shown.shown) return;
   rows = inOrder(finderOf(shown).find(byId("search").value));
-  place();
-  fillHead();
-  byId("scroll").scrollTop = 0;
-  drawn = "";
-  fillRows();
+  lay(0);
   const all = number.format(shown.length);
   byId("count").textContent = rows.length === shown.length ? `${all} rows` : `${number.format(rows.length)} of ${all} rows`;
 }
+
+// A condition as one word of a search, which takes no notice of blanks in values.
+const oneWord = (condition) => condition.replace(/[ \t]+/g, "");
 
 // What changed, by what it was and by field: each group with its number, to pick one.
 function fillGroups() {
@@ -193,14 +211,14 @@ function fillGroups() {
   byId("groups").replaceChildren(...groups.map(([group, count]) => {
     const chip = element("button", group.slice(group.indexOf("=") + 1), {type: "button", class: "chip"});
     chip.append(element("span", number.format(count)));
-    chip.addEventListener("click", () => go(shown.id, byId("search").value === group ? "" : group));
+    const search = oneWord(group);
+    chip.addEventListener("click", () => go(shown.id, byId("search").value === search ? "" : search));
     return chip;
   }));
 }
 
-async function show(id, search) {
+async function show(id, search, wanted) {
   const table = tableOf(id);
-  const wanted = table || tableOf("instruments");
   for (const tab of byId("tabs").children) {
     if (tab.dataset.id === id) tab.setAttribute("aria-current", "page");
     else tab.removeAttribute("aria-current");
@@ -211,6 +229,7 @@ async function show(id, search) {
   const changed = shown !== table;
   shown = table;
   if (table !== null && changed) {
+    rows = null;
     byId("heading").textContent = table.title;
     byId("note").textContent = table.note;
     byId("search").placeholder = id === "instruments" ? "Code, name, pinyin, initials, ISIN" : "Search every column";
@@ -218,19 +237,22 @@ async function show(id, search) {
     document.querySelector("#rows tbody").replaceChildren();
   }
   if (id === "overview") return;
-  await wanted.load();
+  const asked = table || tableOf("instruments");
+  await asked.load();
+  if (!wanted()) return;
   if (table === null) {
-    showChains(wanted, search);
-  } else if (shown === table) { // nobody has gone on meanwhile
-    if (changed) {
-      sorting = null;
-      measure(table);
-      fillGroups();
-    }
-    if (changed || byId("search").value !== search) {
-      byId("search").value = search;
-      update();
-    }
+    showChains(asked, search);
+    return;
+  }
+  const fresh = rows === null; // perhaps of a visit before, which did not get here
+  if (fresh) {
+    sorting = null;
+    measure(table);
+    fillGroups();
+  }
+  if (fresh || byId("search").value !== search) {
+    byId("search").value = search;
+    update();
   }
 }
 
@@ -250,7 +272,7 @@ function waysFrom(table, row) {
   const ways = [];
   if (table.link !== "") {
     const [id, column, from] = table.link.split("/");
-    ways.push([tableOf(id).title, id, `${column}=${table.column(from).text(row)}`]);
+    ways.push([tableOf(id).title, id, oneWord(`${column}=${table.column(from).text(row)}`)]);
   }
   if (table.id === "instruments") {
     const own = table.column("filed").text(row) + table.column("code").text(row);
@@ -261,14 +283,23 @@ function waysFrom(table, row) {
   return ways;
 }
 
-async function showRecord(table, row) {
+function closeRecord(panel) {
+  const held = panel.contains(document.activeElement);
+  panel.hidden = true;
+  const opener = document.querySelector(`#rows tr[data-row="${panel.dataset.row}"]`);
+  const next = [opener, byId("scroll"), byId("underlying")].find((each) => each && each.offsetParent); // that is in view
+  if (held && next) next.focus();
+}
+
+async function showRecord(table, row, wanted) {
   const panel = byId("record");
-  if (table === null || !(row < table.length)) {
-    panel.hidden = true;
+  if (table === null || !Number.isInteger(row) || row < 0 || row >= table.length) {
+    closeRecord(panel);
     return;
   }
   await table.load();
   const fields = await table.fields(row);
+  if (!wanted()) return;
   panel.querySelector("h2").textContent = visible(table.shown[0].text(row) || table.shown[1].text(row));
   byId("ways").replaceChildren(...waysFrom(table, row).map(([title, id, search]) => {
     const chip = element("button", title, {type: "button", class: "chip"});
@@ -280,8 +311,10 @@ async function showRecord(table, row) {
     value.append(element("small", meaning));
     return [element("dt", name), value];
   }));
+  panel.dataset.row = row;
   panel.hidden = false;
   panel.scrollTop = 0;
+  byId("close").focus();
 }
 
 // Places have addresses, so that going back closes a record and returns to the search before.
@@ -291,7 +324,10 @@ function go(id, search, row) {
   else location.hash = hash;
 }
 
+// Tables and records may take a while to unpack: what comes when another place is wanted already is left.
 async function showPlace() {
+  const visit = ++visits;
+  const wanted = () => visit === visits;
   let parts = ["overview"];
   try {
     parts = location.hash.slice(1).split("/").map(decodeURIComponent);
@@ -299,8 +335,8 @@ async function showPlace() {
     // A hash that is no address of ours.
   }
   const id = parts[0] === "chains" || tableOf(parts[0]) ? parts[0] : "overview";
-  await show(id, parts[1] || "");
-  await showRecord(parts[2] ? tableOf(id) : null, Number(parts[2]));
+  await show(id, parts[1] || "", wanted);
+  if (wanted()) await showRecord(parts[2] ? tableOf(id) : null, Number(parts[2]), wanted);
 }
 
 function smallTable(table) {
@@ -318,8 +354,10 @@ function smallTable(table) {
     cells(line, "td", (column) => shownCell(column.at(row)));
     if (table.link !== "" && table.shown[0].at(row) !== "total") {
       line.dataset.link = table.shown[0].text(row);
+      const [first] = line.cells; // a button, which the keyboard reaches; its click is one on the line
+      first.replaceChildren(element("button", first.textContent, {type: "button", class: "plain"}));
       const [id, column, from] = table.link.split("/");
-      line.addEventListener("click", () => go(id, `${column}=${table.column(from).text(row)}`));
+      line.addEventListener("click", () => go(id, oneWord(`${column}=${table.column(from).text(row)}`)));
     }
     grid.tBodies[0].append(line);
   }
@@ -397,7 +435,8 @@ function listen() {
     clearTimeout(typing);
     typing = setTimeout(update, 60);
   });
-  byId("scroll").addEventListener("scroll", () => requestAnimationFrame(fillRows), {passive: true});
+  byId("scroll").addEventListener("scroll", () => requestAnimationFrame(() => fillRows(byId("scroll").scrollTop)),
+      {passive: true});
   const open = (event) => {
     const row = event.target.closest("tr[data-row]");
     if (row) go(shown.id, byId("search").value, row.dataset.row);
@@ -405,10 +444,10 @@ function listen() {
   byId("rows").addEventListener("click", open);
   byId("rows").addEventListener("keydown", (event) => event.key === "Enter" && open(event));
   byId("close").addEventListener("click", () => go(location.hash.slice(1).split("/")[0], shown ? byId("search").value : ""));
-  byId("download").addEventListener("click", download);
+  byId("download").addEventListener("click", () => rows && download());
   byId("underlying").addEventListener("change", () => go("chains", byId("underlying").value));
   document.addEventListener("keydown", (event) => event.key === "Escape" && !byId("record").hidden && byId("close").click());
-  window.addEventListener("resize", () => shown && shown.nameWidths && update());
+  window.addEventListener("resize", () => shown && rows && lay(indexAt(byId("scroll").scrollTop)));
   window.addEventListener("hashchange", showPlace);
 }
 

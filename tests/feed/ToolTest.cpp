@@ -2,36 +2,20 @@
 
 #include <fstream>
 #include <memory>
-#include <random>
 #include <regex>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "tests/FromEnvironment.h"
 #include "tests/feed/Certificates.h"
-#include "tests/feed/NatsServer.h"
-#include "tests/feed/WatchedHost.h"
+#include "tests/feed/FeedServers.h"
 
 // The tool as a process among real servers.
 
 namespace mxservice::feed {
 namespace {
 
-using ServerHost = WatchedHost<CServerInstrumentCenter>;
-
-class FeedTool : public testing::Test {
-protected:
-    static Options optionsOf(const std::vector<std::string>& urls, int replicas = 1) {
-        Options options;
-        options.servers = urls;
-        options.replicas = replicas;
-        return options;
-    }
-
-    std::mt19937 random_{seedOfRun()};
-    Ledger ledger_;
-};
+class FeedTool : public FeedServers {};
 
 /// Who looks on while nothing else happens sees what has happened.
 TEST_F(FeedTool, AWatchTellsEachEventWhenItComes) {

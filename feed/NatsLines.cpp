@@ -19,6 +19,7 @@ using std::chrono::milliseconds;
 constexpr std::size_t kUrlBytes = 256;
 constexpr milliseconds kMargin{500};  // of processors that are busy, before a thread counts as hanging
 constexpr milliseconds kToClose{1000};
+constexpr milliseconds kLongest = std::chrono::hours(1);  // of sums that still have to be a time
 // The library makes a connection anew with its lock held, a server after the other. It lets go of it after each.
 constexpr milliseconds kToLook{3 * kConnectMs};
 constexpr unsigned kMostDoublings = 10;
@@ -51,10 +52,11 @@ void start(std::function<void()> work) {
 
 /// What the threads have, too.
 struct NatsLines::Shared {
-    explicit Shared(NatsWay given) : way(std::move(given)) {}
+    explicit Shared(NatsWay given) : way(std::move(given)), request(std::min(way.options.requestTimeout, kLongest)) {}
 
     const NatsWay way;
-    std::mutex lock;  // of what follows; nothing is called under it, and no other lock is taken
+    const milliseconds request;  // of one question
+    std::mutex lock;             // of what follows; nothing is called under it, and no other lock is taken
     std::condition_variable changed;
     bool closed = false;
     NatsLineHandle line;
@@ -131,7 +133,7 @@ void NatsLines::connect(const SharedHandle& shared, unsigned others) {
 /// like a server that is away.
 NatsLineHandle NatsLines::waitForLine(NatsFailure& failure) {
     const auto servers = static_cast<std::int64_t>(shared_->way.options.servers.size());
-    const milliseconds most = milliseconds(kConnectMs * servers) + shared_->way.options.requestTimeout;
+    const milliseconds most = milliseconds(kConnectMs * servers) + shared_->request;
     std::unique_lock lock(shared_->lock);
     const std::uint64_t ended = shared_->ended;
     if (!shared_->line && !shared_->closed) {
@@ -236,9 +238,9 @@ NatsHeard NatsLines::ask(NatsQuestion question) {
     if (line) {
         const auto asked = std::make_shared<NatsHeard>();
         // The time of a write, of the answer, and of threads that have to wait for a processor.
-        const Ended ended =
-            within(2 * shared_->way.options.requestTimeout + kMargin,
-                   [line, asked, question = std::move(question)] { asked->status = question(*line, asked->code); });
+        const Ended ended = within(2 * shared_->request + kMargin, [line, asked, question = std::move(question)] {
+            asked->status = question(*line, asked->code);
+        });
         if (ended == Ended::Done) {
             heard.status = asked->status;
             heard.code = asked->code;

@@ -13,7 +13,6 @@
 namespace {
 
 using testing::AllOf;
-using testing::ContainsRegex;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
@@ -113,8 +112,8 @@ TEST_F(ToolSql, NothingIsChanged) {
           std::string("select * from pragma_journal_mode")}) {
         const Result answer = ask({"sql", statement});
         EXPECT_EQ(answer.code, 2) << statement;
-        EXPECT_THAT(answer.err,
-                    ContainsRegex("a day is read and never changed|may not be modified|function: load_extension"))
+        EXPECT_THAT(answer.err, testing::AnyOf(HasSubstr("a day is read and never changed"),
+                                               HasSubstr("may not be modified"), HasSubstr("function: load_extension")))
             << statement;
     }
     EXPECT_FALSE(std::filesystem::exists(outside));
@@ -200,15 +199,18 @@ TEST_F(ToolSql, ExportReplacesTheFileThatIsMeantAndNothingElse) {
         fs::create_directories(day);
         std::ofstream(file) << "former";
         fs::permissions(file, fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
-        fs::create_symlink(file, link);
-        const fs::perms former = fs::status(file).permissions();
-        EXPECT_EQ(ask({"export", option, target}).code, 0) << option;
-        EXPECT_TRUE(fs::is_symlink(link)) << option;
-        EXPECT_EQ(fs::status(file).permissions(), former) << option;
-        EXPECT_GT(fs::file_size(file), 10U) << option;
-        fs::remove(file);  // a link to nothing
-        EXPECT_THAT(ask({"export", option, target}).err, HasSubstr("cannot be written: No such file")) << option;
-        fs::remove(link);
+        std::error_code failure;
+        fs::create_symlink(file, link, failure);
+        if (!failure) {  // not every system has links
+            const fs::perms former = fs::status(file).permissions();
+            EXPECT_EQ(ask({"export", option, target}).code, 0) << option;
+            EXPECT_TRUE(fs::is_symlink(link)) << option;
+            EXPECT_EQ(fs::status(file).permissions(), former) << option;
+            EXPECT_GT(fs::file_size(file), 10U) << option;
+            fs::remove(file);  // a link to nothing
+            EXPECT_THAT(ask({"export", option, target}).err, HasSubstr("cannot be written: No such file")) << option;
+            fs::remove(link);
+        }
         fs::create_directory(link);
         EXPECT_THAT(ask({"export", option, target}).err, HasSubstr("is no regular file")) << option;
         fs::remove_all(day);

@@ -62,17 +62,19 @@ bool isFolded(std::string_view text) {
 
 /// As asking for one after the other, but the searches wait for memory together.
 Instruments findMany(Catalogue& catalogue, py::handle keys) {
-    const py::object sequence = owned(PySequence_Fast(keys.ptr(), "keys are a sequence"));
-    const auto count = static_cast<std::size_t>(PySequence_Fast_GET_SIZE(sequence.ptr()));
-    PyObject** const objects = PySequence_Fast_ITEMS(sequence.ptr());
+    // A tuple, for a list may be changed by whoever has its turn while find() waits for the library. And before anything
+    // of Python's is held here: an iterable is asked by code of Python's, in which the interpreter may end this thread.
+    const py::object sequence = owned(PySequence_Tuple(keys.ptr()));
+    const auto count = static_cast<std::size_t>(PyTuple_GET_SIZE(sequence.ptr()));
     std::vector<std::uint64_t> hashes(count);
     std::vector<std::pair<std::size_t, Instrument>> single;
     std::string text;
     for (std::size_t i = 0; i < count; ++i) {
-        if (readText(objects[i], text) && !isFolded(text)) {
+        PyObject* const key = PyTuple_GET_ITEM(sequence.ptr(), static_cast<Py_ssize_t>(i));
+        if (readText(key, text) && !isFolded(text)) {
             hashes[i] = utils::hash(text);
         } else {
-            single.emplace_back(i, find(catalogue, objects[i]));
+            single.emplace_back(i, find(catalogue, key));
         }
     }
     Instruments found(count);

@@ -102,6 +102,20 @@ def test_loads_lookups_and_subscriptions_from_many_threads():
     assert center["SH600000"].lotSize == 39
 
 
+def test_a_list_of_keys_may_change_while_they_are_resolved(in_process):
+    assert in_process("""if True:
+        import inscenter
+        class Key(tuple):
+            def __getitem__(self, place):  # as another thread, which has its turn during a lookup
+                keys[:] = [str(number) * 3 for number in range(500)]
+                return tuple.__getitem__(self, place)
+        center = inscenter.ServerCenter()
+        center.init_instruments(["SH"], [inscenter.Instrument(market="SH", code=str(number)) for number in range(300)])
+        keys = [Key(("SH", str(number))) for number in range(300)]
+        print([record.code for record in center.resolve(keys)] == [str(number) for number in range(300)])
+        """) == "True\n"
+
+
 def test_the_first_arrays_may_be_asked_for_by_several_threads(in_process):
     for _ in range(3):
         assert in_process("""if True:

@@ -68,6 +68,7 @@ def test_baskets_are_dicts():
 @pytest.mark.parametrize("fields, error", [
     ({"lotSize": "100"}, TypeError), ({"lotSize": 1.5}, TypeError), ({"lotSize": 2**31}, OverflowError),
     ({"combinedConnectFlags": -1}, OverflowError), ({"lotSize": 10**30}, OverflowError),
+    ({"lotSize": 10**5000}, OverflowError), ({"priceTick": 10**400}, OverflowError),
     ({"name": 5}, TypeError), ({"name": b"x"}, TypeError), ({"priceTick": "0.1"}, TypeError),
     ({"name": datetime.date(2026, 1, 1)}, TypeError), ({"colour": 1}, TypeError)])
 def test_wrong_values_are_refused_by_field(fields, error):

@@ -164,6 +164,45 @@ class Last:
 last = Last()
 last.me = last
 atexit.register(lambda: center.subscribe(seen.append) and center.init_instruments(['SH'], records))""",
+    "in code of Python's": """
+import time
+def turns(answer):  # whose thread others may have the interpreter's lock from
+    for _ in range(20):
+        time.sleep(0)
+    return answer
+class Path:
+    def __fspath__(self):
+        return turns('samples')
+class File:
+    def read(self):
+        return turns(b'')
+class Day:
+    def strftime(self, form):
+        return turns(form)
+class Endless:
+    def __iter__(self):
+        while True:
+            yield turns(records[0])
+class Some:
+    def __iter__(self):
+        yield from turns(['code'] * 5)
+class Last:
+    def __del__(self):
+        turns(None)
+def forever(work):
+    def again():
+        while True:
+            try:
+                work()
+            except (OSError, TypeError):
+                pass
+    return again
+last = Last()
+start(*map(forever, [
+    lambda: inscenter.Day.open(Path()), lambda: inscenter.Day.open(File()), lambda: inscenter.ServerCenter.open(File()),
+    lambda: center.get_listed(Day()), lambda: inscenter.Day(Endless()), lambda: inscenter.table(Endless()),
+    lambda: inscenter.table(records, Some()), lambda: inscenter.Etf(stocks=Endless()), lambda: center.resolve(Some())]))
+turns(None)""",
     "persisted": """
 import tempfile
 center = inscenter.ClientCenter(tempfile.mkdtemp(dir=sys.argv[1]))

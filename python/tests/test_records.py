@@ -4,6 +4,7 @@ import copy
 import datetime
 import pickle
 import random
+import sys
 
 import pytest
 
@@ -39,6 +40,22 @@ def test_records_are_values(day):
             for field in record.fields:
                 with pytest.raises(AttributeError):
                     setattr(record, field, getattr(record, field))
+
+
+def test_classes_of_records_stay_what_they_are():
+    class Own(Instrument):
+        __slots__ = ()
+
+    class Other(inscenter.Bond):
+        __slots__ = ()
+
+    for record, kind in ((Instrument(code="1"), inscenter.Bond), (Instrument(code="1"), OtcPlan), (Own(code="1"), Other)):
+        with pytest.raises((TypeError, AttributeError)):
+            record.__class__ = kind
+        assert record.__class__ is type(record) and record.code == "1"
+    for kind in (inscenter.Record, Instrument, OtcPlan) if sys.version_info >= (3, 10) else ():
+        with pytest.raises(TypeError, match="immutable"):
+            kind.key = 5
 
 
 def record_fields(record):

@@ -68,6 +68,35 @@ def test_a_subscription_keeps_neither_callback_nor_center_longer_than_itself():
     assert dead() is None
 
 
+class Watcher:
+    """Keeps the subscription that calls it."""
+
+    def __init__(self, center, told):
+        self.told = told  # before: another thread may be loading
+        self.subscription = center.subscribe(self.on_change)
+
+    def on_change(self, change):
+        self.told(self)
+
+
+def test_a_subscription_that_what_it_calls_keeps_ends_with_the_two():
+    center, heard = inscenter.ServerCenter(), []
+
+    def told(watcher):
+        watchers.clear()
+        gc.collect()  # not while it is called
+        heard.append(watcher.subscription.active)
+
+    watchers = [Watcher(center, told)]
+    dead = weakref.ref(watchers[0])
+    center.init_instruments(["SH"], listing(1))
+    assert heard == [True]
+    gc.collect()
+    assert dead() is None
+    center.init_instruments(["SH"], listing(2))
+    assert heard == [True]
+
+
 def test_loads_lookups_and_subscriptions_from_many_threads():
     center, wrong, heard = inscenter.ServerCenter(), [], []
     center.init_instruments(["SH"], listing(0))
@@ -92,6 +121,8 @@ def test_loads_lookups_and_subscriptions_from_many_threads():
         while not done.is_set():
             with center.subscribe(heard.append):
                 center["SH600000"]
+            Watcher(center, lambda watcher: None)
+            gc.collect()
 
     threads = [threading.Thread(target=work) for work in (load, look, look, subscribe)]
     for thread in threads:

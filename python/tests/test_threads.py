@@ -68,6 +68,28 @@ def test_a_subscription_keeps_neither_callback_nor_center_longer_than_itself():
     assert dead() is None
 
 
+def test_a_subscription_that_waits_for_its_end_is_not_collected(in_process):
+    assert in_process("""if True:
+        import gc, inscenter, threading
+        begun, ending = threading.Event(), threading.Event()
+        def callback(change):
+            begun.set()
+            ending.wait()
+            for _ in range(50):
+                gc.collect()
+            print("called")
+        center = inscenter.ServerCenter()
+        subscription = center.subscribe(callback)
+        thread = threading.Thread(target=center.init_counterpartys, args=({},))
+        thread.start()
+        begun.wait()
+        ending.set()
+        del subscription
+        thread.join()
+        print("end")
+        """) == "called\nend\n"
+
+
 class Watcher:
     """Keeps the subscription that calls it."""
 

@@ -46,12 +46,19 @@ PARAMETERS = {
     "records": "Iterable[Record]", "requested_schema": "object", "packing": "Optional[Literal['gzip', 'zstd']]",
     "callback": "Callable[[Change], object]", "default": "object",
 }
+_COLUMNS = "Dict[str, np.ndarray[Any, Any]]"
+# What the module does not tell, by class and name: other classes have another thing under the same name.
 RETURNS = {
-    "_baskets": "Tuple[Table, Table]", "_series": "Dict[str, Any]", "_diff": "Tuple[List[Any], ...]",
-    "columns": "Dict[str, np.ndarray[Any, Any]]", "resolve": "List[Optional[Instrument]]",
-    "__arrow_c_stream__": "object", "__iter__": "Iterator[Instrument]", "counts": "Dict[str, int]",
-    "instruments": "List[Tuple[Optional[Instrument], Optional[Instrument]]]", "names": "Tuple[str, ...]",
-    "records": "List[Any]", "__getitem__": "Instrument", "__enter__": "Subscription",
+    "_diff": "Tuple[List[Any], ...]",
+    "Table._series": "Dict[str, Any]", "Table.columns": _COLUMNS, "Table.names": "Tuple[str, ...]",
+    "Table.records": "List[Any]", "Table.__arrow_c_stream__": "object",
+    "Day._baskets": "Tuple[Table, Table]", "Day.columns": _COLUMNS, "Day.counts": "Dict[str, int]",
+    "Day.records": "List[Any]", "Day.__arrow_c_stream__": "object",
+    "Catalogue.columns": _COLUMNS, "Catalogue.resolve": "List[Optional[Instrument]]",
+    "Catalogue.__arrow_c_stream__": "object", "Catalogue.__iter__": "Iterator[Instrument]",
+    "Catalogue.__getitem__": "Instrument", "Store.__getitem__": "Instrument",
+    "Change.instruments": "List[Tuple[Optional[Instrument], Optional[Instrument]]]",
+    "Subscription.__enter__": "Subscription",
 }
 WHOLE = {
     "Catalogue.get": ["def get(self, key: _Key) -> Optional[Instrument]: ...",
@@ -77,7 +84,7 @@ def split(parameters):
 def parameter(text, own):
     name, _, rest = text.partition(": ")
     kind, _, default = rest.partition(" = ")
-    if name in ("self", "arg0") and own in kind:
+    if name in ("self", "arg0") and own and own in kind:
         return "self"
     kind = kind.replace("inscenter._native.", "")
     if kind in ("handle", "object", "function", "iterable", "Iterable") or (name, kind) in (("dates", "str"),):
@@ -97,7 +104,7 @@ def signatures(name, doc, own):
     for parameters, answer in found:
         if parameters == "*args, **kwargs":
             continue
-        answer = RETURNS.get(name, answer.replace("inscenter._native.", ""))
+        answer = RETURNS.get(f"{own}.{name}" if own else name, answer.replace("inscenter._native.", ""))
         # What is asked for by name may not be there.
         answer = f"Optional[{answer}]" if answer in RECORDS and name != "__getitem__" else answer
         yield f"def {name}({', '.join(parameter(part, own) for part in split(parameters))}) -> {answer}: ..."
@@ -108,9 +115,11 @@ def function(name, value, own, indent):
         signature = inspect.signature(value)
         taken = [key if key == "self" else f"{key}: {one.annotation}{'' if one.default is one.empty else ' = ...'}"
                  for key, one in signature.parameters.items()]
+        if own and "self" not in signature.parameters:
+            yield f"{indent}@staticmethod"
         yield f"{indent}def {name}({', '.join(taken)}) -> {signature.return_annotation}: ..."
         return
-    lines = WHOLE.get(f"{own}.{name}") or list(signatures(name, value.__doc__, own or "?"))
+    lines = WHOLE.get(f"{own}.{name}") or list(signatures(name, value.__doc__, own))
     static = bool(own and lines) and "(self" not in lines[0]
     for line in lines:
         if len(lines) > 1:
@@ -134,7 +143,7 @@ def properties(value):
     for key, member in vars(value).items():
         if isinstance(member, property):
             kind = member.fget.__doc__.rpartition("-> ")[2].strip().replace("inscenter._native.", "")
-            yield key, RETURNS.get(key, kind)
+            yield key, RETURNS.get(f"{value.__name__}.{key}", kind)
 
 
 def record_class(name, value):

@@ -40,8 +40,8 @@ from ._native import (
     load_market_rules as load_market_rules,
     reset_market_rules as reset_market_rules,
     set_today as set_today,
-    table as table,
     today as today,
 )
 from ._frames import diff as diff, frame as frame
 from ._generate import generate as generate
+from ._sources import table as table

@@ -6,6 +6,7 @@
 
 #include "platform/utils/Hash.h"
 #include "src/Casters.h"
+#include "src/Inside.h"
 #include "src/Questions.h"
 #include "src/Table.h"
 
@@ -66,10 +67,12 @@ bool isFolded(std::string_view text) {
 
 /// As asking for one after the other, but the searches wait for memory together.
 Instruments findMany(Catalogue& catalogue, py::handle keys) {
-    // A tuple of our own: a list may be changed by another thread while a lookup lets go of the interpreter's lock.
+    // A tuple, for a list may be changed by whoever has its turn while find() waits for the library. And before
+    // anything of Python's is held here: an iterable is asked by code of Python's, in which the interpreter may end
+    // this thread.
     const py::object sequence = owned(PySequence_Tuple(keys.ptr()));
     const auto count = static_cast<std::size_t>(PyTuple_GET_SIZE(sequence.ptr()));
-    std::vector<std::uint64_t> hashes(count);  // 0 for what is looked up by itself, whose answer then goes over it
+    std::vector<std::uint64_t> hashes(count);
     std::vector<std::pair<std::size_t, Instrument>> single;
     std::string text;
     for (std::size_t i = 0; i < count; ++i) {
@@ -119,6 +122,7 @@ InstrumentMap ofTraderType(Catalogue& catalogue, int type) {
 
 /// A text is one market: as a sequence it would be its letters.
 std::list<std::string> marketList(py::handle markets) {
+    const Inside inside;  // asks a sequence of a class of Python's
     return PyUnicode_Check(markets.ptr()) ? std::list<std::string>{markets.cast<std::string>()}
                                           : markets.cast<std::list<std::string>>();
 }
@@ -143,10 +147,6 @@ std::vector<std::string> marketsOf(Catalogue& catalogue) {
         names.insert(record->market);
     }
     return {names.begin(), names.end()};
-}
-
-std::string dayText(py::handle day) {
-    return py::isinstance<py::str>(day) ? day.cast<std::string>() : day.attr("strftime")("%Y%m%d").cast<std::string>();
 }
 
 template <Instruments (Catalogue::*ask)(const std::string&)>

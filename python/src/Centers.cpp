@@ -1,5 +1,6 @@
 #include <boost/make_shared.hpp>
 
+#include <filesystem>
 #include <stdexcept>
 
 #include "platform/persist/CPersistService.h"
@@ -73,7 +74,7 @@ class StoreUse {
 public:
     explicit StoreUse(const std::string& directory) {
         auto& service = *persist::CPersistService::instance();
-        if (count_ > 0 && directory != directory_) {
+        if (count_ > 0 && place(directory) != place(directory_)) {
             throw std::runtime_error("a ClientCenter of this process uses the store " + directory_ +
                                      "; a process has one store at a time");
         }
@@ -82,8 +83,7 @@ public:
             if (!status.usable()) {
                 // Not left at what cannot be used: the next center may name another directory.
                 service.setRootPath("");
-                PyErr_SetString(PyExc_OSError, (directory + ": " + status.reason()).c_str());
-                throw py::error_already_set();
+                throwOsError(directory + ": " + status.reason());
             }
             directory_ = directory;
         }
@@ -99,13 +99,15 @@ public:
     StoreUse& operator=(const StoreUse&) = delete;
 
 private:
+    /// The one name among the many of a directory, which is made by the first load and may not be there yet.
+    static std::filesystem::path place(const std::string& directory) {
+        const auto path = std::filesystem::weakly_canonical(std::filesystem::absolute(directory));
+        return path.has_filename() ? path : path.parent_path();
+    }
+
     inline static std::string directory_;
     inline static int count_ = 0;
 };
-
-std::string pathText(const py::object& path) {
-    return py::module_::import("os").attr("fsdecode")(path).cast<std::string>();
-}
 
 void addServer(py::module_& module) {
     CatalogueClass<ServerCenter, Center>(module, "ServerCenter", "The center in memory.")
@@ -118,16 +120,9 @@ void addServer(py::module_& module) {
              }),
              "An empty center, or one that has loaded a day.", py::arg("day") = nullptr,
              py::arg("name") = "instruments")
-        .def_static(
-            "open",
-            [](const py::object& source) {
-                const Day day = Day::open(source, {});
-                auto center = makeShared<ServerCenter>("instruments");
-                const Released released;
-                center->load(day.snapshot);  // nobody else has seen these records
-                return center;
-            },
-            "A center that has loaded a day from files; see Day.open.", py::arg("source"))
+        .def(
+            "_take", [](ServerCenter& center, const Day& day) { center.load(day.snapshot); }, Release(),
+            "Loads a day whose records nobody else has seen.", py::arg("day"))
         .def(
             "view", [](ServerCenter& center) { return makeShared<View>(center.view()); },
             "The catalogue of this moment.");
@@ -137,7 +132,7 @@ void addClient(py::module_& module) {
     CatalogueClass<ClientCenter, Center>(module, "ClientCenter",
                                          "The center over a store on disk. It knows what it has loaded itself; see "
                                          "Store for what an earlier process has left.")
-        .def(py::init([](const py::object& store, int instruments, int bonds, int plans, const std::string& name) {
+        .def(py::init([](py::handle store, int instruments, int bonds, int plans, const std::string& name) {
                  auto use = std::make_shared<StoreUse>(pathText(store));  // before the center, which opens databases
                  auto* const center = new ClientCenter(name, instruments, bonds, plans);
                  // The store is let go of after the center.

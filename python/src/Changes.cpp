@@ -47,19 +47,55 @@ public:
     PythonSubscription(const PythonSubscription&) = delete;
     PythonSubscription& operator=(const PythonSubscription&) = delete;
 
-    /// A call that another thread is in the middle of wants the interpreter's lock to get to its end.
+    /// No call begins from here on, also of a thread that the center has sent already: it finds None. One that another
+    /// thread is in the middle of wants the interpreter's lock to get to its end, so that is free while this waits.
     void close() {
-        auto former = std::exchange(subscription_, std::nullopt);  // of two that close at once one has it
-        {
-            const Released released;
-            former.reset();
-        }
-        callback_->function = py::none();
+        const py::object function = std::exchange(callback_->function, py::none());
+        auto former = std::exchange(subscription_, std::nullopt);
+        const Released released;
+        former.reset();
+    }
+
+    /// A subscription is kept by what it calls more often than not (`self.subscription = center.subscribe(self.told)`),
+    /// and ends when nobody but the two know each other. The reference in Callback is the only one that is counted for
+    /// this object: while a thread calls, it has one of its own, and the collector takes the callback for used.
+    static void collect(PyHeapTypeObject* heapType) {
+        PyTypeObject& type = heapType->ht_type;
+        type.tp_flags |= Py_TPFLAGS_HAVE_GC;
+        type.tp_traverse = [](PyObject* self, visitproc visit, void* arg) {
+            Py_VISIT(Py_TYPE(self));
+            if (const PythonSubscription* const subscription = made(self)) {
+                Py_VISIT(subscription->callback_->function.ptr());
+            }
+            return 0;
+        };
+        // Not cleared but finalized: that comes before the collector takes anything apart, so that no other thread
+        // calls what is half gone, and nothing is left to clear. It hardly waits: a call that is under way is a use.
+        type.tp_finalize = [](PyObject* self) {
+            const py::error_scope kept;
+            if (PythonSubscription* const subscription = made(self)) {
+                subscription->close();
+            }
+        };
+        // Closing lets go of the interpreter's lock: a thread that collects then would meet an object that nobody
+        // counts any more, and destroy it once again. Not every version of pybind11 keeps it from being met.
+        type.tp_dealloc = [](PyObject* self) {
+            PyObject_GC_UnTrack(self);
+            reinterpret_cast<PyTypeObject*>(py::detail::get_internals().instance_base)->tp_dealloc(self);
+        };
     }
 
     bool active() const { return subscription_.has_value(); }
 
 private:
+    /// Null for an object that the collector meets before it is filled; a cast would make it up.
+    static PythonSubscription* made(PyObject* self) {
+        const auto& instance = *reinterpret_cast<const py::detail::instance*>(self);
+        return instance.simple_layout && instance.simple_holder_constructed
+                   ? static_cast<PythonSubscription*>(instance.simple_value_holder[0])
+                   : nullptr;
+    }
+
     struct Callback {
         py::object function;                 // None once it was closed
         ~Callback() { function.release(); }  // None by then, which nobody counts
@@ -180,7 +216,8 @@ void addSubscribe(py::module_& module, py::class_<Center, Catalogue, std::shared
             },
             "Pairs of the record before and after; None before: added, None after: removed.");
     py::class_<PythonSubscription>(module, "Subscription",
-                                   "A subscription, which ends with close(), the end of a with block, or this object.")
+                                   "A subscription, which ends with close(), the end of a with block, or this object.",
+                                   py::custom_type_setup(&PythonSubscription::collect))
         .def("close", &PythonSubscription::close,
              "Ends it; waits for a call that another thread is in. Closing twice is closing once.")
         .def_property_readonly("active", &PythonSubscription::active, "Whether it was not closed yet.")

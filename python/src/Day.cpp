@@ -1,9 +1,7 @@
 #include "src/Day.h"
 
 #include <array>
-#include <filesystem>
 #include <optional>
-#include <system_error>
 
 #include "platform/record/Records.h"
 #include "src/Casters.h"
@@ -41,17 +39,13 @@ SnapshotPacking packingNamed(const py::object& name) {
     return text == "gzip" ? SnapshotPacking::Gzip : SnapshotPacking::Zstd;
 }
 
-/// Raises what Python raises for a path that is not there: of the number Python makes FileNotFoundError and its like.
-void expectThere(const std::string& path, const py::object& shown) {
-    std::error_code error;
-    if (!std::filesystem::exists(path, error)) {
-        const int number = error ? error.value() : ENOENT;
-        PyErr_SetObject(PyExc_OSError, py::make_tuple(number, std::generic_category().message(number), shown).ptr());
-        throw py::error_already_set();
-    }
+Day readPath(py::handle source, const SnapshotReadOptions& options) {
+    const std::string path = existingPath(source);
+    const Released released;
+    return {Snapshot::read(path, options)};
 }
 
-Snapshot readBytes(py::handle source, const SnapshotReadOptions& options) {
+Day readBytes(py::handle source, const SnapshotReadOptions& options) {
     Py_buffer buffer;
     if (PyObject_GetBuffer(source.ptr(), &buffer, PyBUF_SIMPLE) != 0) {
         throw py::error_already_set();
@@ -59,13 +53,14 @@ Snapshot readBytes(py::handle source, const SnapshotReadOptions& options) {
     // While it is kept a bytearray cannot be resized by those who have the interpreter's lock meanwhile.
     const std::unique_ptr<Py_buffer, void (*)(Py_buffer*)> kept(&buffer, PyBuffer_Release);
     const Released released;
-    return Snapshot::read(static_cast<const char*>(buffer.buf), static_cast<std::size_t>(buffer.len), options);
+    return {Snapshot::read(static_cast<const char*>(buffer.buf), static_cast<std::size_t>(buffer.len), options)};
 }
 
-/// No error, for the rest of the day is sound; with the first of them in it, since few look at the issues.
-void warnOfSkipped(const Snapshot& snapshot) {
+/// For a warning; empty where there is nothing to warn of.
+std::string toldOfSkipped(const Day& day) {
+    const Snapshot& snapshot = day.snapshot;
     if (snapshot.skippedLines == 0 && snapshot.skippedFiles == 0) {
-        return;
+        return "";
     }
     std::string text = std::to_string(snapshot.skippedLines) + " lines and " + std::to_string(snapshot.skippedFiles) +
                        " files skipped, see Day.issues";
@@ -77,10 +72,7 @@ void warnOfSkipped(const Snapshot& snapshot) {
             break;
         }
     }
-    const py::object category = py::module_::import("inscenter._native").attr("SnapshotWarning");
-    if (PyErr_WarnEx(category.ptr(), text.c_str(), 1) != 0) {  // a filter has made an error of it
-        throw py::error_already_set();
-    }
+    return text;
 }
 
 SnapshotReadOptions optionsOf(const std::optional<std::string>& catalogue, const std::optional<std::string>& format,
@@ -96,6 +88,13 @@ SnapshotReadOptions optionsOf(const std::optional<std::string>& catalogue, const
     return options;
 }
 
+/// A way to read as a function that takes options by their names.
+auto reading(Day (*read)(py::handle, const SnapshotReadOptions&)) {
+    return
+        [read](py::handle source, const std::optional<std::string>& catalogue, const std::optional<std::string>& format,
+               unsigned threads) { return read(source, optionsOf(catalogue, format, threads)); };
+}
+
 /// The catalogue of a record's class. By the very class: a plan is an instrument to Python, and is of another
 /// catalogue. Throws TypeError where there is none.
 SnapshotCatalogue catalogueOf(const mxservice::IData& record) {
@@ -108,7 +107,7 @@ SnapshotCatalogue catalogueOf(const mxservice::IData& record) {
 }
 
 /// Shares the records with the objects: nobody changes either, and a load takes copies.
-Day dayOf(const py::iterable& records) {
+Day dayOf(const py::list& records) {
     Day day;
     for (const py::handle object : records) {
         const auto record = object.cast<boost::shared_ptr<mxservice::IData>>();
@@ -154,23 +153,6 @@ void addIssue(py::module_& module) {
 
 }  // namespace
 
-Day Day::open(const py::object& source, const SnapshotReadOptions& options) {
-    Day day;
-    // Bytes first: fsdecode would take them for a path.
-    if (PyObject_CheckBuffer(source.ptr()) != 0) {
-        day.snapshot = readBytes(source, options);
-    } else if (py::hasattr(source, "read")) {
-        day.snapshot = readBytes(source.attr("read")(), options);
-    } else {
-        const auto path = py::module_::import("os").attr("fsdecode")(source).cast<std::string>();
-        expectThere(path, source);
-        const Released released;
-        day.snapshot = Snapshot::read(path, options);
-    }
-    warnOfSkipped(day.snapshot);
-    return day;
-}
-
 Table Day::table(const std::string& catalogue, const py::object& fields) const {
     const auto records = snapshot.records(catalogueNamed(catalogue));
     return {mxservice::catalogueType(catalogueNamed(catalogue)), Table::Records(records.begin(), records.end()),
@@ -196,16 +178,12 @@ void addDay(py::module_& module) {
     const auto named = py::arg("catalogue") = "instruments";
     const auto fields = py::arg("fields") = py::none();
     py::class_<Day>(module, "Day", "A day's records of all catalogues.")
-        .def(py::init(&dayOf), "Of records of any catalogue.", py::arg("records") = py::tuple())
-        .def_static(
-            "open",
-            [](const py::object& source, const std::optional<std::string>& catalogue,
-               const std::optional<std::string>& format,
-               unsigned threads) { return Day::open(source, optionsOf(catalogue, format, threads)); },
-            "Reads a day: a directory, a file, bytes, or an open binary file, packed with gzip or zstd or not. "
-            "`catalogue` and `format` are for what no file name tells. Warns (SnapshotWarning) of skipped lines.",
-            py::arg("source"), py::arg("catalogue") = py::none(), py::arg("format") = py::none(),
-            py::arg("threads") = 0)
+        .def(py::init(&dayOf), "Of a list of records.", py::arg("records"))
+        .def_static("_read_path", reading(readPath), "For open.", py::arg("source"), py::arg("catalogue"),
+                    py::arg("format"), py::arg("threads"))
+        .def_static("_read_bytes", reading(readBytes), "For open.", py::arg("source"), py::arg("catalogue"),
+                    py::arg("format"), py::arg("threads"))
+        .def("_skipped", toldOfSkipped, "For open: what to warn of.")
         .def("records", recordsOf, "The records of one catalogue.", named)
         .def("table", &Day::table, "One catalogue as columns.", named, fields)
         .def(
@@ -229,12 +207,14 @@ void addDay(py::module_& module) {
             "The instruments, for who takes Arrow's C data interface.", py::arg("requested_schema") = py::none())
         .def(
             "write",
-            [](const Day& day, const py::object& directory, const std::string& format, const py::object& packing) {
-                const auto path = py::module_::import("os").attr("fsdecode")(directory).cast<std::string>();
+            [](const Day& day, py::handle directory, const std::string& format, const py::object& packing) {
+                const std::string path = pathText(directory);
                 const SnapshotFormat form = formatNamed(format);
                 const SnapshotPacking packed = packingNamed(packing);
-                const Released released;
-                day.snapshot.write(path, form, packed);
+                withOsErrors([&] {
+                    const Released released;
+                    day.snapshot.write(path, form, packed);
+                });
             },
             "Writes all catalogues into a directory, as \"ndjson\" or \"csv\", packed with \"gzip\", \"zstd\" or not.",
             py::arg("directory"), py::arg("format") = "ndjson", py::arg("packing") = py::none())

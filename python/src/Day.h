@@ -16,9 +16,6 @@ namespace py = pybind11;
 struct Day {
     mxservice::Snapshot snapshot;
 
-    /// From a path, bytes or an open file. Warns of lines and files that were skipped.
-    static Day open(const py::object& source, const mxservice::SnapshotReadOptions& options);
-
     /// The records of one catalogue as a table of their class.
     Table table(const std::string& catalogue, const py::object& fields) const;
 };

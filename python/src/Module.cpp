@@ -39,13 +39,17 @@ void addFunctions(py::module_& module) {
                "Pins that day, for the whole process, so that a day's files are classified as on their own day; an "
                "empty text returns to the clock.",
                py::arg("day"));
-    module.def("load_market_rules", &utils::CMarketRules::load,
-               "Replaces the code ranges of the market rules by those of a JSON file.", py::arg("path"));
-    module.def("reset_market_rules", &utils::CMarketRules::reset, "Puts the built-in market rules back.");
     module.def(
-        "table",
-        [](py::handle records, const py::object& fields) { return binding::Table::ofObjects(records, fields); },
-        "Records of one class as columns.", py::arg("records"), py::arg("fields") = py::none());
+        "load_market_rules",
+        [](py::handle path) {
+            const std::string file = binding::existingPath(path);
+            binding::withOsErrors([&] { utils::CMarketRules::load(file); });
+        },
+        "Replaces the code ranges of the market rules by those of a JSON file. OSError, and the former ones stay, "
+        "where "
+        "it cannot be read or says something else.",
+        py::arg("path"));
+    module.def("reset_market_rules", &utils::CMarketRules::reset, "Puts the built-in market rules back.");
 }
 
 /// Before anything is taken down: no thread may be in a callback, or come back from the library, once that has begun.

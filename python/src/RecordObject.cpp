@@ -155,6 +155,12 @@ PyObject* getKey(PyObject* self, void*) {
     return guarded([&] { return textObject(recordOf(self).getKey()); });
 }
 
+PyObject* getClass(PyObject* self, void*) {
+    PyObject* const type = reinterpret_cast<PyObject*>(Py_TYPE(self));
+    Py_INCREF(type);
+    return type;
+}
+
 PyObject* asDict(PyObject* self, PyObject*) {
     return guarded([&] {
         py::dict fields;
@@ -277,7 +283,18 @@ PyMethodDef recordMethods[] = {{"asdict", asDict, METH_NOARGS, "Every field by i
 PyGetSetDef baseAttributes[] = {
     {"key", getKey, nullptr, "str: what tells this record from others of its class; of an instrument market and code.",
      nullptr},
+    // All records are objects of one size, so Python would let one take another class, whose getters read the members
+    // of that class's record. Here as well as by the flag of fix(): Python 3.9 has no such flag, and what derives from
+    // a record class without members of its own has not got it.
+    {"__class__", getClass, nullptr, "The class, which nobody changes.", nullptr},
     {nullptr, nullptr, nullptr, nullptr, nullptr}};
+
+/// No attribute of the class is changed from here on.
+void fix([[maybe_unused]] PyTypeObject* type) {
+#ifdef Py_TPFLAGS_IMMUTABLETYPE
+    type->tp_flags |= Py_TPFLAGS_IMMUTABLETYPE;
+#endif
+}
 
 PyTypeObject* makeType(const std::string& name, const char* doc, PyGetSetDef* attributes, PyTypeObject* base) {
     std::vector<PyType_Slot> slots{{Py_tp_doc, const_cast<char*>(doc)}, {Py_tp_getset, attributes}};
@@ -305,6 +322,7 @@ PyTypeObject* makeType(const std::string& name, const char* doc, PyGetSetDef* at
 
 void addRecords(py::module_& module) {
     recordBase = makeType("Record", "What all records have: fields that nobody changes.", baseAttributes, nullptr);
+    fix(recordBase);
     module.add_object("Record", reinterpret_cast<PyObject*>(recordBase));
     for (RecordClass& known : recordClasses()) {
         PyTypeObject* const base =
@@ -316,6 +334,7 @@ void addRecords(py::module_& module) {
             names.append(field.name());
         }
         type.attr("fields") = py::tuple(names);
+        fix(known.object);
         module.add_object(known.name, type);
     }
     if (PyModule_AddFunctions(module.ptr(), moduleFunctions) != 0) {

@@ -59,16 +59,15 @@ public:
 /// also beside a process that writes.
 class Store {
 public:
-    static Store open(const py::object& path) {
+    static Store open(py::handle path) {
         Store store;
-        const auto text = py::module_::import("os").attr("fsdecode")(path).cast<std::string>();
+        const std::string text = pathText(path);
         // Python's own errors for a path that cannot be listed. An empty directory is a store that nobody has loaded
         // yet.
         std::error_code error;
         fs::directory_iterator(text, error);
         if (error) {
-            PyErr_SetObject(PyExc_OSError, py::make_tuple(error.value(), error.message(), path).ptr());
-            throw py::error_already_set();
+            throwOsError(error.value(), path);
         }
         store.root_ = text;
         if (store.databases().empty() && !fs::is_empty(store.root_)) {

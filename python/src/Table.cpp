@@ -31,6 +31,7 @@ Table::Table(const mxservice::RecordType& type, Records records, const py::objec
         throw py::type_error("fields are a sequence of names");
     }
     if (!fields.is_none()) {
+        const Inside inside;  // asks a sequence of a class of Python's
         for (const py::handle name : fields) {
             fields_.push_back(&fieldNamed(type, name.cast<std::string>(), PyExc_ValueError));
         }
@@ -43,7 +44,7 @@ Table::Table(const mxservice::RecordType& type, Records records, const py::objec
     }
 }
 
-Table Table::ofObjects(py::handle records, const py::object& fields) {
+Table Table::ofObjects(const py::list& records, const py::object& fields) {
     Records taken;
     for (const py::handle object : records) {
         // Own references, since the objects may go while columns are read without the interpreter's lock.
@@ -144,8 +145,7 @@ std::pair<Table, Table> baskets(const Table::Records& funds) {
 
 void addTable(py::module_& module) {
     py::class_<Table>(module, "Table", "Records of one class as columns; also what Arrow's readers take.")
-        .def(py::init(&Table::ofObjects), "Of records of one class.", py::arg("records"),
-             py::arg("fields") = py::none())
+        .def(py::init(&Table::ofObjects), "Of a list of records.", py::arg("records"), py::arg("fields"))
         .def("__len__", &Table::size, "How many records.")
         .def_property_readonly("names", &Table::names, "The fields, in their order.")
         .def("records", &Table::records, "The records themselves.")

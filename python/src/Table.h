@@ -29,7 +29,7 @@ public:
     Table(const std::vector<boost::shared_ptr<Record>>& records, const py::object& fields)
         : Table(Record::table(), Records(records.begin(), records.end()), fields) {}
     /// Of records that Python holds; instruments where there are none.
-    static Table ofObjects(py::handle records, const py::object& fields);
+    static Table ofObjects(const py::list& records, const py::object& fields);
 
     std::size_t size() const { return records_.size(); }
     py::tuple names() const;

@@ -2,12 +2,16 @@
 
 #include <datetime.h>
 
+#include <cerrno>
 #include <chrono>
+#include <filesystem>
 #include <limits>
+#include <system_error>
 #include <type_traits>
 
 #include "platform/record/Records.h"
 #include "src/Casters.h"
+#include "src/Inside.h"
 
 namespace binding {
 namespace {
@@ -39,14 +43,19 @@ struct ToPython {
     throw py::type_error(field.name() + ": " + expected + " expected, " + Py_TYPE(value.ptr())->tp_name + " found");
 }
 
-/// Puts the field's name before what Python says.
-[[noreturn]] void refuse(const Field& field, const char* expected, PyObject* error, py::handle value) {
-    if (error == PyExc_OverflowError) {
-        PyErr_Clear();
-        PyErr_Format(PyExc_OverflowError, "%s: %R is more than the field holds", field.name().c_str(), value.ptr());
-        throw py::error_already_set();
-    }
+/// Without the number: one of more than 4,300 digits is none that Python shows.
+[[noreturn]] void refuseSize(const Field& field) {
+    PyErr_SetString(PyExc_OverflowError, (field.name() + ": the number is more than the field holds").c_str());
+    throw py::error_already_set();
+}
+
+/// In place of the error that Python has set, which names no field.
+[[noreturn]] void refuseNumber(const Field& field, const char* expected, py::handle value) {
+    const bool size = PyErr_ExceptionMatches(PyExc_OverflowError) != 0;
     PyErr_Clear();
+    if (size) {
+        refuseSize(field);
+    }
     refuse(field, expected, value);
 }
 
@@ -61,6 +70,7 @@ struct FromPython {
         if (!field.isDate() || !loadDates() || !PyDate_Check(value.ptr())) {
             refuse(field, field.isDate() ? "str or datetime.date" : "str", value);
         }
+        const Inside inside;  // of a class of Python's that derives from it
         const auto part = [&](const char* name) { return value.attr(name).cast<int>(); };
         const int day = part("year") * 10000 + part("month") * 100 + part("day");
         text = std::to_string(day);
@@ -70,15 +80,17 @@ struct FromPython {
     void operator()(double& number) const {
         const double read = PyFloat_AsDouble(value.ptr());  // whole numbers, too, and numpy's
         if (PyErr_Occurred() != nullptr) {
-            refuse(field, "float", value);
+            refuseNumber(field, "float", value);
         }
         number = read;
     }
 
     void operator()(ComponentMap& components) const {
         ComponentMap read;
-        const py::object items = py::isinstance<py::dict>(value) ? py::object(value.attr("values")())
-                                                                 : py::reinterpret_borrow<py::object>(value);
+        // Taken as a whole while nothing of Python's is held here: an iterable is asked by code of Python's, in which
+        // the interpreter may end this thread.
+        const py::object items =
+            owned(PyDict_Check(value.ptr()) ? PyDict_Values(value.ptr()) : PySequence_Tuple(value.ptr()));
         for (const py::handle item : items) {
             const auto component = item.cast<boost::shared_ptr<CETFComponentStockInfo>>();
             if (!component) {
@@ -94,13 +106,12 @@ struct FromPython {
         // Whole numbers of any library, but nothing that would have to be cut to become one.
         const auto index = py::reinterpret_steal<py::object>(PyNumber_Index(value.ptr()));
         const long long read = index ? PyLong_AsLongLong(index.ptr()) : 0;
-        if (PyObject* const error = PyErr_Occurred()) {
-            refuse(field, "int", PyErr_GivenExceptionMatches(error, PyExc_OverflowError) ? PyExc_OverflowError : error,
-                   value);
+        if (PyErr_Occurred() != nullptr) {
+            refuseNumber(field, "int", value);
         }
         if (read < static_cast<long long>(std::numeric_limits<Whole>::min()) ||
             read > static_cast<long long>(std::numeric_limits<Whole>::max())) {
-            refuse(field, "int", PyExc_OverflowError, value);
+            refuseSize(field);
         }
         number = static_cast<Whole>(read);
     }
@@ -133,6 +144,44 @@ bool readText(PyObject* object, std::string& text) {
     const py::object bytes = owned(PyUnicode_AsEncodedString(object, "utf-8", "surrogateescape"));
     text.assign(PyBytes_AS_STRING(bytes.ptr()), static_cast<std::size_t>(PyBytes_GET_SIZE(bytes.ptr())));
     return true;
+}
+
+std::string pathText(py::handle path) {
+    const Inside inside;
+    auto text = py::module_::import("os").attr("fsdecode")(path).cast<std::string>();
+    if (text.find('\0') != std::string::npos) {
+        throw py::value_error("a path holds a NUL");  // behind which the system would see nothing: another file
+    }
+    return text;
+}
+
+std::string existingPath(py::handle path) {
+    std::string text = pathText(path);
+    std::error_code error;
+    if (!std::filesystem::exists(text, error)) {
+        throwOsError(error ? error.value() : ENOENT, path);
+    }
+    return text;
+}
+
+std::string dayText(py::handle day) {
+    std::string text;
+    if (readText(day.ptr(), text)) {
+        return text;
+    }
+    const Inside inside;
+    return day.attr("strftime")("%Y%m%d").cast<std::string>();
+}
+
+void throwOsError(int number, py::handle path) {
+    PyErr_SetObject(PyExc_OSError, py::make_tuple(number, std::generic_category().message(number), path).ptr());
+    throw py::error_already_set();
+}
+
+void throwOsError(const std::string& text) {
+    // Not by PyErr_SetString, which takes nothing but UTF-8: the text names a file.
+    PyErr_SetObject(PyExc_OSError, owned(textObject(text)).ptr());
+    throw py::error_already_set();
 }
 
 std::int32_t dayNumber(std::string_view text) {

@@ -219,13 +219,14 @@ def test_stores_that_cannot_be_read_say_so(tmp_path, in_process):
     in_process("""if True:
         import inscenter, sys
         center = inscenter.ClientCenter(sys.argv[1])
+        same = inscenter.ClientCenter(sys.argv[1] + "/../store/./")
         center.init_instruments(["SH"], [inscenter.Instrument(market="SH", code="600000")])
         try:
             inscenter.ClientCenter(sys.argv[1] + "2")
             raise SystemExit("two stores")
         except RuntimeError as error:
             assert sys.argv[1] in str(error)
-        del center
+        del center, same
         inscenter.ClientCenter(sys.argv[1] + "2")
         """, tmp_path / "store")
     data = tmp_path / "store" / "OvIns_SH" / "data.mdb"

@@ -113,8 +113,10 @@ def test_a_day_is_written_and_read_back(day, tmp_path):
 
 def test_bad_lines_are_reported_and_warned_of(tmp_path):
     (tmp_path / "instruments.csv").write_text("market,code,lotSize\nSH,600000,100\nSH,600001,much\n")
-    with pytest.warns(inscenter.SnapshotWarning, match="1 lines .*lotSize"):
+    with pytest.warns(inscenter.SnapshotWarning, match="1 lines .*lotSize") as warned:
         day = Day.open(tmp_path)
+        inscenter.ServerCenter.open(tmp_path)
+    assert [warning.filename for warning in warned] == [__file__] * 2
     assert [record.code for record in day.records()] == ["600000"] and day.skipped_lines == 1
     issue, = day.issues
     assert (issue.line, issue.field, issue.kind) == (3, "lotSize", "line_skipped") and issue.reason
@@ -125,6 +127,17 @@ def test_bad_input_has_errors_of_its_kind(tmp_path, day):
     with pytest.raises(FileNotFoundError) as missing:
         Day.open(tmp_path / "nothing")
     assert missing.value.filename == tmp_path / "nothing"
+    with pytest.raises(FileNotFoundError):
+        inscenter.load_market_rules(tmp_path / "nothing")
+    (tmp_path / "rules.json").write_text("[")
+    for refused in (lambda: inscenter.load_market_rules(tmp_path / "rules.json"),
+                    lambda: inscenter.load_market_rules(tmp_path), lambda: day.write(tmp_path / "rules.json")):
+        with pytest.raises(OSError, match=str(tmp_path)):
+            refused()
+    (tmp_path / "rules.json").unlink()
+    for function in (Day.open, day.write, inscenter.Store.open, inscenter.ClientCenter, inscenter.load_market_rules):
+        with pytest.raises(ValueError, match="NUL"):
+            function(f"{tmp_path}\0nothing")
     (tmp_path / "notes.txt").write_text("")
     with pytest.raises(inscenter.UnreadableError):
         Day.open(tmp_path)

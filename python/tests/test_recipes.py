@@ -54,6 +54,7 @@ chain: List[inscenter.Instrument] = center.get_option_chain("SH", "510050")
 center.frame(inscenter.TraderType.STOCK, ["code"], "datetime64")
 inscenter.Instrument(market="SH", listingDate=datetime.date.today()).replace(lotSize=1).lotSize.bit_length()
 center.subscribe(lambda change: change.markets.sort()).close()
+records: int = center.statistics().last_load.records
 """
 WRONG = ["center.get('a').name", "center['a'].colour", "inscenter.Instrument(lotSize='1')", "center.get(1.5)",
          "center['a'].name = 'b'", "center.frame(dates='iso')", "center.get_etfs()['a'].lotSize"]

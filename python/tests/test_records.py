@@ -4,6 +4,7 @@ import copy
 import datetime
 import pickle
 import random
+import sys
 
 import pytest
 
@@ -41,6 +42,22 @@ def test_records_are_values(day):
                     setattr(record, field, getattr(record, field))
 
 
+def test_classes_of_records_stay_what_they_are():
+    class Own(Instrument):
+        __slots__ = ()
+
+    class Other(inscenter.Bond):
+        __slots__ = ()
+
+    for record, kind in ((Instrument(code="1"), inscenter.Bond), (Instrument(code="1"), OtcPlan), (Own(code="1"), Other)):
+        with pytest.raises((TypeError, AttributeError)):
+            record.__class__ = kind
+        assert record.__class__ is type(record) and record.code == "1"
+    for kind in (inscenter.Record, Instrument, OtcPlan) if sys.version_info >= (3, 10) else ():
+        with pytest.raises(TypeError, match="immutable"):
+            kind.key = 5
+
+
 def record_fields(record):
     return {field: getattr(record, field) for field in record.fields}
 
@@ -68,6 +85,7 @@ def test_baskets_are_dicts():
 @pytest.mark.parametrize("fields, error", [
     ({"lotSize": "100"}, TypeError), ({"lotSize": 1.5}, TypeError), ({"lotSize": 2**31}, OverflowError),
     ({"combinedConnectFlags": -1}, OverflowError), ({"lotSize": 10**30}, OverflowError),
+    ({"lotSize": 10**5000}, OverflowError), ({"priceTick": 10**400}, OverflowError),
     ({"name": 5}, TypeError), ({"name": b"x"}, TypeError), ({"priceTick": "0.1"}, TypeError),
     ({"name": datetime.date(2026, 1, 1)}, TypeError), ({"colour": 1}, TypeError)])
 def test_wrong_values_are_refused_by_field(fields, error):

@@ -68,6 +68,57 @@ def test_a_subscription_keeps_neither_callback_nor_center_longer_than_itself():
     assert dead() is None
 
 
+def test_a_subscription_that_waits_for_its_end_is_not_collected(in_process):
+    assert in_process("""if True:
+        import gc, inscenter, threading
+        begun, ending = threading.Event(), threading.Event()
+        def callback(change):
+            begun.set()
+            ending.wait()
+            for _ in range(50):
+                gc.collect()
+            print("called")
+        center = inscenter.ServerCenter()
+        subscription = center.subscribe(callback)
+        thread = threading.Thread(target=center.init_counterpartys, args=({},))
+        thread.start()
+        begun.wait()
+        ending.set()
+        del subscription
+        thread.join()
+        print("end")
+        """) == "called\nend\n"
+
+
+class Watcher:
+    """Keeps the subscription that calls it."""
+
+    def __init__(self, center, told):
+        self.told = told  # before: another thread may be loading
+        self.subscription = center.subscribe(self.on_change)
+
+    def on_change(self, change):
+        self.told(self)
+
+
+def test_a_subscription_that_what_it_calls_keeps_ends_with_the_two():
+    center, heard = inscenter.ServerCenter(), []
+
+    def told(watcher):
+        watchers.clear()
+        gc.collect()  # not while it is called
+        heard.append(watcher.subscription.active)
+
+    watchers = [Watcher(center, told)]
+    dead = weakref.ref(watchers[0])
+    center.init_instruments(["SH"], listing(1))
+    assert heard == [True]
+    gc.collect()
+    assert dead() is None
+    center.init_instruments(["SH"], listing(2))
+    assert heard == [True]
+
+
 def test_loads_lookups_and_subscriptions_from_many_threads():
     center, wrong, heard = inscenter.ServerCenter(), [], []
     center.init_instruments(["SH"], listing(0))
@@ -92,6 +143,8 @@ def test_loads_lookups_and_subscriptions_from_many_threads():
         while not done.is_set():
             with center.subscribe(heard.append):
                 center["SH600000"]
+            Watcher(center, lambda watcher: None)
+            gc.collect()
 
     threads = [threading.Thread(target=work) for work in (load, look, look, subscribe)]
     for thread in threads:
@@ -150,6 +203,45 @@ class Last:
 last = Last()
 last.me = last
 atexit.register(lambda: center.subscribe(seen.append) and center.init_instruments(['SH'], records))""",
+    "in code of Python's": """
+import time
+def turns(answer):  # whose thread others may have the interpreter's lock from
+    for _ in range(20):
+        time.sleep(0)
+    return answer
+class Path:
+    def __fspath__(self):
+        return turns('samples')
+class File:
+    def read(self):
+        return turns(b'')
+class Day:
+    def strftime(self, form):
+        return turns(form)
+class Endless:
+    def __iter__(self):
+        while True:
+            yield turns(records[0])
+class Some:
+    def __iter__(self):
+        yield from turns(['code'] * 5)
+class Last:
+    def __del__(self):
+        turns(None)
+def forever(work):
+    def again():
+        while True:
+            try:
+                work()
+            except (OSError, TypeError):
+                pass
+    return again
+last = Last()
+start(*map(forever, [
+    lambda: inscenter.Day.open(Path()), lambda: inscenter.Day.open(File()), lambda: inscenter.ServerCenter.open(File()),
+    lambda: center.get_listed(Day()), lambda: inscenter.Day(Endless()), lambda: inscenter.table(Endless()),
+    lambda: inscenter.table(records, Some()), lambda: inscenter.Etf(stocks=Endless()), lambda: center.resolve(Some())]))
+turns(None)""",
     "persisted": """
 import tempfile
 center = inscenter.ClientCenter(tempfile.mkdtemp(dir=sys.argv[1]))

@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include "feed/Feed.h"
 #include "feed/Log.h"
@@ -54,6 +55,8 @@ using NatsNotesHandle = std::shared_ptr<NatsNotes>;
 struct NatsLine {
     /// For the library's threads, as long as they know the connection.
     struct Tie {
+        explicit Tie(NatsNotesHandle given) : notes(std::move(given)) {}
+
         const NatsNotesHandle notes;
         std::atomic<bool> connected{true};
     };

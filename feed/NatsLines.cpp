@@ -187,12 +187,12 @@ NatsLineHandle NatsLines::get(NatsFailure& failure) {
 
 /// What has become of a line that was not connected; disconnected is one that does not even say that.
 natsConnStatus NatsLines::lookAt(const NatsLineHandle& line, NatsFailure& failure) {
-    struct Seen {
+    struct Found {
         natsConnStatus status = NATS_CONN_STATUS_RECONNECTING;
         std::string server;
         std::string remark;
     };
-    const auto seen = std::make_shared<Seen>();
+    const auto seen = std::make_shared<Found>();
     const Ended ended = within(kToLook, [line, seen] {
         natsConnection* const connection = line->connection.get();
         line->tie->connected = true;  // before the look: whatever is told from here on comes after it

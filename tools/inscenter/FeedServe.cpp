@@ -61,7 +61,7 @@ std::string quoted(const std::string& text) {
 /// A word of a shell's command line.
 std::string shellWord(const std::filesystem::path& path) {
     constexpr std::string_view kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789/._-+:\\";
-    const std::string text = textOf(path);
+    std::string text = textOf(path);
     if (text.find_first_not_of(kPlain) == std::string::npos) {
         return text;
     }

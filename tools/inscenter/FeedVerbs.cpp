@@ -71,7 +71,7 @@ Table tableOf(const feed::Revision& revision) {
 
 /// Reads what is to be published. Whoever publishes does so for every host, so that half a file is refused.
 ReadReport readWhole(const FeedQuery& query, Snapshot& snapshot, Console& console) {
-    const ReadReport read = readSnapshot(query.source, snapshot, console);
+    ReadReport read = readSnapshot(query.source, snapshot, console);
     if (read.skipped > 0 && !query.despiteIssues) {
         throw UnreadableInput(
             fmt::format("{}: not published, because {} of its lines and files had to be skipped (see above); "

@@ -100,11 +100,8 @@ void mergeRaw(const std::set<std::string>& family, const std::vector<std::string
     }
     for (const std::string& market : drops ? named : std::set<std::string>()) {
         if (brought.count(market) == 0) {
-            const std::string db = DBBuilder::buildRawDbName(market);
-            store().drop(db);
-            if (!store().lastSucceeded()) {
-                loads.write()->noteFailedWrite(db, store().lastFailure());
-            }
+            // Mostly there is none, and none is made for it. One that cannot be emptied is the store's line in the log.
+            store().drop(DBBuilder::buildRawDbName(market));
         }
     }
 }

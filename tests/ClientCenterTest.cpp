@@ -104,6 +104,7 @@ TEST_F(ClientCenter, AReplacementHasAllOfTheSubMarketsThatItNames) {
                                  instrument("SHFI", "3"), instrument("SHFI", "4")});
     load({"SGT"}, {instrument("SGT", "5")});
     center().replaceInstruments({"HGT", "HK", "SH", "SHFI"}, {instrument("HK", "1"), instrument("SH", "6")});
+    EXPECT_TRUE(center().statistics().failedWrites.empty()) << "nothing to be emptied is no failure";
     EXPECT_EQ(asked().getInstrument("HK1")->market, "HK");
     EXPECT_FALSE(asked().hasCode("HK2") || asked().hasCode("SH3") || asked().hasCode("SH4"));
     EXPECT_TRUE(asked().hasCode("HK5")) << "not named";

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -36,43 +37,66 @@ double median(std::vector<double> values) {
     return values[values.size() / 2];
 }
 
+double plainLoad(const Snapshot& snapshot) {
+    const Day copy = Day::of(snapshot.copy());
+    CServerInstrumentCenter center("plain");
+    const auto began = Clock::now();
+    copy.loadInto(center);
+    return msSince(began);
+}
+
+/// A host that starts, as a process of its own: until it has the day, and what a plain load of that takes there.
+void lateHost(const Options& options) {
+    CServerInstrumentCenter center("late");
+    const auto began = Clock::now();
+    const Subscriber host(center, options);
+    eventually([&] { return host.revision().number != 0; });
+    const double late = msSince(began);
+    std::cout << late << ' ' << plainLoad(read(options, std::chrono::seconds(60)).day) << std::endl;
+}
+
+/// How many plain loads it takes one.
+double askLateHost(const char* program, const Options& options, std::vector<double>& late) {
+    const TemporaryDirectory directory(TemporaryDirectory::inMemory());
+    const std::string file = (directory.path() / "late").string();
+    std::vector<std::string> words{program, "late"};
+    words.insert(words.end(), options.servers.begin(), options.servers.end());
+    Process(words, file).wait();
+    double took = 0;
+    double plain = 0;
+    std::ifstream(file) >> took >> plain;
+    late.push_back(took);
+    return took / plain;
+}
+
 /// Publishing a day, and until a host that waits for it has it.
-void measureDay(const Snapshot& snapshot, const Options& options, const std::string& what) {
+void measureDay(const char* program, const Snapshot& snapshot, const Options& options, const std::string& what) {
     constexpr int kTimes = 5;
     std::vector<double> plain;
     std::vector<double> published;
     std::vector<double> loaded;
     std::vector<double> late;
+    std::vector<double> lateRatio;
     const Day day = Day::of(snapshot);
     Publisher publisher(options);
     eventually([&] { return publisher.catchUp().result == Published::Done; });
     for (int i = 0; i < kTimes; ++i) {
-        {
-            const Day copy = Day::of(snapshot.copy());
-            CServerInstrumentCenter center("plain");
-            const auto began = Clock::now();
-            copy.loadInto(center);
-            plain.push_back(msSince(began));
-        }
+        plain.push_back(plainLoad(snapshot));
         CServerInstrumentCenter center("host");
         Subscriber host(center, options);
         eventually([&] { return host.health().lastSeen.time_since_epoch().count() != 0; });
-        auto began = Clock::now();
+        const auto began = Clock::now();
         const Outcome outcome = publisher.publish("20260302", day);
         published.push_back(msSince(began));
         eventually([&] { return host.revision() == outcome.revision; });
         loaded.push_back(msSince(began));
-        CServerInstrumentCenter other("late");
-        began = Clock::now();
-        const Subscriber second(other, options);
-        eventually([&] { return second.revision() == outcome.revision; });
-        late.push_back(msSince(began));
+        lateRatio.push_back(askLateHost(program, options, late));
     }
     std::cout << what << ", " << snapshot.instruments.size() << " instruments: plain load " << median(plain)
               << " ms, published in " << median(published) << " ms, at a host that had the former day after "
               << median(loaded) << " ms (" << median(loaded) / median(plain)
-              << " plain loads), at one that starts after " << median(late) << " ms (" << median(late) / median(plain)
-              << ")" << std::endl;
+              << " plain loads), at one that starts after " << median(late) << " ms (" << median(lateRatio) << ")"
+              << std::endl;
 }
 
 /// From the call that publishes a change until the center of each of many hosts has it.
@@ -124,6 +148,12 @@ void measureChanges(const Options& options, const std::string& what) {
 
 int main(int argc, char** argv) {
     using namespace mxservice::feed;
+    if (argc > 2 && std::string(argv[1]) == "late") {
+        Options options;
+        options.servers.assign(argv + 2, argv + argc);
+        lateHost(options);
+        return 0;
+    }
     const std::size_t size = argc > 1 ? std::stoul(argv[1]) : 300000;
     const mxservice::Snapshot day = makeDay(size);
     for (const int count : {1, 3}) {
@@ -133,7 +163,7 @@ int main(int argc, char** argv) {
         options.replicas = count;
         const std::string what = count == 1 ? "one server" : "three servers";
         measureChanges(options, what);
-        measureDay(day, options, what);
+        measureDay(argv[0], day, options, what);
     }
     return 0;
 }

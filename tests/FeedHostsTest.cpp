@@ -145,6 +145,43 @@ Day copyOf(const Day& day) {
     return copy;
 }
 
+using Answers = std::map<std::string, std::string>;
+
+void expectAmong(const Answers& some, const Answers& all, const char* which) {
+    for (const auto& [key, answer] : some) {
+        const auto found = all.find(key);
+        EXPECT_TRUE(found != all.end() && found->second == answer)
+            << key << ": " << answer << ", " << which << (found == all.end() ? "nothing" : found->second);
+    }
+}
+
+/// What a center has that takes the loads and changes one by one. Not what a load has brought and a later one of the
+/// day left out: that would lend its flags to a change.
+template <class Center>
+Answers answersLoadByLoad(const Day& day, const std::vector<Change>& changes, const RandomDays& random) {
+    Answers loaded;
+    {
+        const TemporaryStore store;
+        Center center;
+        hostOf(center)->load(copyOf(day), {});
+        loaded = random.answersOf(center);
+    }
+    const TemporaryStore store;
+    Center center;
+    day.loadInto(center);
+    std::vector<std::string> left;
+    for (const auto& [key, answer] : random.answersOf(center)) {
+        if (loaded.count(key) == 0) {
+            left.push_back(key);
+        }
+    }
+    center.applyChanges({}, left);
+    for (const Change& change : changes) {
+        center.applyChanges(change.upserts, change.removedKeys);
+    }
+    return random.answersOf(center);
+}
+
 /// A host that has seen days and changes, all of them or some, has what a fresh one has, and what a center has that
 /// takes the loads and changes of the last day one by one.
 template <class Center>
@@ -155,7 +192,7 @@ void expectSameAsFresh(unsigned seed) {
     RandomDays random(seed);
     Day day;
     std::vector<Change> changes;
-    std::map<std::string, std::string> has;
+    Answers has;
     {
         const TemporaryStore store;
         StepHost<Center> host(log());
@@ -176,13 +213,6 @@ void expectSameAsFresh(unsigned seed) {
         host.subscriber.step();
         has = random.answersOf(host.asked());
     }
-    const auto expectAmong = [](const auto& some, const auto& all, const char* which) {
-        for (const auto& [key, answer] : some) {
-            const auto found = all.find(key);
-            EXPECT_TRUE(found != all.end() && found->second == answer)
-                << key << ": " << answer << ", " << which << (found == all.end() ? "nothing" : found->second);
-        }
-    };
     {
         const TemporaryStore store;
         StepHost<Center> fresh(log());
@@ -191,29 +221,7 @@ void expectSameAsFresh(unsigned seed) {
         expectAmong(has, answers, "at a fresh host ");
         expectAmong(answers, has, "at one with a past ");
     }
-    std::map<std::string, std::string> loaded;
-    {
-        const TemporaryStore store;
-        Center center;
-        hostOf(center)->load(copyOf(day), {});
-        loaded = random.answersOf(center);
-    }
-    const TemporaryStore store;
-    Center plain;
-    IInstrumentCenter& center = plain;
-    day.loadInto(center);
-    // What a load has brought and a later one of the day left out would lend its flags to a change.
-    std::vector<std::string> left;
-    for (const auto& [key, answer] : random.answersOf(center)) {
-        if (loaded.count(key) == 0) {
-            left.push_back(key);
-        }
-    }
-    plain.applyChanges({}, left);
-    for (const Change& change : changes) {
-        plain.applyChanges(change.upserts, change.removedKeys);
-    }
-    expectAmong(has, random.answersOf(center), "load by load ");
+    expectAmong(has, answersLoadByLoad<Center>(day, changes, random), "load by load ");
 }
 
 TEST(FeedHosts, WhatAHostHasDoesNotDependOnWhatItHadBefore) {
